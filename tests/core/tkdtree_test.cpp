@@ -86,6 +86,30 @@ TEST_P(TreeClouds, BallAgreesWithLookingAtEveryPoint)
     }
 }
 
+TEST_P(TreeClouds, NearestToALineIsTheFirstBestOfTheBall)
+{
+    std::mt19937 rng(3);
+    int found = 0;
+    for (const auto& q : m_queries) {
+        const Vector3 direction = support::RandomDirection(rng) * 1.5F;
+        for (const float radiusSq : {0.25F, 25.0F, 1e12F}) {
+            std::vector<unsigned> ball;
+            m_tree.FindInBall(ball, {q, radiusSq});
+            int expected = -1;
+            float smallest = std::numeric_limits<float>::infinity();
+            for (const unsigned i : ball) {
+                const float d = kdtree::Cross(m_cloud.points[i] - q, direction).LengthSq();
+                if (!(d < smallest)) continue;
+                smallest = d;
+                expected = static_cast<int>(i);
+            }
+            ASSERT_EQ(m_tree.FindNearestToLine({q, radiusSq}, direction), expected);
+            found += expected >= 0;
+        }
+    }
+    EXPECT_GT(found, 100);
+}
+
 TEST_P(TreeClouds, KNearestAreSortedTrueDistancesWithinTheRadius)
 {
     std::vector<IndexAndDist> found;

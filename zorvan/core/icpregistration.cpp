@@ -1,5 +1,6 @@
 #include "zorvan/core/icpregistration.h"
 
+#include "zorvan/core/icpsamples.h"
 #include "zorvan/numerics/symsolvers.h"
 #include "zorvan/platform/clogger.h"
 
@@ -155,23 +156,22 @@ float SamplePairs(const ConfigurationICP& config, float radiusSq, const Vector3*
     pairs->reserve(std::min(draws, maxReserve));
 
     double sum = 0.0;
-    for (std::size_t k = 0; k < draws; ++k) {
-        const int i = indices != nullptr ? (*indices)[k] : random();
-        Zorvan::NearestQuery query{trafo * fltPoints[i], -1, radiusSq};
+    const auto draw = [&](std::size_t k) { return indices != nullptr ? (*indices)[k] : random(); };
+    const auto find = [&](const MovedSurfel& surfel) {
+        Zorvan::NearestQuery query{surfel.point, -1, radiusSq};
         fixTree.FindNearest(query);
-        if (query.index < 0) continue;
-
-        const int j = query.index;
-        const Vector3 n = trafo.Rotate(fltNormals[i]);
-        if (checkNormals && !(kdtree::Dot(n, fixNormals[j]) > minCosine)) continue;
-
+        return query.index;
+    };
+    const auto use = [&](const MovedSurfel& surfel, int j) {
+        if (checkNormals && !(kdtree::Dot(surfel.normal, fixNormals[j]) > minCosine)) return;
         // The worse of the two planes: a pair must fit from either side.
-        const float e1 = kdtree::Dot(query.point - fixPoints[j], fixNormals[j]);
-        const float e2 = kdtree::Dot(fixPoints[j] - query.point, n);
+        const float e1 = kdtree::Dot(surfel.point - fixPoints[j], fixNormals[j]);
+        const float e2 = kdtree::Dot(fixPoints[j] - surfel.point, surfel.normal);
         const float errorSq = std::max(e1 * e1, e2 * e2);
-        pairs->push_back({j, i, query.distSq, errorSq});
+        pairs->push_back({j, surfel.fltIndex, kdtree::DistanceSq(fixPoints[j], surfel.point), errorSq});
         sum += errorSq;
-    }
+    };
+    ForEachMovedSurfel(draws, fltPoints, fltNormals, fixPoints, fixNormals, fixTree, trafo, draw, find, use);
     if (pairs->empty()) return infinity;
     std::sort(pairs->begin(), pairs->end());
     return static_cast<float>(std::sqrt(sum / static_cast<double>(pairs->size())));

@@ -2,6 +2,7 @@
 
 #include "zorvan/core/icpregistration.h"
 
+#include "zorvan/core/icpsamples.h"
 #include "zorvan/platform/clogger.h"
 
 #include <algorithm>
@@ -68,8 +69,6 @@ private:
     [[nodiscard]] float inlierRadiusSq() const;
     [[nodiscard]] float smallBigRatio();
     [[nodiscard]] float finalOverlap();
-    [[nodiscard]] int nearestToLine(const Vector3& p, const Vector3& direction,
-                                    std::vector<unsigned>& candidates) const;
 
     const ConfigurationICP& m_config;
     const Surfels m_fix;
@@ -238,34 +237,21 @@ float Run::finalOverlap()
     const auto minCosine = static_cast<float>(std::cos(m_config.dNormalAngleTolerance));
     const auto maxDistance = static_cast<float>(m_config.dMaxRMSE * twoSided99);
     const std::size_t draws = std::size_t{finalDrawsPerSample} * m_config.uiNumSamples;
-    std::vector<unsigned> candidates;
-    std::size_t overlapping = 0;
-    for (std::size_t k = 0; k < draws; ++k) {
-        const int i = m_random();
-        const auto [p, n] = m_trafo.Transform(m_flt.points[i], m_flt.normals[i]);
-        const int j = nearestToLine(p, n, candidates);
-        if (j < 0 || !(kdtree::Dot(n, m_fix.normals[j]) > minCosine)) continue;
-        const float d = kdtree::Dot(p, m_fix.normals[j]) - kdtree::Dot(m_fix.points[j], m_fix.normals[j]);
-        if (maxDistance > std::abs(d)) ++overlapping;
-    }
-    return static_cast<float>(overlapping) / static_cast<float>(draws);
-}
-
-int Run::nearestToLine(const Vector3& p, const Vector3& direction, std::vector<unsigned>& candidates) const
-{
     const auto radius = static_cast<float>(finalRadiusScaling * m_config.dMinQueryRadius);
-    candidates.clear();
-    m_fix.tree.FindInBall(candidates, {p, radius * radius});
-    int nearest = -1;
-    float smallest = infinity;
-    for (const unsigned candidate : candidates) {
-        const float distanceSq = kdtree::Cross(m_fix.points[candidate] - p, direction).LengthSq();
-        if (distanceSq < smallest) {
-            smallest = distanceSq;
-            nearest = static_cast<int>(candidate);
-        }
-    }
-    return nearest;
+    std::size_t overlapping = 0;
+    const auto draw = [this](std::size_t) { return m_random(); };
+    const auto find = [&](const MovedSurfel& surfel) {
+        return m_fix.tree.FindNearestToLine({surfel.point, radius * radius}, surfel.normal);
+    };
+    const auto use = [&](const MovedSurfel& surfel, int j) {
+        const Vector3& n = m_fix.normals[j];
+        if (!(kdtree::Dot(surfel.normal, n) > minCosine)) return;
+        const float d = kdtree::Dot(surfel.point, n) - kdtree::Dot(m_fix.points[j], n);
+        if (maxDistance > std::abs(d)) ++overlapping;
+    };
+    ForEachMovedSurfel(draws, m_flt.points, m_flt.normals, m_fix.points, m_fix.normals, m_fix.tree, m_trafo, draw, find,
+                       use);
+    return static_cast<float>(overlapping) / static_cast<float>(draws);
 }
 
 } // namespace

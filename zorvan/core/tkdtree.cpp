@@ -5,8 +5,10 @@
 #include "zorvan/platform/cpufeatures.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <bit>
+#include <cmath>
 #include <limits>
 #include <numeric>
 #include <stdexcept>
@@ -29,8 +31,8 @@ std::atomic<bool> forceBaseline{false};
 
 } // namespace
 
-const KdTreeKernels baselineKernels = {"sse4", &findNearest, &findInBall, &findKNearest<3, 48>,
-                                       &findKNearest<33, 4096>};
+const KdTreeKernels baselineKernels = {
+    "sse4", &findNearest, &findInBall, &findNearestToLine, &findKNearest<3, 48>, &findKNearest<33, 4096>};
 
 const KdTreeKernels& ActiveKernels()
 {
@@ -46,6 +48,8 @@ namespace {
 
 // Half an extent of at most 2^-22 counts as none: the points are one point.
 constexpr float coincident = 2.3841858e-7F;
+// Queries that walk down side by side: more than the loads a core keeps open.
+constexpr std::size_t walkers = 16;
 
 template <unsigned Dim>
 bool isFinite(const kdtree::Vector<Dim>& p)
@@ -102,6 +106,32 @@ Split widestSplit(const kdtree::Range<Dim>& box)
         if (half > split.halfExtent) split = {d, (box.high[d] + box.low[d]) / 2, half};
     }
     return split;
+}
+
+void prefetchBytes(const void* first, std::size_t bytes)
+{
+    constexpr std::size_t cacheLine = 64;
+    const char* p = static_cast<const char*>(first);
+    for (std::size_t offset = 0; offset < bytes; offset += cacheLine) __builtin_prefetch(p + offset);
+}
+
+// Walks some queries down side by side: while one waits for its next node, the others go on.
+template <typename Node>
+std::array<const Node*, walkers> leavesOf(const Node* nodes, const kdtree::Vector<3>* queries, std::size_t n)
+{
+    std::array<const Node*, walkers> current{};
+    std::fill_n(current.begin(), n, nodes);
+    for (bool anyMoved = true; anyMoved;) {
+        anyMoved = false;
+        for (std::size_t k = 0; k < n; ++k) {
+            const Node& node = *current[k];
+            if (node.IsLeaf()) continue;
+            current[k] = queries[k][node.splitDim] <= node.pivot ? &node + 1 : nodes + node.right;
+            __builtin_prefetch(current[k]);
+            anyMoved = true;
+        }
+    }
+    return current;
 }
 
 // Moves all items that pass to the front, with their permutation; returns how many.
@@ -202,10 +232,33 @@ void TKdTree<Dim, LeafSize>::FindNearest(NearestQuery& query) const requires(Dim
 }
 
 template <unsigned Dim, unsigned LeafSize>
+void TKdTree<Dim, LeafSize>::Prefetch(const Point* queries, std::size_t n) const requires(Dim == 3)
+{
+    constexpr std::uint32_t fitsTheCache = 100'000;
+    if (Size() <= fitsTheCache) return;
+    for (std::size_t done = 0; done < n; done += walkers) {
+        const std::size_t count = std::min(walkers, n - done);
+        const auto leaves = leavesOf(m_nodes.data(), queries + done, count);
+        for (std::size_t k = 0; k < count; ++k) {
+            const std::size_t points = std::min(leaves[k]->count, LeafSize);
+            prefetchBytes(m_coords.data() + std::size_t{leaves[k]->first} * Dim, points * Dim * sizeof(float));
+            prefetchBytes(m_permutation.data() + leaves[k]->first, points * sizeof(std::uint32_t));
+        }
+    }
+}
+
+template <unsigned Dim, unsigned LeafSize>
 void TKdTree<Dim, LeafSize>::FindInBall(std::vector<unsigned>& out, const kdtree::Ball<3>& ball) const
     requires(Dim == 3)
 {
     if (!Empty()) detail::ActiveKernels().findInBall(view(), ball, out);
+}
+
+template <unsigned Dim, unsigned LeafSize>
+int TKdTree<Dim, LeafSize>::FindNearestToLine(const kdtree::Ball<3>& ball, const kdtree::Vector<3>& direction) const
+    requires(Dim == 3)
+{
+    return Empty() ? -1 : detail::ActiveKernels().findNearestToLine(view(), ball, direction);
 }
 
 template <unsigned Dim, unsigned LeafSize>

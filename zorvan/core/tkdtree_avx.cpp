@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
+#include <limits>
 
 #define WIDE __attribute__((target("avx")))
 
@@ -55,6 +57,7 @@ struct Lanes
 
 } // namespace
 
-const KdTreeKernels avxKernels = {"avx", &findNearest, &findInBall, &findKNearest<3, 48>, &findKNearest<33, 4096>};
+const KdTreeKernels avxKernels = {
+    "avx", &findNearest, &findInBall, &findNearestToLine, &findKNearest<3, 48>, &findKNearest<33, 4096>};
 
 } // namespace Zorvan::detail

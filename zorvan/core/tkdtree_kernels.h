@@ -21,6 +21,7 @@ struct KdTreeKernels
     const char* name;
     void (*findNearest)(const TKdTree<3, 48>::View&, NearestQuery&);
     void (*findInBall)(const TKdTree<3, 48>::View&, const kdtree::Ball<3>&, std::vector<unsigned>&);
+    int (*findNearestToLine)(const TKdTree<3, 48>::View&, const kdtree::Ball<3>&, const kdtree::Vector<3>&);
     void (*findKNearest3)(const TKdTree<3, 48>::View&, const kdtree::Vector<3>&, std::vector<IndexAndDist>&,
                           std::size_t, float);
     void (*findKNearest33)(const TKdTree<33, 4096>::View&, const kdtree::Vector<33>&, std::vector<IndexAndDist>&,

@@ -54,31 +54,47 @@ WIDE inline void forEachBlock(const Leaf<Dim>& leaf, const Splat<Dim>& q, Visit 
     if (whole < leaf.count) visit(whole, squaredDistances(leaf, q.lanes, whole), Lanes::First(leaf.count - whole));
 }
 
-// The nearest point of a leaf. Each lane keeps its own best; the first point wins among equals, as if they had been
-// looked at one by one. Returns the position in the leaf, or count when none is nearer.
+// The smallest value met, and where. Each lane keeps its own; the first point wins among equals, as if they had been
+// looked at one by one.
+struct LanesMinimum
+{
+    Lanes best;
+    Lanes block = Lanes::SetBits(0);
+    Lanes touched = Lanes::SetBits(0);
+
+    WIDE explicit LanesMinimum(float below) : best(Lanes::Set1(below)) {}
+
+    WIDE void Offer(std::uint32_t i, Lanes value, Lanes mask)
+    {
+        const Lanes smaller = (value < best) & mask;
+        best = Lanes::Select(best, value, smaller);
+        block = Lanes::Select(block, Lanes::SetBits(i), smaller);
+        touched = Lanes::Select(touched, smaller, smaller);
+    }
+
+    // Position of the minimum in the leaf, its value to `value`; noPosition when nothing was below the start value.
+    [[nodiscard]] WIDE std::uint32_t Reduce(float& value) const
+    {
+        const unsigned lanes = touched.Bits();
+        if (lanes == 0) return noPosition;
+        value = best.Smallest();
+        float blocks[Lanes::width];
+        block.Store(blocks);
+        std::uint32_t position = noPosition;
+        for (unsigned equal = (best == Lanes::Set1(value)).Bits() & lanes; equal != 0; equal &= equal - 1) {
+            const auto lane = static_cast<unsigned>(std::countr_zero(equal));
+            position = std::min(position, std::bit_cast<std::uint32_t>(blocks[lane]) + lane);
+        }
+        return position;
+    }
+};
+
+// Position of the leaf's point that is nearer than distSq, if any, and its distance.
 WIDE inline std::uint32_t nearestInLeaf(const Leaf<3>& leaf, const Splat<3>& q, float& distSq)
 {
-    Lanes best = Lanes::Set1(distSq);
-    Lanes bestBlock = Lanes::SetBits(0);
-    Lanes anyNearer = Lanes::SetBits(0);
-    forEachBlock<3>(leaf, q, [&](std::uint32_t i, Lanes dist, Lanes mask) WIDE {
-        const Lanes nearer = (dist < best) & mask;
-        best = Lanes::Select(best, dist, nearer);
-        bestBlock = Lanes::Select(bestBlock, Lanes::SetBits(i), nearer);
-        anyNearer = Lanes::Select(anyNearer, nearer, nearer);
-    });
-    const unsigned touched = anyNearer.Bits();
-    if (touched == 0) return leaf.count;
-
-    distSq = best.Smallest();
-    float blocks[Lanes::width];
-    bestBlock.Store(blocks);
-    std::uint32_t position = leaf.count;
-    for (unsigned lanes = (best == Lanes::Set1(distSq)).Bits() & touched; lanes != 0; lanes &= lanes - 1) {
-        const auto lane = static_cast<unsigned>(std::countr_zero(lanes));
-        position = std::min(position, std::bit_cast<std::uint32_t>(blocks[lane]) + lane);
-    }
-    return position;
+    LanesMinimum minimum(distSq);
+    forEachBlock<3>(leaf, q, [&](std::uint32_t i, Lanes dist, Lanes mask) WIDE { minimum.Offer(i, dist, mask); });
+    return minimum.Reduce(distSq);
 }
 
 WIDE inline float boxDistanceSq(const TKdTree<3, 48>::Node& node, simd::Float4 q)
@@ -114,10 +130,12 @@ WIDE void findNearest(const TKdTree<3, 48>::View& tree, NearestQuery& query)
     std::uint32_t current = 0;
     while (true) {
         const auto& node = tree.nodes[current];
-        if (node.IsLeaf()) {
+        if (!(boxDistanceSq(node, q) < distSq)) {
+            // Nothing nearer in here. Also asked of leaves: over a dense cloud, seen from afar, most are dropped by it.
+        } else if (node.IsLeaf()) {
             const std::uint32_t position = nearestInLeaf(leafOf<48, 3>(tree, node), splat, distSq);
-            if (position != node.count) found = node.first + position;
-        } else if (boxDistanceSq(node, q) <= distSq) {
+            if (position != noPosition) found = node.first + position;
+        } else {
             const float d = node.pivot - query.point[node.splitDim];
             const bool leftFirst = d >= 0;
             waiting[numWaiting++] = {leftFirst ? node.right : current + 1, d * d};
@@ -156,12 +174,14 @@ WIDE void findInBall(const TKdTree<3, 48>::View& tree, const kdtree::Ball<3>& ba
     std::uint32_t current = 0;
     while (true) {
         const auto& node = tree.nodes[current];
-        if (node.IsLeaf()) {
-            ballInLeaf(tree, node, splat, radiusSq, out);
+        if (boxDistanceSq(node, q) > ball.radiusSq) {
+            // Nothing in reach.
         } else if (farthestCornerSq(node, q) <= ball.radiusSq) {
             const std::uint32_t* first = tree.permutation + node.first;
             out.insert(out.end(), first, first + node.count);
-        } else if (!(boxDistanceSq(node, q) > ball.radiusSq)) {
+        } else if (node.IsLeaf()) {
+            ballInLeaf(tree, node, splat, radiusSq, out);
+        } else {
             waiting[numWaiting++] = node.right;
             ++current;
             continue;
@@ -169,6 +189,104 @@ WIDE void findInBall(const TKdTree<3, 48>::View& tree, const kdtree::Ball<3>& ba
         if (numWaiting == 0) return;
         current = waiting[--numWaiting];
     }
+}
+
+// Squared distances to a line through the query, times the squared length of its direction: |(p - q) x direction|^2.
+WIDE inline Lanes lineDistances(const Leaf<3>& leaf, const Splat<3>& q, const Splat<3>& direction, std::uint32_t i)
+{
+    const float* p = leaf.coords + i;
+    const Lanes x = Lanes::Load(p) - q.lanes[0];
+    const Lanes y = Lanes::Load(p + leaf.count) - q.lanes[1];
+    const Lanes z = Lanes::Load(p + std::size_t{2} * leaf.count) - q.lanes[2];
+    const Lanes a = y * direction.lanes[2] - z * direction.lanes[1];
+    const Lanes b = z * direction.lanes[0] - x * direction.lanes[2];
+    const Lanes c = x * direction.lanes[1] - y * direction.lanes[0];
+    return (a * a + b * b) + c * c;
+}
+
+// A point in the ball that is nearest to the line through its centre.
+class LineSearch
+{
+public:
+    WIDE LineSearch(const TKdTree<3, 48>::View& tree, const kdtree::Ball<3>& ball, const kdtree::Vector<3>& direction)
+        : m_tree(tree),
+          m_ball(ball),
+          m_direction(direction),
+          m_length(direction.Length()),
+          m_q(simd::Load(&ball.center.x)),
+          m_splat(ball.center),
+          m_splatDirection(direction)
+    {
+    }
+
+    WIDE std::uint32_t Run()
+    {
+        std::uint32_t waiting[maxDepth];
+        unsigned numWaiting = 0;
+        std::uint32_t current = 0;
+        while (true) {
+            const auto& node = m_tree.nodes[current];
+            if (boxDistanceSq(node, m_q) > m_ball.radiusSq || isFartherThanFound(node)) {
+                // Nothing better in here.
+            } else if (node.IsLeaf()) {
+                visitLeaf(node);
+            } else {
+                const bool leftFirst = m_ball.center[node.splitDim] <= node.pivot;
+                waiting[numWaiting++] = leftFirst ? node.right : current + 1;
+                current = leftFirst ? current + 1 : node.right;
+                continue;
+            }
+            if (numWaiting == 0) return m_found;
+            current = waiting[--numWaiting];
+        }
+    }
+
+private:
+    // By the sphere around the box; the slack covers the rounding of both sides.
+    [[nodiscard]] WIDE bool isFartherThanFound(const TKdTree<3, 48>::Node& node) const
+    {
+        constexpr float slack = 1e-5F;
+        const kdtree::Vector<3> half = (node.high - node.low) * 0.5F;
+        const kdtree::Vector<3> off = node.low + half - m_ball.center;
+        const float radius = half.Length();
+        const float reach = (radius + slack * (radius + off.Length())) * m_length;
+        const float nearest = kdtree::Cross(off, m_direction).Length() - reach;
+        return nearest > 0 && nearest * nearest > m_smallest;
+    }
+
+    // Leaves come nearest first, but the first point in tree order wins among equals.
+    WIDE void visitLeaf(const TKdTree<3, 48>::Node& node)
+    {
+        const Leaf<3> leaf = leafOf<48, 3>(m_tree, node);
+        const Lanes radiusSq = Lanes::Set1(m_ball.radiusSq);
+        LanesMinimum minimum(std::nextafter(m_smallest, std::numeric_limits<float>::infinity()));
+        forEachBlock<3>(leaf, m_splat, [&](std::uint32_t i, Lanes dist, Lanes mask) WIDE {
+            const Lanes inside = (dist <= radiusSq) & mask;
+            minimum.Offer(i, lineDistances(leaf, m_splat, m_splatDirection, i), inside);
+        });
+        float value = 0.0F;
+        const std::uint32_t position = minimum.Reduce(value);
+        if (position == noPosition) return;
+        if (value < m_smallest || node.first + position < m_found) m_found = node.first + position;
+        m_smallest = value;
+    }
+
+    const TKdTree<3, 48>::View& m_tree;
+    const kdtree::Ball<3>& m_ball;
+    const kdtree::Vector<3>& m_direction;
+    const float m_length;
+    const simd::Float4 m_q;
+    const Splat<3> m_splat;
+    const Splat<3> m_splatDirection;
+    float m_smallest = std::numeric_limits<float>::infinity();
+    std::uint32_t m_found = noPosition;
+};
+
+WIDE int findNearestToLine(const TKdTree<3, 48>::View& tree, const kdtree::Ball<3>& ball,
+                           const kdtree::Vector<3>& direction)
+{
+    const std::uint32_t found = LineSearch(tree, ball, direction).Run();
+    return found == noPosition ? -1 : static_cast<int>(tree.permutation[found]);
 }
 
 // k nearest with incremental distances (Arya and Mount, DCC 1993): `offset` holds, dimension by dimension, how far the
