@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Installs the packages that building, testing and benchmarking need; does nothing when all are there.
+# Debian 12 or a system with the same package names. Needs root or sudo only when something is missing.
+set -euo pipefail
+
+packages=(
+    build-essential cmake ninja-build ccache pkg-config python3  # tools of the build
+    libfmt-dev libspdlog-dev libutfcpp-dev                       # the library
+    libcli11-dev nlohmann-json3-dev libassimp-dev libeigen3-dev  # the program
+    libgtest-dev libgmock-dev                                    # tests
+    libbenchmark-dev libnanoflann-dev                            # benchmarks
+    clang-format clang-tidy                                      # checks of CI
+)
+
+missing=()
+for package in "${packages[@]}"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "installing: ${missing[*]}"
+root=()
+[ "$(id -u)" -eq 0 ] || root=(sudo)
+export DEBIAN_FRONTEND=noninteractive
+"${root[@]}" apt-get update -qq
+"${root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

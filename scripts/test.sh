@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds and runs every test.
+#
+#   scripts/test.sh            the release preset
+#   scripts/test.sh asan       another preset: debug, asan, tsan
+#
+# Tests on real scans run when ZORVAN_DATA names the folder that holds them, and say so when they are skipped.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+preset=${1:-release}
+
+scripts/bootstrap.sh
+cmake --preset "$preset" >/dev/null
+cmake --build --preset "$preset"
+ctest --preset "$preset" -j "$(nproc)"

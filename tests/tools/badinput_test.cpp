@@ -1,0 +1,151 @@
+#include "workfolder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+namespace {
+
+std::string repeated(const std::string& line, int times)
+{
+    std::string text;
+    text.reserve(line.size() * static_cast<std::size_t>(times));
+    for (int i = 0; i < times; ++i) text += line;
+    return text;
+}
+
+const std::string plyHead = "ply\nformat ascii 1.0\nelement vertex ";
+const std::string plyXyz = "\nproperty float x\nproperty float y\nproperty float z\n";
+
+/// A floating scan that cannot be used, and words that the one line about it has to hold.
+struct BadScan
+{
+    std::string name;
+    std::string bytes;
+    std::string words;
+};
+
+const BadScan badScans[] = {
+    {"empty.ply", "", "empty"},
+    {"other.ply", "solid", "line 1"},
+    {"cut.ply",
+     "ply\nformat binary_little_endian 1.0\nelement vertex 9" + plyXyz + "end_header\n" + std::string(50, 'a'),
+     "promises 9 entries of \"vertex\" (at least 108 bytes), the file holds 50"},
+    {"huge.ply", "ply\nformat binary_big_endian 1.0\nelement vertex 2147483647" + plyXyz + "end_header\n", "truncated"},
+    {"more.ply", plyHead + "4000000000" + plyXyz + "end_header\n", "line 3"},
+    {"ascii.ply", plyHead + "4" + plyXyz + "end_header\n0 0 0\n1 0 0\n0 x 0\n1 1 1\n",
+     "line 10: \"x\" is not a number"},
+    {"face.ply",
+     plyHead + "3" + plyXyz +
+         "element face 1\nproperty list uchar int vertex_indices\nend_header\n"
+         "0 0 0\n1 0 0\n0 1 0\n3 0 1 3\n",
+     "index 3 of 3 vertices"},
+    {"flat.ply", plyHead + "1\nproperty float x\nproperty float y\nend_header\n0 0\n", "x, y and z"},
+    {"list.ply",
+     "ply\nformat binary_little_endian 1.0\nelement vertex 0" + plyXyz +
+         "element face 1\nproperty list uint int vertex_indices\nend_header\n\xff\xff\xff\xff",
+     "truncated"},
+    {"cut.stl", std::string(80, ' ') + std::string("\x02\0\0\0", 4) + std::string(99, ' '), "promises 2 triangles"},
+    {"short.stl", "abc", "truncated"},
+    {"wrong.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 99999999\n", "wrong.obj"},
+    {"nothing.obj", "# nothing\n", "nothing.obj"},
+    {"columns.xyz", "1 2 3\n1 2\n", "line 2: fewer than 3 columns"},
+    {"words.xyz", "1 2 three\n", "line 1: \"three\" is not a number"},
+    {"blank.xyz", "\n# only a comment\n", "holds no point"},
+    {"nan.xyz", repeated("nan nan nan\n", 1000), "0 of 1000 points have finite coordinates"},
+    {"large.xyz", repeated("1e30 2e30 3e30\n", 1000), "0 of 1000 points have finite coordinates"},
+    {"equal.xyz", repeated("1 2 3\n", 1000000), "only 1 of 1000000 points are at places of their own"},
+    {"line.xyz", "0 0 0\n1 0 0\n2 0 0\n3 0 0\n4 0 0\n5 0 0\n6 0 0\n7 0 0\n", "0 of 8 points have a normal"},
+    {"a.doc", "1 2 3\n", "unknown kind"},
+};
+
+const std::string identity = "[[1,0,0,0],[0,1,0,0],[0,0,1,0],[0,0,0,1]]";
+
+void expectRefused(const WorkFolder::Outcome& outcome, const std::string& words)
+{
+    EXPECT_EQ(outcome.exitCode, 2) << words;
+    EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+    EXPECT_NE(outcome.err.find(words), std::string::npos) << outcome.err;
+    EXPECT_EQ(outcome.out, "") << words;
+}
+
+/// A good fixed scan with an old result beside it.
+class BadInput : public testing::Test
+{
+protected:
+    BadInput()
+    {
+        std::string points;
+        for (int i = 0; i < 400; ++i)
+            points += std::to_string(i % 20) + " " + std::to_string(i / 20) + " " + std::to_string((i * i) % 7) + "\n";
+        folder.Write("fix.xyz", points);
+        folder.Write("old.json", "old");
+    }
+
+    void WritePose(const std::string& name) const
+    {
+        folder.Write("p.json",
+                     "{\"clusters\": [{\"scans\": [{\"file\": \"" + name + "\", \"pose\": " + identity + "}]}]}");
+    }
+
+    WorkFolder folder;
+};
+
+TEST_F(BadInput, OfEveryKindIsRefusedInOneLine)
+{
+    for (const BadScan& scan : badScans) {
+        folder.Write(scan.name, scan.bytes);
+        WritePose(scan.name);
+        const auto outcome = folder.Run("align fix.xyz " + scan.name + " --initial p.json -o old.json");
+        expectRefused(outcome, scan.words);
+        EXPECT_NE(outcome.err.find(scan.name), std::string::npos) << outcome.err;
+        EXPECT_EQ(folder.Read("old.json"), "old");
+    }
+}
+
+TEST_F(BadInput, OfTheCallIsRefusedInOneLine)
+{
+    folder.Write("flt.xyz", folder.Read("fix.xyz"));
+    WritePose("flt.xyz");
+    const struct
+    {
+        std::string arguments;
+        std::string words;
+    } cases[] = {
+        {"", "--help"},
+        {"align fix.xyz", "FLT"},
+        {"align fix.xyz flt.xyz", "--initial POSES.json"},
+        {"align fix.xyz missing.xyz --initial p.json", "no pose of missing.xyz"},
+        {"align missing.xyz flt.xyz --initial p.json", "missing.xyz: no such file"},
+        {"align fix.xyz flt.xyz --initial missing.json", "missing.json: no such file"},
+        {"align . flt.xyz --initial p.json", "not a file"},
+        {"align flt.xyz ./flt.xyz --initial p.json", "both scans are named"},
+        {"align fix.xyz flt.xyz --initial p.json -o no/such/out.json", "no/such/out.json: cannot be written"},
+        {"align fix.xyz flt.xyz --initial p.json -o .", "not a file"},
+        {"align fix.xyz flt.xyz --initial p.json --scale 0", "--scale"},
+        {"align fix.xyz flt.xyz --initial p.json --grid fine", "--grid"},
+        {"align fix.xyz flt.xyz --initial p.json --sensor 1,2", "--sensor"},
+        {"align fix.xyz flt.xyz --initial p.json --log loud", "--log"},
+        {"simulate -o old.json", "old.json: cannot be written"},
+        {"simulate -o new --views 0", "--views"},
+        {"simulate -o new --rough 5", "--rough"},
+        {"evaluate p.json old.json", "no JSON"},
+    };
+    for (const auto& c : cases) expectRefused(folder.Run(c.arguments), c.words);
+    EXPECT_EQ(folder.Read("old.json"), "old");
+    EXPECT_FALSE(std::filesystem::exists(folder / "new"));
+}
+
+TEST_F(BadInput, OfOnePointIsDroppedWithAWarning)
+{
+    folder.Write("flt.xyz", "nan 0 0\n" + folder.Read("fix.xyz"));
+    WritePose("flt.xyz");
+    const std::string warning = "flt.xyz: of 401 points, dropped 1 that are not finite";
+    const auto outcome = folder.Run("align fix.xyz flt.xyz --initial p.json");
+    EXPECT_LT(outcome.exitCode, 2);
+    EXPECT_NE(outcome.err.find(warning), std::string::npos) << outcome.err;
+    EXPECT_EQ(folder.Run("align fix.xyz flt.xyz --initial p.json --quiet").err, "");
+}
+
+} // namespace

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace tools {
+
+/// Exit codes of the program.
+enum EExit : int
+{
+    Done = 0,
+    NotEveryScan = 1, ///< finished, but not every scan found its place
+    WrongInput = 2    ///< wrong call or unreadable input
+};
+
+/// Each adds its subcommand with options and help. When the user calls it, it runs at the end of parsing and leaves the
+/// exit code; wrong input is thrown as CInputError.
+void AddAlign(CLI::App& app, int& exitCode);
+void AddSimulate(CLI::App& app, int& exitCode);
+void AddEvaluate(CLI::App& app, int& exitCode);
+
+} // namespace tools

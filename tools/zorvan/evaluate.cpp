@@ -1,0 +1,98 @@
+#include "commands.h"
+#include "inputerror.h"
+#include "options.h"
+#include "poseerrors.h"
+#include "posesfile.h"
+
+#include <algorithm>
+#include <iomanip>
+#include <iostream>
+#include <limits>
+#include <memory>
+#include <string>
+
+namespace tools {
+
+namespace {
+
+struct EvaluateOptions
+{
+    std::string poses;
+    std::string truth;
+    double dMaxDegrees = std::numeric_limits<double>::infinity();
+    double dMaxMm = std::numeric_limits<double>::infinity();
+    GeneralOptions general;
+};
+
+const char* wordFor(EPlace place)
+{
+    switch (place) {
+    case EPlace::Reference:
+        return "reference";
+    case EPlace::Alone:
+        return "alone in its cluster";
+    default:
+        return "no pose";
+    }
+}
+
+void printTable(const PoseErrors& errors)
+{
+    std::size_t width = 4;
+    for (const PoseError& scan : errors.scans) width = std::max(width, scan.file.size());
+    const auto name = [width](const std::string& text) { return text + std::string(width - text.size() + 2, ' '); };
+    std::cout << name("scan") << "   degrees         mm\n" << std::fixed;
+    for (const PoseError& scan : errors.scans) {
+        std::cout << name(scan.file);
+        if (scan.ePlace != EPlace::Measured)
+            std::cout << wordFor(scan.ePlace) << '\n';
+        else
+            std::cout << std::setprecision(5) << std::setw(10) << scan.dDegrees << ' ' << std::setw(10) << scan.dMm
+                      << '\n';
+    }
+}
+
+void printSummary(const PoseErrors& errors)
+{
+    const auto placed = std::count_if(errors.scans.begin(), errors.scans.end(), [](const PoseError& scan) {
+        return scan.ePlace == EPlace::Measured || scan.ePlace == EPlace::Reference;
+    });
+    std::cout << placed << " of " << errors.scans.size() << " scans have a place";
+    if (errors.uiMeasured > 0)
+        std::cout << std::fixed << std::setprecision(5) << "; median " << errors.dMedianDegrees << " degrees, "
+                  << errors.dMedianMm << " mm; worst " << errors.dWorstDegrees << " degrees, " << errors.dWorstMm
+                  << " mm";
+    std::cout << '\n';
+}
+
+int evaluate(const EvaluateOptions& options)
+{
+    options.general.Apply();
+    const PoseErrors errors = ComparePoses(ReadPoses(options.poses), ReadPoses(options.truth));
+    if (errors.scans.empty()) throw CInputError(options.truth, "holds no pose", "give the true poses");
+    if (!options.general.isQuiet) printTable(errors);
+    printSummary(errors);
+    const bool isNear = errors.dWorstDegrees <= options.dMaxDegrees && errors.dWorstMm <= options.dMaxMm;
+    return errors.isComplete && isNear ? Done : NotEveryScan;
+}
+
+} // namespace
+
+void AddEvaluate(CLI::App& app, int& exitCode)
+{
+    const auto options = std::make_shared<EvaluateOptions>();
+    CLI::App* const command = app.add_subcommand("evaluate", "Errors of poses against the true ones, scan by scan");
+    command->add_option("POSES.json", options->poses, "Poses to judge")->required();
+    command->add_option("TRUTH.json", options->truth, "True poses; scans are matched by file name")->required();
+    command->add_option("--max-degrees", options->dMaxDegrees, "Exit code 1 when a rotation is further off");
+    command->add_option("--max-mm", options->dMaxMm, "Exit code 1 when a translation is further off");
+    options->general.AddTo(*command, "Accepted for all commands; evaluating uses one");
+    command->footer("Exit code 0: every scan of the truth has a place, within the limits; 1: not so.\n"
+                    "In each cluster, poses are compared relative to its first scan.\n\n"
+                    "Examples:\n"
+                    "  zorvan evaluate poses.json demo/truth.json\n"
+                    "  zorvan evaluate poses.json demo/truth.json --max-degrees 0.1 --max-mm 0.05");
+    command->callback([options, &exitCode] { exitCode = evaluate(*options); });
+}
+
+} // namespace tools

@@ -1,0 +1,90 @@
+#include "options.h"
+
+#include "inputerror.h"
+#include "textnumber.h"
+
+#include "zorvan/platform/clogger.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <iostream>
+#include <string_view>
+
+namespace tools {
+
+namespace {
+
+constexpr std::array<std::string_view, 6> levels{"trace", "debug", "info", "warn", "error", "fatal"};
+
+double positive(const std::string& option, double value)
+{
+    if (!(value > 0.0) || !std::isfinite(value))
+        throw CInputError(option + " must be a positive number; leave it out for the default");
+    return value;
+}
+
+} // namespace
+
+void GeneralOptions::AddTo(CLI::App& command, const std::string& threadsHelp)
+{
+    command.add_option("--threads", uiNumThreads, threadsHelp)->check(CLI::Range(1, 1024));
+    command.add_flag("--quiet", isQuiet, "Print the result and errors only");
+    command.add_option("--log", logLevel, "What the library tells: trace, debug, info, warn, error or fatal");
+}
+
+void GeneralOptions::Apply() const
+{
+    const std::string_view wanted = !logLevel.empty() ? std::string_view(logLevel) : isQuiet ? "error" : "warn";
+    const auto* const found = std::find(levels.begin(), levels.end(), wanted);
+    if (found == levels.end())
+        throw CInputError("--log: \"" + logLevel + "\" is none of trace, debug, info, warn, error and fatal");
+    Logging::SetLogLevel(static_cast<Logging::ELogLevel>(found - levels.begin()));
+}
+
+void ScanFileOptions::AddTo(CLI::App& command)
+{
+    command.add_option("--scale", dMmPerUnit, "Millimetres per unit of the scan files; 1000 for metres (default 1)");
+    command.add_option("--grid", grid,
+                       "Typical point distance, in file units; all settings grow with it (default auto)");
+    command.add_option("--sensor", sensor,
+                       "Where the sensor stood, x,y,z in file units; computed normals turn toward it\n"
+                       "(default: far along +z)");
+}
+
+ScanOptions ScanFileOptions::ToScanOptions() const
+{
+    ScanOptions options{positive("--scale", dMmPerUnit), std::nullopt};
+    if (sensor.empty()) return options;
+    const std::vector<double> xyz = ParseNumbers("--sensor", sensor, 3);
+    options.sensor = Vector3(ToFloat(xyz[0]), ToFloat(xyz[1]), ToFloat(xyz[2]));
+    return options;
+}
+
+std::optional<double> ScanFileOptions::ToGrid() const
+{
+    if (grid == "auto") return std::nullopt;
+    return positive("--grid", ParseNumbers("--grid", grid, 1).front() * dMmPerUnit);
+}
+
+std::vector<double> ParseNumbers(const std::string& option, const std::string& text, std::size_t count)
+{
+    std::vector<double> numbers;
+    std::string_view rest = text;
+    for (std::string_view word = NextWord(rest, ","); !word.empty(); word = NextWord(rest, ",")) {
+        const std::optional<double> number = ParseNumber(word);
+        if (!number || !std::isfinite(*number)) break;
+        numbers.push_back(*number);
+    }
+    if (numbers.size() != count || !rest.empty())
+        throw CInputError(option + ": \"" + text + "\" is not " + std::to_string(count) +
+                          (count == 1 ? " number" : " numbers with commas between"));
+    return numbers;
+}
+
+void Tell(const std::string& text, bool isQuiet)
+{
+    if (!isQuiet && !text.empty()) std::cerr << text << '\n';
+}
+
+} // namespace tools

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "scanreader.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tools {
+
+/// What every subcommand takes.
+struct GeneralOptions
+{
+    bool isQuiet = false;
+    unsigned uiNumThreads = 1;
+    std::string logLevel; ///< empty: warn, or error when quiet
+
+    /// @param threadsHelp  what the number of threads does in this subcommand
+    void AddTo(CLI::App& command, const std::string& threadsHelp);
+    /// Passes the level on to the library. @throws CInputError for an unknown one
+    void Apply() const;
+};
+
+/// How the files of scans are to be understood.
+struct ScanFileOptions
+{
+    double dMmPerUnit = 1.0;
+    std::string grid = "auto";
+    std::string sensor;
+
+    void AddTo(CLI::App& command);
+    /// @throws CInputError when a value makes no sense
+    [[nodiscard]] ScanOptions ToScanOptions() const;
+    /// In millimetres; nothing for "auto". @throws CInputError
+    [[nodiscard]] std::optional<double> ToGrid() const;
+};
+
+/// Exactly `count` finite numbers, separated by commas. @throws CInputError that names the option
+[[nodiscard]] std::vector<double> ParseNumbers(const std::string& option, const std::string& text, std::size_t count);
+
+/// One line on standard error for the user; nothing when `text` is empty or `isQuiet`.
+void Tell(const std::string& text, bool isQuiet);
+
+} // namespace tools

@@ -1,0 +1,47 @@
+#include "progress.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+#include <utility>
+
+namespace tools {
+
+namespace {
+
+constexpr std::size_t uiWidth = 40;
+
+} // namespace
+
+CProgress::CProgress(std::string what, std::size_t steps, bool isQuiet)
+    : m_what(std::move(what)),
+      m_steps(std::max<std::size_t>(1, steps)),
+      m_isShown(!isQuiet && ::isatty(STDERR_FILENO) != 0)
+{
+    draw();
+}
+
+CProgress::~CProgress() { Finish(); }
+
+void CProgress::Finish()
+{
+    if (m_isShown) std::cerr << "\r\x1b[K" << std::flush;
+    m_isShown = false;
+}
+
+void CProgress::Step()
+{
+    m_done = std::min(m_done + 1, m_steps);
+    draw();
+}
+
+void CProgress::draw() const
+{
+    if (!m_isShown) return;
+    const std::size_t filled = uiWidth * m_done / m_steps;
+    std::cerr << '\r' << m_what << " [" << std::string(filled, '#') << std::string(uiWidth - filled, '.') << "] "
+              << m_done << '/' << m_steps << std::flush;
+}
+
+} // namespace tools

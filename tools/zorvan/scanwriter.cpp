@@ -1,0 +1,52 @@
+#include "scanwriter.h"
+
+#include "atomicfile.h"
+#include "vectors.h"
+
+#include <bit>
+#include <cstdint>
+#include <string>
+
+namespace tools {
+
+namespace {
+
+void append(std::string& bytes, std::uint32_t value)
+{
+    for (unsigned shift = 0; shift < 32; shift += 8) bytes.push_back(static_cast<char>(value >> shift));
+}
+
+void append(std::string& bytes, const Vector3& v, double factor)
+{
+    for (const float value : {v.x, v.y, v.z})
+        append(bytes, std::bit_cast<std::uint32_t>(ToFloat(static_cast<double>(value) * factor)));
+}
+
+std::string headerOf(const Scan& scan)
+{
+    std::string header = "ply\nformat binary_little_endian 1.0\nelement vertex " + std::to_string(scan.points.size()) +
+                         "\nproperty float x\nproperty float y\nproperty float z\n";
+    if (!scan.normals.empty()) header += "property float nx\nproperty float ny\nproperty float nz\n";
+    if (!scan.faces.empty())
+        header += "element face " + std::to_string(scan.faces.size()) + "\nproperty list uchar int vertex_indices\n";
+    return header + "end_header\n";
+}
+
+} // namespace
+
+void WritePly(const std::filesystem::path& file, const Scan& scan, double unitsPerMm)
+{
+    std::string bytes = headerOf(scan);
+    bytes.reserve(bytes.size() + scan.points.size() * 24 + scan.faces.size() * 13);
+    for (std::size_t i = 0; i < scan.points.size(); ++i) {
+        append(bytes, scan.points[i], unitsPerMm);
+        if (!scan.normals.empty()) append(bytes, scan.normals[i], 1.0);
+    }
+    for (const Face& face : scan.faces) {
+        bytes.push_back('\3');
+        for (const std::uint32_t corner : face) append(bytes, corner);
+    }
+    WriteFileAtomically(file, bytes);
+}
+
+} // namespace tools

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "scan.h"
+
+#include <filesystem>
+
+namespace tools {
+
+/// Writes points, normals when there are any, and faces as binary little-endian PLY, whole or not at all.
+/// @param unitsPerMm  factor from the scan's millimetres to the unit of the file
+/// @throws CInputError when the file cannot be written
+void WritePly(const std::filesystem::path& file, const Scan& scan, double unitsPerMm = 1.0);
+
+} // namespace tools

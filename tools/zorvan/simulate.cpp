@@ -1,0 +1,122 @@
+#include "atomicfile.h"
+#include "commands.h"
+#include "inputerror.h"
+#include "options.h"
+#include "posesfile.h"
+#include "progress.h"
+#include "scanwriter.h"
+#include "textnumber.h"
+#include "virtualscanner.h"
+
+#include <cmath>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tools {
+
+namespace {
+
+struct SimulateOptions
+{
+    std::filesystem::path folder;
+    std::size_t uiNumPoints = 0; ///< a view; 0: by the default pixel spacing
+    std::string rough = "5,1";
+    VirtualScannerSettings scanner;
+    GeneralOptions general;
+};
+
+std::string nameOf(unsigned view) { return (view < 10 ? "view0" : "view") + std::to_string(view); }
+
+/// Poses of all views in the frame of the first one.
+std::vector<prereg::CTrafo> posesInFirst(const CVirtualScanner& scanner)
+{
+    const prereg::CTrafo toFirst = scanner.GetPose(0).GetInverse(true);
+    std::vector<prereg::CTrafo> poses{prereg::CTrafo::Identity()};
+    for (unsigned view = 1; view < scanner.GetSettings().uiNumViews; ++view)
+        poses.push_back(toFirst * scanner.GetPose(view));
+    return poses;
+}
+
+PosesFile toFile(const std::vector<prereg::CTrafo>& poses, const std::string& id)
+{
+    PoseCluster cluster{id, true, {}};
+    for (unsigned view = 0; view < poses.size(); ++view)
+        cluster.scans.push_back({nameOf(view) + ".ply", nameOf(view), poses[view], {}});
+    return {1.0, {cluster}};
+}
+
+void checkNoise(double noise)
+{
+    if (!(noise >= 0.0) || !(noise <= 10.0)) throw CInputError("--noise must be between 0 and 10 millimetres");
+}
+
+std::size_t writeViews(const SimulateOptions& options, const CVirtualScanner& scanner)
+{
+    std::size_t points = 0;
+    CProgress progress("scanning", scanner.GetSettings().uiNumViews, options.general.isQuiet);
+    for (unsigned view = 0; view < scanner.GetSettings().uiNumViews; ++view) {
+        Scan scan = scanner.Render(view).scan;
+        points += scan.points.size();
+        scan.normals.clear(); // as from a scanner: readers take them from the faces
+        WritePly(options.folder / (nameOf(view) + ".ply"), scan);
+        progress.Step();
+    }
+    progress.Finish();
+    return points;
+}
+
+int simulate(const SimulateOptions& options)
+{
+    options.general.Apply();
+    checkNoise(options.scanner.dNoise);
+    const std::vector<double> rough = ParseNumbers("--rough", options.rough, 2);
+    MakeFolder(options.folder);
+    RequireWritable(options.folder / "truth.json");
+
+    VirtualScannerSettings settings = options.scanner;
+    settings.uiNumThreads = options.general.uiNumThreads;
+    if (options.uiNumPoints > 0) settings.dPixelSpacing = CVirtualScanner(settings).FindSpacing(options.uiNumPoints);
+    const CVirtualScanner scanner(settings);
+    const std::size_t points = writeViews(options, scanner);
+
+    const std::vector<prereg::CTrafo> truth = posesInFirst(scanner);
+    const Vector3 middle = scanner.GetPose(0).GetInverse(true) * Vector3(0, 0, 0);
+    WritePoses(options.folder / "truth.json", toFile(truth, "truth"));
+    WritePoses(options.folder / "rough.json",
+               toFile(DisturbPoses(truth, middle, rough[0], rough[1], settings.uiSeed), "rough"));
+    std::cout << settings.uiNumViews << " scans with " << points
+              << " points, truth.json and rough.json (start poses off by " << ToText(rough[0]) << " degrees and "
+              << ToText(rough[1]) << " mm) are in " << options.folder.string() << '\n';
+    return Done;
+}
+
+} // namespace
+
+void AddSimulate(CLI::App& app, int& exitCode)
+{
+    const auto options = std::make_shared<SimulateOptions>();
+    CLI::App* const command =
+        app.add_subcommand("simulate", "A virtual scanner: scans of a row of teeth with known poses");
+    command
+        ->add_option("-o,--output", options->folder, "Folder for view00.ply, view01.ply, ..., truth.json, rough.json")
+        ->required();
+    command->add_option("--views", options->scanner.uiNumViews, "Number of scans (default 6)")
+        ->check(CLI::Range(1, 1000));
+    command->add_option("--noise", options->scanner.dNoise, "Standard deviation along the ray in mm (default 0.01)");
+    command->add_option("--seed", options->scanner.uiSeed,
+                        "Another seed gives another object and other views (default 1)");
+    command->add_option("--points", options->uiNumPoints, "About so many points a scan (default: pixels 0.12 mm apart)")
+        ->check(CLI::Range(100, 20000000));
+    command->add_option("--rough", options->rough,
+                        "Turn in degrees and shift in mm of the start poses in rough.json,\n"
+                        "all but the first one's (default 5,1)");
+    options->general.AddTo(*command, "Threads that scan; the files do not depend on it (default 1)");
+    command->footer("Examples:\n"
+                    "  zorvan simulate -o demo\n"
+                    "  zorvan simulate -o big --views 2 --points 4000000 --threads 8");
+    command->callback([options, &exitCode] { exitCode = simulate(*options); });
+}
+
+} // namespace tools
