@@ -14,7 +14,6 @@ namespace prereg {
 
 namespace {
 
-using kdtree::Vector;
 using Vector3 = CTrafo::Vector3;
 
 // Below this determinant a matrix counts as singular (single-precision epsilon).

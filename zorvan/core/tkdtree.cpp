@@ -216,33 +216,39 @@ void TKdTree<Dim, LeafSize>::storeLeaf(const std::vector<Point>& points, std::ui
 template <unsigned Dim, unsigned LeafSize>
 kdtree::Range<3> TKdTree<Dim, LeafSize>::GetAABB() const requires(Dim == 3)
 {
-    if (Empty()) return kdtree::EmptyRange();
-    const Node& root = m_nodes.front();
-    if (root.IsLeaf()) return {root.low, root.high};
-    // By centre and half extent, as the box of a large set has always been told.
-    const auto center = (root.high + root.low) * 0.5F;
-    const auto half = (root.high - root.low) * 0.5F;
-    return {center - half, center + half};
+    if constexpr (isSpatial) {
+        if (Empty()) return kdtree::EmptyRange();
+        const Node& root = m_nodes.front();
+        if (root.IsLeaf()) return {root.low, root.high};
+        // By centre and half extent, as the box of a large set has always been told.
+        const auto center = (root.high + root.low) * 0.5F;
+        const auto half = (root.high - root.low) * 0.5F;
+        return {center - half, center + half};
+    }
 }
 
 template <unsigned Dim, unsigned LeafSize>
 void TKdTree<Dim, LeafSize>::FindNearest(NearestQuery& query) const requires(Dim == 3)
 {
-    if (!Empty()) detail::ActiveKernels().findNearest(view(), query);
+    if constexpr (isSpatial) {
+        if (!Empty()) detail::ActiveKernels().findNearest(view(), query);
+    }
 }
 
 template <unsigned Dim, unsigned LeafSize>
 void TKdTree<Dim, LeafSize>::Prefetch(const Point* queries, std::size_t n) const requires(Dim == 3)
 {
-    constexpr std::uint32_t fitsTheCache = 100'000;
-    if (Size() <= fitsTheCache) return;
-    for (std::size_t done = 0; done < n; done += walkers) {
-        const std::size_t count = std::min(walkers, n - done);
-        const auto leaves = leavesOf(m_nodes.data(), queries + done, count);
-        for (std::size_t k = 0; k < count; ++k) {
-            const std::size_t points = std::min(leaves[k]->count, LeafSize);
-            prefetchBytes(m_coords.data() + std::size_t{leaves[k]->first} * Dim, points * Dim * sizeof(float));
-            prefetchBytes(m_permutation.data() + leaves[k]->first, points * sizeof(std::uint32_t));
+    if constexpr (isSpatial) {
+        constexpr std::uint32_t fitsTheCache = 100'000;
+        if (Size() <= fitsTheCache) return;
+        for (std::size_t done = 0; done < n; done += walkers) {
+            const std::size_t count = std::min(walkers, n - done);
+            const auto leaves = leavesOf(m_nodes.data(), queries + done, count);
+            for (std::size_t k = 0; k < count; ++k) {
+                const std::size_t points = std::min(leaves[k]->count, LeafSize);
+                prefetchBytes(m_coords.data() + std::size_t{leaves[k]->first} * Dim, points * Dim * sizeof(float));
+                prefetchBytes(m_permutation.data() + leaves[k]->first, points * sizeof(std::uint32_t));
+            }
         }
     }
 }
@@ -251,14 +257,18 @@ template <unsigned Dim, unsigned LeafSize>
 void TKdTree<Dim, LeafSize>::FindInBall(std::vector<unsigned>& out, const kdtree::Ball<3>& ball) const
     requires(Dim == 3)
 {
-    if (!Empty()) detail::ActiveKernels().findInBall(view(), ball, out);
+    if constexpr (isSpatial) {
+        if (!Empty()) detail::ActiveKernels().findInBall(view(), ball, out);
+    }
 }
 
 template <unsigned Dim, unsigned LeafSize>
 int TKdTree<Dim, LeafSize>::FindNearestToLine(const kdtree::Ball<3>& ball, const kdtree::Vector<3>& direction) const
     requires(Dim == 3)
 {
-    return Empty() ? -1 : detail::ActiveKernels().findNearestToLine(view(), ball, direction);
+    if constexpr (isSpatial) {
+        return Empty() ? -1 : detail::ActiveKernels().findNearestToLine(view(), ball, direction);
+    }
 }
 
 template <unsigned Dim, unsigned LeafSize>

@@ -39,6 +39,8 @@ class ZORVAN_API TKdTree
 {
 public:
     using Point = kdtree::Vector<Dim>;
+    /// What follows with `requires(Dim == 3)` exists for points in space only.
+    static constexpr bool isSpatial = Dim == 3;
 
     /// One record for both kinds of node. Children and ranges are positions in the tree's own arrays, so that a copy of
     /// the tree is a copy of its arrays.

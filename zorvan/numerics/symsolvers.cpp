@@ -353,7 +353,7 @@ void TrafoJacobian(double* const J, const double* const point, const double* con
     // dR/da p = R (0, -z, y); dR/db p = Rz dRy Rx p; dR/dc p = (-(R p).y, (R p).x, 0).
     const double afterX = sa * y + ca * z;
     const double alongB = -sb * x + cb * afterX;
-    for (int i = 0; i < 3; ++i) {
+    for (std::ptrdiff_t i = 0; i < 3; ++i) {
         double* row = J + 9 * i;
         row[0] = R[i][2] * y - R[i][1] * z;
         std::fill_n(row + 3, 3, 0.0);
@@ -376,8 +376,8 @@ void PropagateTrafoErrors(bool full, double* out, const double* const sigma, con
     double J[27];
     TrafoJacobian(J, point, angles);
 
-    for (int i = 0; i < 3; ++i) {
-        for (int j = full ? 0 : i; j <= i; ++j) {
+    for (std::ptrdiff_t i = 0; i < 3; ++i) {
+        for (std::ptrdiff_t j = full ? 0 : i; j <= i; ++j) {
             double variance = rowTimesCovariance(J + 9 * i, C, J + 9 * j);
             for (int k = 0; k < 3; ++k) variance += J[9 * i + 6 + k] * J[9 * j + 6 + k] * (sigma[k] * sigma[k]);
             *out++ = variance;
