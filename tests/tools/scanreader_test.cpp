@@ -116,7 +116,8 @@ INSTANTIATE_TEST_SUITE_P(All, PlyFormats,
                                          PlyCase{"binary_little_endian", "char", "uint", "uchar"},
                                          PlyCase{"binary_big_endian", "float", "uchar", "uint"},
                                          PlyCase{"binary_big_endian", "short", "int", "ushort"},
-                                         PlyCase{"binary_big_endian", "double", "char", "char"}));
+                                         PlyCase{"binary_big_endian", "double", "char", "char"}),
+                         [](const auto& test) { return std::string(test.param.format) + "_" + test.param.scalar; });
 
 TEST_P(PlyFormats, GiveTheSameScan)
 {
