@@ -1,0 +1,33 @@
+#pragma once
+
+#include "zorvan/platform/export.h"
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+namespace Zorvan {
+
+/// A SHA-1 digest (FIPS 180-4), to recognise data again; not a protection against forgery.
+///
+/// The text form writes the LOW nibble of each byte first, unlike other tools: stored digests rely on it.
+class ZORVAN_API CSHA1
+{
+public:
+    /// The digest of `size` bytes. A null pointer counts as no data. Reentrant.
+    [[nodiscard]] static CSHA1 Compute(const void* data, std::uint64_t size);
+
+    /// 40 lower-case hexadecimal digits.
+    [[nodiscard]] std::string ToString() const;
+    [[nodiscard]] std::wstring ToWString() const;
+    /// Writes 40 characters and a NUL.
+    void LoadStringW(char* out) const;
+    void LoadStringW(wchar_t* out) const;
+
+    [[nodiscard]] bool operator==(const CSHA1& other) const = default;
+
+private:
+    std::array<std::uint8_t, 20> m_digest{};
+};
+
+} // namespace Zorvan
