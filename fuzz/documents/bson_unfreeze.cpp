@@ -1,0 +1,76 @@
+#include "fuzz/law.h"
+
+#include "zorvan/documents/bson.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+using bson::element;
+using bson::object;
+
+std::string bytesOf(const object& o)
+{
+    const auto [data, size] = o.freeze();
+    return {reinterpret_cast<const char*>(data.get()), size};
+}
+
+bool equal(const object& a, const object& b) { return std::equal(a.begin(), a.end(), b.begin(), b.end()); }
+
+object withoutEmptyElements(const object& o)
+{
+    object result;
+    for (const element& e : o) {
+        if (e) result += e;
+    }
+    return result;
+}
+
+void checkElement(const element& e)
+{
+    const auto [data, size] = e.freeze();
+    Law(size == e.size() && element::unfreeze(data.get(), size) == e, "a frozen element reads back equal");
+    Law(e.size() == 1 + e.size_of_name() + e.size_of_value(), "the sizes of an element add up");
+    Law(std::string(e.name()).size() + 1 == e.size_of_name(), "a name fills its room");
+    for (const element& child : e.children()) checkElement(child);
+}
+
+void checkText(const object& o)
+{
+    Law(!o.dump(2, 1).empty(), "every document can be dumped");
+    try {
+        Law(!o.to_json(0, 1).empty(), "every document can be written");
+    } catch (const std::bad_alloc&) {
+        // An empty binary has no Base64 form.
+    }
+}
+
+} // namespace
+
+/// What is read is stable: freezing and reading again gives the same document, from memory and from a stream.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    object read;
+    try {
+        read = object::unfreeze(data, size);
+        static_cast<void>(element::unfreeze(data, size));
+    } catch (const std::invalid_argument&) {
+        return 0;
+    }
+    std::istringstream stream(std::string(data, data + size));
+    Law(equal(object::unfreeze(stream), read), "memory and stream give the same document");
+
+    const std::string frozen = bytesOf(read);
+    Law(frozen.size() == read.size(), "size() tells the length of the frozen form");
+    const object again = object::unfreeze(reinterpret_cast<const unsigned char*>(frozen.data()));
+    Law(equal(again, withoutEmptyElements(read)), "a frozen document reads back equal");
+    for (const element& e : again) checkElement(e);
+    checkText(read);
+    return 0;
+}

@@ -1,0 +1,155 @@
+#include "zorvan/documents/bson.h"
+
+#include "tests/documents/samples.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <limits>
+#include <new>
+#include <sstream>
+
+namespace {
+
+// The largest block that was asked for tells whether a length field was believed.
+std::size_t uiLargestAllocation = 0;
+
+void* allocate(std::size_t size)
+{
+    uiLargestAllocation = std::max(uiLargestAllocation, size);
+    if (void* block = std::malloc(size)) return block;
+    throw std::bad_alloc();
+}
+
+} // namespace
+
+void* operator new(std::size_t size) { return allocate(size); }
+void* operator new[](std::size_t size) { return allocate(size); }
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete[](void* block) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
+
+namespace {
+
+using bson::element;
+using bson::object;
+using namespace std::string_literals;
+
+object FromStream(const std::string& bytes)
+{
+    std::istringstream in(bytes);
+    return object::unfreeze(in);
+}
+
+/// Bytes of `levels` documents inside one another, the innermost empty, each with a length of zero.
+std::string Nested(unsigned int levels)
+{
+    std::string bytes;
+    for (unsigned int i = 0; i < levels; ++i) bytes += "\0\0\0\0\4\0"s;
+    return bytes + std::string(5 + levels, '\0');
+}
+
+TEST(Unfreeze, GivesBackWhatWasFrozen)
+{
+    const object document = EveryType() + element("o", EveryType() + element("empty", object()));
+    const std::string bytes = Bytes(document);
+    EXPECT_EQ(Unfreeze(bytes), document);
+    EXPECT_EQ(FromStream(bytes), document);
+    EXPECT_EQ(object::unfreeze(document.freeze().first.get()), document);
+    for (const element& e : document) {
+        const auto [data, size] = e.freeze();
+        EXPECT_EQ(element::unfreeze(data.get(), size), e) << e.name();
+    }
+    std::stringstream stream;
+    document.freeze(stream);
+    object(element("a", 1)).freeze(stream);
+    EXPECT_EQ(object::unfreeze(stream), document);
+    EXPECT_EQ(object::unfreeze(stream), object(element("a", 1))) << "the stream stands behind the document";
+}
+
+// The two extra bytes must neither grow with every generation nor hide what follows them.
+TEST(Unfreeze, RegexGrowsByTwoBytesOnceAndHidesNothing)
+{
+    const object inner{element::make_regex("r", "a", "i"), element("after", 1)};
+    const object document{element::make_regex("r", "^", ""), element("o", inner), element::make_regex("s", "", "")};
+    const object once = Unfreeze(Bytes(document));
+    EXPECT_EQ(once.begin()->size(), document.begin()->size() + 2);
+    EXPECT_EQ(once.to_json(), document.to_json());
+    EXPECT_EQ(Unfreeze(Bytes(once)), once);
+    EXPECT_EQ(FromStream(Bytes(once)), once);
+}
+
+TEST(Unfreeze, IgnoresALengthThatIsWrong)
+{
+    for (const char* length : {"\0\0\0\0", "\xFF\xFF\xFF\xFF", "\1\0\0\0"}) {
+        const std::string bytes = std::string(length, 4) + "\4o\0"s + std::string(length, 4) + "\x08"s + "b\0\1\0\0"s;
+        EXPECT_EQ(Unfreeze(bytes), object(element("o", object(element("b", true)))));
+    }
+}
+
+TEST(Unfreeze, CutAnywhereGivesTheElementsBeforeTheCut)
+{
+    const object innermost = EveryType();
+    const object document = innermost + element("o", innermost);
+    const std::string bytes = Bytes(document);
+    std::size_t whole = 0;
+    std::size_t end = 4 + document.begin()->size();
+    for (std::size_t cut = 4; cut + 1 < bytes.size(); ++cut) {
+        if (cut == end) end += document.begin()[++whole].size();
+        const object read = Unfreeze(bytes.substr(0, cut));
+        ASSERT_EQ(FromStream(bytes.substr(0, cut)), read) << cut;
+        ASSERT_EQ(read.num_elements(), whole + 1) << cut;
+        ASSERT_TRUE(std::equal(document.begin(), document.begin() + whole, read.begin())) << cut;
+        // A nested document keeps what it has, so it is there as soon as its name is.
+        const element& last = read.begin()[whole];
+        ASSERT_EQ(static_cast<bool>(last), bytes.size() - cut < element("o", innermost).size() - 1) << cut;
+        const object inner = last.children();
+        ASSERT_TRUE(std::equal(inner.begin(), inner.end(), innermost.begin())) << cut;
+    }
+}
+
+TEST(Unfreeze, TakesHostileBytesForWhatTheyAre)
+{
+    constexpr int iThrows = -1;
+    const std::tuple<const char*, std::string, int> cases[] = {
+        {"unknown type", "\7\0\0\0\3a\0\1\0\0\0\0"s, iThrows},
+        {"unknown type, cut inside the name", "\7\0\0\0\3abc"s, 1},
+        {"unknown type inside", "\0\0\0\0\4o\0\0\0\0\0\x7F\0\0\0"s, iThrows},
+        {"type of the empty element", "\0\0\0\0\xFF\0\0"s, iThrows},
+        {"string of 4 GiB", "\0\0\0\0\2s\0\xFF\xFF\xFF\xFFtext"s, 1},
+        {"binary of 4 GiB", "\0\0\0\0\5s\0\xFF\xFF\xFF\xFF\0text"s, 1},
+        {"document of 4 GiB", "\xFF\xFF\xFF\xFF\4o\0\xFF\xFF\xFF\xFF\0\0"s, 1},
+        {"no closing byte", "\0\0\0\0\x0A\0"s, 2},
+        {"regex without options", "\0\0\0\0\x0Br\0abc\0"s, 1},
+        {"regex and half its padding", "\0\0\0\0\x0Br\0a\0b\0\xFF\0"s, 1},
+        {"deepest document", Nested(bson::uiMaxNesting), 1},
+        {"one level deeper", Nested(bson::uiMaxNesting + 1), iThrows},
+        {"a million levels", Nested(1000000), iThrows},
+        {"name without end", std::string(6000000, '\4'), 1},
+    };
+    for (const auto& [what, bytes, elements] : cases)
+        for (const auto& read : {&Unfreeze, &FromStream}) {
+            uiLargestAllocation = 0;
+            try {
+                const object document = read(bytes);
+                EXPECT_EQ(static_cast<int>(document.num_elements()), elements) << what << document.dump();
+            } catch (const std::invalid_argument& e) {
+                EXPECT_EQ(elements, iThrows) << what;
+                EXPECT_STREQ(e.what(), "parse error");
+            }
+            EXPECT_LE(uiLargestAllocation, 2 * bytes.size() + 20000) << what;
+        }
+}
+
+TEST(Unfreeze, LargePayloadTakesOneBlockOfItsSize)
+{
+    const std::string payload(10000000, 'x');
+    const std::string bytes = Bytes(element("o", object{{"small", 1}, {"b", payload.data(), payload.size()}}));
+    uiLargestAllocation = 0;
+    const object read = object::unfreeze(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    EXPECT_LE(uiLargestAllocation, bytes.size());
+    EXPECT_EQ(std::get<1>(read.child("b").as_binary()), payload.size());
+}
+
+} // namespace

@@ -1,0 +1,98 @@
+#pragma once
+
+#include "zorvan/documents/bson.h"
+
+#include <cstring>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <typeinfo>
+#include <utility>
+
+/// What the sources of this folder share about the bytes of an element; not installed.
+namespace bson::detail {
+
+/// Its text is the same on every system.
+class CBadCast : public std::bad_cast
+{
+public:
+    [[nodiscard]] const char* what() const noexcept override { return "bad cast"; }
+};
+
+/// Four bytes of length open a frozen document, one zero byte closes it.
+inline constexpr std::uint64_t uiLengthBytes = sizeof(std::uint32_t);
+inline constexpr std::uint64_t uiFrameBytes = uiLengthBytes + 1;
+inline constexpr std::uint64_t uiBinaryHeaderBytes = sizeof(std::uint32_t) + 1;
+
+/// What fills the two spare bytes of a regular expression that was read. No type code has this value.
+inline constexpr unsigned char uiRegexPadding = 0xFF;
+inline constexpr std::uint64_t uiRegexPaddingBytes = 2;
+
+/// A size as the format stores it; throws std::length_error if it does not fit.
+[[nodiscard]] inline std::uint32_t length32(std::uint64_t size)
+{
+    if (size > std::numeric_limits<std::uint32_t>::max()) throw std::length_error("document too large");
+    return static_cast<std::uint32_t>(size);
+}
+
+template <typename T>
+[[nodiscard]] T load(const unsigned char* from) noexcept
+{
+    T value;
+    std::memcpy(&value, from, sizeof(T));
+    return value;
+}
+
+template <typename T>
+unsigned char* store(unsigned char* to, T value) noexcept
+{
+    std::memcpy(to, &value, sizeof(T));
+    return to + sizeof(T);
+}
+
+/// Copies bytes that may be none at all, and returns the place behind them.
+inline unsigned char* storeBytes(unsigned char* to, const void* from, std::uint64_t size) noexcept
+{
+    if (size != 0) std::memcpy(to, from, size);
+    return to + size;
+}
+
+/// Makes elements of values and buffers that the public interface does not take.
+struct CElementBuilder
+{
+    /// An element with type and name, and room for the value at its end.
+    static element allocate(element::Type type, const std::string& name, std::uint64_t valueSize)
+    {
+        return {type, name, valueSize};
+    }
+
+    static unsigned char* value(element& e) noexcept { return e.m_buffer.get() + (e.m_size - e.m_valueSize); }
+
+    template <typename T>
+    static element number(element::Type type, const std::string& name, T number)
+    {
+        element result(type, name, sizeof(T));
+        store(value(result), number);
+        return result;
+    }
+
+    static element adopt(std::unique_ptr<unsigned char[]> buffer, std::uint64_t size, std::uint64_t valueSize) noexcept
+    {
+        element result;
+        result.m_buffer = std::move(buffer);
+        result.m_size = size;
+        result.m_valueSize = valueSize;
+        return result;
+    }
+
+    static std::vector<element>& elements(object& o) noexcept { return o.m_elements; }
+};
+
+/// Writes the frozen form, o.size() bytes, and returns the place behind it.
+unsigned char* storeObject(unsigned char* to, const object& o);
+
+/// Whether an identifier's 16 bytes are there; a binary from outside may carry the type and be shorter.
+[[nodiscard]] bool holdsUUID(const element& e) noexcept;
+
+} // namespace bson::detail
