@@ -1,0 +1,82 @@
+#include "zorvan/runtime/csharedflags.h"
+
+#include "childprocess.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <stdexcept>
+#include <typeinfo>
+
+using bson::element;
+using bson::object;
+using Zorvan::CSharedFlags;
+using Zorvan::CSharedMemory;
+
+namespace {
+
+constexpr std::uint64_t uiCapacity = 1024;
+
+/// Counts up a flag of its own. An update that another process lost shows as a count that went back.
+bool countUp(const std::wstring& name, const std::string& flag)
+{
+    CSharedFlags flags(name, uiCapacity);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);
+    unsigned int count = 0;
+    for (; std::chrono::steady_clock::now() < end; ++count) {
+        const element mine = flags.Get(flag);
+        if (count != 0 && (!mine || mine.as_uint32() != count)) return false;
+        if (!flags.Set(element(flag, count + 1))) return false;
+        if (count % 16 == 0 && (!flags.Set(element("extra" + flag)) || !flags.Erase("extra" + flag))) return false;
+    }
+    return count > 100;
+}
+
+} // namespace
+
+TEST(CSharedFlags, SecondObjectSeesWhatTheFirstSets)
+{
+    const std::wstring name = UniqueName(L"flags");
+    CSharedFlags first(name, uiCapacity), second(name, uiCapacity);
+    EXPECT_EQ(second.Get(), element(bson::convert(name), object()));
+    EXPECT_TRUE(first.Set(element("debug_icp", true)));
+    EXPECT_TRUE(first.Set(element("Settings", object{element("dLimit", 2.5)})));
+    EXPECT_EQ(second.Get("dLimit"), element("dLimit", 2.5));
+    bool value = false;
+    EXPECT_TRUE(ReadBooleanFlag(second, "debug_icp", &value) && value);
+    EXPECT_THROW((void)ReadObjectFlag(second, "debug_icp"), std::bad_cast);
+    EXPECT_TRUE(second.Set(element("debug_icp", "text")));                  // the type is replaced
+    EXPECT_FALSE(first.Erase("dLimit"));                                    // nested
+    EXPECT_FALSE(first.Set(element("huge", std::string(uiCapacity, 'h')))); // leaves the old ones
+    EXPECT_TRUE(first.Erase("debug_icp") && !second.Exists("debug_icp"));
+}
+
+TEST(CSharedFlags, ProcessesLoseNoUpdate)
+{
+    const std::wstring name = UniqueName(L"hammer");
+    std::vector<CChildProcess> children;
+    for (const char* flag : {"a", "b", "c", "d"}) children.emplace_back([=] { return countUp(name, flag); });
+    for (CChildProcess& child : children) EXPECT_TRUE(child.Succeeded());
+    EXPECT_EQ(CSharedFlags(name, uiCapacity).Get().children().num_elements(), 0U); // gone with the last of them
+}
+
+TEST(CSharedFlags, ReplaceAllTakesOnlyWhatIsTooLargeAndHoldsWhatIsBrokenWithinTheBlock)
+{
+    const std::wstring name = UniqueName(L"replace");
+    CSharedFlags flags(name, 64);
+    EXPECT_FALSE(flags.ReplaceAll(object{element("small", 1)}) || flags.Exists("small"));
+    const object huge{element("first", 1), element("huge", std::string(1 << 20, 'h'))};
+    EXPECT_TRUE(flags.ReplaceAll(huge));
+    CSharedMemory memory = CSharedMemory::Open(name, 64);
+    EXPECT_EQ(std::memcmp(memory.CreateView().get(), huge.freeze().first.get(), memory.MappedSize()), 0);
+    EXPECT_EQ(flags.Get("first").as_int32(), 1);
+    EXPECT_FALSE(flags.Exists("huge"));
+
+    std::memcpy(memory.CreateView().get(), "\x10\0\0\0\x03name", 10); // no element has type 3
+    for (int i = 0; i < 2; ++i) EXPECT_THROW((void)flags.Get("any"), std::invalid_argument);
+    CSharedFlags believer(name, 1U << 30U); // in a larger store than there is
+    believer.Clear();
+    EXPECT_FALSE(believer.Set(huge.begin()[1]));
+    EXPECT_TRUE(believer.Set(element("flag", true)) && flags.Exists("flag"));
+}
