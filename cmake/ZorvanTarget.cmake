@@ -13,6 +13,10 @@ function(zorvan_target_settings target)
     if(ZORVAN_SANITIZE)
         target_compile_options(${target} PRIVATE
             -fsanitize=${ZORVAN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+        if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+            # g++ 12 takes <regex> for uninitialised once it is instrumented.
+            target_compile_options(${target} PRIVATE -Wno-maybe-uninitialized)
+        endif()
         target_link_options(${target} PUBLIC -fsanitize=${ZORVAN_SANITIZE})
     endif()
 endfunction()

@@ -6,8 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
-#include <stdexcept>
+#include <limits>
 
 namespace Zorvan {
 namespace {

@@ -66,6 +66,7 @@ TEST(SettingsText, ChangesWhatItNamesOnly)
     expected.icpConfig.uiNumSamples = 9;
     EXPECT_EQ(tools::WithSettings(tools::AllSettingsForGrid(0.2), settings), expected);
     EXPECT_EQ(tools::WithSettings(expected, tools::ReadSettingsText("{}", "text")), expected);
+    EXPECT_DOUBLE_EQ(tools::AllSettingsForGrid(0.6).dFeatureRadius, 3.0) << "the grid is twice the default";
 }
 
 TEST(SettingsText, IsRefusedWithPlaceAndReason)

@@ -6,6 +6,7 @@
 #include "posesfile.h"
 #include "progress.h"
 #include "scanreader.h"
+#include "settingsfile.h"
 #include "textnumber.h"
 
 #include "zorvan/core/cpointset.h"
@@ -32,6 +33,7 @@ struct AlignOptions
     std::string output;
     GeneralOptions general;
     ScanFileOptions files;
+    SettingsOptions settings;
 };
 
 std::string nameOf(const std::string& file) { return std::filesystem::path(file).filename().string(); }
@@ -73,8 +75,19 @@ std::string length(double mm, const AlignOptions& options)
     return ToText(mm / options.files.dMmPerUnit) + " " + UnitName(options.files.dMmPerUnit);
 }
 
+/// The automatic settings with what the user has set.
+AutoSettings chooseSettings(const AlignOptions& options, const prereg::CPointSet& fix, const bson::object& set)
+{
+    AutoSettings settings = ChooseSettings(fix, options.files.ToGrid());
+    prereg::ConfigurationFPFH config;
+    config.icpConfig = settings.icp;
+    settings.icp = WithSettings(config, set).icpConfig;
+    return settings;
+}
+
 prereg::ICPResult run(const AlignOptions& options, const prereg::CTrafo& start)
 {
+    const bson::object set = options.settings.Read(options.general.isQuiet);
     CProgress progress("aligning", 4, options.general.isQuiet);
     const ScanOptions scanOptions = options.files.ToScanOptions();
     const SurfelScan fixScan = LoadScan(options.fix, scanOptions);
@@ -83,7 +96,7 @@ prereg::ICPResult run(const AlignOptions& options, const prereg::CTrafo& start)
     progress.Step();
     const prereg::CPointSet fix = toPointSet(fixScan);
     const prereg::CPointSet flt = toPointSet(fltScan);
-    const AutoSettings settings = ChooseSettings(fix, options.files.ToGrid());
+    const AutoSettings settings = chooseSettings(options, fix, set);
     progress.Step();
     std::mt19937 rng(uiSeed);
     const prereg::ICPResult result = fix.ComputeICPRegistration(settings.icp, rng, flt, start, nullptr, false);
@@ -164,11 +177,13 @@ void AddAlign(CLI::App& app, int& exitCode)
                         "identity; needed in this version");
     command->add_option("-o,--output", options->output, "Poses file to write; without it the pose is printed");
     options->files.AddTo(*command);
+    options->settings.AddTo(*command);
     options->general.AddTo(*command, "Accepted for all commands; aligning a pair uses one");
     command->footer("Exit code 0: aligned; 1: no pose was found; 2: wrong call or unreadable input.\n\n"
                     "Examples:\n"
                     "  zorvan align a.ply b.ply --initial rough.json -o poses.json\n"
-                    "  zorvan align bun000.ply bun045.ply --scale 1000 --initial rough.json");
+                    "  zorvan align bun000.ply bun045.ply --scale 1000 --initial rough.json\n"
+                    "  zorvan align a.ply b.ply --initial rough.json --settings mine.txt");
     command->callback([options, &exitCode] { exitCode = align(*options); });
 }
 

@@ -17,5 +17,8 @@ enum EExit : int
 void AddAlign(CLI::App& app, int& exitCode);
 void AddSimulate(CLI::App& app, int& exitCode);
 void AddEvaluate(CLI::App& app, int& exitCode);
+void AddSettings(CLI::App& app, int& exitCode);
+void AddFlags(CLI::App& app, int& exitCode);
+void AddDump(CLI::App& app, int& exitCode);
 
 } // namespace tools

@@ -34,6 +34,9 @@ int run(int argc, char** argv)
     tools::AddAlign(app, exitCode);
     tools::AddSimulate(app, exitCode);
     tools::AddEvaluate(app, exitCode);
+    tools::AddSettings(app, exitCode);
+    tools::AddFlags(app, exitCode);
+    tools::AddDump(app, exitCode);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

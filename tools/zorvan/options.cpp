@@ -1,6 +1,8 @@
 #include "options.h"
 
+#include "documenttext.h"
 #include "inputerror.h"
+#include "settingsfile.h"
 #include "textnumber.h"
 
 #include "zorvan/platform/clogger.h"
@@ -65,6 +67,24 @@ std::optional<double> ScanFileOptions::ToGrid() const
 {
     if (grid == "auto") return std::nullopt;
     return positive("--grid", ParseNumbers("--grid", grid, 1).front() * dMmPerUnit);
+}
+
+void SettingsOptions::AddTo(CLI::App& command)
+{
+    command.add_option("--settings", file,
+                       "File with settings that replace the automatic ones; zorvan settings prints all");
+    command.add_option("--store", store,
+                       std::string("Store of flags whose settings count even more, see zorvan flags; \"\" for\nnone "
+                                   "(default ") +
+                           sDefaultStore + ")");
+}
+
+bson::object SettingsOptions::Read(bool isQuiet) const
+{
+    const bson::object fromFile = file.empty() ? bson::object() : ReadSettingsFile(file);
+    const bson::object stored = ReadStoredSettings(store);
+    if (stored) Tell(ToPrintable("settings of the flag store " + store + " are in force: " + stored.dump()), isQuiet);
+    return fromFile.update(stored);
 }
 
 std::vector<double> ParseNumbers(const std::string& option, const std::string& text, std::size_t count)

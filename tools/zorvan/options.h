@@ -1,6 +1,9 @@
 #pragma once
 
+#include "flagstore.h"
 #include "scanreader.h"
+
+#include "zorvan/documents/bson.h"
 
 #include <CLI/CLI.hpp>
 
@@ -36,6 +39,18 @@ struct ScanFileOptions
     [[nodiscard]] ScanOptions ToScanOptions() const;
     /// In millimetres; nothing for "auto". @throws CInputError
     [[nodiscard]] std::optional<double> ToGrid() const;
+};
+
+/// What the user sets by hand, in a file and through the store of flags.
+struct SettingsOptions
+{
+    std::string file;
+    std::string store = sDefaultStore; ///< empty: none is looked at
+
+    void AddTo(CLI::App& command);
+    /// Both in one document, the store's over the file's; empty when nothing is set. Says so when the store has some,
+    /// unless `isQuiet`. @throws CInputError
+    [[nodiscard]] bson::object Read(bool isQuiet) const;
 };
 
 /// Exactly `count` finite numbers, separated by commas. @throws CInputError that names the option

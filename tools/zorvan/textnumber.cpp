@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <limits>
 #include <system_error>
 
@@ -80,6 +81,15 @@ std::string ToText(double value, int digits)
     const auto [end, error] =
         std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, std::chars_format::general, digits);
     return error == std::errc() ? std::string(buffer.data(), end) : std::string("?");
+}
+
+std::string ToExactText(double value)
+{
+    std::array<char, 64> buffer{};
+    const auto [end, error] = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value);
+    std::string text(buffer.data(), end);
+    if (std::isfinite(value) && text.find_first_of(".e") == std::string::npos) text += ".0";
+    return text;
 }
 
 } // namespace tools

@@ -26,4 +26,7 @@ namespace tools {
 /// `value` with `digits` significant digits, "inf" or "nan".
 [[nodiscard]] std::string ToText(double value, int digits = 4);
 
+/// The shortest text that reads back as the same number, with a point or an exponent: "5.0", "0.1", "1e-07".
+[[nodiscard]] std::string ToExactText(double value);
+
 } // namespace tools

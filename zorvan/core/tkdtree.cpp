@@ -225,6 +225,7 @@ kdtree::Range<3> TKdTree<Dim, LeafSize>::GetAABB() const requires(Dim == 3)
         const auto half = (root.high - root.low) * 0.5F;
         return {center - half, center + half};
     }
+    return kdtree::EmptyRange();
 }
 
 template <unsigned Dim, unsigned LeafSize>
@@ -269,6 +270,7 @@ int TKdTree<Dim, LeafSize>::FindNearestToLine(const kdtree::Ball<3>& ball, const
     if constexpr (isSpatial) {
         return Empty() ? -1 : detail::ActiveKernels().findNearestToLine(view(), ball, direction);
     }
+    return -1;
 }
 
 template <unsigned Dim, unsigned LeafSize>

@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Runs every fuzz target over its seeds and on from there. New inputs go to build/fuzz/found; a crash leaves its input in
+# build/fuzz and ends with an exit code that is not 0.
+#
+#   scripts/fuzz.sh            60 seconds a target
+#   scripts/fuzz.sh 3600       an hour a target
+set -euo pipefail
+cd "$(dirname "$0")/.."
+seconds=${1:-60}
+
+scripts/bootstrap.sh
+cmake --preset fuzz >/dev/null
+targets=()
+for corpus in fuzz/*/corpus/*/; do targets+=("$(basename "$corpus")"); done
+cmake --build build/fuzz --target "${targets[@]}"
+
+for corpus in fuzz/*/corpus/*/; do
+    target=$(basename "$corpus")
+    found=build/fuzz/found/$target
+    mkdir -p "$found"
+    echo "== $target, $seconds s"
+    log=build/fuzz/$target.log
+    if ! build/fuzz/bin/"$target" -max_total_time="$seconds" -print_final_stats=1 -artifact_prefix=build/fuzz/ \
+        "$found" "$corpus" >"$log" 2>&1; then
+        tail -n 40 "$log"
+        echo "$target failed; its input is in build/fuzz"
+        exit 1
+    fi
+    grep 'stat::number_of_executed_units' "$log"
+done

@@ -1,0 +1,191 @@
+#include "documenttext.h"
+
+#include "inputerror.h"
+#include "textnumber.h"
+
+#include "zorvan/util/astreamparser.h"
+
+#include <algorithm>
+#include <limits>
+#include <sstream>
+#include <stdexcept>
+#include <string_view>
+
+namespace tools {
+
+namespace {
+
+constexpr const char* sCommonForm = "write it as { \"name\" : value, ... }, with # before comments";
+
+constexpr const char* sValueForms = "give a number, true, false, null, '\"word\"' or '{\"name\" : value, ...}'";
+
+/// Goes through the text as the reader of documents does and notes the places; the values are that reader's business.
+class COutline : public Zorvan::AStreamParser
+{
+public:
+    using AStreamParser::AStreamParser;
+
+    void parse() override
+    {
+        parseObject(0);
+        if (!peek(eEndOfText)) refuse(L"nothing may follow the last }");
+    }
+
+    [[nodiscard]] std::vector<TextPlace> take() { return std::move(m_names); }
+
+private:
+    // Takes the next token, for its place.
+    [[noreturn]] void refuse(const std::wstring& why)
+    {
+        if (peek(eEndOfText)) throw CParseError(getLine(), 0, L"the text ends too early, " + why);
+        match(eEndOfText, false);
+        throw CParseError(getLine(), getColumn(), why);
+    }
+
+    void parseObject(unsigned int depth)
+    {
+        if (depth > bson::uiMaxNesting) refuse(L"objects are nested too deeply");
+        if (!peek(eLeftBrace)) refuse(L"{ is needed here");
+        match(eLeftBrace, true);
+        while (!peek(eRightBrace)) {
+            parseText(L"a name in quotes or } is needed here");
+            m_names.push_back({getLine(), m_textColumn});
+            if (!peek(eColon)) refuse(L": is needed here, between a name and its value");
+            match(eColon, true);
+            parseValue(depth);
+            if (peek(eComma)) match(eComma, true);
+        }
+        match(eRightBrace, true);
+    }
+
+    void parseText(const std::wstring& otherwise)
+    {
+        const ETokenType quote = peek(eDoubleQuote) ? eDoubleQuote : eSingleQuote;
+        if (!peek(quote)) refuse(otherwise);
+        match(quote, true);
+        m_textColumn = getColumn();
+        if (!peek(eIdentifier)) refuse(L"quotes hold one word of letters, digits and _, and no digit first");
+        match(eIdentifier, true);
+        if (!peek(quote)) refuse(L"quotes hold one word, and both are of one kind");
+        match(quote, true);
+    }
+
+    void parseValue(unsigned int depth)
+    {
+        if (peek(eDoubleQuote) || peek(eSingleQuote)) return parseText({});
+        if (peek(eLeftBrace)) return parseObject(depth + 1);
+        if (peek(eInteger)) return parseInteger();
+        const bool isWord = peek(L"true") || peek(L"false") || peek(L"null");
+        if (!isWord && !peek(eFloat)) refuse(L"a value is needed here: a number, true, false, null or {");
+        match(isWord ? eIdentifier : eFloat, true);
+    }
+
+    void parseInteger()
+    {
+        match(eInteger, true);
+        const int value = getInteger();
+        if (getString().front() == L'.') throw CParseError(getLine(), getColumn(), L"a digit must stand before the .");
+        if (value == std::numeric_limits<int>::max() || value == std::numeric_limits<int>::min())
+            throw CParseError(getLine(), getColumn(), L"too large for a whole number, write it with a .");
+    }
+
+    std::vector<TextPlace> m_names;
+    int m_textColumn = 0;
+};
+
+std::vector<TextPlace> outline(const std::string& text, const std::string& source)
+{
+    std::wistringstream stream(bson::convert(text));
+    COutline parser(stream);
+    try {
+        parser.parse();
+    } catch (const Zorvan::AStreamParser::CParseError& error) {
+        RefuseAt(source, {error.GetLine(), error.GetColumn()}, bson::convert(error.GetMessage()), sCommonForm);
+    }
+    return parser.take();
+}
+
+/// Line ends and a mark at the start as editors of other systems write them.
+std::string withPlainLines(const std::string& text)
+{
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    std::string_view rest = text;
+    if (rest.substr(0, mark.size()) == mark) rest.remove_prefix(mark.size());
+    std::string plain;
+    while (!rest.empty()) plain.append(NextLine(rest)).push_back('\n');
+    if (!text.ends_with('\n') && !plain.empty()) plain.pop_back();
+    return plain;
+}
+
+/// By way of the frozen form: type, name, value.
+bson::element renamed(const bson::element& e, const std::string& name)
+{
+    std::string bytes(1, static_cast<char>(e.type()));
+    bytes.append(name).push_back('\0');
+    bytes.append(e.raw_value(), e.raw_value() + e.size_of_value());
+    bson::memory_input_stream in(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    return bson::element::unfreeze(in);
+}
+
+bson::object withWideIntegers(const bson::object& document)
+{
+    bson::object result;
+    for (const bson::element& e : document) {
+        if (e.type() == bson::element::eObject)
+            result += bson::element(e.name(), withWideIntegers(e.as_object()));
+        else if (e.type() == bson::element::eInt8 || e.type() == bson::element::eUInt8)
+            result += bson::element::make_int32(e.name(), 0).coerce(e, nullptr);
+        else
+            result += e;
+    }
+    return result;
+}
+
+} // namespace
+
+void RefuseAt(const std::string& source, TextPlace place, const std::string& why, const std::string& advice)
+{
+    std::string where = "line " + std::to_string(place.iLine);
+    if (place.iColumn > 0) where += ", column " + std::to_string(place.iColumn);
+    throw CInputError(source, where + ": " + why, advice);
+}
+
+DocumentText ReadDocumentText(const std::string& handWritten, const std::string& source)
+{
+    if (handWritten.find('\0') != std::string::npos)
+        throw CInputError(source, "no text", "give a file written by hand");
+    const std::string text = withPlainLines(handWritten);
+    try {
+        std::vector<TextPlace> names = outline(text, source);
+        return {bson::object::from_json(text), std::move(names)};
+    } catch (const std::range_error&) {
+        throw CInputError(source, "not UTF-8 text", "save it as UTF-8");
+    } catch (const std::string& message) {
+        throw CInputError(source, message, sCommonForm);
+    }
+}
+
+bson::element ReadValueText(const std::string& text, const std::string& name)
+{
+    const std::size_t first = text.find_first_not_of(" \t\r\n");
+    if (first != std::string::npos && text[first] == '{') return {name, ReadDocumentText(text, "VALUE").document};
+    try {
+        // The brace stands on a line of its own, so that a comment cannot hide it.
+        const bson::object document = ReadDocumentText("{'value' : " + text + "\n}", "VALUE").document;
+        if (document.num_elements() == 1) return renamed(*document.begin(), name);
+    } catch (const CInputError&) {
+        // Its place would be one in our text, not in the user's.
+    }
+    throw CInputError("VALUE: " + Quoted(text) + " is no value; " + sValueForms);
+}
+
+std::string ToPrintable(std::string text)
+{
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return (c < 0x20 && c != '\n') || c == 0x7F; }, '?');
+    return text;
+}
+
+std::string ToPrintable(const bson::object& document) { return ToPrintable(withWideIntegers(document).dump(2)); }
+
+} // namespace tools

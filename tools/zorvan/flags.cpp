@@ -1,0 +1,205 @@
+#include "commands.h"
+#include "documenttext.h"
+#include "flagstore.h"
+#include "inputerror.h"
+#include "options.h"
+#include "settingsfile.h"
+#include "textnumber.h"
+
+#include <csignal>
+#include <ctime>
+#include <iostream>
+#include <limits>
+#include <memory>
+#include <string>
+
+namespace tools {
+
+namespace {
+
+struct FlagsOptions
+{
+    std::string store = sDefaultStore;
+    std::string name;
+    std::string value;
+    double dHold = std::numeric_limits<double>::infinity(); ///< seconds
+    GeneralOptions general;
+};
+
+/// From its making on, Ctrl-C and a polite kill end a wait instead of the process; what is ignored (nohup) stays so.
+class CStopSignals
+{
+public:
+    CStopSignals()
+    {
+        sigemptyset(&m_signals);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+            if (!isIgnored(signal)) sigaddset(&m_signals, signal);
+        sigprocmask(SIG_BLOCK, &m_signals, nullptr);
+    }
+
+    void WaitFor(double seconds) const
+    {
+        constexpr double dLongest = 1e9; // 30 years; what is longer has no end
+        if (seconds > dLongest) {
+            int signal = 0;
+            sigwait(&m_signals, &signal);
+            return;
+        }
+        timespec time{};
+        time.tv_sec = static_cast<time_t>(seconds);
+        time.tv_nsec = static_cast<long>((seconds - static_cast<double>(time.tv_sec)) * 1e9);
+        sigtimedwait(&m_signals, nullptr, &time);
+    }
+
+private:
+    static bool isIgnored(int signal)
+    {
+        struct sigaction action = {};
+        return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+    }
+
+    sigset_t m_signals{};
+};
+
+/// What the library would pass over silently is refused here, in settings for running registrations.
+bson::element toFlag(const FlagsOptions& options)
+{
+    if (options.name == sSettingsFlag) return {options.name, ReadSettingsText(options.value, "VALUE")};
+    return ReadValueText(options.value, options.name);
+}
+
+std::string placeOf(const FlagsOptions& options) { return options.name + " in the store " + options.store; }
+
+void tellHold(const FlagsOptions& options, bool isHeldByOthers)
+{
+    std::string text = "set " + placeOf(options);
+    if (options.dHold > 0.0)
+        text += options.dHold > std::numeric_limits<double>::max() ? "; it is held until Ctrl-C"
+                                                                   : "; it is held for " + ToText(options.dHold) + " s";
+    else if (isHeldByOthers)
+        text += "; it stays while another process holds the store";
+    else
+        text += ", but no other process holds the store, so the value is gone already; give --hold SECONDS";
+    std::cout << ToPrintable(text) << std::endl; // flushed: scripts wait for this line
+}
+
+int setFlag(const FlagsOptions& options)
+{
+    options.general.Apply();
+    if (!(options.dHold >= 0.0)) throw CInputError("--hold must be 0 or a positive number of seconds");
+    const bson::element flag = toFlag(options);
+    const bool isHeldByOthers = IsStoreHeld(options.store);
+    const CStopSignals signals;
+    Zorvan::CSharedFlags flags = OpenStore(options.store);
+    if (!flags.Set(flag))
+        throw CInputError(placeOf(options) + ": too large; clear other flags or give a shorter value");
+    tellHold(options, isHeldByOthers);
+    if (options.dHold > 0.0) signals.WaitFor(options.dHold);
+    return isHeldByOthers || options.dHold > 0.0 ? Done : NotEveryScan;
+}
+
+/// The whole store; empty when nobody holds it.
+bson::object readAll(const FlagsOptions& options)
+{
+    if (!IsStoreHeld(options.store)) return {};
+    return OpenStore(options.store).Get().children();
+}
+
+int answer(bool isThere, const FlagsOptions& options)
+{
+    if (isThere) return Done;
+    Tell(ToPrintable("there is no " + placeOf(options)), options.general.isQuiet);
+    return NotEveryScan;
+}
+
+std::string valueText(const bson::element& e)
+{
+    if (e.type() == bson::element::eDouble) return ToExactText(e.as_double());
+    if (e.type() == bson::element::eObject) return ToPrintable(e.as_object());
+    if (e.type() == bson::element::eString) return ToPrintable(e.as_string());
+    return ToPrintable(e.dump().substr(e.name_string().size() + std::string("\"\" : ").size()));
+}
+
+int getFlag(const FlagsOptions& options)
+{
+    options.general.Apply();
+    const bson::element flag = readAll(options).child(options.name);
+    if (flag) std::cout << valueText(flag) << '\n';
+    return answer(static_cast<bool>(flag), options);
+}
+
+int listFlags(const FlagsOptions& options)
+{
+    options.general.Apply();
+    if (!IsStoreHeld(options.store))
+        Tell("no process holds the store " + ToPrintable(options.store) + ", so it is empty", options.general.isQuiet);
+    std::cout << ToPrintable(readAll(options)) << '\n';
+    return Done;
+}
+
+int clearFlags(const FlagsOptions& options)
+{
+    options.general.Apply();
+    const bool isHeld = IsStoreHeld(options.store);
+    if (!options.name.empty()) return answer(isHeld && OpenStore(options.store).Erase(options.name), options);
+    if (isHeld) OpenStore(options.store).Clear();
+    return Done;
+}
+
+using Action = int (*)(const FlagsOptions&);
+
+CLI::App* addAction(CLI::App& flags, const std::string& verb, const std::string& help,
+                    const std::shared_ptr<FlagsOptions>& options, int& exitCode, Action action)
+{
+    CLI::App* const command = flags.add_subcommand(verb, help);
+    command->add_option("--store", options->store, std::string("Name of the store (default ") + sDefaultStore + ")");
+    options->general.AddTo(*command, "Accepted for all commands; this one uses one");
+    command->callback([options, &exitCode, action] { exitCode = action(*options); });
+    return command;
+}
+
+void addSet(CLI::App& flags, const std::shared_ptr<FlagsOptions>& options, int& exitCode)
+{
+    CLI::App* const set = addAction(flags, "set", "Set a flag and hold it", options, exitCode, setFlag);
+    set->add_option("NAME", options->name, "Name of the flag")->required();
+    set->add_option("VALUE", options->value, "Number, true, false, null, '\"word\"' or '{\"name\" : value, ...}'")
+        ->required();
+    set->add_option("--hold", options->dHold,
+                    "Seconds to keep the store alive (default: until Ctrl-C). With 0 the value lives\n"
+                    "only while another process holds the store; exit code 1 when none does");
+    set->footer("Examples:\n"
+                "  zorvan flags set debug_icp true\n"
+                "  zorvan flags set ConfigurationFPFH '{\"dMaxRMSE\" : 0.1}' --hold 60\n"
+                "  zorvan flags set my_count 3 --hold 0");
+}
+
+} // namespace
+
+void AddFlags(CLI::App& app, int& exitCode)
+{
+    const auto options = std::make_shared<FlagsOptions>();
+    CLI::App* const command =
+        app.add_subcommand("flags", "The store of flags that running programs share: set, get, list, clear");
+    command->require_subcommand(1);
+    command->footer(
+        "A store lives as long as some process holds it. Settings under ConfigurationFPFH change every\n"
+        "registration that starts meanwhile. Exit code 0: done; 1: there is no such flag; 2: wrong call.\n\n"
+        "Examples:\n"
+        "  zorvan flags set ConfigurationFPFH '{\"uiNumSamples\" : 2000}' --hold 60 &\n"
+        "  zorvan flags list\n"
+        "  zorvan flags clear ConfigurationFPFH");
+    addSet(*command, options, exitCode);
+    CLI::App* const get = addAction(*command, "get", "Print the value of a flag", options, exitCode, getFlag);
+    get->add_option("NAME", options->name, "Name of the flag; also one inside another flag")->required();
+    get->footer("Exit code 1: there is no such flag.\n\nExamples:\n  zorvan flags get debug_icp\n"
+                "  zorvan flags get dMaxRMSE --store other.host");
+    addAction(*command, "list", "Print all flags", options, exitCode, listFlags)
+        ->footer("Examples:\n  zorvan flags list\n  zorvan flags list --store other.host");
+    CLI::App* const clear = addAction(*command, "clear", "Remove a flag, or all", options, exitCode, clearFlags);
+    clear->add_option("NAME", options->name, "Name of the flag (default: all)");
+    clear->footer("Exit code 1: there is no such flag.\n\nExamples:\n  zorvan flags clear debug_icp\n"
+                  "  zorvan flags clear");
+}
+
+} // namespace tools

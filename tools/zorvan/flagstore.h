@@ -1,0 +1,25 @@
+#pragma once
+
+#include "zorvan/documents/bson.h"
+#include "zorvan/runtime/csharedflags.h"
+
+#include <string>
+
+namespace tools {
+
+/// The store that all commands use unless told otherwise, and hosts that want to be steered from outside.
+inline constexpr const char* sDefaultStore = "zorvan.flags";
+/// The flag whose settings running registrations take over.
+inline constexpr const char* sSettingsFlag = "ConfigurationFPFH";
+
+/// Whether some process holds the store now. When none does, it has no content.
+[[nodiscard]] bool IsStoreHeld(const std::string& store);
+
+/// Opens the store, or makes it. @throws CInputError
+[[nodiscard]] Zorvan::CSharedFlags OpenStore(const std::string& store);
+
+/// The settings that other processes want, empty when there are none or `store` is empty. A store that nobody holds is
+/// not made. @throws CInputError when what lies there is no document, or has values that are no settings
+[[nodiscard]] bson::object ReadStoredSettings(const std::string& store);
+
+} // namespace tools

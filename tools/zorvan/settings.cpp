@@ -1,0 +1,73 @@
+#include "atomicfile.h"
+#include "commands.h"
+#include "documenttext.h"
+#include "options.h"
+#include "settingsfile.h"
+#include "textnumber.h"
+
+#include <iostream>
+#include <memory>
+#include <string>
+
+namespace tools {
+
+namespace {
+
+struct SettingsCall
+{
+    std::string settings;
+    std::string output;
+    ScanFileOptions files; ///< only grid and scale
+    GeneralOptions general;
+};
+
+std::string write(const SettingsCall& call)
+{
+    std::string heading = "The library's own settings, for an intraoral scanner with points some 0.1 mm apart.";
+    prereg::ConfigurationFPFH config;
+    if (const std::optional<double> grid = call.files.ToGrid()) {
+        heading = "What the commands choose for a grid of " + ToText(*grid) + " mm.";
+        config = AllSettingsForGrid(*grid);
+    }
+    if (!call.settings.empty()) {
+        heading += " Changed by " + call.settings + ".";
+        config = WithSettings(config, ReadSettingsFile(call.settings));
+    }
+    return WriteSettingsText(config, ToPrintable(heading));
+}
+
+int settings(const SettingsCall& call)
+{
+    call.general.Apply();
+    if (!call.output.empty()) RequireWritable(call.output);
+    const std::string text = write(call);
+    if (call.output.empty())
+        std::cout << text;
+    else
+        WriteFileAtomically(call.output, text);
+    return Done;
+}
+
+} // namespace
+
+void AddSettings(CLI::App& app, int& exitCode)
+{
+    const auto call = std::make_shared<SettingsCall>();
+    CLI::App* const command = app.add_subcommand("settings", "All settings as text, to edit and to give to --settings");
+    command->add_option("--grid", call->files.grid,
+                        "What the commands choose for this point distance, in file units\n"
+                        "(default: the library's own settings)");
+    command->add_option("--scale", call->files.dMmPerUnit, "Millimetres per unit of the scan files (default 1)");
+    command->add_option("--settings", call->settings, "Settings file to check and to merge in");
+    command->add_option("-o,--output", call->output, "File to write; without it the text is printed");
+    call->general.AddTo(*command, "Accepted for all commands; this one uses one");
+    command->footer("The text is a JSON-like document with a comment behind each value. A file for --settings\n"
+                    "may hold any part of it; the settings of the ICP may stand inside icpConfig or beside it.\n\n"
+                    "Examples:\n"
+                    "  zorvan settings\n"
+                    "  zorvan settings --grid 0.2 -o mine.txt\n"
+                    "  zorvan settings --settings mine.txt");
+    command->callback([call, &exitCode] { exitCode = settings(*call); });
+}
+
+} // namespace tools

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "zorvan/documents/bson.h"
+#include "zorvan/features/configurationfpfh.h"
+
+#include <filesystem>
+#include <string>
+
+namespace tools {
+
+/// Settings that a user has named: a part of the document of a ConfigurationFPFH, with the types of its settings.
+/// @param text    `{ "dGridSize" : 0.2, "icpConfig" : { "dMaxRMSE" : 0.05 } }`; names inside `icpConfig` may also
+///                stand beside it, since no name has two meanings
+/// @param source  what messages name
+/// @throws CInputError with line and column for a wrong text, a name that no setting has or that comes twice, and a
+///         value that its setting cannot have
+[[nodiscard]] bson::object ReadSettingsText(const std::string& text, const std::string& source);
+[[nodiscard]] bson::object ReadSettingsFile(const std::filesystem::path& file);
+
+/// `base` with these settings; nothing is said about an empty document.
+[[nodiscard]] prereg::ConfigurationFPFH WithSettings(const prereg::ConfigurationFPFH& base,
+                                                     const bson::object& settings);
+
+/// What all commands take for a grid of `dGrid` (mm) when nobody sets anything.
+[[nodiscard]] prereg::ConfigurationFPFH AllSettingsForGrid(double dGrid);
+
+/// All settings with units and a few words, in the form that ReadSettingsText reads; every number keeps all digits.
+/// @param heading  one line that says where they come from
+[[nodiscard]] std::string WriteSettingsText(const prereg::ConfigurationFPFH& config, const std::string& heading);
+
+} // namespace tools

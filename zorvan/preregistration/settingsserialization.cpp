@@ -1,0 +1,134 @@
+#include "zorvan/preregistration/settingsserialization.h"
+
+#include "zorvan/platform/clogger.h"
+
+#include <string_view>
+
+namespace bson {
+
+namespace {
+
+/// Calls `visit(key, field)` for each field; the one list of the keys, in the order of writing.
+template <class Visitor>
+void visitFields(auto& config, const Visitor& visit) requires requires
+{
+    config.uiMaxNumIterations;
+}
+{
+    visit("uiMaxNumIterations", config.uiMaxNumIterations);
+    visit("dMinQueryRadius", config.dMinQueryRadius);
+    visit("dInitialQueryRadiusScaling", config.dInitialQueryRadiusScaling);
+    visit("uiNumSamples", config.uiNumSamples);
+    visit("dNormalAngleTolerance", config.dNormalAngleTolerance);
+    visit("dMaxMovement", config.dMaxMovement);
+    visit("dMinOverlapRatio", config.dMinOverlapRatio);
+    visit("dMaxRMSE", config.dMaxRMSE);
+    visit("dMinOverlapArea", config.dMinOverlapArea);
+    visit("dMinSmallBigRatio", config.dMinSmallBigRatio);
+    visit("dSmallBigQueryRadiusScaling", config.dSmallBigQueryRadiusScaling);
+    visit("dInlierScaling", config.dInlierScaling);
+    visit("dMaxStdDev", config.dMaxStdDev);
+    visit("dPointAccuracy", config.dPointAccuracy);
+}
+
+template <class Visitor>
+void visitFields(auto& config, const Visitor& visit) requires requires
+{
+    config.icpConfig;
+}
+{
+    visit("uiNumPolygons", config.uiNumPolygons);
+    visit("uiNumPolygonVertices", config.uiNumPolygonVertices);
+    visit("uiNumNeighbors", config.uiNumNeighbors);
+    visit("dMaxPolygonDiameter", config.dMaxPolygonDiameter);
+    visit("dMaxPolygonVertexError", config.dMaxPolygonVertexError);
+    visit("dFeatureRadius", config.dFeatureRadius);
+    visit("dFeatureClusteringBandwidth", config.dFeatureClusteringBandwidth);
+    visit("dGridSize", config.dGridSize);
+    visit("dFeatureGridSize", config.dFeatureGridSize);
+    visit("dTrafoPositionClusteringBandwidth", config.dTrafoPositionClusteringBandwidth);
+    visit("dTrafoOrientationClusteringBandwidth", config.dTrafoOrientationClusteringBandwidth);
+    visit("uiTrafoClusteringQuorum", config.uiTrafoClusteringQuorum);
+    visit("dVerifyTrafoMaxFeatureDistance", config.dVerifyTrafoMaxFeatureDistance);
+    visit("dVerifyTrafoMinConfidence", config.dVerifyTrafoMinConfidence);
+    visit("icpConfig", config.icpConfig);
+}
+
+element toElement(const char* key, unsigned int value) { return {key, value}; }
+element toElement(const char* key, double value) { return {key, value}; }
+element toElement(const char* key, const prereg::ConfigurationICP& value) { return {key, to_object(value)}; }
+
+void read(const element& e, unsigned int& value) { value = e.as_uint32(); }
+void read(const element& e, double& value) { value = e.as_double(); }
+void read(const element& e, prereg::ConfigurationICP& value)
+{
+    value = from_object<prereg::ConfigurationICP>(e.as_object());
+}
+
+template <class Config>
+object write(const Config& config)
+{
+    object document;
+    visitFields(config, [&](const char* key, const auto& field) { document += toElement(key, field); });
+    return document;
+}
+
+template <class Config>
+Config read(const object& document)
+{
+    Config config;
+    for (const element& e : document)
+        visitFields(config, [&](std::string_view key, auto& field) {
+            if (key == e.name()) read(e, field);
+        });
+    return config;
+}
+
+} // namespace
+
+object to_object(const prereg::ConfigurationICP& config) { return write(config); }
+
+object to_object(const prereg::ConfigurationFPFH& config) { return write(config); }
+
+template <>
+prereg::ConfigurationICP from_object(const object& document)
+{
+    return read<prereg::ConfigurationICP>(document);
+}
+
+template <>
+prereg::ConfigurationFPFH from_object(const object& document)
+{
+    return read<prereg::ConfigurationFPFH>(document);
+}
+
+} // namespace bson
+
+namespace prereg {
+
+namespace {
+
+const Logging::CLogger logger(L"QAV.PreRegistration.FPFH");
+
+template <class Config>
+Config override(const bson::object& overrides, const Config& base, const wchar_t* nothing)
+{
+    if (overrides) return bson::from_object<Config>(bson::to_object(base).update(overrides));
+    // Hosts filter their logs by this name of the function.
+    logger.Warn({nothing, __FILE__, __LINE__, "prereg::OverrideSettings"});
+    return base;
+}
+
+} // namespace
+
+ConfigurationICP OverrideSettings(const bson::object& overrides, const ConfigurationICP& base)
+{
+    return override(overrides, base, L"OverrideConfigSettings(ICP): nothing to override");
+}
+
+ConfigurationFPFH OverrideSettings(const bson::object& overrides, const ConfigurationFPFH& base)
+{
+    return override(overrides, base, L"OverrideConfigSettings(FPFH): nothing to override");
+}
+
+} // namespace prereg
