@@ -23,7 +23,7 @@ prereg::ConfigurationICP SettingsForGrid(double dGrid)
     config.dMaxStdDev = 0.2 * dGrid;
     // Far below the noise of any scanner, so that the slip tells what the samples say, down to the last iteration.
     config.dPointAccuracy = 0.005 * dGrid;
-    // Twice the default samples and nearly all of them inliers: a third of the default's errors on the bunny scans.
+    // Twice the default samples and nearly all of them inliers: half of the default's errors on the bunny scans.
     config.uiNumSamples = 1000;
     config.dInlierScaling = 3.0;
     return config;

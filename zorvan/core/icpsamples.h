@@ -21,7 +21,7 @@ struct MovedSurfel
 /// Draws `draws` floating surfels with `draw(k)`, in order, moves them by the pose and looks each up in the fixed tree:
 /// `find(surfel)` gives the index of a fixed point or -1, `use(surfel, index)` is called, in the order of the draws,
 /// where there is one. Works batch by batch, each stage asking for the memory of the next: samples lie all over both
-/// clouds, and without that a run over 4,000,000 points waits for memory most of its time.
+/// clouds, and on millions of points every look-up waits for it.
 template <typename Draw, typename Find, typename Use>
 void ForEachMovedSurfel(std::size_t draws, const kdtree::Vector<3>* fltPoints, const kdtree::Vector<3>* fltNormals,
                         const kdtree::Vector<3>* fixPoints, const kdtree::Vector<3>* fixNormals,

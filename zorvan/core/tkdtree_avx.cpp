@@ -1,6 +1,6 @@
 // The tree's searches in eight lanes. Only functions marked WIDE use AVX, and all of them are local to this file, so
-// none can be taken for a baseline function of the same name. FindNearest on 40,256 scan points: 1.2 times the speed of
-// four lanes.
+// none can be taken for a baseline function of the same name. FindNearest on 40,256 scan points: 1.05
+// (random order) to 1.12 times (scan order) the speed of four lanes.
 
 #include "zorvan/core/tkdtree_kernels.h"
 #include "zorvan/core/tkdtree_lanes.h"
