@@ -20,6 +20,8 @@ import sys
 import tempfile
 import time
 
+from posemath import errors
+
 FIX, FLT, MM_PER_UNIT = "bun000.ply", "bun045.ply", 1000.0
 MIDDLE = (-0.024, 0.097, 0.036)  # of bun000, in its unit (m)
 
@@ -52,13 +54,6 @@ def disturbed(pose, rng, degrees, mm):
     moved = [[sum(turn[i][k] * pose[k][j] for k in range(3)) for j in range(3)] for i in range(3)]
     about = apply(turn, [pose[i][3] - MIDDLE[i] for i in range(3)])
     return [moved[i] + [about[i] + MIDDLE[i] + shift[i]] for i in range(3)] + [[0, 0, 0, 1]]
-
-
-def errors(pose, truth):
-    trace = sum(pose[i][j] * truth[i][j] for i in range(3) for j in range(3))
-    skew = math.sqrt(max(0.0, (3 - trace) * (1 + trace)))  # atan2 keeps its digits where acos of the trace does not
-    shift = math.sqrt(sum((pose[i][3] - truth[i][3]) ** 2 for i in range(3)))
-    return math.degrees(math.atan2(skew, trace - 1)), shift * MM_PER_UNIT
 
 
 def align(program, data, start, folder):
@@ -98,7 +93,7 @@ def main():
             pose, result = align(args.program, data, disturbed(truth, rng, args.degrees, args.mm), pathlib.Path(folder))
             verdicts[result["text"].split(" (")[0]] = verdicts.get(result["text"].split(" (")[0], 0) + 1
             if pose is not None:
-                found.append(errors(pose, truth))
+                found.append(errors(pose, truth, mm_per_unit=MM_PER_UNIT))
             if sys.stderr.isatty():
                 print(f"\r{k + 1} of {args.starts}", end="", file=sys.stderr)
     if sys.stderr.isatty():

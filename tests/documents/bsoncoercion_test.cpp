@@ -160,6 +160,14 @@ TEST(Coercion, CutsNumbersThatDoNotFitWithoutSurprise)
     EXPECT_EQ(Outcome(SampleOf("date"), {"x", 1ULL << 63}), "-9223372036854775808");
 }
 
+TEST(Coercion, OfEmptyValuesIsFalseAndOfBinariesOfOtherSizesFails)
+{
+    for (const element& empty : {element("x", ""), element("x", nullptr, 0), element("x", 0), element("x", 0.0)})
+        EXPECT_EQ(Outcome(SampleOf("boolean"), empty), "false") << empty.dump();
+    for (const std::uint64_t size : {0, 2, 4, 8})
+        EXPECT_EQ(Outcome(SampleOf("uint64"), element("x", "12345678", size)), "fail") << size;
+}
+
 TEST(Coercion, OfDocumentsKeepsTheOrderOfTheInputAndTheNestingOfErrors)
 {
     const object settings{{"d", 0.0}, {"o", object{{"x", 1}, {"y", 2}}}, {"d", 1}};

@@ -1,6 +1,7 @@
 #include "zorvan/documents/bson.h"
 
 #include "tests/documents/samples.h"
+#include "tests/support/commalocale.h"
 
 #include <gmock/gmock.h>
 
@@ -46,6 +47,8 @@ TEST(Json, DumpAbbreviatesBinaries)
     };
     EXPECT_EQ(dumped(16, element::eUUID), R"({"b" : <uuid:2D2DFF01-2D2D-2D2D-2D2D-2D2D2D2D2D2D>})");
     EXPECT_EQ(dumped(2, element::eUUID), R"({"b" : <bin:"\x01\xff">})");
+    EXPECT_EQ(dumped(16, element::eGeneric),
+              R"({"b" : <bin:"\x01\xff\x2d\x2d\x2d\x2d\x2d\x2d\x2d\x2d\x2d\x2d\x2d\x2d\x2d\x2d">})");
     EXPECT_EQ(dumped(17, element::eGeneric), R"({"b" : <bin:17 bytes>})");
 }
 
@@ -77,10 +80,16 @@ TEST(Json, ThrowsTheMessageOfAnError)
         {R"({"a" : [1]})", "expected token '}', found '['."},
         {R"({"a" : 1)", "unexpected end of text"},
         {R"({"a" : "b#"})", "unexpected end of text"},
+        {"", "unexpected end of text"},
     };
     for (const auto& [text, message] : cases)
-        EXPECT_THAT([&] { static_cast<void>(object::from_json(text)); }, testing::Throws<std::string>(message)) << text;
+        EXPECT_THAT([&text = text] { static_cast<void>(object::from_json(text)); },
+                    testing::Throws<std::string>(message))
+            << text;
     EXPECT_THROW(static_cast<void>(object::from_json("{\"\xFF\" : 1}")), std::range_error);
+    const std::string quote = object(element("a", "b\"c")).to_json(); // written raw, and so unreadable
+    EXPECT_EQ(quote, R"({"a" : "b"c"})");
+    EXPECT_THROW(static_cast<void>(object::from_json(quote)), std::string);
 }
 
 TEST(Json, RefusesTextThatNestsTooDeep)

@@ -3,8 +3,6 @@
 #include "zorvan/documents/bson.h"
 
 #include <algorithm>
-#include <clocale>
-#include <locale>
 #include <ostream>
 #include <string>
 
@@ -53,31 +51,3 @@ inline bson::object Unfreeze(const std::string& bytes)
     std::copy(bytes.begin(), bytes.end(), copy.get());
     return bson::object::unfreeze(copy.get(), bytes.size());
 }
-
-/// While it lives, both kinds of locale write one half as "0,5": the C++ one always, the C one if the system has such.
-class CCommaLocale
-{
-    struct SComma : std::numpunct<char>
-    {
-        char do_decimal_point() const override { return ','; }
-        char do_thousands_sep() const override { return '.'; }
-        std::string do_grouping() const override { return "\3"; }
-    };
-
-public:
-    CCommaLocale()
-        : m_oldC(std::setlocale(LC_ALL, nullptr)), m_old(std::locale::global(std::locale(std::locale(), new SComma)))
-    {
-        for (const char* name : {"de_DE.UTF-8", "fr_FR.UTF-8"}) std::setlocale(LC_ALL, name);
-    }
-
-    ~CCommaLocale()
-    {
-        std::locale::global(m_old);
-        std::setlocale(LC_ALL, m_oldC.c_str());
-    }
-
-private:
-    std::string m_oldC;
-    std::locale m_old;
-};

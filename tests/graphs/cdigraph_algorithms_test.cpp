@@ -131,6 +131,21 @@ TEST_P(RandomGraphs, FarthestNodesAreThoseOfTheLongestShortestPath)
     }
 }
 
+/// In a tree, whose edges lead both ways, the farthest of the farthest is an end of the longest path.
+TEST_P(RandomGraphs, SearchForTheFarthestEndsAtAnEndOfTheLongestPath)
+{
+    CDiGraph tree(n);
+    for (int v = 1; v < n; ++v) {
+        const int parent = static_cast<int>(m_engine() % static_cast<unsigned int>(v));
+        tree.edge(v, parent);
+        tree.edge(parent, v);
+    }
+    std::vector<float> longest;
+    for (int v = 0; v < n; ++v) longest.push_back(std::ranges::max(tree.dijkstra_SSSP(v, -1, unit).distances));
+    for (int v = 0; v < n; ++v) EXPECT_EQ(longest[at(tree.search_farthest_node(v))], std::ranges::max(longest));
+    for (int v = 0; v < n; ++v) EXPECT_EQ(CDiGraph(n).search_farthest_node(v), v) << "no edges";
+}
+
 TEST_P(RandomGraphs, DepthFirstMarksNestLikeParentheses)
 {
     m_graph.DFS();

@@ -3,7 +3,10 @@
 #include "randomgraph.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdio>
+#include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
@@ -121,6 +124,27 @@ TEST(CDiGraph, TextComesBack)
     small.serialize(text);
     EXPECT_EQ(text.str(), "4 0 1 0 2 2 0 3");
     EXPECT_EQ(edgesOf(CDiGraph::deserialize(text)), edgesOf(small));
+}
+
+TEST(CDiGraph, WritesItselfForGraphviz)
+{
+    CDiGraph graph(5);
+    for (const auto& [a, b] : {std::pair(1, 2), {0, 1}, {1, 0}, {2, 2}, {2, 4}}) graph.edge(a, b);
+    graph.edge(0, 1).payload = 7;
+    graph.edge(2, 4).payload = 8;
+    graph[3].payload = 9;
+    const std::string file = testing::TempDir() + "zorvan_graph_" + std::to_string(::getpid()) + ".dot";
+    const auto label = [](const auto& labelled) { return std::to_string(*labelled.payload.template get<int>()); };
+    EXPECT_TRUE(graph.dump_GraphViz(file, "g", label, label, "shape = box"));
+    std::stringstream text;
+    text << std::ifstream(file).rdbuf();
+    EXPECT_EQ(text.str(), "digraph \"g\" {\n\tnode [shape = box];\n\tratio = compress;\n\tsplines = true;\n"
+                          "\tconcentrate = true;\n\tv3 [label=\"9\"];\n"
+                          "\tsubgraph cluster_1 {\n\t\tlabel=\"SCC #1\";\n\t\tcolor = purple;\n\t\tstyle = dashed;\n"
+                          "\t\tv0 -> v1 [label=\"7\"];\n\t\tv1 -> v0;\n\t}\n"
+                          "\tv1 -> v2;\n\tv2 -> v4 [label=\"8\"];\n\tv2 -> v2;\n\tv3;\n}\n");
+    std::remove(file.c_str());
+    for (const char* bad : {"", "/nowhere/g.dot", "/dev/full"}) EXPECT_FALSE(graph.dump_GraphViz(bad, "g")) << bad;
 }
 
 TEST(CDiGraph, ReadsHostileTextWithoutHarm)

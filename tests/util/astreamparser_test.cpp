@@ -1,8 +1,9 @@
 #include "zorvan/util/astreamparser.h"
 
+#include "tests/support/commalocale.h"
+
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <cmath>
 #include <fstream>
 #include <stdexcept>
@@ -99,8 +100,7 @@ TEST(AStreamParser, LooksAheadWithoutTakingAndTakesWhatDoesNotFit)
 
 TEST(AStreamParser, ReadsNumbersInTheClassicLocaleAndEachAnew)
 {
-    const std::string restored = std::setlocale(LC_ALL, nullptr);
-    for (const char* name : {"de_DE.UTF-8", "fr_FR.UTF-8"}) std::setlocale(LC_ALL, name);
+    const CCommaLocale comma;
     CTextParser parser(L"v 1.5\nv 7\n12345678901 -12345678901 0x10 1e400");
     for (const double expected : {1.5, 7.0}) { // at the same place of two lines
         EXPECT_TRUE(parser.match(L"v", true) && parser.match(AStreamParser::eFloat, true));
@@ -115,7 +115,6 @@ TEST(AStreamParser, ReadsNumbersInTheClassicLocaleAndEachAnew)
     parser.match(L"x10", true);
     EXPECT_FALSE(parser.match(AStreamParser::eFloat, false));
     EXPECT_TRUE(std::isnan(parser.getDouble()));
-    std::setlocale(LC_ALL, restored.c_str());
 }
 
 TEST(AStreamParser, SlurpsEveryByteOfAFile)
