@@ -149,4 +149,24 @@ Surface BumpySurface(std::size_t n, std::uint32_t seed, float noise)
     return surface;
 }
 
+Surface BumpyBall(const Vector3& direction, float maxAngle, std::size_t n, std::uint32_t seed, float noise)
+{
+    std::mt19937 rng(seed);
+    std::normal_distribution<float> disturb(0.0F, 1.0F);
+    Surface surface;
+    while (surface.points.size() < n) {
+        const Vector3 u = RandomDirection(rng);
+        if (Dot(u, direction) < std::cos(maxAngle)) continue;
+        const float a = 5 * u.x + 1;
+        const float b = 6 * u.z + 2 * u.x;
+        const float radius = 20 + 1.2F * std::sin(a) * std::cos(4 * u.y) + 0.8F * std::sin(b);
+        const Vector3 slope(6 * std::cos(a) * std::cos(4 * u.y) + 1.6F * std::cos(b),
+                            -4.8F * std::sin(a) * std::sin(4 * u.y), 4.8F * std::cos(b));
+        const Vector3 normal = u * radius - (slope - u * Dot(slope, u));
+        surface.normals.push_back(normal * (1.0F / normal.Length()));
+        surface.points.push_back(u * radius + surface.normals.back() * (noise * disturb(rng)));
+    }
+    return surface;
+}
+
 } // namespace support

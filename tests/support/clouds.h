@@ -41,4 +41,8 @@ struct Surface
 };
 Surface BumpySurface(std::size_t n, std::uint32_t seed, float noise = 0.0F);
 
+/// One view of a bumpy ball without symmetry, about 20 mm in radius, around the origin: what lies within `maxAngle`
+/// (radians) of the direction, with its exact normals.
+Surface BumpyBall(const Vector3& direction, float maxAngle, std::size_t n, std::uint32_t seed, float noise = 0.0F);
+
 } // namespace support

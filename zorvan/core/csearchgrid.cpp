@@ -143,7 +143,7 @@ void CSearchGrid::sortIntoCells(const Vector3* points, std::size_t n)
     std::vector<std::uint32_t> linear(n);
     std::vector<std::uint32_t> next(m_numCubes + std::size_t{1}, 0);
     for (std::size_t i = 0; i < n; ++i) {
-        linear[i] = clampedLinearIndex(points[i]);
+        linear[i] = hashCubeIdx(getClampedCubeIdx(points[i]));
         ++next[linear[i]];
     }
 
@@ -178,13 +178,11 @@ void CSearchGrid::abort()
     m_numOccupied = 0;
 }
 
-std::uint32_t CSearchGrid::clampedLinearIndex(const Vector3& p) const
+CSearchGrid::IVector3D CSearchGrid::getClampedCubeIdx(const Vector3& p) const
 {
-    IVector3D idx = getCubeIdx(p);
-    idx.x = std::clamp(idx.x, 0, m_dims.x - 1);
-    idx.y = std::clamp(idx.y, 0, m_dims.y - 1);
-    idx.z = std::clamp(idx.z, 0, m_dims.z - 1);
-    return hashCubeIdx(idx);
+    const IVector3D idx = getCubeIdx(p);
+    return {std::clamp(idx.x, 0, m_dims.x - 1), std::clamp(idx.y, 0, m_dims.y - 1), std::clamp(idx.z, 0, m_dims.z - 1),
+            0};
 }
 
 CSearchGrid::IVector3D CSearchGrid::getCubeIdx(const Vector3& p) const

@@ -66,6 +66,8 @@ public:
 protected:
     /// Cell of p, not clamped to the grid.
     [[nodiscard]] IVector3D getCubeIdx(const kdtree::Vector<3>& p) const;
+    /// The cell that holds a point of the grid.
+    [[nodiscard]] IVector3D getClampedCubeIdx(const kdtree::Vector<3>& p) const;
     [[nodiscard]] kdtree::Range<3> getBBox(const IVector3D& idx) const;
     /// Linear index of a cell in wrapping arithmetic. Exact, no hash: no collisions inside the grid.
     [[nodiscard]] std::uint32_t hashCubeIdx(const IVector3D& idx) const;
@@ -86,7 +88,6 @@ private:
     bool computeDims();
     void sortIntoCells(const kdtree::Vector<3>* points, std::size_t n);
     void abort();
-    [[nodiscard]] std::uint32_t clampedLinearIndex(const kdtree::Vector<3>& p) const;
     void search_NN(const kdtree::Vector<3>& q, const std::uint32_t* cube, Nearest& nearest) const;
     void search_Ball(const kdtree::Ball<3>& ball, const std::uint32_t* cube, std::vector<unsigned>& out) const;
 

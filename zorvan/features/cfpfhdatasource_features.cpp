@@ -1,0 +1,113 @@
+// The features of a source's points.
+
+#include "zorvan/features/cfpfhdatasource.h"
+
+#include "zorvan/core/csearchgrid.h"
+#include "zorvan/features/indexparts.h"
+#include "zorvan/features/neighbourhoods.h"
+#include "zorvan/platform/clogger.h"
+
+#include <stdexcept>
+
+namespace prereg {
+
+namespace {
+
+using Vector3 = kdtree::Vector<3>;
+
+const Logging::CLogger logger(L"QAV.PreRegistration.FPFH");
+
+constexpr unsigned minNeighbors = 12; // the point itself among them
+
+bool hasFeature(const CPointFeatureHistogram& feature) { return kdtree::IsFinite(feature.AsArray()[0]); }
+
+} // namespace
+
+void CFPFHDataSource::computeFeatures(std::size_t from)
+{
+    computeFeatures_CPU(from);
+    moveInvalidFeaturesBack();
+}
+
+void CFPFHDataSource::computeFeatures_CPU(std::size_t from)
+{
+    if (from == m_featurePoints.size()) return;
+    const detail::CNeighbourGrid grid(m_featureRadius, m_featurePoints.data(), m_featurePoints.size());
+    if (grid.Empty()) {
+        logger.Error(L"rejecting update: detected (only) irregular points (Inf/NaN/dupes) ?!");
+        Clear();
+        return;
+    }
+    // In the order of the grid: neighbours share their candidates, and tasks get regions of their own.
+    std::vector<std::uint32_t> positions;
+    positions.reserve(m_featurePoints.size() - from);
+    for (std::uint32_t k = 0; k < grid.Size(); ++k) {
+        if (grid.GetPermutation()[k] >= from) positions.push_back(k);
+    }
+    const auto radius = static_cast<float>(m_featureRadius);
+    const auto forEachNew = [&](auto compute) {
+        forEachPart(m_numTasks, positions.size(), [&](std::size_t first, std::size_t last) {
+            detail::CNeighbourhood neighbourhood(grid, m_featurePoints.data(), m_featureNormals.data(),
+                                                 radius * radius);
+            for (std::size_t k = first; k < last; ++k) {
+                neighbourhood.Enter(positions[k]);
+                compute(neighbourhood, grid.GetPermutation()[positions[k]]);
+            }
+        });
+    };
+    forEachNew([this](auto& neighbourhood, std::size_t i) { computeSimplified(neighbourhood, i); });
+    forEachNew([this](auto& neighbourhood, std::size_t i) { computeFeature(neighbourhood, i); });
+}
+
+void CFPFHDataSource::computeSimplified(detail::CNeighbourhood& neighbourhood, std::size_t i)
+{
+    SimplifiedHistogram& simplified = m_simplified[i];
+    simplified.numNeighbors += neighbourhood.CountPairs(simplified.histogram);
+    if (simplified.numNeighbors < minNeighbors) simplified = {};
+}
+
+void CFPFHDataSource::computeFeature(detail::CNeighbourhood& neighbourhood, std::size_t i)
+{
+    const unsigned count = m_simplified[i].numNeighbors;
+    if (count == 0) {
+        m_features[i] = CPointFeatureHistogram::Invalid();
+        return;
+    }
+    // The factor cancels in the end; it keeps the sums small.
+    neighbourhood.SumHistograms(1.0F / static_cast<float>(count), m_simplified.data(), m_features[i]);
+    m_features[i].Normalize();
+}
+
+void CFPFHDataSource::moveInvalidFeaturesBack()
+{
+    std::size_t first = 0;
+    std::size_t end = m_features.size();
+    while (true) {
+        while (end > first && !hasFeature(m_features[end - 1])) --end;
+        while (first < end && hasFeature(m_features[first])) ++first;
+        if (first >= end) break;
+        const std::size_t last = end - 1;
+        std::swap(m_featurePoints[first], m_featurePoints[last]);
+        std::swap(m_featureNormals[first], m_featureNormals[last]);
+        std::swap(m_featureMasks[first], m_featureMasks[last]);
+        std::swap(m_simplified[first], m_simplified[last]);
+        std::swap(m_features[first], m_features[last]);
+    }
+    m_numFeatures = end;
+}
+
+void CFPFHDataSource::maskPlanarRegions(std::size_t first, std::size_t last, float threshold, float radius,
+                                        unsigned int mask)
+{
+    const Zorvan::CSearchGrid grid(radius, m_points.data(), m_points.size());
+    std::vector<unsigned> near;
+    for (std::size_t i = first; i < last; ++i) {
+        if (i >= m_features.size()) throw std::out_of_range("invalid vector<T> subscript");
+        if (!(m_features[i].SquaredEuclideanDistanceToPlane() < threshold)) continue;
+        near.clear();
+        grid.QueryRange(near, {m_featurePoints[i], radius * radius});
+        for (const unsigned j : near) m_masks[j] |= mask;
+    }
+}
+
+} // namespace prereg
