@@ -1,0 +1,159 @@
+#include "zorvan/preregistration/cfpfhpolygon.h"
+
+#include "tests/preregistration/measuredsurface.h"
+#include "tests/support/logcapture.h"
+#include "zorvan/preregistration/polygonmatching.h"
+#include "zorvan/preregistration/randomdraws.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cmath>
+#include <set>
+
+namespace {
+
+using prereg::CFPFHClusterAnalysis;
+using prereg::CFPFHPolygon;
+using prereg::ConfigurationFPFH;
+using prereg::CTrafo;
+using support::LogCapture;
+using support::Vector3;
+using Ring = std::vector<prereg::RingVertex>;
+
+TEST(RandomSubset, HoldsDifferentNumbersAndAllOfThemEquallyOften)
+{
+    std::mt19937 random(1);
+    std::vector<int> counts(10);
+    for (int round = 0; round < 5000; ++round) {
+        const auto subset = prereg::drawSubset(random, 4, 10);
+        ASSERT_EQ(std::set<std::uint32_t>(subset.begin(), subset.end()).size(), 4U);
+        ++counts[subset[0]];
+    }
+    EXPECT_THAT(counts, testing::Each(testing::AllOf(testing::Gt(400), testing::Lt(600))));
+    EXPECT_TRUE(prereg::drawSubset(random, 0, 10).empty());
+    EXPECT_TRUE(prereg::drawSubset(random, 11, 10).empty());
+    int failures = 0;
+    for (int round = 0; round < 200; ++round) failures += prereg::drawSubset(random, 2, 2).empty() ? 1 : 0;
+    EXPECT_GT(failures, 0) << "the last one takes too many draws now and then";
+    EXPECT_LT(failures, 50);
+}
+
+double changeOf(const Ring& ring, const std::vector<std::size_t>& choice)
+{
+    double sum = 0;
+    for (std::size_t i = 0; i < ring.size(); ++i) {
+        const std::size_t next = (i + 1) % ring.size();
+        const Vector3 side = ring[i].candidates[choice[i]] - ring[next].candidates[choice[next]];
+        sum += std::abs(side.Length() - (ring[i].point - ring[next].point).Length());
+    }
+    return sum;
+}
+
+double smallestChange(const Ring& ring, std::vector<std::size_t> choice)
+{
+    if (choice.size() == ring.size()) return changeOf(ring, choice);
+    double smallest = 1e9;
+    choice.push_back(0);
+    for (; choice.back() < ring[choice.size() - 1].candidates.size(); ++choice.back()) {
+        smallest = std::min(smallest, smallestChange(ring, choice));
+    }
+    return smallest;
+}
+
+TEST(MatchRing, KeepsTheShapeAsWellAsAnyChoiceOfCandidates)
+{
+    std::mt19937 rng(2);
+    for (std::size_t vertices = 1; vertices < 6; ++vertices) {
+        for (int round = 0; round < 20; ++round) {
+            Ring ring(vertices);
+            for (auto& vertex : ring) {
+                vertex.point = support::RandomDirection(rng) * 5;
+                vertex.candidates.resize(1 + rng() % 4);
+                for (auto& candidate : vertex.candidates) candidate = support::RandomDirection(rng) * 5;
+            }
+            const auto match = prereg::matchRing(ring);
+            ASSERT_EQ(match.candidate.size(), vertices);
+            EXPECT_NEAR(changeOf(ring, match.candidate), smallestChange(ring, {}), 1e-4);
+            double errors = 0;
+            for (const float error : match.errors) errors += error;
+            EXPECT_NEAR(errors, changeOf(ring, match.candidate), 1e-4) << "each side belongs to two vertices by half";
+            ring[rng() % vertices].candidates.clear();
+            EXPECT_TRUE(prereg::matchRing(ring).Empty());
+        }
+    }
+}
+
+TEST(CFPFHPolygon, IsDrawnWhereItMayBe)
+{
+    const auto set = support::Measure(1);
+    auto config = support::SearchSettings();
+    std::mt19937 random(3);
+    for (const double diameter : {8.0, 0.01}) {
+        config.dMaxPolygonDiameter = diameter;
+        const LogCapture log;
+        const CFPFHPolygon polygon(random, *set, {}, config, -1.0);
+        ASSERT_TRUE(polygon);
+        ASSERT_EQ(polygon.GetNumVertices(), config.uiNumPolygonVertices);
+        float widest = 0;
+        for (std::size_t i = 1; i < polygon.GetNumVertices(); ++i) {
+            const auto p = set->GetFeaturePoint(static_cast<std::size_t>(polygon.GetVertexIndex(i)));
+            const auto q = set->GetFeaturePoint(static_cast<std::size_t>(polygon.GetVertexIndex(0)));
+            widest = std::max(widest, (p - q).Length());
+        }
+        const bool isTooSmall = diameter < 1;
+        EXPECT_EQ(widest > static_cast<float>(diameter), isTooSmall);
+        EXPECT_EQ(log.Has(L"failed to create a polygon; 0 tries left ..."), isTooSmall);
+        EXPECT_EQ(log.Has(L"failed to create a polygon; removing diameter restriction"), isTooSmall);
+    }
+    config.dMaxPolygonDiameter = -1;
+    EXPECT_TRUE(CFPFHPolygon(random, *set, {}, config, 0.5)) << "from dense places";
+    config.uiNumPolygonVertices = static_cast<unsigned>(set->SizeFeatures() / 5 + 1);
+    const LogCapture log;
+    const CFPFHPolygon none(random, *set, {}, config, -1.0);
+    EXPECT_FALSE(none);
+    EXPECT_LT(none.GetVertexIndex(0), 0);
+    EXPECT_TRUE(log.Has(L"too few points for seeding"));
+    EXPECT_FALSE(none.ComputePreRegistration(*set, *set, config, false).first);
+}
+
+TEST(CFPFHPolygon, TakesOneVertexFromEachCluster)
+{
+    const auto set = support::Measure(1);
+    auto config = support::SearchSettings();
+    config.uiNumPolygonVertices = 4;
+    const CFPFHClusterAnalysis analysis(*set, config);
+    ASSERT_EQ(analysis.GetNumClusters(), 4U);
+    config.uiNumPolygonVertices = 9;
+    std::mt19937 random(4);
+    const CFPFHPolygon polygon(random, *set, analysis, config, -1.0);
+    ASSERT_EQ(polygon.GetNumVertices(), 4U);
+    for (std::size_t k = 0; k < 4; ++k) {
+        const auto cluster = analysis.GetCluster(k);
+        EXPECT_NE(std::find(cluster.begin(), cluster.end(), static_cast<unsigned>(polygon.GetVertexIndex(k))),
+                  cluster.end());
+    }
+}
+
+TEST(CFPFHPolygon, ProposesThePoseOfAMovedCopyExactly)
+{
+    std::mt19937 random(5);
+    const auto fix = support::Measure(1);
+    const CTrafo truth = support::RandomPose(random, 30);
+    const auto flt = fix->Transform(truth.GetInverse(true));
+    const auto config = support::SearchSettings();
+    for (int round = 0; round < 20; ++round) {
+        const CFPFHPolygon polygon(random, flt, {}, config, -1.0);
+        const auto [trafo, pairs] = polygon.ComputePreRegistration(*fix, flt, config, false);
+        ASSERT_TRUE(trafo);
+        const Vector3 p = flt.GetFeaturePoint(0);
+        EXPECT_LT((trafo * p - truth * p).Length(), 0.01F);
+        for (const auto& pair : pairs) {
+            EXPECT_EQ(pair.fixIndex, pair.fltIndex);
+            EXPECT_GE(pair.weight, 0.0099);
+            EXPECT_LE(pair.weight, 100);
+        }
+    }
+}
+
+} // namespace
