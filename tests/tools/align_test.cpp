@@ -46,6 +46,44 @@ TEST_F(AlignedViews, ComeNearTheTruthFromARoughStart)
     EXPECT_EQ(folder->Read("poses.json"), first);
 }
 
+TEST_F(AlignedViews, AreFoundWithoutAStart)
+{
+    const auto outcome = folder->Run("align view00.ply view01.ply -o found.json");
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
+    EXPECT_NE(outcome.err.find("4000 polys, "), std::string::npos) << outcome.err;
+    ExpectNearTruth("found.json");
+    const std::string first = folder->Read("found.json");
+    EXPECT_EQ(folder->Run("align view00.ply view01.ply --threads 3 -o found.json --quiet").err, "");
+    EXPECT_EQ(folder->Read("found.json"), first);
+    EXPECT_EQ(folder->Run("align view01.ply view00.ply -o back.json").exitCode, 0);
+    ExpectNearTruth("back.json");
+}
+
+TEST_F(AlignedViews, AreAllToldWhenAskedFor)
+{
+    folder->Write("loose.txt", "{'uiTrafoClusteringQuorum' : 0, 'uiNumPolygons' : 400, 'dMinSmallBigRatio' : 0,"
+                               " 'dMaxRMSE' : 0.2}");
+    EXPECT_EQ(folder->Run("align view00.ply view01.ply --all --settings loose.txt -o all.json").exitCode, 0);
+    ExpectNearTruth("all.json");
+    const std::string text = folder->Read("all.json");
+    const std::string verdicts = text.substr(text.find("\"candidates\""));
+    EXPECT_NE(verdicts.find("success"), std::string::npos);
+    EXPECT_NE(verdicts.find("too much slip"), std::string::npos) << verdicts;
+}
+
+TEST_F(AlignedViews, OfDifferentObjectsGiveNoPoseHoweverLongTheUserWaits)
+{
+    ASSERT_EQ(folder->Run("simulate -o other --views 1 --points 12000 --seed 9 --quiet").exitCode, 0);
+    folder->Write("endless.txt", "{'uiNumPolygons' : 1000000, 'uiTrafoClusteringQuorum' : 20}");
+    const auto outcome = folder->Run("align view01.ply other/view00.ply --settings endless.txt -o stopped.json",
+                                     "timeout --preserve-status -s INT 4");
+    EXPECT_EQ(outcome.exitCode, 1) << outcome.out << outcome.err;
+    EXPECT_NE(outcome.err.find("stopped; this is what was found so far"), std::string::npos) << outcome.err;
+    EXPECT_NE(folder->Read("stopped.json").find("\"pose\""), std::string::npos);
+    EXPECT_EQ(folder->Run("align view01.ply other/view00.ply -o none.json").exitCode, 1);
+    EXPECT_FALSE(tools::ReadPoses(*folder / "none.json").Find("view00.ply").scan->pose);
+}
+
 TEST_F(AlignedViews, ComeNearTheTruthTheOtherWayRound)
 {
     EXPECT_EQ(folder->Run("align view01.ply view00.ply --initial rough.json -o back.json").exitCode, 0);

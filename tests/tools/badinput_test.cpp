@@ -107,6 +107,9 @@ TEST_F(BadInput, OfEveryKindIsRefusedInOneLine)
 TEST_F(BadInput, OfTheCallIsRefusedInOneLine)
 {
     folder.Write("flt.xyz", folder.Read("fix.xyz"));
+    folder.Write("same.ply", "ply");
+    folder.Write("few.xyz", "0 0 0\n1 0 0\n2 0 0\n0 1 0\n1 1 0\n2 1 0\n0 2 0\n1 2 0\n2 2 0\n");
+    folder.Write("wide.txt", "{'dFeatureRadius' : 0.5}");
     WritePose("flt.xyz");
     const struct
     {
@@ -115,7 +118,7 @@ TEST_F(BadInput, OfTheCallIsRefusedInOneLine)
     } cases[] = {
         {"", "--help"},
         {"align fix.xyz", "FLT"},
-        {"align fix.xyz flt.xyz", "--initial POSES.json"},
+        {"align fix.xyz few.xyz", "few.xyz: has no features, too few for a search"},
         {"align fix.xyz missing.xyz --initial p.json", "no pose of missing.xyz"},
         {"align missing.xyz flt.xyz --initial p.json", "missing.xyz: no such file"},
         {"align fix.xyz flt.xyz --initial missing.json", "missing.json: no such file"},
@@ -127,6 +130,14 @@ TEST_F(BadInput, OfTheCallIsRefusedInOneLine)
         {"align fix.xyz flt.xyz --initial p.json --grid fine", "--grid"},
         {"align fix.xyz flt.xyz --initial p.json --sensor 1,2", "--sensor"},
         {"align fix.xyz flt.xyz --initial p.json --log loud", "--log"},
+        {"features missing.xyz", "missing.xyz: no such file"},
+        {"features fix.xyz -o old.json", "ends in .ply"},
+        {"features fix.xyz -o no/such/out.ply", "cannot be written"},
+        {"features same.ply -o ./same.ply", "replace the scan"},
+        {"features fix.xyz --grid 0.001", "too small for the extent"},
+        {"features fix.xyz --grid 1e300", "between 1e-6 and 1e9 mm"},
+        {"features fix.xyz --grid 1 --settings wide.txt", "dFeatureGridSize (4 mm) is larger than dFeatureRadius"},
+        {"align fix.xyz flt.xyz --grid 1 --settings wide.txt", "dFeatureGridSize (4 mm) is larger than dFeatureRadius"},
         {"simulate -o old.json", "old.json: cannot be written"},
         {"simulate -o new --views 0", "--views"},
         {"simulate -o new --rough 5", "--rough"},

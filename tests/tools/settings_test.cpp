@@ -1,3 +1,4 @@
+#include "tools/zorvan/autosettings.h"
 #include "tools/zorvan/settingsfile.h"
 
 #include "workfolder.h"
@@ -5,6 +6,8 @@
 #include "tools/zorvan/flagstore.h"
 #include "tools/zorvan/inputerror.h"
 #include "tools/zorvan/settingwords.h"
+
+#include "tests/support/commalocale.h"
 
 #include "zorvan/preregistration/settingsserialization.h"
 
@@ -52,6 +55,11 @@ TEST(SettingsText, ReadsBackExactlyAndDescribesEverySetting)
     config.dMaxPolygonVertexError = 1e-7;
     const std::string text = tools::WriteSettingsText(config, "heading");
     EXPECT_EQ(tools::WithSettings({}, tools::ReadSettingsText(text, "text")), config) << text;
+    {
+        const CCommaLocale comma;
+        EXPECT_EQ(tools::WriteSettingsText(config, "heading"), text);
+        EXPECT_EQ(tools::WithSettings({}, tools::ReadSettingsText(text, "text")), config);
+    }
     for (const object& all : {bson::to_object(config), bson::to_object(config.icpConfig)})
         for (const element& e : all)
             EXPECT_TRUE(e.type() == element::eObject || !tools::WordsForSetting(e.name()).empty()) << e.name();
@@ -66,7 +74,7 @@ TEST(SettingsText, ChangesWhatItNamesOnly)
     expected.icpConfig.uiNumSamples = 9;
     EXPECT_EQ(tools::WithSettings(tools::AllSettingsForGrid(0.2), settings), expected);
     EXPECT_EQ(tools::WithSettings(expected, tools::ReadSettingsText("{}", "text")), expected);
-    EXPECT_DOUBLE_EQ(tools::AllSettingsForGrid(0.6).dFeatureRadius, 3.0) << "the grid is twice the default";
+    EXPECT_DOUBLE_EQ(tools::AllSettingsForGrid(0.6).dFeatureRadius, 2 * tools::AllSettingsForGrid(0.3).dFeatureRadius);
 }
 
 TEST(SettingsText, IsRefusedWithPlaceAndReason)

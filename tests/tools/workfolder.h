@@ -43,9 +43,10 @@ public:
         std::string err;
     };
 
-    [[nodiscard]] Outcome Run(const std::string& arguments) const
+    /// @param limit  what ends the program when it takes too long
+    [[nodiscard]] Outcome Run(const std::string& arguments, const std::string& limit = "timeout 60") const
     {
-        const std::string command = "cd " + m_path.string() + " && timeout 60 " + ZORVAN_PROGRAM + " " + arguments +
+        const std::string command = "cd " + m_path.string() + " && " + limit + " " + ZORVAN_PROGRAM + " " + arguments +
                                     " >stdout.txt 2>stderr.txt";
         const int status = std::system(command.c_str());
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Read("stdout.txt"), Read("stderr.txt")};

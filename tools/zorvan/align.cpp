@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "inputerror.h"
 #include "options.h"
+#include "pairsearch.h"
 #include "posesfile.h"
 #include "progress.h"
 #include "scanreader.h"
@@ -31,6 +32,7 @@ struct AlignOptions
     std::string flt;
     std::string initial;
     std::string output;
+    bool isAll = false;
     GeneralOptions general;
     ScanFileOptions files;
     SettingsOptions settings;
@@ -40,9 +42,6 @@ std::string nameOf(const std::string& file) { return std::filesystem::path(file)
 
 void checkCall(const AlignOptions& options)
 {
-    if (options.initial.empty())
-        throw CInputError("align needs a start pose: give --initial POSES.json, a file with the rough pose of " +
-                          nameOf(options.flt) + " (this version does not search for one)");
     if (nameOf(options.fix) == nameOf(options.flt))
         throw CInputError("both scans are named " + nameOf(options.fix) +
                           ", and poses are matched by file name; rename one of them");
@@ -75,39 +74,47 @@ std::string length(double mm, const AlignOptions& options)
     return ToText(mm / options.files.dMmPerUnit) + " " + UnitName(options.files.dMmPerUnit);
 }
 
-/// The automatic settings with what the user has set.
-AutoSettings chooseSettings(const AlignOptions& options, const prereg::CPointSet& fix, const bson::object& set)
+/// A pair of scans, ready, with the settings that suit them.
+struct Pair
 {
-    AutoSettings settings = ChooseSettings(fix, options.files.ToGrid());
+    SurfelScan fix;
+    SurfelScan flt;
     prereg::ConfigurationFPFH config;
-    config.icpConfig = settings.icp;
-    settings.icp = WithSettings(config, set).icpConfig;
-    return settings;
-}
+    std::string words; ///< about the settings
+};
 
-prereg::ICPResult run(const AlignOptions& options, const prereg::CTrafo& start)
+Pair load(const AlignOptions& options)
 {
     const bson::object set = options.settings.Read(options.general.isQuiet);
-    CProgress progress("aligning", 4, options.general.isQuiet);
+    CProgress progress("reading", 2, options.general.isQuiet);
     const ScanOptions scanOptions = options.files.ToScanOptions();
-    const SurfelScan fixScan = LoadScan(options.fix, scanOptions);
+    Pair pair{LoadScan(options.fix, scanOptions), {}, {}, {}};
     progress.Step();
-    const SurfelScan fltScan = LoadScan(options.flt, scanOptions);
-    progress.Step();
-    const prereg::CPointSet fix = toPointSet(fixScan);
-    const prereg::CPointSet flt = toPointSet(fltScan);
-    const AutoSettings settings = chooseSettings(options, fix, set);
-    progress.Step();
-    std::mt19937 rng(uiSeed);
-    const prereg::ICPResult result = fix.ComputeICPRegistration(settings.icp, rng, flt, start, nullptr, false);
+    pair.flt = LoadScan(options.flt, scanOptions);
     progress.Finish();
+    const AutoSettings chosen = ChooseSettings(toPointSet(pair.fix), options.files.ToGrid());
+    pair.config = WithSettings(AllSettingsForGrid(chosen.dGrid), set);
 
-    Tell(fixScan.Warning(), options.general.isQuiet);
-    Tell(fltScan.Warning(), options.general.isQuiet);
-    Tell("grid " + length(settings.dGrid, options) + ": " + settings.reason + "; RMSE accepted up to " +
-             length(settings.icp.dMaxRMSE, options),
-         options.general.isQuiet);
+    pair.words = "grid " + length(chosen.dGrid, options) + ": " + chosen.reason + "; RMSE accepted up to " +
+                 length(pair.config.icpConfig.dMaxRMSE, options);
+    return pair;
+}
+
+/// From the start pose that the user gives.
+PairSearchResult refineFrom(const prereg::CTrafo& start, const Pair& pair)
+{
+    const prereg::CPointSet fix = toPointSet(pair.fix);
+    std::mt19937 rng(uiSeed);
+    PairSearchResult result;
+    result.candidates.push_back(
+        {{}, fix.ComputeICPRegistration(pair.config.icpConfig, rng, toPointSet(pair.flt), start, nullptr, false)});
     return result;
+}
+
+PairSearchResult search(const AlignOptions& options, const Pair& pair)
+{
+    return SearchPair(pair.fix, pair.flt, pair.config,
+                      {options.files.dMmPerUnit, options.general.uiNumThreads, options.isAll, options.general.isQuiet});
 }
 
 // What a run that ended early did not reach is marked by -1; here it becomes NaN, and null in the file.
@@ -118,16 +125,24 @@ RegistrationSummary summarize(const prereg::ICPResult& result)
     return {result.eICPResult, result.ToString(true), result.GetError(), known(result.GetOverlapRatio()), slip};
 }
 
-PosesFile toPoses(const AlignOptions& options, const prereg::ICPResult& result)
+PosesFile toPoses(const AlignOptions& options, const PairSearchResult& found)
 {
     const auto entry = [](const std::string& file) {
         return ScanPose{nameOf(file), std::filesystem::path(file).stem().string(), {}, {}};
     };
-    ScanPose fix = entry(options.fix);
-    ScanPose flt = entry(options.flt);
-    flt.pose = result ? result.GetTrafo() : prereg::CTrafo::Invalid();
-    flt.result = summarize(result);
-    return {options.files.dMmPerUnit, {{fix.id, true, {fix, flt}}}};
+    const auto withResult = [&](const prereg::ICPResult& result) {
+        ScanPose flt = entry(options.flt);
+        flt.pose = result.GetTrafo();
+        flt.result = summarize(result);
+        return flt;
+    };
+    const ScanPose fix = entry(options.fix);
+    ScanPose flt = withResult(found.Best());
+    if (!found.Best()) flt.pose = prereg::CTrafo::Invalid();
+    PosesFile poses{options.files.dMmPerUnit, {{fix.id, true, {fix, flt}}}};
+    if (!options.isAll) return poses;
+    for (const PairCandidate& candidate : found.candidates) poses.candidates.push_back(withResult(candidate.refined));
+    return poses;
 }
 
 void printPose(const prereg::CTrafo& pose, double mmPerUnit)
@@ -153,12 +168,20 @@ void printVerdict(const AlignOptions& options, const prereg::ICPResult& result)
     std::cout << '\n';
 }
 
-int align(const AlignOptions& options)
+int align(AlignOptions options)
 {
+    const bool hasStart = !options.initial.empty();
+    // To a search, what the library warns of is everyday business.
+    if (!hasStart && options.general.logLevel.empty()) options.general.logLevel = "error";
     options.general.Apply();
     checkCall(options);
-    const prereg::ICPResult result = run(options, readStartPose(options));
-    if (!options.output.empty()) WritePoses(options.output, toPoses(options, result));
+    const prereg::CTrafo start = hasStart ? readStartPose(options) : prereg::CTrafo::Invalid();
+    const Pair pair = load(options);
+    const PairSearchResult found = hasStart ? refineFrom(start, pair) : search(options, pair);
+    const prereg::ICPResult result = found.Best();
+    for (const std::string& words : {pair.fix.Warning(), pair.flt.Warning(), pair.words, found.words})
+        Tell(words, options.general.isQuiet);
+    if (!options.output.empty()) WritePoses(options.output, toPoses(options, found));
     printVerdict(options, result);
     if (result && options.output.empty()) printPose(result.GetTrafo(), options.files.dMmPerUnit);
     return result ? Done : NotEveryScan;
@@ -174,15 +197,16 @@ void AddAlign(CLI::App& app, int& exitCode)
     command->add_option("FLT", options->flt, "The scan that moves")->required();
     command->add_option("--initial", options->initial,
                         "Poses file with a rough pose of FLT, and of FIX unless it is the\n"
-                        "identity; needed in this version");
+                        "identity; without it the pose is searched for");
     command->add_option("-o,--output", options->output, "Poses file to write; without it the pose is printed");
+    command->add_flag("--all", options->isAll, "Write every candidate of the search with its verdict, best first");
     options->files.AddTo(*command);
     options->settings.AddTo(*command);
-    options->general.AddTo(*command, "Accepted for all commands; aligning a pair uses one");
+    options->general.AddTo(*command, "Threads that compute features; the result does not depend on it");
     command->footer("Exit code 0: aligned; 1: no pose was found; 2: wrong call or unreadable input.\n\n"
                     "Examples:\n"
-                    "  zorvan align a.ply b.ply --initial rough.json -o poses.json\n"
-                    "  zorvan align bun000.ply bun045.ply --scale 1000 --initial rough.json\n"
+                    "  zorvan align a.ply b.ply -o poses.json\n"
+                    "  zorvan align bun000.ply bun090.ply --scale 1000 --all -o candidates.json\n"
                     "  zorvan align a.ply b.ply --initial rough.json --settings mine.txt");
     command->callback([options, &exitCode] { exitCode = align(*options); });
 }

@@ -19,8 +19,12 @@ prereg::ConfigurationICP SettingsForGrid(double dGrid)
 {
     prereg::ConfigurationICP config;
     config.dMinQueryRadius = 1.5 * dGrid;
-    config.dMaxRMSE = 0.5 * dGrid;
-    config.dMaxStdDev = 0.2 * dGrid;
+    // Right poses of the bunny views come to 0.37 and 0.29 grids at most, the best wrong ones to 0.52 and 0.36.
+    config.dMaxRMSE = 0.45 * dGrid;
+    config.dMaxStdDev = 0.33 * dGrid;
+    config.dMinOverlapRatio = 0.05;
+    config.dMinSmallBigRatio = 0.3;
+    config.dSmallBigQueryRadiusScaling = 3;
     // Far below the noise of any scanner, so that the slip tells what the samples say, down to the last iteration.
     config.dPointAccuracy = 0.005 * dGrid;
     // Twice the default samples and nearly all of them inliers: half of the default's errors on the bunny scans.
@@ -29,15 +33,56 @@ prereg::ConfigurationICP SettingsForGrid(double dGrid)
     return config;
 }
 
-AutoSettings ChooseSettings(const prereg::CPointSet& fix, std::optional<double> dGrid)
+prereg::ConfigurationFPFH AllSettingsForGrid(double dGrid)
+{
+    const double featureGrid = 4 * dGrid;
+    prereg::ConfigurationFPFH config;
+    config.dGridSize = dGrid;
+    config.dFeatureGridSize = featureGrid;
+    config.dFeatureRadius = 5 * featureGrid;
+    // Small polygons fit into small overlaps; most are wrong, so there are many of them, and three that agree end it.
+    config.uiNumPolygons = 4000;
+    config.uiNumPolygonVertices = 5;
+    config.dMaxPolygonDiameter = 15 * featureGrid;
+    config.dMaxPolygonVertexError = featureGrid;
+    config.dTrafoPositionClusteringBandwidth = 2 * featureGrid;
+    config.dTrafoOrientationClusteringBandwidth = 0.2;
+    config.uiTrafoClusteringQuorum = 3;
+    config.icpConfig = SettingsForGrid(dGrid);
+    return config;
+}
+
+prereg::ConfigurationFPFH SettingsForSearch(const prereg::ConfigurationFPFH& config)
+{
+    constexpr double dPlay = 1.5; // radii and errors need not grow as much as the grid does
+    constexpr double dShareOfSamples = 0.3;
+    constexpr double dShareOfOverlap = 0.6;
+    const bool hasGrids = config.dGridSize > 0 && config.dFeatureGridSize > config.dGridSize * dPlay;
+    const double scale = hasGrids ? config.dFeatureGridSize / config.dGridSize / dPlay : 1.0;
+    prereg::ConfigurationFPFH search = config;
+    search.icpConfig = config.icpConfig.Scale(scale);
+    search.icpConfig.uiNumSamples = static_cast<unsigned>(config.icpConfig.uiNumSamples * dShareOfSamples);
+    search.icpConfig.dInitialQueryRadiusScaling = std::min(2.5, config.icpConfig.dInitialQueryRadiusScaling);
+    search.icpConfig.dMinOverlapRatio *= dShareOfOverlap;
+    return search;
+}
+
+prereg::ConfigurationICP SettingsForRefinement(const prereg::ConfigurationFPFH& config)
+{
+    prereg::ConfigurationICP icp = config.icpConfig;
+    icp.dInitialQueryRadiusScaling = std::min(4.0, icp.dInitialQueryRadiusScaling);
+    return icp;
+}
+
+AutoSettings ChooseSettings(const prereg::CPointSet& scan, std::optional<double> dGrid, const std::string& name)
 {
     if (dGrid) return withGrid(*dGrid, "as asked for");
-    const auto [low, high] = fix.GetAABB();
+    const auto [low, high] = scan.GetAABB();
     const double diagonal = static_cast<double>((high - low).Length());
-    const double spacing = MedianSpacing(fix.GetPoints(), fix.GetKdTree());
-    if (spacing < diagonal * dFinest) return withGrid(diagonal * dFinest, "1/500 of the extent of the fixed scan");
-    if (spacing > diagonal * dCoarsest) return withGrid(diagonal * dCoarsest, "1/50 of the extent of the fixed scan");
-    return withGrid(spacing, "the median point spacing of the fixed scan");
+    const double spacing = MedianSpacing(scan.GetPoints(), scan.GetKdTree());
+    if (spacing < diagonal * dFinest) return withGrid(diagonal * dFinest, "1/500 of the extent of " + name);
+    if (spacing > diagonal * dCoarsest) return withGrid(diagonal * dCoarsest, "1/50 of the extent of " + name);
+    return withGrid(spacing, "the median point spacing of " + name);
 }
 
 } // namespace tools

@@ -2,6 +2,7 @@
 
 #include "zorvan/core/configurationicp.h"
 #include "zorvan/core/cpointset.h"
+#include "zorvan/features/configurationfpfh.h"
 
 #include <optional>
 #include <string>
@@ -16,12 +17,25 @@ struct AutoSettings
     prereg::ConfigurationICP icp;
 };
 
-/// Settings for scans whose points lie `dGrid` (mm) apart; all lengths are in proportion to it.
+/// ICP on the points of scans that lie `dGrid` (mm) apart; all lengths are in proportion to it.
 [[nodiscard]] prereg::ConfigurationICP SettingsForGrid(double dGrid);
 
-/// The grid is the median point spacing of the fixed scan, kept between 1/500 and 1/50 of the diagonal of its box, so
-/// that neither a very dense nor a very sparse scan leads to a search radius without sense.
+/// What all commands take for a grid of `dGrid` (mm) when nobody sets anything: features on four times the grid, and
+/// `icpConfig` as above.
+[[nodiscard]] prereg::ConfigurationFPFH AllSettingsForGrid(double dGrid);
+
+/// The settings of a search. It runs its ICP on the feature points only, so `icpConfig`, which is meant for all points,
+/// is brought to their grid, with fewer samples.
+[[nodiscard]] prereg::ConfigurationFPFH SettingsForSearch(const prereg::ConfigurationFPFH& config);
+
+/// ICP on all points from a pose that a search has found: the start is near.
+[[nodiscard]] prereg::ConfigurationICP SettingsForRefinement(const prereg::ConfigurationFPFH& config);
+
+/// The grid is the median point spacing of the scan (of a pair, the fixed one), kept between 1/500 and 1/50 of the
+/// diagonal of its box, so that neither a very dense nor a very sparse scan leads to a search radius without sense.
 /// @param dGrid  the grid (mm) that the user asks for; without it, the rule above
-[[nodiscard]] AutoSettings ChooseSettings(const prereg::CPointSet& fix, std::optional<double> dGrid);
+/// @param name   what the reason calls the scan
+[[nodiscard]] AutoSettings ChooseSettings(const prereg::CPointSet& scan, std::optional<double> dGrid,
+                                          const std::string& name = "the fixed scan");
 
 } // namespace tools

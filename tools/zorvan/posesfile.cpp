@@ -184,15 +184,20 @@ Json resultJson(const RegistrationSummary& result, double mmPerUnit)
             {"slip", number(result.dSlip / mmPerUnit)}};
 }
 
-Json clusterJson(const PoseCluster& cluster, double mmPerUnit)
+Json scansJson(const std::vector<ScanPose>& scans, double mmPerUnit)
 {
-    Json scans = Json::array();
-    for (const ScanPose& scan : cluster.scans) {
+    Json all = Json::array();
+    for (const ScanPose& scan : scans) {
         Json json = {{"file", scan.file}, {"id", scan.id}, {"pose", poseJson(scan.pose, mmPerUnit)}};
         if (scan.result) json["result"] = resultJson(*scan.result, mmPerUnit);
-        scans.push_back(std::move(json));
+        all.push_back(std::move(json));
     }
-    return {{"id", cluster.id}, {"primary", cluster.isPrimary}, {"scans", std::move(scans)}};
+    return all;
+}
+
+Json clusterJson(const PoseCluster& cluster, double mmPerUnit)
+{
+    return {{"id", cluster.id}, {"primary", cluster.isPrimary}, {"scans", scansJson(cluster.scans, mmPerUnit)}};
 }
 
 } // namespace
@@ -226,6 +231,7 @@ void WritePoses(const std::filesystem::path& file, const PosesFile& poses)
     json["clusters"] = Json::array();
     for (const PoseCluster& cluster : poses.clusters)
         json["clusters"].push_back(clusterJson(cluster, poses.dMmPerUnit));
+    if (!poses.candidates.empty()) json["candidates"] = scansJson(poses.candidates, poses.dMmPerUnit);
     WriteFileAtomically(file, json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n");
 }
 

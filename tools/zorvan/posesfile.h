@@ -39,6 +39,7 @@ struct PosesFile
 {
     double dMmPerUnit = 1.0;
     std::vector<PoseCluster> clusters;
+    std::vector<ScanPose> candidates = {}; ///< other places of the scan, best first; written, not read
 
     /// A scan with the number of its cluster; null when no scan has the name.
     struct Found

@@ -32,8 +32,10 @@ void CProgress::Finish()
 
 void CProgress::Step()
 {
+    const std::size_t before = uiWidth * m_done / m_steps;
     m_done = std::min(m_done + 1, m_steps);
-    draw();
+    // Of many small steps, only those that move the bar.
+    if (m_steps <= uiWidth || uiWidth * m_done / m_steps != before) draw();
 }
 
 void CProgress::draw() const

@@ -22,11 +22,17 @@ void append(std::string& bytes, const Vector3& v, double factor)
         append(bytes, std::bit_cast<std::uint32_t>(ToFloat(static_cast<double>(value) * factor)));
 }
 
-std::string headerOf(const Scan& scan)
+void append(std::string& bytes, const Rgb& colour)
+{
+    for (const std::uint8_t value : colour) bytes.push_back(static_cast<char>(value));
+}
+
+std::string headerOf(const Scan& scan, bool isColoured)
 {
     std::string header = "ply\nformat binary_little_endian 1.0\nelement vertex " + std::to_string(scan.points.size()) +
                          "\nproperty float x\nproperty float y\nproperty float z\n";
     if (!scan.normals.empty()) header += "property float nx\nproperty float ny\nproperty float nz\n";
+    if (isColoured) header += "property uchar red\nproperty uchar green\nproperty uchar blue\n";
     if (!scan.faces.empty())
         header += "element face " + std::to_string(scan.faces.size()) + "\nproperty list uchar int vertex_indices\n";
     return header + "end_header\n";
@@ -34,13 +40,14 @@ std::string headerOf(const Scan& scan)
 
 } // namespace
 
-void WritePly(const std::filesystem::path& file, const Scan& scan, double unitsPerMm)
+void WritePly(const std::filesystem::path& file, const Scan& scan, double unitsPerMm, std::span<const Rgb> colours)
 {
-    std::string bytes = headerOf(scan);
-    bytes.reserve(bytes.size() + scan.points.size() * 24 + scan.faces.size() * 13);
+    std::string bytes = headerOf(scan, !colours.empty());
+    bytes.reserve(bytes.size() + scan.points.size() * 27 + scan.faces.size() * 13);
     for (std::size_t i = 0; i < scan.points.size(); ++i) {
         append(bytes, scan.points[i], unitsPerMm);
         if (!scan.normals.empty()) append(bytes, scan.normals[i], 1.0);
+        if (!colours.empty()) append(bytes, colours[i]);
     }
     for (const Face& face : scan.faces) {
         bytes.push_back('\3');

@@ -1,4 +1,5 @@
 #include "atomicfile.h"
+#include "autosettings.h"
 #include "commands.h"
 #include "documenttext.h"
 #include "options.h"

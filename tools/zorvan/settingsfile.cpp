@@ -1,6 +1,5 @@
 #include "settingsfile.h"
 
-#include "autosettings.h"
 #include "documenttext.h"
 #include "filebytes.h"
 #include "inputerror.h"
@@ -162,14 +161,6 @@ object ReadSettingsFile(const std::filesystem::path& file)
 prereg::ConfigurationFPFH WithSettings(const prereg::ConfigurationFPFH& base, const object& settings)
 {
     return settings ? prereg::OverrideSettings(settings, base) : base;
-}
-
-prereg::ConfigurationFPFH AllSettingsForGrid(double dGrid)
-{
-    const prereg::ConfigurationFPFH defaults;
-    prereg::ConfigurationFPFH config = defaults.Scale(dGrid / defaults.dGridSize);
-    config.icpConfig = SettingsForGrid(dGrid);
-    return config;
 }
 
 std::string WriteSettingsText(const prereg::ConfigurationFPFH& config, const std::string& heading)

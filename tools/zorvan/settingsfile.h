@@ -21,9 +21,6 @@ namespace tools {
 [[nodiscard]] prereg::ConfigurationFPFH WithSettings(const prereg::ConfigurationFPFH& base,
                                                      const bson::object& settings);
 
-/// What all commands take for a grid of `dGrid` (mm) when nobody sets anything.
-[[nodiscard]] prereg::ConfigurationFPFH AllSettingsForGrid(double dGrid);
-
 /// All settings with units and a few words, in the form that ReadSettingsText reads; every number keeps all digits.
 /// @param heading  one line that says where they come from
 [[nodiscard]] std::string WriteSettingsText(const prereg::ConfigurationFPFH& config, const std::string& heading);

@@ -1,0 +1,156 @@
+#!/usr/bin/env python3
+"""Aligns pairs of scans without a start pose, and says how many are found, how many wrong ones are called a success, and
+how long a pair takes.
+
+    benchmarks/pairs_without_start.py [--program build/release/bin/zorvan] [bunny] [teeth] [strangers]
+
+bunny      all 45 pairs of the ten real views in the folder that the environment variable ZORVAN_DATA names; found means
+           within 5 degrees and 3.1 mm (2 % of the object) of the truth. --min-overlap leaves out pairs that share less
+teeth      30 pairs of neighbouring views of the virtual scanner, each of another object; found: 1 degree, 1 mm
+strangers  50 pairs of views of different virtual objects: there is nothing to find
+
+Without a name, all three. Automatic settings for all, one thread; times are what the program reports for features of
+both scans, search and refinement, without reading the files. Exit code 1 when a wrong pose is called a success, or fewer
+than --min-found (a share of the pairs with something to find) are found.
+"""
+import argparse
+import concurrent.futures
+import csv
+import functools
+import json
+import os
+import pathlib
+import re
+import statistics
+import subprocess
+import sys
+import tempfile
+
+from posemath import errors, inverse, product, apply
+
+MIDDLE = [-0.024, 0.097, 0.036]  # of the bunny, in the frame of its truth (m)
+
+
+def zorvan(program, *arguments):
+    run = subprocess.run([program, *map(str, arguments)], capture_output=True, text=True, check=False)
+    if run.returncode not in (0, 1):
+        sys.exit(run.stderr)
+    return run
+
+
+class Pair:
+    def __init__(self, fix, flt, scale=1.0, truth=None, overlap=None, middle=None, limits=(5.0, 3.1)):
+        self.fix, self.flt, self.scale, self.truth = fix, flt, scale, truth
+        self.overlap, self.middle, self.limits = overlap, middle, limits
+
+    def align(self, program, folder):
+        out = pathlib.Path(folder) / f"{id(self)}.json"
+        run = zorvan(program, "align", self.fix, self.flt, "--scale", self.scale, "-o", out)
+        self.is_success = run.returncode == 0
+        stages = re.search(r"features (\S+) ms, search (\S+) ms, refinement (\S+) ms", run.stderr)
+        self.stages = [float(x) for x in stages.groups()]
+        pose = json.loads(out.read_text())["clusters"][0]["scans"][1]["pose"]
+        self.errors = errors(pose, self.truth, self.middle, self.scale) if self.is_success and self.truth else None
+        self.is_found = self.errors is not None and all(e < limit for e, limit in zip(self.errors, self.limits))
+
+
+def truth_of(folder):
+    clusters = json.loads((folder / "truth.json").read_text())["clusters"]
+    return {scan["file"]: scan["pose"] for cluster in clusters for scan in cluster["scans"]}
+
+
+def bunny(args, _):
+    data = pathlib.Path(os.environ["ZORVAN_DATA"]) / "bunny"
+    truth = truth_of(data)
+    with open(data / "overlap.csv", encoding="utf8") as file:
+        overlap = {row["scan"]: row for row in csv.DictReader(file)}
+    names, pairs = list(overlap), []
+    for i, fix in enumerate(names):
+        for flt in names[i + 1:]:
+            share = max(float(overlap[fix][flt]), float(overlap[flt][fix]))
+            if share < args.min_overlap:
+                continue
+            pose = product(inverse(truth[f"{fix}.ply"]), truth[f"{flt}.ply"])
+            middle = apply(inverse(truth[f"{flt}.ply"]), MIDDLE)
+            pairs.append(Pair(data / f"{fix}.ply", data / f"{flt}.ply", 1000.0, pose, share, middle))
+    return pairs
+
+
+@functools.lru_cache(maxsize=None)
+def simulate(program, folder, seed):
+    target = pathlib.Path(folder) / f"object{seed}"
+    zorvan(program, "simulate", "-o", target, "--views", 6, "--seed", seed, "--quiet")
+    return target
+
+
+def teeth(args, folder):
+    pairs = []
+    for seed in range(1, args.objects + 1):
+        target = simulate(args.program, folder, seed)
+        fix, flt = (f"view{seed % 5 + k:02}.ply" for k in range(2))
+        truth = truth_of(target)
+        pairs.append(Pair(target / fix, target / flt, truth=product(inverse(truth[fix]), truth[flt]), limits=(1.0, 1.0)))
+    return pairs
+
+
+def strangers(args, folder):
+    pairs = []
+    for k in range(50 * args.objects // 30):
+        a, b = k % args.objects, (k * 7 + 3 + k // args.objects) % args.objects
+        fix, flt = (simulate(args.program, folder, 1 + n) / f"view{n % 6:02}.ply" for n in (a, b if a != b else b - 1))
+        pairs.append(Pair(fix, flt))
+    return pairs
+
+
+def median_ms(pairs):
+    stages = " / ".join(f"{statistics.median(s):.0f}" for s in zip(*(p.stages for p in pairs)))
+    return f"{statistics.median(sum(p.stages) for p in pairs):.0f} ms a pair in the median ({stages})"
+
+
+def report(name, pairs, minimum):
+    wrong = [p for p in pairs if p.is_success and not p.is_found]
+    for p in wrong:
+        print(f"wrong: {p.flt.stem} on {p.fix.stem}")
+    groups = [(f"overlap above {o}", [p for p in pairs if p.overlap > o]) for o in (0.3, 0.1)] if name == "bunny" else []
+    groups = groups or ([("all", [p for p in pairs if p.truth])] if name == "teeth" else [])
+    is_enough = True
+    for title, group in groups:
+        found = [p for p in group if p.is_found]
+        is_enough = is_enough and len(found) >= minimum * len(group)
+        print(f"{name}, {title}: {len(found)} of {len(group)} found")
+        for p in group:
+            if not p.is_found:
+                print(f"    not found: {p.flt.stem} on {p.fix.stem}" + (f", overlap {p.overlap}" if p.overlap else ""))
+        if found:
+            degrees, mm = (statistics.median(e) for e in zip(*(p.errors for p in found)))
+            print(f"    median errors {degrees:.3f} degrees, {mm:.3f} mm")
+    print(f"{name}: {len(wrong)} of {len(pairs)} wrong; {median_ms(pairs)}")
+    return not wrong and is_enough
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("sets", nargs="*", metavar="SET")
+    parser.add_argument("--program", default="build/release/bin/zorvan")
+    parser.add_argument("--min-overlap", type=float, default=0.0)
+    parser.add_argument("--min-found", type=float, default=0.0)
+    parser.add_argument("--objects", type=int, default=30, help="virtual objects to scan")
+    parser.add_argument("--jobs", type=int, default=1, help="pairs at the same time; for tests, where time does not count")
+    args = parser.parse_args()
+    sets = {"bunny": bunny, "teeth": teeth, "strangers": strangers}
+    if wrong := [name for name in args.sets if name not in sets]:
+        parser.error(f"{wrong[0]} is none of {', '.join(sets)}")
+    good = True
+    for name in args.sets or sets:
+        if name == "bunny" and "ZORVAN_DATA" not in os.environ:
+            print("skipped: ZORVAN_DATA does not name the folder of the real scans")
+            continue
+        with tempfile.TemporaryDirectory() as folder, concurrent.futures.ThreadPoolExecutor(args.jobs) as pool:
+            pairs = sets[name](args, folder)
+            list(pool.map(lambda pair: pair.align(args.program, folder), pairs))
+            good = report(name, pairs, args.min_found) and good
+    sys.exit(0 if good else 1)
+
+
+if __name__ == "__main__":
+    main()

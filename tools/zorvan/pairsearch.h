@@ -1,0 +1,44 @@
+#pragma once
+
+#include "scanreader.h"
+
+#include "zorvan/core/icpresult.h"
+#include "zorvan/features/configurationfpfh.h"
+
+#include <string>
+#include <vector>
+
+namespace tools {
+
+/// Where the search thinks a scan belongs.
+struct PairCandidate
+{
+    prereg::ICPResult found;   ///< on the feature points
+    prereg::ICPResult refined; ///< on all points; its verdict counts
+};
+
+struct PairSearchResult
+{
+    std::vector<PairCandidate> candidates; ///< best first
+    std::string words;                     ///< for the user: what became of the proposals, and the time it took
+
+    /// The first accepted candidate; when there is none, the rejected best one, or a default result.
+    [[nodiscard]] prereg::ICPResult Best() const;
+};
+
+struct PairSearchOptions
+{
+    double dMmPerUnit = 1.0; ///< for the lengths in messages
+    unsigned uiNumTasks = 1;
+    bool isAll = false; ///< refine all candidates, not only those up to the first accepted one
+    bool isQuiet = false;
+};
+
+/// Finds the pose of `flt` in the frame of `fix` without a start pose: features, search, refinement on all points.
+/// @param config  as AllSettingsForGrid makes them, with what the user has set
+/// @throws CInputError when a scan has too few features for a search
+/// Shows its progress on a terminal; Ctrl-C ends the search with what has been found. Same scans, same result.
+[[nodiscard]] PairSearchResult SearchPair(const SurfelScan& fix, const SurfelScan& flt,
+                                          const prereg::ConfigurationFPFH& config, const PairSearchOptions& options);
+
+} // namespace tools
