@@ -7,6 +7,7 @@
 #include "zorvan/features/neighbourhoods.h"
 #include "zorvan/platform/clogger.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace prereg {
@@ -21,6 +22,27 @@ constexpr unsigned minNeighbors = 12; // the point itself among them
 
 bool hasFeature(const CPointFeatureHistogram& feature) { return kdtree::IsFinite(feature.AsArray()[0]); }
 
+// The points from `from` on, and of those before all that may be their neighbours.
+std::vector<std::uint32_t> indicesAround(const std::vector<Vector3>& points, std::size_t from, double radius)
+{
+    constexpr double slack = 1.01; // for the rounding of large coordinates
+    kdtree::Range<3> box = kdtree::EmptyRange();
+    for (std::size_t i = from; i < points.size(); ++i) box = {Min(box.low, points[i]), Max(box.high, points[i])};
+    const float far = std::max(box.low.Length(), box.high.Length());
+    const auto margin = Vector3::Filled(static_cast<float>(radius * slack) + far * 1e-5F);
+    const Vector3 low = box.low - margin;
+    const Vector3 high = box.high + margin;
+    std::vector<std::uint32_t> indices;
+    indices.reserve(points.size() - from);
+    for (std::uint32_t i = 0; i < points.size(); ++i) {
+        const Vector3& p = points[i];
+        const bool isNear =
+            p.x >= low.x && p.x <= high.x && p.y >= low.y && p.y <= high.y && p.z >= low.z && p.z <= high.z;
+        if (isNear || i >= from) indices.push_back(i);
+    }
+    return indices;
+}
+
 } // namespace
 
 void CFPFHDataSource::computeFeatures(std::size_t from)
@@ -32,7 +54,8 @@ void CFPFHDataSource::computeFeatures(std::size_t from)
 void CFPFHDataSource::computeFeatures_CPU(std::size_t from)
 {
     if (from == m_featurePoints.size()) return;
-    const detail::CNeighbourGrid grid(m_featureRadius, m_featurePoints.data(), m_featurePoints.size());
+    const detail::CNeighbourGrid grid(m_featureRadius, m_featurePoints,
+                                      indicesAround(m_featurePoints, from, m_featureRadius));
     if (grid.Empty()) {
         logger.Error(L"rejecting update: detected (only) irregular points (Inf/NaN/dupes) ?!");
         Clear();
@@ -42,7 +65,7 @@ void CFPFHDataSource::computeFeatures_CPU(std::size_t from)
     std::vector<std::uint32_t> positions;
     positions.reserve(m_featurePoints.size() - from);
     for (std::uint32_t k = 0; k < grid.Size(); ++k) {
-        if (grid.GetPermutation()[k] >= from) positions.push_back(k);
+        if (grid.IndexOf(k) >= from) positions.push_back(k);
     }
     const auto radius = static_cast<float>(m_featureRadius);
     const auto forEachNew = [&](auto compute) {
@@ -51,7 +74,7 @@ void CFPFHDataSource::computeFeatures_CPU(std::size_t from)
                                                  radius * radius);
             for (std::size_t k = first; k < last; ++k) {
                 neighbourhood.Enter(positions[k]);
-                compute(neighbourhood, grid.GetPermutation()[positions[k]]);
+                compute(neighbourhood, grid.IndexOf(positions[k]));
             }
         });
     };
@@ -80,7 +103,8 @@ void CFPFHDataSource::computeFeature(detail::CNeighbourhood& neighbourhood, std:
 
 void CFPFHDataSource::moveInvalidFeaturesBack()
 {
-    std::size_t first = 0;
+    // What was valid before still is, and stands in front; only merged features come unsorted.
+    std::size_t first = m_updatable ? std::min(m_numFeatures, m_features.size()) : 0;
     std::size_t end = m_features.size();
     while (true) {
         while (end > first && !hasFeature(m_features[end - 1])) --end;

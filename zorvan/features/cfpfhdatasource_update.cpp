@@ -113,6 +113,8 @@ void CFPFHDataSource::removeContentsOfDirtyBBoxes(const CDirtyBoxes& boxes)
     const auto featureMarks = markContents(boxes, m_featurePoints, m_numTasks);
     // A merged source has features, but no simplified histograms.
     resizeHistograms();
+    const auto lastValid = featureMarks.begin() + static_cast<std::ptrdiff_t>(m_numFeatures);
+    m_numFeatures = static_cast<std::size_t>(std::count(featureMarks.begin(), lastValid, 0));
     eraseMarked(m_featurePoints, featureMarks);
     eraseMarked(m_featureNormals, featureMarks);
     eraseMarked(m_featureMasks, featureMarks);

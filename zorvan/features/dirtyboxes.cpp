@@ -13,12 +13,6 @@ using Vector3 = kdtree::Vector<3>;
 constexpr double drift = 0.001; // more than the relative error of the approximate reciprocal
 constexpr double nearFace = 0.499;
 
-bool isInside(const kdtree::Range<3>& box, const Vector3& p)
-{
-    return p.x >= box.low.x && p.y >= box.low.y && p.z >= box.low.z && p.x <= box.high.x && p.y <= box.high.y &&
-           p.z <= box.high.z;
-}
-
 std::int32_t toCell(double number)
 {
     constexpr double lowest = std::numeric_limits<std::int32_t>::min();
@@ -53,10 +47,8 @@ CDirtyBoxes::Span CDirtyBoxes::cellsAt(float coordinate) const
     return {position - nearest < -nearFace ? cell - 1 : cell, position - nearest > nearFace ? cell + 1 : cell};
 }
 
-unsigned CDirtyBoxes::Count(const Vector3& p) const
+unsigned CDirtyBoxes::countInHull(const Vector3& p) const
 {
-    if (!p.IsFinite()) return isInDirtyCell(p) ? 1 : 0;
-    if (!isInside(m_hull, p)) return 0;
     const Span xs = cellsAt(p.x);
     const Span ys = cellsAt(p.y);
     const Span zs = cellsAt(p.z);

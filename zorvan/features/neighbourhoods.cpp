@@ -13,11 +13,21 @@ using Vector3 = kdtree::Vector<3>;
 constexpr double grain = 1.001;
 constexpr std::size_t padding = 8;
 
+std::vector<Vector3> pick(const std::vector<Vector3>& points, const std::vector<std::uint32_t>& indices)
+{
+    std::vector<Vector3> picked;
+    picked.reserve(indices.size());
+    for (const std::uint32_t i : indices) picked.push_back(points[i]);
+    return picked;
+}
+
 } // namespace
 
-CNeighbourGrid::CNeighbourGrid(double radius, const Vector3* points, std::size_t n)
-    : CSearchGrid(radius * grain, points, n)
+CNeighbourGrid::CNeighbourGrid(double radius, const std::vector<Vector3>& points,
+                               const std::vector<std::uint32_t>& indices)
+    : CSearchGrid(radius * grain, pick(points, indices).data(), indices.size()), m_indices(Size())
 {
+    for (std::size_t k = 0; k < m_indices.size(); ++k) m_indices[k] = indices[GetPermutation()[k]];
 }
 
 unsigned CNeighbourGrid::CellsAround(const Vector3& p, Cells& cells) const
@@ -68,9 +78,8 @@ void CNeighbourhood::Enter(std::uint32_t position)
 
 void CNeighbourhood::gather(std::uint32_t position)
 {
-    const std::uint32_t* permutation = m_grid.GetPermutation();
     CNeighbourGrid::Cells cells;
-    const unsigned n = m_grid.CellsAround(m_points[permutation[position]], cells);
+    const unsigned n = m_grid.CellsAround(m_points[m_grid.IndexOf(position)], cells);
     std::size_t total = 0;
     for (unsigned k = 0; k < n; ++k) total += cells[k].last - cells[k].first;
 
@@ -80,7 +89,7 @@ void CNeighbourhood::gather(std::uint32_t position)
     m_candidates.count = 0;
     for (unsigned k = 0; k < n; ++k) {
         for (std::uint32_t i = cells[k].first; i < cells[k].last; ++i) {
-            const std::uint32_t j = permutation[i];
+            const std::uint32_t j = m_grid.IndexOf(i);
             m_candidates.Push({m_points[j], m_normals[j]}, j);
         }
     }

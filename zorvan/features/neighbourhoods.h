@@ -36,15 +36,21 @@ public:
     };
     using Cells = std::array<Cell, 27>;
 
-    CNeighbourGrid(double radius, const kdtree::Vector<3>* points, std::size_t n);
+    /// @param indices  of the points that take part; ascending
+    CNeighbourGrid(double radius, const std::vector<kdtree::Vector<3>>& points,
+                   const std::vector<std::uint32_t>& indices);
 
     using CSearchGrid::Empty;
-    using CSearchGrid::GetPermutation;
     using CSearchGrid::Size;
+    /// Of the point at a position of the grid.
+    [[nodiscard]] std::uint32_t IndexOf(std::uint32_t position) const { return m_indices[position]; }
 
     /// The cell of p, if it is not empty, and those around it, nearest first, each once.
     /// @return  how many
     unsigned CellsAround(const kdtree::Vector<3>& p, Cells& cells) const;
+
+private:
+    std::vector<std::uint32_t> m_indices; ///< by position
 };
 
 /// The candidates of the points of one cell: coordinates by themselves for the test of distance, whole surfels for the
