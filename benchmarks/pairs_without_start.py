@@ -43,9 +43,12 @@ class Pair:
         self.fix, self.flt, self.scale, self.truth = fix, flt, scale, truth
         self.overlap, self.middle, self.limits = overlap, middle, limits
 
-    def align(self, program, folder):
+    def align(self, args, folder):
         out = pathlib.Path(folder) / f"{id(self)}.json"
-        run = zorvan(program, "align", self.fix, self.flt, "--scale", self.scale, "-o", out)
+        trace = ["--log", "trace"] if args.polygons else []
+        run = zorvan(args.program, "align", self.fix, self.flt, "--scale", self.scale, "-o", out, *trace)
+        stop = re.search(r"after looking at (\d+) polygons", run.stderr)
+        self.polygons = int(stop.group(1)) if stop else None
         self.is_success = run.returncode == 0
         stages = re.search(r"features (\S+) ms, search (\S+) ms, refinement (\S+) ms", run.stderr)
         self.stages = [float(x) for x in stages.groups()]
@@ -124,6 +127,9 @@ def report(name, pairs, minimum):
         if found:
             degrees, mm = (statistics.median(e) for e in zip(*(p.errors for p in found)))
             print(f"    median errors {degrees:.3f} degrees, {mm:.3f} mm")
+    if stopped := [p.polygons for p in pairs if p.polygons]:
+        print(f"{name}: {len(stopped)} searches ended by the quorum, after {statistics.median(stopped):.0f} polygons in "
+              f"the median, {max(stopped)} at most")
     print(f"{name}: {len(wrong)} of {len(pairs)} wrong; {median_ms(pairs)}")
     return not wrong and is_enough
 
@@ -135,6 +141,7 @@ def main():
     parser.add_argument("--min-overlap", type=float, default=0.0)
     parser.add_argument("--min-found", type=float, default=0.0)
     parser.add_argument("--objects", type=int, default=30, help="virtual objects to scan")
+    parser.add_argument("--polygons", action="store_true", help="tell when the quorum ended searches; costs some time")
     parser.add_argument("--jobs", type=int, default=1, help="pairs at the same time; for tests, where time does not count")
     args = parser.parse_args()
     sets = {"bunny": bunny, "teeth": teeth, "strangers": strangers}
@@ -147,7 +154,7 @@ def main():
             continue
         with tempfile.TemporaryDirectory() as folder, concurrent.futures.ThreadPoolExecutor(args.jobs) as pool:
             pairs = sets[name](args, folder)
-            list(pool.map(lambda pair: pair.align(args.program, folder), pairs))
+            list(pool.map(lambda pair: pair.align(args, folder), pairs))
             good = report(name, pairs, args.min_found) and good
     sys.exit(0 if good else 1)
 

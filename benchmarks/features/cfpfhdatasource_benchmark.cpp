@@ -68,12 +68,16 @@ void BM_Features(benchmark::State& state)
     report(state, source, points, radiusInGrids * grid);
 }
 
-// From raw scan to features, grid at the scan's own spacing.
+// From raw scan to features, grid at the scan's own spacing, but no finer than 1/1250 of its extent: with a radius
+// below 1/250 the search grid would have more cells than it takes.
 void BM_Load(benchmark::State& state)
 {
     const auto& pair = benchmarks::SimulatedPair(static_cast<std::size_t>(state.range(0)));
-    const double radius = radiusInGrids * pair.dSpacing;
-    CFPFHDataSource source(radius, pair.dSpacing, pair.dSpacing, static_cast<unsigned>(state.range(1)), nullptr);
+    const Zorvan::TKdTree<3, 48> tree(pair.fixPoints.data(), pair.fixPoints.size());
+    const auto box = tree.GetAABB();
+    const double grid = std::max(pair.dSpacing, static_cast<double>((box.high - box.low).Length()) / 1250);
+    const double radius = radiusInGrids * grid;
+    CFPFHDataSource source(radius, grid, grid, static_cast<unsigned>(state.range(1)), nullptr);
     for (auto _ : state) source.Load(pair.fixPoints, pair.fixNormals, nullptr);
     report(state, source, source.GetFeaturePointsV(), radius);
 }
