@@ -2,6 +2,7 @@
 
 #include "zorvan/numerics/symsolvers.h"
 #include "zorvan/platform/clogger.h"
+#include "zorvan/preregistration/featurecandidates.h"
 #include "zorvan/preregistration/polygonmatching.h"
 #include "zorvan/preregistration/randomdraws.h"
 
@@ -22,7 +23,6 @@ const Logging::CLogger logger(L"QAV.PreRegistration.FPFH");
 constexpr std::size_t minFeaturesPerVertex = 5;
 constexpr std::uint32_t numSeeds = 5;
 constexpr std::uint32_t drawsPerPick = 10;
-constexpr float maxFeatureDistance = 0.5F; // of a candidate, between histograms
 constexpr std::size_t minVertices = 3;
 constexpr double negligibleError = 2.220446049250313e-13;
 
@@ -130,7 +130,6 @@ CFPFHPolygon::CFPFHPolygon(std::mt19937& random, const CFPFHPointSet& flt, const
         const bool isDone = config.dMaxPolygonDiameter >= 0 && drawFromBall(random, flt, config);
         if (!isDone) drawFromAnywhere(random, flt, config, spacing);
     }
-    for (const int i : m_indices) m_features.push_back(flt.GetFeature(static_cast<std::size_t>(i)));
 }
 
 void CFPFHPolygon::drawFromClusters(std::mt19937& random, const CFPFHClusterAnalysis& analysis)
@@ -188,13 +187,20 @@ std::pair<CTrafo, std::vector<Correspondence>> CFPFHPolygon::ComputePreRegistrat
                                                                                     const ConfigurationFPFH& config,
                                                                                     bool) const
 {
+    CFeatureCandidates candidates;
+    return ComputePreRegistration(fix, flt, config, candidates);
+}
+
+std::pair<CTrafo, std::vector<Correspondence>>
+CFPFHPolygon::ComputePreRegistration(const CFPFHPointSet& fix, const CFPFHPointSet& flt,
+                                     const ConfigurationFPFH& config, CFeatureCandidates& candidates) const
+{
     const std::pair<CTrafo, std::vector<Correspondence>> none{CTrafo::Invalid(), {}};
     std::vector<Vertex> vertices;
-    for (std::size_t i = 0; i < m_indices.size(); ++i) {
-        const auto fltIndex = static_cast<std::size_t>(m_indices[i]);
+    for (const int i : m_indices) {
+        const auto fltIndex = static_cast<std::size_t>(i);
         Vertex vertex{fltIndex, {}, {flt.GetFeaturePoint(fltIndex), {}}};
-        for (const auto& [index, distSq] :
-             fix.LookupSimilarFeatures(m_features[i], config.uiNumNeighbors, maxFeatureDistance)) {
+        for (const auto& [index, distSq] : candidates.Of(fix, flt, fltIndex, config.uiNumNeighbors)) {
             vertex.candidates.push_back({index, distSq});
             vertex.ring.candidates.push_back(fix.GetFeaturePoint(index));
         }

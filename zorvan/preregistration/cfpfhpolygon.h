@@ -4,7 +4,6 @@
 #include "zorvan/features/cfpfhclusteranalysis.h"
 #include "zorvan/features/cfpfhpointset.h"
 #include "zorvan/features/configurationfpfh.h"
-#include "zorvan/features/cpointfeaturehistogram.h"
 #include "zorvan/platform/export.h"
 
 #include <cstddef>
@@ -13,6 +12,8 @@
 #include <vector>
 
 namespace prereg {
+
+class CFeatureCandidates;
 
 /// A closed ring of features drawn at random from one point set, to be found again in another: a proposal of how one
 /// lies on the other.
@@ -62,6 +63,10 @@ public:
                                                                                         const CFPFHPointSet& flt,
                                                                                         const ConfigurationFPFH& config,
                                                                                         bool debug) const;
+    /// The same for a caller with many polygons between the same sets.
+    [[nodiscard]] std::pair<CTrafo, std::vector<Correspondence>>
+    ComputePreRegistration(const CFPFHPointSet& fix, const CFPFHPointSet& flt, const ConfigurationFPFH& config,
+                           CFeatureCandidates& candidates) const;
 
 private:
     void drawFromClusters(std::mt19937& random, const CFPFHClusterAnalysis& analysis);
@@ -70,7 +75,6 @@ private:
     void drawFromAnywhere(std::mt19937& random, const CFPFHPointSet& flt, const ConfigurationFPFH& config,
                           double spacing);
 
-    std::vector<CPointFeatureHistogram> m_features;
     std::vector<int> m_indices;
 };
 

@@ -55,14 +55,7 @@ CFPFHPreRegistration::CFPFHPreRegistration(std::shared_ptr<const CFPFHPointSet> 
     : m_fix(std::move(fix)), m_flt(std::move(flt)), m_config(config), m_random(seed)
 {
     m_isSwapped = m_fix != nullptr && m_flt != nullptr && m_fix->Size() < m_flt->Size();
-    applySharedSettings();
-}
-
-void CFPFHPreRegistration::applySharedSettings()
-{
-    constexpr const char* name = "ConfigurationFPFH";
-    if (!m_sharedFlags.Exists(name)) return;
-    m_config = OverrideSettings(Zorvan::ReadObjectFlag(m_sharedFlags, name), m_config);
+    m_config = WithSharedSettings(m_sharedFlags, config);
 }
 
 bool CFPFHPreRegistration::readFlag(const char* name) const
@@ -107,7 +100,6 @@ bool CFPFHPreRegistration::Compute(std::function<bool()> abort)
 
 bool CFPFHPreRegistration::searchPolygons(const std::function<bool()>& isAborted)
 {
-    const bool debug = readFlag("debug_fpfh");
     bool needsClustering = true;
     for (unsigned int k = 0; k < m_config.uiNumPolygons; ++k) {
         if (isAborted()) break;
@@ -117,20 +109,22 @@ bool CFPFHPreRegistration::searchPolygons(const std::function<bool()>& isAborted
             continue;
         }
         if (isAborted()) break;
-        const CTrafo trafo = polygon.ComputePreRegistration(getFix(), getFlt(), m_config, debug).first;
+        const CTrafo trafo = polygon.ComputePreRegistration(getFix(), getFlt(), m_config, m_candidates).first;
         if (!trafo) continue;
         m_proposed.push_back(trafo);
         if (m_config.uiTrafoClusteringQuorum == 0 || m_proposed.size() < m_config.uiTrafoClusteringQuorum) continue;
         if (isAborted()) break;
+        // Without a new success the clusters are those of the last time.
+        if (!refineProposals() && !needsClustering) continue;
+        clusterTransformations();
         needsClustering = false;
         if (hasQuorum(k + 1)) break;
     }
     return needsClustering;
 }
 
-bool CFPFHPreRegistration::hasQuorum(unsigned int polygonsLookedAt)
+bool CFPFHPreRegistration::hasQuorum(unsigned int polygonsLookedAt) const
 {
-    clusterTransformations();
     if (m_results.empty() || m_results.front().clusterSize < m_config.uiTrafoClusteringQuorum) return false;
     logger.Trace(L"aborting search: top cluster size (%u) reached quorum (%u) after looking at %u polygons",
                  m_results.front().clusterSize, m_config.uiTrafoClusteringQuorum, polygonsLookedAt);
@@ -201,6 +195,7 @@ ICPResult CFPFHPreRegistration::InjectTrafo(CTrafo trafo)
         push({result, 1});
     }
     m_proposed.push_back(trafo);
+    forgetSuccesses();
     m_icpCache.insert_or_assign(trafo, result);
     return crossed(result);
 }

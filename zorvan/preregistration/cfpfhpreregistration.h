@@ -6,6 +6,7 @@
 #include "zorvan/features/cfpfhpointset.h"
 #include "zorvan/features/configurationfpfh.h"
 #include "zorvan/platform/export.h"
+#include "zorvan/preregistration/featurecandidates.h"
 #include "zorvan/preregistration/ipreregistration.h"
 #include "zorvan/runtime/csharedflags.h"
 
@@ -68,7 +69,7 @@ public:
     [[nodiscard]] const ConfigurationFPFH& GetMatchingConfig() const { return m_config; }
     [[nodiscard]] ConfigurationFPFH& GetMatchingConfig() { return m_config; }
     void SetMatchingConfig(const ConfigurationFPFH& config) { m_config = config; }
-    /// The flags "debug_fpfh" and "debug_icp" are read from here; closed until the caller opens a store.
+    /// The flag "debug_icp" is read from here; closed until the caller opens a store.
     [[nodiscard]] Zorvan::CSharedFlags& GetSharedFlags() { return m_sharedFlags; }
 
     /// A pose known to be right; ICP results that stray from it by more than `dMaxMovement` fail. Refused (logged) when
@@ -105,14 +106,16 @@ private:
     [[nodiscard]] bool isUsable() const;
     [[nodiscard]] bool readFlag(const char* name) const;
 
-    void applySharedSettings();
     /// @return  whether proposals came since the last clustering
     [[nodiscard]] bool searchPolygons(const std::function<bool()>& isAborted);
-    [[nodiscard]] bool hasQuorum(unsigned int polygonsLookedAt);
+    [[nodiscard]] bool hasQuorum(unsigned int polygonsLookedAt) const;
     [[nodiscard]] ICPResult refine(const CTrafo& trafo);
 
     void clusterTransformations();
-    [[nodiscard]] std::vector<ICPResult> refineProposals();
+    /// Brings `m_successes` up to date. @return whether there are new ones
+    bool refineProposals();
+    /// After cached results have changed: the next `refineProposals` collects them anew.
+    void forgetSuccesses();
     [[nodiscard]] std::vector<Group> groupByPosition(const std::vector<ICPResult>& successes) const;
     [[nodiscard]] std::vector<Group> groupByOrientation(const std::vector<ICPResult>& successes, const Group& group,
                                                         unsigned int number) const;
@@ -127,7 +130,10 @@ private:
     std::vector<CTrafo> m_proposed;
     Results m_results;
     std::unordered_map<CTrafo, ICPResult, TrafoHash> m_icpCache;
+    std::vector<ICPResult> m_successes; ///< of the first `m_numRefined` proposals, in their order
+    std::size_t m_numRefined = 0;
     CFPFHClusterAnalysis m_analysis;
+    CFeatureCandidates m_candidates;
     CTrafo m_oracle = CTrafo::Invalid();
     bool m_isSwapped = false;
     Zorvan::CSharedFlags m_sharedFlags;

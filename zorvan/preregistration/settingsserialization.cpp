@@ -131,4 +131,11 @@ ConfigurationFPFH OverrideSettings(const bson::object& overrides, const Configur
     return override(overrides, base, L"OverrideConfigSettings(FPFH): nothing to override");
 }
 
+ConfigurationFPFH WithSharedSettings(const Zorvan::CSharedFlags& flags, const ConfigurationFPFH& base)
+{
+    constexpr const char* name = "ConfigurationFPFH";
+    if (!flags.Exists(name)) return base;
+    return OverrideSettings(Zorvan::ReadObjectFlag(flags, name), base);
+}
+
 } // namespace prereg

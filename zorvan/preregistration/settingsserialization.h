@@ -4,6 +4,7 @@
 #include "zorvan/documents/bson.h"
 #include "zorvan/features/configurationfpfh.h"
 #include "zorvan/platform/export.h"
+#include "zorvan/runtime/csharedflags.h"
 
 namespace bson {
 
@@ -33,5 +34,9 @@ namespace prereg {
 [[nodiscard]] ZORVAN_API ConfigurationICP OverrideSettings(const bson::object& overrides, const ConfigurationICP& base);
 [[nodiscard]] ZORVAN_API ConfigurationFPFH OverrideSettings(const bson::object& overrides,
                                                             const ConfigurationFPFH& base);
+
+/// `base` with what other processes have set as "ConfigurationFPFH" in the store; `base` when they have not, or the
+/// store is closed.
+[[nodiscard]] ConfigurationFPFH WithSharedSettings(const Zorvan::CSharedFlags& flags, const ConfigurationFPFH& base);
 
 } // namespace prereg

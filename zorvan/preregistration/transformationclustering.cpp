@@ -38,29 +38,35 @@ float squaredAngle(std::size_t dimension, const float* a, const float* b)
 
 void CFPFHPreRegistration::clusterTransformations()
 {
-    if (m_proposed.empty()) return;
-    const std::vector<ICPResult> successes = refineProposals();
-    if (successes.empty()) return;
+    refineProposals();
+    if (m_successes.empty()) return;
     m_results.clear();
-    if (successes.size() == 1) {
-        push({successes[0], 1});
+    if (m_successes.size() == 1) {
+        push({m_successes[0], 1});
         return;
     }
-    const std::vector<Group> byPosition = groupByPosition(successes);
+    const std::vector<Group> byPosition = groupByPosition(m_successes);
     for (unsigned int c = 0; c < byPosition.size(); ++c) {
-        for (const Group& group : groupByOrientation(successes, byPosition[c], c)) pushBest(successes, group);
+        for (const Group& group : groupByOrientation(m_successes, byPosition[c], c)) pushBest(m_successes, group);
     }
 }
 
-std::vector<ICPResult> CFPFHPreRegistration::refineProposals()
+bool CFPFHPreRegistration::refineProposals()
 {
-    std::vector<ICPResult> successes;
-    for (const CTrafo& trafo : m_proposed) {
+    const std::size_t before = m_successes.size();
+    for (; m_numRefined < m_proposed.size(); ++m_numRefined) {
+        const CTrafo& trafo = m_proposed[m_numRefined];
         auto found = m_icpCache.find(trafo);
         if (found == m_icpCache.end()) found = m_icpCache.emplace(trafo, refine(trafo)).first;
-        if (found->second) successes.push_back(found->second);
+        if (found->second) m_successes.push_back(found->second);
     }
-    return successes;
+    return m_successes.size() > before;
+}
+
+void CFPFHPreRegistration::forgetSuccesses()
+{
+    m_numRefined = 0;
+    m_successes.clear();
 }
 
 std::vector<CFPFHPreRegistration::Group>
@@ -149,6 +155,7 @@ void CFPFHPreRegistration::filterTrafosFeatureBased()
         const auto entry = m_icpCache.try_emplace(candidate.icp.trafo, candidate.icp).first;
         entry->second.eICPResult = ICP_SuccessRejected;
     }
+    forgetSuccesses();
 }
 
 } // namespace prereg
