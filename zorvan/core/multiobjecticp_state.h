@@ -2,9 +2,9 @@
 
 #include "zorvan/core/icpregistration.h"
 #include "zorvan/core/multiobjecticp.h"
+#include "zorvan/platform/stopwatch.h"
 
 #include <array>
-#include <chrono>
 #include <cmath>
 #include <cstddef>
 #include <limits>
@@ -15,20 +15,8 @@
 
 namespace prereg {
 
+using Zorvan::Stopwatch;
 using JobGroup = std::shared_ptr<Zorvan::CJobScheduler::Group>;
-
-/// Seconds since it was made, for the log.
-class Stopwatch
-{
-public:
-    [[nodiscard]] double Seconds() const
-    {
-        return std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
-    }
-
-private:
-    std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
-};
 
 /// Unordered pairs of n sets are numbered from 0: (1, 0), (2, 0), (2, 1), (3, 0), ...
 [[nodiscard]] constexpr std::size_t NumberOfPairs(std::size_t n) { return n < 2 ? 0 : n * (n - 1) / 2; }
