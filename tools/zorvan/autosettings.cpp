@@ -74,6 +74,22 @@ prereg::ConfigurationICP SettingsForRefinement(const prereg::ConfigurationFPFH& 
     return icp;
 }
 
+prereg::ConfigurationICP SettingsForMerging(const prereg::ConfigurationFPFH& config, std::optional<double> dTypicalRmse)
+{
+    // Shares of the limits for a pair. See the table of merges in benchmarks/README.md for the margins.
+    constexpr double dSlipShare = 0.38;
+    constexpr double dSlipShareWhenNoiseIsKnown = 0.6;
+    constexpr double dRmseShare = 0.9;
+    constexpr double dMaxTimesTypical = 1.6;
+    prereg::ConfigurationICP icp = SettingsForRefinement(config);
+    icp.dMinSmallBigRatio = std::max(0.5, icp.dMinSmallBigRatio);
+    icp.dMinOverlapRatio = std::max(0.1, icp.dMinOverlapRatio);
+    icp.dMaxStdDev *= dTypicalRmse ? dSlipShareWhenNoiseIsKnown : dSlipShare;
+    icp.dMaxRMSE *= dRmseShare;
+    if (dTypicalRmse) icp.dMaxRMSE = std::min(icp.dMaxRMSE, dMaxTimesTypical * *dTypicalRmse);
+    return icp;
+}
+
 AutoSettings ChooseSettings(const prereg::CPointSet& scan, std::optional<double> dGrid, const std::string& name)
 {
     if (dGrid) return withGrid(*dGrid, "as asked for");

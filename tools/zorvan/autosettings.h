@@ -31,6 +31,12 @@ struct AutoSettings
 /// ICP on all points from a pose that a search has found: the start is near.
 [[nodiscard]] prereg::ConfigurationICP SettingsForRefinement(const prereg::ConfigurationFPFH& config);
 
+/// ICP on all points that decides whether two clusters of a larger registration become one. Stricter than for a pair
+/// alone: a wrong merge spoils the whole, while a scan that is refused now meets a larger cluster later.
+/// @param dTypicalRmse  median RMSE (mm) of the merges so far; nothing while there are too few to tell
+[[nodiscard]] prereg::ConfigurationICP SettingsForMerging(const prereg::ConfigurationFPFH& config,
+                                                          std::optional<double> dTypicalRmse);
+
 /// The grid is the median point spacing of the scan (of a pair, the fixed one), kept between 1/500 and 1/50 of the
 /// diagonal of its box, so that neither a very dense nor a very sparse scan leads to a search radius without sense.
 /// @param dGrid  the grid (mm) that the user asks for; without it, the rule above

@@ -1,16 +1,21 @@
 #include "interruption.h"
 
+#include "zorvan/runtime/sharedflag.h"
+
+#include <atomic>
 #include <csignal>
 
 namespace tools {
 
 namespace {
 
-volatile std::sig_atomic_t isRequested = 0;
+// Written by the signal handler, so through an atomic access without a lock.
+bool isRequested = false;
+static_assert(std::atomic_ref<bool>::is_always_lock_free);
 
 extern "C" void remember(int signal)
 {
-    isRequested = 1;
+    Zorvan::WriteSharedFlag(isRequested, true);
     std::signal(signal, SIG_DFL);
 }
 
@@ -18,12 +23,14 @@ extern "C" void remember(int signal)
 
 CInterruption::CInterruption()
 {
-    isRequested = 0;
+    Zorvan::WriteSharedFlag(isRequested, false);
     std::signal(SIGINT, &remember);
 }
 
 CInterruption::~CInterruption() { std::signal(SIGINT, SIG_DFL); }
 
-bool CInterruption::IsRequested() const { return isRequested != 0; }
+bool CInterruption::IsRequested() const { return Zorvan::ReadSharedFlag(isRequested); }
+
+const bool& CInterruption::GetFlag() const { return isRequested; }
 
 } // namespace tools

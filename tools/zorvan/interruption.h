@@ -13,6 +13,8 @@ public:
     CInterruption& operator=(const CInterruption&) = delete;
 
     [[nodiscard]] bool IsRequested() const;
+    /// The same as a flag for work that polls one.
+    [[nodiscard]] const bool& GetFlag() const;
 };
 
 } // namespace tools

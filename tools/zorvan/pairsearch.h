@@ -4,18 +4,14 @@
 
 #include "zorvan/core/icpresult.h"
 #include "zorvan/features/configurationfpfh.h"
+#include "zorvan/preregistration/crefinedpreregistration.h"
 
 #include <string>
 #include <vector>
 
 namespace tools {
 
-/// Where the search thinks a scan belongs.
-struct PairCandidate
-{
-    prereg::ICPResult found;   ///< on the feature points
-    prereg::ICPResult refined; ///< on all points; its verdict counts
-};
+using PairCandidate = prereg::CRefinedPreRegistration::Candidate;
 
 struct PairSearchResult
 {

@@ -3,10 +3,8 @@
 #include "atomicfile.h"
 #include "filebytes.h"
 #include "inputerror.h"
-#include "textnumber.h"
+#include "jsonvalues.h"
 #include "vectors.h"
-
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <array>
@@ -153,42 +151,20 @@ private:
     PosesFile m_poses;
 };
 
-// The shortest decimal number with nine digits; JSON would show all seventeen of the double behind it.
-Json number(double value)
-{
-    if (!std::isfinite(value)) return nullptr;
-    return ParseNumber(ToText(value, 9)).value_or(value);
-}
-
-Json poseJson(const prereg::CTrafo& pose, double mmPerUnit)
-{
-    if (!pose) return nullptr;
-    Json rows = Json::array();
-    for (unsigned row = 0; row < 4; ++row) {
-        Json values = Json::array();
-        for (unsigned column = 0; column < 4; ++column) {
-            const double unit = column == 3 && row < 3 ? mmPerUnit : 1.0;
-            values.push_back(number(static_cast<double>(pose(row, column)) / unit));
-        }
-        rows.push_back(std::move(values));
-    }
-    return rows;
-}
-
 Json resultJson(const RegistrationSummary& result, double mmPerUnit)
 {
     return {{"kind", result.iKind},
             {"text", result.text},
-            {"rmse", number(result.dRmse / mmPerUnit)},
-            {"overlap", number(result.dOverlap)},
-            {"slip", number(result.dSlip / mmPerUnit)}};
+            {"rmse", JsonNumber(result.dRmse / mmPerUnit)},
+            {"overlap", JsonNumber(result.dOverlap)},
+            {"slip", JsonNumber(result.dSlip / mmPerUnit)}};
 }
 
 Json scansJson(const std::vector<ScanPose>& scans, double mmPerUnit)
 {
     Json all = Json::array();
     for (const ScanPose& scan : scans) {
-        Json json = {{"file", scan.file}, {"id", scan.id}, {"pose", poseJson(scan.pose, mmPerUnit)}};
+        Json json = {{"file", scan.file}, {"id", scan.id}, {"pose", JsonPose(scan.pose, mmPerUnit)}};
         if (scan.result) json["result"] = resultJson(*scan.result, mmPerUnit);
         all.push_back(std::move(json));
     }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <iostream>
 #include <utility>
 
@@ -11,6 +12,7 @@ namespace tools {
 namespace {
 
 constexpr std::size_t uiWidth = 40;
+constexpr double dFirstSeconds = 1.0; // before, a guess would jump about
 
 } // namespace
 
@@ -43,7 +45,16 @@ void CProgress::draw() const
     if (!m_isShown) return;
     const std::size_t filled = uiWidth * m_done / m_steps;
     std::cerr << '\r' << m_what << " [" << std::string(filled, '#') << std::string(uiWidth - filled, '.') << "] "
-              << m_done << '/' << m_steps << std::flush;
+              << m_done << '/' << m_steps << timeLeft() << "\x1b[K" << std::flush;
+}
+
+std::string CProgress::timeLeft() const
+{
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
+    if (m_done == 0 || m_done == m_steps || seconds < dFirstSeconds) return {};
+    const double left = seconds * static_cast<double>(m_steps - m_done) / static_cast<double>(m_done);
+    if (left < 90) return ", about " + std::to_string(std::lround(left)) + " s left";
+    return ", about " + std::to_string(std::lround(left / 60)) + " min left";
 }
 
 } // namespace tools

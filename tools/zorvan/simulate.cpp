@@ -105,6 +105,8 @@ void AddSimulate(CLI::App& app, int& exitCode)
     command->add_option("--views", options->scanner.uiNumViews, "Number of scans (default 6)")
         ->check(CLI::Range(1, 1000));
     command->add_option("--noise", options->scanner.dNoise, "Standard deviation along the ray in mm (default 0.01)");
+    command->add_option("--field", options->scanner.dFieldOfView, "Width and height of a view in mm (default 40)")
+        ->check(CLI::Range(5.0, 80.0));
     command->add_option("--seed", options->scanner.uiSeed,
                         "Another seed gives another object and other views (default 1)");
     command->add_option("--points", options->uiNumPoints, "About so many points a scan (default: pixels 0.12 mm apart)")
@@ -115,6 +117,7 @@ void AddSimulate(CLI::App& app, int& exitCode)
     options->general.AddTo(*command, "Threads that scan; the files do not depend on it (default 1)");
     command->footer("Examples:\n"
                     "  zorvan simulate -o demo\n"
+                    "  zorvan simulate -o arch --views 24 --field 16\n"
                     "  zorvan simulate -o big --views 2 --points 4000000 --threads 8");
     command->callback([options, &exitCode] { exitCode = simulate(*options); });
 }

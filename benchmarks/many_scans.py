@@ -1,0 +1,242 @@
+#!/usr/bin/env python3
+"""Registers many scans without start poses, and says how many find their place, how far off they are before and after
+the optimisation, and what it costs.
+
+    benchmarks/many_scans.py [--program build/release/bin/zorvan] [bunny] [arch] [mixed] [sizes]
+
+bunny   the ten real views in the folder that the environment variable ZORVAN_DATA names, in the order of their names and
+        in --orders random ones. Errors are those of a view's middle, once against the first view and once with the whole
+        laid on the truth
+arch    24 small patches around a virtual row of teeth, where the truth is exact: the error of the last patch against
+        the first, before and after, and how many scans have an error within one, two and three times their slip; then
+        --orders random orders
+mixed   patches of two objects in one call, in random orders: nothing of one may end in a cluster of the other
+sizes   5 to 80 patches: time and memory, and the exponent by which they grow from size to size
+
+Without a name, all. Automatic settings, one thread. Exit code 1 when a scan is put in a wrong place (over 1 degree or
+2 mm for the bunny, over 0.5 degrees or 0.5 mm for the patches), or fewer than --min-placed (a share of the scans) are
+placed, or the optimisation does not lower the errors.
+"""
+import argparse
+import json
+import math
+import os
+import pathlib
+import random
+import re
+import resource
+import statistics
+import subprocess
+import sys
+import tempfile
+
+from posemath import apply, errors, fit, inverse, product
+
+BUNNY_MIDDLE = [-0.024, 0.097, 0.036]  # in the frame of its truth (m)
+
+
+def run(command):
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
+    process = subprocess.run([*map(str, command)], capture_output=True, text=True, check=False)
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    if process.returncode not in (0, 1):
+        sys.exit(process.stderr)
+    return process, after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
+
+
+def clusters_of(file):
+    return [{scan["file"]: scan for scan in cluster["scans"]} for cluster in json.loads(file.read_text())["clusters"]]
+
+
+class Run:
+    """One call of `zorvan register`."""
+
+    def __init__(self, args, folder, scans, *more):
+        self.process, self.seconds = run([args.program, "register", *scans, "-o", folder / "out", *more])
+        self.clusters = clusters_of(folder / "out" / "poses.json")
+        self.stages = {name: float(s) for name, s in re.findall(r"(\w+) (\S+) s(?:,|\n|$)", self.process.stderr)}
+        self.bytes = (folder / "out" / "session.zdoc").stat().st_size
+
+    def placed(self):
+        return sum(len(cluster) for cluster in self.clusters if len(cluster) > 1)
+
+
+class Truth:
+    def __init__(self, file, middle_of, mm_per_unit):
+        self.poses = {name: scan["pose"] for name, scan in clusters_of(file)[0].items()}
+        self.middle = {name: middle_of(pose) for name, pose in self.poses.items()}
+        self.mm_per_unit = mm_per_unit
+
+    def errors(self, cluster, reference=None):
+        """(degrees, mm) of each scan, against one of them, or with the whole laid on the truth."""
+        if reference:
+            onto = product(self.poses[reference], inverse(cluster[reference]["pose"]))
+        else:
+            onto = fit([apply(scan["pose"], p) for name, scan in cluster.items() for p in self.tripod(name)],
+                       [apply(self.poses[name], p) for name in cluster for p in self.tripod(name)])
+        return {name: errors(product(onto, scan["pose"]), self.poses[name], self.middle[name], self.mm_per_unit)
+                for name, scan in cluster.items() if name != reference}
+
+    def tripod(self, name):
+        size = 20 / self.mm_per_unit
+        return [[c + (size if k == axis else 0) for k, c in enumerate(self.middle[name])] for axis in range(3)]
+
+
+def worst(pairs):
+    return max(e[0] for e in pairs), max(e[1] for e in pairs)
+
+
+def words(pairs):
+    return "{:.3f} degrees, {:.4f} mm".format(*worst(pairs))
+
+
+def shuffled(scans, seed):
+    scans = list(scans)
+    random.Random(seed).shuffle(scans)
+    return scans
+
+
+def is_right(truth, run_, limits):
+    for cluster in run_.clusters:
+        if len(cluster) > 1 and not all(e < limit for e, limit in zip(worst(truth.errors(cluster).values()), limits)):
+            return False
+    return True
+
+
+def random_orders(args, name, folder, scans, truth, limits, *more):
+    good, placed, seconds = True, [], []
+    for seed in range(args.orders):
+        done = Run(args, folder, shuffled(scans, seed), "--optimize", *more)
+        placed.append(done.placed())
+        seconds.append(done.seconds)
+        if not is_right(truth, done, limits):
+            print(f"{name}: WRONG in random order {seed}")
+            good = False
+    if placed:
+        print(f"{name}, {args.orders} random orders: {min(placed)} to {max(placed)} of {len(scans)} placed, "
+              f"{statistics.median(seconds):.2f} s of processor time in the median, {max(seconds):.2f} s at most")
+        good = good and min(placed) >= args.min_placed * len(scans)
+    return good
+
+
+def before_and_after(args, name, folder, scans, truth, limits, *more):
+    plain, optimized = (Run(args, folder, scans, *more, *option) for option in ((), ("--optimize",)))
+    first = pathlib.Path(scans[0]).name
+    good = True
+    print(f"{name}: {optimized.placed()} of {len(scans)} placed, {optimized.seconds:.2f} s of processor time in all; "
+          + ", ".join(f"{stage} {s:.3f} s" for stage, s in optimized.stages.items()))
+    for title, done in (("before", plain), ("after", optimized)):
+        cluster = max(done.clusters, key=len)
+        if first not in cluster:
+            return False
+        print(f"    {title} the optimisation, worst: {words(truth.errors(cluster, first).values())} against {first}; "
+              f"{words(truth.errors(cluster).values())} laid on the truth")
+        good = good and is_right(truth, done, limits)
+    if args.scans:
+        before, after = (truth.errors(max(done.clusters, key=len), first) for done in (plain, optimized))
+        for scan in after:
+            print("    {:14} {:.3f} degrees, {:.4f} mm -> {:.3f} degrees, {:.4f} mm".format(
+                scan, *before[scan], *after[scan]))
+    good = good and optimized.placed() >= args.min_placed * len(scans)
+    return good, plain, optimized
+
+
+def bunny(args, folder):
+    if "ZORVAN_DATA" not in os.environ:
+        print("skipped: ZORVAN_DATA does not name the folder of the real scans")
+        return True
+    data = pathlib.Path(os.environ["ZORVAN_DATA"]) / "bunny"
+    truth = Truth(data / "truth.json", lambda pose: apply(inverse(pose), BUNNY_MIDDLE), 1000.0)
+    scans, limits = sorted(data.glob("*.ply")), (1.0, 2.0)
+    good, plain, optimized = before_and_after(args, "bunny", folder, scans, truth, limits, "--scale", 1000)
+    errors_before, errors_after = (worst(truth.errors(max(r.clusters, key=len)).values()) for r in (plain, optimized))
+    return (good and all(a < b for a, b in zip(errors_after, errors_before))
+            and random_orders(args, "bunny", folder, scans, truth, limits, "--scale", 1000))
+
+
+def simulate(args, folder, views, seed):
+    run([args.program, "simulate", "-o", folder, "--views", views, "--field", 16, "--seed", seed, "--quiet"])
+    truth = Truth(folder / "truth.json", lambda _: [0, 0, 0], 1.0)  # the sensor's frame begins at the surface
+    return sorted(folder.glob("view*.ply")), truth
+
+
+def arch(args, folder):
+    scans, truth = simulate(args, folder, 24, 1)
+    limits = (0.5, 0.5)
+    good, plain, optimized = before_and_after(args, "arch", folder, scans, truth, limits)
+    first, last = scans[0].name, scans[-1].name
+    closing = [truth.errors(max(r.clusters, key=len), first)[last] for r in (plain, optimized)]
+    print("    closing error, last patch against the first: {:.3f} degrees, {:.4f} mm -> {:.3f} degrees, {:.4f} mm".format(
+        *closing[0], *closing[1]))
+    cluster = max(optimized.clusters, key=len)
+    found = truth.errors(cluster, first)
+    covered = {k: sum(e[1] <= k * cluster[name]["result"]["slip"] for name, e in found.items()) for k in (1, 2, 3)}
+    print(f"    errors within 1 / 2 / 3 times the slip: {' / '.join(map(str, covered.values()))} of {len(found)}")
+    return (good and closing[1][1] < closing[0][1] and covered[3] >= 0.9 * len(found)
+            and random_orders(args, "arch", folder, scans, truth, limits))
+
+
+def mixed(args, folder):
+    objects = [simulate(args, folder / f"object{seed}", views, seed) for seed, views in ((2, 12), (3, 5))]
+    # Poses and files are matched by name, and both objects have a view00.
+    owner = {}
+    for number, (scans, _) in enumerate(objects):
+        for scan in scans:
+            renamed = folder / f"{'ab'[number]}_{scan.name}"
+            scan.rename(renamed)
+            owner[renamed.name] = number
+    scans = sorted(folder.glob("?_view*.ply"))
+    good = True
+    for seed in range(args.orders):
+        done = Run(args, folder, shuffled(scans, seed), "--optimize")
+        mixtures = [c for c in done.clusters if len({owner[name] for name in c}) > 1]
+        print(f"mixed, order {seed}: clusters of {', '.join(str(len(c)) for c in done.clusters)} scans (12 and 5 wanted), "
+              f"{len(mixtures)} with scans of both objects, {done.seconds:.2f} s of processor time")
+        good = good and not mixtures and done.placed() >= args.min_placed * len(scans)
+    return good
+
+
+def sizes(args, folder):
+    rows = []
+    for views in args.views:
+        scans, truth = simulate(args, folder / f"views{views}", views, 1)
+        done = min((Run(args, folder, scans, "--optimize") for _ in range(args.repeats)), key=lambda r: r.seconds)
+        peak = run([sys.executable, "-c", "import resource, subprocess, sys; subprocess.run(sys.argv[1:], check=False, "
+                    "stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL); "
+                    "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)",
+                    args.program, "register", *scans, "-o", folder / "out", "--optimize"])[0].stdout
+        rows.append([views, done.stages["registration"], done.stages["optimization"], done.seconds, int(peak) / 1024,
+                     done.bytes / 2**20, done.placed()])
+        if not is_right(truth, done, (0.5, 0.5)):
+            print(f"sizes: WRONG at {views}")
+            return False
+    print("scans  Run / s  optimisation / s  all / s  memory / MiB  session / MiB  placed   exponents: Run, opt., all, memory")
+    for row, last in zip(rows, [None, *rows]):
+        grown = "" if last is None else "  ".join(
+            f"{math.log(row[k] / last[k]) / math.log(row[0] / last[0]):.2f}" for k in (1, 2, 3, 4))
+        print("{:5}  {:7.3f}  {:16.3f}  {:7.2f}  {:12.0f}  {:13.1f}  {:6}   ".format(*row) + grown)
+    return True
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("sets", nargs="*", metavar="SET")
+    parser.add_argument("--program", default="build/release/bin/zorvan")
+    parser.add_argument("--orders", type=int, default=5, help="random orders of the same scans")
+    parser.add_argument("--min-placed", type=float, default=0.0)
+    parser.add_argument("--views", type=int, nargs="+", default=[5, 10, 20, 40, 80], help="of sizes")
+    parser.add_argument("--repeats", type=int, default=3, help="of sizes; the fastest counts")
+    parser.add_argument("--scans", action="store_true", help="tell the errors of every scan")
+    args = parser.parse_args()
+    sets = {"bunny": bunny, "arch": arch, "mixed": mixed, "sizes": sizes}
+    if wrong := [name for name in args.sets if name not in sets]:
+        parser.error(f"{wrong[0]} is none of {', '.join(sets)}")
+    good = True
+    for name in args.sets or sets:
+        with tempfile.TemporaryDirectory() as folder:
+            good = sets[name](args, pathlib.Path(folder)) and good
+    sys.exit(0 if good else 1)
+
+
+if __name__ == "__main__":
+    main()

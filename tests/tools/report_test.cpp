@@ -1,0 +1,172 @@
+#include "workfolder.h"
+
+#include "tools/zorvan/cloudlattice.h"
+#include "tools/zorvan/report.h"
+#include "tools/zorvan/scancolours.h"
+
+#include "zorvan/util/base64.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <set>
+
+namespace {
+
+using Vector3 = kdtree::Vector<3>;
+using tools::LatticePoint;
+
+constexpr double dNaN = std::numeric_limits<double>::quiet_NaN();
+
+nlohmann::json dataOf(const std::string& page)
+{
+    const std::string start = "<script type=\"application/json\" id=\"data\">";
+    const std::size_t begin = page.find(start) + start.size();
+    return nlohmann::json::parse(page.substr(begin, page.find("</script>", begin) - begin));
+}
+
+/// The points as the page places them, in the unit of the page.
+std::vector<std::array<double, 3>> pointsOf(const nlohmann::json& scan, const nlohmann::json& frame)
+{
+    const auto text = scan["cloud"]["points"].get<std::string>();
+    const auto bytes = Zorvan::Base64::Decode(text.c_str());
+    std::vector<LatticePoint> places(scan["cloud"]["count"].get<std::size_t>());
+    std::memcpy(places.data(), bytes.get(), places.size() * sizeof(LatticePoint));
+    std::vector<std::array<double, 3>> points;
+    for (const LatticePoint& place : places) {
+        auto& point = points.emplace_back();
+        for (std::size_t k = 0; k < 3; ++k)
+            point[k] = frame["low"][k].get<double>() + frame["step"].get<double>() * place[k];
+    }
+    return points;
+}
+
+/// Points of a dome in rows, as a scanner delivers them, with any normal.
+prereg::Vectors dome(std::size_t side)
+{
+    prereg::Vectors points;
+    for (std::size_t i = 0; i < side * side; ++i) {
+        const auto at = [side](std::size_t k) { return 2 * static_cast<float>(k) / static_cast<float>(side) - 1; };
+        const float x = at(i % side);
+        const float y = at(i / side);
+        points.emplace_back(50 * x, 30 * y, 10 * (1 - x * x - y * y));
+    }
+    return points;
+}
+
+tools::ScanRow row(const std::string& file, const std::string& cluster, const prereg::CTrafo& pose)
+{
+    tools::ScanRow scan;
+    scan.file = file;
+    scan.cluster = cluster;
+    scan.pose = pose;
+    return scan;
+}
+
+TEST(Report, ShowsPointsInTheFrameOfTheirClusterAndInTheUnitOfTheFiles)
+{
+    const prereg::Vectors points = dome(20);
+    const prereg::CTrafo turn(Vector3(0.3F, -0.2F, 1.0F), Vector3(7, -400, 20));
+    tools::RegistrationTable table{1000.0, {}, {{0, 1, 0.5, 0.25}}};
+    table.scans = {row("a", "other", turn), row("b", "main", turn.GetInverse(true)),
+                   row("c", "", prereg::CTrafo::Invalid())};
+    table.scans[1].isPrimary = true;
+    const std::vector<tools::SurfelSpan> surfaces(3, {points, points});
+    const WorkFolder folder;
+    tools::WriteReport(folder / "page.html", table, surfaces);
+
+    const nlohmann::json data = dataOf(folder.Read("page.html"));
+    EXPECT_EQ(data["unit"], "m");
+    EXPECT_EQ(data["pairs"][0]["rmse"], 0.00025);
+    const std::size_t order[] = {1, 0, 2}; // the primary cluster, the other one, the scan without a pose
+    for (std::size_t f = 0; f < 3; ++f) {
+        const nlohmann::json& frame = data["frames"][f];
+        ASSERT_EQ(frame["scans"], nlohmann::json::array({order[f]}));
+        const prereg::CTrafo pose = table.scans[order[f]].pose ? table.scans[order[f]].pose : prereg::CTrafo();
+        const auto shown = pointsOf(data["scans"][order[f]], frame);
+        ASSERT_EQ(shown.size(), points.size());
+        for (std::size_t i = 0; i < points.size(); ++i) {
+            for (unsigned k = 0; k < 3; ++k) // half a step, and what a float leaves at 400
+                ASSERT_NEAR(shown[i][k], (pose * points[i])[k] / 1000, 0.51 * frame["step"].get<double>() + 4e-8);
+        }
+    }
+}
+
+TEST(Report, SurvivesWhateverNamesAndNumbersHold)
+{
+    const std::string name = "</script><script>alert(1)</script><!--\"\\\xff\n@REPORT_DATA@.ply";
+    prereg::Vectors points = dome(4);
+    points[3].y = std::numeric_limits<float>::infinity();
+    tools::RegistrationTable table{1.0, {}, {{0, 0, dNaN, INFINITY}}};
+    table.scans = {row(name, "<b>", {}), row("empty", "<b>", {})};
+    table.scans[0].dRmse = -INFINITY;
+    table.scans[0].dSlip = 0.1;
+    const WorkFolder folder;
+    tools::WriteReport(folder / "page.html", table, std::vector<tools::SurfelSpan>{{points, points}, {}});
+
+    const std::string page = folder.Read("page.html");
+    EXPECT_EQ(page.find("alert(1)</script>"), std::string::npos);
+    const nlohmann::json data = dataOf(page);
+    const auto shown = data["scans"][0]["file"].get<std::string>();
+    EXPECT_EQ(shown.substr(0, 40), name.substr(0, 40));
+    EXPECT_EQ(shown.substr(shown.size() - 18), name.substr(name.size() - 18));
+    for (const char* key : {"overlap", "rmse"}) {
+        EXPECT_TRUE(data["scans"][0][key].is_null()) << key;
+        EXPECT_TRUE(data["pairs"][0][key].is_null()) << key;
+    }
+    EXPECT_EQ(data["scans"][0]["slip"], 0.1);
+    EXPECT_EQ(data["scans"][0]["cloud"]["count"], 15);
+    EXPECT_EQ(data["scans"][1]["cloud"]["count"], 0);
+}
+
+// Rows, a line, a heap in a corner, points that fill a volume: the number of cells grows with another power in each.
+TEST(ThinEvenly, KeepsNearlyAsManyAsAllowedAndLeavesNoGaps)
+{
+    std::mt19937 rng(47110815);
+    const auto any = [&rng] { return static_cast<std::uint16_t>(rng() >> 16U); };
+    std::vector<LatticePoint> surface, line, heap, volume;
+    for (std::uint32_t i = 0; i < 40000; ++i) {
+        surface.push_back({static_cast<std::uint16_t>(i % 200 * 300), static_cast<std::uint16_t>(i / 200 * 300), 7});
+        line.push_back({any(), 0, 0});
+        heap.push_back({static_cast<std::uint16_t>(any() % 30), static_cast<std::uint16_t>(any() % 30), 65535});
+        volume.push_back({any(), any(), any()});
+    }
+    for (const auto& cloud : {surface, line, heap, volume}) {
+        const std::size_t different = std::set(cloud.begin(), cloud.end()).size();
+        for (const std::size_t max : {0UL, 1UL, 700UL, 30000UL, 40000UL}) {
+            const auto kept = tools::ThinEvenly(cloud, max);
+            EXPECT_LE(kept.size(), max);
+            EXPECT_GE(kept.size(), max == 700 ? std::min<std::size_t>(different, 560) : 0);
+            EXPECT_TRUE(std::is_sorted(kept.begin(), kept.end()));
+        }
+    }
+    const auto kept = tools::ThinEvenly(surface, 700); // some 26 in a row
+    for (const std::uint32_t a : kept) {
+        const auto isNear = [&](std::uint32_t b) {
+            return a != b &&
+                   std::hypot(surface[a][0] - surface[b][0], surface[a][1] - surface[b][1]) < 2 * 60000 / 26.0;
+        };
+        ASSERT_GE(std::count_if(kept.begin(), kept.end(), isNear), 3) << a;
+    }
+}
+
+TEST(ScanColour, TellsTheFirstTwentyApartAndHasOneForEveryNumber)
+{
+    std::set<tools::Rgb> all;
+    for (std::size_t i = 0; i < 200; ++i) all.insert(tools::ScanColour(i));
+    EXPECT_GT(all.size(), 190U);
+    for (std::size_t i = 0; i < 20; ++i) {
+        for (std::size_t k = 0; k < i; ++k) {
+            int apart = 0;
+            for (std::size_t c = 0; c < 3; ++c) apart += std::abs(tools::ScanColour(i)[c] - tools::ScanColour(k)[c]);
+            EXPECT_GT(apart, 40) << i << ' ' << k;
+        }
+    }
+}
+
+} // namespace

@@ -1,0 +1,59 @@
+#include "documentfile.h"
+
+#include "atomicfile.h"
+#include "filebytes.h"
+#include "inputerror.h"
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace tools {
+
+namespace {
+
+constexpr const char* sAdvice = "save or copy it again";
+
+/// Four bytes of length (little-endian), the elements that it counts, one zero byte.
+void checkFrame(const std::filesystem::path& file, const std::string& bytes)
+{
+    constexpr std::uint64_t uiFrame = 5;
+    if (bytes.size() < uiFrame) throw CInputError(file, "too short for a saved document", sAdvice);
+    std::uint64_t length = uiFrame;
+    for (unsigned i = 0; i < 4; ++i) length += std::uint64_t{static_cast<unsigned char>(bytes[i])} << (8 * i);
+    const std::string sizes = "its length field promises " + std::to_string(length) + " bytes, the file holds " +
+                              std::to_string(bytes.size());
+    if (length > bytes.size()) throw CInputError(file, "truncated, or no saved document: " + sizes, sAdvice);
+    if (length < bytes.size()) throw CInputError(file, "damaged, or no saved document: " + sizes, sAdvice);
+}
+
+} // namespace
+
+bson::object ReadDocumentFile(const std::filesystem::path& file)
+{
+    const std::string bytes = ReadFileBytes(file);
+    checkFrame(file, bytes);
+    bson::memory_input_stream in(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    const auto damaged = [&](const std::string& how) {
+        const auto at = in.rdbuf()->pubseekoff(0, std::ios_base::cur, std::ios_base::in);
+        return CInputError(file, "damaged: " + how + " before byte " + std::to_string(std::streamoff{at}), sAdvice);
+    };
+    try {
+        // A document that ends early gives what came before, so the stream tells whether all was read.
+        bson::object document = bson::object::unfreeze(in);
+        if (!in.good()) throw damaged("an element does not end");
+        if (in.peek() != std::char_traits<char>::eof()) throw damaged("the document ends");
+        return document;
+    } catch (const std::invalid_argument&) {
+        throw damaged("an element has an unknown type, or nests too deeply,");
+    }
+}
+
+void WriteDocumentFile(const std::filesystem::path& file, const bson::object& document)
+{
+    const auto [bytes, size] = document.freeze();
+    WriteFileAtomically(file, std::string_view(reinterpret_cast<const char*>(bytes.get()), size));
+}
+
+} // namespace tools

@@ -1,0 +1,339 @@
+#include "atomicfile.h"
+#include "autosettings.h"
+#include "commands.h"
+#include "featureset.h"
+#include "inputerror.h"
+#include "interruption.h"
+#include "lookatposes.h"
+#include "options.h"
+#include "posesfile.h"
+#include "progress.h"
+#include "registerresults.h"
+#include "session.h"
+#include "settingsfile.h"
+#include "textnumber.h"
+
+#include "zorvan/numerics/quantile.h"
+#include "zorvan/preregistration/crefinedpreregistration.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tools {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct RegisterOptions
+{
+    std::vector<std::string> scans;
+    std::string folder;
+    std::string session;
+    std::string initial;
+    bool isOptimized = false;
+    bool hasScale = false; ///< given by the user
+    bool hasGrid = false;
+    GeneralOptions general;
+    ScanFileOptions files;
+    SettingsOptions settings;
+};
+
+std::string nameOf(const std::string& file) { return std::filesystem::path(file).filename().string(); }
+
+/// Remembers how long the stages took, for one line at the end.
+class CStages
+{
+public:
+    void End(const std::string& stage)
+    {
+        const double seconds = std::chrono::duration<double>(Clock::now() - m_start).count();
+        m_words += (m_words.empty() ? "" : ", ") + stage + " " + ToText(seconds, 3) + " s";
+        m_start = Clock::now();
+    }
+    [[nodiscard]] const std::string& Words() const { return m_words; }
+
+private:
+    Clock::time_point m_start = Clock::now();
+    std::string m_words;
+};
+
+/// What all searches of a run share.
+struct Merges
+{
+    const CInterruption& interruption;
+    CProgress& progress;
+    std::vector<double> errors; ///< RMSE of each (mm)
+
+    /// The median, once there are enough to tell the noise of these scans.
+    [[nodiscard]] std::optional<double> TypicalRmse() const
+    {
+        constexpr std::size_t uiEnough = 3;
+        if (errors.size() < uiEnough) return std::nullopt;
+        return Zorvan::Median(errors);
+    }
+};
+
+/// The search for one pair of clusters, which Ctrl-C ends and which moves the bar when it is a merge.
+class CWatchedSearch : public prereg::CRefinedPreRegistration
+{
+public:
+    CWatchedSearch(CRefinedPreRegistration search, Merges& merges)
+        : CRefinedPreRegistration(std::move(search)), m_merges(merges)
+    {
+    }
+
+    bool Compute(std::function<bool()>) override
+    {
+        return CRefinedPreRegistration::Compute([this] { return m_merges.interruption.IsRequested(); });
+    }
+
+    prereg::ICPResult GetNextResult() override
+    {
+        const prereg::ICPResult result = CRefinedPreRegistration::GetNextResult();
+        m_merges.progress.Step();
+        m_merges.errors.push_back(static_cast<double>(result.GetError()));
+        return result;
+    }
+
+private:
+    Merges& m_merges;
+};
+
+void checkCall(const RegisterOptions& options)
+{
+    if (options.scans.empty() && options.session.empty())
+        throw CInputError("no scans: name some, or a --session to go on with");
+    std::set<std::string> names;
+    for (const std::string& scan : options.scans) {
+        if (!names.insert(nameOf(scan)).second)
+            throw CInputError("two scans are named " + nameOf(scan) +
+                              ", and poses are matched by file name; rename one of them");
+    }
+    if (options.session.empty()) return;
+    if (options.hasGrid || !options.settings.file.empty())
+        throw CInputError("--grid and --settings: a session keeps the settings it began with; leave them out, or begin "
+                          "a new one");
+}
+
+std::vector<SurfelScan> readScans(const RegisterOptions& options)
+{
+    const ScanOptions scanOptions = options.files.ToScanOptions();
+    std::vector<SurfelScan> scans;
+    CProgress progress("reading", options.scans.size(), options.general.isQuiet);
+    for (const std::string& file : options.scans) {
+        scans.push_back(LoadScan(file, scanOptions));
+        progress.Step();
+    }
+    progress.Finish();
+    for (const SurfelScan& scan : scans) Tell(scan.Warning(), options.general.isQuiet);
+    return scans;
+}
+
+/// The median of what suits each scan.
+prereg::ConfigurationFPFH chooseSettings(const RegisterOptions& options, const std::vector<SurfelScan>& scans)
+{
+    const bson::object set = options.settings.Read(options.general.isQuiet);
+    std::vector<double> grids;
+    for (const SurfelScan& scan : scans) {
+        const prereg::CPointSet points(scan.points.data(), scan.normals.data(), scan.points.size());
+        grids.push_back(ChooseSettings(points, options.files.ToGrid()).dGrid);
+    }
+    const double grid = Zorvan::Median(std::move(grids));
+    prereg::ConfigurationFPFH config = WithSettings(AllSettingsForGrid(grid), set);
+    // Poses come from a search, so they are near when all points come into play.
+    config.icpConfig = SettingsForRefinement(config);
+    const double unit = options.files.dMmPerUnit;
+    Tell("grid " + ToText(grid / unit) + " " + UnitName(unit) + (options.hasGrid ? "" : ": the median over the scans") +
+             "; RMSE accepted up to " + ToText(config.icpConfig.dMaxRMSE / unit) + " " + UnitName(unit),
+         options.general.isQuiet);
+    return config;
+}
+
+/// Poses of one frame: that of the primary cluster of the file, or else of its first one.
+class CInitialPoses
+{
+public:
+    explicit CInitialPoses(const RegisterOptions& options)
+    {
+        if (options.initial.empty()) return;
+        m_poses = ReadPoses(options.initial, options.files.dMmPerUnit);
+        const auto isPrimary = [](const PoseCluster& cluster) { return cluster.isPrimary; };
+        const auto primary = std::find_if(m_poses.clusters.begin(), m_poses.clusters.end(), isPrimary);
+        if (primary != m_poses.clusters.end()) m_cluster = static_cast<std::size_t>(primary - m_poses.clusters.begin());
+        const auto hasPose = [this](const std::string& scan) { return static_cast<bool>(Of(scan)); };
+        if (std::none_of(options.scans.begin(), options.scans.end(), hasPose))
+            throw CInputError(options.initial, "has no pose of any of the scans", "add some under their file names");
+    }
+
+    /// Invalid when the file has none.
+    [[nodiscard]] prereg::CTrafo Of(const std::filesystem::path& scan) const
+    {
+        const auto [found, cluster] = m_poses.Find(scan);
+        return found != nullptr && cluster == m_cluster ? found->pose : prereg::CTrafo::Invalid();
+    }
+
+private:
+    PosesFile m_poses;
+    std::size_t m_cluster = 0;
+};
+
+/// @return whether all scans could be added
+bool addScans(const RegisterOptions& options, const std::vector<SurfelScan>& scans, const CInitialPoses& initial,
+              CSession& session)
+{
+    const prereg::ConfigurationFPFH config = SettingsForSearch(session.GetRegistration().GetRegistrationConfig());
+    CProgress progress("features", scans.size(), options.general.isQuiet);
+    std::string refused;
+    for (const SurfelScan& scan : scans) {
+        const auto set = ComputeFeatureSet(scan, config, options.general.uiNumThreads, options.files.dMmPerUnit);
+        if (!session.Add(scan, set, initial.Of(scan.file)))
+            refused += (refused.empty() ? "" : ", ") + scan.file.filename().string();
+        progress.Step();
+    }
+    progress.Finish();
+    if (refused.empty()) return true;
+    std::cerr << "left out, too few points or features: " << refused << '\n';
+    return false;
+}
+
+/// @param share  of the polygons that the settings allow
+prereg::CClusterRegistration::SearchFactory searchWith(Merges& merges, double share)
+{
+    return [&merges, share](const auto& fix, const auto& flt, const auto& config, const auto* oracle) {
+        prereg::ConfigurationFPFH search = SettingsForSearch(config);
+        search.uiNumPolygons = static_cast<unsigned>(std::ceil(share * search.uiNumPolygons));
+        const auto judge = SettingsForMerging(config, merges.TypicalRmse());
+        return std::make_unique<CWatchedSearch>(prereg::CRefinedPreRegistration(fix, flt, search, judge, oracle),
+                                                merges);
+    };
+}
+
+void run(const RegisterOptions& options, CSession& session, const CInterruption& interruption)
+{
+    // Most pairs of many scans have nothing in common, and most others are found soon.
+    constexpr double dQuickShare = 0.25;
+    prereg::CClusterRegistration& registration = session.GetRegistration();
+    const auto numClusters = [&] { return registration.GetClusterIDs().size(); };
+    CProgress progress("registering", std::max<std::size_t>(numClusters(), 1) - 1, options.general.isQuiet);
+    Merges merges{interruption, progress, {}};
+    for (const double share : {dQuickShare, 1.0}) {
+        if (numClusters() < 2 || interruption.IsRequested()) break;
+        registration.ForgetFailures();
+        registration.SetSearch(searchWith(merges, share));
+        registration.Run();
+    }
+    registration.SetSearch({});
+}
+
+void optimize(const RegisterOptions& options, CSession& session, const CInterruption& interruption)
+{
+    prereg::CClusterRegistration& registration = session.GetRegistration();
+    const std::vector<UniversalUniqueID> clusters = registration.GetClusterIDs();
+    CProgress progress("optimizing", clusters.size(), options.general.isQuiet);
+    for (const UniversalUniqueID& id : clusters) {
+        if (registration.Size(id) > 1) registration.OptimizeRegistration(id, true, false, interruption.GetFlag());
+        progress.Step();
+    }
+}
+
+/// The session to go on with, or a new one, and the scans that are new to it.
+std::pair<CSession, std::vector<SurfelScan>> begin(RegisterOptions& options, const CSession::Group& group)
+{
+    if (options.session.empty()) {
+        std::vector<SurfelScan> scans = readScans(options);
+        CSession session(chooseSettings(options, scans), options.files.dMmPerUnit, group);
+        return {std::move(session), std::move(scans)};
+    }
+    CSession session = CSession::Load(options.session, group);
+    if (!options.hasScale) options.files.dMmPerUnit = session.GetMmPerUnit();
+    for (const std::string& scan : options.scans) {
+        if (session.Contains(nameOf(scan)))
+            throw CInputError(scan, "a scan of this name is in the session already", "rename it");
+    }
+    return {std::move(session), readScans(options)};
+}
+
+int report(const RegistrationTable& table, bool isComplete)
+{
+    std::cout << ToText(table);
+    const auto isWithFirst = [&](const ScanRow& scan) { return scan.cluster == table.scans.front().cluster; };
+    return isComplete && std::all_of(table.scans.begin(), table.scans.end(), isWithFirst) ? Done : NotEveryScan;
+}
+
+int registerScans(RegisterOptions options)
+{
+    // To a search, what the library warns of is everyday business.
+    if (options.general.logLevel.empty()) options.general.logLevel = "error";
+    options.general.Apply();
+    checkCall(options);
+    const std::filesystem::path folder = options.folder;
+    const CInitialPoses initial(options);
+    MakeFolder(folder);
+    RequireWritable(folder / "session.zdoc");
+
+    CStages stages;
+    Zorvan::CJobScheduler scheduler(options.general.uiNumThreads);
+    const CSession::Group group = scheduler.CreateJobGroup({}, {});
+    const CInterruption interruption;
+    auto [session, scans] = begin(options, group);
+    stages.End("reading");
+    const bool isComplete = addScans(options, scans, initial, session);
+    stages.End("features");
+    run(options, session, interruption);
+    stages.End("registration");
+    if (options.isOptimized && !interruption.IsRequested()) {
+        optimize(options, session, interruption);
+        stages.End("optimization");
+    }
+    const RegistrationTable table = LookAtPoses(session, group);
+    WriteRegistration(folder, session, table);
+    stages.End("results");
+
+    Tell(stages.Words(), options.general.isQuiet);
+    if (interruption.IsRequested())
+        std::cerr << "stopped; this is what was found so far, and --session " << (folder / "session.zdoc").string()
+                  << " goes on from there\n";
+    return report(table, isComplete && !interruption.IsRequested());
+}
+
+} // namespace
+
+void AddRegister(CLI::App& app, int& exitCode)
+{
+    const auto options = std::make_shared<RegisterOptions>();
+    CLI::App* const command = app.add_subcommand("register", "Bring many scans into one frame");
+    command->add_option("SCAN", options->scans, "Scans, best in the order in which they were taken");
+    command
+        ->add_option("-o,--output", options->folder, "Folder for poses.json, merged.ply, report.html and session.zdoc")
+        ->required();
+    command->add_option("--session", options->session, "A session.zdoc to go on with; the scans are added to it");
+    command->add_option("--initial", options->initial,
+                        "Poses file with rough poses of some or all scans; they are tried before a\nsearch");
+    command->add_flag("--optimize", options->isOptimized,
+                      "Refine all poses together afterwards; scans that do not agree with the others\nleave them");
+    options->files.AddTo(*command);
+    options->settings.AddTo(*command);
+    options->general.AddTo(*command, "Threads that work; the result does not depend on it");
+    command->footer("Ctrl-C ends the search and writes what has been found.\n"
+                    "Exit code 0: all scans are in one frame; 1: not all; 2: wrong call or unreadable input.\n\n"
+                    "Examples:\n"
+                    "  zorvan register scans/*.ply -o out --optimize\n"
+                    "  zorvan register bunny/*.ply --scale 1000 -o out\n"
+                    "  zorvan register new.ply --session out/session.zdoc -o out2");
+    command->callback([options, command, &exitCode] {
+        options->hasScale = command->count("--scale") > 0;
+        options->hasGrid = command->count("--grid") > 0;
+        exitCode = registerScans(*options);
+    });
+}
+
+} // namespace tools

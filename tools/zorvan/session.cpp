@@ -1,0 +1,125 @@
+#include "session.h"
+
+#include "documentfile.h"
+#include "inputerror.h"
+
+#include "zorvan/clusterregistration/clusterpersistence.h"
+#include "zorvan/documents/bson.h"
+#include "zorvan/util/csha1.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <set>
+#include <string_view>
+#include <utility>
+
+namespace tools {
+
+namespace {
+
+constexpr const char* sUnit = "mm_per_unit";
+constexpr const char* sFiles = "files";
+
+/// The registration goes through clusters in descending order of the texts of their identifiers, so the first scan gets
+/// the highest one. The other digits tell scans of the same number apart; version and variant are those of RFC 9562 for
+/// identifiers of one's own making.
+UniversalUniqueID makeID(std::size_t number, const std::string& name, const prereg::Vectors& points)
+{
+    const std::string bytes = name + Zorvan::CSHA1::Compute(points.data(), points.size() * sizeof points[0]).ToString();
+    const std::string hash = Zorvan::CSHA1::Compute(bytes.data(), bytes.size()).ToString();
+    char first[5];
+    std::snprintf(first, sizeof first, "%04x", static_cast<unsigned>(0xFFFFU - number % 0x10000U));
+    return UniversalUniqueID(first + hash.substr(0, 4) + "-" + hash.substr(4, 4) + "-8" + hash.substr(8, 3) + "-8" +
+                             hash.substr(11, 3) + "-" + hash.substr(14, 12));
+}
+
+std::vector<CSession::ScanFile> readFiles(const bson::object& document)
+{
+    std::vector<CSession::ScanFile> files;
+    for (const bson::element& e : document) {
+        const bson::object file = e.as_object();
+        files.push_back({UniversalUniqueID::Load(file.child("entity_id").as_uuid()), file.child("name").as_string()});
+    }
+    return files;
+}
+
+/// Each scan of the list is in the registration, no other is, and every pose is one.
+bool isConsistent(const prereg::CClusterRegistration& registration, const std::vector<CSession::ScanFile>& files)
+{
+    std::set<std::string> names;
+    std::size_t entities = 0;
+    for (const UniversalUniqueID& id : registration.GetClusterIDs()) entities += registration.Size(id);
+    const auto isThere = [&](const CSession::ScanFile& file) {
+        return names.insert(file.name).second && registration.GetTrafo(file.id);
+    };
+    return entities == files.size() && std::all_of(files.begin(), files.end(), isThere);
+}
+
+} // namespace
+
+CSession::CSession(const prereg::ConfigurationFPFH& config, double dMmPerUnit, const Group& group)
+    : CSession(prereg::CClusterRegistration(config, nullptr, group), dMmPerUnit, {})
+{
+}
+
+CSession::CSession(prereg::CClusterRegistration registration, double dMmPerUnit, std::vector<ScanFile> files)
+    : m_registration(std::move(registration)), m_mmPerUnit(dMmPerUnit), m_files(std::move(files))
+{
+}
+
+CSession CSession::Load(const std::filesystem::path& file, const Group& group)
+{
+    const bson::object document = ReadDocumentFile(file);
+    const auto refuse = [&](const std::string& why) {
+        throw CInputError(file, why, "give a session.zdoc that zorvan register has written");
+    };
+    try {
+        auto registration = prereg::CClusterRegistration::FromObject(document, group);
+        std::vector<ScanFile> files = readFiles(document.child(sFiles).as_object());
+        const double mmPerUnit = document.child(sUnit).as_double();
+        if (!(mmPerUnit > 0.0) || !std::isfinite(mmPerUnit)) refuse("damaged: its unit of length is no length");
+        if (!isConsistent(registration, files)) refuse("damaged: its scans and its clusters do not fit each other");
+        return {std::move(registration), mmPerUnit, std::move(files)};
+    } catch (const CInputError&) {
+        throw;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception&) {
+        refuse("a saved document, but no session, or a damaged one");
+        throw;
+    }
+}
+
+void CSession::Save(const std::filesystem::path& file) const
+{
+    bson::object files;
+    for (const ScanFile& scan : m_files) {
+        files += bson::element(
+            "file", bson::object{bson::element::make_uuid("entity_id", &scan.id), bson::element("name", scan.name)});
+    }
+    bson::object document = m_registration.ToObject();
+    document += bson::element(sUnit, m_mmPerUnit);
+    document += bson::element(sFiles, files);
+    WriteDocumentFile(file, document);
+}
+
+bool CSession::Add(const SurfelScan& scan, const std::shared_ptr<const prereg::CFPFHPointSet>& set,
+                   const prereg::CTrafo& preTrafo)
+{
+    const std::string name = scan.file.filename().string();
+    const UniversalUniqueID id = makeID(m_files.size(), name, scan.points);
+    if (!m_registration.AddPointSet(id, set, &preTrafo)) return false;
+    m_files.push_back({id, name});
+    return true;
+}
+
+bool CSession::Contains(const std::string& name) const
+{
+    return std::any_of(m_files.begin(), m_files.end(), [&](const ScanFile& scan) { return scan.name == name; });
+}
+
+} // namespace tools
