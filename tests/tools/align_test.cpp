@@ -62,13 +62,13 @@ TEST_F(AlignedViews, AreFoundWithoutAStart)
 TEST_F(AlignedViews, AreAllToldWhenAskedFor)
 {
     folder->Write("loose.txt", "{'uiTrafoClusteringQuorum' : 0, 'uiNumPolygons' : 400, 'dMinSmallBigRatio' : 0,"
-                               " 'dMaxRMSE' : 0.08}");
+                               " 'dMaxRMSE' : 0.2}");
     EXPECT_EQ(folder->Run("align view00.ply view01.ply --all --settings loose.txt -o all.json").exitCode, 0);
     ExpectNearTruth("all.json");
     const std::string text = folder->Read("all.json");
     const std::string verdicts = text.substr(text.find("\"candidates\""));
     EXPECT_NE(verdicts.find("success"), std::string::npos);
-    EXPECT_NE(verdicts.find("RMSE too large"), std::string::npos) << verdicts;
+    EXPECT_NE(verdicts.find("too much slip"), std::string::npos) << verdicts;
 }
 
 TEST_F(AlignedViews, OfDifferentObjectsGiveNoPoseHoweverLongTheUserWaits)

@@ -95,8 +95,10 @@ Pair load(const AlignOptions& options)
     const AutoSettings chosen = ChooseSettings(toPointSet(pair.fix), options.files.ToGrid());
     pair.config = WithSettings(AllSettingsForGrid(chosen.dGrid), set);
 
+    const bool hasStart = !options.initial.empty();
+    const prereg::ConfigurationICP judge = hasStart ? pair.config.icpConfig : SettingsForRefinement(pair.config);
     pair.words = "grid " + length(chosen.dGrid, options) + ": " + chosen.reason + "; RMSE accepted up to " +
-                 length(pair.config.icpConfig.dMaxRMSE, options);
+                 length(judge.dMaxRMSE, options);
     return pair;
 }
 

@@ -69,20 +69,25 @@ prereg::ConfigurationFPFH SettingsForSearch(const prereg::ConfigurationFPFH& con
 
 prereg::ConfigurationICP SettingsForRefinement(const prereg::ConfigurationFPFH& config)
 {
+    // Shares of the limits for a start pose that the user gives: what a search comes up with deserves less trust.
+    constexpr double dRmseShare = 0.93;
+    constexpr double dSlipShare = 0.67;
     prereg::ConfigurationICP icp = config.icpConfig;
     icp.dInitialQueryRadiusScaling = std::min(4.0, icp.dInitialQueryRadiusScaling);
+    icp.dMinSmallBigRatio = std::max(0.5, icp.dMinSmallBigRatio);
+    icp.dMaxRMSE *= dRmseShare;
+    icp.dMaxStdDev *= dSlipShare;
     return icp;
 }
 
 prereg::ConfigurationICP SettingsForMerging(const prereg::ConfigurationFPFH& config, std::optional<double> dTypicalRmse)
 {
-    // Shares of the limits for a pair. See the table of merges in benchmarks/README.md for the margins.
-    constexpr double dSlipShare = 0.38;
-    constexpr double dSlipShareWhenNoiseIsKnown = 0.6;
-    constexpr double dRmseShare = 0.9;
+    // benchmarks/README.md has the margins of right and wrong poses.
+    constexpr double dRmseShare = 0.97;
+    constexpr double dSlipShare = 0.57;
+    constexpr double dSlipShareWhenNoiseIsKnown = 0.9;
     constexpr double dMaxTimesTypical = 1.6;
     prereg::ConfigurationICP icp = SettingsForRefinement(config);
-    icp.dMinSmallBigRatio = std::max(0.5, icp.dMinSmallBigRatio);
     icp.dMinOverlapRatio = std::max(0.1, icp.dMinOverlapRatio);
     icp.dMaxStdDev *= dTypicalRmse ? dSlipShareWhenNoiseIsKnown : dSlipShare;
     icp.dMaxRMSE *= dRmseShare;

@@ -28,7 +28,8 @@ struct AutoSettings
 /// is brought to their grid, with fewer samples.
 [[nodiscard]] prereg::ConfigurationFPFH SettingsForSearch(const prereg::ConfigurationFPFH& config);
 
-/// ICP on all points from a pose that a search has found: the start is near.
+/// ICP on all points from a pose that a search has found: the start is near, and the limits are stricter than for one
+/// that the user gives.
 [[nodiscard]] prereg::ConfigurationICP SettingsForRefinement(const prereg::ConfigurationFPFH& config);
 
 /// ICP on all points that decides whether two clusters of a larger registration become one. Stricter than for a pair

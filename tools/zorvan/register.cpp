@@ -150,7 +150,7 @@ prereg::ConfigurationFPFH chooseSettings(const RegisterOptions& options, const s
     const double grid = Zorvan::Median(std::move(grids));
     prereg::ConfigurationFPFH config = WithSettings(AllSettingsForGrid(grid), set);
     // Poses come from a search, so they are near when all points come into play.
-    config.icpConfig = SettingsForRefinement(config);
+    config.icpConfig.dInitialQueryRadiusScaling = SettingsForRefinement(config).dInitialQueryRadiusScaling;
     const double unit = options.files.dMmPerUnit;
     Tell("grid " + ToText(grid / unit) + " " + UnitName(unit) + (options.hasGrid ? "" : ": the median over the scans") +
              "; RMSE accepted up to " + ToText(config.icpConfig.dMaxRMSE / unit) + " " + UnitName(unit),

@@ -133,6 +133,10 @@ bool CClusterRegistration::CreateCluster(const UniversalUniqueID& clusterID, con
                                          const CTrafo& preTrafo, const std::vector<EntityTuple>& entities)
 {
     const std::lock_guard lock(m_mutex);
+    if (!clusterID || entities.empty()) {
+        logger.Error(L"CreateCluster: invalid cluster ID, or no entities");
+        return false;
+    }
     auto cluster = std::make_shared<Cluster>();
     cluster->primaryID = primaryEntityID;
     cluster->clusterTrafo = preTrafo;
@@ -164,6 +168,9 @@ void CClusterRegistration::SetPrimaryClusterID(const UniversalUniqueID& id)
     } else if (oldPlace != m_state.clusters.end()) {
         logger.Warn(L" -> swapping existing clusters %ls (old) <-> %ls (new)", text(old), text(id));
         std::swap(oldPlace->second, newPlace->second);
+        // Failures are filed by name, and the names stand for other clusters now.
+        resetRegistrationFailures(old);
+        resetRegistrationFailures(id);
     }
     m_state.primaryClusterID = id;
 }
@@ -272,10 +279,10 @@ CFPFHPointSet CClusterRegistration::GetPrimaryClusterPointSet() const
     if (merged == nullptr) return {};
     if (!cluster->clusterTrafo) return *merged;
 
-    // An entry lives as long as the merged set that it was made of, and callers rely on nothing else being looked at: a
-    // new pose of the cluster alone does not end it.
+    // An entry is good for the merged set that it was made of, and callers rely on nothing else being looked at: a new
+    // pose of the cluster alone does not end it.
     auto& [source, moved] = m_state.primaryPointSetCache[m_state.primaryClusterID];
-    if (source.lock() != nullptr) {
+    if (source.lock() == merged) {
         logger.Trace(L"CACHE HIT!");
         return *moved;
     }

@@ -49,7 +49,8 @@ struct Entity;
 /// entities came without a pose floats, and then its frame stands in for the world. Lengths in mm.
 ///
 /// Any thread may call any operation. Each takes the one lock of the object for its whole time, also the long ones, so
-/// calls queue behind a running `Run`; callbacks must not call back. The same calls in the same order give the same
+/// calls queue behind a running `Run`; callbacks must not call back, and one that throws leaves
+/// all as it was. The same calls in the same order give the same
 /// poses, for any number of threads.
 class ZORVAN_API CClusterRegistration
 {
@@ -83,7 +84,8 @@ public:
     ///                  lean
     bool AddPointSet(const UniversalUniqueID& id, const PointSet& set, const CTrafo* preTrafo);
     /// Adds a whole cluster, as it was saved.
-    /// @return  false, with nothing changed, when the cluster's or an entity's identifier is in use or a set is null
+    /// @return  false, with nothing changed, when it has no entities, the cluster's identifier is invalid or in use, an
+    ///          entity's is in use, or a set is null
     bool CreateCluster(const UniversalUniqueID& clusterID, const UniversalUniqueID& primaryEntityID,
                        const CTrafo& preTrafo, const std::vector<EntityTuple>& entities);
 
@@ -106,7 +108,7 @@ public:
     void ApplyCut(const UniversalUniqueID& clusterID, std::function<bool(const kdtree::Vector<3>&)> predicate);
 
     /// Sets the pose of an entity (to the world, or to its cluster while that floats).
-    /// @return  false for an unknown entity, or a move below both 0.01 mm and half a degree
+    /// @return  false for an unknown entity, an invalid pose, or a move below both 0.01 mm and half a degree
     bool UpdateTrafo(const UniversalUniqueID& entityID, const CTrafo& trafo);
     /// The same for several, and brings the merged surfaces up to date. @return whether any pose changed
     bool UpdateTrafos(const std::vector<std::pair<UniversalUniqueID, CTrafo>>& trafos);

@@ -46,7 +46,7 @@ CTrafo Cluster::GetTrafo(const UniversalUniqueID& entityID) const
 bool Cluster::UpdateTrafo(const UniversalUniqueID& entityID, const CTrafo& pose)
 {
     const auto found = entities.find(entityID);
-    if (found == entities.end()) return false;
+    if (found == entities.end() || !pose) return false;
     CTrafo& trafo = found->second.trafo;
     const CTrafo moved = clusterTrafo ? clusterTrafo.GetInverse(false) * pose : pose;
     const float shift = (moved.GetTranslation() - trafo.GetTranslation()).Length();

@@ -57,7 +57,7 @@ struct Cluster
 
     /// Entity to world coordinates, or to cluster coordinates while the cluster floats; invalid for an unknown entity.
     [[nodiscard]] CTrafo GetTrafo(const UniversalUniqueID& entityID) const;
-    /// @return false when the entity is unknown, or the pose is the old one within 0.01 mm and half a degree
+    /// @return false when the entity is unknown, or the pose is invalid or the old one within 0.01 mm and half a degree
     bool UpdateTrafo(const UniversalUniqueID& entityID, const CTrafo& pose);
     /// Orders the merged set anew where it is stale or missing.
     void refreshMergedPointSet(const ConfigurationFPFH& config, const PointSetJobGroup& group);

@@ -204,15 +204,19 @@ CClusterRegistration::PointSet CClusterRegistration::applyCutToPointSet(const CT
 
 std::vector<UniversalUniqueID> CClusterRegistration::cutEntities(Cluster& cluster, const Predicate& keep)
 {
+    // All remainders first: a predicate that throws changes nothing.
+    std::vector<std::pair<UniversalUniqueID, PointSet>> rests;
+    for (const auto& [id, entity] : cluster.entities)
+        rests.emplace_back(id, applyCutToPointSet(cluster.GetTrafo(id), entity.pointSet, keep));
+
     std::vector<UniversalUniqueID> changedIDs;
-    for (auto& [id, entity] : cluster.entities) {
-        const CTrafo pose = cluster.GetTrafo(id);
-        const PointSet rest = applyCutToPointSet(pose, entity.pointSet, keep);
+    for (const auto& [id, rest] : rests) {
+        Entity& entity = cluster.entities.at(id);
         if (rest == entity.pointSet) continue;
         entity.pointSet = rest;
         changedIDs.push_back(id);
         // It did not move, but its surface is another one.
-        m_state.changes[id] = pose;
+        m_state.changes[id] = cluster.GetTrafo(id);
     }
     return changedIDs;
 }
