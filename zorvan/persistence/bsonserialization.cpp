@@ -138,10 +138,13 @@ std::vector<CPointFeatureHistogram> unpackFeatures(const element& e)
 
 object to_object(const CTrafo& trafo)
 {
-    const Quaternion q = trafo.GetQuaternion();
+    // A matrix that is no rotation can have a quaternion that is one, so what is invalid in part is written so as a
+    // whole.
+    const CTrafo written = trafo ? trafo : CTrafo::Invalid();
+    const Quaternion q = written.GetQuaternion();
     const object rotation = {element("w", static_cast<float>(q.w)), element("x", static_cast<float>(q.x)),
                              element("y", static_cast<float>(q.y)), element("z", static_cast<float>(q.z))};
-    return {element("Rotation", rotation), element("Translation", writeVector(trafo.GetTranslation(), axes))};
+    return {element("Rotation", rotation), element("Translation", writeVector(written.GetTranslation(), axes))};
 }
 
 template <>
