@@ -136,6 +136,29 @@ TEST(OptimizeClusters, ADamagedSurfaceLeavesAndTheOthersStayUnharmed)
     ExpectRegistered(registration, {views[0], views[1], views[2], views[4], views[5]}, 0.02, 0.05);
 }
 
+TEST(OptimizeClusters, ASurfaceMovedByAMillimetreIsBroughtBackOrLeavesWhenItMayNotMove)
+{
+    std::vector<CTrafo> poses;
+    for (const Scan& scan : views) poses.push_back(scan.truth);
+    poses[3] = CTrafo().Translate({0.6F, -0.5F, 0.62F}) * poses[3];
+    for (const bool mayMove : {true, false}) {
+        SCOPED_TRACE(mayMove);
+        prereg::ConfigurationFPFH config;
+        if (!mayMove) config.icpConfig.uiMaxNumIterations = 0; // the residuals are then those of the given poses
+        CClusterRegistration registration(config, nullptr, nullptr);
+        ASSERT_TRUE(CreateCluster(registration, ID(9), views, poses));
+        const LogCapture log;
+        EXPECT_EQ(registration.OptimizeRegistration(ID(9), true, false, false).size(), mayMove ? 1U : 2U);
+        if (mayMove) {
+            ExpectRegistered(registration, views, 0.04, 0.12);
+            continue;
+        }
+        EXPECT_EQ(registration.GetEntityIDs(ID(3)), IDs{ID(3)});
+        EXPECT_THAT(registration.GetTrafo(ID(3)), IsNearPose(poses[3], 1e-5, 0.03));
+        ExpectRegistered(registration, {views[0], views[1], views[2], views[4], views[5]}, 0.02, 0.05);
+    }
+}
+
 // The left part of the surface twice, its right part and its middle, all at their places.
 const std::vector<Scan>& strips()
 {
