@@ -201,12 +201,12 @@ std::string toScriptText(const Json& json)
 void WriteReport(const std::filesystem::path& file, const RegistrationTable& table,
                  std::span<const SurfelSpan> surfaces)
 {
-    constexpr std::string_view placeholder = "@REPORT_DATA@";
+    constexpr std::string_view mark = "@REPORT_DATA@";
     const std::string_view page = sReportTemplate;
-    const std::size_t place = page.find(placeholder);
+    const std::size_t place = page.find(mark);
     std::string text(page.substr(0, place));
     text += toScriptText(reportJson(table, surfaces));
-    text += page.substr(place + placeholder.size());
+    text += page.substr(place + mark.size());
     WriteFileAtomically(file, text);
 }
 
