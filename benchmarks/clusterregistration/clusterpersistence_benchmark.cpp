@@ -148,8 +148,8 @@ void BM_SaveSession(benchmark::State& state)
     session.Report(state);
 }
 
-/// The model is made behind the caller's back: `needed` tells whether the time until it is there counts. Neither the
-/// end of that work nor of the registration does.
+/// The model is made behind the caller's back; `isModelNeeded` tells whether the time until it is there counts. Neither
+/// the end of that work nor of the registration does.
 void timeLoad(benchmark::State& state, bool isModelNeeded)
 {
     const Session session(threadsOf(state));
