@@ -157,11 +157,11 @@ TEST_F(RegisteredPatches, RefuseSessionsThatAreNone)
     const bson::object document = tools::ReadDocumentFile(*folder / "all/session.zdoc");
     struct Damage
     {
-        const char* name;
+        std::string name;
         bson::object document;
     };
     const auto without = [&](const char* key) { return Damage{key, document.erase(key)}; };
-    const auto with = [&](const bson::element& e) { return Damage{e.name(), document.update(e)}; };
+    const auto with = [&](const bson::element& e) { return Damage{e.name_string(), document.update(e)}; };
     const Damage damages[] = {without("configuration"),
                               without("clustering"),
                               without("point_sets"),
