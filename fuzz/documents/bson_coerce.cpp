@@ -22,6 +22,13 @@ bool hasTypeOf(const element& e, const object& pattern)
     return wanted != pattern.end() && (e.type() == wanted->type() || e.type() == element::eNull);
 }
 
+/// As it comes back from a file: a regular expression grows by two bytes when it is read, once and for all.
+object readBack(const object& document)
+{
+    const auto [bytes, size] = document.freeze();
+    return object::unfreeze(bytes.get(), size);
+}
+
 void checkCoercion(const object& pattern, const object& input)
 {
     object errors;
@@ -34,9 +41,10 @@ void checkCoercion(const object& pattern, const object& input)
     for (const element& e : result) Law(hasTypeOf(e, pattern), "results have the type that was asked for");
     Law(equal(pattern.coerce(input, nullptr), result), "errors are optional");
 
-    object second;
     if (errors) return;
-    Law(equal(pattern.coerce(result, &second), result) && !second, "what fits is not changed again");
+    const object fitting = readBack(result);
+    object second;
+    Law(equal(pattern.coerce(fitting, &second), fitting) && !second, "what fits is not changed again");
 }
 
 } // namespace

@@ -35,6 +35,8 @@ SETTINGS = document(element(1, "d", struct.pack("<d", 0)), element(16, "i", stru
                     element(4, "o", document(element(128, "f", struct.pack("<f", 1)))))
 LOOSE = document(element(2, "d", string("1.5")), element(1, "i", struct.pack("<d", 3.9)),
                  element(4, "o", document(element(2, "f", string("2")), element(16, "new", struct.pack("<i", 2)))))
+NESTED_REGEX = document(element(4, "o", document(element(11, "f", b"\0\0"))))
+NESTED_TEXT = document(element(4, "o", document(element(2, "f", string("a+")))))
 NESTED = b"\0\0\0\0\4\0" * 8 + bytes(5 + 8)
 
 
@@ -52,6 +54,7 @@ SEEDS = {
     "bson_coerce": {
         "settings": pair(SETTINGS, LOOSE), "no_object": pair(SETTINGS, document(element(10, "o"))),
         "same": pair(SETTINGS, SETTINGS), "both_cut": pair(SETTINGS[:-1], LOOSE[:-1]),
+        "nested_regex": pair(NESTED_REGEX, NESTED_TEXT),
         "no_number": pair(SETTINGS, document(element(2, "i", string("x")))),
         **{f"all_to_{code}": pair(document(element(code, "x", struct.pack(form, 0))),
                                   document(*[b"%cx\0" % e[0] + e[e.index(0) + 1:] for e in SCALARS + OTHERS]))
