@@ -14,17 +14,20 @@ targets=()
 for corpus in fuzz/*/corpus/*/; do targets+=("$(basename "$corpus")"); done
 cmake --build build/fuzz --target "${targets[@]}"
 
-for corpus in fuzz/*/corpus/*/; do
+fuzz_one() {
+    local corpus=$1 target found log
     target=$(basename "$corpus")
     found=build/fuzz/found/$target
-    mkdir -p "$found"
-    echo "== $target, $seconds s"
     log=build/fuzz/$target.log
+    mkdir -p "$found"
     if ! build/fuzz/bin/"$target" -max_total_time="$seconds" -print_final_stats=1 -artifact_prefix=build/fuzz/ \
         "$found" "$corpus" >"$log" 2>&1; then
         tail -n 40 "$log"
         echo "$target failed; its input is in build/fuzz"
-        exit 1
+        return 1
     fi
-    grep 'stat::number_of_executed_units' "$log"
-done
+    echo "$target, $seconds s: $(grep 'stat::number_of_executed_units' "$log")"
+}
+export -f fuzz_one
+export seconds
+printf '%s\0' fuzz/*/corpus/*/ | xargs -0 -n 1 -P "$(nproc)" bash -c 'fuzz_one "$1"' fuzz_one
