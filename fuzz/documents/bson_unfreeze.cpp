@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <new>
 #include <sstream>
 #include <stdexcept>
@@ -23,6 +24,13 @@ std::string bytesOf(const object& o)
 
 bool equal(const object& a, const object& b) { return std::equal(a.begin(), a.end(), b.begin(), b.end()); }
 
+object readShared(const std::uint8_t* data, std::size_t size)
+{
+    auto bytes = std::make_unique<unsigned char[]>(size);
+    std::copy_n(data, size, bytes.get());
+    return object::unfreeze(std::shared_ptr<const unsigned char[]>(std::move(bytes)), size);
+}
+
 object withoutEmptyElements(const object& o)
 {
     object result;
@@ -38,7 +46,10 @@ void checkElement(const element& e)
     Law(size == e.size() && element::unfreeze(data.get(), size) == e, "a frozen element reads back equal");
     Law(e.size() == 1 + e.size_of_name() + e.size_of_value(), "the sizes of an element add up");
     Law(std::string(e.name()).size() + 1 == e.size_of_name(), "a name fills its room");
-    for (const element& child : e.children()) checkElement(child);
+    const object children = e.children();
+    if (e.type() == element::eObject)
+        Law(equal(object::unfreeze(e.raw_value(), e.size_of_value()), children), "a part is read as a whole is");
+    for (const element& child : children) checkElement(child);
 }
 
 void checkText(const object& o)
@@ -65,6 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     std::istringstream stream(std::string(data, data + size));
     Law(equal(object::unfreeze(stream), read), "memory and stream give the same document");
+    Law(equal(readShared(data, size), read), "memory that is shared gives the same document");
 
     const std::string frozen = bytesOf(read);
     Law(frozen.size() == read.size(), "size() tells the length of the frozen form");

@@ -24,10 +24,18 @@ void* allocate(std::size_t size)
 
 void* operator new(std::size_t size) { return allocate(size); }
 void* operator new[](std::size_t size) { return allocate(size); }
+void* operator new(std::size_t size, std::align_val_t alignment)
+{
+    const auto step = static_cast<std::size_t>(alignment);
+    uiLargestAllocation = std::max(uiLargestAllocation, size);
+    if (void* block = std::aligned_alloc(step, (size + step - 1) / step * step)) return block;
+    throw std::bad_alloc();
+}
 void operator delete(void* block) noexcept { std::free(block); }
 void operator delete[](void* block) noexcept { std::free(block); }
 void operator delete(void* block, std::size_t) noexcept { std::free(block); }
 void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
+void operator delete(void* block, std::align_val_t) noexcept { std::free(block); }
 
 namespace {
 
@@ -40,6 +48,15 @@ object FromStream(const std::string& bytes)
     std::istringstream in(bytes);
     return object::unfreeze(in);
 }
+
+std::shared_ptr<const unsigned char[]> Share(const std::string& bytes)
+{
+    auto copy = std::make_unique<unsigned char[]>(bytes.size());
+    std::copy(bytes.begin(), bytes.end(), copy.get());
+    return copy;
+}
+
+object FromShared(const std::string& bytes) { return object::unfreeze(Share(bytes), bytes.size()); }
 
 /// Bytes of `levels` documents inside one another, the innermost empty, each with a length of zero.
 std::string Nested(unsigned int levels)
@@ -77,13 +94,15 @@ TEST(Unfreeze, RegexGrowsByTwoBytesOnceAndHidesNothing)
     EXPECT_EQ(once.to_json(), document.to_json());
     EXPECT_EQ(Unfreeze(Bytes(once)), once);
     EXPECT_EQ(FromStream(Bytes(once)), once);
+    for (const object& o : {document, once}) EXPECT_EQ(FromShared(Bytes(o)), once);
 }
 
 TEST(Unfreeze, IgnoresALengthThatIsWrong)
 {
     for (const char* length : {"\0\0\0\0", "\xFF\xFF\xFF\xFF", "\1\0\0\0"}) {
         const std::string bytes = std::string(length, 4) + "\4o\0"s + std::string(length, 4) + "\x08"s + "b\0\1\0\0"s;
-        EXPECT_EQ(Unfreeze(bytes), object(element("o", object(element("b", true)))));
+        for (const auto& read : {&Unfreeze, &FromShared})
+            EXPECT_EQ(read(bytes), object(element("o", object(element("b", true)))));
     }
 }
 
@@ -98,6 +117,7 @@ TEST(Unfreeze, CutAnywhereGivesTheElementsBeforeTheCut)
         if (cut == end) end += document.begin()[++whole].size();
         const object read = Unfreeze(bytes.substr(0, cut));
         ASSERT_EQ(FromStream(bytes.substr(0, cut)), read) << cut;
+        ASSERT_EQ(FromShared(bytes.substr(0, cut)), read) << cut;
         ASSERT_EQ(read.num_elements(), whole + 1) << cut;
         ASSERT_TRUE(std::equal(document.begin(), document.begin() + whole, read.begin())) << cut;
         // A nested document keeps what it has, so it is there as soon as its name is.
@@ -128,7 +148,7 @@ TEST(Unfreeze, TakesHostileBytesForWhatTheyAre)
         {"name without end", std::string(6000000, '\4'), 1},
     };
     for (const auto& [what, bytes, elements] : cases)
-        for (const auto& read : {&Unfreeze, &FromStream}) {
+        for (const auto& read : {&Unfreeze, &FromStream, &FromShared}) {
             uiLargestAllocation = 0;
             try {
                 const object document = read(bytes);
@@ -149,6 +169,26 @@ TEST(Unfreeze, LargePayloadTakesOneBlockOfItsSize)
     const object read = object::unfreeze(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
     EXPECT_LE(uiLargestAllocation, bytes.size());
     EXPECT_EQ(std::get<1>(read.child("b").as_binary()), payload.size());
+}
+
+TEST(Unfreeze, PartsOfSharedBytesLieInThemAndKeepThem)
+{
+    const std::string payload(10000000, 'x');
+    const std::string bytes = Bytes(element("o", object{{"small", 1}, {"b", payload.data(), payload.size()}}));
+    auto shared = Share(bytes);
+    const std::weak_ptr<const unsigned char[]> observer = shared;
+    const unsigned char* const begin = shared.get();
+    uiLargestAllocation = 0;
+    object document = object::unfreeze(std::move(shared), bytes.size());
+    element large = document.child("b");
+    const element small = document.child("small");
+    document = object();
+    EXPECT_LE(uiLargestAllocation, 1000U);
+    EXPECT_EQ(std::get<0>(large.as_binary()) - begin, static_cast<std::ptrdiff_t>(bytes.find(payload)));
+    EXPECT_FALSE(observer.expired());
+    large = element();
+    EXPECT_TRUE(observer.expired()) << "a small value kept all bytes";
+    EXPECT_EQ(small.as_int32(), 1);
 }
 
 } // namespace

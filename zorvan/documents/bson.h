@@ -37,7 +37,7 @@ inline constexpr unsigned int uiMaxNesting = 256;
 [[nodiscard]] ZORVAN_API std::string convert(const std::wstring& text);
 [[nodiscard]] ZORVAN_API std::wstring convert(const std::string& text);
 
-/// One named, typed value, kept in wire form in a single owned buffer: freezing it is a copy, reading it a cast.
+/// One named, typed value, kept in wire form in a single buffer: freezing it is a copy, reading it a cast.
 ///
 ///     const bson::element radius("dRadius", 2.5);
 ///     radius.as_double();           // 2.5
@@ -45,7 +45,8 @@ inline constexpr unsigned int uiMaxNesting = 256;
 ///     const bson::element nothing;  // the empty element: false, type() 255; the result of every failed look-up
 ///
 /// Names end at their first NUL character. Values of 4 GiB and more throw std::length_error, since their length does
-/// not fit the format. Copies are deep; concurrent reads of one element are safe.
+/// not fit the format. Elements are values: no operation on one changes another, so copies share their bytes, and the
+/// parts of a large document lie inside it. Concurrent reads are safe.
 class ZORVAN_API element
 {
 public:
@@ -80,9 +81,9 @@ public:
     };
 
     element() noexcept = default;
-    element(const element& other);
+    element(const element& other) noexcept = default;
     element(element&& other) noexcept;
-    element& operator=(const element& other);
+    element& operator=(const element& other) noexcept = default;
     element& operator=(element&& other) noexcept;
     ~element() = default;
 
@@ -170,7 +171,8 @@ public:
     /// Payload, its length and its type; nothing is copied.
     [[nodiscard]] std::tuple<const unsigned char*, std::uint64_t, BinaryType> as_binary() const;
     [[nodiscard]] memory_input_stream as_binary_istream() const;
-    /// Parses the value on every call. Throws std::invalid_argument("parse error") if it nests too deep.
+    /// Parses the value on every call; large parts are not copied. Throws std::invalid_argument("parse error") if it
+    /// nests too deep.
     [[nodiscard]] object as_object() const;
     /// Pattern and options, both inside the element.
     [[nodiscard]] std::pair<const char*, const char*> as_regex() const;
@@ -228,7 +230,7 @@ private:
     [[nodiscard]] T read(Type expected) const;
     void demand(Type expected) const;
 
-    std::unique_ptr<unsigned char[]> m_buffer; ///< type byte, name, NUL, value; null in the empty element
+    std::shared_ptr<const unsigned char[]> m_buffer; ///< type byte, name, NUL, value; null in the empty element
     std::uint64_t m_size = 0;
     std::uint64_t m_valueSize = 0;
 };
@@ -297,6 +299,9 @@ public:
     [[nodiscard]] static object unfreeze(const unsigned char* data);
     /// Reads at most `size` bytes.
     [[nodiscard]] static object unfreeze(const unsigned char* data, std::uint64_t size);
+    /// The same without copying large values: elements lie in `bytes` and keep them alive. Nobody may write to them any
+    /// more.
+    [[nodiscard]] static object unfreeze(std::shared_ptr<const unsigned char[]> bytes, std::uint64_t size);
 
     /// Converts each element of `input` by the first of its name in this object. The result has the order of the input;
     /// no defaults are filled in. Unknown and unusable elements go to `errors`, in the same nesting.

@@ -1,5 +1,6 @@
 #include "zorvan/documents/bson.h"
 #include "zorvan/documents/bsonwire.h"
+#include "zorvan/platform/bytebuffer.h"
 #include "zorvan/platform/unicode.h"
 
 #include <algorithm>
@@ -16,16 +17,10 @@ element::element(Type type, const std::string& name, std::uint64_t valueSize) : 
     // A NUL inside the name would end it early for every reader.
     const std::uint64_t nameSize = std::min(name.find('\0'), name.size());
     m_size = 1 + nameSize + 1 + valueSize;
-    m_buffer = std::make_unique_for_overwrite<unsigned char[]>(m_size);
-    m_buffer[0] = type;
-    *detail::storeBytes(m_buffer.get() + 1, name.data(), nameSize) = 0;
-}
-
-element::element(const element& other) : m_size(other.m_size), m_valueSize(other.m_valueSize)
-{
-    if (!other) return;
-    m_buffer = std::make_unique_for_overwrite<unsigned char[]>(m_size);
-    std::memcpy(m_buffer.get(), other.m_buffer.get(), m_size);
+    auto buffer = Zorvan::MakeByteBuffer(m_size);
+    buffer[0] = type;
+    *detail::storeBytes(buffer.get() + 1, name.data(), nameSize) = 0;
+    m_buffer = std::move(buffer);
 }
 
 element::element(element&& other) noexcept
@@ -33,12 +28,6 @@ element::element(element&& other) noexcept
       m_size(std::exchange(other.m_size, 0)),
       m_valueSize(std::exchange(other.m_valueSize, 0))
 {
-}
-
-element& element::operator=(const element& other)
-{
-    element copy(other);
-    return *this = std::move(copy);
 }
 
 element& element::operator=(element&& other) noexcept
@@ -165,7 +154,7 @@ memory_input_stream element::as_binary_istream() const
 object element::as_object() const
 {
     demand(eObject);
-    return object::unfreeze(raw_value(), m_valueSize);
+    return object::unfreeze({m_buffer, raw_value()}, m_valueSize);
 }
 
 std::pair<const char*, const char*> element::as_regex() const
@@ -193,8 +182,10 @@ object element::operator+(const element& other) const { return {*this, other}; }
 
 std::pair<std::unique_ptr<unsigned char[]>, std::uint64_t> element::freeze() const
 {
-    element copy(*this);
-    return {std::move(copy.m_buffer), m_size};
+    if (!*this) return {};
+    auto bytes = std::make_unique_for_overwrite<unsigned char[]>(m_size);
+    detail::storeBytes(bytes.get(), raw(), m_size);
+    return {std::move(bytes), m_size};
 }
 
 std::ostream& element::freeze(std::ostream& out) const

@@ -1,5 +1,6 @@
 #include "zorvan/documents/bson.h"
 #include "zorvan/documents/bsonwire.h"
+#include "zorvan/platform/bytebuffer.h"
 
 #include <algorithm>
 #include <istream>
@@ -28,7 +29,7 @@ public:
     {
         if (more <= m_capacity - m_size) return;
         const std::uint64_t capacity = std::max({m_size + more, 2 * m_capacity, uiFirstCapacity});
-        auto data = std::make_unique_for_overwrite<unsigned char[]>(capacity);
+        auto data = Zorvan::MakeByteBuffer(capacity);
         detail::storeBytes(data.get(), m_data.get(), m_size);
         m_data = std::move(data);
         m_capacity = capacity;
@@ -44,7 +45,7 @@ public:
     void append(unsigned char byte) { *grow(1) = byte; }
 
     /// All bytes so far, in memory of their own.
-    std::unique_ptr<unsigned char[]> take()
+    std::shared_ptr<unsigned char[]> take()
     {
         constexpr std::uint64_t uiMaxWaste = 8; // one byte in this many
         if ((m_capacity - m_size) <= m_size / uiMaxWaste) {
@@ -52,7 +53,7 @@ public:
             m_size = 0;
             return std::move(m_data);
         }
-        auto copy = std::make_unique_for_overwrite<unsigned char[]>(m_size);
+        auto copy = Zorvan::MakeByteBuffer(m_size);
         detail::storeBytes(copy.get(), m_data.get(), m_size);
         m_size = 0;
         return copy;
@@ -61,7 +62,7 @@ public:
 private:
     static constexpr std::uint64_t uiFirstCapacity = 64;
 
-    std::unique_ptr<unsigned char[]> m_data;
+    std::shared_ptr<unsigned char[]> m_data;
     std::uint64_t m_size = 0;
     std::uint64_t m_capacity = 0;
 };
@@ -133,7 +134,8 @@ public:
         const std::uint64_t headerSize = m_sink.size();
         if (!appendValue(type, 0)) return {};
         const std::uint64_t size = m_sink.size();
-        return CElementBuilder::adopt(m_sink.take(), size, size - headerSize);
+        if (size < detail::uiSmallestShared) return CElementBuilder::copyOf(m_sink.data(), size, size - headerSize);
+        return CElementBuilder::share(m_sink.take(), size, size - headerSize);
     }
 
     object readObject()
@@ -195,25 +197,8 @@ private:
 
     bool appendValue(element::Type type, unsigned int depth)
     {
+        if (const auto size = detail::fixedValueSize(type)) return appendBytes(*size);
         switch (type) {
-        case element::eDouble:
-        case element::eDateTime:
-        case element::eUInt64:
-        case element::eInt64:
-            return appendBytes(8);
-        case element::eInt32:
-        case element::eFloat:
-        case element::eUInt32:
-            return appendBytes(4);
-        case element::eInt16:
-        case element::eUInt16:
-            return appendBytes(2);
-        case element::eBoolean:
-        case element::eUInt8:
-        case element::eInt8:
-            return appendBytes(1);
-        case element::eNull:
-            return true;
         case element::eString:
             return appendCounted(0);
         case element::eBinary:
@@ -222,10 +207,9 @@ private:
             return appendRegex();
         case element::eObject:
             return appendObject(depth + 1);
-        case element::eEmpty:
-            break;
+        default:
+            throwParseError();
         }
-        throwParseError();
     }
 
     /// A length, bytes that it does not count, and the bytes that it counts.
@@ -296,6 +280,12 @@ object object::unfreeze(const unsigned char* data, std::uint64_t size)
 {
     memory_input_stream in(data, size);
     return unfreeze(in);
+}
+
+object object::unfreeze(std::shared_ptr<const unsigned char[]> bytes, std::uint64_t size)
+{
+    if (auto shared = detail::shareObject(bytes, size)) return std::move(*shared);
+    return unfreeze(bytes.get(), size);
 }
 
 } // namespace bson

@@ -4,6 +4,8 @@
 
 #include <cstring>
 #include <limits>
+#include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -28,6 +30,37 @@ inline constexpr std::uint64_t uiBinaryHeaderBytes = sizeof(std::uint32_t) + 1;
 /// What fills the two spare bytes of a regular expression that was read. No type code has this value.
 inline constexpr unsigned char uiRegexPadding = 0xFF;
 inline constexpr std::uint64_t uiRegexPaddingBytes = 2;
+
+/// Smaller elements get bytes of their own: copying a page costs no more than sharing it, and a setting that is kept
+/// should not keep a whole session in memory.
+inline constexpr std::uint64_t uiSmallestShared = 4096;
+
+/// Bytes of a value whose type alone tells them; none for the other types and for unknown ones.
+[[nodiscard]] inline std::optional<std::uint64_t> fixedValueSize(element::Type type) noexcept
+{
+    switch (type) {
+    case element::eDouble:
+    case element::eDateTime:
+    case element::eUInt64:
+    case element::eInt64:
+        return 8;
+    case element::eInt32:
+    case element::eFloat:
+    case element::eUInt32:
+        return 4;
+    case element::eInt16:
+    case element::eUInt16:
+        return 2;
+    case element::eBoolean:
+    case element::eUInt8:
+    case element::eInt8:
+        return 1;
+    case element::eNull:
+        return 0;
+    default:
+        return std::nullopt;
+    }
+}
 
 /// A size as the format stores it; throws std::length_error if it does not fit.
 [[nodiscard]] inline std::uint32_t length32(std::uint64_t size)
@@ -67,7 +100,8 @@ struct CElementBuilder
         return {type, name, valueSize};
     }
 
-    static unsigned char* value(element& e) noexcept { return e.m_buffer.get() + (e.m_size - e.m_valueSize); }
+    /// For who has just allocated it: no other element sees these bytes yet.
+    static unsigned char* value(element& e) noexcept { return const_cast<unsigned char*>(e.raw_value()); }
 
     template <typename T>
     static element number(element::Type type, const std::string& name, T number)
@@ -77,10 +111,18 @@ struct CElementBuilder
         return result;
     }
 
-    static element adopt(std::unique_ptr<unsigned char[]> buffer, std::uint64_t size, std::uint64_t valueSize) noexcept
+    /// An element of bytes that begin with its type and end with its value, which are copied or shared.
+    static element copyOf(const unsigned char* bytes, std::uint64_t size, std::uint64_t valueSize)
+    {
+        auto copy = std::make_shared_for_overwrite<unsigned char[]>(size);
+        storeBytes(copy.get(), bytes, size);
+        return share(std::move(copy), size, valueSize);
+    }
+    static element share(std::shared_ptr<const unsigned char[]> bytes, std::uint64_t size,
+                         std::uint64_t valueSize) noexcept
     {
         element result;
-        result.m_buffer = std::move(buffer);
+        result.m_buffer = std::move(bytes);
         result.m_size = size;
         result.m_valueSize = valueSize;
         return result;
@@ -91,6 +133,12 @@ struct CElementBuilder
 
 /// Writes the frozen form, o.size() bytes, and returns the place behind it.
 unsigned char* storeObject(unsigned char* to, const object& o);
+
+/// The document at the start of these bytes, with its large elements lying in them. None when reading it would give
+/// anything but the bytes that are there: lengths that are wrong, elements cut short, regular expressions as
+/// `element::make_regex` makes them, unknown types, too deep a nesting.
+[[nodiscard]] std::optional<object> shareObject(const std::shared_ptr<const unsigned char[]>& bytes,
+                                                std::uint64_t size);
 
 /// Whether an identifier's 16 bytes are there; a binary from outside may carry the type and be shorter.
 [[nodiscard]] bool holdsUUID(const element& e) noexcept;
