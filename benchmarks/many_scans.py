@@ -2,7 +2,7 @@
 """Registers many scans without start poses, and says how many find their place, how far off they are before and after
 the optimisation, and what it costs.
 
-    benchmarks/many_scans.py [--program build/release/bin/zorvan] [bunny] [arch] [mixed] [sizes]
+    benchmarks/many_scans.py [--program build/release/bin/zorvan] [bunny] [arch] [mixed] [sizes] [sessions]
 
 bunny   the ten real views in the folder that the environment variable ZORVAN_DATA names, in the order of their names and
         in --orders random ones. Errors are those of a view's middle, once against the first view and once with the whole
@@ -12,6 +12,8 @@ arch    24 small patches around a virtual row of teeth, where the truth is exact
         --orders random orders
 mixed   patches of two objects in one call, in random orders: nothing of one may end in a cluster of the other
 sizes   5 to 80 patches: time and memory, and the exponent by which they grow from size to size
+sessions  a session of a hundred scans, the bunny's views ten times over and patches of one object: the time to load it,
+        beside the time to register two of its scans
 
 Without a name, all. Automatic settings, one thread. Exit code 1 when a scan is put in a wrong place (over 1 degree or
 2 mm for the bunny, over 0.5 degrees or 0.5 mm for the patches), or fewer than --min-placed (a share of the scans) are
@@ -218,6 +220,45 @@ def sizes(args, folder):
     return True
 
 
+def a_hundred_bunny_views(folder):
+    data = pathlib.Path(os.environ["ZORVAN_DATA"]) / "bunny"
+    poses, repeats = json.loads((data / "truth.json").read_text()), 10
+    views = poses["clusters"][0]["scans"]
+    poses["clusters"][0]["scans"] = [{**view, "file": f"{k}_{view['file']}"} for k in range(repeats) for view in views]
+    for view in views:
+        for k in range(repeats):
+            (folder / f"{k}_{view['file']}").symlink_to(data / view["file"])
+    (folder / "truth.json").write_text(json.dumps(poses))
+    return [folder / scan["file"] for scan in poses["clusters"][0]["scans"]]
+
+
+def load_beside_registering(args, name, folder, scans, pair, *scale):
+    """Takes turns, so that both meet the same machine."""
+    saved = Run(args, folder, scans, "--initial", folder / "truth.json", *scale)
+    session = (folder / "out" / "session.zdoc").rename(folder / "session.zdoc")
+    loads, pairs = [], []
+    for _ in range(args.turns):
+        loads.append(Run(args, folder, [], "--session", session).stages["session"])
+        stages = Run(args, folder, pair, *scale).stages
+        pairs.append(stages["reading"] + stages["features"] + stages["registration"])
+    load, both = statistics.median(loads), statistics.median(pairs)
+    print(f"sessions, {name}: {len(scans)} scans, {saved.bytes / 2**20:.0f} MiB loaded in {1000 * load:.1f} ms; reading and "
+          f"registering {' and '.join(scan.name for scan in pair)} takes {1000 * both:.1f} ms (medians of {args.turns})")
+    return load < both
+
+
+def sessions(args, folder):
+    patches, _ = simulate(args, folder / "patches", 100, 1)
+    good = load_beside_registering(args, "patches", folder / "patches", patches, patches[:2])
+    if "ZORVAN_DATA" not in os.environ:
+        print("skipped: ZORVAN_DATA does not name the folder of the real scans")
+        return good
+    (folder / "bunny").mkdir()
+    views = {view.name: view for view in a_hundred_bunny_views(folder / "bunny")}
+    pair = [views["0_bun000.ply"], views["0_bun045.ply"]]
+    return load_beside_registering(args, "bunny", folder / "bunny", views.values(), pair, "--scale", 1000) and good
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("sets", nargs="*", metavar="SET")
@@ -226,9 +267,10 @@ def main():
     parser.add_argument("--min-placed", type=float, default=0.0)
     parser.add_argument("--views", type=int, nargs="+", default=[5, 10, 20, 40, 80], help="of sizes")
     parser.add_argument("--repeats", type=int, default=3, help="of sizes; the fastest counts")
+    parser.add_argument("--turns", type=int, default=15, help="of sessions")
     parser.add_argument("--scans", action="store_true", help="tell the errors of every scan")
     args = parser.parse_args()
-    sets = {"bunny": bunny, "arch": arch, "mixed": mixed, "sizes": sizes}
+    sets = {"bunny": bunny, "arch": arch, "mixed": mixed, "sizes": sizes, "sessions": sessions}
     if wrong := [name for name in args.sets if name not in sets]:
         parser.error(f"{wrong[0]} is none of {', '.join(sets)}")
     good = True

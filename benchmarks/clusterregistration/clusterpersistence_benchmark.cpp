@@ -1,10 +1,12 @@
 // What it costs to save a registration of a hundred scans and to go on with it later, beside what it costs to register
-// two of its scans: features of both, and the search for their pose. A floating cluster, as registering without start
-// poses makes them; 24 surfaces take turns under the hundred identifiers.
+// two of its scans: normals, features of both, and the search for their pose. A floating cluster, as registering
+// without start poses makes them; 24 surfaces take turns under the hundred identifiers.
 
 #include "tools/zorvan/autosettings.h"
+#include "tools/zorvan/documentfile.h"
 #include "tools/zorvan/featureset.h"
-#include "tools/zorvan/normals.h"
+#include "tools/zorvan/scanreader.h"
+#include "tools/zorvan/scanwriter.h"
 #include "tools/zorvan/virtualscanner.h"
 #include "zorvan/clusterregistration/clusterpersistence.h"
 #include "zorvan/numerics/quantile.h"
@@ -14,66 +16,94 @@
 
 #include <chrono>
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <numbers>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 namespace {
 
-using bson::object;
 using prereg::CClusterRegistration;
 using prereg::CFPFHPointSet;
 using prereg::CTrafo;
-using Frozen = std::pair<std::unique_ptr<unsigned char[]>, std::uint64_t>;
+using prereg::ICPResult;
 using Clock = std::chrono::steady_clock;
 
 constexpr unsigned uiViews = 24;
 constexpr unsigned uiScans = 100;
 constexpr double dDegreesPerRadian = 180.0 / std::numbers::pi;
 
+/// A folder that goes when this does.
+class CTemporaryFolder
+{
+public:
+    CTemporaryFolder()
+    {
+        std::string name = (std::filesystem::temp_directory_path() / "zorvan-XXXXXX").string();
+        if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
+        m_path = name;
+    }
+    CTemporaryFolder(const CTemporaryFolder&) = delete;
+    CTemporaryFolder& operator=(const CTemporaryFolder&) = delete;
+    ~CTemporaryFolder()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+
+    [[nodiscard]] std::filesystem::path operator/(const std::string& name) const { return m_path / name; }
+
+private:
+    std::filesystem::path m_path;
+};
+
+/// Scans of a small field of view, made as the program makes them and written as it writes them.
 struct Views
 {
+    Views();
+
+    CTemporaryFolder folder;
+    std::vector<std::filesystem::path> files;
     std::vector<tools::SurfelScan> scans;
     std::vector<CTrafo> truth; ///< to the frame of the object
     prereg::ConfigurationFPFH config;
     std::vector<std::shared_ptr<const CFPFHPointSet>> sets;
 };
 
-std::shared_ptr<const CFPFHPointSet> computeSet(const Views& views, std::size_t view, unsigned tasks)
+std::shared_ptr<const CFPFHPointSet> computeSet(const Views& views, const tools::SurfelScan& scan, unsigned tasks)
 {
-    return tools::ComputeFeatureSet(views.scans[view], tools::SettingsForSearch(views.config), tasks, 1.0);
+    return tools::ComputeFeatureSet(scan, tools::SettingsForSearch(views.config), tasks, 1.0);
 }
 
-/// As the program prepares scans of a small field of view.
-Views makeViews()
+Views::Views()
 {
-    Views views;
     const tools::CVirtualScanner scanner({.uiNumViews = uiViews, .dFieldOfView = 16.0});
     std::vector<double> grids;
     for (unsigned view = 0; view < uiViews; ++view) {
         tools::VirtualScan seen = scanner.Render(view);
-        tools::ComputeNormals(seen.scan, {});
-        tools::SurfelScan surfels;
-        surfels.points = std::move(seen.scan.points);
-        surfels.normals = std::move(seen.scan.normals);
-        views.scans.push_back(std::move(surfels));
-        views.truth.push_back(seen.pose);
-        const tools::SurfelScan& scan = views.scans.back();
+        seen.scan.normals.clear(); // readers take them from the faces
+        files.push_back(folder / (std::to_string(view) + ".ply"));
+        tools::WritePly(files.back(), seen.scan);
+        scans.push_back(tools::LoadScan(files.back(), {}));
+        truth.push_back(seen.pose);
+        const tools::SurfelScan& scan = scans.back();
         const prereg::CPointSet points(scan.points.data(), scan.normals.data(), scan.points.size());
         grids.push_back(tools::ChooseSettings(points, std::nullopt).dGrid);
     }
-    views.config = tools::AllSettingsForGrid(Zorvan::Median(std::move(grids)));
-    views.config.icpConfig = tools::SettingsForRefinement(views.config);
-    for (std::size_t view = 0; view < uiViews; ++view) views.sets.push_back(computeSet(views, view, 1));
-    return views;
+    config = tools::AllSettingsForGrid(Zorvan::Median(std::move(grids)));
+    config.icpConfig = tools::SettingsForRefinement(config);
+    for (const tools::SurfelScan& scan : scans) sets.push_back(computeSet(*this, scan, 1));
 }
 
 const Views& theViews()
 {
-    static const Views views = makeViews();
+    static const Views views;
     return views;
 }
 
@@ -91,9 +121,9 @@ CClusterRegistration makeRegistration(const CClusterRegistration::Group& group)
     return registration;
 }
 
-CClusterRegistration load(const Frozen& saved, const CClusterRegistration::Group& group)
+CClusterRegistration load(const std::filesystem::path& file, const CClusterRegistration::Group& group)
 {
-    return CClusterRegistration::FromObject(object::unfreeze(saved.first.get(), saved.second), group);
+    return CClusterRegistration::FromObject(tools::ReadDocumentFile(file), group);
 }
 
 bool isSame(const CClusterRegistration& a, const CClusterRegistration& b)
@@ -115,22 +145,23 @@ struct Session
     Zorvan::CJobScheduler scheduler;
     CClusterRegistration::Group group;
     CClusterRegistration registration;
-    Frozen saved;
+    std::filesystem::path file;
     bool isGood;
 
     explicit Session(unsigned threads)
         : scheduler(threads),
           group(scheduler.CreateJobGroup({}, {})),
           registration(makeRegistration(group)),
-          saved(registration.ToObject().freeze()),
-          isGood(isSame(registration, load(saved, group)))
+          file(theViews().folder / "session.zdoc")
     {
+        tools::WriteDocumentFile(file, registration.ToObject());
+        isGood = isSame(registration, load(file, group));
     }
 
     void Report(benchmark::State& state) const
     {
         const CFPFHPointSet model = registration.GetPrimaryClusterPointSet();
-        state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(saved.second));
+        state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(std::filesystem::file_size(file)));
         state.counters["scan_points"] = static_cast<double>(theViews().sets[0]->Size());
         state.counters["scan_features"] = static_cast<double>(theViews().sets[0]->SizeFeatures());
         state.counters["model_points"] = static_cast<double>(model.Size());
@@ -148,14 +179,15 @@ void BM_SaveSession(benchmark::State& state)
     session.Report(state);
 }
 
-/// The model is made behind the caller's back; `isModelNeeded` tells whether the time until it is there counts. Neither
-/// the end of that work nor of the registration does.
+/// From the file until the registration answers: surfaces are unpacked when they are needed. The model is made behind
+/// the caller's back; `isModelNeeded` tells whether the time until it is there counts. Neither the end of that work nor
+/// of the registration does.
 void timeLoad(benchmark::State& state, bool isModelNeeded)
 {
     const Session session(threadsOf(state));
     for (auto _ : state) {
         const auto start = Clock::now();
-        const CClusterRegistration registration = load(session.saved, session.group);
+        const CClusterRegistration registration = load(session.file, session.group);
         if (isModelNeeded) benchmark::DoNotOptimize(registration.GetPrimaryClusterPointSet());
         state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
         session.group->Wait();
@@ -167,26 +199,54 @@ void BM_LoadSession(benchmark::State& state) { timeLoad(state, false); }
 
 void BM_LoadSessionWithModel(benchmark::State& state) { timeLoad(state, true); }
 
-void BM_RegisterTwo(benchmark::State& state)
+ICPResult search(const std::shared_ptr<const CFPFHPointSet>& fix, const std::shared_ptr<const CFPFHPointSet>& flt)
+{
+    const Views& views = theViews();
+    prereg::CRefinedPreRegistration search(fix, flt, tools::SettingsForSearch(views.config),
+                                           tools::SettingsForMerging(views.config, std::nullopt));
+    search.Compute({});
+    return search.GetNextResult();
+}
+
+void judge(benchmark::State& state, const CTrafo& found)
 {
     const Views& views = theViews();
     const auto fixView = static_cast<std::size_t>(state.range(1));
     const CTrafo truth = views.truth[fixView].GetInverse(true) * views.truth[fixView + 1];
-    prereg::ICPResult found;
-    for (auto _ : state) {
-        const auto fix = computeSet(views, fixView, threadsOf(state));
-        const auto flt = computeSet(views, fixView + 1, threadsOf(state));
-        prereg::CRefinedPreRegistration search(fix, flt, tools::SettingsForSearch(views.config),
-                                               tools::SettingsForMerging(views.config, std::nullopt));
-        search.Compute({});
-        found = search.GetNextResult();
-    }
     const auto centre = views.sets[fixView + 1]->GetEllipsoid().center;
-    const auto degrees = dDegreesPerRadian * static_cast<double>(found.GetTrafo().GetRotationDistance(truth));
-    const auto mm = static_cast<double>((found.GetTrafo() * centre - truth * centre).Length());
+    const auto degrees = dDegreesPerRadian * static_cast<double>(found.GetRotationDistance(truth));
+    const auto mm = static_cast<double>((found * centre - truth * centre).Length());
     state.counters["degrees"] = degrees;
     state.counters["mm"] = mm;
     if (!(degrees < 0.5 && mm < 0.1)) state.SkipWithError("wrong pose");
+}
+
+/// From two files until the pose is there.
+void BM_RegisterTwo(benchmark::State& state)
+{
+    const Views& views = theViews();
+    const auto view = static_cast<std::size_t>(state.range(1));
+    CTrafo found;
+    for (auto _ : state) {
+        const auto fix = computeSet(views, tools::LoadScan(views.files[view], {}), threadsOf(state));
+        const auto flt = computeSet(views, tools::LoadScan(views.files[view + 1], {}), threadsOf(state));
+        found = search(fix, flt).GetTrafo();
+    }
+    judge(state, found);
+}
+
+/// The same for scans that have been read and have their normals.
+void BM_RegisterTwoInMemory(benchmark::State& state)
+{
+    const Views& views = theViews();
+    const auto view = static_cast<std::size_t>(state.range(1));
+    CTrafo found;
+    for (auto _ : state) {
+        const auto fix = computeSet(views, views.scans[view], threadsOf(state));
+        const auto flt = computeSet(views, views.scans[view + 1], threadsOf(state));
+        found = search(fix, flt).GetTrafo();
+    }
+    judge(state, found);
 }
 
 BENCHMARK(BM_SaveSession)->ArgName("threads")->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -195,6 +255,11 @@ BENCHMARK(BM_LoadSessionWithModel)->ArgName("threads")->Arg(1)->Arg(2)->Unit(ben
 BENCHMARK(BM_RegisterTwo)
     ->ArgNames({"threads", "first_view"})
     ->ArgsProduct({{1, 2}, {0, 5, 11, 17}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(BM_RegisterTwoInMemory)
+    ->ArgNames({"threads", "first_view"})
+    ->ArgsProduct({{1}, {0, 5, 11, 17}})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 

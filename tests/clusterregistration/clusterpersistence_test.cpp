@@ -93,6 +93,12 @@ TEST(ClusterPersistence, DamagedDocumentsThrowOrLoseWhatIsDamaged)
     };
     for (const element& part : surface)
         EXPECT_THROW(load(withSurface(surface.erase(part.name()))), std::bad_cast) << part.name();
+    const object set = surface.child("fpfh_point_set").as_object();
+    for (const element& array : set) {
+        const object damaged = with(set, element(array.name_string(), 1.0));
+        EXPECT_THROW(load(withSurface(with(surface, element("fpfh_point_set", damaged)))), std::bad_cast)
+            << array.name() << " is looked at before it is needed";
+    }
     EXPECT_THROW(load(withSurface(surface)), std::out_of_range) << "the second entity has no surface";
 
     // The same entities under another name, or the same name once more.

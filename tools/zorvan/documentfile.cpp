@@ -16,25 +16,22 @@ namespace {
 constexpr const char* sAdvice = "save or copy it again";
 
 /// Four bytes of length (little-endian), the elements that it counts, one zero byte.
-void checkFrame(const std::filesystem::path& file, const std::string& bytes)
+void checkFrame(const std::filesystem::path& file, const SharedBytes& content)
 {
     constexpr std::uint64_t uiFrame = 5;
-    if (bytes.size() < uiFrame) throw CInputError(file, "too short for a saved document", sAdvice);
+    if (content.size < uiFrame) throw CInputError(file, "too short for a saved document", sAdvice);
     std::uint64_t length = uiFrame;
-    for (unsigned i = 0; i < 4; ++i) length += std::uint64_t{static_cast<unsigned char>(bytes[i])} << (8 * i);
+    for (unsigned i = 0; i < 4; ++i) length += std::uint64_t{content.bytes[i]} << (8 * i);
     const std::string sizes = "its length field promises " + std::to_string(length) + " bytes, the file holds " +
-                              std::to_string(bytes.size());
-    if (length > bytes.size()) throw CInputError(file, "truncated, or no saved document: " + sizes, sAdvice);
-    if (length < bytes.size()) throw CInputError(file, "damaged, or no saved document: " + sizes, sAdvice);
+                              std::to_string(content.size);
+    if (length > content.size) throw CInputError(file, "truncated, or no saved document: " + sizes, sAdvice);
+    if (length < content.size) throw CInputError(file, "damaged, or no saved document: " + sizes, sAdvice);
 }
 
-} // namespace
-
-bson::object ReadDocumentFile(const std::filesystem::path& file)
+/// Reads a stream, which tells how far it came.
+bson::object readStepByStep(const std::filesystem::path& file, const SharedBytes& content)
 {
-    const std::string bytes = ReadFileBytes(file);
-    checkFrame(file, bytes);
-    bson::memory_input_stream in(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    bson::memory_input_stream in(content.bytes.get(), content.size);
     const auto damaged = [&](const std::string& how) {
         const auto at = in.rdbuf()->pubseekoff(0, std::ios_base::cur, std::ios_base::in);
         return CInputError(file, "damaged: " + how + " before byte " + std::to_string(std::streamoff{at}), sAdvice);
@@ -48,6 +45,21 @@ bson::object ReadDocumentFile(const std::filesystem::path& file)
     } catch (const std::invalid_argument&) {
         throw damaged("an element has an unknown type, or nests too deeply,");
     }
+}
+
+} // namespace
+
+bson::object ReadDocumentFile(const std::filesystem::path& file)
+{
+    const SharedBytes content = ReadFileShared(file);
+    checkFrame(file, content);
+    try {
+        bson::object document = bson::object::unfreeze(content.bytes, content.size);
+        if (document.size() == content.size) return document;
+    } catch (const std::invalid_argument&) {
+        // Told below, with the place.
+    }
+    return readStepByStep(file, content);
 }
 
 void WriteDocumentFile(const std::filesystem::path& file, const bson::object& document)

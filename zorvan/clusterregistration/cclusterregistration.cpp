@@ -119,7 +119,8 @@ bool CClusterRegistration::createNewCluster(const UniversalUniqueID& id, const P
     cluster->primaryID = id;
     cluster->clusterTrafo = preTrafo;
     cluster->mergedPointSet = std::make_shared<const CFPFHPointSet>(*set);
-    cluster->entities[id] = {m_state.nextEntityOrdinal++, set, CTrafo::Identity(), preTrafo};
+    cluster->entities[id] = {m_state.nextEntityOrdinal++, std::make_shared<CLazyPointSet>(set), CTrafo::Identity(),
+                             preTrafo};
     // A cluster keeps its identifier after the entity that it was named after has left.
     while (!m_state.clusters.emplace(clusterID, cluster).second) {
         clusterID = UniversalUniqueID::Create();
@@ -132,7 +133,22 @@ bool CClusterRegistration::createNewCluster(const UniversalUniqueID& id, const P
 bool CClusterRegistration::CreateCluster(const UniversalUniqueID& clusterID, const UniversalUniqueID& primaryEntityID,
                                          const CTrafo& preTrafo, const std::vector<EntityTuple>& entities)
 {
+    std::vector<std::pair<UniversalUniqueID, Entity>> members;
+    for (const auto& [id, trafo, entityPreTrafo, set] : entities) {
+        if (set == nullptr) {
+            logger.Error(L"CreateCluster: entity %ls has no point set", text(id));
+            return false;
+        }
+        members.emplace_back(id, Entity{0, std::make_shared<CLazyPointSet>(set), trafo, entityPreTrafo});
+    }
     const std::lock_guard lock(m_mutex);
+    return createCluster(clusterID, primaryEntityID, preTrafo, std::move(members));
+}
+
+bool CClusterRegistration::createCluster(const UniversalUniqueID& clusterID, const UniversalUniqueID& primaryEntityID,
+                                         const CTrafo& preTrafo,
+                                         std::vector<std::pair<UniversalUniqueID, Entity>> entities)
+{
     if (!clusterID || entities.empty()) {
         logger.Error(L"CreateCluster: invalid cluster ID, or no entities");
         return false;
@@ -140,12 +156,12 @@ bool CClusterRegistration::CreateCluster(const UniversalUniqueID& clusterID, con
     auto cluster = std::make_shared<Cluster>();
     cluster->primaryID = primaryEntityID;
     cluster->clusterTrafo = preTrafo;
-    for (const auto& [id, trafo, entityPreTrafo, set] : entities) {
-        if (set == nullptr || clusterOf(id) != nullptr || cluster->entities.contains(id)) {
-            logger.Error(L"CreateCluster: entity %ls has no point set, or is there already", text(id));
+    for (auto& [id, entity] : entities) {
+        entity.ordinal = m_state.nextEntityOrdinal++;
+        if (clusterOf(id) != nullptr || !cluster->entities.emplace(id, std::move(entity)).second) {
+            logger.Error(L"CreateCluster: entity %ls is there already", text(id));
             return false;
         }
-        cluster->entities[id] = {m_state.nextEntityOrdinal++, set, trafo, entityPreTrafo};
     }
     if (!m_state.clusters.emplace(clusterID, cluster).second) return false;
     cluster->mergedPointSetStale = true;

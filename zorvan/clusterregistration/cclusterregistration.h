@@ -179,6 +179,8 @@ private:
     [[nodiscard]] State takeState();
 
     bool createNewCluster(const UniversalUniqueID& id, const PointSet& set, const CTrafo& preTrafo);
+    bool createCluster(const UniversalUniqueID& clusterID, const UniversalUniqueID& primaryEntityID,
+                       const CTrafo& preTrafo, std::vector<std::pair<UniversalUniqueID, Entity>> entities);
     [[nodiscard]] bool updateTrafo(const UniversalUniqueID& entityID, const CTrafo& trafo);
     [[nodiscard]] Cluster* findCluster(const UniversalUniqueID& clusterID) const;
     /// The same, and logs that it is not there.

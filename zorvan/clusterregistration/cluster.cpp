@@ -13,20 +13,23 @@ namespace {
 constexpr float minShift = 0.01F;               // mm
 constexpr float minTurn = 0.00872664625997165F; // half a degree
 
-ConstPointSetPtr merge(const ConfigurationFPFH& config, const std::vector<std::pair<ConstPointSetPtr, CTrafo>>& sets)
+ConstPointSetPtr merge(const ConfigurationFPFH& config, const std::vector<std::pair<LazyPointSetPtr, CTrafo>>& sets)
 {
     const unsigned numTasks = std::max(1U, std::thread::hardware_concurrency() / 2);
     CFPFHDataSource source(config.dFeatureRadius, config.dGridSize, config.dFeatureGridSize, numTasks, nullptr);
+    std::vector<ConstPointSetPtr> owners;
     std::vector<std::pair<const CFPFHPointSet*, CTrafo>> surfaces;
-    surfaces.reserve(sets.size());
-    for (const auto& [set, trafo] : sets) surfaces.emplace_back(set.get(), trafo);
+    for (const auto& [set, trafo] : sets) {
+        owners.push_back(set->Get());
+        surfaces.emplace_back(owners.back().get(), trafo);
+    }
     source.Load(surfaces);
     return std::make_shared<const CFPFHPointSet>(source);
 }
 
 } // namespace
 
-ConstPointSetPtr CPointSetJob::Get()
+ConstPointSetPtr CLazyPointSet::Get()
 {
     const std::lock_guard lock(m_mutex);
     if (m_make) {
@@ -60,17 +63,17 @@ void Cluster::refreshMergedPointSet(const ConfigurationFPFH& config, const Point
 {
     if (!mergedPointSetStale && getMergedPointSet() != nullptr) return;
     mergedPointSetStale = false;
-    std::vector<std::pair<ConstPointSetPtr, CTrafo>> sets;
+    std::vector<std::pair<LazyPointSetPtr, CTrafo>> sets;
     sets.reserve(entities.size());
     for (const auto& [id, entity] : entities) sets.emplace_back(entity.pointSet, entity.trafo);
     orderMergedPointSet(config, group, std::move(sets));
 }
 
 void Cluster::orderMergedPointSet(const ConfigurationFPFH& config, const PointSetJobGroup& group,
-                                  std::vector<std::pair<ConstPointSetPtr, CTrafo>> sets)
+                                  std::vector<std::pair<LazyPointSetPtr, CTrafo>> sets)
 {
     mergedPointSetJob =
-        std::make_shared<CPointSetJob>([config, sets = std::move(sets)] { return merge(config, sets); });
+        std::make_shared<CLazyPointSet>([config, sets = std::move(sets)] { return merge(config, sets); });
     group->Schedule([job = mergedPointSetJob] { static_cast<void>(job->Get()); });
 }
 

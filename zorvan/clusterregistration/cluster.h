@@ -20,12 +20,14 @@ namespace prereg {
 using ConstPointSetPtr = std::shared_ptr<const CFPFHPointSet>;
 using PointSetJobGroup = std::shared_ptr<Zorvan::CJobScheduler::Group>;
 
-/// A point set that a job makes. Whoever asks first makes it: the job, or the thread that needs the result while the
-/// job still waits in its queue, was cancelled, or belongs to a scheduler that is paused. So asking never hangs.
-class CPointSetJob
+/// A point set that is made when it is first asked for: by a job that was given the work, or by the thread that needs
+/// the result while the job still waits in its queue, was cancelled, or belongs to a scheduler that is paused. So
+/// asking never hangs.
+class CLazyPointSet
 {
 public:
-    explicit CPointSetJob(std::function<ConstPointSetPtr()> make) : m_make(std::move(make)) {}
+    explicit CLazyPointSet(ConstPointSetPtr set) : m_set(std::move(set)) {}
+    explicit CLazyPointSet(std::function<ConstPointSetPtr()> make) : m_make(std::move(make)) {}
 
     /// Thread-safe. @throws what making the set throws; the next call tries again
     [[nodiscard]] ConstPointSetPtr Get();
@@ -35,14 +37,17 @@ private:
     std::function<ConstPointSetPtr()> m_make; ///< empty once the set is there, so that it lets go of its sources
     ConstPointSetPtr m_set;
 };
+using LazyPointSetPtr = std::shared_ptr<CLazyPointSet>;
 
 /// One surface in a cluster.
 struct Entity
 {
-    unsigned int ordinal = 0; ///< entities are numbered as they come
-    ConstPointSetPtr pointSet;
+    unsigned int ordinal = 0;            ///< entities are numbered as they come
+    LazyPointSetPtr pointSet;            ///< never null; that of a loaded session is unpacked when it is needed
     CTrafo trafo;                        ///< entity to cluster coordinates
     CTrafo preTrafo = CTrafo::Invalid(); ///< what the caller gave
+
+    [[nodiscard]] ConstPointSetPtr GetPointSet() const { return pointSet->Get(); }
 };
 
 /// Surfaces that are registered with each other. A plain record: its owner's lock guards it.
@@ -52,7 +57,7 @@ struct Cluster
     CTrafo clusterTrafo = CTrafo::Invalid(); ///< cluster to world coordinates; invalid: it floats
     std::map<UniversalUniqueID, Entity> entities;
     bool mergedPointSetStale = false; ///< entities have changed since the merged set was ordered
-    std::shared_ptr<CPointSetJob> mergedPointSetJob;
+    LazyPointSetPtr mergedPointSetJob;
     ConstPointSetPtr mergedPointSet; ///< the union of the surfaces in cluster coordinates
 
     /// Entity to world coordinates, or to cluster coordinates while the cluster floats; invalid for an unknown entity.
@@ -63,7 +68,7 @@ struct Cluster
     void refreshMergedPointSet(const ConfigurationFPFH& config, const PointSetJobGroup& group);
     /// Orders a merge of these sets, each moved by its pose.
     void orderMergedPointSet(const ConfigurationFPFH& config, const PointSetJobGroup& group,
-                             std::vector<std::pair<ConstPointSetPtr, CTrafo>> sets);
+                             std::vector<std::pair<LazyPointSetPtr, CTrafo>> sets);
     /// Waits for the set that was ordered.
     ConstPointSetPtr getMergedPointSet();
 

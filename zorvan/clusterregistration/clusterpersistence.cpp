@@ -14,7 +14,7 @@ const Logging::CLogger logger(L"QAV.ClusterRegistration");
 
 struct SavedSurface
 {
-    ConstPointSetPtr set;
+    LazyPointSetPtr set;
     CTrafo preTrafo;
 };
 using SavedSurfaces = std::map<UniversalUniqueID, SavedSurface>;
@@ -46,9 +46,17 @@ bson::object clusterToObject(const UniversalUniqueID& clusterID, const Cluster& 
 
 bson::object surfaceToObject(const UniversalUniqueID& id, const Entity& entity)
 {
-    return {makeID("entity_id", id), bson::element("fpfh_point_set", bson::to_object(*entity.pointSet)),
+    return {makeID("entity_id", id), bson::element("fpfh_point_set", bson::to_object(*entity.GetPointSet())),
             entity.preTrafo ? bson::element("pre_trafo", bson::to_object(entity.preTrafo))
                             : bson::element::make_null("pre_trafo")};
+}
+
+/// The set is unpacked when it is needed; until then it keeps its part of the document.
+LazyPointSetPtr readPointSet(const bson::object& document)
+{
+    bson::DemandPointSet(document);
+    return std::make_shared<CLazyPointSet>(
+        [document] { return std::make_shared<const CFPFHPointSet>(bson::from_object<CFPFHPointSet>(document)); });
 }
 
 SavedSurfaces readSurfaces(const bson::object& document)
@@ -57,22 +65,23 @@ SavedSurfaces readSurfaces(const bson::object& document)
     for (const bson::element& e : document) {
         if (e.name() != std::string_view("point_set")) continue;
         const bson::object surface = e.as_object();
-        auto set = bson::from_object<CFPFHPointSet>(surface.child("fpfh_point_set").as_object());
-        surfaces[readID(surface, "entity_id")] = {std::make_shared<const CFPFHPointSet>(std::move(set)),
+        surfaces[readID(surface, "entity_id")] = {readPointSet(surface.child("fpfh_point_set").as_object()),
                                                   readTrafo(surface, "pre_trafo")};
     }
     return surfaces;
 }
 
-std::vector<CClusterRegistration::EntityTuple> readEntities(const bson::object& document, const SavedSurfaces& surfaces)
+std::vector<std::pair<UniversalUniqueID, Entity>> readEntities(const bson::object& document,
+                                                               const SavedSurfaces& surfaces)
 {
-    std::vector<CClusterRegistration::EntityTuple> entities;
+    std::vector<std::pair<UniversalUniqueID, Entity>> entities;
     for (const bson::element& e : document) {
         const bson::object entity = e.as_object();
         const UniversalUniqueID id = readID(entity, "entity_id");
         const auto surface = surfaces.find(id);
         if (surface == surfaces.end()) throw std::out_of_range("invalid map<K, T> key");
-        entities.emplace_back(id, readTrafo(entity, "trafo"), surface->second.preTrafo, surface->second.set);
+        const auto& [set, preTrafo] = surface->second;
+        entities.emplace_back(id, Entity{0, set, readTrafo(entity, "trafo"), preTrafo});
     }
     return entities;
 }
@@ -108,9 +117,9 @@ CClusterRegistration CClusterRegistration::FromObject(const bson::object& docume
         if (e.name() != std::string_view("cluster")) continue;
         const bson::object cluster = e.as_object();
         const UniversalUniqueID id = readID(cluster, "cluster_id");
-        const auto entities = readEntities(cluster.child("entities").as_object(), surfaces);
-        if (!registration.CreateCluster(id, readID(cluster, "primary_entity_id"), readTrafo(cluster, "pre_trafo"),
-                                        entities))
+        auto entities = readEntities(cluster.child("entities").as_object(), surfaces);
+        if (!registration.createCluster(id, readID(cluster, "primary_entity_id"), readTrafo(cluster, "pre_trafo"),
+                                        std::move(entities)))
             logger.Error(L"saved cluster %ls left out: it is there already", std::wstring(id));
     }
     if (const UniversalUniqueID primary = readID(document, "primary_cluster_id"))

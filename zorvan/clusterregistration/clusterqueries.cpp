@@ -140,7 +140,9 @@ std::vector<UniversalUniqueID> CClusterRegistration::GetEntityIDs(const Universa
 
 CTrafo CClusterRegistration::GetTrafo(const UniversalUniqueID& entityID) const
 {
-    return GetPointSetAndTransform(entityID).second;
+    const std::lock_guard lock(m_mutex);
+    const Cluster* const cluster = clusterOf(entityID);
+    return cluster == nullptr ? CTrafo::Invalid() : cluster->GetTrafo(entityID);
 }
 
 std::pair<CClusterRegistration::PointSet, CTrafo>
@@ -149,7 +151,7 @@ CClusterRegistration::GetPointSetAndTransform(const UniversalUniqueID& entityID)
     const std::lock_guard lock(m_mutex);
     const Cluster* const cluster = clusterOf(entityID);
     if (cluster == nullptr) return {nullptr, CTrafo::Invalid()};
-    return {cluster->entities.at(entityID).pointSet, cluster->GetTrafo(entityID)};
+    return {cluster->entities.at(entityID).GetPointSet(), cluster->GetTrafo(entityID)};
 }
 
 ConfigurationFPFH CClusterRegistration::GetRegistrationConfig() const

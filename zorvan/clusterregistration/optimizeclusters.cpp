@@ -36,7 +36,7 @@ CDisjointSets Cluster::OptimizeRegistration(const ConfigurationICP& config, std:
     ICPPointSetsWithPoses sets;
     for (const UniversalUniqueID& id : ids) {
         const Entity& entity = entities.at(id);
-        sets.emplace_back(std::make_shared<const ICPPointSet>(entity.pointSet), entity.trafo);
+        sets.emplace_back(std::make_shared<const ICPPointSet>(entity.GetPointSet()), entity.trafo);
     }
     const auto [results, classes] =
         ComputeICPRegistration(config, rng, sets, group, zScoreLimit, computeStatistics, flag, abort);
@@ -191,7 +191,7 @@ std::vector<UniversalUniqueID> CClusterRegistration::splitCluster(const Universa
 
 void CClusterRegistration::cullEmptyEntities(Cluster& cluster) const
 {
-    const auto isLean = [this](const auto& entity) { return entity.second.pointSet->IsTooLean(m_state.config); };
+    const auto isLean = [this](const auto& entity) { return entity.second.GetPointSet()->IsTooLean(m_state.config); };
     if (std::erase_if(cluster.entities, isLean) > 0) cluster.mergedPointSetStale = true;
 }
 
@@ -207,13 +207,13 @@ std::vector<UniversalUniqueID> CClusterRegistration::cutEntities(Cluster& cluste
     // All remainders first: a predicate that throws changes nothing.
     std::vector<std::pair<UniversalUniqueID, PointSet>> rests;
     for (const auto& [id, entity] : cluster.entities)
-        rests.emplace_back(id, applyCutToPointSet(cluster.GetTrafo(id), entity.pointSet, keep));
+        rests.emplace_back(id, applyCutToPointSet(cluster.GetTrafo(id), entity.GetPointSet(), keep));
 
     std::vector<UniversalUniqueID> changedIDs;
     for (const auto& [id, rest] : rests) {
         Entity& entity = cluster.entities.at(id);
-        if (rest == entity.pointSet) continue;
-        entity.pointSet = rest;
+        if (rest == entity.GetPointSet()) continue;
+        entity.pointSet = std::make_shared<CLazyPointSet>(rest);
         changedIDs.push_back(id);
         // It did not move, but its surface is another one.
         m_state.changes[id] = cluster.GetTrafo(id);

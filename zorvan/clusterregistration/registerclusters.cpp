@@ -125,23 +125,27 @@ UniversalUniqueID CClusterRegistration::mergeClusters(UniversalUniqueID into, Un
 
     // One pass over two sets instead of one over the sets of all entities.
     target.mergedPointSetStale = false;
+    const auto mergedSet = [](Cluster& cluster) {
+        return std::make_shared<CLazyPointSet>(cluster.getMergedPointSet());
+    };
     target.orderMergedPointSet(m_state.config, m_state.group,
-                               {{target.getMergedPointSet(), CTrafo::Identity()}, {source.getMergedPointSet(), trafo}});
+                               {{mergedSet(target), CTrafo::Identity()}, {mergedSet(source), trafo}});
     m_state.clusters.erase(from);
     return into;
 }
 
 float CClusterRegistration::estimateOverlapRatio(const Entity& a, const Entity& b) const
 {
-    if (a.pointSet->IsTooLean(m_state.config) || b.pointSet->IsTooLean(m_state.config)) return 0.0F;
+    const PointSet setA = a.GetPointSet();
+    const PointSet setB = b.GetPointSet();
+    if (setA->IsTooLean(m_state.config) || setB->IsTooLean(m_state.config)) return 0.0F;
     const CTrafo toA = a.trafo.GetInverse(false) * b.trafo;
-    const auto boxOf = [](const Entity& entity) { return OrientedBox::FromCorners(entity.pointSet->GetAABB()); };
-    if (!Overlap(boxOf(a), boxOf(b).Moved(toA))) return 0.0F;
+    const auto boxOf = [](const CFPFHPointSet& set) { return OrientedBox::FromCorners(set.GetAABB()); };
+    if (!Overlap(boxOf(*setA), boxOf(*setB).Moved(toA))) return 0.0F;
 
     ConfigurationICP config = m_state.config.icpConfig;
     config.uiMaxNumIterations = 0;
-    return a.pointSet->ComputeICPRegistration(config, *m_state.rng, *b.pointSet, toA, nullptr, false)
-        .fStart_OverlapRatio;
+    return setA->ComputeICPRegistration(config, *m_state.rng, *setB, toA, nullptr, false).fStart_OverlapRatio;
 }
 
 } // namespace prereg

@@ -229,6 +229,15 @@ CFPFHPointSet from_object(const object& document)
     return {points, normals, featurePoints, featureNormals, features};
 }
 
+void DemandPointSet(const object& document)
+{
+    constexpr std::array<std::string_view, 5> arrays = {"Points", "Normals", "FeaturePoints", "FeatureNormals",
+                                                        "Features"};
+    for (const element& e : document) {
+        if (std::find(arrays.begin(), arrays.end(), e.name()) != arrays.end()) static_cast<void>(e.as_binary());
+    }
+}
+
 object to_object(const CFPFHPreRegistration& search)
 {
     object transforms;

@@ -42,6 +42,9 @@ template <>
 /// that make no point set otherwise, give an empty set, as in the constructor.
 template <>
 [[nodiscard]] ZORVAN_API prereg::CFPFHPointSet from_object(const object& document);
+/// Throws what reading this document as a point set would throw, without the cost of it.
+/// @throws std::bad_cast for an array of another type
+ZORVAN_API void DemandPointSet(const object& document);
 /// The search owns its sets. Its parts are looked up as those of a pose, and each of them is needed.
 template <>
 [[nodiscard]] ZORVAN_API prereg::CFPFHPreRegistration from_object(const object& document);
