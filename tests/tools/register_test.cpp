@@ -109,6 +109,17 @@ TEST_F(RegisteredPatches, LeaveOutWhatDoesNotBelong)
     EXPECT_EQ(poses.clusters[1].scans.at(0).file, "stranger.ply");
 }
 
+// Copies fit without any error, and the others are not measured by that.
+TEST_F(RegisteredPatches, FindTheirPlaceAmongCopies)
+{
+    for (const char* copy : {"copy1.ply", "copy2.ply", "copy3.ply", "copy4.ply"})
+        folder->Write(copy, folder->Read("view00.ply"));
+    const auto outcome = folder->Run("register copy?.ply view0?.ply -o copies");
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
+    EXPECT_NE(outcome.out.find("10 of 10 scans registered, in 1 cluster"), std::string::npos) << outcome.out;
+    ExpectNearTruth("copies/poses.json");
+}
+
 TEST_F(RegisteredPatches, TryTheRoughPosesThatTheyAreGiven)
 {
     folder->Write("nosearch.txt", "{'uiNumPolygons' : 0}");
@@ -162,7 +173,11 @@ TEST_F(RegisteredPatches, RefuseSessionsThatAreNone)
     };
     const auto without = [&](const char* key) { return Damage{key, document.erase(key)}; };
     const auto with = [&](const bson::element& e) { return Damage{e.name_string(), document.update(e)}; };
-    const Damage damages[] = {without("configuration"),
+    const auto inside = [](const char* name, const auto& value) { return bson::object(bson::element(name, value)); };
+    const bson::object turn = inside("trafo", inside("Rotation", inside("w", 2.0F)));
+    const bson::object scaling = inside("clustering", inside("cluster", inside("entities", inside("entity", turn))));
+    const Damage damages[] = {Damage{"a pose that scales", document.update(scaling)},
+                              without("configuration"),
                               without("clustering"),
                               without("point_sets"),
                               without("files"),

@@ -86,8 +86,8 @@ struct Merges
 class CWatchedSearch : public prereg::CRefinedPreRegistration
 {
 public:
-    CWatchedSearch(CRefinedPreRegistration search, Merges& merges)
-        : CRefinedPreRegistration(std::move(search)), m_merges(merges)
+    CWatchedSearch(CRefinedPreRegistration search, double grid, Merges& merges)
+        : CRefinedPreRegistration(std::move(search)), m_grid(grid), m_merges(merges)
     {
     }
 
@@ -98,13 +98,17 @@ public:
 
     prereg::ICPResult GetNextResult() override
     {
+        constexpr double dCopyShare = 0.01;
         const prereg::ICPResult result = CRefinedPreRegistration::GetNextResult();
         m_merges.progress.Step();
-        m_merges.errors.push_back(static_cast<double>(result.GetError()));
+        const auto error = static_cast<double>(result.GetError());
+        // A scan that meets its own copy tells nothing of the noise.
+        if (error > dCopyShare * m_grid) m_merges.errors.push_back(error);
         return result;
     }
 
 private:
+    double m_grid; ///< of the points (mm)
     Merges& m_merges;
 };
 
@@ -213,7 +217,7 @@ prereg::CClusterRegistration::SearchFactory searchWith(Merges& merges, double sh
         search.uiNumPolygons = static_cast<unsigned>(std::ceil(share * search.uiNumPolygons));
         const auto judge = SettingsForMerging(config, merges.TypicalRmse());
         return std::make_unique<CWatchedSearch>(prereg::CRefinedPreRegistration(fix, flt, search, judge, oracle),
-                                                merges);
+                                                config.dGridSize, merges);
     };
 }
 
@@ -246,7 +250,8 @@ void optimize(const RegisterOptions& options, CSession& session, const CInterrup
 }
 
 /// The session to go on with, or a new one, and the scans that are new to it.
-std::pair<CSession, std::vector<SurfelScan>> begin(RegisterOptions& options, const CSession::Group& group)
+std::pair<CSession, std::vector<SurfelScan>> begin(RegisterOptions& options, const CSession::Group& group,
+                                                   CStages& stages)
 {
     if (options.session.empty()) {
         std::vector<SurfelScan> scans = readScans(options);
@@ -254,6 +259,7 @@ std::pair<CSession, std::vector<SurfelScan>> begin(RegisterOptions& options, con
         return {std::move(session), std::move(scans)};
     }
     CSession session = CSession::Load(options.session, group);
+    stages.End("session");
     if (!options.hasScale) options.files.dMmPerUnit = session.GetMmPerUnit();
     for (const std::string& scan : options.scans) {
         if (session.Contains(nameOf(scan)))
@@ -284,7 +290,7 @@ int registerScans(RegisterOptions options)
     Zorvan::CJobScheduler scheduler(options.general.uiNumThreads);
     const CSession::Group group = scheduler.CreateJobGroup({}, {});
     const CInterruption interruption;
-    auto [session, scans] = begin(options, group);
+    auto [session, scans] = begin(options, group, stages);
     stages.End("reading");
     const bool isComplete = addScans(options, scans, initial, session);
     stages.End("features");

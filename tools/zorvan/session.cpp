@@ -47,14 +47,25 @@ std::vector<CSession::ScanFile> readFiles(const bson::object& document)
     return files;
 }
 
+/// A quaternion that has not length 1 makes a pose that scales.
+bool isRigid(const prereg::CTrafo& pose)
+{
+    constexpr float fTolerance = 1e-3F;
+    return pose && std::abs(pose.Rotate({1.0F, 0.0F, 0.0F}).Length() - 1.0F) < fTolerance;
+}
+
 /// Each scan of the list is in the registration, no other is, and every pose is one.
 bool isConsistent(const prereg::CClusterRegistration& registration, const std::vector<CSession::ScanFile>& files)
 {
     std::set<std::string> names;
     std::size_t entities = 0;
-    for (const UniversalUniqueID& id : registration.GetClusterIDs()) entities += registration.Size(id);
+    for (const UniversalUniqueID& id : registration.GetClusterIDs()) {
+        entities += registration.Size(id);
+        const prereg::CTrafo pose = registration.GetClusterTrafo(id);
+        if (pose && !isRigid(pose)) return false;
+    }
     const auto isThere = [&](const CSession::ScanFile& file) {
-        return names.insert(file.name).second && registration.GetTrafo(file.id);
+        return names.insert(file.name).second && isRigid(registration.GetTrafo(file.id));
     };
     return entities == files.size() && std::all_of(files.begin(), files.end(), isThere);
 }
