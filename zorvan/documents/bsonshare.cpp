@@ -1,4 +1,4 @@
-// Documents that need not be copied to be read.
+// Documents that are read where they lie.
 
 #include "zorvan/documents/bson.h"
 #include "zorvan/documents/bsonwire.h"
@@ -87,10 +87,11 @@ namespace detail {
 std::optional<object> shareObject(const std::shared_ptr<const unsigned char[]>& bytes, std::uint64_t size)
 {
     object result;
+    const std::uint64_t smallestShared = bytes.use_count() != 0 ? uiSmallestShared : size + 1;
     const auto append = [&](Place at, Place value, Place end) {
         const auto length = static_cast<std::uint64_t>(end - at);
         const auto valueSize = static_cast<std::uint64_t>(end - value);
-        CElementBuilder::elements(result).push_back(length < uiSmallestShared
+        CElementBuilder::elements(result).push_back(length < smallestShared
                                                         ? CElementBuilder::copyOf(at, length, valueSize)
                                                         : CElementBuilder::share({bytes, at}, length, valueSize));
     };

@@ -278,14 +278,15 @@ object object::unfreeze(const unsigned char* data)
 
 object object::unfreeze(const unsigned char* data, std::uint64_t size)
 {
-    memory_input_stream in(data, size);
-    return unfreeze(in);
+    const std::shared_ptr<const unsigned char[]> nobody;
+    return unfreeze({nobody, data}, size);
 }
 
 object object::unfreeze(std::shared_ptr<const unsigned char[]> bytes, std::uint64_t size)
 {
-    if (auto shared = detail::shareObject(bytes, size)) return std::move(*shared);
-    return unfreeze(bytes.get(), size);
+    if (auto document = detail::shareObject(bytes, size)) return std::move(*document);
+    memory_input_stream in(bytes.get(), size);
+    return unfreeze(in);
 }
 
 } // namespace bson

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "zorvan/documents/bson.h"
+#include "zorvan/platform/bytebuffer.h"
 
 #include <cstring>
 #include <limits>
@@ -114,7 +115,7 @@ struct CElementBuilder
     /// An element of bytes that begin with its type and end with its value, which are copied or shared.
     static element copyOf(const unsigned char* bytes, std::uint64_t size, std::uint64_t valueSize)
     {
-        auto copy = std::make_shared_for_overwrite<unsigned char[]>(size);
+        auto copy = Zorvan::MakeByteBuffer(size);
         storeBytes(copy.get(), bytes, size);
         return share(std::move(copy), size, valueSize);
     }
@@ -134,9 +135,9 @@ struct CElementBuilder
 /// Writes the frozen form, o.size() bytes, and returns the place behind it.
 unsigned char* storeObject(unsigned char* to, const object& o);
 
-/// The document at the start of these bytes, with its large elements lying in them. None when reading it would give
-/// anything but the bytes that are there: lengths that are wrong, elements cut short, regular expressions as
-/// `element::make_regex` makes them, unknown types, too deep a nesting.
+/// The document at the start of these bytes. Its large elements lie in them, or are copies when the pointer does not own
+/// them. None when reading would give anything but the bytes that are there: lengths that are wrong, elements cut short,
+/// regular expressions as `element::make_regex` makes them, unknown types, too deep a nesting.
 [[nodiscard]] std::optional<object> shareObject(const std::shared_ptr<const unsigned char[]>& bytes,
                                                 std::uint64_t size);
 
