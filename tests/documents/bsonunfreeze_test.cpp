@@ -179,7 +179,8 @@ TEST(Unfreeze, PartsOfSharedBytesLieInThemAndKeepThem)
     const std::weak_ptr<const unsigned char[]> observer = shared;
     const unsigned char* const begin = shared.get();
     uiLargestAllocation = 0;
-    object document = object::unfreeze(std::move(shared), bytes.size());
+    object document = object::unfreeze(shared, bytes.size());
+    shared = nullptr;
     element large = document.child("b");
     const element small = document.child("small");
     document = object();

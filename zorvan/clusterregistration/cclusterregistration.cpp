@@ -66,6 +66,7 @@ CClusterRegistration::State CClusterRegistration::takeState()
 
 CClusterRegistration::CClusterRegistration(const CClusterRegistration& other) : m_state(other.copyState()) {}
 
+// NOLINTNEXTLINE(performance-noexcept-move-constructor)
 CClusterRegistration::CClusterRegistration(CClusterRegistration&& other) : m_state(other.takeState()) {}
 
 CClusterRegistration& CClusterRegistration::operator=(const CClusterRegistration& other)
@@ -77,6 +78,7 @@ CClusterRegistration& CClusterRegistration::operator=(const CClusterRegistration
     return *this;
 }
 
+// NOLINTNEXTLINE(performance-noexcept-move-constructor)
 CClusterRegistration& CClusterRegistration::operator=(CClusterRegistration&& other)
 {
     if (this == &other) return *this;
@@ -156,9 +158,10 @@ bool CClusterRegistration::createCluster(const UniversalUniqueID& clusterID, con
     auto cluster = std::make_shared<Cluster>();
     cluster->primaryID = primaryEntityID;
     cluster->clusterTrafo = preTrafo;
-    for (auto& [id, entity] : entities) {
-        entity.ordinal = m_state.nextEntityOrdinal++;
-        if (clusterOf(id) != nullptr || !cluster->entities.emplace(id, std::move(entity)).second) {
+    for (auto& member : entities) {
+        const UniversalUniqueID id = member.first;
+        member.second.ordinal = m_state.nextEntityOrdinal++;
+        if (clusterOf(id) != nullptr || !cluster->entities.insert(std::move(member)).second) {
             logger.Error(L"CreateCluster: entity %ls is there already", text(id));
             return false;
         }

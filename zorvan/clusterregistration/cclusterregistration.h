@@ -73,9 +73,9 @@ public:
     /// A copy has clusters of its own and shares point sets, engine and group.
     CClusterRegistration(const CClusterRegistration& other);
     /// Leaves the other one without clusters, but usable.
-    CClusterRegistration(CClusterRegistration&& other);
+    CClusterRegistration(CClusterRegistration&& other); // NOLINT(performance-noexcept-move-constructor): it locks
     CClusterRegistration& operator=(const CClusterRegistration& other);
-    CClusterRegistration& operator=(CClusterRegistration&& other);
+    CClusterRegistration& operator=(CClusterRegistration&& other); // NOLINT(performance-noexcept-move-constructor)
     ~CClusterRegistration();
 
     /// Adds an entity as a cluster of its own.

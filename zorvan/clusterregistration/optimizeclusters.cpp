@@ -221,6 +221,7 @@ std::vector<UniversalUniqueID> CClusterRegistration::cutEntities(Cluster& cluste
     return changedIDs;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): hosts are built against this signature
 void CClusterRegistration::ApplyCut(const UniversalUniqueID& clusterID, Predicate predicate)
 {
     const std::lock_guard lock(m_mutex);

@@ -301,7 +301,7 @@ public:
     [[nodiscard]] static object unfreeze(const unsigned char* data, std::uint64_t size);
     /// The same without copying large values: elements lie in `bytes` and keep them alive. Nobody may write to them any
     /// more.
-    [[nodiscard]] static object unfreeze(std::shared_ptr<const unsigned char[]> bytes, std::uint64_t size);
+    [[nodiscard]] static object unfreeze(const std::shared_ptr<const unsigned char[]>& bytes, std::uint64_t size);
 
     /// Converts each element of `input` by the first of its name in this object. The result has the order of the input;
     /// no defaults are filled in. Unknown and unusable elements go to `errors`, in the same nesting.

@@ -9,8 +9,6 @@ namespace bson {
 
 namespace {
 
-using detail::CElementBuilder;
-
 /// A position in the bytes; null once they have turned out not to be as a reader would write them.
 using Place = const unsigned char*;
 

@@ -282,7 +282,7 @@ object object::unfreeze(const unsigned char* data, std::uint64_t size)
     return unfreeze({nobody, data}, size);
 }
 
-object object::unfreeze(std::shared_ptr<const unsigned char[]> bytes, std::uint64_t size)
+object object::unfreeze(const std::shared_ptr<const unsigned char[]>& bytes, std::uint64_t size)
 {
     if (auto document = detail::shareObject(bytes, size)) return std::move(*document);
     memory_input_stream in(bytes.get(), size);
