@@ -135,9 +135,9 @@ struct CElementBuilder
 /// Writes the frozen form, o.size() bytes, and returns the place behind it.
 unsigned char* storeObject(unsigned char* to, const object& o);
 
-/// The document at the start of these bytes. Its large elements lie in them, or are copies when the pointer does not own
-/// them. None when reading would give anything but the bytes that are there: lengths that are wrong, elements cut short,
-/// regular expressions as `element::make_regex` makes them, unknown types, too deep a nesting.
+/// The document at the start of these bytes. Its large elements lie in them, or are copies when the pointer does not
+/// own them. None when reading would give anything but the bytes that are there: lengths that are wrong, elements cut
+/// short, regular expressions as `element::make_regex` makes them, unknown types, too deep a nesting.
 [[nodiscard]] std::optional<object> shareObject(const std::shared_ptr<const unsigned char[]>& bytes,
                                                 std::uint64_t size);
 
