@@ -2,6 +2,7 @@
 // two of its scans: normals, features of both, and the search for their pose. A floating cluster, as registering
 // without start poses makes them; 24 surfaces take turns under the hundred identifiers.
 
+#include "tests/support/temporaryfolder.h"
 #include "tools/zorvan/autosettings.h"
 #include "tools/zorvan/documentfile.h"
 #include "tools/zorvan/featureset.h"
@@ -16,14 +17,11 @@
 
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <numbers>
 #include <optional>
-#include <stdexcept>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -39,36 +37,12 @@ constexpr unsigned uiViews = 24;
 constexpr unsigned uiScans = 100;
 constexpr double dDegreesPerRadian = 180.0 / std::numbers::pi;
 
-/// A folder that goes when this does.
-class CTemporaryFolder
-{
-public:
-    CTemporaryFolder()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "zorvan-XXXXXX").string();
-        if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
-        m_path = name;
-    }
-    CTemporaryFolder(const CTemporaryFolder&) = delete;
-    CTemporaryFolder& operator=(const CTemporaryFolder&) = delete;
-    ~CTemporaryFolder()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
-
-    [[nodiscard]] std::filesystem::path operator/(const std::string& name) const { return m_path / name; }
-
-private:
-    std::filesystem::path m_path;
-};
-
 /// Scans of a small field of view, made as the program makes them and written as it writes them.
 struct Views
 {
     Views();
 
-    CTemporaryFolder folder;
+    TemporaryFolder folder;
     std::vector<std::filesystem::path> files;
     std::vector<tools::SurfelScan> scans;
     std::vector<CTrafo> truth; ///< to the frame of the object
@@ -221,32 +195,30 @@ void judge(benchmark::State& state, const CTrafo& found)
     if (!(degrees < 0.5 && mm < 0.1)) state.SkipWithError("wrong pose");
 }
 
-/// From two files until the pose is there.
-void BM_RegisterTwo(benchmark::State& state)
+/// @param scanOf  gives the scan of a view
+template <class ScanOf>
+void timeRegistration(benchmark::State& state, const ScanOf& scanOf)
 {
-    const Views& views = theViews();
     const auto view = static_cast<std::size_t>(state.range(1));
     CTrafo found;
     for (auto _ : state) {
-        const auto fix = computeSet(views, tools::LoadScan(views.files[view], {}), threadsOf(state));
-        const auto flt = computeSet(views, tools::LoadScan(views.files[view + 1], {}), threadsOf(state));
+        const auto fix = computeSet(theViews(), scanOf(view), threadsOf(state));
+        const auto flt = computeSet(theViews(), scanOf(view + 1), threadsOf(state));
         found = search(fix, flt).GetTrafo();
     }
     judge(state, found);
 }
 
+/// From two files until the pose is there.
+void BM_RegisterTwo(benchmark::State& state)
+{
+    timeRegistration(state, [](std::size_t view) { return tools::LoadScan(theViews().files[view], {}); });
+}
+
 /// The same for scans that have been read and have their normals.
 void BM_RegisterTwoInMemory(benchmark::State& state)
 {
-    const Views& views = theViews();
-    const auto view = static_cast<std::size_t>(state.range(1));
-    CTrafo found;
-    for (auto _ : state) {
-        const auto fix = computeSet(views, views.scans[view], threadsOf(state));
-        const auto flt = computeSet(views, views.scans[view + 1], threadsOf(state));
-        found = search(fix, flt).GetTrafo();
-    }
-    judge(state, found);
+    timeRegistration(state, [](std::size_t view) -> const tools::SurfelScan& { return theViews().scans[view]; });
 }
 
 BENCHMARK(BM_SaveSession)->ArgName("threads")->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();

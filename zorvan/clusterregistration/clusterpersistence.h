@@ -17,7 +17,7 @@ namespace bson {
 /// still to tell is not kept.
 [[nodiscard]] ZORVAN_API object to_object(const prereg::CClusterRegistration& registration);
 /// Point sets are checked at once and unpacked when they are needed; until then they keep their part of the document.
-/// Read it from a shared pointer (`object::unfreeze`), and loading copies nothing.
+/// Read it from a shared pointer (`object::unfreeze`), and loading copies no array.
 /// Clusters that repeat an identifier are left out (logged).
 /// @throws std::bad_cast for a part that is missing or of another type; std::out_of_range "invalid map<K, T> key" for
 ///         an entity without a point set

@@ -210,33 +210,53 @@ object to_object(const CFPFHPointSet& set)
     return document;
 }
 
+namespace {
+
+/// Where the arrays of a point set lie; null for those that are missing.
+struct PackedArrays
+{
+    const element* points = nullptr;
+    const element* normals = nullptr;
+    const element* featurePoints = nullptr;
+    const element* featureNormals = nullptr;
+    const element* features = nullptr;
+
+    const element** Find(std::string_view key)
+    {
+        if (key == "Points") return &points;
+        if (key == "Normals") return &normals;
+        if (key == "FeaturePoints") return &featurePoints;
+        if (key == "FeatureNormals") return &featureNormals;
+        return key == "Features" ? &features : nullptr;
+    }
+};
+
+/// The last of each key counts, but all of them have to be arrays.
+PackedArrays findArrays(const object& document)
+{
+    PackedArrays arrays;
+    for (const element& e : document) {
+        const element** const array = arrays.Find(e.name());
+        if (array == nullptr) continue;
+        static_cast<void>(e.as_binary());
+        *array = &e;
+    }
+    return arrays;
+}
+
+} // namespace
+
 template <>
 CFPFHPointSet from_object(const object& document)
 {
-    Vectors points;
-    Vectors normals;
-    Vectors featurePoints;
-    Vectors featureNormals;
-    std::vector<CPointFeatureHistogram> features;
-    for (const element& e : document) {
-        const std::string_view key = e.name();
-        if (key == "Points") points = unpackVectors(e);
-        if (key == "Normals") normals = unpackVectors(e);
-        if (key == "FeaturePoints") featurePoints = unpackVectors(e);
-        if (key == "FeatureNormals") featureNormals = unpackVectors(e);
-        if (key == "Features") features = unpackFeatures(e);
-    }
-    return {points, normals, featurePoints, featureNormals, features};
+    const PackedArrays arrays = findArrays(document);
+    const auto vectors = [](const element* e) { return e != nullptr ? unpackVectors(*e) : Vectors(); };
+    return {vectors(arrays.points), vectors(arrays.normals), vectors(arrays.featurePoints),
+            vectors(arrays.featureNormals),
+            arrays.features != nullptr ? unpackFeatures(*arrays.features) : std::vector<CPointFeatureHistogram>()};
 }
 
-void DemandPointSet(const object& document)
-{
-    constexpr std::array<std::string_view, 5> arrays = {"Points", "Normals", "FeaturePoints", "FeatureNormals",
-                                                        "Features"};
-    for (const element& e : document) {
-        if (std::find(arrays.begin(), arrays.end(), e.name()) != arrays.end()) static_cast<void>(e.as_binary());
-    }
-}
+void DemandPointSet(const object& document) { static_cast<void>(findArrays(document)); }
 
 object to_object(const CFPFHPreRegistration& search)
 {
