@@ -4,14 +4,18 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <barrier>
 #include <chrono>
+#include <fstream>
 #include <map>
 #include <random>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace std::chrono_literals;
@@ -24,7 +28,7 @@ const std::string skipped = std::future_error(std::future_errc::broken_promise).
 
 std::string outcomeOf(std::future<void>& future)
 {
-    if (future.wait_for(20s) != std::future_status::ready) return "pending";
+    if (future.wait_for(0s) != std::future_status::ready) return "pending";
     try {
         return future.get(), "done";
     } catch (const std::exception& error) {
@@ -37,6 +41,16 @@ struct Job
     std::future<void> future;
     std::atomic<int> runs = 0;
 };
+
+/// Waits until a thread of this process waits for something.
+void waitUntilAsleep(pid_t thread)
+{
+    for (std::string state; state != "S"; std::this_thread::yield()) {
+        std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/stat");
+        std::string number, name;
+        status >> number >> name >> state;
+    }
+}
 
 /// @return how many jobs were taken out of the queue
 unsigned int disturb(CJobScheduler& scheduler, std::mt19937& random)
@@ -62,7 +76,7 @@ TEST_P(JobStorm, EveryFutureTellsWhetherItsJobRan)
 {
     CJobScheduler scheduler(GetParam());
     const std::shared_ptr<CJobScheduler::Group> group = scheduler;
-    std::vector<Job> jobs(24020);
+    std::vector<Job> jobs(24120);
     std::atomic<unsigned int> running = 0;
     const auto produce = [&](unsigned int part) {
         std::mt19937 random(part);
@@ -87,9 +101,15 @@ TEST_P(JobStorm, EveryFutureTellsWhetherItsJobRan)
         while (producer.wait_for(0s) != std::future_status::ready) removed += disturb(scheduler, random);
     // However the machine was busy, some jobs have been taken out of the queue by now.
     scheduler.Pause();
-    for (std::size_t i = 24000; i < jobs.size(); ++i) jobs[i].future = scheduler.Schedule([] {});
+    for (std::size_t i = 24000; i < 24020; ++i) jobs[i].future = scheduler.Schedule([] {});
     removed += scheduler.CancelAndPause(false);
     scheduler.Continue();
+    // And now some are sure to run.
+    for (std::size_t i = 24020; i < jobs.size(); ++i)
+        jobs[i].future = scheduler.Schedule([&runs = jobs[i].runs, i] {
+            ++runs;
+            if (i % 5 == 0) throw std::runtime_error("thrown");
+        });
     ASSERT_TRUE(scheduler.Wait() && scheduler.IsIdle());
     EXPECT_FALSE(Zorvan::ReadSharedFlag(scheduler.GetCancelationFlag()));
 
@@ -142,8 +162,10 @@ TEST(CJobScheduler, PauseGoesAheadOfTheQueueAndKeepsItsOrderAndAGroupThatLostAJo
     auto empty = group->Schedule({});
     std::vector<int> order;
     for (int i = 0; i < 100; ++i) scheduler.Schedule([&order, i] { order.push_back(i); });
-    auto paused = std::async([&] { return scheduler.Pause(); });
-    EXPECT_EQ(paused.wait_for(20ms), std::future_status::timeout); // the running job ends first
+    std::promise<pid_t> pauser;
+    auto paused = std::async(std::launch::async, [&] { return pauser.set_value(::gettid()), scheduler.Pause(); });
+    waitUntilAsleep(pauser.get_future().get());
+    EXPECT_EQ(paused.wait_for(0s), std::future_status::timeout); // the running job ends first
     release.set_value();
     EXPECT_TRUE(paused.get());
 

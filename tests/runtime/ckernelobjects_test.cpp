@@ -1,6 +1,6 @@
 #include "zorvan/platform/ckernelobjects.h"
 
-#include "childprocess.h"
+#include "tests/support/childprocess.h"
 #include "zorvan/runtime/csharedmemory.h"
 
 #include <gtest/gtest.h>

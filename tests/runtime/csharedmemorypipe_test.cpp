@@ -1,6 +1,6 @@
 #include "zorvan/runtime/csharedmemorypipe.h"
 
-#include "childprocess.h"
+#include "tests/support/childprocess.h"
 
 #include <gtest/gtest.h>
 
@@ -119,7 +119,8 @@ TEST(CSharedMemoryPipe, SenderWaitsForAReceiverThatStartsLate)
     std::this_thread::sleep_for(100ms);
     EXPECT_TRUE(sender.IsRunning());
     Bytes out;
-    EXPECT_TRUE(openWhenThere(name).TryReceive(out)); // begun, it waits for all chunks
+    CSharedMemoryPipe pipe = openWhenThere(name);
+    while (!pipe.TryReceive(out)) std::this_thread::sleep_for(1ms); // once begun, it waits for all chunks
     EXPECT_EQ(out, message(50'000));
     EXPECT_TRUE(sender.Succeeded());
 }

@@ -119,7 +119,9 @@ class Page:
             self.faults.append(fault)
 
     def picture(self):
-        time.sleep(0.4)  # the view draws all of its points again a moment after the last movement
+        # The view draws all of its points again a moment after the last movement.
+        while self.browser.run("return view.isMoving || view.isPlanned"):
+            time.sleep(0.02)
         return self.browser.run(COLOURS, [scan["colour"] for scan in self.scans])
 
     def drag(self, *steps):

@@ -104,6 +104,11 @@ std::string plyOf(const PlyCase& c)
     return header + body.Bytes();
 }
 
+void PrintTo(const PlyCase& c, std::ostream* out)
+{
+    *out << c.format << ' ' << c.scalar << ", lists of " << c.index << " counted by " << c.count;
+}
+
 class PlyFormats : public testing::TestWithParam<PlyCase>
 {
 };
