@@ -9,8 +9,8 @@ namespace tools {
 /// Leaves nothing behind. @throws CInputError
 void RequireWritable(const std::filesystem::path& file);
 
-/// Writes a whole file or nothing: the bytes go to a temporary name in the same folder, which then takes the place of
-/// `file` in one step. An old file stays as it is when anything fails. @throws CInputError
+/// Writes a whole file or nothing: the bytes go to a new file in a staging folder, which then takes the place of `file`
+/// in one step. An old file stays as it is when anything fails. @throws CInputError
 void WriteFileAtomically(const std::filesystem::path& file, std::string_view bytes);
 
 /// Makes the folder and those above it. @throws CInputError
