@@ -57,6 +57,8 @@ const BadScan badScans[] = {
     {"large.xyz", repeated("1e30 2e30 3e30\n", 1000), "0 of 1000 points have finite coordinates"},
     {"equal.xyz", repeated("1 2 3\n", 1000000), "only 1 of 1000000 points are at places of their own"},
     {"line.xyz", "0 0 0\n1 0 0\n2 0 0\n3 0 0\n4 0 0\n5 0 0\n6 0 0\n7 0 0\n", "0 of 8 points have a normal"},
+    {"one.xyz", "1 2 3\n", "one.xyz: holds 1 point, and no surface has fewer than 3"},
+    {"two.xyz", "1 2 nan\n1 2 3\n", "holds 2 points, and no surface"},
     {"a.doc", "1 2 3\n", "unknown kind"},
 };
 
@@ -66,6 +68,7 @@ void expectRefused(const WorkFolder::Outcome& outcome, const std::string& words)
 {
     EXPECT_EQ(outcome.exitCode, 2) << words;
     EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+    EXPECT_LE(outcome.err.size(), 301U) << outcome.err;
     EXPECT_NE(outcome.err.find(words), std::string::npos) << outcome.err;
     EXPECT_EQ(outcome.out, "") << words;
 }
@@ -111,6 +114,9 @@ TEST_F(BadInput, OfTheCallIsRefusedInOneLine)
     folder.Write("few.xyz", "0 0 0\n1 0 0\n2 0 0\n0 1 0\n1 1 0\n2 1 0\n0 2 0\n1 2 0\n2 2 0\n");
     folder.Write("wide.txt", "{'dFeatureRadius' : 0.5}");
     WritePose("flt.xyz");
+    std::filesystem::create_symlink("flt.xyz", folder / "link.xyz");
+    std::filesystem::create_directory(folder / "out");
+    for (const char* name : {"out/report.html", "out/poses.json", "wide.ply"}) folder.Write(name, "{}");
     const struct
     {
         std::string arguments;
@@ -124,7 +130,15 @@ TEST_F(BadInput, OfTheCallIsRefusedInOneLine)
         {"align fix.xyz flt.xyz --initial missing.json", "missing.json: no such file"},
         {"align . flt.xyz --initial p.json", "not a file"},
         {"align flt.xyz ./flt.xyz --initial p.json", "both scans are named"},
-        {"align fix.xyz flt.xyz --initial p.json -o no/such/out.json", "no/such/out.json: cannot be written"},
+        {"align fix.xyz flt.xyz --initial p.json -o no/such/out.json", "no/such: cannot be written"},
+        {"align fix.xyz flt.xyz -o ./fix.xyz", "./fix.xyz: would replace fix.xyz"},
+        {"align fix.xyz flt.xyz -o link.xyz", "link.xyz: would replace flt.xyz"},
+        {"align fix.xyz flt.xyz --initial p.json -o p.json", "would replace p.json"},
+        {"align fix.xyz flt.xyz --settings wide.txt -o wide.txt", "would replace wide.txt"},
+        {"settings --settings wide.txt -o wide.txt", "would replace wide.txt"},
+        {"features fix.xyz --settings wide.ply -o wide.ply", "would replace wide.ply"},
+        {"register fix.xyz flt.xyz --settings out/report.html -o out", "would replace out/report.html"},
+        {"register flt.xyz --session out/poses.json -o out", "would replace out/poses.json"},
         {"align fix.xyz flt.xyz --initial p.json -o .", "not a file"},
         {"align fix.xyz flt.xyz --initial p.json --scale 0", "--scale"},
         {"align fix.xyz flt.xyz --initial p.json --grid fine", "--grid"},
@@ -133,7 +147,7 @@ TEST_F(BadInput, OfTheCallIsRefusedInOneLine)
         {"features missing.xyz", "missing.xyz: no such file"},
         {"features fix.xyz -o old.json", "ends in .ply"},
         {"features fix.xyz -o no/such/out.ply", "cannot be written"},
-        {"features same.ply -o ./same.ply", "replace the scan"},
+        {"features same.ply -o ./same.ply", "./same.ply: would replace same.ply"},
         {"features fix.xyz --grid 0.001", "too small for the extent"},
         {"features fix.xyz --grid 1e300", "between 1e-6 and 1e9 mm"},
         {"features fix.xyz --grid 1 --settings wide.txt", "dFeatureGridSize (4 mm) is larger than dFeatureRadius"},
@@ -146,6 +160,42 @@ TEST_F(BadInput, OfTheCallIsRefusedInOneLine)
     for (const auto& c : cases) expectRefused(folder.Run(c.arguments), c.words);
     EXPECT_EQ(folder.Read("old.json"), "old");
     EXPECT_FALSE(std::filesystem::exists(folder / "new"));
+}
+
+TEST_F(BadInput, WithAnUglyNameIsRefusedInOneShortLine)
+{
+    const std::string deep = repeated("long/", 200) + "folder\n\x1b[2J.ply";
+    std::filesystem::create_directories((folder / deep).parent_path());
+    folder.Write(deep, "ply\n");
+    expectRefused(folder.Run("align fix.xyz \"" + deep + "\""), "folder\\n\\x1b[2J.ply: ");
+    folder.Write("flt\n\x1b[2J.xyz", folder.Read("fix.xyz"));
+    WritePose("flt\\n\\u001b[2J.xyz");
+    const auto outcome = folder.Run("align fix.xyz flt*.xyz --initial p.json -o out.json");
+    EXPECT_NE(outcome.out.find("flt\\n\\x1b[2J.xyz is"), std::string::npos) << outcome.out << outcome.err;
+    EXPECT_EQ(folder.Run("evaluate out.json p.json").out.find('\x1b'), std::string::npos);
+}
+
+// Where nothing arrives, nothing has been said: a script must not take it for an answer.
+TEST_F(BadInput, IsNotToBlameWhenTheOutputCannotBeWritten)
+{
+    int pipe[2];
+    ASSERT_EQ(::pipe(pipe), 0);
+    ASSERT_LT(pipe[1], 10) << "shells know one digit";
+    ::close(pipe[0]);
+    const std::string intoNothing = ">&" + std::to_string(pipe[1]);
+    WritePose("fix.xyz");
+    for (const std::string& out : {std::string(">/dev/full"), std::string(">&-"), intoNothing}) {
+        for (const char* arguments : {"settings", "--help", "evaluate p.json p.json", "features fix.xyz -o full.ply"}) {
+            const auto outcome = folder.Run(arguments, out);
+            EXPECT_EQ(outcome.exitCode, 2) << arguments << out;
+            EXPECT_NE(outcome.err.find("standard output cannot be written"), std::string::npos) << outcome.err;
+        }
+        EXPECT_NE(folder.Read("full.ply").find("end_header"), std::string::npos) << "written before the table";
+        std::filesystem::remove(folder / "full.ply");
+    }
+    ::close(pipe[1]);
+    EXPECT_EQ(folder.Run("features fix.xyz -o full.ply", ">stdout.txt 2>&-").exitCode, 0);
+    EXPECT_EQ(folder.Read("full.ply").rfind("ply\n", 0), 0U);
 }
 
 TEST_F(BadInput, OfOnePointIsDroppedWithAWarning)

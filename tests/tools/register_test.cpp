@@ -1,6 +1,10 @@
+#include "faultpoints.h"
 #include "workfolder.h"
 
+#include "tests/support/childprocess.h"
+#include "tools/zorvan/commands.h"
 #include "tools/zorvan/documentfile.h"
+#include "tools/zorvan/filelock.h"
 #include "tools/zorvan/posesfile.h"
 #include "tools/zorvan/scanreader.h"
 #include "tools/zorvan/session.h"
@@ -8,6 +12,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
+#include <iterator>
+#include <memory>
 #include <string>
 
 namespace {
@@ -41,6 +48,26 @@ protected:
         EXPECT_EQ(outcome.exitCode, 2) << arguments << '\n' << outcome.out;
         EXPECT_NE(outcome.err.find(words), std::string::npos) << arguments << '\n' << outcome.err;
         EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << arguments << '\n' << outcome.err;
+    }
+
+    static std::size_t scansIn(const std::string& session)
+    {
+        return tools::CSession::Load(*folder / session, nullptr).GetFiles().size();
+    }
+
+    /// A call of the program in a process that dies at a rename. @return whether it lived on
+    static bool runInChild(const std::string& arguments, int deadlyRename)
+    {
+        return CChildProcess([&] {
+                   std::filesystem::current_path(folder->Path());
+                   faults::KillAtRename(deadlyRename);
+                   CLI::App app;
+                   int exitCode = tools::WrongInput;
+                   tools::AddRegister(app, exitCode);
+                   app.parse(arguments);
+                   return exitCode == tools::Done;
+               })
+            .Succeeded();
     }
 
     static WorkFolder* folder;
@@ -100,7 +127,7 @@ TEST_F(RegisteredPatches, LeaveOutWhatDoesNotBelong)
     folder->Write("few.xyz", "0 0 0\n1 0 0\n0 1 0\n1 1 0\n0.5 0.5 0.1\n");
     const auto outcome = folder->Run("register stranger.ply few.xyz view0?.ply -o strangers --optimize");
     EXPECT_EQ(outcome.exitCode, 1) << outcome.out;
-    EXPECT_NE(outcome.err.find("left out, too few points or features: few.xyz"), std::string::npos) << outcome.err;
+    EXPECT_NE(outcome.err.find("left out: too few points or features: few.xyz"), std::string::npos) << outcome.err;
     EXPECT_NE(outcome.out.find("6 of 7 scans registered, in 2 clusters"), std::string::npos) << outcome.out;
     ExpectNearTruth("strangers/poses.json");
     const tools::PosesFile poses = tools::ReadPoses(*folder / "strangers/poses.json");
@@ -134,28 +161,94 @@ TEST_F(RegisteredPatches, TryTheRoughPosesThatTheyAreGiven)
 TEST_F(RegisteredPatches, KeepWhatWasFoundWhenTheUserInterrupts)
 {
     folder->Write("endless.txt", "{'uiNumPolygons' : 1000000, 'uiTrafoClusteringQuorum' : 30}");
-    const auto outcome = folder->Run("register stranger.ply view0?.ply --settings endless.txt -o stopped",
-                                     "timeout --foreground --preserve-status -s INT 3");
-    EXPECT_EQ(outcome.exitCode, 1) << outcome.out << outcome.err;
-    EXPECT_NE(outcome.err.find("stopped; this is what was found so far"), std::string::npos) << outcome.err;
-    EXPECT_EQ(tools::CSession::Load(*folder / "stopped/session.zdoc", nullptr).GetFiles().size(), 7U);
+    for (const int signal : {SIGINT, SIGTERM}) {
+        auto running =
+            folder->Start("endless", "register stranger.ply view0?.ply --settings endless.txt -o stopped --log info");
+        ASSERT_TRUE(running.HasSaid("computing preregistration"));
+        ::kill(running.Pid(), signal);
+        const auto outcome = running.Ended();
+        EXPECT_EQ(outcome.exitCode, 1) << outcome.out << outcome.err;
+        EXPECT_NE(outcome.err.find("stopped; this is what was found so far"), std::string::npos) << outcome.err;
+        EXPECT_EQ(scansIn("stopped/session.zdoc"), 7U);
+        std::filesystem::remove_all(*folder / "stopped");
+    }
 }
 
 TEST_F(RegisteredPatches, LeaveTheOldOrTheNewSessionWhenTheyAreKilled)
 {
-    ASSERT_EQ(folder->Run("register view00.ply view01.ply -o killed").exitCode, 0);
-    const std::string old = folder->Read("killed/session.zdoc");
-    int numKilled = 0;
-    for (int hundredths = 5; hundredths < 100; hundredths += 6) {
-        const auto outcome =
-            folder->Run("register view02.ply view03.ply --session killed/session.zdoc -o killed --quiet",
-                        "timeout -s KILL 0." + std::string(hundredths < 10 ? "0" : "") + std::to_string(hundredths));
-        if (outcome.exitCode != 0) ++numKilled;
-        const std::size_t scans = tools::CSession::Load(*folder / "killed/session.zdoc", nullptr).GetFiles().size();
-        EXPECT_EQ(scans, folder->Read("killed/session.zdoc") == old ? 2U : 4U) << hundredths;
-        if (scans == 4) break;
+    const std::string call = "register view02.ply view03.ply --session killed/session.zdoc -o killed --quiet";
+    ASSERT_EQ(folder->Run("register view00.ply view01.ply -o old").exitCode, 0);
+    // Each of the four files is renamed when it is whole, then their folder, then each into its place.
+    for (const auto& [rename, scans] : {std::pair{1, 2U}, {5, 2U}, {6, 4U}, {8, 4U}, {9, 4U}}) {
+        SCOPED_TRACE(rename);
+        std::filesystem::remove_all(*folder / "killed");
+        std::filesystem::copy(*folder / "old", *folder / "killed");
+        EXPECT_FALSE(runInChild(call, rename));
+        // The next run cleans up.
+        ASSERT_EQ(folder->Run("register --session killed/session.zdoc -o after --quiet").exitCode, 0);
+        EXPECT_EQ(scansIn("killed/session.zdoc"), scans);
+        EXPECT_EQ(tools::ReadPoses(*folder / "killed/poses.json").clusters.at(0).scans.size(), scans);
+        EXPECT_EQ(folder->Read("killed/report.html").find("view03.ply") != std::string::npos, scans == 4U);
+        EXPECT_EQ(folder->Read("killed/merged.ply") == folder->Read("old/merged.ply"), scans == 2U);
+        const std::filesystem::directory_iterator entries(*folder / "killed");
+        EXPECT_EQ(std::distance(begin(entries), end(entries)), 4) << "nothing of the dead run stays";
     }
-    EXPECT_GT(numKilled, 0) << "no call was killed";
+}
+
+TEST_F(RegisteredPatches, GoOnOneAfterTheOtherWhenTwoRunsShareASession)
+{
+    ASSERT_EQ(folder->Run("register view00.ply view01.ply -o shared").exitCode, 0);
+    const std::string more = " --session shared/session.zdoc -o shared";
+    {
+        const tools::CFileLock lock(std::filesystem::canonical(*folder / "shared") / "session.zdoc", {});
+        ExpectRefusal("register view02.ply" + more, "in use by process " + std::to_string(::getpid()));
+        ExpectRefusal("register view02.ply --session shared/session.zdoc -o elsewhere", "in use by process ");
+        ExpectRefusal("register view02.ply -o shared", "in use by process ");
+    }
+    auto first = folder->Start("first", "register view02.ply --wait" + more);
+    auto second = folder->Start("second", "register view03.ply --wait" + more);
+    for (auto* run : {&first, &second}) EXPECT_EQ(run->Ended().exitCode, 0) << run->Ended().err;
+    EXPECT_EQ(scansIn("shared/session.zdoc"), 4U);
+
+    auto lock = std::make_unique<tools::CFileLock>(std::filesystem::canonical(*folder / "shared") / "session.zdoc",
+                                                   tools::CFileLock::WhenHeld());
+    auto third = folder->Start("third", "register view04.ply --wait" + more);
+    EXPECT_TRUE(third.HasSaid("waiting for process " + std::to_string(::getpid())));
+    EXPECT_EQ(scansIn("shared/session.zdoc"), 4U);
+    lock.reset();
+    EXPECT_EQ(third.Ended().exitCode, 0);
+    EXPECT_EQ(scansIn("shared/session.zdoc"), 5U);
+}
+
+TEST_F(RegisteredPatches, NeitherReplaceScansNorTakeResultsForThem)
+{
+    std::filesystem::create_directory(*folder / "d");
+    for (const char* name : {"view00.ply", "view01.ply"}) std::filesystem::copy(*folder / name, *folder / "d");
+    std::filesystem::copy(*folder / "view02.ply", *folder / "d/merged.ply");
+    ExpectRefusal("register d/*.ply -o d", "d/merged.ply: would replace d/merged.ply");
+    std::filesystem::create_directory_symlink("d", *folder / "e");
+    ExpectRefusal("register d/*.ply -o e", "e/merged.ply: would replace d/merged.ply");
+    EXPECT_EQ(folder->Read("d/merged.ply"), folder->Read("view02.ply"));
+    std::filesystem::remove(*folder / "d/merged.ply");
+    ASSERT_EQ(folder->Run("register d/*.ply -o d").exitCode, 0);
+    ExpectRefusal("register d/*.ply -o e", "would replace");
+    ExpectRefusal("register d/*.ply -o f", "d/merged.ply: a merged or coloured cloud");
+    ExpectRefusal("register d/view*.ply --initial d/poses.json -o d", "d/poses.json: would replace");
+    const auto outcome = folder->Run("features d/merged.ply");
+    EXPECT_NE(outcome.err.find("d/merged.ply: a merged or coloured cloud"), std::string::npos) << outcome.err;
+}
+
+TEST_F(RegisteredPatches, GoOnWithoutWhatCannotBeReadOnlyWhenTold)
+{
+    folder->Write("broken.ply", "ply\n");
+    ExpectRefusal("register view00.ply broken.ply view01.ply -o x", "--keep-going");
+    EXPECT_FALSE(std::filesystem::exists(*folder / "x/session.zdoc"));
+    const auto outcome = folder->Run("register view00.ply broken.ply missing.ply view01.ply -o kept --keep-going");
+    EXPECT_EQ(outcome.exitCode, 1) << outcome.out << outcome.err;
+    for (const char* words : {"left out: broken.ply: ", "left out: missing.ply: no such file"})
+        EXPECT_NE(outcome.err.find(words), std::string::npos) << outcome.err;
+    EXPECT_EQ(scansIn("kept/session.zdoc"), 2U);
+    EXPECT_EQ(folder->Run("register broken.ply missing.ply -o x --keep-going").exitCode, 2);
 }
 
 TEST_F(RegisteredPatches, RefuseSessionsThatAreNone)

@@ -3,11 +3,13 @@
 #include "commands.h"
 #include "inputerror.h"
 #include "options.h"
+#include "outputcheck.h"
 #include "pairsearch.h"
 #include "posesfile.h"
 #include "progress.h"
 #include "scanreader.h"
 #include "settingsfile.h"
+#include "showntext.h"
 #include "textnumber.h"
 
 #include "zorvan/core/cpointset.h"
@@ -45,7 +47,9 @@ void checkCall(const AlignOptions& options)
     if (nameOf(options.fix) == nameOf(options.flt))
         throw CInputError("both scans are named " + nameOf(options.fix) +
                           ", and poses are matched by file name; rename one of them");
-    if (!options.output.empty()) RequireWritable(options.output);
+    if (options.output.empty()) return;
+    RequireApart(options.output, {options.fix, options.flt, options.initial, options.settings.file});
+    RequireWritable(options.output);
 }
 
 /// The start pose of the floating scan in the frame of the fixed one, in mm.
@@ -162,7 +166,8 @@ void printPose(const prereg::CTrafo& pose, double mmPerUnit)
 void printVerdict(const AlignOptions& options, const prereg::ICPResult& result)
 {
     const RegistrationSummary summary = summarize(result);
-    std::cout << nameOf(options.flt) << (result ? " is aligned to " : " is NOT aligned to ") << nameOf(options.fix);
+    std::cout << ToShown(nameOf(options.flt)) << (result ? " is aligned to " : " is NOT aligned to ")
+              << ToShown(nameOf(options.fix));
     if (!result) std::cout << ", " << summary.text;
     if (std::isfinite(summary.dRmse)) std::cout << ", RMSE " << length(summary.dRmse, options);
     if (std::isfinite(summary.dOverlap)) std::cout << ", overlap " << ToText(summary.dOverlap, 3);
@@ -181,7 +186,7 @@ int align(AlignOptions options)
     const Pair pair = load(options);
     const PairSearchResult found = hasStart ? refineFrom(start, pair) : search(options, pair);
     const prereg::ICPResult result = found.Best();
-    for (const std::string& words : {pair.fix.Warning(), pair.flt.Warning(), pair.words, found.words})
+    for (const std::string& words : {pair.fix.Warning(), pair.flt.Warning(), pair.words, found.words, found.times})
         Tell(words, options.general.isQuiet);
     if (!options.output.empty()) WritePoses(options.output, toPoses(options, found));
     printVerdict(options, result);
@@ -205,11 +210,13 @@ void AddAlign(CLI::App& app, int& exitCode)
     options->files.AddTo(*command);
     options->settings.AddTo(*command);
     options->general.AddTo(*command, "Threads that compute features; the result does not depend on it");
-    command->footer("Exit code 0: aligned; 1: no pose was found; 2: wrong call or unreadable input.\n\n"
-                    "Examples:\n"
-                    "  zorvan align a.ply b.ply -o poses.json\n"
-                    "  zorvan align bun000.ply bun090.ply --scale 1000 --all -o candidates.json\n"
-                    "  zorvan align a.ply b.ply --initial rough.json --settings mine.txt");
+    command->footer(
+        "Ctrl-C ends the search and keeps what has been found.\n"
+        "Exit code 0: aligned; 1: no pose was found; 2: wrong call, unreadable input or unwritable output.\n\n"
+        "Examples:\n"
+        "  zorvan align a.ply b.ply -o poses.json\n"
+        "  zorvan align bun000.ply bun090.ply --scale 1000 --all -o candidates.json\n"
+        "  zorvan align a.ply b.ply --initial rough.json --settings mine.txt");
     command->callback([options, &exitCode] { exitCode = align(*options); });
 }
 

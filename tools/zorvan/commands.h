@@ -9,7 +9,7 @@ enum EExit : int
 {
     Done = 0,
     NotEveryScan = 1, ///< finished, but not every scan found its place
-    WrongInput = 2    ///< wrong call or unreadable input
+    WrongInput = 2    ///< wrong call, unreadable input, or output that cannot be written
 };
 
 /// Each adds its subcommand with options and help. When the user calls it, it runs at the end of parsing and leaves the

@@ -1,6 +1,7 @@
 #include "documenttext.h"
 
 #include "inputerror.h"
+#include "showntext.h"
 #include "textnumber.h"
 
 #include "zorvan/util/astreamparser.h"
@@ -127,17 +128,22 @@ bson::element renamed(const bson::element& e, const std::string& name)
     return bson::element::unfreeze(in);
 }
 
-bson::object withWideIntegers(const bson::object& document)
+bson::object shown(const bson::object& document);
+
+bson::element shown(const bson::element& e)
+{
+    const std::string name = ToShown(e.name_string());
+    if (e.type() == bson::element::eObject) return {name, shown(e.as_object())};
+    if (e.type() == bson::element::eString) return {name, ToShown(e.as_string())};
+    if (e.type() == bson::element::eInt8 || e.type() == bson::element::eUInt8)
+        return bson::element::make_int32(name, 0).coerce(e, nullptr);
+    return name == e.name_string() ? e : renamed(e, name);
+}
+
+bson::object shown(const bson::object& document)
 {
     bson::object result;
-    for (const bson::element& e : document) {
-        if (e.type() == bson::element::eObject)
-            result += bson::element(e.name(), withWideIntegers(e.as_object()));
-        else if (e.type() == bson::element::eInt8 || e.type() == bson::element::eUInt8)
-            result += bson::element::make_int32(e.name(), 0).coerce(e, nullptr);
-        else
-            result += e;
-    }
+    for (const bson::element& e : document) result += shown(e);
     return result;
 }
 
@@ -179,13 +185,15 @@ bson::element ReadValueText(const std::string& text, const std::string& name)
     throw CInputError("VALUE: " + Quoted(text) + " is no value; " + sValueForms);
 }
 
-std::string ToPrintable(std::string text)
+std::string ToPrintable(const std::string& text)
 {
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return (c < 0x20 && c != '\n') || c == 0x7F; }, '?');
-    return text;
+    std::string lines;
+    std::string_view rest = text;
+    while (!rest.empty()) lines += ToShown(NextLine(rest)) + '\n';
+    if (!text.ends_with('\n') && !lines.empty()) lines.pop_back();
+    return lines;
 }
 
-std::string ToPrintable(const bson::object& document) { return ToPrintable(withWideIntegers(document).dump(2)); }
+std::string ToPrintable(const bson::object& document) { return ToPrintable(shown(document).dump(2)); }
 
 } // namespace tools

@@ -34,9 +34,10 @@ struct DocumentText
 [[noreturn]] void RefuseAt(const std::string& source, TextPlace place, const std::string& why,
                            const std::string& advice);
 
-/// Texts of a document as a terminal may see them: control characters other than line ends become '?'.
-[[nodiscard]] std::string ToPrintable(std::string text);
-/// The document as `bson::object::dump` writes it with indentation, but 8-bit integers as numbers.
+/// Lines as a terminal may see them, see `ToShown`.
+[[nodiscard]] std::string ToPrintable(const std::string& text);
+/// The document as `bson::object::dump` writes it with indentation, but 8-bit integers as numbers, and names and texts
+/// as `ToShown` gives them.
 [[nodiscard]] std::string ToPrintable(const bson::object& document);
 
 } // namespace tools

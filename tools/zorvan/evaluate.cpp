@@ -3,6 +3,7 @@
 #include "options.h"
 #include "poseerrors.h"
 #include "posesfile.h"
+#include "showntext.h"
 
 #include <algorithm>
 #include <iomanip>
@@ -39,11 +40,11 @@ const char* wordFor(EPlace place)
 void printTable(const PoseErrors& errors)
 {
     std::size_t width = 4;
-    for (const PoseError& scan : errors.scans) width = std::max(width, scan.file.size());
+    for (const PoseError& scan : errors.scans) width = std::max(width, ToShown(scan.file).size());
     const auto name = [width](const std::string& text) { return text + std::string(width - text.size() + 2, ' '); };
     std::cout << name("scan") << "   degrees         mm\n" << std::fixed;
     for (const PoseError& scan : errors.scans) {
-        std::cout << name(scan.file);
+        std::cout << name(ToShown(scan.file));
         if (scan.ePlace != EPlace::Measured)
             std::cout << wordFor(scan.ePlace) << '\n';
         else

@@ -2,16 +2,17 @@
 #include "autosettings.h"
 #include "colourscale.h"
 #include "commands.h"
-#include "documenttext.h"
 #include "featuresizes.h"
 #include "featuresummary.h"
 #include "inputerror.h"
 #include "options.h"
+#include "outputcheck.h"
 #include "posesfile.h"
 #include "progress.h"
 #include "scanreader.h"
 #include "scanwriter.h"
 #include "settingsfile.h"
+#include "showntext.h"
 #include "textnumber.h"
 #include "vectors.h"
 
@@ -65,9 +66,7 @@ void checkCall(const FeaturesOptions& options)
     if (options.output.empty()) return;
     if (std::filesystem::path(options.output).extension() != ".ply")
         throw CInputError(options.output, "coloured points are written as PLY", "give a name that ends in .ply");
-    std::error_code error;
-    if (std::filesystem::equivalent(options.scan, options.output, error))
-        throw CInputError(options.output, "would replace the scan itself", "give another name");
+    RequireApart(options.output, {options.scan, options.settings.file});
     RequireWritable(options.output);
 }
 
@@ -127,7 +126,7 @@ void printCounts(const FeaturesOptions& options, const Features& features)
     const std::size_t tried = features.source.GetFeaturePointsV().size();
     const std::size_t found = features.source.GetNumFeatures();
     const std::size_t lost = features.uiRead - features.uiUsable;
-    std::cout << ToPrintable(options.scan) << '\n';
+    std::cout << ToShown(options.scan) << '\n';
     printRow("points read", features.uiRead, lost > 0 ? std::to_string(lost) + " unusable or at a place twice" : "");
     printRow("after reduction", features.source.GetNumPoints(), gridWords("grid", config.dGridSize, options));
     printRow("feature points", tried, gridWords("feature grid", config.dFeatureGridSize, options));
@@ -161,9 +160,10 @@ void writeColoured(const FeaturesOptions& options, const prereg::CFPFHDataSource
 
 int refuseEmpty(const FeaturesOptions& options, const Features& features)
 {
-    std::cerr << ToPrintable(options.scan) << ": no point has enough neighbours within "
-              << length(features.config.dFeatureRadius, options)
-              << " for a feature; set a larger dFeatureRadius or a smaller dFeatureGridSize with --settings\n";
+    Tell(ToShown(options.scan) + ": no point has enough neighbours within " +
+             length(features.config.dFeatureRadius, options) +
+             " for a feature; set a larger dFeatureRadius or a smaller dFeatureGridSize with --settings",
+         false);
     return NotEveryScan;
 }
 

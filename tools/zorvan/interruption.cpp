@@ -3,7 +3,7 @@
 #include "zorvan/runtime/sharedflag.h"
 
 #include <atomic>
-#include <csignal>
+#include <cstddef>
 
 namespace tools {
 
@@ -13,21 +13,26 @@ namespace {
 bool isRequested = false;
 static_assert(std::atomic_ref<bool>::is_always_lock_free);
 
-extern "C" void remember(int signal)
-{
-    Zorvan::WriteSharedFlag(isRequested, true);
-    std::signal(signal, SIG_DFL);
-}
+extern "C" void remember(int) { Zorvan::WriteSharedFlag(isRequested, true); }
 
 } // namespace
 
 CInterruption::CInterruption()
 {
     Zorvan::WriteSharedFlag(isRequested, false);
-    std::signal(SIGINT, &remember);
+    struct sigaction action = {};
+    action.sa_handler = &remember;
+    action.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND);
+    for (std::size_t i = 0; i < signals.size(); ++i) {
+        ::sigaction(signals[i], nullptr, &m_before[i]);
+        if (m_before[i].sa_handler != SIG_IGN) ::sigaction(signals[i], &action, nullptr);
+    }
 }
 
-CInterruption::~CInterruption() { std::signal(SIGINT, SIG_DFL); }
+CInterruption::~CInterruption()
+{
+    for (std::size_t i = 0; i < signals.size(); ++i) ::sigaction(signals[i], &m_before[i], nullptr);
+}
 
 bool CInterruption::IsRequested() const { return Zorvan::ReadSharedFlag(isRequested); }
 

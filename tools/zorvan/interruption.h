@@ -1,9 +1,13 @@
 #pragma once
 
+#include <array>
+#include <csignal>
+
 namespace tools {
 
-/// While it lives, Ctrl-C does not end the program but is remembered, so that long work can stop and keep what it has.
-/// A second Ctrl-C ends the program as usual. One at a time.
+/// While it lives, Ctrl-C and SIGTERM do not end the program but are remembered, so that long work can stop and keep
+/// what it has. The second of a kind ends the program as usual. One that is ignored from outside (nohup) stays so. One
+/// at a time.
 class CInterruption
 {
 public:
@@ -15,6 +19,11 @@ public:
     [[nodiscard]] bool IsRequested() const;
     /// The same as a flag for work that polls one.
     [[nodiscard]] const bool& GetFlag() const;
+
+private:
+    static constexpr std::array<int, 2> signals{SIGINT, SIGTERM};
+
+    std::array<struct sigaction, 2> m_before{};
 };
 
 } // namespace tools

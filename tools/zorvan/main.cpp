@@ -1,27 +1,44 @@
 #include "commands.h"
+#include "showntext.h"
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
 #include <exception>
 #include <iostream>
 #include <new>
 #include <string>
+#include <system_error>
 
 namespace {
 
-// File names and file contents reach the messages; neither may break the line or control the terminal.
-std::string oneLine(std::string text)
-{
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, ' ');
-    return text;
-}
-
 int refuse(const std::string& why)
 {
-    std::cerr << "zorvan: " << oneLine(why) << '\n';
+    std::cerr << tools::ToMessage("zorvan: " + why) << '\n';
     return tools::WrongInput;
+}
+
+// A result that is being written must not get the number of a closed standard stream, or messages would go into it.
+// What stands in can be read only, so that writing to it fails as to a closed one.
+void occupyStandardStreams()
+{
+    int descriptor = 0;
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = ::open("/dev/null", O_RDONLY);
+    if (descriptor >= 0) ::close(descriptor);
+}
+
+/// @return the exit code, that of a failure when what was printed has not arrived
+int withOutput(int exitCode)
+{
+    errno = 0;
+    std::cout.flush();
+    if (std::cout.good()) return exitCode;
+    const std::string why = errno != 0 ? ": " + std::generic_category().message(errno) : "";
+    return refuse("standard output cannot be written" + why + "; check where it goes");
 }
 
 int run(int argc, char** argv)
@@ -52,8 +69,10 @@ int run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    occupyStandardStreams();
+    std::signal(SIGPIPE, SIG_IGN); // a reader of messages that goes away does not end the work
     try {
-        return run(argc, argv);
+        return withOutput(run(argc, argv));
     } catch (const std::bad_alloc&) {
         return refuse("not enough memory for this input; give a smaller one");
     } catch (const std::exception& error) {

@@ -71,11 +71,11 @@ PairSearchResult SearchPair(const SurfelScan& fixScan, const SurfelScan& fltScan
     prereg::CRefinedPreRegistration search(fix, flt, searchConfig, SettingsForRefinement(config));
     if (options.isAll) search.SetEffort(std::numeric_limits<std::size_t>::max(), true);
     const bool isStopped = compute(search, searchConfig.uiNumPolygons, options.isQuiet);
-    const std::string seconds = "\nfeatures " + milliseconds(featuresDone - start) + ", search " +
-                                milliseconds(search.GetSearchTime()) + ", refinement " +
-                                milliseconds(Clock::now() - featuresDone - search.GetSearchTime());
-    return {search.GetCandidates(), (isStopped ? "stopped; this is what was found so far: " : "") +
-                                        search.GetStatistics().ToString() + seconds};
+    const std::string times = "features " + milliseconds(featuresDone - start) + ", search " +
+                              milliseconds(search.GetSearchTime()) + ", refinement " +
+                              milliseconds(Clock::now() - featuresDone - search.GetSearchTime());
+    return {search.GetCandidates(),
+            (isStopped ? "stopped; this is what was found so far: " : "") + search.GetStatistics().ToString(), times};
 }
 
 } // namespace tools

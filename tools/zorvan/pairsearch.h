@@ -16,7 +16,8 @@ using PairCandidate = prereg::CRefinedPreRegistration::Candidate;
 struct PairSearchResult
 {
     std::vector<PairCandidate> candidates; ///< best first
-    std::string words;                     ///< for the user: what became of the proposals, and the time it took
+    std::string words;                     ///< for the user: what became of the proposals
+    std::string times;                     ///< and what it took
 
     /// The first accepted candidate; when there is none, the rejected best one, or a default result.
     [[nodiscard]] prereg::ICPResult Best() const;

@@ -2,19 +2,26 @@
 #include "autosettings.h"
 #include "commands.h"
 #include "featureset.h"
+#include "filelock.h"
 #include "inputerror.h"
 #include "interruption.h"
 #include "lookatposes.h"
 #include "options.h"
+#include "outputcheck.h"
 #include "posesfile.h"
 #include "progress.h"
 #include "registerresults.h"
+#include "scanwriter.h"
 #include "session.h"
 #include "settingsfile.h"
+#include "showntext.h"
+#include "stagingfolder.h"
 #include "textnumber.h"
 
 #include "zorvan/numerics/quantile.h"
 #include "zorvan/preregistration/crefinedpreregistration.h"
+
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -40,14 +47,23 @@ struct RegisterOptions
     std::string session;
     std::string initial;
     bool isOptimized = false;
-    bool hasScale = false; ///< given by the user
+    bool isKeptGoing = false; ///< without scans that cannot be read
+    bool isWaiting = false;   ///< for the lock of another run
+    bool hasScale = false;    ///< given by the user
     bool hasGrid = false;
     GeneralOptions general;
     ScanFileOptions files;
     SettingsOptions settings;
 };
 
+constexpr const char* sSession = "session.zdoc";
+
 std::string nameOf(const std::string& file) { return std::filesystem::path(file).filename().string(); }
+
+std::filesystem::path sessionOf(const RegisterOptions& options)
+{
+    return std::filesystem::path(options.folder) / sSession;
+}
 
 /// Remembers how long the stages took, for one line at the end.
 class CStages
@@ -128,16 +144,65 @@ void checkCall(const RegisterOptions& options)
                           "a new one");
 }
 
+/// Nothing that is read is replaced, but for the session that goes on in its own place; and nothing that a run has
+/// written is taken for a scan.
+void checkFiles(const RegisterOptions& options)
+{
+    std::vector<std::string> inputs = options.scans;
+    inputs.push_back(options.initial);
+    inputs.push_back(options.settings.file);
+    RequireApart(sessionOf(options), inputs);
+    inputs.push_back(options.session);
+    for (const char* name : resultFiles) {
+        if (name != std::string(sSession)) RequireApart(std::filesystem::path(options.folder) / name, inputs);
+    }
+    for (const std::string& scan : options.scans) {
+        if (IsColouredResult(scan))
+            throw CInputError(scan, "a merged or coloured cloud that zorvan has written, not a scan",
+                              "leave it out; align takes it, if it is meant");
+    }
+}
+
+/// No other run goes on with the session, or writes into the folder, while the locks live.
+std::vector<CFileLock> lockSessions(const RegisterOptions& options)
+{
+    const std::filesystem::path written = std::filesystem::canonical(options.folder) / sSession;
+    std::set<std::filesystem::path> files{written}; // in one order, so that no two runs wait for each other
+    if (!options.session.empty()) {
+        const auto read = std::filesystem::weakly_canonical(std::filesystem::absolute(options.session));
+        // Where we cannot write, no run of ours changes it.
+        if (::access(read.parent_path().c_str(), W_OK) == 0) files.insert(read);
+    }
+    std::vector<CFileLock> locks;
+    for (const std::filesystem::path& file : files) {
+        locks.emplace_back(file, [&](const std::string& holder) {
+            if (!options.isWaiting)
+                throw CInputError(file, "in use by " + holder, "wait until it has ended, or call again with --wait");
+            Tell("waiting for " + holder + ", which uses " + file.string(), options.general.isQuiet);
+        });
+    }
+    return locks;
+}
+
+void leaveOut(const std::string& why) { Tell("left out: " + why, false); }
+
 std::vector<SurfelScan> readScans(const RegisterOptions& options)
 {
     const ScanOptions scanOptions = options.files.ToScanOptions();
     std::vector<SurfelScan> scans;
     CProgress progress("reading", options.scans.size(), options.general.isQuiet);
     for (const std::string& file : options.scans) {
-        scans.push_back(LoadScan(file, scanOptions));
+        try {
+            scans.push_back(LoadScan(file, scanOptions));
+        } catch (const CInputError& error) {
+            if (options.scans.size() == 1) throw;
+            if (!options.isKeptGoing) throw CInputError(std::string(error.what()) + ", or leave it out: --keep-going");
+            leaveOut(error.what());
+        }
         progress.Step();
     }
     progress.Finish();
+    if (scans.empty() && !options.scans.empty()) throw CInputError("none of the scans can be read; check the files");
     for (const SurfelScan& scan : scans) Tell(scan.Warning(), options.general.isQuiet);
     return scans;
 }
@@ -190,6 +255,19 @@ private:
     std::size_t m_cluster = 0;
 };
 
+/// Nothing for one whose sizes do not suit the settings, when the run goes on without it.
+std::shared_ptr<const prereg::CFPFHPointSet> computeFeatures(const RegisterOptions& options, const SurfelScan& scan,
+                                                             const prereg::ConfigurationFPFH& config)
+{
+    try {
+        return ComputeFeatureSet(scan, config, options.general.uiNumThreads, options.files.dMmPerUnit);
+    } catch (const CInputError& error) {
+        if (!options.isKeptGoing) throw;
+        leaveOut(error.what());
+        return nullptr;
+    }
+}
+
 /// @return whether all scans could be added
 bool addScans(const RegisterOptions& options, const std::vector<SurfelScan>& scans, const CInitialPoses& initial,
               CSession& session)
@@ -197,16 +275,18 @@ bool addScans(const RegisterOptions& options, const std::vector<SurfelScan>& sca
     const prereg::ConfigurationFPFH config = SettingsForSearch(session.GetRegistration().GetRegistrationConfig());
     CProgress progress("features", scans.size(), options.general.isQuiet);
     std::string refused;
+    std::size_t added = 0;
     for (const SurfelScan& scan : scans) {
-        const auto set = ComputeFeatureSet(scan, config, options.general.uiNumThreads, options.files.dMmPerUnit);
-        if (!session.Add(scan, set, initial.Of(scan.file)))
+        const auto set = computeFeatures(options, scan, config);
+        if (set && session.Add(scan, set, initial.Of(scan.file)))
+            ++added;
+        else if (set)
             refused += (refused.empty() ? "" : ", ") + scan.file.filename().string();
         progress.Step();
     }
     progress.Finish();
-    if (refused.empty()) return true;
-    std::cerr << "left out, too few points or features: " << refused << '\n';
-    return false;
+    if (!refused.empty()) leaveOut("too few points or features: " + refused);
+    return added == options.scans.size();
 }
 
 /// @param share  of the polygons that the settings allow
@@ -275,16 +355,26 @@ int report(const RegistrationTable& table, bool isComplete)
     return isComplete && std::all_of(table.scans.begin(), table.scans.end(), isWithFirst) ? Done : NotEveryScan;
 }
 
+/// The folder is there, and every result can be written into it.
+void prepareFolder(const std::filesystem::path& folder)
+{
+    MakeFolder(folder);
+    RequireWritable(folder / sSession);
+    for (const char* name : resultFiles) RequireReplaceable(folder / name);
+}
+
 int registerScans(RegisterOptions options)
 {
     // To a search, what the library warns of is everyday business.
     if (options.general.logLevel.empty()) options.general.logLevel = "error";
     options.general.Apply();
     checkCall(options);
+    checkFiles(options);
     const std::filesystem::path folder = options.folder;
     const CInitialPoses initial(options);
-    MakeFolder(folder);
-    RequireWritable(folder / "session.zdoc");
+    prepareFolder(folder);
+    const std::vector<CFileLock> locks = lockSessions(options);
+    if (!options.session.empty()) TidyStagingFolders(std::filesystem::path(options.session).parent_path());
 
     CStages stages;
     Zorvan::CJobScheduler scheduler(options.general.uiNumThreads);
@@ -306,8 +396,9 @@ int registerScans(RegisterOptions options)
 
     Tell(stages.Words(), options.general.isQuiet);
     if (interruption.IsRequested())
-        std::cerr << "stopped; this is what was found so far, and --session " << (folder / "session.zdoc").string()
-                  << " goes on from there\n";
+        Tell("stopped; this is what was found so far, and --session " + sessionOf(options).string() +
+                 " goes on from there",
+             false);
     return report(table, isComplete && !interruption.IsRequested());
 }
 
@@ -326,11 +417,17 @@ void AddRegister(CLI::App& app, int& exitCode)
                         "Poses file with rough poses of some or all scans; they are tried before a\nsearch");
     command->add_flag("--optimize", options->isOptimized,
                       "Refine all poses together afterwards; scans that do not agree with the others\nleave them");
+    command->add_flag("--keep-going", options->isKeptGoing,
+                      "Leave out scans that cannot be read, instead of ending; those with too few points\n"
+                      "or features are always left out");
+    command->add_flag("--wait", options->isWaiting,
+                      "Wait for another run that uses the session or the folder, instead of ending");
     options->files.AddTo(*command);
     options->settings.AddTo(*command);
     options->general.AddTo(*command, "Threads that work; the result does not depend on it");
-    command->footer("Ctrl-C ends the search and writes what has been found.\n"
-                    "Exit code 0: all scans are in one frame; 1: not all; 2: wrong call or unreadable input.\n\n"
+    command->footer("Ctrl-C and SIGTERM end the search and write what has been found.\n"
+                    "Exit code 0: all scans are in one frame; 1: not all, or one was left out; 2: wrong call,\n"
+                    "unreadable input or unwritable output.\n\n"
                     "Examples:\n"
                     "  zorvan register scans/*.ply -o out --optimize\n"
                     "  zorvan register bunny/*.ply --scale 1000 -o out\n"

@@ -4,6 +4,8 @@
 #include "report.h"
 #include "scancolours.h"
 #include "scanwriter.h"
+#include "showntext.h"
+#include "stagingfolder.h"
 #include "textnumber.h"
 
 #include <algorithm>
@@ -88,17 +90,19 @@ void WriteRegistration(const std::filesystem::path& folder, const CSession& sess
         const auto set = session.GetRegistration().GetPointSetAndTransform(file.id).first;
         surfaces.push_back({set->GetPoints(), set->GetNormals()});
     }
-    WritePoses(folder / "poses.json", toPoses(table));
-    writeMerged(folder / "merged.ply", session, table);
-    WriteReport(folder / "report.html", table, surfaces);
-    session.Save(folder / "session.zdoc");
+    CStagingFolder staging(folder);
+    WritePoses(staging / "poses.json", toPoses(table));
+    writeMerged(staging / "merged.ply", session, table);
+    WriteReport(staging / "report.html", table, surfaces);
+    session.Save(staging / "session.zdoc");
+    staging.Publish();
 }
 
 std::string ToText(const RegistrationTable& table)
 {
     const std::string unit = UnitName(table.dMmPerUnit);
     std::size_t width = 4;
-    for (const ScanRow& scan : table.scans) width = std::max(width, scan.file.size());
+    for (const ScanRow& scan : table.scans) width = std::max(width, ToShown(scan.file).size());
     std::ostringstream out;
     const auto line = [&](const std::string& scan, const std::string& cluster, const std::string& overlap,
                           const std::string& rmse, const std::string& slip, const std::string& verdict) {
@@ -112,7 +116,8 @@ std::string ToText(const RegistrationTable& table)
         ++number;
         for (const std::size_t i : members) {
             const ScanRow& scan = table.scans[i];
-            line(scan.file, std::to_string(number), std::isfinite(scan.dOverlap) ? ToText(scan.dOverlap, 2) : "-",
+            line(ToShown(scan.file), std::to_string(number),
+                 std::isfinite(scan.dOverlap) ? ToText(scan.dOverlap, 2) : "-",
                  lengthText(scan.dRmse, table.dMmPerUnit), lengthText(scan.dSlip, table.dMmPerUnit), scan.verdict);
         }
     }

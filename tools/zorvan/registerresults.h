@@ -3,13 +3,17 @@
 #include "registrationtable.h"
 #include "session.h"
 
+#include <array>
 #include <filesystem>
 #include <string>
 
 namespace tools {
 
-/// Writes poses.json, merged.ply, report.html and session.zdoc into the folder, each whole or not at all; the session
-/// last, so that it never tells of more than the others show. @throws CInputError
+/// The files of a registration.
+inline constexpr std::array<const char*, 4> resultFiles{"merged.ply", "poses.json", "report.html", "session.zdoc"};
+
+/// Writes them into the folder, all or none, see `CStagingFolder`; the session last, so that it never tells of more
+/// than the others show. @throws CInputError
 void WriteRegistration(const std::filesystem::path& folder, const CSession& session, const RegistrationTable& table);
 
 /// A line a scan, by cluster, and one below in words; lengths in the unit of the files.

@@ -5,6 +5,8 @@
 #include "joinpoints.h"
 #include "meshreader.h"
 #include "plyreader.h"
+#include "scanwriter.h"
+#include "showntext.h"
 #include "xyzreader.h"
 
 #include <algorithm>
@@ -79,6 +81,11 @@ Sensor scaledSensor(const ScanOptions& options)
 void requirePoints(const SurfelScan& surfels, const Scan& scan, const std::string& what)
 {
     if (scan.points.size() >= uiFewestPoints) return;
+    if (surfels.uiRead < uiFewestPoints)
+        throw CInputError(surfels.file,
+                          "holds " + std::to_string(surfels.uiRead) + (surfels.uiRead == 1 ? " point" : " points") +
+                              ", and no surface has fewer than " + std::to_string(uiFewestPoints),
+                          "give a scan of a surface");
     throw CInputError(surfels.file,
                       "only " + std::to_string(scan.points.size()) + " of " + std::to_string(surfels.uiRead) +
                           " points " + what,
@@ -100,12 +107,15 @@ Scan ReadScan(const std::filesystem::path& file)
 
 std::string SurfelScan::Warning() const
 {
-    if (uiNotFinite == 0 && uiNoNormal * uiNotable < uiRead) return {};
-    std::string text = file.string() + ": of " + std::to_string(uiRead) + " points, dropped ";
-    if (uiNotFinite > 0) text += std::to_string(uiNotFinite) + " that are not finite or beyond 1e9 mm";
-    if (uiNotFinite > 0 && uiNoNormal > 0) text += " and ";
-    if (uiNoNormal > 0) text += std::to_string(uiNoNormal) + " without a normal";
-    return text;
+    std::string text;
+    if (isResult) text = "a merged or coloured cloud that zorvan has written is taken for a scan";
+    if (uiNotFinite > 0 || uiNoNormal * uiNotable >= uiRead) {
+        text += (text.empty() ? "of " : "; of ") + std::to_string(uiRead) + " points, dropped ";
+        if (uiNotFinite > 0) text += std::to_string(uiNotFinite) + " that are not finite or beyond 1e9 mm";
+        if (uiNotFinite > 0 && uiNoNormal > 0) text += " and ";
+        if (uiNoNormal > 0) text += std::to_string(uiNoNormal) + " without a normal";
+    }
+    return text.empty() ? text : ToShown(file.string()) + ": " + text;
 }
 
 SurfelScan LoadScan(const std::filesystem::path& file, const ScanOptions& options)
@@ -113,6 +123,7 @@ SurfelScan LoadScan(const std::filesystem::path& file, const ScanOptions& option
     Scan scan = ReadScan(file);
     SurfelScan surfels;
     surfels.file = file;
+    surfels.isResult = IsColouredResult(file);
     surfels.uiRead = scan.points.size();
     scaleScan(scan, options.dMmPerUnit);
     surfels.uiNotFinite = dropPoints(scan, [&](std::size_t i) { return isUsable(scan.points[i]); });

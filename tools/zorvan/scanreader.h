@@ -30,9 +30,10 @@ struct SurfelScan
     std::size_t uiNotFinite = 0; ///< dropped: a coordinate is NaN or beyond 1e9 mm
     std::size_t uiJoined = 0;    ///< dropped: another point is at exactly the same place
     std::size_t uiNoNormal = 0;  ///< dropped: no normal could be found
+    bool isResult = false;       ///< a coloured cloud that the program has written itself
 
-    /// One line for the user when points were dropped that should not have been there, else empty. Joined points are
-    /// not worth a word.
+    /// One line for the user when points were dropped that should not have been there, or when this is no scan, else
+    /// empty. Joined points are not worth a word.
     [[nodiscard]] std::string Warning() const;
 };
 

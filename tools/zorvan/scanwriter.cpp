@@ -5,11 +5,15 @@
 
 #include <bit>
 #include <cstdint>
+#include <fstream>
 #include <string>
 
 namespace tools {
 
 namespace {
+
+const std::string sStart = "ply\nformat binary_little_endian 1.0\n";
+const std::string sResult = "comment a result of zorvan, not a scan\n";
 
 void append(std::string& bytes, std::uint32_t value)
 {
@@ -29,7 +33,7 @@ void append(std::string& bytes, const Rgb& colour)
 
 std::string headerOf(const Scan& scan, bool isColoured)
 {
-    std::string header = "ply\nformat binary_little_endian 1.0\nelement vertex " + std::to_string(scan.points.size()) +
+    std::string header = sStart + (isColoured ? sResult : "") + "element vertex " + std::to_string(scan.points.size()) +
                          "\nproperty float x\nproperty float y\nproperty float z\n";
     if (!scan.normals.empty()) header += "property float nx\nproperty float ny\nproperty float nz\n";
     if (isColoured) header += "property uchar red\nproperty uchar green\nproperty uchar blue\n";
@@ -54,6 +58,15 @@ void WritePly(const std::filesystem::path& file, const Scan& scan, double unitsP
         for (const std::uint32_t corner : face) append(bytes, corner);
     }
     WriteFileAtomically(file, bytes);
+}
+
+bool IsColouredResult(const std::filesystem::path& file)
+{
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(file, error)) return false; // a pipe would wait for its writer
+    std::string bytes(sStart.size() + sResult.size(), '\0');
+    std::ifstream(file, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return bytes == sStart + sResult;
 }
 
 } // namespace tools

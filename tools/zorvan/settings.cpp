@@ -1,9 +1,10 @@
 #include "atomicfile.h"
 #include "autosettings.h"
 #include "commands.h"
-#include "documenttext.h"
 #include "options.h"
+#include "outputcheck.h"
 #include "settingsfile.h"
+#include "showntext.h"
 #include "textnumber.h"
 
 #include <iostream>
@@ -34,13 +35,16 @@ std::string write(const SettingsCall& call)
         heading += " Changed by " + call.settings + ".";
         config = WithSettings(config, ReadSettingsFile(call.settings));
     }
-    return WriteSettingsText(config, ToPrintable(heading));
+    return WriteSettingsText(config, ToShown(heading));
 }
 
 int settings(const SettingsCall& call)
 {
     call.general.Apply();
-    if (!call.output.empty()) RequireWritable(call.output);
+    if (!call.output.empty()) {
+        RequireApart(call.output, {call.settings});
+        RequireWritable(call.output);
+    }
     const std::string text = write(call);
     if (call.output.empty())
         std::cout << text;

@@ -1,10 +1,13 @@
 #include "atomicfile.h"
 #include "commands.h"
+#include "filelock.h"
 #include "inputerror.h"
 #include "options.h"
 #include "posesfile.h"
 #include "progress.h"
 #include "scanwriter.h"
+#include "showntext.h"
+#include "stagingfolder.h"
 #include "textnumber.h"
 #include "virtualscanner.h"
 
@@ -52,7 +55,7 @@ void checkNoise(double noise)
     if (!(noise >= 0.0) || !(noise <= 10.0)) throw CInputError("--noise must be between 0 and 10 millimetres");
 }
 
-std::size_t writeViews(const SimulateOptions& options, const CVirtualScanner& scanner)
+std::size_t writeViews(const SimulateOptions& options, const CVirtualScanner& scanner, const CStagingFolder& staging)
 {
     std::size_t points = 0;
     CProgress progress("scanning", scanner.GetSettings().uiNumViews, options.general.isQuiet);
@@ -60,7 +63,7 @@ std::size_t writeViews(const SimulateOptions& options, const CVirtualScanner& sc
         Scan scan = scanner.Render(view).scan;
         points += scan.points.size();
         scan.normals.clear(); // as from a scanner: readers take them from the faces
-        WritePly(options.folder / (nameOf(view) + ".ply"), scan);
+        WritePly(staging / (nameOf(view) + ".ply"), scan);
         progress.Step();
     }
     progress.Finish();
@@ -74,21 +77,26 @@ int simulate(const SimulateOptions& options)
     const std::vector<double> rough = ParseNumbers("--rough", options.rough, 2);
     MakeFolder(options.folder);
     RequireWritable(options.folder / "truth.json");
+    const CFileLock lock(options.folder / "truth.json", [&](const std::string& holder) {
+        throw CInputError(options.folder, "in use by " + holder, "wait until it has ended, or give another folder");
+    });
 
     VirtualScannerSettings settings = options.scanner;
     settings.uiNumThreads = options.general.uiNumThreads;
     if (options.uiNumPoints > 0) settings.dPixelSpacing = CVirtualScanner(settings).FindSpacing(options.uiNumPoints);
     const CVirtualScanner scanner(settings);
-    const std::size_t points = writeViews(options, scanner);
+    CStagingFolder staging(options.folder);
+    const std::size_t points = writeViews(options, scanner, staging);
 
     const std::vector<prereg::CTrafo> truth = posesInFirst(scanner);
     const Vector3 middle = scanner.GetPose(0).GetInverse(true) * Vector3(0, 0, 0);
-    WritePoses(options.folder / "truth.json", toFile(truth, "truth"));
-    WritePoses(options.folder / "rough.json",
+    WritePoses(staging / "truth.json", toFile(truth, "truth"));
+    WritePoses(staging / "rough.json",
                toFile(DisturbPoses(truth, middle, rough[0], rough[1], settings.uiSeed), "rough"));
+    staging.Publish();
     std::cout << settings.uiNumViews << " scans with " << points
               << " points, truth.json and rough.json (start poses off by " << ToText(rough[0]) << " degrees and "
-              << ToText(rough[1]) << " mm) are in " << options.folder.string() << '\n';
+              << ToText(rough[1]) << " mm) are in " << ToShown(options.folder.string()) << '\n';
     return Done;
 }
 
