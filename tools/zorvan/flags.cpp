@@ -183,8 +183,8 @@ void AddFlags(CLI::App& app, int& exitCode)
         app.add_subcommand("flags", "The store of flags that running programs share: set, get, list, clear");
     command->require_subcommand(1);
     command->footer(
-        "A store lives as long as some process holds it. Settings under ConfigurationFPFH change every\n"
-        "registration that starts meanwhile. Exit code 0: done; 1: there is no such flag; 2: wrong call.\n\n"
+        "A store lives as long as some process holds it. Settings under ConfigurationFPFH change the\n"
+        "commands that name it with --store. Exit code 0: done; 1: there is no such flag; 2: wrong call.\n\n"
         "Examples:\n"
         "  zorvan flags set ConfigurationFPFH '{\"uiNumSamples\" : 2000}' --hold 60 &\n"
         "  zorvan flags list\n"

@@ -3,6 +3,7 @@
 #include "documenttext.h"
 #include "inputerror.h"
 #include "settingsfile.h"
+#include "showntext.h"
 #include "textnumber.h"
 
 #include "zorvan/platform/clogger.h"
@@ -74,16 +75,15 @@ void SettingsOptions::AddTo(CLI::App& command)
     command.add_option("--settings", file,
                        "File with settings that replace the automatic ones; zorvan settings prints all");
     command.add_option("--store", store,
-                       std::string("Store of flags whose settings count even more, see zorvan flags; \"\" for\nnone "
-                                   "(default ") +
-                           sDefaultStore + ")");
+                       std::string("Store of flags whose settings count even more, such as ") + sDefaultStore +
+                           ";\nsee zorvan flags (default: none)");
 }
 
 bson::object SettingsOptions::Read(bool isQuiet) const
 {
     const bson::object fromFile = file.empty() ? bson::object() : ReadSettingsFile(file);
     const bson::object stored = ReadStoredSettings(store);
-    if (stored) Tell(ToPrintable("settings of the flag store " + store + " are in force: " + stored.dump()), isQuiet);
+    if (stored) Tell("settings of the flag store " + store + " are in force: " + stored.dump(), isQuiet);
     return fromFile.update(stored);
 }
 
@@ -104,7 +104,7 @@ std::vector<double> ParseNumbers(const std::string& option, const std::string& t
 
 void Tell(const std::string& text, bool isQuiet)
 {
-    if (!isQuiet && !text.empty()) std::cerr << text << '\n';
+    if (!isQuiet && !text.empty()) std::cerr << ToMessage(text) << '\n';
 }
 
 } // namespace tools

@@ -45,7 +45,7 @@ struct ScanFileOptions
 struct SettingsOptions
 {
     std::string file;
-    std::string store = sDefaultStore; ///< empty: none is looked at
+    std::string store; ///< empty: none is looked at
 
     void AddTo(CLI::App& command);
     /// Both in one document, the store's over the file's; empty when nothing is set. Says so when the store has some,
