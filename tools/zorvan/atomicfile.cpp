@@ -1,25 +1,17 @@
 #include "atomicfile.h"
 
-#include "inputerror.h"
 #include "stagingfolder.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <string>
 #include <system_error>
 #include <utility>
 
 namespace tools {
 
 namespace {
-
-[[noreturn]] void fail(const std::filesystem::path& file, int error)
-{
-    throw CInputError(PublishedPath(file), "cannot be written: " + std::generic_category().message(error),
-                      "check the folder, its permissions and the disk");
-}
 
 /// A file that was not there before.
 class CNewFile
@@ -28,7 +20,7 @@ public:
     explicit CNewFile(const std::filesystem::path& file)
         : m_file(file), m_descriptor(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666))
     {
-        if (m_descriptor < 0) fail(m_file, errno);
+        if (m_descriptor < 0) RefuseWriting(m_file, errno);
     }
     CNewFile(const CNewFile&) = delete;
     CNewFile& operator=(const CNewFile&) = delete;
@@ -42,7 +34,7 @@ public:
         while (!bytes.empty()) {
             const ssize_t written = ::write(m_descriptor, bytes.data(), bytes.size());
             if (written < 0 && errno == EINTR) continue;
-            if (written <= 0) fail(m_file, errno);
+            if (written <= 0) RefuseWriting(m_file, errno);
             bytes.remove_prefix(static_cast<std::size_t>(written));
         }
     }
@@ -50,8 +42,8 @@ public:
     // The bytes have to be on the disk before the final name points to them, or a power cut leaves an empty file.
     void Close()
     {
-        if (::fsync(m_descriptor) != 0) fail(m_file, errno);
-        if (::close(std::exchange(m_descriptor, -1)) != 0) fail(m_file, errno);
+        if (::fsync(m_descriptor) != 0) RefuseWriting(m_file, errno);
+        if (::close(std::exchange(m_descriptor, -1)) != 0) RefuseWriting(m_file, errno);
     }
 
 private:
@@ -82,7 +74,7 @@ void MakeFolder(const std::filesystem::path& folder)
 {
     std::error_code error;
     std::filesystem::create_directories(folder, error);
-    if (!std::filesystem::is_directory(folder)) fail(folder, error ? error.value() : ENOTDIR);
+    if (!std::filesystem::is_directory(folder)) RefuseWriting(folder, error ? error.value() : ENOTDIR);
 }
 
 } // namespace tools

@@ -30,15 +30,6 @@ int openLockFile(const std::string& name)
     return descriptor;
 }
 
-/// Its last holder removes the file, and a lock on what has no name any more keeps nobody out.
-bool hasName(int descriptor, const std::string& name)
-{
-    struct stat opened = {};
-    struct stat named = {};
-    return ::fstat(descriptor, &opened) == 0 && ::lstat(name.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
-           opened.st_ino == named.st_ino;
-}
-
 std::string holderOf(int descriptor)
 {
     std::array<char, 20> digits{};
@@ -57,10 +48,18 @@ bool lock(int descriptor, const std::string& name, const CFileLock::WhenHeld& wh
         while (::flock(descriptor, LOCK_EX) != 0)
             if (errno != EINTR) fail(name, errno);
     }
-    return hasName(descriptor, name);
+    return HasName(descriptor, name); // its last holder removes the file, and then a lock on it keeps nobody out
 }
 
 } // namespace
+
+bool HasName(int descriptor, const std::filesystem::path& path)
+{
+    struct stat opened = {};
+    struct stat named = {};
+    return ::fstat(descriptor, &opened) == 0 && ::lstat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
+           opened.st_ino == named.st_ino;
+}
 
 CFileLock::CFileLock(const std::filesystem::path& file, const WhenHeld& whenHeld) : m_name(file.string() + ".lock")
 {

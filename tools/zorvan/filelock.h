@@ -29,4 +29,7 @@ private:
     int m_descriptor = -1;
 };
 
+/// Whether the open file or folder is still what the path leads to; another process may have removed or replaced it.
+[[nodiscard]] bool HasName(int descriptor, const std::filesystem::path& path);
+
 } // namespace tools

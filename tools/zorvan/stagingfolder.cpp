@@ -1,5 +1,6 @@
 #include "stagingfolder.h"
 
+#include "filelock.h"
 #include "inputerror.h"
 
 #include <fcntl.h>
@@ -24,21 +25,6 @@ const std::string sMaking = ".zorvan-making-";
 const std::string sPromise = ".zorvan-whole-";
 
 bool hasPrefix(const fs::path& name, const std::string& prefix) { return name.string().starts_with(prefix); }
-
-[[noreturn]] void fail(const fs::path& file, int error)
-{
-    throw CInputError(PublishedPath(file), "cannot be written: " + std::generic_category().message(error),
-                      "check the folder, its permissions and the disk");
-}
-
-/// Whether the open folder is what the path leads to; another process may have removed it.
-bool isStillThere(int descriptor, const fs::path& path)
-{
-    struct stat opened = {};
-    struct stat named = {};
-    return ::fstat(descriptor, &opened) == 0 && ::lstat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
-           opened.st_ino == named.st_ino;
-}
 
 int openFolder(const fs::path& path) { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }
 
@@ -67,7 +53,7 @@ std::vector<fs::path> namesIn(const fs::path& folder)
 void moveAll(const fs::path& from, const fs::path& to)
 {
     for (const fs::path& name : namesIn(from)) {
-        if (::rename((from / name).c_str(), (to / name).c_str()) != 0) fail(to / name, errno);
+        if (::rename((from / name).c_str(), (to / name).c_str()) != 0) RefuseWriting(to / name, errno);
     }
     ::rmdir(from.c_str());
 }
@@ -100,11 +86,11 @@ CStagingFolder::CStagingFolder(const fs::path& folder) : m_folder(folder.empty()
     do {
         if (m_lock >= 0) ::close(m_lock);
         std::string name = (m_folder / (sMaking + "XXXXXX")).string();
-        if (::mkdtemp(name.data()) == nullptr) fail(m_folder, errno);
+        if (::mkdtemp(name.data()) == nullptr) RefuseWriting(m_folder, errno);
         m_path = name;
         m_lock = openFolder(m_path);
         if (m_lock >= 0) ::flock(m_lock, LOCK_EX); // where there are no locks, nobody tidies
-    } while (m_lock < 0 || !isStillThere(m_lock, m_path));
+    } while (m_lock < 0 || !HasName(m_lock, m_path));
 }
 
 CStagingFolder::~CStagingFolder()
@@ -121,7 +107,7 @@ void CStagingFolder::Publish()
     if (names.size() > 1) {
         const std::string random = m_path.filename().string().substr(sMaking.size());
         const fs::path promise = m_folder / (sPromise + random);
-        if (::fsync(m_lock) != 0 || ::rename(m_path.c_str(), promise.c_str()) != 0) fail(m_folder, errno);
+        if (::fsync(m_lock) != 0 || ::rename(m_path.c_str(), promise.c_str()) != 0) RefuseWriting(m_folder, errno);
         m_path = promise;
         m_isPromised = true;
     }
@@ -141,6 +127,12 @@ fs::path PublishedPath(const fs::path& staged)
         if (!hasPrefix(part, sMaking) && !hasPrefix(part, sPromise)) path /= part;
     }
     return path;
+}
+
+void RefuseWriting(const fs::path& file, int error)
+{
+    throw CInputError(PublishedPath(file), "cannot be written: " + std::generic_category().message(error),
+                      "check the folder, its permissions and the disk");
 }
 
 void RequireReplaceable(const fs::path& file)

@@ -45,6 +45,9 @@ void TidyStagingFolders(const std::filesystem::path& folder);
 /// The path at which a staged file will appear, for messages.
 [[nodiscard]] std::filesystem::path PublishedPath(const std::filesystem::path& staged);
 
+/// The one line for a file, staged or not, that an error of the system keeps from being written. @throws CInputError
+[[noreturn]] void RefuseWriting(const std::filesystem::path& file, int error);
+
 /// @throws CInputError when the name belongs to a folder or a device: renaming over a device would replace it, and over
 ///         a folder fail only after the work is done
 void RequireReplaceable(const std::filesystem::path& file);
