@@ -53,7 +53,7 @@ std::string ToMessage(std::string_view text)
 {
     constexpr std::string_view gap = " ... ";
     constexpr std::size_t half = (uiLongestMessage - gap.size()) / 2;
-    const std::string shown = ToShown(text);
+    std::string shown = ToShown(text);
     const auto begins = [](char c) { return !isContinuation(c); };
     const auto characters = static_cast<std::size_t>(std::count_if(shown.begin(), shown.end(), begins));
     if (characters <= uiLongestMessage) return shown;
