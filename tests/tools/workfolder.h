@@ -97,7 +97,8 @@ public:
     /// @param name  of the files with its output
     [[nodiscard]] Running Start(const std::string& name, const std::string& arguments) const
     {
-        for (const char* stream : {".out", ".err"}) std::filesystem::remove(*this / (name + stream)); // of an earlier one
+        for (const char* stream : {".out", ".err"})
+            std::filesystem::remove(*this / (name + stream)); // of an earlier one
         return {*this, name, commandFor("exec ", arguments, ">" + name + ".out 2>" + name + ".err")};
     }
 
