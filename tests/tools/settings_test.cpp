@@ -96,7 +96,7 @@ TEST(SettingsText, IsRefusedWithPlaceAndReason)
         {"{'dMaxRMSE' : 1e999}", "a value is needed"},
         {"{'uiNumSamples' : -1}", "whole number from 0"},
         {"{'uiNumSamples' : 1000001}", "whole number from 0"},
-        {"{'uiNumSamples' : 2.0}", "whole number from 0"},
+        {"{'uiNumSamples' : 2.0}", "uiNumSamples needs a whole number"},
         {"{'icpConfig' : 1}", "icpConfig needs {"},
         {"{'dMaxRMSE' : 1", "line 1: the text ends too early"},
         {"{'dMaxRMSE' : 1}\n}", "line 2, column 1: nothing may follow"},
