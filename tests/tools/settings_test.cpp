@@ -95,7 +95,8 @@ TEST(SettingsText, IsRefusedWithPlaceAndReason)
         {"{'dMaxRMSE' : 2147483648}", "too large"},
         {"{'dMaxRMSE' : 1e999}", "a value is needed"},
         {"{'uiNumSamples' : -1}", "whole number from 0"},
-        {"{'uiNumSamples' : 1000001}", "whole number from 0"},
+        {"{'uiNumSamples' : 1000001}", "whole number from 0 to 1000000"},
+        {"{'uiNumNeighbors' : 201}", "uiNumNeighbors needs a whole number from 0 to 200"},
         {"{'uiNumSamples' : 2.0}", "uiNumSamples needs a whole number"},
         {"{'icpConfig' : 1}", "icpConfig needs {"},
         {"{'dMaxRMSE' : 1", "line 1: the text ends too early"},
@@ -136,6 +137,8 @@ TEST(SettingsCommand, PrintsWhatAlignChoosesForTheSameGrid)
     expectRefusal(folder.Run(set("ConfigurationFPFH \"{'uiNumSample' : 1}\"")), "uiNumSamples");
     ASSERT_TRUE(flags.Set(element("ConfigurationFPFH", object(element("dGridSize", "wide")))));
     expectRefusal(folder.Run(align), "ConfigurationFPFH in the flag store");
+    ASSERT_TRUE(flags.Set(element("ConfigurationFPFH", object(element("uiNumNeighbors", 1000000)))));
+    expectRefusal(folder.Run(align), "uiNumNeighbors needs a whole number from 0 to 200");
 }
 
 TEST(FlagsCommand, SharesValuesOfEveryKind)

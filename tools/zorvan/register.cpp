@@ -277,8 +277,8 @@ int report(const RegistrationTable& table, bool isComplete)
 
 int registerScans(RegisterOptions options)
 {
-    // To a search, what the library warns of is everyday business.
-    if (options.general.logLevel.empty()) options.general.logLevel = "error";
+    // To a search, what the library warns of is everyday business, and its errors end in a verdict or a refusal.
+    if (options.general.logLevel.empty()) options.general.logLevel = "fatal";
     options.general.Apply();
     checkCall(options);
     const std::filesystem::path folder = options.folder;

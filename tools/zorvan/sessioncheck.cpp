@@ -187,7 +187,7 @@ std::string WhatIsWrongWith(const CClusterRegistration& registration, const Scan
     if (const std::string why = WhatIsWrongWith(registration.GetRegistrationConfig()); !why.empty()) return why;
     if (!isConsistent(registration, files) || !areClustersResolved(registration))
         return "its scans and its clusters do not fit each other";
-    if (!arePosesRigid(registration)) return "a pose is none";
+    if (!arePosesRigid(registration)) return "a pose scales, or is not finite or beyond 1e10 mm";
     if (const std::string why = whatIsWrongWithSurfaces(registration, files); !why.empty()) return why;
     return whatIsWrongWithPlaces(registration, files);
 }
