@@ -122,11 +122,11 @@ std::shared_ptr<const prereg::CFPFHPointSet> bumps(float fromX, float toX, float
     return std::make_shared<const prereg::CFPFHPointSet>(points, normals, points, normals, features);
 }
 
-/// Eight strips, each on the next one, and a scan across all of them that has a seventh of its points on each.
+/// Eight strips, each on the next one, and a scan across all of them with a quarter of its points near each.
 TEST(Session, HoldsAScanThatLiesOnSeveralWithTooLittleOnEach)
 {
     prereg::ConfigurationFPFH config = tools::AllSettingsForGrid(0.5);
-    config.icpConfig.dMinOverlapRatio = 0.4;
+    config.icpConfig.dMinOverlapRatio = 0.6;
     std::vector<tools::CSession::ScanFile> files;
     std::vector<CClusterRegistration::EntityTuple> entities;
     const auto add = [&](const auto& set, const CTrafo& pose) {
