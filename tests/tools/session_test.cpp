@@ -81,7 +81,7 @@ std::vector<Damage> damagesOf(const object& document)
             {"has points that are not finite or beyond 1e9 mm", ofFirst(farAway)},
             {"uiNumSamples needs a whole number from 0 to 1000000", setIcp({"uiNumSamples", 4294967295U})},
             {"dMaxRMSE needs a finite number", setIcp({"dMaxRMSE", std::numeric_limits<double>::infinity()})},
-            {"uiNumNeighbors needs a whole number from 0 to 200", setTo({"uiNumNeighbors", 1000000U})},
+            {"uiNumNeighbors needs a whole number from 0 to 100", setTo({"uiNumNeighbors", 1000000U})},
             {apart, with(document, element::make_uuid("primary_cluster_id", &other))},
             {apart, document.update(inside(
                         "clustering", element("cluster", object(element::make_uuid("primary_entity_id", &other)))))},

@@ -96,7 +96,7 @@ TEST(SettingsText, IsRefusedWithPlaceAndReason)
         {"{'dMaxRMSE' : 1e999}", "a value is needed"},
         {"{'uiNumSamples' : -1}", "whole number from 0"},
         {"{'uiNumSamples' : 1000001}", "whole number from 0 to 1000000"},
-        {"{'uiNumNeighbors' : 201}", "uiNumNeighbors needs a whole number from 0 to 200"},
+        {"{'uiNumNeighbors' : 101}", "uiNumNeighbors needs a whole number from 0 to 100"},
         {"{'uiNumSamples' : 2.0}", "uiNumSamples needs a whole number"},
         {"{'icpConfig' : 1}", "icpConfig needs {"},
         {"{'dMaxRMSE' : 1", "line 1: the text ends too early"},
@@ -138,7 +138,7 @@ TEST(SettingsCommand, PrintsWhatAlignChoosesForTheSameGrid)
     ASSERT_TRUE(flags.Set(element("ConfigurationFPFH", object(element("dGridSize", "wide")))));
     expectRefusal(folder.Run(align), "ConfigurationFPFH in the flag store");
     ASSERT_TRUE(flags.Set(element("ConfigurationFPFH", object(element("uiNumNeighbors", 1000000)))));
-    expectRefusal(folder.Run(align), "uiNumNeighbors needs a whole number from 0 to 200");
+    expectRefusal(folder.Run(align), "uiNumNeighbors needs a whole number from 0 to 100");
 }
 
 TEST(FlagsCommand, SharesValuesOfEveryKind)

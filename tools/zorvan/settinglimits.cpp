@@ -21,8 +21,8 @@ struct Limit
 constexpr unsigned uiMostOfAny = 1000000; // more of anything would fill the memory or take days
 
 // Ctrl-C is heard between polygons only. The work for one grows with the vertices and with the third power of the
-// neighbors, and takes about a second at these limits.
-constexpr Limit limits[] = {{"uiNumPolygonVertices", 100}, {"uiNumNeighbors", 200}};
+// neighbors, and takes about a tenth of a second at these limits.
+constexpr Limit limits[] = {{"uiNumPolygonVertices", 100}, {"uiNumNeighbors", 100}};
 
 unsigned mostOf(std::string_view name)
 {
