@@ -77,6 +77,12 @@ TEST(ClusterPersistence, BringsBackAClusterThatIsNamedByNoIdentifier)
     EXPECT_EQ(again.GetStatusString(36), saved.GetStatusString(36));
     EXPECT_EQ(again.GetPrimaryClusterPointSet().Size(), saved.GetPrimaryClusterPointSet().Size());
     EXPECT_FALSE(log.Has(L"left out"));
+    // Beside a primary one that came later.
+    ASSERT_TRUE(support::CreateCluster(saved, ID(8), {views[4]}, {views[4].truth}));
+    const object document = bson::to_object(saved).erase("primary_cluster_id");
+    const UniversalUniqueID later = ID(8);
+    EXPECT_EQ(load(document + element::make_uuid("primary_cluster_id", &later)).GetStatusString(1),
+              "2 clusters: *7[1]{b} 0[2]{f,d}");
     again.SetPrimaryClusterID(ID(9));
     EXPECT_EQ(again.GetStatusString(1), "1 clusters: *6[2]{f,d}");
     EXPECT_FALSE(support::CreateCluster(again, {}, {views[4]}, {views[4].truth})) << "not by a caller";
