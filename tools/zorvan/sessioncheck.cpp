@@ -7,6 +7,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <filesystem>
+#include <memory>
 #include <random>
 #include <set>
 #include <utility>
@@ -184,11 +187,11 @@ std::string whatIsWrongWithPlaces(const CClusterRegistration& registration, cons
 
 std::string WhatIsWrongWith(const CClusterRegistration& registration, const ScanFiles& files)
 {
-    if (const std::string why = WhatIsWrongWith(registration.GetRegistrationConfig()); !why.empty()) return why;
+    if (std::string why = WhatIsWrongWith(registration.GetRegistrationConfig()); !why.empty()) return why;
     if (!isConsistent(registration, files) || !areClustersResolved(registration))
         return "its scans and its clusters do not fit each other";
     if (!arePosesRigid(registration)) return "a pose scales, or is not finite or beyond 1e10 mm";
-    if (const std::string why = whatIsWrongWithSurfaces(registration, files); !why.empty()) return why;
+    if (std::string why = whatIsWrongWithSurfaces(registration, files); !why.empty()) return why;
     return whatIsWrongWithPlaces(registration, files);
 }
 

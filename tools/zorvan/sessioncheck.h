@@ -8,12 +8,12 @@
 namespace tools {
 
 /// What is wrong with a session that was read, in words for the user; empty when nothing is. All later work relies on
-/// it: settings are within their limits; scans and clusters name each other; poses move without scaling, and they and
-/// all points lie where floats still tell millimetres apart from squares that overflow; no surface is empty.
+/// it: settings are within their limits; scans and clusters name each other; poses do not scale; poses and points are
+/// finite and small enough for their squares; no surface is empty.
 ///
-/// And the scans lie where their poses say: taken pair by pair, and where that does not hold a cluster together part by
-/// part, an ICP that may not move them accepts their places. A file that holds the surface of one scan under the name
-/// of another is recognised by that.
+/// Scans also lie where their poses say: an ICP that may not move them accepts their places, pair by pair, or the place
+/// of a part of a cluster on all the rest of it. This is what recognises the surface of one scan under the name of
+/// another.
 [[nodiscard]] std::string WhatIsWrongWith(const prereg::CClusterRegistration& registration,
                                           const std::vector<CSession::ScanFile>& files);
 
