@@ -21,13 +21,14 @@ fuzz_one() {
     log=build/fuzz/$target.log
     mkdir -p "$found"
     if ! build/fuzz/bin/"$target" -max_total_time="$seconds" -print_final_stats=1 -artifact_prefix=build/fuzz/ \
-        "$found" "$corpus" >"$log" 2>&1; then
+        -rss_limit_mb=1024 -timeout=60 "$found" "$corpus" >"$log" 2>&1; then
         tail -n 40 "$log"
         echo "$target failed; its input is in build/fuzz"
         return 1
     fi
     echo "$target, $seconds s: $(grep 'stat::number_of_executed_units' "$log")"
 }
+if [[ -d /dev/shm ]]; then export TMPDIR=/dev/shm; fi # register_session writes and reads files
 export -f fuzz_one
 export seconds
 printf '%s\0' fuzz/*/corpus/*/ | xargs -0 -n 1 -P "$(nproc)" bash -c 'fuzz_one "$1"' fuzz_one

@@ -63,6 +63,55 @@ TEST(ClusterPersistence, BringsBackWhatIsThereAndForgetsWhatWas)
               UniversalUniqueID());
 }
 
+TEST(ClusterPersistence, BringsBackAClusterThatIsNamedByNoIdentifier)
+{
+    const auto& views = support::SixViews();
+    CClusterRegistration saved({}, nullptr, nullptr);
+    ASSERT_TRUE(support::CreateCluster(saved, ID(9), {views[0], views[2]}, {views[0].truth, views[2].truth}));
+    saved.SetPrimaryClusterID(ID(9));
+    saved.SetPrimaryClusterID({});
+    ASSERT_EQ(saved.GetClusterIDs(), support::IDs{UniversalUniqueID()});
+
+    const LogCapture log;
+    CClusterRegistration again = load(bson::to_object(saved));
+    EXPECT_EQ(again.GetStatusString(36), saved.GetStatusString(36));
+    EXPECT_EQ(again.GetPrimaryClusterPointSet().Size(), saved.GetPrimaryClusterPointSet().Size());
+    EXPECT_FALSE(log.Has(L"left out"));
+    // Beside a primary one that came later.
+    ASSERT_TRUE(support::CreateCluster(saved, ID(8), {views[4]}, {views[4].truth}));
+    const object document = bson::to_object(saved).erase("primary_cluster_id");
+    const UniversalUniqueID later = ID(8);
+    EXPECT_EQ(load(document + element::make_uuid("primary_cluster_id", &later)).GetStatusString(1),
+              "2 clusters: *7[1]{b} 0[2]{f,d}");
+    again.SetPrimaryClusterID(ID(9));
+    EXPECT_EQ(again.GetStatusString(1), "1 clusters: *6[2]{f,d}");
+    EXPECT_FALSE(support::CreateCluster(again, {}, {views[4]}, {views[4].truth})) << "not by a caller";
+}
+
+TEST(ClusterPersistence, SurfacesThatAreDamagedAreEmptyAndNothingTripsOverThem)
+{
+    const auto& views = support::SixViews();
+    CClusterRegistration saved({}, nullptr, nullptr);
+    for (const unsigned k : {0U, 2U})
+        ASSERT_TRUE(
+            support::CreateCluster(saved, ID(7 + k), {views[k], views[k + 1]}, {views[k].truth, views[k + 1].truth}));
+    object surfaces;
+    for (const element& e : bson::to_object(saved).child("point_sets").as_object()) {
+        const object surface = e.as_object();
+        const object set = surface.child("fpfh_point_set").as_object();
+        const object misspelt = set.erase("FeaturePoints") + element("FeaturePoint", 1);
+        surfaces += element("point_set", with(surface, element("fpfh_point_set", misspelt)));
+    }
+    const LogCapture log;
+    CClusterRegistration again = load(with(bson::to_object(saved), element("point_sets", surfaces)));
+    EXPECT_TRUE(again.GetPointSetAndTransform(ID(0)).first->Empty());
+    EXPECT_FALSE(again.Run());
+    const bool abort = false;
+    EXPECT_EQ(again.OptimizeRegistration(true, false, abort).size(), 4U) << "nothing holds empty surfaces together";
+    for (const UniversalUniqueID& id : again.GetClusterIDs()) again.ApplyCut(id, [](const auto&) { return false; });
+    EXPECT_EQ(again.GetClusterIDs().size(), 4U) << "nothing is cut from nothing";
+}
+
 TEST(ClusterPersistence, DamagedDocumentsThrowOrLoseWhatIsDamaged)
 {
     const auto& views = support::SixViews();

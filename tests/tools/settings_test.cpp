@@ -96,8 +96,9 @@ TEST(SettingsText, IsRefusedWithPlaceAndReason)
         {"{'dMaxRMSE' : 2147483648}", "too large"},
         {"{'dMaxRMSE' : 1e999}", "a value is needed"},
         {"{'uiNumSamples' : -1}", "whole number from 0"},
-        {"{'uiNumSamples' : 1000001}", "whole number from 0"},
-        {"{'uiNumSamples' : 2.0}", "whole number from 0"},
+        {"{'uiNumSamples' : 1000001}", "whole number from 0 to 1000000"},
+        {"{'uiNumNeighbors' : 101}", "uiNumNeighbors needs a whole number from 0 to 100"},
+        {"{'uiNumSamples' : 2.0}", "uiNumSamples needs a whole number"},
         {"{'icpConfig' : 1}", "icpConfig needs {"},
         {"{'dMaxRMSE' : 1", "line 1: the text ends too early"},
         {"{'dMaxRMSE' : 1}\n}", "line 2, column 1: nothing may follow"},
@@ -137,6 +138,8 @@ TEST(SettingsCommand, PrintsWhatAlignChoosesForTheSameGrid)
     expectRefusal(folder.Run(set("ConfigurationFPFH \"{'uiNumSample' : 1}\"")), "uiNumSamples");
     ASSERT_TRUE(flags.Set(element("ConfigurationFPFH", object(element("dGridSize", "wide")))));
     expectRefusal(folder.Run(align), "ConfigurationFPFH in the flag store");
+    ASSERT_TRUE(flags.Set(element("ConfigurationFPFH", object(element("uiNumNeighbors", 1000000)))));
+    expectRefusal(folder.Run(align), "uiNumNeighbors needs a whole number from 0 to 100");
 }
 
 TEST(FlagsCommand, SharesValuesOfEveryKind)

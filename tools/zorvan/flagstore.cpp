@@ -1,12 +1,14 @@
 #include "flagstore.h"
 
 #include "inputerror.h"
+#include "settinglimits.h"
 #include "settingsfile.h"
 
 #include "zorvan/runtime/csharedmemory.h"
 
 #include <cstdint>
 #include <exception>
+#include <stdexcept>
 
 namespace tools {
 
@@ -35,7 +37,8 @@ bson::object ReadStoredSettings(const std::string& store)
     if (store.empty() || !IsStoreHeld(store)) return {};
     try {
         bson::object settings = OpenStore(store).Get(sSettingsFlag).children();
-        static_cast<void>(WithSettings({}, settings)); // throws for values that are no settings
+        const std::string why = WhatIsWrongWith(WithSettings({}, settings)); // throws for values that are no settings
+        if (!why.empty()) throw std::range_error(why);
         return settings;
     } catch (const CInputError&) {
         throw;

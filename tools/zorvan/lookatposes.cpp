@@ -31,6 +31,7 @@ struct Placed
 /// Samples of `flt` that have a point of `fix` near, as a share, and how far they lie from its planes.
 std::pair<double, double> residual(const ConfigurationICP& config, const Placed& fix, const Placed& flt)
 {
+    if (flt.set->GetKdTree().Empty()) return {0.0, nan};
     std::mt19937 rng(uiSeed);
     std::uniform_int_distribution<int> draw(0, static_cast<int>(flt.set->GetKdTree().Size()) - 1);
     const auto radius = static_cast<float>(config.dMinQueryRadius);

@@ -365,8 +365,8 @@ void prepareFolder(const std::filesystem::path& folder)
 
 int registerScans(RegisterOptions options)
 {
-    // To a search, what the library warns of is everyday business.
-    if (options.general.logLevel.empty()) options.general.logLevel = "error";
+    // To a search, what the library warns of is everyday business, and its errors end in a verdict or a refusal.
+    if (options.general.logLevel.empty()) options.general.logLevel = "fatal";
     options.general.Apply();
     checkCall(options);
     checkFiles(options);

@@ -2,6 +2,7 @@
 
 #include "documentfile.h"
 #include "inputerror.h"
+#include "sessioncheck.h"
 
 #include "zorvan/clusterregistration/clusterpersistence.h"
 #include "zorvan/documents/bson.h"
@@ -13,7 +14,6 @@
 #include <cstdio>
 #include <exception>
 #include <new>
-#include <set>
 #include <string_view>
 #include <utility>
 
@@ -47,29 +47,6 @@ std::vector<CSession::ScanFile> readFiles(const bson::object& document)
     return files;
 }
 
-/// A quaternion that has not length 1 makes a pose that scales.
-bool isRigid(const prereg::CTrafo& pose)
-{
-    constexpr float fTolerance = 1e-3F;
-    return pose && std::abs(pose.Rotate({1.0F, 0.0F, 0.0F}).Length() - 1.0F) < fTolerance;
-}
-
-/// Each scan of the list is in the registration, no other is, and every pose is one.
-bool isConsistent(const prereg::CClusterRegistration& registration, const std::vector<CSession::ScanFile>& files)
-{
-    std::set<std::string> names;
-    std::size_t entities = 0;
-    for (const UniversalUniqueID& id : registration.GetClusterIDs()) {
-        entities += registration.Size(id);
-        const prereg::CTrafo pose = registration.GetClusterTrafo(id);
-        if (pose && !isRigid(pose)) return false;
-    }
-    const auto isThere = [&](const CSession::ScanFile& file) {
-        return names.insert(file.name).second && isRigid(registration.GetTrafo(file.id));
-    };
-    return entities == files.size() && std::all_of(files.begin(), files.end(), isThere);
-}
-
 } // namespace
 
 CSession::CSession(const prereg::ConfigurationFPFH& config, double dMmPerUnit, const Group& group)
@@ -93,7 +70,7 @@ CSession CSession::Load(const std::filesystem::path& file, const Group& group)
         std::vector<ScanFile> files = readFiles(document.child(sFiles).as_object());
         const double mmPerUnit = document.child(sUnit).as_double();
         if (!(mmPerUnit > 0.0) || !std::isfinite(mmPerUnit)) refuse("damaged: its unit of length is no length");
-        if (!isConsistent(registration, files)) refuse("damaged: its scans and its clusters do not fit each other");
+        if (const std::string why = WhatIsWrongWith(registration, files); !why.empty()) refuse("damaged: " + why);
         return {std::move(registration), mmPerUnit, std::move(files)};
     } catch (const CInputError&) {
         throw;

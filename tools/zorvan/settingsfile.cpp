@@ -3,6 +3,7 @@
 #include "documenttext.h"
 #include "filebytes.h"
 #include "inputerror.h"
+#include "settinglimits.h"
 #include "settingwords.h"
 #include "textnumber.h"
 
@@ -18,7 +19,6 @@ namespace {
 using bson::element;
 using bson::object;
 
-constexpr int iMaxCount = 1000000; // more of anything would fill the memory or take days
 constexpr const char* sIcp = "icpConfig";
 
 /// Compares a text with the settings there are, name by name.
@@ -88,9 +88,10 @@ private:
         const bool isWhole = e.type() == element::eInt32;
         if (setting.type() == element::eDouble && !isWhole && e.type() != element::eDouble)
             refuse(place, e, "needs a number");
-        if (setting.type() == element::eUInt32 && (!isWhole || e.as_int32() < 0 || e.as_int32() > iMaxCount))
-            refuse(place, e, "needs a whole number from 0 to " + std::to_string(iMaxCount));
-        return setting.coerce(e, nullptr);
+        if (setting.type() == element::eUInt32 && !isWhole) refuse(place, e, "needs a whole number");
+        const element coerced = setting.coerce(e, nullptr); // a negative count becomes a huge one
+        if (const std::string why = WhatIsWrongWith(coerced); !why.empty()) refuse(place, e, why);
+        return coerced;
     }
 
     [[noreturn]] void refuse(TextPlace place, const element& e, const std::string& why) const

@@ -143,6 +143,10 @@ bool CClusterRegistration::CreateCluster(const UniversalUniqueID& clusterID, con
         }
         members.emplace_back(id, Entity{0, std::make_shared<CLazyPointSet>(set), trafo, entityPreTrafo});
     }
+    if (!clusterID) {
+        logger.Error(L"CreateCluster: invalid cluster ID");
+        return false;
+    }
     const std::lock_guard lock(m_mutex);
     return createCluster(clusterID, primaryEntityID, preTrafo, std::move(members));
 }
@@ -151,8 +155,9 @@ bool CClusterRegistration::createCluster(const UniversalUniqueID& clusterID, con
                                          const CTrafo& preTrafo,
                                          std::vector<std::pair<UniversalUniqueID, Entity>> entities)
 {
-    if (!clusterID || entities.empty()) {
-        logger.Error(L"CreateCluster: invalid cluster ID, or no entities");
+    // The invalid identifier is a name here: SetPrimaryClusterID can give it, and what was saved comes back.
+    if (entities.empty()) {
+        logger.Error(L"CreateCluster: no entities");
         return false;
     }
     auto cluster = std::make_shared<Cluster>();

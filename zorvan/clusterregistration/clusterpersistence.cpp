@@ -112,6 +112,10 @@ CClusterRegistration CClusterRegistration::FromObject(const bson::object& docume
 {
     const auto config = bson::from_object<ConfigurationFPFH>(document.child("configuration").as_object());
     CClusterRegistration registration(config, nullptr, group);
+    // Before there are clusters, so that none changes its name for it: not even one that is named by the invalid
+    // identifier, which is the primary one until now.
+    if (const UniversalUniqueID primary = readID(document, "primary_cluster_id"))
+        registration.SetPrimaryClusterID(primary);
     const SavedSurfaces surfaces = readSurfaces(document.child("point_sets").as_object());
     for (const bson::element& e : document.child("clustering").as_object()) {
         if (e.name() != std::string_view("cluster")) continue;
@@ -122,8 +126,6 @@ CClusterRegistration CClusterRegistration::FromObject(const bson::object& docume
                                         std::move(entities)))
             logger.Error(L"saved cluster %ls left out: it is there already", std::wstring(id));
     }
-    if (const UniversalUniqueID primary = readID(document, "primary_cluster_id"))
-        registration.SetPrimaryClusterID(primary);
     return registration;
 }
 

@@ -1,0 +1,153 @@
+#include "workfolder.h"
+
+#include "tools/zorvan/autosettings.h"
+#include "tools/zorvan/documentfile.h"
+#include "tools/zorvan/sessioncheck.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <string>
+
+namespace {
+
+using bson::element;
+using bson::object;
+using prereg::CClusterRegistration;
+using prereg::CTrafo;
+
+object with(const object& document, const element& part) { return document.erase(part.name()) + part; }
+
+object inside(const char* name, const element& e) { return object(element(name, object(e))); }
+
+/// `change` is given each surface with its number.
+element withSurfaces(const object& document, const std::function<object(std::size_t, const object&)>& change)
+{
+    object surfaces;
+    for (const element& e : document.child("point_sets").as_object()) {
+        const object surface = e.as_object();
+        const element set("fpfh_point_set",
+                          change(surfaces.num_elements(), surface.child("fpfh_point_set").as_object()));
+        surfaces += element("point_set", with(surface, set));
+    }
+    return {"point_sets", surfaces};
+}
+
+object setOf(const object& document, std::size_t k)
+{
+    const object surfaces = document.child("point_sets").as_object();
+    return (surfaces.begin() + static_cast<std::ptrdiff_t>(k))->as_object().child("fpfh_point_set").as_object();
+}
+
+struct Damage
+{
+    const char* words; ///< of the refusal
+    object document;
+};
+
+std::vector<Damage> damagesOf(const object& document)
+{
+    const auto ofFirst = [&](const std::function<object(const object&)>& change) {
+        return with(document, withSurfaces(document, [&](std::size_t k, const object& set) {
+                        return k == 0 ? change(set) : set;
+                    }));
+    };
+    const auto exchanged = [&](std::size_t k, const object& set) { return k < 2 ? setOf(document, 1 - k) : set; };
+    const auto misspelt = [](const object& set) {
+        const auto [bytes, size, type] = set.child("FeaturePoints").as_binary();
+        return set.erase("FeaturePoints") + element("FeaturePoint", bytes, size);
+    };
+    const auto farAway = [](const object& set) {
+        const std::vector<float> far(std::get<1>(set.child("Points").as_binary()) / sizeof(float), 1e38F);
+        return with(set, element("Points", far.data(), far.size() * sizeof(float)));
+    };
+    const auto atX = [&](float x) {
+        const object entity = inside("trafo", element("Translation", object(element("x", x))));
+        return document.update(inside("clustering", element("cluster", inside("entities", element("entity", entity)))));
+    };
+    const auto setTo = [&](const element& setting) { return document.update(inside("configuration", setting)); };
+    const auto setIcp = [&](const element& setting) { return setTo(element("icpConfig", object(setting))); };
+    const UniversalUniqueID other("12345678-1234-1234-1234-123456789abc");
+    const object files = document.child("files").as_object();
+    const char* const apart = "its scans and its clusters do not fit each other";
+    return {{"does not lie on the scans that it is registered with", with(document, withSurfaces(document, exchanged))},
+            {"does not lie on the scans that it is registered with", atX(5.0F)},
+            {"a pose scales, or is not finite or beyond", atX(1e38F)},
+            {".ply is empty", ofFirst(misspelt)},
+            {".ply is empty", ofFirst([](const object&) { return object(); })},
+            {"has points that are not finite or beyond 1e9 mm", ofFirst(farAway)},
+            {"uiNumSamples needs a whole number from 0 to 1000000", setIcp({"uiNumSamples", 4294967295U})},
+            {"dMaxRMSE needs a finite number", setIcp({"dMaxRMSE", std::numeric_limits<double>::infinity()})},
+            {"uiNumNeighbors needs a whole number from 0 to 100", setTo({"uiNumNeighbors", 1000000U})},
+            {apart, with(document, element::make_uuid("primary_cluster_id", &other))},
+            {apart, document.update(inside(
+                        "clustering", element("cluster", object(element::make_uuid("primary_entity_id", &other)))))},
+            {apart, with(document, element("files", files + *files.begin()))},
+            {apart, document.update(inside("files", element("file", object(element("name", "../a.ply")))))}};
+}
+
+TEST(Session, IsRefusedWhenItsContentsDoNotHold)
+{
+    const WorkFolder folder;
+    ASSERT_EQ(folder.Run("simulate -o . --views 3 --field 28 --points 6000 --seed 4 --quiet").exitCode, 0);
+    ASSERT_EQ(folder.Run("register view0?.ply -o three").exitCode, 0);
+    const object document = tools::ReadDocumentFile(folder / "three/session.zdoc");
+    for (const Damage& damage : damagesOf(document)) {
+        tools::WriteDocumentFile(folder / "damaged.zdoc", damage.document);
+        const auto outcome = folder.Run("register --session damaged.zdoc -o x --optimize");
+        EXPECT_EQ(outcome.exitCode, 2) << damage.words << '\n' << outcome.out;
+        EXPECT_NE(outcome.err.find(damage.words), std::string::npos) << outcome.err << "not " << damage.words;
+        EXPECT_EQ(outcome.err.rfind("zorvan: damaged.zdoc: damaged: ", 0), 0U) << outcome.err;
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+    }
+    EXPECT_FALSE(std::filesystem::exists(folder / "x/session.zdoc"));
+}
+
+/// A part of a bumpy surface, a point every half millimetre.
+std::shared_ptr<const prereg::CFPFHPointSet> bumps(float fromX, float toX, float fromY, float toY)
+{
+    prereg::Vectors points;
+    prereg::Vectors normals;
+    for (float y = fromY; y <= toY; y += 0.5F) {
+        for (float x = fromX; x <= toX; x += 0.5F) {
+            points.emplace_back(x, y, std::sin(x) + std::cos(y));
+            const kdtree::Vector<3> n(-std::cos(x), std::sin(y), 1.0F);
+            normals.push_back(n * (1.0F / n.Length()));
+        }
+    }
+    const std::vector<prereg::CPointFeatureHistogram> features(points.size(), prereg::CPointFeatureHistogram(0.1F));
+    return std::make_shared<const prereg::CFPFHPointSet>(points, normals, points, normals, features);
+}
+
+/// Eight strips, each on the next one, and a scan across all of them with a quarter of its points near each.
+TEST(Session, HoldsAScanThatLiesOnSeveralWithTooLittleOnEach)
+{
+    prereg::ConfigurationFPFH config = tools::AllSettingsForGrid(0.5);
+    config.icpConfig.dMinOverlapRatio = 0.6;
+    std::vector<tools::CSession::ScanFile> files;
+    std::vector<CClusterRegistration::EntityTuple> entities;
+    const auto add = [&](const auto& set, const CTrafo& pose) {
+        const std::string digit = std::to_string(files.size() + 1);
+        files.push_back({UniversalUniqueID("12345678-1234-1234-1234-12345678000" + digit), digit + ".ply"});
+        entities.emplace_back(files.back().id, pose, CTrafo::Invalid(), set);
+    };
+    for (int k = 0; k < 8; ++k) {
+        const auto y = static_cast<float>(5 * k);
+        add(bumps(0.0F, 40.0F, y - 1.0F, y + 6.0F), CTrafo::Identity());
+    }
+    add(bumps(18.0F, 22.0F, 0.0F, 40.0F), CTrafo::Identity());
+    const auto words = [&] {
+        CClusterRegistration registration(config, nullptr, nullptr);
+        EXPECT_TRUE(registration.CreateCluster(files[0].id, files[0].id, CTrafo::Invalid(), entities));
+        registration.SetPrimaryClusterID(files[0].id);
+        return tools::WhatIsWrongWith(registration, files);
+    };
+    EXPECT_EQ(words(), "");
+    std::get<1>(entities.back()) = CTrafo::Identity().Translate({0.0F, 0.0F, 3.0F});
+    EXPECT_EQ(words(), "9.ply does not lie on the scans that it is registered with");
+}
+
+} // namespace
