@@ -36,7 +36,8 @@ struct DocumentText
 
 /// Texts of a document as a terminal may see them: control characters other than line ends become '?'.
 [[nodiscard]] std::string ToPrintable(std::string text);
-/// The document as `bson::object::dump` writes it with indentation, but 8-bit integers as numbers.
+/// The document as `bson::object::dump` writes it with indentation, but 8-bit integers as numbers, and a document
+/// nested more than 50 deep no further to the right.
 [[nodiscard]] std::string ToPrintable(const bson::object& document);
 
 } // namespace tools
