@@ -50,8 +50,12 @@ void BM_Unify(benchmark::State& state)
     const auto n = static_cast<unsigned int>(state.range(0));
     for (auto _ : state) {
         std::mt19937 engine(47110815);
+        const auto draw = [&] { return static_cast<unsigned int>(engine() % n); };
         CDisjointSets sets(n);
-        while (sets.GetNumClasses() > n / 2) sets.Unify(engine() % n, engine() % n);
+        while (sets.GetNumClasses() > n / 2) {
+            const unsigned int a = draw();
+            sets.Unify(a, draw());
+        }
         benchmark::DoNotOptimize(sets.GetNumClasses());
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
