@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -18,28 +20,49 @@ using bson::object;
 /// denormals.
 bool isTiny(const element& e) { return e.type() == element::eDouble && std::fabs(e.as_double()) < 1e-300; }
 
-bool anyTiny(const object& o)
+/// Without recursion over what comes from outside, here and below.
+bool anyTiny(const object& document)
 {
-    return std::any_of(o.begin(), o.end(), [](const element& e) { return isTiny(e) || anyTiny(e.children()); });
+    std::vector<object> open{document};
+    while (!open.empty()) {
+        const object next = std::move(open.back());
+        open.pop_back();
+        if (std::any_of(next.begin(), next.end(), isTiny)) return true;
+        for (const element& e : next)
+            if (e.type() == element::eObject) open.push_back(e.as_object());
+    }
+    return false;
 }
 
 double number(const element& e) { return e.type() == element::eInt32 ? e.as_int32() : e.as_double(); }
 
-bool sameValue(const element& a, const element& b);
-
-bool sameContent(const object& a, const object& b)
+bool areObjects(const element& a, const element& b)
 {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), sameValue);
+    return a.type() == element::eObject && b.type() == element::eObject;
 }
 
-/// Doubles keep 6 digits, and one without decimals comes back as a whole number; all others are equal.
+/// Doubles keep 6 digits, and one without decimals comes back as a whole number; all others are equal. Of documents the
+/// name only.
 bool sameValue(const element& a, const element& b)
 {
-    if (a.type() == element::eObject && b.type() == element::eObject)
-        return a.name_string() == b.name() && sameContent(a.children(), b.children());
+    if (areObjects(a, b)) return a.name_string() == b.name();
     if (a.type() != element::eDouble) return a == b;
     constexpr double dSixDigits = 5.1e-6;
     return a.name_string() == b.name() && std::fabs(number(a) - number(b)) <= dSixDigits * std::fabs(number(a));
+}
+
+bool sameContent(const object& first, const object& second)
+{
+    std::vector<std::pair<object, object>> open{{first, second}};
+    while (!open.empty()) {
+        const auto [a, b] = std::move(open.back());
+        open.pop_back();
+        if (!std::equal(a.begin(), a.end(), b.begin(), b.end(), sameValue)) return false;
+        for (std::size_t i = 0; i < a.num_elements(); ++i)
+            if (areObjects(a.begin()[i], b.begin()[i]))
+                open.emplace_back(a.begin()[i].as_object(), b.begin()[i].as_object());
+    }
+    return true;
 }
 
 object parsed(const std::string& text)

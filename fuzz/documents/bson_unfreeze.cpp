@@ -10,6 +10,8 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -40,16 +42,29 @@ object withoutEmptyElements(const object& o)
     return result;
 }
 
-void checkElement(const element& e)
+/// @return  what is inside
+object checkElement(const element& e)
 {
     const auto [data, size] = e.freeze();
     Law(size == e.size() && element::unfreeze(data.get(), size) == e, "a frozen element reads back equal");
     Law(e.size() == 1 + e.size_of_name() + e.size_of_value(), "the sizes of an element add up");
     Law(std::string(e.name()).size() + 1 == e.size_of_name(), "a name fills its room");
-    const object children = e.children();
+    object children = e.children();
     if (e.type() == element::eObject)
         Law(equal(object::unfreeze(e.raw_value(), e.size_of_value()), children), "a part is read as a whole is");
-    for (const element& child : children) checkElement(child);
+    return children;
+}
+
+/// With all that is inside, without recursion over what comes from outside.
+void checkAll(const object& document)
+{
+    std::vector<object> open{document};
+    while (!open.empty()) {
+        const object next = std::move(open.back());
+        open.pop_back();
+        for (const element& e : next)
+            if (object children = checkElement(e)) open.push_back(std::move(children));
+    }
 }
 
 void checkText(const object& o)
@@ -82,7 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Law(frozen.size() == read.size(), "size() tells the length of the frozen form");
     const object again = object::unfreeze(reinterpret_cast<const unsigned char*>(frozen.data()));
     Law(equal(again, withoutEmptyElements(read)), "a frozen document reads back equal");
-    for (const element& e : again) checkElement(e);
+    checkAll(again);
     checkText(read);
     return 0;
 }

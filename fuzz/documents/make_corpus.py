@@ -38,6 +38,7 @@ LOOSE = document(element(2, "d", string("1.5")), element(1, "i", struct.pack("<d
 NESTED_REGEX = document(element(4, "o", document(element(11, "f", b"\0\0"))))
 NESTED_TEXT = document(element(4, "o", document(element(2, "f", string("a+")))))
 NESTED = b"\0\0\0\0\4\0" * 8 + bytes(5 + 8)
+DEEP = b"\0\0\0\0\4\0" * 300 + bytes(5 + 300)
 
 
 def pair(pattern, given):
@@ -47,6 +48,7 @@ def pair(pattern, given):
 SEEDS = {
     "bson_unfreeze": {
         "empty": document(), "everything": EVERYTHING, "truncated": EVERYTHING[:-40], "nested": NESTED,
+        "deep": DEEP,
         "huge_length": b"\xff\xff\xff\xff\2s\0\xff\xff\xff\xfftext", "unknown_type": document(element(3, "a")),
         "read_regex": document(element(11, "r", b"a\0b\0\xff\xff"), element(10, "z")),
         "cut_document": document(element(4, "o", b"\1\0")),

@@ -128,6 +128,7 @@ TEST(Coercion, ReadsNumbersAsTheStandardFunctionsDo)
         {"int32", "2147483648", "stoi argument out of range"},
         {"int32", "- 5", "invalid stoi argument"},
         {"int16", "70000", "4464"},
+        {"int16", "2147483648", "stoi argument out of range"},
         {"uint32", "-1", "4294967295"},
         {"uint32", "4294967296", "stoul argument out of range"},
         {"uint8", "0x10", "0"},

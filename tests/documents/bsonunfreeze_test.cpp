@@ -124,6 +124,8 @@ TEST(Unfreeze, CutAnywhereGivesTheElementsBeforeTheCut)
         const element& last = read.begin()[whole];
         ASSERT_EQ(static_cast<bool>(last), bytes.size() - cut < element("o", innermost).size() - 1) << cut;
         const object inner = last.children();
+        const unsigned char* const value = last.raw_value();
+        ASSERT_TRUE(!last || Bytes(inner) == std::string(value, value + last.size_of_value())) << cut;
         ASSERT_TRUE(std::equal(inner.begin(), inner.end(), innermost.begin())) << cut;
     }
 }
@@ -159,6 +161,15 @@ TEST(Unfreeze, TakesHostileBytesForWhatTheyAre)
             }
             EXPECT_LE(uiLargestAllocation, 2 * bytes.size() + 20000) << what;
         }
+}
+
+TEST(Unfreeze, StringsWithoutTheirNULAreEmpty)
+{
+    for (const char length : {'\0', '\1'}) {
+        const object read = Unfreeze("\0\0\0\0\2s\0"s + length + "\0\0\0"s + std::string(length, '\0') + "\0"s);
+        ASSERT_EQ(read.num_elements(), 1U);
+        EXPECT_EQ(read.begin()->as_string(), "");
+    }
 }
 
 TEST(Unfreeze, LargePayloadTakesOneBlockOfItsSize)

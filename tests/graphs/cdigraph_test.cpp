@@ -1,11 +1,11 @@
 #include "zorvan/graphs/cdigraph.h"
 
 #include "randomgraph.h"
+#include "tests/support/temporaryfolder.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <set>
@@ -60,6 +60,24 @@ TEST(CDiGraph, AgreesWithAMapWhileEdgesComeAndGo)
     std::erase_if(twin, [](const auto& e) { return e.first.first >= n / 2 || e.first.second >= n / 2; });
     EXPECT_EQ(edgesOf(graph).size(), twin.size());
     for (const auto& [ends, value] : twin) EXPECT_TRUE(graph.exists(ends.first, ends.second));
+}
+
+// Minutes when each erased edge takes the time of all others.
+TEST(CDiGraph, EmptiesALargeHubInAnyOrder)
+{
+    constexpr int n = 400000;
+    for (const int step : {1, n - 1, 7919}) { // from the front, from the back, all over
+        CDiGraph graph(n);
+        for (int b = 0; b < n; ++b) graph.edge(0, b);
+        for (int i = 0, b = 0; i < n; ++i, b = (b + step) % n) ASSERT_TRUE(graph.erase(0, b) && !graph.exists(0, b));
+        EXPECT_TRUE(graph.edges(0).empty() && graph.edges() == 0);
+    }
+    CDiGraph graph(n);
+    for (int b = n; b-- > 0;) graph.edge(0, b);
+    for (int b = n; b-- > 0;) {
+        ASSERT_EQ(graph.edges(0).begin()->target, b);
+        graph.erase(0, b);
+    }
 }
 
 TEST(CDiGraph, OnlyAConstGraphLooksWithoutMakingAndCopiesShareNothing)
@@ -124,6 +142,14 @@ TEST(CDiGraph, TextComesBack)
     small.serialize(text);
     EXPECT_EQ(text.str(), "4 0 1 0 2 2 0 3");
     EXPECT_EQ(edgesOf(CDiGraph::deserialize(text)), edgesOf(small));
+
+    CDiGraph sparse(1000001);
+    sparse.edge(1000000, 3);
+    std::stringstream line;
+    sparse.serialize(line);
+    const CDiGraph back = CDiGraph::deserialize(line);
+    EXPECT_EQ(back.nodes(), sparse.nodes());
+    EXPECT_TRUE(back.edges() == 1 && back.exists(1000000, 3));
 }
 
 TEST(CDiGraph, WritesItselfForGraphviz)
@@ -133,7 +159,8 @@ TEST(CDiGraph, WritesItselfForGraphviz)
     graph.edge(0, 1).payload = 7;
     graph.edge(2, 4).payload = 8;
     graph[3].payload = 9;
-    const std::string file = testing::TempDir() + "zorvan_graph_" + std::to_string(::getpid()) + ".dot";
+    const TemporaryFolder folder;
+    const std::string file = folder / "graph.dot";
     const auto label = [](const auto& labelled) { return std::to_string(*labelled.payload.template get<int>()); };
     EXPECT_TRUE(graph.dump_GraphViz(file, "g", label, label, "shape = box"));
     std::stringstream text;
@@ -143,8 +170,24 @@ TEST(CDiGraph, WritesItselfForGraphviz)
                           "\tsubgraph cluster_1 {\n\t\tlabel=\"SCC #1\";\n\t\tcolor = purple;\n\t\tstyle = dashed;\n"
                           "\t\tv0 -> v1 [label=\"7\"];\n\t\tv1 -> v0;\n\t}\n"
                           "\tv1 -> v2;\n\tv2 -> v4 [label=\"8\"];\n\tv2 -> v2;\n\tv3;\n}\n");
-    std::remove(file.c_str());
     for (const char* bad : {"", "/nowhere/g.dot", "/dev/full"}) EXPECT_FALSE(graph.dump_GraphViz(bad, "g")) << bad;
+}
+
+TEST(CDiGraph, WritesGraphvizThroughTheNameThatItIsGiven)
+{
+    namespace fs = std::filesystem;
+    const TemporaryFolder folder;
+    std::ofstream(folder / "target.dot") << std::string(1000, 'x');
+    fs::permissions(folder / "target.dot", fs::perms::owner_read | fs::perms::owner_write);
+    fs::create_symlink("target.dot", folder / "link.dot");
+    std::ofstream(folder / "link.dot.tmp") << "somebody else's";
+    EXPECT_TRUE(CDiGraph(1).dump_GraphViz(folder / "link.dot", "g"));
+    EXPECT_TRUE(fs::is_symlink(folder / "link.dot"));
+    EXPECT_EQ(fs::status(folder / "target.dot").permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    std::stringstream text;
+    text << std::ifstream(folder / "target.dot").rdbuf();
+    EXPECT_TRUE(text.str().starts_with("digraph") && text.str().ends_with("}\n"));
+    EXPECT_EQ(fs::file_size(folder / "link.dot.tmp"), 15U);
 }
 
 TEST(CDiGraph, ReadsHostileTextWithoutHarm)
@@ -159,12 +202,21 @@ TEST(CDiGraph, ReadsHostileTextWithoutHarm)
         {"3 0 3 1 7 -1 1 1 2", 3, 2},
         {"3 9 2 0 1 2 1 0", 3, 1},
         {"3 0 1 1 junk 2 1 0", 3, 1},
+        {"3 0 2 1 2x 2 1 0", 3, 2},
+        {"3.7 0 1 1", 3, 0},
+        {"+3\n+0 1 +2 1 1 0x1", 3, 2},
+        {"3 0 1 99999999999999999999", 3, 0},
+        {"99999999999", 0, 0},
     };
     for (const auto& [text, nodes, edges] : cases) {
         std::istringstream in(text);
         const CDiGraph graph = CDiGraph::deserialize(in);
         EXPECT_EQ(std::pair(graph.nodes(), graph.edges()), std::pair(nodes, edges)) << text;
+        EXPECT_EQ(in.bad(), std::string(text) == "2147483647") << "refused, and not just empty";
     }
+    std::istringstream thin("100"), thick("16 0 1 1");
+    EXPECT_EQ(CDiGraph::deserialize(thin, 99).nodes(), 0);
+    EXPECT_EQ(CDiGraph::deserialize(thick, 15).nodes(), 16) << "the text bears it out";
 }
 
 } // namespace

@@ -72,6 +72,27 @@ TEST(CDisjointSets, AgreesWithLabelsWhileClassesJoinAndFallApart)
     }
 }
 
+// Minutes when each class takes the time of all elements.
+TEST(CDisjointSets, WalksAndPrintsHalfAMillionClasses)
+{
+    constexpr unsigned int n = 500000;
+    CDisjointSets sets(n);
+    for (unsigned int i = 0; i + 1 < n; i += 4) sets.Unify(i, i + 1);
+    unsigned long long sum = 0;
+    for (const auto& oneClass : sets)
+        for (const unsigned int member : oneClass) sum += member;
+    EXPECT_EQ(sum, static_cast<unsigned long long>(n) * (n - 1) / 2);
+    EXPECT_EQ(std::string(sets).substr(0, 26), "{{0, 1}, {2}, {3}, {4, 5},");
+    sum = 0;
+    unsigned int classes = 0;
+    const auto roots = sets.GetClasses(&classes);
+    for (unsigned int k = 0; k < classes; ++k) {
+        unsigned int members = 0;
+        sum += sets.GetClassMembers(roots[k], &members)[0] + members;
+    }
+    EXPECT_EQ(sum, 93749875000ULL + n) << "the first of each, and all in all n";
+}
+
 TEST(CDisjointSets, PrintsClassesAndRefusesForeignIndices)
 {
     CDisjointSets sets(4);

@@ -3,6 +3,7 @@
 
 #include "workfolder.h"
 
+#include "tools/zorvan/documenttext.h"
 #include "tools/zorvan/flagstore.h"
 #include "tools/zorvan/inputerror.h"
 #include "tools/zorvan/options.h"
@@ -200,6 +201,16 @@ TEST(DumpCommand, ShowsDocumentsAndRefusesEveryCut)
     for (const char* words :
          {"\"s\" : \"a\\x1b[31m\"", "\"small\" : 7,", "    \"dMaxRMSE\" : 0.025,", "<bin:18 bytes>"})
         EXPECT_NE(outcome.out.find(words), std::string::npos) << outcome.out;
+    const auto inner = tools::ToPrintable(object(element("o", document)));
+    EXPECT_EQ(tools::ToPrintable(object(element("o", 7))), object(element("o", 7)).dump(2));
+    EXPECT_NE(inner.find("{\n  \"o\" : {\n    \"s\" : \"a?[31m\",\n"), std::string::npos) << inner;
+    object deep;
+    for (unsigned int i = 0; i < bson::uiMaxNesting; ++i) deep = element("o", deep);
+    folder.Write("deep.zdoc", frozen(deep));
+    const auto shown = folder.Run("dump deep.zdoc");
+    EXPECT_EQ(shown.exitCode, 0) << shown.err;
+    EXPECT_LT(shown.out.size(), bson::uiMaxNesting * 250) << "most of it blanks";
+    EXPECT_EQ(std::ranges::count(shown.out, '}'), bson::uiMaxNesting + 1);
     for (std::size_t size = 0; size < bytes.size(); size += 11) {
         folder.Write("cut.zdoc", bytes.substr(0, size));
         expectRefusal(folder.Run("dump cut.zdoc"), "cut.zdoc: ");

@@ -57,6 +57,7 @@ TEST(AStreamParser, CutsLinesIntoTokens)
         {L"1 -2 +3 0x1F $ ~", L"1<19> -2<19> +3<19> 0<19> x1F<21> $<-1> ~<-1>"},
         {L"1.5 1. -1.5e-3 4.9e-324", L"1.5<20> 1.<20> -1.5e-3<20> 4.9e-324<20>"},
         {L"1e 1e5 1e+ 1.e999 2", L"1<19> e<21> 1e5<20> 1<20> e<21> +<13> 1<-1> .<-1> e999<21> 2<19>"},
+        {L"x \t\n\t y\v\nz\u00a0", L"x<21> y<21> \v<-1> z<21> \u00a0<-1>"}, // only blanks and tabs go unseen
         {L".5 .5. -.5 . ..", L".5<19> .5<20> .<19> -<14> .5<19> .<19> .<-1> .<19>"},
     };
     for (const auto& [text, tokens] : cases) EXPECT_EQ(tokensOf(text), tokens);
@@ -88,6 +89,7 @@ TEST(AStreamParser, LooksAheadWithoutTakingAndTakesWhatDoesNotFit)
     EXPECT_TRUE(parser.peek(L"USEMTL"));
     EXPECT_FALSE(parser.peek(AStreamParser::eError) || parser.match(L"mtllib", false));
     EXPECT_EQ(parser.getString(), L"usemtl");
+    EXPECT_THROW(CTextParser(L"5").match(L"mtllib", false), AStreamParser::CParseError) << "a number is no other word";
     EXPECT_TRUE(parser.peek(AStreamParser::eFloat) && !parser.match(AStreamParser::eComma, false));
     EXPECT_TRUE(parser.match(L"o", true) && parser.match());
     EXPECT_EQ(parser.getString(), L"  two words");

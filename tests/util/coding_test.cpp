@@ -123,6 +123,17 @@ TEST(RLE, WritesTheShortestToken)
     EXPECT_THROW(compress({1}, 256), std::invalid_argument);
 }
 
+TEST(RLE, ChoosesTheRarestOfAllBytesOrOfASample)
+{
+    // Every value is there; which is the rarest of the sample depends on each of its positions. The values were worked
+    // out by a separate program.
+    for (const auto& [size, rarest] : {std::pair(2047U, 3), {2048U, 1}, {70001U, 87}, {1000003U, 39}}) {
+        Bytes data(size);
+        for (std::uint64_t i = 0; i < size; ++i) data[i] = static_cast<unsigned char>(i * i >> 4);
+        EXPECT_EQ(compress(data, -1)[0], rarest) << size;
+    }
+}
+
 TEST(RLE, ComesBackFromAllKindsOfDataWithinTheGivenRoom)
 {
     for (const std::size_t size : {0, 1, 2, 100, 2047, 2048, 70000})

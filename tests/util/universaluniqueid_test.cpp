@@ -23,6 +23,9 @@ TEST(UniversalUniqueID, FieldsLieInMemoryInTheOrderOfTheText)
     EXPECT_STREQ(id.ToString(wide, true), L"0F8FAD5B-D9CB-469F-A165-70867728950E");
     EXPECT_EQ(UniversalUniqueID(static_cast<std::wstring>(id)), id);
     EXPECT_TRUE(id.Matches("0F8FAD5B-.*") && !id.Matches("0f8fad5b"));
+    for (const std::string& same : {"{" + exampleText + "}", "{" + exampleText, exampleText + "}"})
+        EXPECT_TRUE(id.Matches(same) && !UniversalUniqueID().Matches(same)) << same;
+    EXPECT_TRUE(id.Matches("[0-9a-f-]{36}"));
     EXPECT_THROW(static_cast<void>(id.Matches(std::string(1U << 20, '('))), std::regex_error);
 }
 

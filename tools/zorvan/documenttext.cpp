@@ -21,6 +21,7 @@ constexpr const char* sCommonForm = "write it as { \"name\" : value, ... }, with
 constexpr const char* sValueForms = "give a number, true, false, null, '\"word\"' or '{\"name\" : value, ...}'";
 
 /// Goes through the text as the reader of documents does and notes the places; the values are that reader's business.
+/// The nesting comes from outside, so nothing here recurses over it.
 class COutline : public Zorvan::AStreamParser
 {
 public:
@@ -28,7 +29,8 @@ public:
 
     void parse() override
     {
-        parseObject(0);
+        parseBrace();
+        while (m_depth != 0) parseMemberOrEnd();
         if (!peek(eEndOfText)) refuse(L"nothing may follow the last }");
     }
 
@@ -43,20 +45,36 @@ private:
         throw CParseError(getLine(), getColumn(), why);
     }
 
-    void parseObject(unsigned int depth)
+    void parseBrace()
     {
-        if (depth > bson::uiMaxNesting) refuse(L"objects are nested too deeply");
+        if (m_depth > bson::uiMaxNesting) refuse(L"objects are nested too deeply");
         if (!peek(eLeftBrace)) refuse(L"{ is needed here");
         match(eLeftBrace, true);
-        while (!peek(eRightBrace)) {
-            parseText(L"a name in quotes or } is needed here");
-            m_names.push_back({getLine(), m_textColumn});
-            if (!peek(eColon)) refuse(L": is needed here, between a name and its value");
-            match(eColon, true);
-            parseValue(depth);
-            if (peek(eComma)) match(eComma, true);
-        }
+        ++m_depth;
+    }
+
+    void parseMemberOrEnd()
+    {
+        if (!peek(eRightBrace)) return parseMember();
         match(eRightBrace, true);
+        --m_depth;
+        if (m_depth != 0) acceptComma();
+    }
+
+    void parseMember()
+    {
+        parseText(L"a name in quotes or } is needed here");
+        m_names.push_back({getLine(), m_textColumn});
+        if (!peek(eColon)) refuse(L": is needed here, between a name and its value");
+        match(eColon, true);
+        if (peek(eLeftBrace)) return parseBrace();
+        parseValue();
+        acceptComma();
+    }
+
+    void acceptComma()
+    {
+        if (peek(eComma)) match(eComma, true);
     }
 
     void parseText(const std::wstring& otherwise)
@@ -71,10 +89,9 @@ private:
         match(quote, true);
     }
 
-    void parseValue(unsigned int depth)
+    void parseValue()
     {
         if (peek(eDoubleQuote) || peek(eSingleQuote)) return parseText({});
-        if (peek(eLeftBrace)) return parseObject(depth + 1);
         if (peek(eInteger)) return parseInteger();
         const bool isWord = peek(L"true") || peek(L"false") || peek(L"null");
         if (!isWord && !peek(eFloat)) refuse(L"a value is needed here: a number, true, false, null or {");
@@ -91,6 +108,7 @@ private:
     }
 
     std::vector<TextPlace> m_names;
+    unsigned int m_depth = 0;
     int m_textColumn = 0;
 };
 
@@ -128,23 +146,47 @@ bson::element renamed(const bson::element& e, const std::string& name)
     return bson::element::unfreeze(in);
 }
 
-bson::object shown(const bson::object& document);
-
+/// Of any type but a document.
 bson::element shown(const bson::element& e)
 {
     const std::string name = ToShown(e.name_string());
-    if (e.type() == bson::element::eObject) return {name, shown(e.as_object())};
     if (e.type() == bson::element::eString) return {name, ToShown(e.as_string())};
     if (e.type() == bson::element::eInt8 || e.type() == bson::element::eUInt8)
         return bson::element::make_int32(name, 0).coerce(e, nullptr);
     return name == e.name_string() ? e : renamed(e, name);
 }
 
-bson::object shown(const bson::object& document)
+/// The blanks of a document that is nested very deep would take more memory than there is.
+std::string blanks(std::size_t level)
 {
-    bson::object result;
-    for (const bson::element& e : document) result += shown(e);
-    return result;
+    constexpr std::size_t uiMaxLevel = 50;
+    return std::string(2 * std::min(level, uiMaxLevel), ' ');
+}
+
+/// The nesting comes from outside, so what is open stands in a vector and not on the stack.
+std::string lines(const bson::object& document)
+{
+    std::vector<std::pair<bson::object, std::size_t>> open{{document, 0}}; // each with its next element
+    std::string text = "{\n";
+    while (!open.empty()) {
+        auto& [innermost, next] = open.back();
+        if (next == innermost.num_elements()) {
+            if (next != 0) text += '\n';
+            open.pop_back();
+            text += blanks(open.size()) + '}';
+            continue;
+        }
+        if (next != 0) text += ",\n";
+        const bson::element& e = innermost.begin()[next++];
+        text += blanks(open.size());
+        if (e.type() == bson::element::eObject) {
+            text += '"' + ToShown(e.name_string()) + "\" : {\n";
+            open.emplace_back(e.as_object(), 0);
+        } else {
+            text += shown(e).dump();
+        }
+    }
+    return text;
 }
 
 } // namespace
@@ -194,6 +236,6 @@ std::string ToPrintable(const std::string& text)
     return lines;
 }
 
-std::string ToPrintable(const bson::object& document) { return ToPrintable(shown(document).dump(2)); }
+std::string ToPrintable(const bson::object& document) { return ToPrintable(lines(document)); }
 
 } // namespace tools

@@ -36,8 +36,8 @@ struct DocumentText
 
 /// Lines as a terminal may see them, see `ToShown`.
 [[nodiscard]] std::string ToPrintable(const std::string& text);
-/// The document as `bson::object::dump` writes it with indentation, but 8-bit integers as numbers, and names and texts
-/// as `ToShown` gives them.
+/// The document as `bson::object::dump` writes it with indentation, but 8-bit integers as numbers, names and texts as
+/// `ToShown` gives them, and a document nested more than 50 deep no further to the right.
 [[nodiscard]] std::string ToPrintable(const bson::object& document);
 
 } // namespace tools

@@ -29,9 +29,10 @@ struct CElementBuilder;
 
 class object;
 
-/// How many documents may lie inside one another in bytes or text that are read. Deeper ones are refused, so that no
-/// input exhausts the stack. Real documents nest less than ten deep.
-inline constexpr unsigned int uiMaxNesting = 256;
+/// How many documents may lie inside one another: none deeper is made, so what is written can be read again. Real
+/// documents nest less than ten deep. Nothing here recurses over the nesting, and neither should who walks a document
+/// from outside.
+inline constexpr unsigned int uiMaxNesting = 10000;
 
 /// UTF-16 in wide text to UTF-8, and back. Both throw std::range_error("bad conversion") for invalid text.
 [[nodiscard]] ZORVAN_API std::string convert(const std::wstring& text);
@@ -122,7 +123,7 @@ public:
     [[nodiscard]] static element make_int32(const std::string& name, std::int32_t value);
     [[nodiscard]] static element make_int64(const std::string& name, std::int64_t value);
     [[nodiscard]] static element make_null(const std::string& name);
-    /// Can build a document deeper than `uiMaxNesting`, which then refuses to be read.
+    /// Throws std::length_error if documents would nest deeper than `uiMaxNesting`.
     [[nodiscard]] static element make_object(const std::string& name, const object& value);
     /// Pattern and options end at their first NUL character.
     [[nodiscard]] static element make_regex(const std::string& name, const std::string& pattern,
@@ -171,8 +172,7 @@ public:
     /// Payload, its length and its type; nothing is copied.
     [[nodiscard]] std::tuple<const unsigned char*, std::uint64_t, BinaryType> as_binary() const;
     [[nodiscard]] memory_input_stream as_binary_istream() const;
-    /// Parses the value on every call; large parts are not copied. Throws std::invalid_argument("parse error") if it
-    /// nests too deep.
+    /// Takes the value apart on every call, one level of it; large parts are not copied.
     [[nodiscard]] object as_object() const;
     /// Pattern and options, both inside the element.
     [[nodiscard]] std::pair<const char*, const char*> as_regex() const;
@@ -233,6 +233,7 @@ private:
     std::shared_ptr<const unsigned char[]> m_buffer; ///< type byte, name, NUL, value; null in the empty element
     std::uint64_t m_size = 0;
     std::uint64_t m_valueSize = 0;
+    bool m_isAsRead = true; ///< reading the bytes gives the same bytes: not with a regular expression of make_regex
 };
 
 /// An ordered list of elements. Order of insertion is kept, and names need not be unique.
@@ -309,8 +310,9 @@ public:
 
     /// The first element of that name here, else the first found below, depth first.
     [[nodiscard]] element child(const std::string& name) const;
-    /// The same with a match of the whole name, `flags` holding on this level only. A name of more than 1000 bytes
-    /// matches no pattern: the standard matcher recurses once or more a character.
+    /// The same with a match of the whole name, `flags` holding on this level only. A pattern with back-references
+    /// throws std::regex_error(error_stack) at a name of many hundred characters that it cannot decide; other patterns
+    /// take names of any length.
     [[nodiscard]] element
     child(const std::regex& pattern,
           std::regex_constants::match_flag_type flags = std::regex_constants::match_default) const;
@@ -322,7 +324,7 @@ public:
 
     /// JSON-like text. Nothing is escaped, numbers have 6 significant digits, 8-bit integers are written as the one
     /// character, binaries in Base64 between backticks (an empty one throws std::bad_alloc).
-    /// @param indent  blanks a level; 0 writes one line
+    /// @param indent  blanks a level, of which a document nested very deep takes many; 0 writes one line
     /// @param level   depth of this object: 1 for a whole document; 0 leaves the last closing brace out
     [[nodiscard]] std::string to_json(unsigned int indent = 0, unsigned int level = 1) const;
     /// The same for people: identifiers as such, binaries up to 16 bytes as bytes, larger ones by their length.
@@ -331,7 +333,8 @@ public:
     /// Reads settings written by hand: nested objects whose keys and strings are quoted identifiers (letters, digits,
     /// underscore), numbers, true, false, null. Whole numbers become int32, others double; a comma after the last
     /// member is accepted, `#` starts a comment. There are no arrays, escapes or other strings, so that it does not
-    /// read all that to_json writes. Throws the message of an error as a std::string; std::range_error for bad UTF-8.
+    /// read all that to_json writes. Throws the message of an error as a std::string, also for objects nested deeper
+    /// than `uiMaxNesting`; std::range_error for bad UTF-8.
     [[nodiscard]] static object from_json(const std::string& utf8Text);
     [[nodiscard]] static object from_json(const std::wstring& text);
 

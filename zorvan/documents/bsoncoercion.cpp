@@ -3,6 +3,7 @@
 #include "zorvan/documents/bsonwire.h"
 
 #include <optional>
+#include <stack>
 #include <string_view>
 #include <unordered_map>
 
@@ -264,6 +265,79 @@ element coercedObject(const element& target, const element& input, object* error
     return {input.name(), result};
 }
 
+/// Coerces documents with all that is inside them; those that are not done stand in a container and not on the stack.
+class CCoercion
+{
+public:
+    explicit CCoercion(object* errors) : m_errors(errors) {}
+
+    object run(const object& target, const object& input)
+    {
+        enter("", target, input, m_errors);
+        while (true) {
+            Level& level = m_levels.top();
+            if (level.next != level.input.end()) {
+                step(level, *level.next++);
+                continue;
+            }
+            Level done = std::move(level);
+            m_levels.pop();
+            if (m_levels.empty()) return done.result;
+            finish(done, m_levels.top());
+        }
+    }
+
+private:
+    struct Level
+    {
+        std::string name;
+        object target;
+        object input;
+        const element* next = nullptr;
+        std::unordered_map<std::string_view, const element*> firstOfName;
+        object result;
+        object ownErrors;
+        object* errors = nullptr; ///< the caller's or those of this level, or null
+    };
+
+    void enter(const std::string& name, const object& target, const object& input, object* errors)
+    {
+        Level& level = m_levels.emplace();
+        level.name = name;
+        level.target = target;
+        level.input = input;
+        level.next = level.input.begin();
+        level.errors = errors;
+        for (const element& e : level.target) level.firstOfName.emplace(e.name(), &e);
+    }
+
+    void step(Level& level, const element& e)
+    {
+        const auto found = level.firstOfName.find(e.name());
+        if (found == level.firstOfName.end()) return report(level.errors, e);
+        const element& target = *found->second;
+        if (target.type() == element::eObject && e.type() == element::eObject)
+            enterInner(target, e);
+        else if (element outcome = target.coerce(e, level.errors))
+            level.result += std::move(outcome);
+    }
+
+    void enterInner(const element& target, const element& input)
+    {
+        enter(input.name(), target.as_object(), input.as_object(), nullptr);
+        if (m_errors != nullptr) m_levels.top().errors = &m_levels.top().ownErrors;
+    }
+
+    static void finish(const Level& inner, Level& outer)
+    {
+        if (inner.ownErrors) report(outer.errors, element(inner.name, inner.ownErrors));
+        outer.result += element(inner.name, inner.result);
+    }
+
+    object* m_errors;
+    std::stack<Level> m_levels; ///< of a deque, so that levels stay where they are
+};
+
 } // namespace
 
 element element::coerce(const element& input, object* errors) const
@@ -280,21 +354,6 @@ element element::coerce(const element& input, object* errors) const
     return make_null(input.name());
 }
 
-object object::coerce(const object& input, object* errors) const
-{
-    std::unordered_map<std::string_view, const element*> firstOfName;
-    for (const element& target : m_elements) firstOfName.emplace(target.name(), &target);
-
-    object result;
-    for (const element& e : input) {
-        const auto target = firstOfName.find(e.name());
-        if (target == firstOfName.end()) {
-            report(errors, e);
-            continue;
-        }
-        if (element outcome = target->second->coerce(e, errors)) result += std::move(outcome);
-    }
-    return result;
-}
+object object::coerce(const object& input, object* errors) const { return CCoercion(errors).run(*this, input); }
 
 } // namespace bson

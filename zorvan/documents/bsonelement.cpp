@@ -26,7 +26,8 @@ element::element(Type type, const std::string& name, std::uint64_t valueSize) : 
 element::element(element&& other) noexcept
     : m_buffer(std::move(other.m_buffer)),
       m_size(std::exchange(other.m_size, 0)),
-      m_valueSize(std::exchange(other.m_valueSize, 0))
+      m_valueSize(std::exchange(other.m_valueSize, 0)),
+      m_isAsRead(std::exchange(other.m_isAsRead, true))
 {
 }
 
@@ -36,6 +37,7 @@ element& element::operator=(element&& other) noexcept
     m_buffer = std::move(other.m_buffer);
     m_size = std::exchange(other.m_size, 0);
     m_valueSize = std::exchange(other.m_valueSize, 0);
+    m_isAsRead = std::exchange(other.m_isAsRead, true);
     return *this;
 }
 
@@ -154,7 +156,9 @@ memory_input_stream element::as_binary_istream() const
 object element::as_object() const
 {
     demand(eObject);
-    return object::unfreeze({m_buffer, raw_value()}, m_valueSize);
+    if (m_isAsRead) return detail::childrenOf({m_buffer, raw_value()}, m_valueSize);
+    memory_input_stream in(raw_value(), m_valueSize);
+    return object::unfreeze(in);
 }
 
 std::pair<const char*, const char*> element::as_regex() const

@@ -23,37 +23,67 @@ class CJsonWriter
 public:
     CJsonWriter(unsigned int indent, EBinaryForm binaryForm) : m_indent(indent), m_binaryForm(binaryForm) {}
 
-    void append(const element& e, std::size_t level)
+    /// @param level  of the outermost text
+    std::string write(const element& e, std::size_t level)
     {
-        if (!e) return;
-        m_text.append(m_indent * level, ' ');
-        m_text.append("\"").append(e.name()).append("\" : ");
-        appendValue(e, level);
+        m_outermost = level + 1;
+        appendElement(e, level);
+        return finish();
+    }
+    std::string write(const object& o, std::size_t level)
+    {
+        m_outermost = level;
+        open(detail::CLevel(o));
+        return finish();
     }
 
-    void append(const object& o, std::size_t level)
+private:
+    std::string finish()
+    {
+        while (!m_levels.empty()) appendNextOrClose();
+        return std::move(m_text);
+    }
+
+    void open(detail::CLevel level)
     {
         m_text += '{';
         breakLine();
-        for (const element& e : o) {
-            if (&e != o.begin()) m_text += m_indent != 0 ? ",\n" : ", ";
-            append(e, level);
-        }
-        if (o) breakLine();
+        m_levels.push_back(std::move(level));
+    }
+
+    void appendNextOrClose()
+    {
+        detail::CLevel& innermost = m_levels.back();
+        const std::size_t level = m_outermost + m_levels.size() - 1;
+        if (innermost.next == innermost.end) return close(level);
+        if (innermost.next != innermost.begin) m_text += m_indent != 0 ? ",\n" : ", ";
+        appendElement(*innermost.next++, level);
+    }
+
+    void close(std::size_t level)
+    {
+        if (m_levels.back().begin != m_levels.back().end) breakLine();
+        m_levels.pop_back();
         if (level == 0) return;
         m_text.append((level - 1) * m_indent, ' ');
         m_text += '}';
     }
 
-    [[nodiscard]] std::string take() { return std::move(m_text); }
+    void appendElement(const element& e, std::size_t level)
+    {
+        if (!e) return;
+        m_text.append(m_indent * level, ' ');
+        m_text.append("\"").append(e.name()).append("\" : ");
+        appendValue(e);
+    }
 
-private:
     void breakLine()
     {
         if (m_indent != 0) m_text += '\n';
     }
 
-    void appendValue(const element& e, std::size_t level)
+    /// Of a document only the start: the elements follow.
+    void appendValue(const element& e)
     {
         switch (e.type()) {
         case element::eDouble:
@@ -66,7 +96,7 @@ private:
             m_text.append("\"").append(e.as_string()).append("\"");
             break;
         case element::eObject:
-            append(e.as_object(), level + 1);
+            open(detail::CLevel(e.as_object()));
             break;
         case element::eBinary:
             appendBinary(e);
@@ -163,37 +193,31 @@ private:
 
     std::size_t m_indent;
     EBinaryForm m_binaryForm;
+    std::size_t m_outermost = 0; ///< level of the first document
+    std::vector<detail::CLevel> m_levels;
     std::string m_text;
 };
-
-template <typename T>
-std::string write(const T& what, unsigned int indent, unsigned int level, EBinaryForm binaryForm)
-{
-    CJsonWriter writer(indent, binaryForm);
-    writer.append(what, level);
-    return writer.take();
-}
 
 } // namespace
 
 std::string element::to_json(unsigned int indent, unsigned int level) const
 {
-    return write(*this, indent, level, EBinaryForm::Base64);
+    return CJsonWriter(indent, EBinaryForm::Base64).write(*this, level);
 }
 
 std::string object::to_json(unsigned int indent, unsigned int level) const
 {
-    return write(*this, indent, level, EBinaryForm::Base64);
+    return CJsonWriter(indent, EBinaryForm::Base64).write(*this, level);
 }
 
 std::string element::dump(unsigned int indent, unsigned int level) const
 {
-    return write(*this, indent, level, EBinaryForm::Abbreviated);
+    return CJsonWriter(indent, EBinaryForm::Abbreviated).write(*this, level);
 }
 
 std::string object::dump(unsigned int indent, unsigned int level) const
 {
-    return write(*this, indent, level, EBinaryForm::Abbreviated);
+    return CJsonWriter(indent, EBinaryForm::Abbreviated).write(*this, level);
 }
 
 } // namespace bson

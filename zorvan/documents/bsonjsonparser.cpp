@@ -1,4 +1,5 @@
 #include "zorvan/documents/bson.h"
+#include "zorvan/documents/bsonsink.h"
 #include "zorvan/util/astreamparser.h"
 
 #include <sstream>
@@ -9,30 +10,57 @@ namespace {
 
 using Zorvan::AStreamParser;
 
-/// Reads one object; what follows it is not looked at.
+/// Reads one object; what follows it is not looked at. What is open stands in the sink and not on the stack.
 class json_parser : public AStreamParser
 {
 public:
     using AStreamParser::AStreamParser;
 
-    void parse() override { m_result = parseObject(0); }
+    void parse() override
+    {
+        open();
+        while (m_document.depth() != 0) parseMemberOrEnd();
+    }
 
-    [[nodiscard]] object take() { return std::move(m_result); }
+    [[nodiscard]] object take()
+    {
+        const std::uint64_t size = m_document.size();
+        return object::unfreeze(m_document.take(), size);
+    }
 
 private:
-    object parseObject(unsigned int depth)
+    void open()
     {
-        if (depth > uiMaxNesting) throw CParseError(getLine(), getColumn(), L"objects nested too deeply");
+        if (m_document.depth() > uiMaxNesting) throw CParseError(getLine(), getColumn(), L"objects nested too deeply");
         match(eLeftBrace, true);
-        object result;
-        while (peek(eDoubleQuote) || peek(eSingleQuote)) {
-            const std::string name = parseText();
-            match(eColon, true);
-            result += parseValue(name, depth);
-            accept(eComma);
-        }
+        m_document.open();
+    }
+
+    void parseMemberOrEnd()
+    {
+        if (peek(eDoubleQuote) || peek(eSingleQuote)) return parseMember();
         match(eRightBrace, true);
-        return result;
+        m_document.close();
+        if (m_document.depth() != 0) accept(eComma);
+    }
+
+    void parseMember()
+    {
+        const std::string name = parseText();
+        match(eColon, true);
+        if (peek(eLeftBrace)) {
+            const element start = element::make_object(name, {});
+            append(start.raw(), start.size() - start.size_of_value());
+            return open();
+        }
+        const element e = parseValue(name);
+        append(e.raw(), e.size());
+        accept(eComma);
+    }
+
+    void append(const unsigned char* bytes, std::uint64_t size)
+    {
+        detail::storeBytes(m_document.grow(size), bytes, size);
     }
 
     /// An identifier between two equal quotes.
@@ -47,12 +75,11 @@ private:
     }
 
     // Anything unknown is a null that consumes nothing, so that the enclosing object reports what it finds there.
-    element parseValue(const std::string& name, unsigned int depth)
+    element parseValue(const std::string& name)
     {
         if (peek(eDoubleQuote) || peek(eSingleQuote)) return {name, parseText()};
         if (accept(eInteger)) return {name, getInteger()};
         if (accept(eFloat)) return {name, getDouble()};
-        if (peek(eLeftBrace)) return {name, parseObject(depth + 1)};
         if (accept(L"true")) return {name, true};
         if (accept(L"false")) return {name, false};
         accept(L"null");
@@ -66,7 +93,7 @@ private:
         return peek(token) && match(token, true);
     }
 
-    object m_result;
+    detail::CDocumentSink m_document;
 };
 
 } // namespace

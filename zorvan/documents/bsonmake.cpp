@@ -123,8 +123,10 @@ element element::make_null(const std::string& name) { return CElementBuilder::al
 
 element element::make_object(const std::string& name, const object& value)
 {
+    detail::demandRoomAround(value);
     element result = CElementBuilder::allocate(eObject, name, value.size());
     detail::storeObject(CElementBuilder::value(result), value);
+    CElementBuilder::setAsRead(result, std::all_of(value.begin(), value.end(), CElementBuilder::isAsRead));
     return result;
 }
 
@@ -138,6 +140,7 @@ element element::make_regex(const std::string& name, const std::string& pattern,
         to = detail::storeBytes(to, part.data(), part.size());
         *to++ = 0;
     }
+    CElementBuilder::setAsRead(result, false);
     return result;
 }
 

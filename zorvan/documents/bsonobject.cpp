@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <ostream>
+#include <stack>
 #include <string_view>
 #include <unordered_map>
 
@@ -98,31 +99,72 @@ namespace {
 
 element merged(const element& old, const element& e)
 {
-    if (old.type() == element::eObject && e.type() == element::eObject)
-        return element::make_object(old.name(), old.as_object().update(e.as_object()));
     if (old.type() == e.type()) return e;
     return old.coerce(e, nullptr);
 }
 
+/// Updates a document with all that is inside it; those that are not done stand in a container and not on the stack.
+class CUpdate
+{
+public:
+    object run(const object& old, const object& other)
+    {
+        enter(old, other);
+        while (true) {
+            Level& level = m_levels.top();
+            if (level.next != level.other.end()) {
+                step(level, *level.next++);
+                continue;
+            }
+            object done(std::move(level.elements));
+            m_levels.pop();
+            if (m_levels.empty()) return done;
+            element& slot = m_levels.top().elements[m_levels.top().slot];
+            slot = element::make_object(slot.name(), done);
+        }
+    }
+
+private:
+    struct Level
+    {
+        object old;
+        object other;
+        const element* next = nullptr;
+        std::vector<element> elements; ///< what becomes of `old`
+        /// The names lie in the two operands, which stay as they are.
+        std::unordered_map<std::string_view, std::size_t> firstOfName;
+        std::size_t slot = 0; ///< of the element whose document is merged in the next level
+    };
+
+    void enter(const object& old, const object& other)
+    {
+        Level& level = m_levels.emplace();
+        level.old = old;
+        level.other = other;
+        level.next = level.other.begin();
+        level.elements.assign(level.old.begin(), level.old.end());
+        // emplace keeps the first of equal names.
+        for (std::size_t i = 0; i < level.elements.size(); ++i) level.firstOfName.emplace(level.elements[i].name(), i);
+    }
+
+    void step(Level& level, const element& e)
+    {
+        const auto [found, isNew] = level.firstOfName.emplace(e.name(), level.elements.size());
+        if (isNew) return level.elements.push_back(e);
+        level.slot = found->second;
+        element& slot = level.elements[level.slot];
+        if (slot.type() == element::eObject && e.type() == element::eObject)
+            enter(slot.as_object(), e.as_object());
+        else
+            slot = merged(slot, e);
+    }
+
+    std::stack<Level> m_levels;
+};
+
 } // namespace
 
-object object::update(const object& other) const
-{
-    object result(*this);
-    std::vector<element>& elements = result.m_elements;
-    // The keys point into the two operands, which stay as they are; emplace keeps the first of equal names.
-    std::unordered_map<std::string_view, std::size_t> firstOfName;
-    for (std::size_t i = 0; i < m_elements.size(); ++i) firstOfName.emplace(m_elements[i].name(), i);
-
-    for (const element& e : other) {
-        const auto [found, isNew] = firstOfName.emplace(e.name(), elements.size());
-        if (isNew)
-            elements.push_back(e);
-        else
-            elements[found->second] = merged(elements[found->second], e);
-    }
-    return result;
-}
+object object::update(const object& other) const { return CUpdate().run(*this, other); }
 
 object object::update(const element& e) const
 {

@@ -1,4 +1,6 @@
 #include "zorvan/documents/bson.h"
+#include "zorvan/documents/bsonwire.h"
+#include "zorvan/documents/namematch.h"
 
 #include <algorithm>
 #include <iterator>
@@ -8,21 +10,34 @@ namespace bson {
 
 namespace {
 
-/// The longest name that is matched against a pattern; measured: the standard matcher takes 0.3 to 1.5 kB of stack a
-/// character, and names come from outside.
-constexpr std::size_t uiMaxMatchedName = 1000;
+using detail::CLevel;
 
-/// The first element here that `isWanted`, else the first result of `below` for the documents inside.
-template <typename Predicate, typename Search>
-element search(const object& document, Predicate isWanted, Search below)
+bool isObject(const element& e) { return e.type() == element::eObject; }
+
+/// The first element of the document that `isWanted(e, isOutermost)`, else the first of those inside, depth first.
+template <typename Predicate>
+element search(const object& document, Predicate isWanted)
 {
-    const auto found = std::find_if(document.begin(), document.end(), isWanted);
-    if (found != document.end()) return *found;
-    for (const element& e : document) {
-        if (e.type() != element::eObject) continue;
-        if (element result = below(e.as_object())) return result;
+    std::vector<CLevel> levels;
+    const auto enter = [&](CLevel level) {
+        const bool isOutermost = levels.empty();
+        levels.push_back(std::move(level));
+        const element* const end = levels.back().end;
+        const element* const found =
+            std::find_if(levels.back().begin, end, [&](const element& e) { return isWanted(e, isOutermost); });
+        return found != end ? found : nullptr;
+    };
+
+    const element* found = enter(CLevel(document));
+    while (found == nullptr && !levels.empty()) {
+        CLevel& level = levels.back();
+        level.next = std::find_if(level.next, level.end, isObject);
+        if (level.next == level.end)
+            levels.pop_back();
+        else
+            found = enter(CLevel((level.next++)->as_object()));
     }
-    return {};
+    return found != nullptr ? *found : element();
 }
 
 /// The runs of other characters between slashes.
@@ -37,24 +52,27 @@ std::list<std::string> splitPath(std::string_view path)
     return segments;
 }
 
-using Segment = std::list<std::string>::const_iterator;
-
-element follow(const element& e, Segment first, Segment end);
-
-element follow(const object& document, Segment first, Segment end)
+/// The first element at this path, where elements of equal name are tried in order.
+element follow(const object& document, const std::list<std::string>& path)
 {
-    for (const element& e : document) {
-        if (element result = follow(e, first, end)) return result;
+    if (path.empty()) return {};
+    std::vector<CLevel> levels;
+    levels.emplace_back(document);
+    for (auto segment = path.begin();;) {
+        CLevel& level = levels.back();
+        level.next = std::find_if(level.next, level.end, [&](const element& e) { return *segment == e.name(); });
+        if (level.next == level.end) {
+            levels.pop_back();
+            if (levels.empty()) return {};
+            --segment;
+            continue;
+        }
+        const element& e = *level.next++;
+        if (std::next(segment) == path.end()) return e;
+        if (!isObject(e)) continue;
+        ++segment;
+        levels.emplace_back(e.as_object());
     }
-    return {};
-}
-
-element follow(const element& e, Segment first, Segment end)
-{
-    if (first == end || *first != e.name()) return {};
-    if (std::next(first) == end) return e;
-    if (e.type() != element::eObject) return {};
-    return follow(e.as_object(), std::next(first), end);
 }
 
 } // namespace
@@ -65,26 +83,22 @@ element element::child(const std::regex& pattern) const { return children().chil
 
 element element::query(const std::string& path) const { return query(splitPath(path)); }
 
-element element::query(std::list<std::string> path) const { return follow(*this, path.begin(), path.end()); }
+element element::query(std::list<std::string> path) const { return follow(object(*this), path); }
 
 element object::child(const std::string& name) const
 {
-    return search(
-        *this, [&](const element& e) { return name == e.name(); },
-        [&](const object& inner) { return inner.child(name); });
+    return search(*this, [&](const element& e, bool) { return name == e.name(); });
 }
 
 element object::child(const std::regex& pattern, std::regex_constants::match_flag_type flags) const
 {
-    const auto matches = [&](const element& e) {
-        const std::string_view name = e.name();
-        return name.size() <= uiMaxMatchedName && std::regex_match(name.begin(), name.end(), pattern, flags);
-    };
-    return search(*this, matches, [&](const object& inner) { return inner.child(pattern); });
+    return search(*this, [&](const element& e, bool isOutermost) {
+        return detail::matches(e.name(), pattern, isOutermost ? flags : std::regex_constants::match_default);
+    });
 }
 
 element object::query(const std::string& path) const { return query(splitPath(path)); }
 
-element object::query(std::list<std::string> path) const { return follow(*this, path.begin(), path.end()); }
+element object::query(std::list<std::string> path) const { return follow(*this, path); }
 
 } // namespace bson

@@ -1,6 +1,6 @@
 #include "zorvan/documents/bson.h"
+#include "zorvan/documents/bsonsink.h"
 #include "zorvan/documents/bsonwire.h"
-#include "zorvan/platform/bytebuffer.h"
 
 #include <algorithm>
 #include <istream>
@@ -16,56 +16,6 @@ using detail::CElementBuilder;
 constexpr int iEnd = std::char_traits<char>::eof();
 
 [[noreturn]] void throwParseError() { throw std::invalid_argument("parse error"); }
-
-/// Grows as bytes arrive, and gives its memory away without a copy when little of it is unused.
-class CByteSink
-{
-public:
-    [[nodiscard]] std::uint64_t size() const { return m_size; }
-    [[nodiscard]] unsigned char* data() { return m_data.get(); }
-    void truncate(std::uint64_t size) { m_size = size; }
-
-    void reserve(std::uint64_t more)
-    {
-        if (more <= m_capacity - m_size) return;
-        const std::uint64_t capacity = std::max({m_size + more, 2 * m_capacity, uiFirstCapacity});
-        auto data = Zorvan::MakeByteBuffer(capacity);
-        detail::storeBytes(data.get(), m_data.get(), m_size);
-        m_data = std::move(data);
-        m_capacity = capacity;
-    }
-
-    unsigned char* grow(std::uint64_t more)
-    {
-        reserve(more);
-        m_size += more;
-        return m_data.get() + (m_size - more);
-    }
-
-    void append(unsigned char byte) { *grow(1) = byte; }
-
-    /// All bytes so far, in memory of their own.
-    std::shared_ptr<unsigned char[]> take()
-    {
-        constexpr std::uint64_t uiMaxWaste = 8; // one byte in this many
-        if ((m_capacity - m_size) <= m_size / uiMaxWaste) {
-            m_capacity = 0;
-            m_size = 0;
-            return std::move(m_data);
-        }
-        auto copy = Zorvan::MakeByteBuffer(m_size);
-        detail::storeBytes(copy.get(), m_data.get(), m_size);
-        m_size = 0;
-        return copy;
-    }
-
-private:
-    static constexpr std::uint64_t uiFirstCapacity = 64;
-
-    std::shared_ptr<unsigned char[]> m_data;
-    std::uint64_t m_size = 0;
-    std::uint64_t m_capacity = 0;
-};
 
 /// Reads from the stream's buffer directly and keeps the stream's state as its own operations would; a sentry for every
 /// byte of a name would cost most of the time.
@@ -119,8 +69,8 @@ private:
     std::istream& m_in;
 };
 
-/// Reads elements into one growing buffer, nested documents in place: their lengths are written when their ends are
-/// known.
+/// Reads elements into one growing buffer, nested documents in place. The nesting comes from outside, so what is open
+/// stands in the sink and not on the stack.
 class CReader
 {
 public:
@@ -132,7 +82,8 @@ public:
         element::Type type{};
         if (!appendHeader(type)) return {};
         const std::uint64_t headerSize = m_sink.size();
-        if (!appendValue(type, 0)) return {};
+        if (!appendValue(type)) return {};
+        while (m_sink.depth() != 0) appendNestedOrClose();
         const std::uint64_t size = m_sink.size();
         if (size < detail::uiSmallestShared) return CElementBuilder::copyOf(m_sink.data(), size, size - headerSize);
         return CElementBuilder::share(m_sink.take(), size, size - headerSize);
@@ -195,7 +146,8 @@ private:
         return true;
     }
 
-    bool appendValue(element::Type type, unsigned int depth)
+    /// Of a document only its start: what is in it follows.
+    bool appendValue(element::Type type)
     {
         if (const auto size = detail::fixedValueSize(type)) return appendBytes(*size);
         switch (type) {
@@ -206,7 +158,8 @@ private:
         case element::eRegex:
             return appendRegex();
         case element::eObject:
-            return appendObject(depth + 1);
+            openObject();
+            return true;
         default:
             throwParseError();
         }
@@ -231,32 +184,31 @@ private:
         return true;
     }
 
-    bool appendObject(unsigned int depth)
+    void openObject()
     {
-        if (depth > uiMaxNesting) throwParseError();
-        const std::uint64_t start = m_sink.size();
-        m_sink.grow(detail::uiLengthBytes);
-        if (const auto length = skipLength()) {
+        if (m_sink.depth() == uiMaxNesting) throwParseError();
+        m_sink.open();
+        if (const auto length = skipLength())
             m_sink.reserve(std::min<std::uint64_t>(*length, m_source.available()) + 1);
-            while (m_source.good() && m_source.peek() != 0) appendNested(depth);
-            skipClosingByte();
-        }
-        const std::uint64_t sum = m_sink.size() - start - detail::uiLengthBytes;
-        detail::store(m_sink.data() + start, detail::length32(sum));
-        m_sink.append(0);
-        return true;
+    }
+
+    void appendNestedOrClose()
+    {
+        if (m_source.good() && m_source.peek() != 0) return appendNested();
+        skipClosingByte();
+        m_sink.close();
     }
 
     /// An element that is cut short leaves nothing behind.
-    void appendNested(unsigned int depth)
+    void appendNested()
     {
         const std::uint64_t start = m_sink.size();
         element::Type type{};
-        if (!appendHeader(type) || !appendValue(type, depth)) m_sink.truncate(start);
+        if (!appendHeader(type) || !appendValue(type)) m_sink.truncate(start);
     }
 
     CByteSource m_source;
-    CByteSink m_sink;
+    detail::CDocumentSink m_sink;
 };
 
 } // namespace

@@ -130,6 +130,9 @@ struct CElementBuilder
     }
 
     static std::vector<element>& elements(object& o) noexcept { return o.m_elements; }
+
+    static bool isAsRead(const element& e) noexcept { return e.m_isAsRead; }
+    static void setAsRead(element& e, bool isAsRead) noexcept { e.m_isAsRead = isAsRead; }
 };
 
 /// Writes the frozen form, o.size() bytes, and returns the place behind it.
@@ -140,6 +143,32 @@ unsigned char* storeObject(unsigned char* to, const object& o);
 /// short, regular expressions as `element::make_regex` makes them, unknown types, too deep a nesting.
 [[nodiscard]] std::optional<object> shareObject(const std::shared_ptr<const unsigned char[]>& bytes,
                                                 std::uint64_t size);
+
+/// The same for the value of an element that is as a reader would write it: only its outermost level is looked at.
+[[nodiscard]] object childrenOf(const std::shared_ptr<const unsigned char[]>& bytes, std::uint64_t size);
+
+/// Throws std::length_error if one more document around these elements would be too many.
+void demandRoomAround(const object& o);
+
+/// One of the documents that a walk through all levels stands in; a walk keeps them in a container, since the nesting
+/// may come from outside and be too deep to recurse over.
+struct CLevel
+{
+    explicit CLevel(const object& outermost) noexcept : begin(outermost.begin()), next(begin), end(outermost.end()) {}
+    explicit CLevel(object&& inner) noexcept
+        : document(std::move(inner)), begin(document.begin()), next(begin), end(document.end())
+    {
+    }
+
+    CLevel(CLevel&&) noexcept = default; // the elements stay where they are
+    CLevel& operator=(CLevel&&) noexcept = default;
+    ~CLevel() = default;
+
+    object document; ///< empty for the outermost, which is the caller's
+    const element* begin = nullptr;
+    const element* next = nullptr;
+    const element* end = nullptr;
+};
 
 /// Whether an identifier's 16 bytes are there; a binary from outside may carry the type and be shorter.
 [[nodiscard]] bool holdsUUID(const element& e) noexcept;

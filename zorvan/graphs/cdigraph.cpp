@@ -21,20 +21,20 @@ void CDiGraph::resize(int n)
 int CDiGraph::edges() const
 {
     int count = 0;
-    for (const CEdgeTable& table : m_edges) count += static_cast<int>(table.All().size());
+    for (const CEdgeTable& table : m_edges) count += static_cast<int>(table.Size());
     return count;
 }
 
 CDiGraph::edges_proxy CDiGraph::edges(int v)
 {
     checkNode(v);
-    return edges_proxy(table(v).All());
+    return table(v).All<Edge>();
 }
 
 CDiGraph::const_edges_proxy CDiGraph::edges(int v) const
 {
     checkNode(v);
-    return const_edges_proxy(table(v).All());
+    return table(v).All<const Edge>();
 }
 
 CDiGraph::Node& CDiGraph::node(int v)
@@ -91,7 +91,7 @@ int CDiGraph::degree_in(int v) const
 int CDiGraph::degree_out(int v) const
 {
     checkNode(v);
-    return static_cast<int>(table(v).All().size());
+    return static_cast<int>(table(v).Size());
 }
 
 std::vector<int> CDiGraph::node_degrees() const

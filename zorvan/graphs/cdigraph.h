@@ -274,11 +274,15 @@ public:
 
     /// Writes the node count, then each node with edges, how many, and their targets; no payloads.
     void serialize(std::ostream& out) const;
-    /// Reads what `serialize` writes, up to where the stream fails. Edges to nodes outside the graph are left out. A
-    /// node count over a million that the length of the text does not bear out gives an empty graph, as a failed stream
-    /// does.
-    [[nodiscard]] static CDiGraph deserialize(std::istream& in);
-    /// Writes the graph in the language of Graphviz, each strongly connected component in a dashed box.
+    /// Reads what `serialize` writes, up to where the stream fails; a stream that has failed gives an empty graph.
+    /// Numbers are read as `in >> number` does, in base 10 and the classic locale. Edges to nodes outside the graph are
+    /// left out.
+    /// @param maxUnproven  a short text can claim any number of nodes, of about 100 bytes each. Beyond this number the
+    ///                     text has to hold one number for every eight nodes; if it does not, the graph is empty and
+    ///                     the stream bad().
+    [[nodiscard]] static CDiGraph deserialize(std::istream& in, int maxUnproven = 10000000);
+    /// Writes the graph in the language of Graphviz, each strongly connected component in a dashed box. The file is
+    /// written through its name: a link is followed, and an existing file keeps its owner and mode.
     /// @param edgeLabel, nodeLabel  asked for edges and nodes with a payload; may be empty. Labels go out as they are.
     /// @return false when the file cannot be written
     bool dump_GraphViz(const std::string& file, const std::string& name,
@@ -298,7 +302,14 @@ private:
         CEdgeTable& operator=(CEdgeTable&&) noexcept = default;
         ~CEdgeTable() = default;
 
-        [[nodiscard]] const std::vector<std::unique_ptr<Edge>>& All() const { return m_edges; }
+        [[nodiscard]] std::size_t Size() const { return m_edges.size() - m_gaps; }
+        template <typename E>
+        [[nodiscard]] TEdges<E> All() const
+        {
+            return TEdges<E>(m_edges.data() + m_first, m_edges.data() + m_edges.size(), Size());
+        }
+        /// The edge at this place or after it; null behind the last. Moves the place on behind it.
+        [[nodiscard]] const Edge* Next(std::size_t& place) const;
         [[nodiscard]] Edge* Find(int target) const;
         /// For a target that is not there yet.
         Edge& Add(int source, int target);
@@ -307,10 +318,16 @@ private:
         void EraseFrom(int n);
 
     private:
+        [[nodiscard]] std::ptrdiff_t findPlace(int target) const;
         [[nodiscard]] std::size_t findSlot(int target) const;
+        void closeGaps();
         void rebuildSlots();
 
-        std::vector<std::unique_ptr<Edge>> m_edges; ///< behind pointers, so that references outlive growth
+        /// Behind pointers, so that references outlive growth. An erased edge leaves a null: closing the gap at once
+        /// would make erasing all edges take time n^2.
+        std::vector<std::unique_ptr<Edge>> m_edges;
+        std::size_t m_gaps = 0;   ///< at most half of the places
+        std::size_t m_first = 0;  ///< before it are gaps only
         std::vector<int> m_slots; ///< position in m_edges or -1, hashed by target; empty while a search is as fast
     };
 
@@ -347,20 +364,27 @@ public:
     using reference = E&;
 
     TEdgeIterator() = default;
-    explicit TEdgeIterator(const std::unique_ptr<Edge>* place) : m_place(place) {}
+    TEdgeIterator(const std::unique_ptr<Edge>* place, const std::unique_ptr<Edge>* end) : m_place(place), m_end(end) {}
 
     [[nodiscard]] E& operator*() const { return **m_place; }
     [[nodiscard]] E* operator->() const { return m_place->get(); }
     TEdgeIterator& operator++()
     {
-        ++m_place;
+        do ++m_place;
+        while (m_place != m_end && !*m_place); // over the gaps of erased edges
         return *this;
     }
-    TEdgeIterator operator++(int) { return TEdgeIterator(m_place++); }
+    TEdgeIterator operator++(int)
+    {
+        const TEdgeIterator before = *this;
+        ++*this;
+        return before;
+    }
     [[nodiscard]] bool operator==(const TEdgeIterator&) const = default;
 
 private:
     const std::unique_ptr<Edge>* m_place = nullptr;
+    const std::unique_ptr<Edge>* m_end = nullptr;
 };
 
 /// The edges that leave one node, as a range; valid until an edge of this node is made or erased.
@@ -368,19 +392,20 @@ template <typename E>
 class CDiGraph::TEdges
 {
 public:
-    explicit TEdges(const std::vector<std::unique_ptr<Edge>>& edges)
-        : m_begin(edges.data()), m_end(edges.data() + edges.size())
+    TEdges(const std::unique_ptr<Edge>* begin, const std::unique_ptr<Edge>* end, std::size_t size)
+        : m_begin(begin), m_end(end), m_size(size)
     {
     }
 
-    [[nodiscard]] TEdgeIterator<E> begin() const { return TEdgeIterator<E>(m_begin); }
-    [[nodiscard]] TEdgeIterator<E> end() const { return TEdgeIterator<E>(m_end); }
-    [[nodiscard]] std::size_t size() const { return static_cast<std::size_t>(m_end - m_begin); }
-    [[nodiscard]] bool empty() const { return m_begin == m_end; }
+    [[nodiscard]] TEdgeIterator<E> begin() const { return {m_begin, m_end}; }
+    [[nodiscard]] TEdgeIterator<E> end() const { return {m_end, m_end}; }
+    [[nodiscard]] std::size_t size() const { return m_size; }
+    [[nodiscard]] bool empty() const { return m_size == 0; }
 
 private:
     const std::unique_ptr<Edge>* m_begin;
     const std::unique_ptr<Edge>* m_end;
+    std::size_t m_size;
 };
 
 /// Walks the nodes that can be reached from one, nearest first; `*it` is the node. A default-built one is the end:

@@ -1,6 +1,5 @@
 #include "zorvan/graphs/cdigraph.h"
 
-#include <filesystem>
 #include <fstream>
 #include <locale>
 #include <sstream>
@@ -8,33 +7,6 @@
 namespace Zorvan {
 
 namespace {
-
-namespace fs = std::filesystem;
-
-bool writeTo(const fs::path& path, const std::string& text)
-{
-    std::ofstream out(path);
-    out << text;
-    out.close();
-    return out.good();
-}
-
-/// Writes beside the file and renames, so that an old file is never half overwritten. What is no plain file, a pipe for
-/// one, is written to as it stands.
-bool writeFile(const fs::path& path, const std::string& text)
-{
-    std::error_code error;
-    if (fs::exists(path, error) && !fs::is_regular_file(path, error)) return writeTo(path, text);
-
-    fs::path beside = path;
-    beside += ".tmp";
-    if (writeTo(beside, text)) {
-        fs::rename(beside, path, error);
-        if (!error) return true;
-    }
-    fs::remove(beside, error);
-    return false;
-}
 
 /// Collects the text of one graph.
 class CGraphVizWriter
@@ -126,7 +98,10 @@ bool CDiGraph::dump_GraphViz(const std::string& file, const std::string& name,
     writer.WriteNodeLabels(nodeLabel);
     writer.WriteComponents();
     writer.WriteRest();
-    return writeFile(file, writer.GetText());
+    std::ofstream out(file);
+    out << writer.GetText();
+    out.close();
+    return out.good();
 }
 
 } // namespace Zorvan

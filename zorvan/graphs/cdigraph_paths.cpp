@@ -89,9 +89,9 @@ CDiGraph::SSSP_data CDiGraph::dijkstra_SSSP(int source, int target, const EdgeCo
         if (data.distances[u] == fInfinity) break; // what is left cannot be reached
         data.visited[u] = true;
         if (static_cast<int>(u) == target && target != source) break;
-        for (const auto& e : m_edges[u].All()) {
-            const auto v = static_cast<std::size_t>(e->target);
-            const float alt = cost(*e) + data.distances[u];
+        for (const Edge& e : m_edges[u].All<const Edge>()) {
+            const auto v = static_cast<std::size_t>(e.target);
+            const float alt = cost(e) + data.distances[u];
             if (!(data.distances[v] > alt)) continue;
             data.distances[v] = alt;
             data.predecessors[v] = static_cast<int>(u);
@@ -135,10 +135,10 @@ CDiGraph::APSP_data CDiGraph::APSP(bool cycles, const EdgeCost& cost) const
     const std::size_t n = m_nodes.size();
     APSP_data data{nodes(), std::vector<float>(n * n, fInfinity), std::vector<int>(n * n, NULL_PRED)};
     for (std::size_t u = 0; u < n; ++u) {
-        for (const auto& e : m_edges[u].All()) {
-            if (!cycles && e->target == e->source) continue;
-            data.distances[u * n + static_cast<std::size_t>(e->target)] = cost(*e);
-            data.predecessors[u * n + static_cast<std::size_t>(e->target)] = e->source;
+        for (const Edge& e : m_edges[u].All<const Edge>()) {
+            if (!cycles && e.target == e.source) continue;
+            data.distances[u * n + static_cast<std::size_t>(e.target)] = cost(e);
+            data.predecessors[u * n + static_cast<std::size_t>(e.target)] = e.source;
         }
         if (!cycles) data.distances[u * n + u] = 0.0F;
     }

@@ -1,7 +1,9 @@
 #include "zorvan/graphs/cdigraph.h"
 
-#include <charconv>
 #include <istream>
+#include <iterator>
+#include <limits>
+#include <locale>
 #include <optional>
 #include <ostream>
 
@@ -9,34 +11,34 @@ namespace Zorvan {
 
 namespace {
 
-constexpr std::size_t uiMaxUnprovenNodes = 1000000; // about 100 MB of nodes that a few bytes may ask for
-
-/// Reads one number at a time, whatever locale and base the stream has been given.
+/// Reads one number at a time as `in >> number` does, whatever locale and base the stream has been given.
 class CNumberReader
 {
 public:
-    explicit CNumberReader(std::istream& in) : m_in(in) {}
+    explicit CNumberReader(std::istream& in) : m_in(in) { m_format.imbue(std::locale::classic()); }
 
     /// Nothing at the end, and for what is no int: the stream has failed then.
     std::optional<int> Next()
     {
-        std::string word;
-        m_in.width(0);
-        if (!(m_in >> word)) return std::nullopt;
-        int value = 0;
-        const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
-        if (error == std::errc() && end == word.data() + word.size()) {
-            ++m_count;
-            return value;
+        long value = 0;
+        std::ios::iostate state = std::ios::goodbit;
+        if (const std::istream::sentry ready(m_in >> std::ws, true); ready) {
+            const std::istreambuf_iterator<char> begin(m_in);
+            std::use_facet<std::num_get<char>>(m_format.getloc()).get(begin, {}, m_format, state, value);
         }
-        m_in.setstate(std::ios::failbit);
-        return std::nullopt;
+        if (value < std::numeric_limits<int>::min() || value > std::numeric_limits<int>::max())
+            state |= std::ios::failbit;
+        m_in.setstate(state);
+        if (!m_in) return std::nullopt;
+        ++m_count;
+        return static_cast<int>(value);
     }
 
     [[nodiscard]] std::size_t GetCount() const { return m_count; }
 
 private:
     std::istream& m_in;
+    std::ios m_format{nullptr};
     std::size_t m_count = 0;
 };
 
@@ -70,7 +72,7 @@ void CDiGraph::serialize(std::ostream& out) const
     out.write(text.data(), std::ssize(text));
 }
 
-CDiGraph CDiGraph::deserialize(std::istream& in)
+CDiGraph CDiGraph::deserialize(std::istream& in, int maxUnproven)
 {
     CNumberReader numbers(in);
     const int count = numbers.Next().value_or(0);
@@ -78,8 +80,10 @@ CDiGraph CDiGraph::deserialize(std::istream& in)
 
     // Read before a node is made: the text has to bear out a large count.
     const auto edges = readEdges(numbers, count);
-    const auto wanted = static_cast<std::size_t>(count);
-    if (wanted > uiMaxUnprovenNodes && wanted / 8 > numbers.GetCount()) return {};
+    if (count > maxUnproven && static_cast<std::size_t>(count) / 8 > numbers.GetCount()) {
+        in.setstate(std::ios::badbit);
+        return {};
+    }
 
     CDiGraph graph(count);
     for (const auto& [a, b] : edges) graph.edge(a, b);

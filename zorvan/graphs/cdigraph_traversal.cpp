@@ -35,9 +35,8 @@ void CDiGraph::visit(int source, int& time, const std::function<void(int)>& disc
     enter(source, NULL_PRED);
     while (!path.empty()) {
         const int v = path.back().first;
-        if (path.back().second < table(v).All().size()) {
-            const int next = table(v).All()[path.back().second++]->target;
-            if (node(next).color == eWhite) enter(next, v);
+        if (const Edge* const e = table(v).Next(path.back().second)) {
+            if (node(e->target).color == eWhite) enter(e->target, v);
             continue;
         }
         node(v).color = eBlack;
@@ -94,12 +93,10 @@ CDiGraph::dfs_iterator& CDiGraph::dfs_iterator::operator++()
 {
     while (!m_path.empty()) {
         auto& [v, nextEdge] = m_path.back();
-        const auto& edges = m_graph->table(v).All();
-        while (nextEdge < edges.size() && m_isSeen[static_cast<std::size_t>(edges[nextEdge]->target)]) ++nextEdge;
-        if (nextEdge < edges.size()) {
-            const int next = edges[nextEdge++]->target;
-            m_isSeen[static_cast<std::size_t>(next)] = true;
-            m_path.emplace_back(next, 0);
+        while (const Edge* const e = m_graph->table(v).Next(nextEdge)) {
+            if (m_isSeen[static_cast<std::size_t>(e->target)]) continue;
+            m_isSeen[static_cast<std::size_t>(e->target)] = true;
+            m_path.emplace_back(e->target, 0);
             return *this;
         }
         m_path.pop_back();

@@ -24,6 +24,7 @@ std::wstring widened(const std::string& ascii) { return {ascii.begin(), ascii.en
 CDisjointSets::CDisjointSets(unsigned int n) : m_numClasses(n), m_parents(n), m_sizes(n, 1)
 {
     std::iota(m_parents.begin(), m_parents.end(), 0U);
+    m_next = m_parents;
 }
 
 CDisjointSets::CDisjointSets(CDisjointSets&& other) noexcept { *this = std::move(other); }
@@ -34,6 +35,7 @@ CDisjointSets& CDisjointSets::operator=(CDisjointSets&& other) noexcept
     m_numClasses = std::exchange(other.m_numClasses, 0);
     m_parents = std::exchange(other.m_parents, {});
     m_sizes = std::exchange(other.m_sizes, {});
+    m_next = std::exchange(other.m_next, {});
     return *this;
 }
 
@@ -46,6 +48,7 @@ unsigned int CDisjointSets::Unify(unsigned int a, unsigned int b)
 
     m_parents[other] = survivor;
     m_sizes[survivor] += m_sizes[other];
+    std::swap(m_next[survivor], m_next[other]); // makes one ring of two
     --m_numClasses;
     return survivor;
 }
@@ -88,7 +91,7 @@ int CDisjointSets::GetClassByIndex(unsigned int k) const
 
 std::unique_ptr<unsigned int[]> CDisjointSets::GetClassMembers(unsigned int rep, unsigned int* count) const
 {
-    return toArray(membersOf(GetClassRep(rep)), count);
+    return toArray(membersOf(rep), count);
 }
 
 std::unique_ptr<unsigned int[]> CDisjointSets::GetClasses(unsigned int* count) const
@@ -98,7 +101,7 @@ std::unique_ptr<unsigned int[]> CDisjointSets::GetClasses(unsigned int* count) c
     return toArray(roots, count);
 }
 
-CDisjointSets::ClassIterator CDisjointSets::GetClass(unsigned int i) const { return {*this, GetClassRep(i)}; }
+CDisjointSets::ClassIterator CDisjointSets::GetClass(unsigned int i) const { return {*this, membersOf(i)}; }
 
 CDisjointSets::PartitionIterator CDisjointSets::begin() const { return {*this, nextRoot(0)}; }
 
@@ -106,11 +109,11 @@ CDisjointSets::PartitionIterator CDisjointSets::end() const { return {*this, Siz
 
 void CDisjointSets::DismantleClass(unsigned int rep)
 {
-    // All members are found before the first is cut loose: they hang on one another.
-    const std::vector<unsigned int> members = membersOf(GetClassRep(rep));
+    const std::vector<unsigned int> members = membersOf(rep);
     for (const unsigned int member : members) {
         m_parents[member] = member;
         m_sizes[member] = 1;
+        m_next[member] = member;
     }
     m_numClasses += static_cast<unsigned int>(members.size()) - 1;
 }
@@ -127,10 +130,14 @@ CDisjointSets::operator std::string() const
 
 CDisjointSets::operator std::wstring() const { return widened(*this); }
 
-std::vector<unsigned int> CDisjointSets::membersOf(unsigned int root) const
+/// The class of i, ascending.
+std::vector<unsigned int> CDisjointSets::membersOf(unsigned int i) const
 {
-    const ClassIterator members(*this, root);
-    return {members.begin(), members.end()};
+    checkIndex(i);
+    std::vector<unsigned int> members{i};
+    for (unsigned int next = m_next[i]; next != i; next = m_next[next]) members.push_back(next);
+    std::ranges::sort(members);
+    return members;
 }
 
 unsigned int CDisjointSets::nextRoot(unsigned int from) const
@@ -144,15 +151,14 @@ void CDisjointSets::checkIndex(unsigned int i) const
     if (i >= Size()) throw std::out_of_range("invalid element index");
 }
 
-CDisjointSets::ClassIterator::ClassIterator(const CDisjointSets& sets, unsigned int root) : m_sets(&sets), m_root(root)
+CDisjointSets::ClassIterator::ClassIterator(const CDisjointSets& sets, std::vector<unsigned int> members)
+    : m_sets(&sets), m_members(std::make_shared<const std::vector<unsigned int>>(std::move(members)))
 {
-    skipOthers();
 }
 
 CDisjointSets::ClassIterator& CDisjointSets::ClassIterator::operator++()
 {
-    ++m_current;
-    skipOthers();
+    if (m_members && ++m_place == m_members->size()) *this = {};
     return *this;
 }
 
@@ -163,11 +169,10 @@ CDisjointSets::ClassIterator CDisjointSets::ClassIterator::operator++(int)
     return before;
 }
 
-/// On to the next member of the class, or to the state of an iterator behind the last one.
-void CDisjointSets::ClassIterator::skipOthers()
+bool CDisjointSets::ClassIterator::operator==(const ClassIterator& other) const
 {
-    while (m_sets && m_current < m_sets->Size() && m_sets->GetClassRep(m_current) != m_root) ++m_current;
-    if (!m_sets || m_current == m_sets->Size()) *this = {};
+    if (!m_members || !other.m_members) return m_members == other.m_members;
+    return m_sets == other.m_sets && **this == *other;
 }
 
 CDisjointSets::ClassIterator::operator std::string() const

@@ -19,9 +19,9 @@ namespace Zorvan {
 ///             use(member);
 ///     std::string(sets);                              // "{{0, 2}, {1}, {3}}"
 ///
-/// Classes are named by their root, which is not always the smallest member; walking one class takes time n. An index
-/// of n or more throws std::out_of_range "invalid element index" unless told otherwise. No look-up writes, so const
-/// operations may run concurrently.
+/// Classes are named by their root, which is not always the smallest member. Walking a class of k members takes time k
+/// log(k), so walking or printing all takes little more than n. An index of n or more throws std::out_of_range "invalid
+/// element index" unless told otherwise. No look-up writes, so const operations may run concurrently.
 class ZORVAN_API CDisjointSets
 {
 public:
@@ -76,13 +76,14 @@ public:
     operator std::wstring() const;
 
 private:
-    [[nodiscard]] std::vector<unsigned int> membersOf(unsigned int root) const;
+    [[nodiscard]] std::vector<unsigned int> membersOf(unsigned int i) const;
     [[nodiscard]] unsigned int nextRoot(unsigned int from) const;
     void checkIndex(unsigned int i) const;
 
     unsigned int m_numClasses = 0;
     std::vector<unsigned int> m_parents; ///< a root is its own parent
     std::vector<unsigned int> m_sizes;   ///< of the class, at its root only
+    std::vector<unsigned int> m_next;    ///< the members of a class in a ring, in no particular order
 };
 
 /// One class: its members in ascending order, as an iterator and as a range of what is still ahead.
@@ -97,11 +98,12 @@ public:
 
     ClassIterator() = default; ///< behind the last member
 
-    [[nodiscard]] explicit operator bool() const { return m_sets != nullptr; }
-    [[nodiscard]] unsigned int operator*() const { return m_current; }
+    [[nodiscard]] explicit operator bool() const { return m_members != nullptr; }
+    [[nodiscard]] unsigned int operator*() const { return (*m_members)[m_place]; }
     ClassIterator& operator++();
     ClassIterator operator++(int);
-    [[nodiscard]] bool operator==(const ClassIterator&) const = default;
+    /// Equal at the same member of the same partition.
+    [[nodiscard]] bool operator==(const ClassIterator& other) const;
 
     [[nodiscard]] ClassIterator begin() const { return *this; }
     [[nodiscard]] ClassIterator end() const { return {}; }
@@ -112,12 +114,11 @@ public:
 
 private:
     friend class CDisjointSets;
-    ClassIterator(const CDisjointSets& sets, unsigned int root);
-    void skipOthers();
+    ClassIterator(const CDisjointSets& sets, std::vector<unsigned int> members);
 
     const CDisjointSets* m_sets = nullptr;
-    unsigned int m_root = 0;
-    unsigned int m_current = 0;
+    std::shared_ptr<const std::vector<unsigned int>> m_members; ///< null behind the last
+    std::size_t m_place = 0;
 };
 
 /// The classes in ascending order of their roots.

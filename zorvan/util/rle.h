@@ -21,9 +21,8 @@ namespace Zorvan::RLE {
 [[nodiscard]] constexpr std::uint64_t MaxCompSize(std::uint64_t size) { return ((3 * size + 1) >> 1) + 1; }
 
 /// @param out     room for `MaxCompSize(size)` bytes
-/// @param escape  0..255, or -1 for the value that is rarest in the data (in a sample of 2048 positions when the data
-/// is
-///                longer, so the choice costs a fixed number of reads)
+/// @param escape  0..255, or -1 for the value that is rarest in the data, from 2048 bytes on in a sample of 2048
+///                positions, so that the choice costs a fixed number of reads
 /// @return        bytes written
 /// @throws std::invalid_argument "invalid escape symbol"
 ZORVAN_API std::uint64_t Compress(const void* in, unsigned char* out, std::uint64_t size, int escape);

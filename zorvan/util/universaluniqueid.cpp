@@ -153,6 +153,8 @@ wchar_t* UniversalUniqueID::ToString(wchar_t* out, bool upperCase) const
 
 bool UniversalUniqueID::Matches(const std::string& pattern) const
 {
+    const bool isInBraces = pattern.starts_with('{') || (pattern.size() > uiTextLength && pattern[uiTextLength] == '}');
+    if (UniversalUniqueID id; isInBraces && id.parse(pattern.c_str())) return id == *this;
     if (pattern.size() > uiMaxPatternLength) throw std::regex_error(std::regex_constants::error_complexity);
     return Matches(std::regex(pattern, std::regex::ECMAScript | std::regex::icase));
 }

@@ -74,7 +74,7 @@ public:
     wchar_t* ToString(wchar_t* out, bool upperCase) const;
 
     /// Whether the whole lower-case text fits the expression. The string is an expression too, taken without regard to
-    /// case, so that a text form matches itself.
+    /// case, so that a text form matches itself; one with a brace, which is no expression, is read as an identifier.
     /// @throws std::regex_error for a string that is no expression, or is longer than 1024 characters
     [[nodiscard]] bool Matches(const std::string& pattern) const;
     [[nodiscard]] bool Matches(const std::regex& pattern) const;
