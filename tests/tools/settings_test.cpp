@@ -10,6 +10,7 @@
 #include "tests/support/commalocale.h"
 
 #include "zorvan/preregistration/settingsserialization.h"
+#include "zorvan/runtime/csharedmemory.h"
 
 #include <gtest/gtest.h>
 
@@ -177,6 +178,27 @@ TEST(FlagsCommand, HoldsTheStoreUntilItIsStopped)
     EXPECT_EQ(folder.Run("flags get steady --store " + uniqueStore()).out, "1\n");
     ASSERT_EQ(::kill(std::stoi(folder.Read("pid.txt")), SIGTERM), 0);
     EXPECT_TRUE(turns(false));
+}
+
+TEST(FlagsCommand, StopsWaitingForAStoreThatCannotBeMade)
+{
+    const WorkFolder folder;
+    const std::filesystem::path obstacle = // a folder where the semaphore's file would be
+        "/dev/shm/zorvan-" + std::to_string(::geteuid()) + "-sem-Global%5c;" + uniqueStore() + ".mutex";
+    ASSERT_TRUE(std::filesystem::create_directory(obstacle));
+    for (const std::string signal : {"INT", "TERM"}) {
+        const auto outcome = folder.Run(set("flag 1"), "timeout -k 60 -s " + signal + " 2");
+        EXPECT_EQ(outcome.exitCode, 124) << "it had to be killed";
+    }
+    std::filesystem::remove(obstacle);
+}
+
+TEST(FlagsCommand, RefusesAStoreLargerThanItsOwn)
+{
+    const WorkFolder folder;
+    const auto memory = Zorvan::CSharedMemory::Create(bson::convert(uniqueStore()), 1U << 20U);
+    expectRefusal(folder.Run("flags list --store " + uniqueStore()), "has 1048576 bytes, more than the 65536 of ours");
+    EXPECT_EQ(folder.Run(set("flag 1")).exitCode, 2);
 }
 
 TEST(DumpCommand, ShowsDocumentsAndRefusesEveryCut)
