@@ -260,6 +260,18 @@ TEST(CFPFHDataSource, RejectsSettingsThatCannotWork)
     }
 }
 
+TEST(CFPFHDataSource, RadiusThatIsNoLengthGivesNoFeature)
+{
+    const auto s = BumpySurface(2000, 9);
+    for (const double radius : {0.0, 1e39, std::numeric_limits<double>::infinity(), double{nan}}) {
+        CFPFHDataSource source(radius, 0, 0, 1, nullptr);
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_TRUE(source.Update(s.points, s.normals, nullptr));
+            EXPECT_EQ(source.GetNumFeatures(), 0U) << radius;
+        }
+    }
+}
+
 TEST(CFPFHDataSource, PointsThatAreNotFiniteEmptyIt)
 {
     auto s = BumpySurface(2000, 10);

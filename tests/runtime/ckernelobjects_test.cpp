@@ -5,6 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -102,6 +106,29 @@ TEST(KernelObjects, ManyWhoOpenAndCloseMeetInOneBlockAndLeaveNothingWhenKilledAn
         EXPECT_TRUE(isAllZero(CSharedMemory::Create(round % 2 == 0 ? name : UniqueName(L"another"), uiSize)));
         EXPECT_EQ(countFiles(file), 0) << "whoever comes next clears away";
     }
+}
+
+TEST(KernelObjects, FileOfAnotherUserIsRefusedAlsoWhileHeHoldsItsLocks)
+{
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can give a file to another user";
+    const std::wstring name = UniqueName(L"foreign");
+    const std::string path = "/dev/shm/zorvan-0-mem-" + std::filesystem::path(name).string();
+    const int file = ::open(path.c_str(), O_CREAT | O_EXCL | O_RDWR, 0600);
+    struct flock gate = {};
+    gate.l_type = F_WRLCK;
+    gate.l_len = 1;
+    if (::fchown(file, 65534, 65534) != 0 || ::fcntl(file, F_OFD_SETLK, &gate) != 0) GTEST_SKIP() << "not allowed here";
+
+    CChildProcess visitor([&] {
+        ::alarm(60); // for one that waits
+        int opening = 0, making = 0;
+        return !CNamedMemory::Open(name, opening) && !CNamedMemory::Create(name, 1, making) && opening == EACCES &&
+               making == EACCES;
+    });
+    EXPECT_TRUE(visitor.Succeeded());
+    ::close(file);
+    EXPECT_TRUE(CSharedMemory::Create(UniqueName(L"next"), 1)); // clears away what was left behind
+    EXPECT_EQ(::unlink(path.c_str()), 0) << "it was not ours";
 }
 
 TEST(KernelObjects, RefusesWhatTheSystemCannotGive)

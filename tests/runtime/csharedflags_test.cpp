@@ -1,11 +1,15 @@
 #include "zorvan/runtime/csharedflags.h"
 
 #include "tests/support/childprocess.h"
+#include "tests/support/logcapture.h"
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <stdexcept>
 #include <typeinfo>
@@ -72,6 +76,36 @@ TEST(CSharedFlags, ProcessesLoseNoUpdate)
         EXPECT_EQ(flags.Get().children().num_elements(), 4U);
     }
     EXPECT_FALSE(CSharedFlags(name, uiCapacity).Get().children()); // gone with the last of them
+}
+
+TEST(CSharedFlags, WaitingForAStoreThatCannotBeReachedEndsWhenAborted)
+{
+    const std::wstring name = UniqueName(L"aborted"), semaphore = L"Global\\" + name + L".mutex";
+    int asked = 0, error = 0;
+    const auto isAborted = [&] { return ++asked == 3; };
+    // Taken, as by a process that died inside an operation.
+    const auto taken = Zorvan::CNamedSemaphore::Create(semaphore, 0, 1, error);
+    EXPECT_FALSE(CSharedFlags(name, uiCapacity, isAborted));
+    EXPECT_TRUE(asked == 3 && taken.Release());
+    EXPECT_TRUE(CSharedFlags(name, uiCapacity, isAborted));
+
+    // A folder in place of the semaphore's file: it can neither be opened nor made.
+    const std::wstring prefix = L"/dev/shm/zorvan-" + std::to_wstring(::geteuid()) + L"-sem-Global%5c;";
+    const std::filesystem::path obstacle = prefix + name + L"2.mutex";
+    ASSERT_TRUE(std::filesystem::create_directory(obstacle));
+    asked = 0;
+    EXPECT_FALSE(CSharedFlags(name + L"2", uiCapacity, isAborted));
+    EXPECT_EQ(asked, 3);
+    std::filesystem::remove(obstacle);
+}
+
+TEST(CSharedFlags, NameThatIsTooLongClosesTheStoreAndIsLogged)
+{
+    const support::LogCapture log;
+    EXPECT_TRUE(CSharedFlags(std::wstring(200, L'n'), uiCapacity));
+    EXPECT_FALSE(CSharedFlags(std::wstring(57, L'\xE4'), uiCapacity)); // four bytes of a file name each
+    EXPECT_TRUE(log.Has(L"a name of 57 characters is too long for shared flags; the store stays closed"));
+    EXPECT_EQ(log.Messages().size(), 1U);
 }
 
 TEST(CSharedFlags, CopyHoldsTheStoreOpenAndIsAsSilentAsAClosedOne)

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <string>
 
 using namespace Zorvan;
 
@@ -23,4 +24,18 @@ TEST(CTextProgressBar, DrawsEachPercentOfItsStagesOnce)
     EXPECT_EQ(std::ranges::count(out.str(), '\r'), 101);
     EXPECT_NE(out.str().find("\rscan [####################                    ]  50%\r"), std::string::npos);
     EXPECT_TRUE(out.str().ends_with("] 100%\n"));
+}
+
+// 29, 57 and 58 divided by 100 lie below the true quotient.
+TEST(CTextProgressBar, ShowsEachOfAHundredStepsAsItsPercentAlsoThroughAStage)
+{
+    std::ostringstream out;
+    CTextProgressBar bar(out, "scan");
+    bar.Start(100);
+    CStageProgressMeter stage(bar, 100);
+    stage.Start(100);
+    for (int step = 1; step < 100; ++step) {
+        stage.Advance(1);
+        EXPECT_TRUE(out.str().ends_with(" " + std::to_string(step) + "%")) << step;
+    }
 }

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <string>
 
@@ -17,6 +19,14 @@ std::string repeated(const std::string& line, int times)
 
 const std::string plyHead = "ply\nformat ascii 1.0\nelement vertex ";
 const std::string plyXyz = "\nproperty float x\nproperty float y\nproperty float z\n";
+
+/// A header that is far too long, with one fault at its end.
+std::string plyWithManyElements()
+{
+    std::string text = "ply\nformat ascii 1.0\n";
+    for (int i = 0; i < 200000; ++i) text += "element e" + std::to_string(i) + " 0\n";
+    return text + "element e199999 0\nend_header\n";
+}
 
 /// A floating scan that cannot be used, and words that the one line about it has to hold.
 struct BadScan
@@ -41,6 +51,7 @@ const BadScan badScans[] = {
          "element face 1\nproperty list uchar int vertex_indices\nend_header\n"
          "0 0 0\n1 0 0\n0 1 0\n3 0 1 3\n",
      "index 3 of 3 vertices"},
+    {"many.ply", plyWithManyElements(), "line 200003: element \"e199999\" appears twice"},
     {"flat.ply", plyHead + "1\nproperty float x\nproperty float y\nend_header\n0 0\n", "x, y and z"},
     {"list.ply",
      "ply\nformat binary_little_endian 1.0\nelement vertex 0" + plyXyz +
@@ -104,6 +115,19 @@ TEST_F(BadInput, OfEveryKindIsRefusedInOneLine)
         expectRefused(outcome, scan.words);
         EXPECT_NE(outcome.err.find(scan.name), std::string::npos) << outcome.err;
         EXPECT_EQ(folder.Read("old.json"), "old");
+    }
+}
+
+TEST_F(BadInput, OfAPipeThatAMeshNamesIsNotOpened)
+{
+    ASSERT_EQ(::mkfifo((folder / "pipe.mtl").c_str(), 0600), 0);
+    std::string points;
+    for (int i = 0; i < 400; ++i)
+        points +=
+            "v " + std::to_string(i % 20) + " " + std::to_string(i / 20) + " " + std::to_string((i * i) % 7) + "\n";
+    for (const std::string& pipe : {std::string("pipe.mtl"), (folder / "pipe.mtl").string()}) {
+        folder.Write("flt.obj", "mtllib " + pipe + "\n" + points);
+        EXPECT_LT(folder.Run("features flt.obj --grid 1").exitCode, 2) << pipe;
     }
 }
 

@@ -12,6 +12,7 @@
 #include "tests/support/commalocale.h"
 
 #include "zorvan/preregistration/settingsserialization.h"
+#include "zorvan/runtime/csharedmemory.h"
 
 #include <gtest/gtest.h>
 
@@ -186,6 +187,27 @@ TEST(FlagsCommand, IsListenedToByThoseOnlyWhoNameTheStore)
         const std::string store = help.substr(help.find("--store"));
         EXPECT_NE(store.substr(0, store.find("--threads")).find("default: none"), std::string::npos) << help;
     }
+}
+
+TEST(FlagsCommand, StopsWaitingForAStoreThatCannotBeMade)
+{
+    const WorkFolder folder;
+    const std::filesystem::path obstacle = // a folder where the semaphore's file would be
+        "/dev/shm/zorvan-" + std::to_string(::geteuid()) + "-sem-Global%5c;" + uniqueStore() + ".mutex";
+    ASSERT_TRUE(std::filesystem::create_directory(obstacle));
+    for (const std::string signal : {"INT", "TERM"}) {
+        const auto outcome = folder.Run(set("flag 1"), "timeout -k 60 -s " + signal + " 2");
+        EXPECT_EQ(outcome.exitCode, 124) << "it had to be killed";
+    }
+    std::filesystem::remove(obstacle);
+}
+
+TEST(FlagsCommand, RefusesAStoreLargerThanItsOwn)
+{
+    const WorkFolder folder;
+    const auto memory = Zorvan::CSharedMemory::Create(bson::convert(uniqueStore()), 1U << 20U);
+    expectRefusal(folder.Run("flags list --store " + uniqueStore()), "has 1048576 bytes, more than the 65536 of ours");
+    EXPECT_EQ(folder.Run(set("flag 1")).exitCode, 2);
 }
 
 TEST(DumpCommand, ShowsDocumentsAndRefusesEveryCut)

@@ -38,6 +38,13 @@ public:
         sigprocmask(SIG_BLOCK, &m_signals, nullptr);
     }
 
+    [[nodiscard]] bool ArePending() const
+    {
+        sigset_t pending{};
+        sigpending(&pending);
+        return sigandset(&pending, &pending, &m_signals) == 0 && sigisemptyset(&pending) == 0;
+    }
+
     void WaitFor(double seconds) const
     {
         constexpr double dLongest = 1e9; // 30 years; what is longer has no end
@@ -91,7 +98,7 @@ int setFlag(const FlagsOptions& options)
     const bson::element flag = toFlag(options);
     const bool isHeldByOthers = IsStoreHeld(options.store);
     const CStopSignals signals;
-    Zorvan::CSharedFlags flags = OpenStore(options.store);
+    Zorvan::CSharedFlags flags = OpenStore(options.store, [&] { return signals.ArePending(); });
     if (!flags.Set(flag))
         throw CInputError(placeOf(options) + ": too large; clear other flags or give a shorter value");
     tellHold(options, isHeldByOthers);

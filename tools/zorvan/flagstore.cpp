@@ -23,12 +23,18 @@ bool IsStoreHeld(const std::string& store)
     return static_cast<bool>(Zorvan::CSharedMemory::Open(bson::convert(store), uiCapacity));
 }
 
-Zorvan::CSharedFlags OpenStore(const std::string& store)
+Zorvan::CSharedFlags OpenStore(const std::string& store, const std::function<bool()>& isAborted)
 {
-    Zorvan::CSharedFlags flags(bson::convert(store), uiCapacity);
+    Zorvan::CSharedFlags flags(bson::convert(store), uiCapacity, isAborted);
     if (!flags)
-        throw CInputError("the flag store \"" + store + "\" cannot be opened; give --store a name of 1 to 200 bytes, " +
-                          "and check that shared memory is there");
+        throw CInputError("the flag store \"" + store +
+                          "\" cannot be opened; give --store a name of 1 to 200 letters " +
+                          "a-z (others take more room), and check that there is shared memory to write to");
+    // Reading takes the time and memory of the whole block.
+    const std::uint64_t size = Zorvan::CSharedMemory::Open(bson::convert(store), uiCapacity).MappedSize();
+    if (size > uiCapacity)
+        throw CInputError("the flag store \"" + store + "\" has " + std::to_string(size) + " bytes, more than the " +
+                          std::to_string(uiCapacity) + " of ours: another program made it; give --store another name");
     return flags;
 }
 

@@ -3,6 +3,7 @@
 #include "zorvan/documents/bson.h"
 #include "zorvan/runtime/csharedflags.h"
 
+#include <functional>
 #include <string>
 
 namespace tools {
@@ -15,8 +16,10 @@ inline constexpr const char* sSettingsFlag = "ConfigurationFPFH";
 /// Whether some process holds the store now. When none does, it has no content.
 [[nodiscard]] bool IsStoreHeld(const std::string& store);
 
-/// Opens the store, or makes it. @throws CInputError
-[[nodiscard]] Zorvan::CSharedFlags OpenStore(const std::string& store);
+/// Opens the store, or makes it; a memory file system that is full or read-only is tried again until `isAborted`.
+/// @throws CInputError, also for a block larger than ours, which is then not read
+[[nodiscard]] Zorvan::CSharedFlags OpenStore(
+    const std::string& store, const std::function<bool()>& isAborted = [] { return false; });
 
 /// The settings that other processes want, empty when there are none or `store` is empty. A store that nobody holds is
 /// not made. @throws CInputError when what lies there is no document, or has values that are no settings

@@ -2,6 +2,7 @@
 
 #include "inputerror.h"
 
+#include <assimp/IOSystem.hpp>
 #include <assimp/Importer.hpp>
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
@@ -55,6 +56,17 @@ std::string_view checkedBinaryStl(std::string_view bytes, const std::filesystem:
                       "write or copy it again");
 }
 
+/// A mesh may name further files (materials), anywhere and of any kind: a pipe among them would hold us for good, and
+/// nothing in them is wanted.
+class CNoOtherFiles : public Assimp::IOSystem
+{
+public:
+    bool Exists(const char* /*file*/) const override { return false; }
+    char getOsSeparator() const override { return '/'; }
+    Assimp::IOStream* Open(const char* /*file*/, const char* /*mode*/) override { return nullptr; }
+    void Close(Assimp::IOStream* /*file*/) override {}
+};
+
 void appendMesh(Scan& scan, const aiMesh& mesh)
 {
     const auto first = static_cast<std::uint32_t>(scan.points.size());
@@ -73,6 +85,7 @@ void appendMesh(Scan& scan, const aiMesh& mesh)
 Scan importMesh(std::string_view bytes, const char* hint, const std::filesystem::path& file)
 {
     Assimp::Importer importer;
+    importer.SetIOHandler(new CNoOtherFiles); // which the importer deletes
     const aiScene* const scene = importer.ReadFileFromMemory(bytes.data(), bytes.size(), aiProcess_Triangulate, hint);
     if (scene == nullptr)
         throw CInputError(file, std::string("cannot be read: ") + importer.GetErrorString(), "export it again");

@@ -13,7 +13,8 @@ namespace tools {
 [[nodiscard]] Scan ReadStl(std::string_view bytes, const std::filesystem::path& file);
 
 /// Reads OBJ: vertices, normals where every face has them, polygons cut into triangles; points alone when there are no
-/// faces. Materials are not looked for. Corners of faces are points of their own: see `JoinEqualPoints`.
+/// faces. No other file is opened, whatever materials it names. Corners of faces are points of their own: see
+/// `JoinEqualPoints`.
 /// @throws CInputError
 [[nodiscard]] Scan ReadObj(std::string_view bytes, const std::filesystem::path& file);
 

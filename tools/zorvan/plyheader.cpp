@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <unordered_set>
 #include <utility>
 
 namespace tools {
@@ -105,7 +106,7 @@ private:
         const std::optional<long long> count = ParseInteger(NextWord(line));
         if (element.name.empty() || !count || *count < 0 || *count > iMaxCount)
             fail("an element needs a name and a count from 0 to 2147483647");
-        if (m_header.Find(element.name) != nullptr) fail("element " + Quoted(element.name) + " appears twice");
+        if (!m_names.insert(element.name).second) fail("element " + Quoted(element.name) + " appears twice");
         element.count = static_cast<std::uint64_t>(*count);
         m_header.elements.push_back(std::move(element));
     }
@@ -181,6 +182,7 @@ private:
     const std::filesystem::path& m_file;
     std::size_t m_line = 0;
     bool m_hasFormat = false;
+    std::unordered_set<std::string> m_names; ///< of the elements: a hostile header has many
     PlyHeader m_header;
 };
 

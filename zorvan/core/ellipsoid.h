@@ -20,8 +20,9 @@ struct ZORVAN_API Ellipsoid
     std::array<kdtree::Vector<3>, 3> tips;
 
     Ellipsoid() = default;
-    /// Of n points, in single precision up to the covariance. All zero for null or n = 0; not finite for n = 1 and when
-    /// a point is not finite.
+    /// Of n points, in single precision up to the covariance. All zero for null or n = 0. For n = 1 the tips are not
+    /// finite, only the centre is; when a point is not finite, neither is the centre. Points so far out that squares
+    /// overflow (from about 1.8e19 on) give tips that are not finite either.
     Ellipsoid(const kdtree::Vector<3>* points, std::size_t n);
     /// Of a covariance in lower-triangular form (c00, c10, c11, c20, c21, c22); no half-axis gets longer than
     /// `maxHalfAxis`.

@@ -59,7 +59,8 @@ public:
     [[nodiscard]] std::array<double, 3> Rotate(const std::array<double, 3>& v) const;
 
     [[nodiscard]] double GetNorm() const;
-    /// Unit length and w >= 0; the identity when the norm is zero, infinite or NaN.
+    /// Unit length and w >= 0; the identity when the norm is NaN, zero, or so small that its reciprocal overflows. With
+    /// an infinite norm, which components from about 1e154 on give, finite components become 0 and infinite ones NaN.
     [[nodiscard]] Quaternion GetNormalized() const;
     [[nodiscard]] double Dot(const Quaternion& q) const { return w * q.w + x * q.x + y * q.y + z * q.z; }
     /// Angle between two normalised rotations, in [0, pi], blind to the sign of either.

@@ -13,11 +13,12 @@ using Vector3 = kdtree::Vector<3>;
 constexpr double drift = 0.001; // more than the relative error of the approximate reciprocal
 constexpr double nearFace = 0.499;
 
+// Beyond the range the last cell, and the lowest for NaN (no radius, an infinite one), as the lattice has it.
 std::int32_t toCell(double number)
 {
     constexpr double lowest = std::numeric_limits<std::int32_t>::min();
     constexpr double highest = std::numeric_limits<std::int32_t>::max();
-    return static_cast<std::int32_t>(std::clamp(number, lowest, highest));
+    return static_cast<std::int32_t>(number >= lowest ? std::min(number, highest) : lowest);
 }
 
 } // namespace

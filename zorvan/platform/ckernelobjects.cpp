@@ -87,11 +87,21 @@ private:
 
 [[nodiscard]] bool isLinked(const struct stat& status) { return status.st_nlink != 0; }
 
+/// Locks of another user's file are never waited for: he could hold them for good. @return false sets errno
+[[nodiscard]] bool isOurs(int descriptor)
+{
+    struct stat status = {};
+    if (::fstat(descriptor, &status) != 0) return false;
+    if (status.st_uid == ::geteuid()) return true;
+    errno = EACCES;
+    return false;
+}
+
 /// @param command  F_OFD_SETLKW to wait for the gate, F_OFD_SETLK to leave a busy object alone
 void removeIfAbandoned(const std::string& path, int command)
 {
     const CDescriptor file(openFile(path, 0));
-    if (file.Get() < 0 || !lockByte(file.Get(), iGate, F_WRLCK, command)) return;
+    if (file.Get() < 0 || !isOurs(file.Get()) || !lockByte(file.Get(), iGate, F_WRLCK, command)) return;
     struct stat status = {};
     if (::fstat(file.Get(), &status) != 0 || !isLinked(status)) return;
     if (lockByte(file.Get(), iAlive, F_WRLCK, F_OFD_SETLK)) ::unlink(path.c_str());
@@ -134,13 +144,9 @@ enum class EFound
 [[nodiscard]] EFound look(int descriptor)
 {
     struct stat status = {};
-    if (!lockByte(descriptor, iGate, F_WRLCK, F_OFD_SETLKW) || ::fstat(descriptor, &status) != 0)
+    if (!isOurs(descriptor) || !lockByte(descriptor, iGate, F_WRLCK, F_OFD_SETLKW) || ::fstat(descriptor, &status) != 0)
         return EFound::Refused;
     if (!isLinked(status)) return EFound::Removed;
-    if (status.st_uid != ::geteuid()) {
-        errno = EACCES;
-        return EFound::Refused;
-    }
     if (!lockByte(descriptor, iAlive, F_WRLCK, F_OFD_SETLK)) return EFound::Shared;
     return status.st_size == 0 ? EFound::New : EFound::Abandoned;
 }
@@ -323,13 +329,19 @@ CNamedSemaphore::Shared* CNamedSemaphore::shared() const { return static_cast<Sh
 
 bool CNamedSemaphore::Wait() const
 {
+    return Wait([] { return false; });
+}
+
+bool CNamedSemaphore::Wait(const std::function<bool()>& isAborted) const
+{
     if (!m_view) return false;
     // No spinning and no yielding before the sleep: with other work on the processors both cost milliseconds a turn.
     if (shared()->TryTake()) return true;
     shared()->sleepers.fetch_add(1);
-    while (!shared()->TryTake()) shared()->SleepUntilRaised();
+    bool isTaken = false;
+    while (!(isTaken = shared()->TryTake()) && !isAborted()) shared()->SleepUntilRaised();
     shared()->sleepers.fetch_sub(1);
-    return true;
+    return isTaken;
 }
 
 bool CNamedSemaphore::TryWait() const { return m_view && shared()->TryTake(); }

@@ -23,8 +23,13 @@ namespace Zorvan {
 /// gate and gets `alive` for itself alone knows that nobody else has a handle. A removed file stays removed for those
 /// who had opened it before: they see the missing link once they hold the gate, and start over.
 ///
-/// A forked child shares the handles of its parent: the object lives until both have closed them. Any characters may
-/// stand in a name; an empty one is refused (EINVAL), one of more than about 230 bytes too (ENAMETOOLONG).
+/// A forked child shares the handles of its parent: the object lives until both have closed them. A file of that name
+/// that belongs to another user is refused (EACCES) and not touched.
+///
+/// Any characters may stand in a name. An empty one is refused (EINVAL), and one whose file name would have more than
+/// 255 bytes (ENAMETOOLONG): 13 to 22 of them are the prefix with the user's number, and a code unit that is none of
+/// A-Z a-z 0-9 . _ - takes its hexadecimal digits and two more. For root that leaves 242 ASCII letters or digits, 60
+/// letters from U+0080 to U+00FF, 48 up to U+0FFF, or 40 beyond; a code point beyond U+FFFF counts as two.
 class ZORVAN_API AKernelObject
 {
 public:
@@ -81,6 +86,8 @@ public:
     void Close() noexcept;
     /// Takes one, after waiting for it without limit. @return false: the handle is closed
     [[nodiscard]] bool Wait() const;
+    /// The same until `isAborted`, asked twice a second, says true. @return false: aborted, or the handle is closed
+    [[nodiscard]] bool Wait(const std::function<bool()>& isAborted) const;
     /// Takes one if there is one.
     [[nodiscard]] bool TryWait() const;
     /// @return false: the handle is closed, or the count stands at its maximum

@@ -98,12 +98,12 @@ std::vector<std::uint32_t> drawDense(std::mt19937& random, const CFPFHPointSet& 
 {
     const auto numFeatures = static_cast<std::uint32_t>(flt.SizeFeatures());
     const double discArea = std::numbers::pi * radius * radius;
-    const auto full = static_cast<std::size_t>(std::round(discArea / (spacing * spacing)));
+    const double full = std::round(discArea / (spacing * spacing)); // not finite for settings far out
     std::vector<unsigned> around;
     const auto coverage = [&](std::uint32_t i) {
         around.clear();
         flt.GetFeaturePointsKdTree().FindInBall(around, {flt.GetFeaturePoint(i), static_cast<float>(radius * radius)});
-        return std::min(around.size(), full);
+        return full < static_cast<double>(around.size()) ? static_cast<std::size_t>(full) : around.size();
     };
     std::vector<std::uint32_t> picks;
     while (picks.size() < count) {

@@ -92,20 +92,16 @@ bool CJobScheduler::IsIdle() const
 
 void CJobScheduler::distribute()
 {
-    CCountingSemaphore slots(m_maxConcurrency);
-    CJobWorkers workers(m_maxConcurrency, [&](std::unique_ptr<JobBase> job) { runJob(std::move(job), slots); });
-    while (std::unique_ptr<JobBase> job = getNextJob()) {
-        slots.Down();
-        workers.Schedule(std::move(job));
-    }
+    CJobWorkers workers(m_maxConcurrency, [this](std::unique_ptr<JobBase> job) { runJob(std::move(job)); });
+    // Without a free place the job waits in hand: out of the queue, so that `Cancel` cannot remove it any more.
+    while (std::unique_ptr<JobBase> job = getNextJob()) workers.Schedule(std::move(job));
 }
 
-void CJobScheduler::runJob(std::unique_ptr<JobBase> job, CCountingSemaphore& slots)
+void CJobScheduler::runJob(std::unique_ptr<JobBase> job)
 {
     if (!ReadSharedFlag(m_cancelationFlag)) job->Run();
     // What the function holds is gone before anybody who waits for the scheduler goes on.
     job.reset();
-    slots.Up();
     const std::lock_guard queue(m_queueMutex);
     countTermination();
 }

@@ -136,7 +136,7 @@ private:
     std::future<R> scheduleCall(const std::shared_ptr<Group>& group, const std::function<R()>& function);
 
     void distribute();
-    void runJob(std::unique_ptr<JobBase> job, CCountingSemaphore& slots);
+    void runJob(std::unique_ptr<JobBase> job);
     /// Owns the job from the call on.
     void enqueueJob(JobBase* job);
     [[nodiscard]] std::unique_ptr<JobBase> getNextJob();

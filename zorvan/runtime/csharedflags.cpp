@@ -1,5 +1,6 @@
 #include "zorvan/runtime/csharedflags.h"
 
+#include "zorvan/platform/clogger.h"
 #include "zorvan/runtime/semaphorecalls.h"
 
 #include <algorithm>
@@ -17,27 +18,31 @@ namespace Zorvan {
 
 namespace {
 
+const Logging::CLogger logger(L"Zorvanlib.SharedFlags");
+
 constexpr std::uint32_t uiMaxCount = 1024;
 
 [[nodiscard]] std::wstring mutexName(const std::wstring& name) { return L"Global\\" + name + L".mutex"; }
 
 /// Opens or makes the semaphore; two processes that start at once settle on one.
-[[nodiscard]] CNamedSemaphore reachSemaphore(const std::wstring& name)
+[[nodiscard]] CNamedSemaphore reachSemaphore(const std::wstring& name, const std::function<bool()>& isAborted)
 {
     for (;;) {
         int error = 0;
         CNamedSemaphore semaphore = CNamedSemaphore::Open(mutexName(name), error);
         if (!semaphore) semaphore = CNamedSemaphore::Create(mutexName(name), 1, uiMaxCount, error);
         // No amount of patience makes such a name good.
-        if (semaphore || name.empty() || error == ENAMETOOLONG) return semaphore;
+        if (error == ENAMETOOLONG)
+            logger.Error(L"a name of %u characters is too long for shared flags; the store stays closed",
+                         static_cast<unsigned>(name.size()));
+        if (semaphore || name.empty() || error == ENAMETOOLONG || isAborted()) return semaphore;
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
 }
 
 template <class F>
-auto withSemaphore(const CNamedSemaphore& semaphore, const F& operation)
+auto thenRelease(const CNamedSemaphore& semaphore, const F& operation)
 {
-    WaitOrThrow(semaphore);
     try {
         auto result = operation();
         ReleaseOrThrow(semaphore);
@@ -46,6 +51,13 @@ auto withSemaphore(const CNamedSemaphore& semaphore, const F& operation)
         (void)semaphore.Release();
         throw;
     }
+}
+
+template <class F>
+auto withSemaphore(const CNamedSemaphore& semaphore, const F& operation)
+{
+    WaitOrThrow(semaphore);
+    return thenRelease(semaphore, operation);
 }
 
 // The block is read without the semaphore too, while another thread may write: byte by byte, so that a reader sees old
@@ -66,10 +78,15 @@ void copyOut(unsigned char* bytes, unsigned char* block, std::uint64_t size)
 } // namespace
 
 CSharedFlags::CSharedFlags(const std::wstring& name, std::uint64_t capacity)
-    : m_capacity(capacity), m_mutexSemaphore(reachSemaphore(name))
+    : CSharedFlags(name, capacity, [] { return false; })
 {
-    if (!m_mutexSemaphore) return;
-    const bool attached = withSemaphore(m_mutexSemaphore, [&] { return attach(name); });
+}
+
+CSharedFlags::CSharedFlags(const std::wstring& name, std::uint64_t capacity, const std::function<bool()>& isAborted)
+    : m_capacity(capacity), m_mutexSemaphore(reachSemaphore(name, isAborted))
+{
+    const bool attached =
+        m_mutexSemaphore.Wait(isAborted) && thenRelease(m_mutexSemaphore, [&] { return attach(name); });
     if (!attached) m_mutexSemaphore.Close();
 }
 

@@ -6,6 +6,7 @@
 #include "zorvan/runtime/csharedmemory.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -32,8 +33,13 @@ class ZORVAN_API CSharedFlags
 {
 public:
     CSharedFlags() = default;
-    /// Opens the store, or makes it. Closed on failure. @param capacity  bytes of the block
+    /// Opens the store, or makes it. Closed on failure: an empty name, one that is too long (at most 226 ASCII letters
+    /// or digits for root, a few less for others, and far less of other letters: see AKernelObject; logged as an
+    /// error), or no memory. Any other failure to reach the semaphore (a full or read-only memory file system, a file
+    /// of another user) is tried again, ten times a second, without limit. @param capacity  bytes of the block
     CSharedFlags(const std::wstring& name, std::uint64_t capacity);
+    /// The same, but closed as soon as `isAborted`, asked again and again while it waits, says true.
+    CSharedFlags(const std::wstring& name, std::uint64_t capacity, const std::function<bool()>& isAborted);
     CSharedFlags(const CSharedFlags& other);
     CSharedFlags& operator=(const CSharedFlags& other);
     CSharedFlags(CSharedFlags&& other) noexcept;
@@ -48,7 +54,8 @@ public:
     /// The first element of that name, shallow levels first; also inside nested objects. Empty if there is none.
     [[nodiscard]] bson::element Get(const std::string& name) const;
     /// The whole store as one object named like the block. Takes no semaphore, so it answers while another process is
-    /// stuck, and may see what that one has half written.
+    /// stuck, and may see what that one has half written: then some elements are missing or wrong, or it throws what a
+    /// broken document throws, as std::invalid_argument "parse error". Ask again.
     [[nodiscard]] bson::element Get() const;
     [[nodiscard]] bool Exists(const std::string& name) const;
     /// Removes the top-level elements of that name. @return whether the document became shorter

@@ -1,10 +1,23 @@
 #include "zorvan/runtime/ctextprogressbar.h"
 
 #include <algorithm>
+#include <cmath>
 #include <ostream>
 #include <utility>
 
 namespace Zorvan {
+
+namespace {
+
+/// How many of `parts` whole parts are done. The quotient k / n may have been rounded down, which would hide part k:
+/// the next larger number gives it back.
+[[nodiscard]] std::uint64_t doneParts(double fraction, std::uint64_t parts)
+{
+    const double done = std::nextafter(fraction, 1.0);
+    return done < 1.0 ? static_cast<std::uint64_t>(done * static_cast<double>(parts)) : parts;
+}
+
+} // namespace
 
 void AProgressMeter::Start(std::uint64_t totalSteps)
 {
@@ -35,7 +48,7 @@ double AProgressMeter::fraction() const
 
 void CStageProgressMeter::show(double fraction)
 {
-    const auto reached = static_cast<std::uint64_t>(fraction * static_cast<double>(m_share));
+    const std::uint64_t reached = doneParts(fraction, m_share);
     // A stage that starts anew gives nothing back: the parent never falls.
     if (reached <= m_passedOn) return;
     m_parent.Advance(reached - std::exchange(m_passedOn, reached));
@@ -46,7 +59,7 @@ CTextProgressBar::CTextProgressBar(std::ostream& out, std::string label) : m_out
 void CTextProgressBar::show(double fraction)
 {
     constexpr int iWidth = 40;
-    const int percent = static_cast<int>(fraction * 100.0);
+    const auto percent = static_cast<int>(doneParts(fraction, 100));
     if (std::exchange(m_percent, percent) == percent) return;
 
     const int marks = percent * iWidth / 100;

@@ -14,6 +14,10 @@ namespace Zorvan {
 
 /// Threads for the jobs of one running period of a scheduler. They start when there is something to do and nobody free
 /// to do it, so a high limit costs nothing; at most `maxThreads` of them. One thread schedules and destroys.
+///
+/// What a short job costs is the waking of threads, so few are woken: a worker that ends its job takes the next one in
+/// the same breath, also the one that still waits for its place, and of several sleepers one is called at a time, who
+/// calls the next before it starts its own job.
 class CJobWorkers
 {
 public:
@@ -25,14 +29,16 @@ public:
     /// Returns when all jobs have ended.
     ~CJobWorkers();
 
-    /// Starts the job at once, provided that fewer than `maxThreads` others run. A system that has no thread left to
-    /// give makes it wait for a free worker; without any worker it runs on the calling thread.
+    /// Starts the job, or waits until it has got the place of one of `maxThreads` others. A system that has no thread
+    /// left to give makes the job wait for a free worker; without any worker it runs on the calling thread.
     void Schedule(std::unique_ptr<CJobScheduler::JobBase> job);
 
 private:
     [[nodiscard]] bool tryAddThread();
     void work();
-    [[nodiscard]] std::unique_ptr<CJobScheduler::JobBase> takeJob();
+    void runNextJob(std::unique_lock<std::mutex>& lock);
+    [[nodiscard]] bool callWorker();
+    [[nodiscard]] bool hasPlaceForAll() const { return m_running + m_jobs.size() <= m_maxThreads; }
 
     const unsigned int m_maxThreads;
     const Run m_run;
@@ -40,8 +46,11 @@ private:
 
     std::mutex m_mutex; ///< guards what follows
     std::condition_variable m_changed;
-    std::deque<std::unique_ptr<CJobScheduler::JobBase>> m_jobs;
+    std::condition_variable m_placeFree;
+    std::deque<std::unique_ptr<CJobScheduler::JobBase>> m_jobs; ///< not started; the last may be without a place
+    std::size_t m_running = 0;
     std::size_t m_sleeping = 0;
+    bool m_isCalled = false; ///< a sleeper, who is not awake yet. Set whenever jobs and sleepers are there
     bool m_closed = false;
 };
 
