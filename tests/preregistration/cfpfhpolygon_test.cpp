@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <set>
 
@@ -154,6 +155,42 @@ TEST(CFPFHPolygon, ProposesThePoseOfAMovedCopyExactly)
             EXPECT_LE(pair.weight, 100);
         }
     }
+}
+
+// Twenty features in four places, each like none of the others.
+prereg::CFPFHPointSet inFourPlaces(const std::array<Vector3, 4>& places)
+{
+    std::vector<Vector3> points;
+    std::vector<prereg::CPointFeatureHistogram> features(20);
+    for (std::size_t i = 0; i < features.size(); ++i) {
+        points.push_back(places[i % places.size()]);
+        features[i].AsArray()[i] = 1.0F;
+    }
+    const std::vector<Vector3> normals(points.size(), Vector3(0, 0, 1));
+    return {points, normals, points, normals, features};
+}
+
+TEST(CFPFHPolygon, GivesUpWhenTheRingCannotBeClosedOverAGap)
+{
+    // The fourth place keeps no shape. Without it, a side from the first to the third is too long for a float.
+    const auto flt = inFourPlaces({Vector3(0, 0, 0), {1e19F, 0, 0}, {2e19F, 0, 0}, {1e19F, 1e18F, 0}});
+    const auto fix = inFourPlaces({Vector3(0, 0, 0), {1e19F, 0, 0}, {2e19F, 0, 0}, {1e19F, 3e18F, 0}});
+    ConfigurationFPFH config = support::SearchSettings();
+    config.uiNumPolygonVertices = 4;
+    config.dMaxPolygonDiameter = -1;
+    config.dMaxPolygonVertexError = 3e17;
+    std::mt19937 random(6);
+    int met = 0;
+    for (int round = 0; round < 300; ++round) {
+        const CFPFHPolygon polygon(random, flt, {}, config, -1.0);
+        int places[4];
+        for (std::size_t i = 0; i < 4; ++i) places[i] = polygon.GetVertexIndex(i) % 4;
+        const auto bad = std::find(std::begin(places), std::end(places), 3) - std::begin(places);
+        if (std::set<int>(std::begin(places), std::end(places)).size() < 4 || places[(bad + 2) % 4] != 1) continue;
+        EXPECT_FALSE(polygon.ComputePreRegistration(fix, flt, config, false).first);
+        ++met;
+    }
+    EXPECT_GT(met, 5);
 }
 
 } // namespace
