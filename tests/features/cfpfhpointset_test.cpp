@@ -74,6 +74,9 @@ TEST(CFPFHPointSet, FindsTheFeaturesThatLookingAtAllFinds)
     EXPECT_GT(complete, queries / 2) << "approximate, but not blind";
     EXPECT_TRUE(set.LookupSimilarFeatures(CPointFeatureHistogram::Invalid(), 10, 2.0F).empty());
     EXPECT_TRUE(set.LookupSimilarFeatures(set.GetFeature(0), 0, 2.0F).empty());
+    const auto everything = static_cast<unsigned>(set.SizeFeatures());
+    for (const unsigned count : {everything, 1U << 31, ~0U})
+        EXPECT_EQ(set.LookupSimilarFeatures(set.GetFeature(0), count, 100.0F).size(), everything);
     EXPECT_TRUE(CFPFHPointSet().LookupSimilarFeatures(set.GetFeature(0), 10, 2.0F).empty());
 }
 
@@ -94,6 +97,7 @@ TEST(CFPFHPointSet, DataThatCannotBeUsedLeavesAnEmptySet)
     };
     EXPECT_EQ(messageOf(points, features, 2), L"");
     EXPECT_EQ(messageOf({}, std::vector<CPointFeatureHistogram>(), 0), L"point set has no features");
+    EXPECT_EQ(messageOf({}, features, 0), L"");
     EXPECT_EQ(messageOf(points, invalid, 0), L"Inf/NaN in FPFH data resulted in empty kD-tree; invalidating point set");
     EXPECT_EQ(messageOf(nowhere, features, 0),
               L"Inf/NaN in feature point data resulted in empty kD-tree; invalidating point set");
@@ -136,7 +140,9 @@ TEST(CFPFHPointSet, PartsHoldExactlyWhatBelongsToThem)
     EXPECT_EQ(byPlane.GetPoints(), byPredicate.GetPoints());
     EXPECT_EQ(byPlane.GetFeatures(), byPredicate.GetFeatures());
     EXPECT_TRUE(std::all_of(byPlane.GetPoints().begin(), byPlane.GetPoints().end(), isRight));
+    const LogCapture log;
     EXPECT_EQ(set.RestrictWithPredicate([](const Vector3&) { return false; }).Size(), 0U);
+    EXPECT_TRUE(log.Has(L"point set has no features"));
 
     const auto s = support::BumpySurface(3000, 4);
     std::vector<unsigned> masks;
