@@ -196,16 +196,21 @@ TEST(CFPFHPreRegistration, KeepsTurnedPosesApart)
     prereg::CFPFHDataSource source(2.0, 0.3, 0.6, 1, nullptr);
     source.Load(saddle.points, saddle.normals, nullptr);
     const auto set = std::make_shared<const CFPFHPointSet>(source);
-    for (const double bandwidth : {-1.0, 0.5}) {
+    for (const auto& [positions, turns] : {std::pair(2.0, -1.0), {2.0, 0.5}, {0.0, 0.5}}) {
         auto config = support::SearchSettings();
         config.uiNumPolygons = 0;
         config.icpConfig.dMaxStdDev = -1;
-        config.dTrafoOrientationClusteringBandwidth = bandwidth;
+        config.dTrafoPositionClusteringBandwidth = positions;
+        config.dTrafoOrientationClusteringBandwidth = turns;
+        const LogCapture log;
         CFPFHPreRegistration search(set, set, config);
         ASSERT_TRUE(search.InjectTrafo(CTrafo()));
         ASSERT_TRUE(search.InjectTrafo(CTrafo({0, 0, 1}, std::numbers::pi_v<float>, {})));
         ASSERT_TRUE(search.FinalizeAfterAbort());
-        EXPECT_EQ(search.GetAllResults().size(), bandwidth > 0 ? 2U : 1U);
+        EXPECT_EQ(search.GetAllResults().size(), turns > 0 ? 2U : 1U);
+        EXPECT_EQ(log.Has(L"(position) clustering failed!"), positions == 0);
+        EXPECT_EQ(log.Has(L"#0: cluster size 2"), positions > 0);
+        EXPECT_EQ(log.Has(L": cluster size"), positions > 0) << "without positions there are no clusters";
     }
 }
 

@@ -45,9 +45,13 @@ void CFPFHPreRegistration::clusterTransformations()
         push({m_successes[0], 1});
         return;
     }
-    const std::vector<Group> byPosition = groupByPosition(m_successes);
-    for (unsigned int c = 0; c < byPosition.size(); ++c) {
-        for (const Group& group : groupByOrientation(m_successes, byPosition[c], c)) pushBest(m_successes, group);
+    const auto byPosition = groupByPosition(m_successes);
+    if (!byPosition) {
+        for (const ICPResult& success : m_successes) push({success, 1});
+        return;
+    }
+    for (unsigned int c = 0; c < byPosition->size(); ++c) {
+        for (const Group& group : groupByOrientation(m_successes, (*byPosition)[c], c)) pushBest(m_successes, group);
     }
 }
 
@@ -69,7 +73,7 @@ void CFPFHPreRegistration::forgetSuccesses()
     m_successes.clear();
 }
 
-std::vector<CFPFHPreRegistration::Group>
+std::optional<std::vector<CFPFHPreRegistration::Group>>
 CFPFHPreRegistration::groupByPosition(const std::vector<ICPResult>& successes) const
 {
     const auto [low, high] = getFlt().GetAABB();
@@ -84,9 +88,7 @@ CFPFHPreRegistration::groupByPosition(const std::vector<ICPResult>& successes) c
     if (bandwidth > 0) clusterer = {positions, bandwidth};
     if (!clusterer.Run()) {
         logger.Warn(L"(position) clustering failed!");
-        std::vector<Group> alone;
-        for (unsigned int i = 0; i < successes.size(); ++i) alone.push_back({i});
-        return alone;
+        return std::nullopt;
     }
     logger.Debug(L"clustering: found %u position-clusters among %zi trafos", clusterer.GetNumClusters(),
                  positions.size());
