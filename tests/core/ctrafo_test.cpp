@@ -34,6 +34,9 @@ TEST(CTrafo, SingularMatricesInvertToTheIdentity)
 {
     const CTrafo flat(Vector3(), Vector3(), Vector3(), Vector3(1, 2, 3));
     EXPECT_EQ(flat.GetInverse(false), CTrafo());
+    const auto scaled = [](float s) { return CTrafo().Scale(Vector3(s, s, s)); };
+    EXPECT_EQ(scaled(0.0048F).GetInverse(false), CTrafo()) << "determinant 1.1e-7";
+    EXPECT_NEAR(scaled(0.0051F).GetInverse(false)(2, 2), 1 / 0.0051, 1e-3);
 }
 
 TEST(CTrafo, RepresentationsAgree)
