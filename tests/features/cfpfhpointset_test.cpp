@@ -190,6 +190,21 @@ TEST(CFPFHPointSet, VerificationLearnsNothingFromFlatSpots)
     EXPECT_FALSE(flat.VerifyAlignmentFeatureBased(verification(), flat, CTrafo()));
     EXPECT_TRUE(log.Has(L"rejecting trafo (only 0.0p non-planar inliers)"));
     EXPECT_FALSE(log.Has(L"confidence level")) << "a share of nothing is no reason";
+    for (const float height : {0.79F, 0.81F}) { // pairs are looked for within 8/3 of the query radius of 0.3
+        const LogCapture above;
+        EXPECT_FALSE(flat.VerifyAlignmentFeatureBased(verification(), flat, CTrafo().Translate({0, 0, height})));
+        EXPECT_EQ(above.Has(L"non-planar inliers"), height < 0.8F);
+    }
+}
+
+TEST(CFPFHPointSet, VerificationIsContentWithOneFeatureThatSaysSomething)
+{
+    const auto points = Vectors{{0, 0, 0}, {5, 0, 0}, {0, 5, 0}, {5, 5, 0}, {9, 0, 0}};
+    std::vector<CPointFeatureHistogram> features(points.size(), CPointFeatureHistogram::Plane());
+    features[0] = CPointFeatureHistogram(0.1F);
+    const Vectors normals(points.size(), {0, 0, 1});
+    const CFPFHPointSet set(points, normals, points, normals, features);
+    EXPECT_TRUE(set.VerifyAlignmentFeatureBased(verification(), set, CTrafo())) << "it has no skewness";
 }
 
 TEST(CFPFHPointSet, RoughICPFindsASmallMotionTheSameEachTime)
@@ -209,15 +224,16 @@ TEST(CFPFHPointSet, RoughICPFindsASmallMotionTheSameEachTime)
 
 TEST(CFPFHPointSet, IsTooLeanBelowTenFeaturesAVertex)
 {
+    const Vectors points(30);
+    const CFPFHPointSet set(points, points, points, points, {points.size(), CPointFeatureHistogram::Plane()});
     ConfigurationFPFH config;
-    config.icpConfig.uiNumSamples = static_cast<unsigned>(bumpySet().Size());
-    config.uiNumPolygonVertices = static_cast<unsigned>(bumpySet().SizeFeatures() / 10);
-    EXPECT_FALSE(bumpySet().IsTooLean(config));
-    ++config.uiNumPolygonVertices;
-    EXPECT_TRUE(bumpySet().IsTooLean(config));
-    config.uiNumPolygonVertices = 1;
-    ++config.icpConfig.uiNumSamples;
-    EXPECT_TRUE(bumpySet().IsTooLean(config));
+    for (const unsigned samples : {30U, 31U}) {
+        for (const unsigned vertices : {3U, 4U}) {
+            config.icpConfig.uiNumSamples = samples;
+            config.uiNumPolygonVertices = vertices;
+            EXPECT_EQ(set.IsTooLean(config), samples == 31 || vertices == 4);
+        }
+    }
 }
 
 TEST(CFPFHPointSet, WritesItsFeaturePoints)
