@@ -243,6 +243,26 @@ TEST(CFPFHDataSource, TwelveNeighboursMakeAFeature)
     }
 }
 
+TEST(CFPFHDataSource, NoNeighbourIsMissedThoughCellsAreRounded)
+{
+    // A radius whose reciprocal comes out too large, so that cells are narrower than it. Eleven points on a spot and
+    // one at the end of their reach have a feature only together.
+    float radius = 2.0F;
+    while (Zorvan::simd::ApproximateReciprocal(radius) * radius < 1.00025F && radius < 4) radius += 0.001F;
+    std::mt19937 rng(13);
+    const auto jitter = [&rng] { return 0.3F * static_cast<float>(rng() >> 8) * 0x1p-24F; };
+    std::vector<Vector3> points;
+    for (unsigned i = 0; i < 24 * 24 * 24; ++i) {
+        const Vector3 cell(static_cast<float>(i % 24), static_cast<float>(i / 24 % 24), static_cast<float>(i / 576));
+        const Vector3 spot = (cell + Vector3(jitter(), jitter(), jitter())) * (2.6F * radius);
+        points.insert(points.end(), 11, spot);
+        points.push_back(spot + Vector3(0.9999F * radius, 0, 0));
+    }
+    auto source = makeSource(1, radius, 0, 0);
+    source.Load(points, std::vector<Vector3>(points.size(), {0, 0, 1}), nullptr);
+    EXPECT_EQ(source.GetNumFeatures(), points.size());
+}
+
 TEST(CFPFHDataSource, WhatHasNoFeatureStandsBehindAndDoesNotCount)
 {
     // Twenty points on a spot, and one far from all: first, in the middle, and last.
