@@ -148,7 +148,9 @@ TEST(CPointSet, OverlapAreaIsTheSharedPartOfTheSurface)
     const auto shifted = [](float x) { return CTrafo().Translate(Vector3(x, 0, 0.01F)); };
     const float whole = a.EstimateOverlapArea(a, shifted(0), 0.3F, 2.0F, 1e9F);
     const float half = a.EstimateOverlapArea(a, shifted(10), 0.3F, 2.0F, 1e9F);
-    EXPECT_NEAR(whole, 41 * 41 * cell, 0.1 * whole) << "each point counts once, however often it is met";
+    EXPECT_NEAR(whole, 41 * 41 * cell, 0.1 * whole);
+    EXPECT_NEAR(a.EstimateOverlapArea(a, shifted(0), 0.8F, 2.0F, 1e9F), whole, 0.01 * whole)
+        << "each point counts once, however often it is met";
     EXPECT_NEAR(half / whole, 0.5, 0.06);
     EXPECT_EQ(a.EstimateOverlapArea(a, shifted(21), 0.3F, 2.0F, 1e9F), 0.0F);
     EXPECT_EQ(a.EstimateOverlapArea(a, shifted(0), 0.3F, 2.0F, whole / 2), inf);

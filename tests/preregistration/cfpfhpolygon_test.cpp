@@ -197,27 +197,36 @@ prereg::CFPFHPointSet inFourPlaces(const std::array<Vector3, 4>& places)
     return {points, normals, points, normals, features};
 }
 
-TEST(CFPFHPolygon, GivesUpWhenTheRingCannotBeClosedOverAGap)
+TEST(CFPFHPolygon, ClosesItsRingOverAGapOrGivesUp)
 {
-    // The fourth place keeps no shape. Without it, a side from the first to the third is too long for a float.
-    const auto flt = inFourPlaces({Vector3(0, 0, 0), {1e19F, 0, 0}, {2e19F, 0, 0}, {1e19F, 1e18F, 0}});
-    const auto fix = inFourPlaces({Vector3(0, 0, 0), {1e19F, 0, 0}, {2e19F, 0, 0}, {1e19F, 3e18F, 0}});
-    ConfigurationFPFH config = support::SearchSettings();
-    config.uiNumPolygonVertices = 4;
-    config.dMaxPolygonDiameter = -1;
-    config.dMaxPolygonVertexError = 3e17;
-    std::mt19937 random(6);
-    int met = 0;
-    for (int round = 0; round < 300; ++round) {
-        const CFPFHPolygon polygon(random, flt, {}, config, -1.0);
-        int places[4];
-        for (std::size_t i = 0; i < 4; ++i) places[i] = polygon.GetVertexIndex(i) % 4;
-        const auto bad = std::find(std::begin(places), std::end(places), 3) - std::begin(places);
-        if (std::set<int>(std::begin(places), std::end(places)).size() < 4 || places[(bad + 2) % 4] != 1) continue;
-        EXPECT_FALSE(polygon.ComputePreRegistration(fix, flt, config, false).first);
-        ++met;
+    // The fourth corner of the square keeps no shape. Without it the ring has a diagonal, too long for a float in the
+    // larger square.
+    for (const float unit : {1.0F, 1.35e18F}) {
+        const std::array<Vector3, 4> square{
+            Vector3(0, 0, 0), {10 * unit, 0, 0}, {10 * unit, 10 * unit, 0}, {0, 10 * unit, 0}};
+        const auto flt = inFourPlaces(square);
+        const auto fix = inFourPlaces({square[0], square[1], square[2], {0, 12 * unit, 0}});
+        ConfigurationFPFH config = support::SearchSettings();
+        config.uiNumPolygonVertices = 4;
+        config.dMaxPolygonDiameter = -1;
+        config.dMaxPolygonVertexError = 1.05 * unit; // of the fourth 1.1, of its neighbours 1.0 and 0.1
+        std::mt19937 random(6);
+        int met = 0;
+        for (int round = 0; round < 300; ++round) {
+            const CFPFHPolygon polygon(random, flt, {}, config, -1.0);
+            int places[4];
+            for (std::size_t i = 0; i < 4; ++i) places[i] = polygon.GetVertexIndex(i) % 4;
+            const auto bad = std::find(std::begin(places), std::end(places), 3) - std::begin(places);
+            if (std::set<int>(std::begin(places), std::end(places)).size() < 4 || places[(bad + 2) % 4] != 1) continue;
+            ++met;
+            const auto [trafo, pairs] = polygon.ComputePreRegistration(fix, flt, config, false);
+            ASSERT_EQ(static_cast<bool>(trafo), unit == 1);
+            if (!trafo) continue;
+            ASSERT_EQ(pairs.size(), 3U);
+            for (const auto& pair : pairs) EXPECT_EQ(pair.weight, 100);
+        }
+        EXPECT_GT(met, 5);
     }
-    EXPECT_GT(met, 5);
 }
 
 } // namespace
