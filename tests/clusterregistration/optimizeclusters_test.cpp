@@ -192,7 +192,9 @@ const std::vector<Scan>& strips()
 
 CClusterRegistration registeredStrips(const UniversalUniqueID& name, int& made)
 {
-    CClusterRegistration registration(support::StripSettings(), nullptr, nullptr);
+    auto config = support::StripSettings();
+    config.icpConfig.dMinOverlapRatio = 0.35; // the middle shares some 0.6 with either side
+    CClusterRegistration registration(config, nullptr, nullptr);
     registration.SetSearch(support::Counted(made));
     std::vector<CTrafo> poses;
     for (const Scan& scan : strips()) poses.push_back(scan.truth);
