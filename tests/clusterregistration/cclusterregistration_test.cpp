@@ -57,6 +57,7 @@ TEST(ClusterRegistration, TakesEachEntityOnceAndTellsWhereItIs)
     EXPECT_TRUE(registration.AddPointSet(ID(1), set, nullptr));
     EXPECT_FALSE(registration.AddPointSet(ID(1), views[1].set, &views[1].truth));
     EXPECT_TRUE(registration.AddPointSet(ID(0), views[1].set, &views[1].truth));
+    for (const unsigned k : {0U, 1U}) EXPECT_FALSE(registration.AddPointSet(ID(k), set, nullptr));
     EXPECT_EQ(Journal(registration), "point_set point_set ") << "what was refused is not told";
     EXPECT_EQ(registration.GetStatusString(2), "2 clusters: ff[1]{ff} *ee[1]{ee}");
     EXPECT_EQ(registration.GetPointSetAndTransform(ID(1)), std::pair(set, CTrafo()));
@@ -114,6 +115,7 @@ TEST(ClusterRegistration, TellsEachChangeOnce)
     EXPECT_EQ(registration.GetChanges(false).at(ID(0)), views[0].truth) << "the first has a place by itself";
     EXPECT_FALSE(registration.UpdateTrafos({}));
     EXPECT_FALSE(registration.UpdateTrafos({{ID(7), place}, {ID(0), views[0].truth}}));
+    EXPECT_EQ(Journal(registration), "point_set point_set point_set trafo_update trafo_update ") << "though refused";
     EXPECT_TRUE(registration.UpdateTrafos({{ID(1), place}, {ID(0), place}, {ID(7), place}}));
     EXPECT_TRUE(registration.UpdateTrafos({{ID(2), place}, {ID(2), place}}));
     EXPECT_EQ(registration.GetTrafo(ID(2)), place);

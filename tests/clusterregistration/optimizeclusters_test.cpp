@@ -2,6 +2,7 @@
 
 #include "tests/clusterregistration/scans.h"
 #include "tests/support/logcapture.h"
+#include "zorvan/core/multiobjecticp.h"
 #include "zorvan/runtime/sharedflag.h"
 
 #include <gtest/gtest.h>
@@ -41,6 +42,7 @@ TEST(OptimizeClusters, BringsAllToThePrimaryEntityWhichStays)
     const auto poses = disturbed(scans);
     for (const bool computeStatistics : {true, false}) {
         CClusterRegistration registration({}, nullptr, nullptr);
+        registration.SetFitToPrimary(true);
         ASSERT_TRUE(CreateCluster(registration, ID(9), scans, poses, toWorld()));
         EXPECT_EQ(registration.OptimizeRegistration(computeStatistics, false, false), IDs{ID(9)});
         EXPECT_EQ(registration.GetTrafo(ID(2)), toWorld() * poses[0]);
@@ -49,12 +51,30 @@ TEST(OptimizeClusters, BringsAllToThePrimaryEntityWhichStays)
         EXPECT_EQ(Journal(registration), "optimize ");
     }
     CClusterRegistration headless({}, nullptr, nullptr); // its primary entity is not in it: the first one stays
+    headless.SetFitToPrimary(true);
     ASSERT_TRUE(
         headless.CreateCluster(ID(9), ID(8), CTrafo(),
                                {{ID(0), poses[2], CTrafo(), views[0].set}, {ID(2), poses[0], CTrafo(), views[2].set}}));
     EXPECT_EQ(headless.OptimizeRegistration(true, false, false), IDs{ID(9)});
     EXPECT_EQ(headless.GetTrafo(ID(0)), poses[2]);
     ExpectRegistered(headless, {views[0], views[2]}, 0.05, 0.15);
+}
+
+TEST(OptimizeClusters, OfItselfLeavesTheWholeWhereItIsNearestToItsOldPlace)
+{
+    const auto poses = disturbed(views);
+    prereg::ICPPointSetsWithPoses sets;
+    for (std::size_t k = 0; k < views.size(); ++k)
+        sets.emplace_back(std::make_shared<const prereg::ICPPointSet>(views[k].set), poses[k]);
+    std::mt19937 rng(47110815);
+    const auto [results, classes] =
+        ComputeICPRegistration(prereg::ConfigurationICP(), rng, sets, nullptr, 3, true, false, false);
+    CClusterRegistration registration({}, nullptr, nullptr);
+    ASSERT_TRUE(CreateCluster(registration, ID(9), views, poses));
+    EXPECT_EQ(registration.OptimizeRegistration(true, false, false), IDs{ID(9)});
+    EXPECT_EQ(registration.GetTrafo(ID(0)), poses[0]);
+    for (unsigned k = 1; k < views.size(); ++k) EXPECT_EQ(registration.GetTrafo(ID(k)), results[k].GetTrafo());
+    ExpectRegistered(registration, {views.begin() + 1, views.end()}, 0.05, 0.15);
 }
 
 TEST(OptimizeClusters, LeavesAloneWhatItMayNotOrCannotRefine)
@@ -88,6 +108,7 @@ TEST(OptimizeClusters, PartsThatDoNotTouchAreNamedAfterTheirFirstEntitiesAndTheL
     // In the second case the cluster's name is that of its first entity, which then cannot name its part as well.
     for (const auto& name : {ID(9), ID(0)}) {
         CClusterRegistration registration({}, nullptr, nullptr);
+        registration.SetFitToPrimary(true);
         ASSERT_TRUE(CreateCluster(registration, name, views, poses, toWorld()));
         registration.SetPrimaryClusterID(name);
         const LogCapture log;
@@ -128,6 +149,7 @@ TEST(OptimizeClusters, ADamagedSurfaceLeavesAndTheOthersStayUnharmed)
     prereg::ConfigurationFPFH config;
     config.icpConfig.dMaxRMSE = 0.016; // the damaged scan has 0.0147 mm, the others at most 0.0076
     CClusterRegistration registration(config, nullptr, nullptr);
+    registration.SetFitToPrimary(true);
     ASSERT_TRUE(CreateCluster(registration, ID(9), scans, poses));
     const LogCapture log;
     EXPECT_EQ(registration.OptimizeRegistration(ID(9), true, false, false).size(), 2U);
@@ -146,6 +168,7 @@ TEST(OptimizeClusters, ASurfaceMovedByAMillimetreIsBroughtBackOrLeavesWhenItMayN
         prereg::ConfigurationFPFH config;
         if (!mayMove) config.icpConfig.uiMaxNumIterations = 0; // the residuals are then those of the given poses
         CClusterRegistration registration(config, nullptr, nullptr);
+        registration.SetFitToPrimary(true);
         ASSERT_TRUE(CreateCluster(registration, ID(9), views, poses));
         const LogCapture log;
         EXPECT_EQ(registration.OptimizeRegistration(ID(9), true, false, false).size(), mayMove ? 1U : 2U);
@@ -169,7 +192,9 @@ const std::vector<Scan>& strips()
 
 CClusterRegistration registeredStrips(const UniversalUniqueID& name, int& made)
 {
-    CClusterRegistration registration(support::StripSettings(), nullptr, nullptr);
+    auto config = support::StripSettings();
+    config.icpConfig.dMinOverlapRatio = 0.35; // the middle shares some 0.6 with either side
+    CClusterRegistration registration(config, nullptr, nullptr);
     registration.SetSearch(support::Counted(made));
     std::vector<CTrafo> poses;
     for (const Scan& scan : strips()) poses.push_back(scan.truth);
@@ -234,6 +259,38 @@ TEST(CutClusters, WhatHoldsTogetherKeepsItsNameAndWhatIsUntouchedIsLeftAlone)
     const auto expected = static_cast<double>(whole.RestrictWithPredicate(keep).Size());
     EXPECT_NEAR(static_cast<double>(registration.GetPrimaryClusterPointSet().Size()), expected, 20) << "edge cells";
     EXPECT_EQ(Journal(registration), "primary_cluster_id cut cut cut ");
+}
+
+// A search that finds nothing; counts how often one is made.
+CClusterRegistration::SearchFactory vain(int& made)
+{
+    return [&made](const auto& fix, const auto& flt, auto config, const auto*) {
+        ++made;
+        config.uiNumPolygons = 0;
+        return std::make_unique<prereg::CFPFHPreRegistration>(fix, flt, config);
+    };
+}
+
+TEST(CutClusters, APartIsTriedAnewUnderANameThatFailedBefore)
+{
+    const LogCapture log;
+    int made = 0;
+    CClusterRegistration registration({}, nullptr, nullptr);
+    registration.SetSearch(vain(made));
+    CreateCluster(registration, ID(0), {views[2]}, {CTrafo()});
+    CreateCluster(registration, ID(5), {views[5]}, {CTrafo()});
+    EXPECT_FALSE(registration.Run());
+    registration.SetPrimaryClusterID(ID(0));
+    for (const auto& other : {ID(5), ID(0)}) { // the names are swapped, and swapped back
+        registration.SetPrimaryClusterID(other);
+        EXPECT_FALSE(registration.Run() || registration.Run());
+    }
+    EXPECT_EQ(made, 3) << "once under each name";
+    registration.SetPrimaryClusterID(ID(8)); // renamed; the failure stays under the old name
+    CreateCluster(registration, ID(9), {views[0], views[1]}, {views[0].truth, views[1].truth});
+    registration.ApplyCut(ID(9), [](const Vector3& p) { return p.y < 12; });
+    EXPECT_EQ(registration.GetClusterIDs(), (IDs{ID(0), ID(1), ID(5), ID(8)}));
+    EXPECT_EQ(made, 3 + 6) << "all pairs of the four";
 }
 
 TEST(CutClusters, WhatLosesAllIsGoneAndThePrimaryNameGoesToTheLargestThatIsLeft)

@@ -148,6 +148,9 @@ TEST(CPointSet, OverlapAreaIsTheSharedPartOfTheSurface)
     const auto shifted = [](float x) { return CTrafo().Translate(Vector3(x, 0, 0.01F)); };
     const float whole = a.EstimateOverlapArea(a, shifted(0), 0.3F, 2.0F, 1e9F);
     const float half = a.EstimateOverlapArea(a, shifted(10), 0.3F, 2.0F, 1e9F);
+    EXPECT_NEAR(whole, 41 * 41 * cell, 0.1 * whole);
+    EXPECT_NEAR(a.EstimateOverlapArea(a, shifted(0), 0.8F, 2.0F, 1e9F), whole, 0.01 * whole)
+        << "each point counts once, however often it is met";
     EXPECT_NEAR(half / whole, 0.5, 0.06);
     EXPECT_EQ(a.EstimateOverlapArea(a, shifted(21), 0.3F, 2.0F, 1e9F), 0.0F);
     EXPECT_EQ(a.EstimateOverlapArea(a, shifted(0), 0.3F, 2.0F, whole / 2), inf);
@@ -180,6 +183,7 @@ TEST(BloomFilter, IsSizedByTheFormulaAndForgetsNothing)
     }
     EXPECT_LT(falsePositives, 5U);
     EXPECT_EQ(BloomFilter(10'000'000, 0.001, 0x80000).GetNumBits(), 524287U) << "the last prime below the limit";
+    EXPECT_EQ(BloomFilter(1000, 0.001, 14380).GetNumBits(), 14369U) << "the next prime would pass it";
 }
 
 TEST(Ellipsoid, HasTheAxesOfAnIndependentGaussian)
@@ -204,6 +208,63 @@ TEST(Ellipsoid, HasTheAxesOfAnIndependentGaussian)
     EXPECT_NEAR(ellipsoid.DistanceSq(ellipsoid.Transform(shift)), 25, 1e-3);
     EXPECT_NEAR((Ellipsoid(Vector3(), {1, 0, 4, 0, 0, 9}, 3.0)[4] - Vector3()).Length(), 3, 1e-6) << "capped";
     EXPECT_THROW((void)ellipsoid[6], std::out_of_range);
+}
+
+// Half axes from sums in double about the first point.
+std::array<double, 3> halfAxesOf(const std::vector<Vector3>& points)
+{
+    const auto n = static_cast<double>(points.size());
+    std::array<double, 3> sum{};
+    std::array<double, 6> covariance{};
+    for (const bool isSecond : {false, true}) {
+        for (const Vector3& p : points) {
+            std::array<double, 3> d{};
+            for (unsigned i = 0; i < 3; ++i) d[i] = static_cast<double>(p[i]) - points[0][i] - sum[i] / n * isSecond;
+            for (unsigned i = 0, k = 0; i < 3; ++i) {
+                if (!isSecond) sum[i] += d[i];
+                for (unsigned j = 0; isSecond && j <= i; ++j) covariance[k++] += d[i] * d[j] / (n - 1);
+            }
+        }
+    }
+    const Ellipsoid exact(Vector3(), covariance, inf);
+    return {exact.tips[0].Length(), exact.tips[1].Length(), exact.tips[2].Length()};
+}
+
+TEST(Ellipsoid, IsAsExactFarFromTheOrigin)
+{
+    std::mt19937 rng(3);
+    std::normal_distribution<float> noise(0.0F, 0.02F);
+    std::uniform_real_distribution<float> draw(-8.0F, 8.0F);
+    for (int patch = 0; patch < 60; ++patch) {
+        const CTrafo pose = CTrafo().Translate(support::RandomDirection(rng) * 150) * support::RandomPose(rng, 0);
+        std::vector<Vector3> points;
+        for (int i = 0; i < 5000; ++i) points.push_back(pose * Vector3(draw(rng), draw(rng), noise(rng)));
+        const Ellipsoid ellipsoid(points.data(), points.size());
+        const auto exact = halfAxesOf(points);
+        EXPECT_NEAR((ellipsoid.center - pose.GetTranslation()).Length(), 0, 0.5);
+        // 5000 products added up in single precision: to about a millionth of the largest variance.
+        for (std::size_t k = 0; k < 3; ++k)
+            EXPECT_NEAR((ellipsoid.tips[k] - ellipsoid.center).Length(), exact[k], 0.06 * exact[k]) << patch;
+    }
+}
+
+TEST(Ellipsoid, HasNoExtentWhereRoundingLeavesANegativeVariance)
+{
+    std::mt19937 rng(4);
+    int negative = 0;
+    for (int round = 0; round < 100; ++round) {
+        // Of rank 2: one variance is 0 but for rounding.
+        const Vector3 a = support::RandomDirection(rng) * 3;
+        const Vector3 b = support::RandomDirection(rng) * 2;
+        std::array<double, 6> covariance{};
+        for (unsigned i = 0, k = 0; i < 3; ++i) {
+            for (unsigned j = 0; j <= i; ++j) covariance[k++] = a[i] * a[j] + b[i] * b[j];
+        }
+        const float shortest = Ellipsoid(Vector3(), covariance, 50.0).tips[0].Length();
+        EXPECT_LT(shortest, 0.01F);
+        negative += shortest == 0.0F ? 1 : 0;
+    }
+    EXPECT_GT(negative, 20);
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace {
 
@@ -118,6 +119,27 @@ TEST(CSearchGrid, RadiusIsCutToTheSupremumAndStrictForTheNearest)
     std::vector<unsigned> found;
     grid.QueryRange(found, {Vector3(0.5F, 0, 0), 0.25F});
     EXPECT_THAT(found, testing::ElementsAre(0U));
+}
+
+TEST(CSearchGrid, IsEmptyAfterItWasMoved)
+{
+    const auto points = support::HardClouds().front().points;
+    CSearchGrid grid(0.7, points.data(), points.size());
+    CSearchGrid taken(std::move(grid));
+    EXPECT_EQ(taken.Query_NN(points[3], 1.0F, nullptr), 3);
+    CSearchGrid assigned(1.0, points.data(), 1);
+    assigned = std::move(taken);
+    EXPECT_EQ(assigned.Query_NN(points[3], 1.0F, nullptr), 3);
+    for (const CSearchGrid* moved : {&grid, &taken}) { // NOLINT(bugprone-use-after-move)
+        std::vector<unsigned> found;
+        moved->QueryRange(found, {points[3], 0.25F});
+        EXPECT_TRUE(found.empty());
+        EXPECT_TRUE(moved->Empty());
+        EXPECT_EQ(moved->Query_NN(points[3], 1.0F, nullptr), -1);
+        EXPECT_EQ(moved->GetStatistics().occupiedCells + moved->GetStatistics().cellsX, 0U);
+        EXPECT_EQ(moved->GetQueryRadiusSupremumSq(), 0.0F);
+        EXPECT_EQ(moved->GetAABB().low.x, inf);
+    }
 }
 
 TEST(CSearchGrid, SurvivesQueriesFromAnywhere)

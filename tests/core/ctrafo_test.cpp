@@ -34,6 +34,9 @@ TEST(CTrafo, SingularMatricesInvertToTheIdentity)
 {
     const CTrafo flat(Vector3(), Vector3(), Vector3(), Vector3(1, 2, 3));
     EXPECT_EQ(flat.GetInverse(false), CTrafo());
+    const auto scaled = [](float s) { return CTrafo().Scale(Vector3(s, s, s)); };
+    EXPECT_EQ(scaled(0.0048F).GetInverse(false), CTrafo()) << "determinant 1.1e-7";
+    EXPECT_NEAR(scaled(0.0051F).GetInverse(false)(2, 2), 1 / 0.0051, 1e-3);
 }
 
 TEST(CTrafo, RepresentationsAgree)
@@ -124,6 +127,12 @@ TEST(CTrafo, LeastSquaresFitRecoversRandomMotions)
             EXPECT_THAT(CTrafo::LeastSquaresFit(from.data(), to.data(), n, nullptr), IsNearPose(truth, 1e-3, 0.06));
         }
     }
+    const Vector3 from[] = {Vector3(1, 0, 0), Vector3(0, 2, 0), Vector3(0, 0, 3), Vector3(4, 5, 6)};
+    const Vector3 to[] = {from[0], from[1], from[2], Vector3(7, 7, 7)};
+    const double weights[] = {1, 1, 1, 0};
+    const Vector3 centre = (from[0] + from[1] + from[2]) * (1.0F / 3); // weights say which centres meet
+    EXPECT_NEAR((CTrafo::LeastSquaresFit(from, to, 4, weights) * centre - centre).Length(), 0, 1e-5);
+    EXPECT_GT((CTrafo::LeastSquaresFit(from, to, 4, nullptr) * centre - centre).Length(), 0.1);
     const Vector3 two[] = {Vector3(), Vector3(1, 0, 0)};
     EXPECT_FALSE(CTrafo::LeastSquaresFit(two, two, 2, nullptr));
     EXPECT_FALSE(CTrafo::LeastSquaresFit(nullptr, two, 2, nullptr));

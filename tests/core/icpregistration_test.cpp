@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 #include <numeric>
@@ -173,6 +174,36 @@ TEST(PairwiseICP, StopsWhereTheSlipStagnates)
     EXPECT_EQ(scans().Align(still, off(0.001F, 0.01F)).GetTrafo(), off(0.001F, 0.01F)) << "no update is applied";
 }
 
+TEST(PairwiseICP, GivesUpFourIterationsAfterItsBestPose)
+{
+    int numGivenUp = 0;
+    for (unsigned seed = 0; seed < 20; ++seed) {
+        ConfigurationICP config;
+        config.uiNumSamples = 40; // the slip then changes from sample to sample
+        const support::LogCapture log;
+        const ICPResult result = scans().Align(config, off(0.001F, 0.01F), nullptr, seed);
+        if (!log.Has(L"lack of progress")) continue;
+        ++numGivenUp;
+        const std::wstring last = std::to_wstring(result.iStop_Iterations + 4);
+        EXPECT_TRUE(log.Has(L"(iter.: " + last + L") divergence detected")) << result.ToString(false);
+    }
+    EXPECT_GT(numGivenUp, 3);
+}
+
+TEST(PairwiseICP, ASurfaceOfTheOtherSideCountsAsAMismatch)
+{
+    const auto& points = scans().fix.GetPoints();
+    auto normals = scans().fix.GetNormals();
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        if (points[i].x > 0) normals[i] = -normals[i];
+    }
+    const CPointSet halfTurned(points.data(), normals.data(), points.size());
+    std::mt19937 rng(1);
+    const ICPResult result =
+        halfTurned.ComputeICPRegistration({}, rng, scans().flt, off(0.001F, 0.01F), nullptr, false);
+    EXPECT_NEAR(result.fStop_SmallBigRatio, 0.5, 0.1) << result.ToString(false);
+}
+
 TEST(SamplePairs, GivesTheWorseOfTwoPlaneErrorsSorted)
 {
     const auto& fix = scans().fix;
@@ -262,6 +293,23 @@ TEST(ComputeTrafoUpdate, ReducesTheErrorAndTellsTheSlip)
     EXPECT_EQ(prereg::ComputeTrafoUpdate({}, fix.GetPoints().data(), fix.GetNormals().data(), flt.GetPoints().data(),
                                          flt.GetNormals().data(), pairs, start, 0, nullptr),
               CTrafo());
+}
+
+TEST(ComputeTrafoUpdate, TellsTheSlipAtTheMiddleOfTheFirstThird)
+{
+    const auto& fix = scans().fix;
+    const auto slipOf = [&fix](const std::array<int, 7>& order) {
+        std::vector<PairWithError> pairs;
+        for (const int i : order) pairs.push_back({i + 1, i, 0.0F, 0.0F}); // what does not fit has a slip
+        Vector3 slip;
+        static_cast<void>(prereg::ComputeTrafoUpdate({}, fix.GetPoints().data(), fix.GetNormals().data(),
+                                                     fix.GetPoints().data(), fix.GetNormals().data(), pairs, CTrafo(),
+                                                     pairs.size(), &slip));
+        return slip.Length();
+    };
+    const float slip = slipOf({0, 100, 200, 300, 400, 500, 600}); // the first third of seven has three
+    EXPECT_NEAR(slipOf({200, 0, 100, 300, 400, 500, 600}), slip, 1e-3F * slip);
+    EXPECT_GT(std::abs(slipOf({0, 100, 300, 200, 400, 500, 600}) - slip), 1e-2F * slip);
 }
 
 } // namespace

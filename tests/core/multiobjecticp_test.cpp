@@ -297,6 +297,16 @@ TEST(MultiObjectICP, ASineThatRoundsAboveOneStillGivesASlip)
     EXPECT_LT(optimize({{whole(1), turned}, {whole(2), turned}}).first[1].GetStdDev(), 0.1F);
 }
 
+TEST(MultiObjectICP, SixInliersHoldTwoSetsTogether)
+{
+    const auto whole = toSet(support::BumpyBall(Vector3(0, 0, 1), pi, 4000, 1));
+    for (const unsigned samples : {6U, 7U}) { // the worst of so few goes
+        ConfigurationICP config;
+        config.uiNumSamples = samples;
+        EXPECT_EQ(optimize({{whole, CTrafo()}, {whole, CTrafo()}}, config).second.GetNumClasses(), 8 - samples);
+    }
+}
+
 TEST(MultiObjectICP, ASetThatOnlyTheWideSearchReachesSplitsOff)
 {
     // A larger ball around the other two: no rigid motion brings it nearer.

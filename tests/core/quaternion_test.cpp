@@ -79,6 +79,7 @@ TEST(Quaternion, AxisAngleWrapsAndRefusesAZeroAxis)
     const Quaternion wrapped = Quaternion::FromAxisAngle({0, 0, 2}, 7);
     EXPECT_NEAR(wrapped.GetAngle(), 7 - 6.28318530717959, 1e-12);
     expectNear(wrapped.GetAxis(), {0, 0, 1});
+    EXPECT_NEAR(Quaternion::FromAxisAngle({0, 0, 1.0001}, 1).GetAngle(), 1, 1e-12);
     expectNear(Quaternion().GetAxis(), {1, 0, 0});
 }
 

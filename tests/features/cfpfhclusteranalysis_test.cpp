@@ -144,6 +144,12 @@ TEST(CFPFHClusterAnalysis, DropsUnusualClustersFromTheEndsOnly)
         tooLarge += last < 5 ? 1 : 0;
     }
     EXPECT_TRUE(tooSmall > 3 && tooLarge > 3);
+    // The range is from 2.5 to 6.5, rounded outwards.
+    Histograms onTheEdge = kinds({2, 4, 4, 4, 5, 7}, 0.001F);
+    for (int round = 0; round < 100; ++round) {
+        for (auto& feature : onTheEdge) std::swap(feature, onTheEdge[rng() % onTheEdge.size()]);
+        EXPECT_THAT(analyse(onTheEdge, 0, 0.5).GetInlierClusterRange(1.5), Pair(0, 5));
+    }
     EXPECT_THAT(analyse(kinds({20}, 0.1F), 1).GetInlierClusterRange(1.5), Pair(0, 0));
 }
 

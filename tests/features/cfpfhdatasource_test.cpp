@@ -222,6 +222,12 @@ TEST(CFPFHDataSource, AveragesWhatFallsIntoACell)
     EXPECT_EQ(updated.GetNormals().first[0], Vector3(0, 0.5F, 0.5F)) << "an update leaves the mean as it is";
     EXPECT_EQ(updated.GetNumFeatures(), 0U) << "too few neighbours";
     EXPECT_EQ(updated.GetFeaturePointsV().size(), 2U);
+    const auto s = BumpySurface(4000, 12);
+    auto coarse = makeSource(1, 4.0, 0.5, 2.0);
+    coarse.Load(s.points, s.normals, nullptr);
+    ASSERT_GT(coarse.GetNumFeatures(), 100U);
+    for (std::size_t i = 0; i < coarse.GetNumFeatures(); ++i)
+        EXPECT_NEAR(coarse.GetFeatureNormals().first[i].Length(), 1, 1e-3);
 }
 
 TEST(CFPFHDataSource, TwelveNeighboursMakeAFeature)
@@ -235,6 +241,55 @@ TEST(CFPFHDataSource, TwelveNeighboursMakeAFeature)
         EXPECT_EQ(source.GetNumFeatures(), n < 12 ? 0U : 12U);
         EXPECT_EQ(source.GetFeaturePointsV().size(), n);
     }
+}
+
+TEST(CFPFHDataSource, NoNeighbourIsMissedThoughCellsAreRounded)
+{
+    // The radius whose reciprocal is the most too large, so that cells are narrower than it. Eleven points on a spot
+    // and one at the end of their reach have a feature only together.
+    const auto excess = [](float r) { return Zorvan::simd::ApproximateReciprocal(r) * r; };
+    float radius = 2.0F;
+    for (int i = 0; i < 2000; ++i) {
+        const float other = 2.0F + 0.001F * static_cast<float>(i);
+        if (excess(other) > excess(radius)) radius = other;
+    }
+    std::mt19937 rng(17);
+    std::vector<Vector3> points;
+    for (unsigned i = 0; i < 24 * 24 * 24; ++i) {
+        const Vector3 cell(static_cast<float>(i % 24), static_cast<float>(i / 24 % 24), static_cast<float>(i / 576));
+        const float shift = 0.3F * static_cast<float>(rng() >> 8) * 0x1p-24F;
+        const Vector3 spot = (cell + Vector3(shift, 0, 0)) * (2.6F * radius);
+        points.insert(points.end(), 11, spot);
+        points.push_back(spot + Vector3(0.99999F * radius, 0, 0));
+    }
+    auto source = makeSource(1, radius, 0, 0);
+    source.Load(points, std::vector<Vector3>(points.size(), {0, 0, 1}), nullptr);
+    EXPECT_EQ(source.GetNumFeatures(), points.size());
+}
+
+TEST(CFPFHDataSource, WhatHasNoFeatureStandsBehindAndDoesNotCount)
+{
+    // Twenty points on a spot, and one far from all: first, in the middle, and last.
+    std::vector<Vector3> points;
+    for (int i = 0; i < 20; ++i) points.emplace_back(3.0F, 0.02F * static_cast<float>(i), 0.0F);
+    for (const std::ptrdiff_t place : {0, 11, 21}) points.insert(points.begin() + place, {3, 30, 0});
+    std::vector<unsigned> masks;
+    for (const auto& p : points) masks.push_back(p.y > 20 ? 8 : 1);
+    const auto expectAllValid = [](const CFPFHDataSource& source, std::size_t n) {
+        ASSERT_EQ(source.GetNumFeatures(), n);
+        for (std::size_t i = 0; i < n; ++i) {
+            EXPECT_LT(source.GetFeaturePoints().first[i].y, 20.0F);
+            EXPECT_EQ(source.GetFeatureMasks().first[i], 1U);
+        }
+    };
+    auto source = makeSource(1, 3.0, 0, 0);
+    source.Update(points.data(), std::vector<Vector3>(23, {0, 0, 1}).data(), masks.data(), 23);
+    expectAllValid(source, 20);
+    // Ten times as far as the width of a cell away from the lone ones; its neighbours are all old.
+    points.emplace_back(5.6F, 0.0F, 0.0F);
+    masks.push_back(1);
+    source.Update(points.data(), std::vector<Vector3>(24, {0, 0, 1}).data(), masks.data(), 24);
+    expectAllValid(source, 21);
 }
 
 TEST(CFPFHDataSource, RejectsSettingsThatCannotWork)
@@ -295,14 +350,16 @@ TEST(CFPFHDataSource, MergesSets)
     auto source = makeSource();
     source.Load(s.points, s.normals, nullptr);
     const CFPFHPointSet set(source);
+    const CFPFHPointSet flat(set.GetPoints(), set.GetNormals(), set.GetFeaturePoints(), set.GetFeatureNormals(),
+                             {set.SizeFeatures(), CPointFeatureHistogram::Plane()});
     const auto shift = CTrafo().Translate({100, 0, 0});
     for (const unsigned tasks : {1U, 2U}) {
         auto merged = makeSource(tasks);
-        merged.Load({{&set, CTrafo()}, {nullptr, CTrafo()}, {&set, CTrafo()}, {&set, shift}});
+        merged.Load({{&set, CTrafo()}, {nullptr, CTrafo()}, {&flat, CTrafo()}, {&set, shift}});
         EXPECT_EQ(merged.GetNumFeatures(), merged.GetFeaturesV().size());
         // Means of cells need not lie in them, so some fall into one cell together.
         EXPECT_NEAR(static_cast<double>(merged.GetNumFeatures()), 2.0 * static_cast<double>(set.SizeFeatures()), 150);
-        EXPECT_EQ(merged.GetFeatures().first[0], set.GetFeature(0));
+        EXPECT_EQ(merged.GetFeatures().first[0], set.GetFeature(0)) << "the first of a cell stays";
         auto unreduced = makeSource(tasks, 3, 0, 0);
         unreduced.Load({{&set, CTrafo()}, {&set, shift}});
         EXPECT_EQ(unreduced.GetNumPoints(), 2 * set.Size());

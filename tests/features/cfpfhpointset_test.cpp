@@ -74,6 +74,9 @@ TEST(CFPFHPointSet, FindsTheFeaturesThatLookingAtAllFinds)
     EXPECT_GT(complete, queries / 2) << "approximate, but not blind";
     EXPECT_TRUE(set.LookupSimilarFeatures(CPointFeatureHistogram::Invalid(), 10, 2.0F).empty());
     EXPECT_TRUE(set.LookupSimilarFeatures(set.GetFeature(0), 0, 2.0F).empty());
+    const auto everything = static_cast<unsigned>(set.SizeFeatures());
+    for (const unsigned count : {everything, 1U << 31, ~0U})
+        EXPECT_EQ(set.LookupSimilarFeatures(set.GetFeature(0), count, 100.0F).size(), everything);
     EXPECT_TRUE(CFPFHPointSet().LookupSimilarFeatures(set.GetFeature(0), 10, 2.0F).empty());
 }
 
@@ -94,6 +97,7 @@ TEST(CFPFHPointSet, DataThatCannotBeUsedLeavesAnEmptySet)
     };
     EXPECT_EQ(messageOf(points, features, 2), L"");
     EXPECT_EQ(messageOf({}, std::vector<CPointFeatureHistogram>(), 0), L"point set has no features");
+    EXPECT_EQ(messageOf({}, features, 0), L"");
     EXPECT_EQ(messageOf(points, invalid, 0), L"Inf/NaN in FPFH data resulted in empty kD-tree; invalidating point set");
     EXPECT_EQ(messageOf(nowhere, features, 0),
               L"Inf/NaN in feature point data resulted in empty kD-tree; invalidating point set");
@@ -136,7 +140,9 @@ TEST(CFPFHPointSet, PartsHoldExactlyWhatBelongsToThem)
     EXPECT_EQ(byPlane.GetPoints(), byPredicate.GetPoints());
     EXPECT_EQ(byPlane.GetFeatures(), byPredicate.GetFeatures());
     EXPECT_TRUE(std::all_of(byPlane.GetPoints().begin(), byPlane.GetPoints().end(), isRight));
+    const LogCapture log;
     EXPECT_EQ(set.RestrictWithPredicate([](const Vector3&) { return false; }).Size(), 0U);
+    EXPECT_TRUE(log.Has(L"point set has no features"));
 
     const auto s = support::BumpySurface(3000, 4);
     std::vector<unsigned> masks;
@@ -184,6 +190,21 @@ TEST(CFPFHPointSet, VerificationLearnsNothingFromFlatSpots)
     EXPECT_FALSE(flat.VerifyAlignmentFeatureBased(verification(), flat, CTrafo()));
     EXPECT_TRUE(log.Has(L"rejecting trafo (only 0.0p non-planar inliers)"));
     EXPECT_FALSE(log.Has(L"confidence level")) << "a share of nothing is no reason";
+    for (const float height : {0.79F, 0.81F}) { // pairs are looked for within 8/3 of the query radius of 0.3
+        const LogCapture above;
+        EXPECT_FALSE(flat.VerifyAlignmentFeatureBased(verification(), flat, CTrafo().Translate({0, 0, height})));
+        EXPECT_EQ(above.Has(L"non-planar inliers"), height < 0.8F);
+    }
+}
+
+TEST(CFPFHPointSet, VerificationIsContentWithOneFeatureThatSaysSomething)
+{
+    const auto points = Vectors{{0, 0, 0}, {5, 0, 0}, {0, 5, 0}, {5, 5, 0}, {9, 0, 0}};
+    std::vector<CPointFeatureHistogram> features(points.size(), CPointFeatureHistogram::Plane());
+    features[0] = CPointFeatureHistogram(0.1F);
+    const Vectors normals(points.size(), {0, 0, 1});
+    const CFPFHPointSet set(points, normals, points, normals, features);
+    EXPECT_TRUE(set.VerifyAlignmentFeatureBased(verification(), set, CTrafo())) << "it has no skewness";
 }
 
 TEST(CFPFHPointSet, RoughICPFindsASmallMotionTheSameEachTime)
@@ -203,15 +224,16 @@ TEST(CFPFHPointSet, RoughICPFindsASmallMotionTheSameEachTime)
 
 TEST(CFPFHPointSet, IsTooLeanBelowTenFeaturesAVertex)
 {
+    const Vectors points(30);
+    const CFPFHPointSet set(points, points, points, points, {points.size(), CPointFeatureHistogram::Plane()});
     ConfigurationFPFH config;
-    config.icpConfig.uiNumSamples = static_cast<unsigned>(bumpySet().Size());
-    config.uiNumPolygonVertices = static_cast<unsigned>(bumpySet().SizeFeatures() / 10);
-    EXPECT_FALSE(bumpySet().IsTooLean(config));
-    ++config.uiNumPolygonVertices;
-    EXPECT_TRUE(bumpySet().IsTooLean(config));
-    config.uiNumPolygonVertices = 1;
-    ++config.icpConfig.uiNumSamples;
-    EXPECT_TRUE(bumpySet().IsTooLean(config));
+    for (const unsigned samples : {30U, 31U}) {
+        for (const unsigned vertices : {3U, 4U}) {
+            config.icpConfig.uiNumSamples = samples;
+            config.uiNumPolygonVertices = vertices;
+            EXPECT_EQ(set.IsTooLean(config), samples == 31 || vertices == 4);
+        }
+    }
 }
 
 TEST(CFPFHPointSet, WritesItsFeaturePoints)

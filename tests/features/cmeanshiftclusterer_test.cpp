@@ -176,7 +176,8 @@ TEST(CMeanShiftClusterer, FindsWhatIsPlainToSee)
     EXPECT_EQ(one.ComputeDunnIndex(), inf);
 
     const double far[] = {0, 0, 0, 1, 0, 0, 9, 0, 0};
-    CMeanShiftClusterer3D two(far, 3, 2.0F);
+    const double bandwidth = 2.0;
+    CMeanShiftClusterer3D two{far, 3, bandwidth}; // nothing is narrowed
     ASSERT_TRUE(two.Run());
     EXPECT_EQ(two.ComputeDunnIndex(), 8.0F);
     EXPECT_EQ(two.GetCluster(3), -1);

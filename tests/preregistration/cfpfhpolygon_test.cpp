@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <set>
 
@@ -39,14 +40,17 @@ TEST(RandomSubset, HoldsDifferentNumbersAndAllOfThemEquallyOften)
     EXPECT_LT(failures, 50);
 }
 
+double changeOfSide(const Ring& ring, const std::vector<std::size_t>& choice, std::size_t i)
+{
+    const std::size_t next = (i + 1) % ring.size();
+    const Vector3 side = ring[i].candidates[choice[i]] - ring[next].candidates[choice[next]];
+    return std::abs(side.Length() - (ring[i].point - ring[next].point).Length());
+}
+
 double changeOf(const Ring& ring, const std::vector<std::size_t>& choice)
 {
     double sum = 0;
-    for (std::size_t i = 0; i < ring.size(); ++i) {
-        const std::size_t next = (i + 1) % ring.size();
-        const Vector3 side = ring[i].candidates[choice[i]] - ring[next].candidates[choice[next]];
-        sum += std::abs(side.Length() - (ring[i].point - ring[next].point).Length());
-    }
+    for (std::size_t i = 0; i < ring.size(); ++i) sum += changeOfSide(ring, choice, i);
     return sum;
 }
 
@@ -75,9 +79,10 @@ TEST(MatchRing, KeepsTheShapeAsWellAsAnyChoiceOfCandidates)
             const auto match = prereg::matchRing(ring);
             ASSERT_EQ(match.candidate.size(), vertices);
             EXPECT_NEAR(changeOf(ring, match.candidate), smallestChange(ring, {}), 1e-4);
-            double errors = 0;
-            for (const float error : match.errors) errors += error;
-            EXPECT_NEAR(errors, changeOf(ring, match.candidate), 1e-4) << "each side belongs to two vertices by half";
+            for (std::size_t i = 0; i < vertices; ++i) {
+                const double before = changeOfSide(ring, match.candidate, (i + vertices - 1) % vertices);
+                EXPECT_NEAR(match.errors[i], (before + changeOfSide(ring, match.candidate, i)) / 2, 1e-4);
+            }
             ring[rng() % vertices].candidates.clear();
             EXPECT_TRUE(prereg::matchRing(ring).Empty());
         }
@@ -153,6 +158,74 @@ TEST(CFPFHPolygon, ProposesThePoseOfAMovedCopyExactly)
             EXPECT_GE(pair.weight, 0.0099);
             EXPECT_LE(pair.weight, 100);
         }
+    }
+    ConfigurationFPFH exact = config;
+    exact.dMaxPolygonVertexError = 0;
+    const auto pairs = CFPFHPolygon(random, *fix, {}, exact, -1.0).ComputePreRegistration(*fix, *fix, exact, false);
+    EXPECT_TRUE(pairs.first) << "an error at the limit is within it";
+    for (const auto& pair : pairs.second) EXPECT_EQ(pair.weight, 100);
+}
+
+TEST(CFPFHPolygon, PrefersDensePlacesWhenItKnowsTheSpacing)
+{
+    std::vector<Vector3> points;
+    for (int i = 0; i < 100; ++i) points.emplace_back(0.01F * static_cast<float>(i), 0.0F, 0.0F);
+    for (int i = 0; i < 100; ++i) points.emplace_back(50 * static_cast<float>(i), 50.0F, 0.0F);
+    const prereg::CFPFHPointSet set(points, points, points, points,
+                                    {points.size(), prereg::CPointFeatureHistogram::Plane()});
+    ConfigurationFPFH config = support::SearchSettings();
+    config.dMaxPolygonDiameter = -1;
+    std::mt19937 random(7);
+    int dense = 0;
+    for (int round = 0; round < 20; ++round) {
+        const CFPFHPolygon polygon(random, set, {}, config, 0.5);
+        for (std::size_t i = 0; i < polygon.GetNumVertices(); ++i) dense += polygon.GetVertexIndex(i) < 100 ? 1 : 0;
+    }
+    EXPECT_GT(dense, 97) << "of 100: each is the best of ten, and half of all are dense";
+}
+
+// Twenty features in four places, each like none of the others.
+prereg::CFPFHPointSet inFourPlaces(const std::array<Vector3, 4>& places)
+{
+    std::vector<Vector3> points;
+    std::vector<prereg::CPointFeatureHistogram> features(20);
+    for (std::size_t i = 0; i < features.size(); ++i) {
+        points.push_back(places[i % places.size()]);
+        features[i].AsArray()[i] = 1.0F;
+    }
+    const std::vector<Vector3> normals(points.size(), Vector3(0, 0, 1));
+    return {points, normals, points, normals, features};
+}
+
+TEST(CFPFHPolygon, ClosesItsRingOverAGapOrGivesUp)
+{
+    // The fourth corner of the square keeps no shape. Without it the ring has a diagonal, too long for a float in the
+    // larger square.
+    for (const float unit : {1.0F, 1.35e18F}) {
+        const std::array<Vector3, 4> square{
+            Vector3(0, 0, 0), {10 * unit, 0, 0}, {10 * unit, 10 * unit, 0}, {0, 10 * unit, 0}};
+        const auto flt = inFourPlaces(square);
+        const auto fix = inFourPlaces({square[0], square[1], square[2], {0, 12 * unit, 0}});
+        ConfigurationFPFH config = support::SearchSettings();
+        config.uiNumPolygonVertices = 4;
+        config.dMaxPolygonDiameter = -1;
+        config.dMaxPolygonVertexError = 1.05 * unit; // of the fourth 1.1, of its neighbours 1.0 and 0.1
+        std::mt19937 random(6);
+        int met = 0;
+        for (int round = 0; round < 300; ++round) {
+            const CFPFHPolygon polygon(random, flt, {}, config, -1.0);
+            int places[4];
+            for (std::size_t i = 0; i < 4; ++i) places[i] = polygon.GetVertexIndex(i) % 4;
+            const auto bad = std::find(std::begin(places), std::end(places), 3) - std::begin(places);
+            if (std::set<int>(std::begin(places), std::end(places)).size() < 4 || places[(bad + 2) % 4] != 1) continue;
+            ++met;
+            const auto [trafo, pairs] = polygon.ComputePreRegistration(fix, flt, config, false);
+            ASSERT_EQ(static_cast<bool>(trafo), unit == 1);
+            if (!trafo) continue;
+            ASSERT_EQ(pairs.size(), 3U);
+            for (const auto& pair : pairs) EXPECT_EQ(pair.weight, 100);
+        }
+        EXPECT_GT(met, 5);
     }
 }
 

@@ -89,7 +89,9 @@ TEST(CFPFHPreRegistration, StopsWhenEnoughProposalsAgree)
         config.uiNumPolygons = 60;
         config.uiTrafoClusteringQuorum = quorum;
         CFPFHPreRegistration search(fixedSet(), floatingSet(), config);
+        const LogCapture log;
         EXPECT_TRUE(search.Compute({}));
+        EXPECT_EQ(log.Has(L"top cluster size (3) reached quorum (3)"), quorum == 3);
         proposed[quorum > 0] = search.GetStatistics().proposedTrafos;
         EXPECT_EQ(search.GetStatistics().polygons, 60U);
     }
@@ -146,6 +148,11 @@ TEST(CFPFHPreRegistration, AnOracleRejectsWhatStraysFromIt)
     EXPECT_TRUE(search.SetOracleTrafo(CTrafo().Translate({3, 0, 0}) * truth()));
     EXPECT_FALSE(search.Compute({}));
     EXPECT_NE(search.GetStatistics().ToString().find(" stop/change:"), std::string::npos);
+
+    const CTrafo back = truth().GetInverse(true);
+    CFPFHPreRegistration swapped(floatingSet(), fixedSet(), config);
+    EXPECT_TRUE(swapped.SetOracleTrafo(back));
+    EXPECT_TRUE(swapped.InjectTrafo(back)) << "the oracle is turned as the sets are";
 }
 
 TEST(CFPFHPreRegistration, FindsNothingWhereThereIsNothing)
@@ -180,11 +187,13 @@ TEST(CFPFHPreRegistration, RejectsPosesWhoseFeaturesDoNotAgree)
     CFPFHPreRegistration search(fixedSet(), floatingSet(), config);
     EXPECT_FALSE(search.Compute({}));
     EXPECT_NE(search.GetStatistics().ToString().find(" stop/rejected:"), std::string::npos);
+    EXPECT_TRUE(search.InjectTrafo(truth()));
+    EXPECT_FALSE(search.HasMoreResults()) << "nor may a pose from elsewhere stay";
 }
 
-TEST(CFPFHPreRegistration, KeepsTurnedPosesApart)
+// Fits itself as it is and after half a turn.
+SetPtr saddleSet()
 {
-    // Two poses at one place, half a turn apart, both good: a saddle fits itself both ways.
     support::Surface saddle;
     std::mt19937 rng(9);
     for (int i = 0; i < 40000; ++i) {
@@ -195,17 +204,57 @@ TEST(CFPFHPreRegistration, KeepsTurnedPosesApart)
     }
     prereg::CFPFHDataSource source(2.0, 0.3, 0.6, 1, nullptr);
     source.Load(saddle.points, saddle.normals, nullptr);
-    const auto set = std::make_shared<const CFPFHPointSet>(source);
-    for (const double bandwidth : {-1.0, 0.5}) {
+    return std::make_shared<const CFPFHPointSet>(source);
+}
+
+TEST(CFPFHPreRegistration, GroupsTurnsByTheirAngleAndTakesTheBestOfEach)
+{
+    struct Case
+    {
+        std::vector<float> angles;
+        std::size_t groups;
+        float best;
+    };
+    const auto turn = [](float angle) { return CTrafo({0, 0, 1}, angle, {}); };
+    const SetPtr set = saddleSet();
+    constexpr float halfTurn = std::numbers::pi_v<float>;
+    for (const Case& c : {Case{{0, 0.4F}, 1, 0}, Case{{0.4F, 0}, 1, 0}, Case{{0, 0.7F}, 2, 0},
+                          Case{{halfTurn - 0.04F, halfTurn - 0.01F, halfTurn + 0.04F}, 1, halfTurn - 0.01F}}) {
+        auto config = support::SearchSettings();
+        config.dTrafoOrientationClusteringBandwidth = 0.5;
+        config.uiNumPolygons = 0;
+        config.icpConfig.uiMaxNumIterations = 0; // poses stay as they are, and all are good enough
+        config.icpConfig.dMaxRMSE = 100;
+        config.icpConfig.dMinOverlapRatio = 0;
+        config.icpConfig.dMinSmallBigRatio = 0;
+        config.icpConfig.dMaxStdDev = -1;
+        CFPFHPreRegistration search(set, set, config);
+        for (const float angle : c.angles) ASSERT_TRUE(search.InjectTrafo(turn(angle))) << angle;
+        ASSERT_TRUE(search.FinalizeAfterAbort()) << c.angles[1];
+        EXPECT_EQ(search.GetAllResults().size(), c.groups) << c.angles[1];
+        EXPECT_EQ(search.PeekBestResult().GetTrafo(), turn(c.best)) << c.angles[1];
+    }
+}
+
+TEST(CFPFHPreRegistration, KeepsTurnedPosesApart)
+{
+    // Two poses at one place, half a turn apart, both good.
+    const SetPtr set = saddleSet();
+    for (const auto& [positions, turns] : {std::pair(2.0, -1.0), {2.0, 0.5}, {0.0, 0.5}}) {
         auto config = support::SearchSettings();
         config.uiNumPolygons = 0;
         config.icpConfig.dMaxStdDev = -1;
-        config.dTrafoOrientationClusteringBandwidth = bandwidth;
+        config.dTrafoPositionClusteringBandwidth = positions;
+        config.dTrafoOrientationClusteringBandwidth = turns;
+        const LogCapture log;
         CFPFHPreRegistration search(set, set, config);
         ASSERT_TRUE(search.InjectTrafo(CTrafo()));
         ASSERT_TRUE(search.InjectTrafo(CTrafo({0, 0, 1}, std::numbers::pi_v<float>, {})));
         ASSERT_TRUE(search.FinalizeAfterAbort());
-        EXPECT_EQ(search.GetAllResults().size(), bandwidth > 0 ? 2U : 1U);
+        EXPECT_EQ(search.GetAllResults().size(), turns > 0 ? 2U : 1U);
+        EXPECT_EQ(log.Has(L"(position) clustering failed!"), positions == 0);
+        EXPECT_EQ(log.Has(L"#0: cluster size 2"), positions > 0);
+        EXPECT_EQ(log.Has(L": cluster size"), positions > 0) << "without positions there are no clusters";
     }
 }
 

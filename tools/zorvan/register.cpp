@@ -321,6 +321,7 @@ void run(const RegisterOptions& options, CSession& session, const CInterruption&
 void optimize(const RegisterOptions& options, CSession& session, const CInterruption& interruption)
 {
     prereg::CClusterRegistration& registration = session.GetRegistration();
+    registration.SetFitToPrimary(true);
     const std::vector<UniversalUniqueID> clusters = registration.GetClusterIDs();
     CProgress progress("optimizing", clusters.size(), options.general.isQuiet);
     for (const UniversalUniqueID& id : clusters) {

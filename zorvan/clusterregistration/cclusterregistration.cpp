@@ -61,6 +61,7 @@ CClusterRegistration::State CClusterRegistration::takeState()
     rest.scheduler = m_state.scheduler;
     rest.group = m_state.group;
     rest.makeSearch = m_state.makeSearch;
+    rest.isFitToPrimary = m_state.isFitToPrimary;
     return std::exchange(m_state, std::move(rest));
 }
 
@@ -203,6 +204,12 @@ void CClusterRegistration::SetSearch(SearchFactory makeSearch)
 {
     const std::lock_guard lock(m_mutex);
     m_state.makeSearch = std::move(makeSearch);
+}
+
+void CClusterRegistration::SetFitToPrimary(bool isOn)
+{
+    const std::lock_guard lock(m_mutex);
+    m_state.isFitToPrimary = isOn;
 }
 
 void CClusterRegistration::ForgetFailures()

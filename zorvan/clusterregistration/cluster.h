@@ -75,10 +75,11 @@ struct Cluster
     /// The primary entity, then the others in map order; all in map order when the primary one has gone.
     [[nodiscard]] std::vector<UniversalUniqueID> entitiesPrimaryFirst() const;
     /// Refines the poses inside the cluster; the primary entity stays. An abort leaves all poses as they were.
+    /// @param isFitToPrimary  see CClusterRegistration::SetFitToPrimary
     /// @return  which entities still belong together, by their indices in `entitiesPrimaryFirst`
     [[nodiscard]] Zorvan::CDisjointSets OptimizeRegistration(const ConfigurationICP& config, std::mt19937& rng,
                                                              const PointSetJobGroup& group, bool computeStatistics,
-                                                             bool flag, const bool& abort);
+                                                             bool flag, const bool& abort, bool isFitToPrimary);
 };
 
 } // namespace prereg

@@ -29,7 +29,7 @@ CDisjointSets oneClass(std::size_t n)
 
 CDisjointSets Cluster::OptimizeRegistration(const ConfigurationICP& config, std::mt19937& rng,
                                             const PointSetJobGroup& group, bool computeStatistics, bool flag,
-                                            const bool& abort)
+                                            const bool& abort, bool isFitToPrimary)
 {
     const std::vector<UniversalUniqueID> ids = entitiesPrimaryFirst();
     if (ids.empty()) return {};
@@ -44,12 +44,11 @@ CDisjointSets Cluster::OptimizeRegistration(const ConfigurationICP& config, std:
         logger.Warn(L"rejecting optimization result (aborted computation)");
         return oneClass(ids.size());
     }
-    // The results are where the whole comes nearest to its old place, which moves the first set as well. It stays where
-    // it was, so all that belong to it go back with it: without this the first scan alone would be off.
+    // The results are where the whole comes nearest to its old place, which moves the first set as well.
     const CTrafo back = entities.at(ids[0]).trafo * results[0].GetTrafo().GetInverse(true);
     for (unsigned k = 1; k < ids.size(); ++k) {
         const CTrafo& pose = results[k].GetTrafo();
-        entities.at(ids[k]).trafo = classes.SameClass(0, k) ? back * pose : pose;
+        entities.at(ids[k]).trafo = isFitToPrimary && classes.SameClass(0, k) ? back * pose : pose;
     }
     return classes;
 }
@@ -81,7 +80,7 @@ std::vector<UniversalUniqueID> CClusterRegistration::OptimizeRegistration(const 
     }
     const std::shared_ptr<Cluster> cluster = place->second;
     const CDisjointSets classes = cluster->OptimizeRegistration(m_state.config.icpConfig, *m_state.rng, m_state.group,
-                                                                computeStatistics, flag, abort);
+                                                                computeStatistics, flag, abort, m_state.isFitToPrimary);
     m_state.events += bson::element::make_uuid("optimize", &clusterID);
     for (const auto& [id, entity] : cluster->entities) m_state.changes[id] = cluster->GetTrafo(id);
     if (classes.GetNumClasses() < 2) {
@@ -185,6 +184,7 @@ std::vector<UniversalUniqueID> CClusterRegistration::splitCluster(const Universa
         if (part->entities.empty()) continue;
         // The old name goes to nobody, unless it is that of an entity.
         names.push_back(insertCluster(part->primaryID, part));
+        resetRegistrationFailures(names.back());
     }
     return names;
 }

@@ -6,6 +6,8 @@
 #include <cfloat>
 #include <cmath>
 #include <limits>
+#include <tuple>
+#include <utility>
 
 namespace Zorvan {
 
@@ -90,6 +92,27 @@ CSearchGrid::CSearchGrid(double cellSize, const std::array<float, 3>* points, st
 {
     const auto vectors = toVectors(points, n);
     build(cellSize, vectors.data(), vectors.size());
+}
+
+CSearchGrid::CSearchGrid(CSearchGrid&& other) noexcept { swap(other); }
+
+CSearchGrid& CSearchGrid::operator=(CSearchGrid&& other) noexcept
+{
+    CSearchGrid taken(std::move(other));
+    swap(taken);
+    return *this;
+}
+
+void CSearchGrid::swap(CSearchGrid& other) noexcept
+{
+    const auto members = [](CSearchGrid& grid) {
+        return std::tie(grid.m_queryRadiusSupremumSq, grid.m_cellSize, grid.m_invCellSize, grid.m_bboxMin,
+                        grid.m_bboxMax, grid.m_dims, grid.m_numCubes, grid.m_cubes, grid.m_cellStart,
+                        grid.m_permutation, grid.m_sortedPoints, grid.m_numOccupied);
+    };
+    auto mine = members(*this);
+    auto theirs = members(other);
+    mine.swap(theirs);
 }
 
 void CSearchGrid::build(double cellSize, const Vector3* points, std::size_t n)

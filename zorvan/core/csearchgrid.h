@@ -48,6 +48,12 @@ public:
     CSearchGrid(double cellSize, const kdtree::Vector<3>* points, std::size_t n);
     CSearchGrid(double cellSize, const float* xyz, std::size_t n);
     CSearchGrid(double cellSize, const std::array<float, 3>* points, std::size_t n);
+    CSearchGrid(const CSearchGrid& other) = default;
+    /// Leaves the other one empty; so does the assignment.
+    CSearchGrid(CSearchGrid&& other) noexcept;
+    CSearchGrid& operator=(const CSearchGrid& other) = default;
+    CSearchGrid& operator=(CSearchGrid&& other) noexcept;
+    ~CSearchGrid() = default;
 
     [[nodiscard]] bool Empty() const { return m_numCubes == 0; }
     [[nodiscard]] std::size_t Size() const { return m_sortedPoints.size(); }
@@ -94,6 +100,7 @@ private:
     bool computeDims();
     void sortIntoCells(const kdtree::Vector<3>* points, std::size_t n);
     void abort();
+    void swap(CSearchGrid& other) noexcept;
     void search_NN(const kdtree::Vector<3>& q, const std::uint32_t* cube, Nearest& nearest) const;
     void search_Ball(const kdtree::Ball<3>& ball, const std::uint32_t* cube, std::vector<unsigned>& out) const;
 

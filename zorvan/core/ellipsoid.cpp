@@ -29,7 +29,9 @@ std::array<Vector3, 3> tipsOf(const Vector3& center, std::array<double, 6> covar
 
     std::array<Vector3, 3> tips;
     for (std::size_t k = 0; k < 3; ++k) {
-        const auto halfAxis = static_cast<float>(std::min(maxHalfAxis, std::sqrt(values[k] * chiSquare95)));
+        // Below 0 only by rounding: the cloud has no extent that way.
+        const double variance = values[k] < 0 ? 0.0 : values[k];
+        const auto halfAxis = static_cast<float>(std::min(maxHalfAxis, std::sqrt(variance * chiSquare95)));
         const Vector3 direction(static_cast<float>(vectors[k]), static_cast<float>(vectors[3 + k]),
                                 static_cast<float>(vectors[6 + k]));
         tips[k] = center + direction * halfAxis;
@@ -37,21 +39,30 @@ std::array<Vector3, 3> tipsOf(const Vector3& center, std::array<double, 6> covar
     return tips;
 }
 
+// Sums about a point of the cloud: single precision then loses digits with the size of the cloud, and not with its
+// distance from the origin.
 Vector3 meanOf(const Vector3* points, std::size_t n)
 {
+    const auto finite = std::find_if(points, points + n, [](const Vector3& p) { return p.IsFinite(); });
+    const Vector3 inside = finite == points + n ? points[0] : *finite;
     const float share = 1.0F / static_cast<float>(n);
     Vector3 mean;
-    for (std::size_t i = 0; i < n; ++i) mean = mean + points[i] * share;
-    return {mean.x, mean.y, mean.z};
+    for (std::size_t i = 0; i < n; ++i) mean = mean + (points[i] - inside) * share;
+    return {inside.x + mean.x, inside.y + mean.y, inside.z + mean.z};
 }
 
-std::array<double, 6> covarianceOf(const Vector3* points, std::size_t n, const Vector3& mean)
+// About a point near the mean; what lies between the two is put right in the end. Source: Chan, Golub, LeVeque,
+// The American Statistician 37 (1983).
+std::array<double, 6> covarianceOf(const Vector3* points, std::size_t n, const Vector3& nearMean)
 {
     const float divisor = static_cast<float>(n) - 1.0F;
     const float correction = static_cast<float>(n) / divisor;
+    const float share = 1.0F / static_cast<float>(n);
+    Vector3 mean;
     std::array<float, 6> sums{};
     for (std::size_t k = 0; k < n; ++k) {
-        const Vector3& p = points[k];
+        const Vector3 p = points[k] - nearMean;
+        mean = mean + p * share;
         const std::array<float, 6> products = {p.x * p.x, p.y * p.x, p.y * p.y, p.z * p.x, p.z * p.y, p.z * p.z};
         for (std::size_t i = 0; i < 6; ++i) sums[i] += products[i] / divisor;
     }

@@ -70,8 +70,10 @@ CFPFHPointSet::CFPFHPointSet(const std::vector<Vector3>& points, const std::vect
                              const std::vector<CPointFeatureHistogram>& features)
     : CPointSet(points, normals), m_featurePoints(featurePoints), m_featureNormals(featureNormals), m_features(features)
 {
-    if (normals.size() != points.size() || featureNormals.size() != featurePoints.size() ||
-        features.size() != featurePoints.size()) {
+    // Features without any point are no mismatch: they leave an empty set without a word.
+    const bool isMatched = featurePoints.empty() ||
+                           (featureNormals.size() == featurePoints.size() && features.size() == featurePoints.size());
+    if (normals.size() != points.size() || !isMatched) {
         logger.Error(L"numbers of points, normals and features differ; invalidating point set");
         *this = CFPFHPointSet();
         return;
@@ -138,8 +140,9 @@ std::vector<std::pair<unsigned int, float>> CFPFHPointSet::LookupSimilarFeatures
 {
     std::vector<std::pair<unsigned int, float>> result;
     if (m_featureTree.Empty() || maxCount == 0) return result;
+    const auto count = static_cast<int>(std::min<std::size_t>(maxCount, m_featureTree.Size()));
     std::vector<Zorvan::IndexAndDist> found;
-    m_featureTree.FindKNearest({query.AsArray()}, found, static_cast<int>(maxCount), maxDistance * maxDistance);
+    m_featureTree.FindKNearest({query.AsArray()}, found, count, maxDistance * maxDistance);
     result.reserve(found.size());
     for (const auto& hit : found) result.emplace_back(hit.index, hit.distSq);
     return result;
@@ -179,18 +182,18 @@ CFPFHPointSet CFPFHPointSet::Transform(CTrafo trafo) const
 
 CFPFHPointSet CFPFHPointSet::restrictTo(const std::vector<int>& features, const std::vector<int>& points) const
 {
-    if (features.empty() || points.empty()) return {};
     CFPFHPointSet part;
-    part.m_points = pick(m_points, points);
-    part.m_normals = pick(m_normals, points);
-    part.m_bitMasks = pick(m_bitMasks, points);
     part.m_featurePoints = pick(m_featurePoints, features);
     part.m_featureNormals = pick(m_featureNormals, features);
     part.m_features = pick(m_features, features);
     part.m_featureMasks = pick(m_featureMasks, features);
+    part.rebuildFeatureKdTree();
+    if (part.m_features.empty() || points.empty()) return {};
+    part.m_points = pick(m_points, points);
+    part.m_normals = pick(m_normals, points);
+    part.m_bitMasks = pick(m_bitMasks, points);
     part.rebuildKdTree();
     part.rebuildEllipsoid();
-    part.rebuildFeatureKdTree();
     return part;
 }
 

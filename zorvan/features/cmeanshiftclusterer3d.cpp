@@ -74,8 +74,8 @@ CMeanShiftClusterer3D::CMeanShiftClusterer3D(const float* xyz, std::size_t count
     assign(xyz, count);
 }
 
-CMeanShiftClusterer3D::CMeanShiftClusterer3D(const double* xyz, std::size_t count, float bandwidth)
-    : m_bandwidth(bandwidth), m_tolerance(bandwidth * 0.001F)
+CMeanShiftClusterer3D::CMeanShiftClusterer3D(const double* xyz, std::size_t count, double bandwidth)
+    : m_bandwidth(static_cast<float>(bandwidth)), m_tolerance(m_bandwidth * 0.001F)
 {
     assign(xyz, count);
 }

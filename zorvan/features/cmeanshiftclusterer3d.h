@@ -26,7 +26,7 @@ public:
     CMeanShiftClusterer3D(const std::vector<std::array<float, 3>>& points, float bandwidth);
     /// @param xyz  3 * count coordinates
     CMeanShiftClusterer3D(const float* xyz, std::size_t count, float bandwidth);
-    CMeanShiftClusterer3D(const double* xyz, std::size_t count, float bandwidth);
+    CMeanShiftClusterer3D(const double* xyz, std::size_t count, double bandwidth);
 
     /// @return false without points and when any coordinate is not finite; there are then no clusters
     [[nodiscard]] bool Run();

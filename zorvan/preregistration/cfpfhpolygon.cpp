@@ -213,6 +213,7 @@ CFPFHPolygon::ComputePreRegistration(const CFPFHPointSet& fix, const CFPFHPointS
     if (vertices.size() < minVertices) return none;
     // The ring closes over the gaps now, and its match may differ.
     if (vertices.size() < before) found = match(vertices);
+    if (found.Empty()) return none;
     auto pairs = weigh(vertices, found);
     const CTrafo trafo = fit(fix, flt, pairs);
     if (!trafo) return none;

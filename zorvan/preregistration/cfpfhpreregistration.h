@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <random>
 #include <string>
 #include <unordered_map>
@@ -116,7 +117,8 @@ private:
     bool refineProposals();
     /// After cached results have changed: the next `refineProposals` collects them anew.
     void forgetSuccesses();
-    [[nodiscard]] std::vector<Group> groupByPosition(const std::vector<ICPResult>& successes) const;
+    /// None when their positions cannot be clustered.
+    [[nodiscard]] std::optional<std::vector<Group>> groupByPosition(const std::vector<ICPResult>& successes) const;
     [[nodiscard]] std::vector<Group> groupByOrientation(const std::vector<ICPResult>& successes, const Group& group,
                                                         unsigned int number) const;
     void pushBest(const std::vector<ICPResult>& successes, const Group& group);
