@@ -25,16 +25,20 @@ std::size_t firstOf(std::vector<std::size_t>& parents, std::size_t i)
     return i;
 }
 
+/// The first x from here on where the row has this byte; `end` when there is none.
+int findByte(const unsigned char* row, int x, int end, unsigned char value)
+{
+    const void* const found = std::memchr(row + x, value, static_cast<std::size_t>(end - x));
+    return found ? static_cast<int>(static_cast<const unsigned char*>(found) - row) : end;
+}
+
 void appendRuns(const CPixelMask& mask, int y, std::vector<Run>& runs)
 {
     const unsigned char* const row = mask.Row(y);
     const auto width = static_cast<int>(mask.Box().Width());
-    for (int x = 0; x < width;) {
-        const void* const found = std::memchr(row + x, 1, static_cast<std::size_t>(width - x));
-        if (found == nullptr) return;
-        const int start = static_cast<int>(static_cast<const unsigned char*>(found) - row);
-        x = start;
-        while (row[x] != 0) ++x; // ends in the border
+    for (int x = findByte(row, 0, width, 1); x < width; x = findByte(row, x, width, 1)) {
+        const int start = x;
+        x = findByte(row, x, width, 0);
         runs.push_back({y, start, x - 1});
     }
 }
@@ -77,10 +81,11 @@ std::vector<CPixelPolygon> CPixelPolygon::RegionsOf(const unsigned char* mask, i
 {
     CPixelMask copy({0, 0, std::int64_t{width} - 1, std::int64_t{height} - 1});
     if (!copy) return {};
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x)
-            copy.Row(y)[x] =
-                mask[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)] != 0;
+    for (int y = 0; y < height; ++y) {
+        const unsigned char* const from = mask + static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
+        std::transform(from, from + width, copy.Row(y),
+                       [](unsigned char byte) { return static_cast<unsigned char>(byte != 0); });
+    }
 
     std::vector<CPixelPolygon> regions;
     for (const Run& run : firstRuns(copy)) regions.push_back(CPixelPolygon(copy.TraceFrom(run.xStart, run.y, 1)));
