@@ -22,5 +22,7 @@ void AddEvaluate(CLI::App& app, int& exitCode);
 void AddSettings(CLI::App& app, int& exitCode);
 void AddFlags(CLI::App& app, int& exitCode);
 void AddDump(CLI::App& app, int& exitCode);
+void AddCurve(CLI::App& app, int& exitCode);
+void AddOutline(CLI::App& app, int& exitCode);
 
 } // namespace tools

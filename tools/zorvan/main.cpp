@@ -56,6 +56,8 @@ int run(int argc, char** argv)
     tools::AddSettings(app, exitCode);
     tools::AddFlags(app, exitCode);
     tools::AddDump(app, exitCode);
+    tools::AddCurve(app, exitCode);
+    tools::AddOutline(app, exitCode);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -1,0 +1,125 @@
+#include "atomicfile.h"
+#include "commands.h"
+#include "documenttext.h"
+#include "inputerror.h"
+#include "options.h"
+#include "outlinepicture.h"
+#include "picture.h"
+#include "textnumber.h"
+
+#include "zorvan/colour/rgb.h"
+#include "zorvan/raster/cpixelpolygon.h"
+
+#include <filesystem>
+#include <iomanip>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tools {
+
+namespace {
+
+using Zorvan::CPixelPolygon;
+
+constexpr unsigned uiMostDilation = 10000;
+
+struct OutlineOptions
+{
+    std::string input;
+    std::string output;
+    unsigned uiDilation = 0;
+    int iThreshold = 128;
+    int iLeastArea = 1;
+    GeneralOptions general;
+};
+
+void checkCall(const OutlineOptions& options)
+{
+    std::error_code error;
+    if (std::filesystem::equivalent(options.input, options.output, error))
+        throw CInputError(options.output, "would replace the mask itself", "give another name");
+    if (std::filesystem::path(options.output).extension() != ".svg")
+        throw CInputError(options.output, "outlines are written as SVG", "give a name that ends in .svg");
+    RequireWritable(options.output);
+}
+
+/// Bright and opaque.
+std::vector<unsigned char> maskOf(const Picture& picture, int threshold)
+{
+    std::vector<unsigned char> mask;
+    mask.reserve(picture.pixels.size());
+    for (const Picture::Pixel& p : picture.pixels)
+        mask.push_back(Zorvan::cs::RGB(p.r, p.g, p.b).ToGray() * p.a >= threshold * 255 ? 1 : 0);
+    return mask;
+}
+
+std::vector<CPixelPolygon> regionsOf(const OutlineOptions& options, const Picture& picture)
+{
+    const auto mask = maskOf(picture, options.iThreshold);
+    auto regions =
+        CPixelPolygon::RegionsOf(mask.data(), static_cast<int>(picture.uiWidth), static_cast<int>(picture.uiHeight));
+    std::erase_if(regions, [&](const CPixelPolygon& region) { return region.GetArea() < options.iLeastArea; });
+    for (CPixelPolygon& region : regions) region = region.Dilate(options.uiDilation);
+    return regions;
+}
+
+void printTable(const std::vector<CPixelPolygon>& regions)
+{
+    std::cout << "region       area   perimeter  roundness    centre\n";
+    for (std::size_t i = 0; i < regions.size(); ++i) {
+        const auto [x, y] = regions[i].GetCenterOfGravity();
+        std::cout << std::setw(6) << i + 1 << std::setw(11) << regions[i].GetArea() << std::setw(12)
+                  << ToText(static_cast<double>(regions[i].GetPerimeter()), 6) << std::setw(11)
+                  << ToText(static_cast<double>(regions[i].GetRoundness()), 4) << "    " << ToText(x, 6) << ' '
+                  << ToText(y, 6) << '\n';
+    }
+}
+
+int outline(const OutlineOptions& options)
+{
+    options.general.Apply();
+    checkCall(options);
+    const Picture picture = ReadPng(options.input);
+    const auto regions = regionsOf(options, picture);
+    if (regions.empty()) {
+        std::cerr << ToPrintable(options.input) << ": no region of " << options.iLeastArea
+                  << " pixels or more that are at least " << options.iThreshold
+                  << " bright; give another --threshold or --min-area\n";
+        return NotEveryScan;
+    }
+    WriteFileAtomically(options.output, DrawOutlines(regions, picture.uiWidth, picture.uiHeight, options.uiDilation));
+    if (!options.general.isQuiet) printTable(regions);
+    return Done;
+}
+
+} // namespace
+
+void AddOutline(CLI::App& app, int& exitCode)
+{
+    const auto options = std::make_shared<OutlineOptions>();
+    CLI::App* const command = app.add_subcommand("outline", "Traces the regions of a mask and measures them");
+    command
+        ->add_option("IN", options->input, "The mask, PNG: regions are bright, what is around them dark or transparent")
+        ->required();
+    command->add_option("-o,--output", options->output, "SVG to write: one path a region, numbered as in the table")
+        ->required();
+    command->add_option("--dilate", options->uiDilation, "Pixels by which each region grows to all sides (default 0)")
+        ->check(CLI::Range(0U, uiMostDilation));
+    command->add_option("--threshold", options->iThreshold, "How bright a pixel of a region is at least (default 128)")
+        ->check(CLI::Range(1, 255));
+    command->add_option("--min-area", options->iLeastArea, "Regions of fewer pixels are left out (default 1)");
+    options->general.AddTo(*command, "Accepted for all commands; this one uses one");
+    command->footer(
+        "The table: area in pixels, holes included; perimeter from centre to centre of the outermost pixels;\n"
+        "roundness, perimeter^2 / area, 12.57 for a disc and more for all else; centre of gravity.\n"
+        "Pixels that touch at a corner hang together. Regions that grow into one another stay apart.\n"
+        "Exit code 0: there are regions; 1: there is none, and no file is written; 2: wrong call or\n"
+        "unreadable input.\n\n"
+        "Example:\n"
+        "  zorvan outline mask.png -o outlines.svg --dilate 2 --min-area 20");
+    command->callback([options, &exitCode] { exitCode = outline(*options); });
+}
+
+} // namespace tools
