@@ -3,8 +3,11 @@
 #include "tests/support/temporaryfolder.h"
 
 #include "zorvan/exchange/cobjparser.h"
+#include "zorvan/exchange/cobjwriter.h"
 
+#include <assimp/Exporter.hpp>
 #include <assimp/Importer.hpp>
+#include <assimp/postprocess.h>
 #include <assimp/scene.h>
 
 #include <benchmark/benchmark.h>
@@ -58,11 +61,10 @@ const CLatticeFile& lattice()
     return file;
 }
 
-void count(benchmark::State& state)
+void count(benchmark::State& state, const std::string& file)
 {
     state.SetItemsProcessed(state.iterations() * iFaces);
-    state.SetBytesProcessed(state.iterations() *
-                            static_cast<std::int64_t>(std::filesystem::file_size(lattice().Name())));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(std::filesystem::file_size(file)));
 }
 
 void demand(benchmark::State& state, bool holds)
@@ -78,7 +80,7 @@ void BM_Parse(benchmark::State& state)
         parser.Parse();
         demand(state, parser.GetFaces().size() == iFaces);
     }
-    count(state);
+    count(state, name);
 }
 
 void BM_ParseToMesh(benchmark::State& state)
@@ -89,7 +91,7 @@ void BM_ParseToMesh(benchmark::State& state)
         parser.Parse();
         demand(state, parser.GetGrapheneMesh(false).GetNumFaces() == iFaces);
     }
-    count(state);
+    count(state, name);
 }
 
 void BM_ReadByAssimp(benchmark::State& state)
@@ -100,7 +102,34 @@ void BM_ReadByAssimp(benchmark::State& state)
         const aiScene* const scene = importer.ReadFile(name, 0);
         demand(state, scene != nullptr && scene->mMeshes[0]->mNumFaces == iFaces);
     }
-    count(state);
+    count(state, name);
+}
+
+/// All faces textured, with a coordinate for each corner, as the mesh holds them.
+void BM_Write(benchmark::State& state)
+{
+    const TemporaryFolder folder;
+    COBJParser parser(lattice().Name());
+    parser.Parse();
+    const graphene::Surface_mesh& mesh = parser.GetGrapheneMesh(false);
+    const auto coords = mesh.GetHalfedgeProperty<graphene::Vector<float, 2>>("h:texturecoords");
+    const Zorvan::TImage<unsigned int> atlas(1, 1);
+    Zorvan::COBJWriter writer(
+        folder.Path().string(), "written", mesh, [](auto) { return true; }, [&](auto h) { return coords[h]; }, atlas);
+    for (auto _ : state) demand(state, writer.Write());
+    count(state, writer.GetOBJFilename());
+}
+
+/// As it was read: one coordinate a vertex, and normals, which we write too.
+void BM_WriteByAssimp(benchmark::State& state)
+{
+    const TemporaryFolder folder;
+    Assimp::Importer importer;
+    const aiScene* const scene = importer.ReadFile(lattice().Name(), aiProcess_GenSmoothNormals);
+    const std::string name = (folder / "written.obj").string();
+    Assimp::Exporter exporter;
+    for (auto _ : state) demand(state, exporter.Export(scene, "obj", name) == aiReturn_SUCCESS);
+    count(state, name);
 }
 
 } // namespace
@@ -108,3 +137,5 @@ void BM_ReadByAssimp(benchmark::State& state)
 BENCHMARK(BM_Parse)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ParseToMesh)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ReadByAssimp)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Write)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_WriteByAssimp)->Unit(benchmark::kMillisecond);

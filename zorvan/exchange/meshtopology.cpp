@@ -17,10 +17,12 @@ bool anyTwice(std::span<const std::uint32_t> corners)
     return std::ranges::adjacent_find(sorted) != sorted.end();
 }
 
-std::uint64_t mixed(std::uint32_t a, std::uint32_t b)
+/// Edges of neighbouring vertices come to lie near one another, as long as they span the same distance in numbers. A
+/// surface has three edges a vertex.
+std::uint64_t placeOf(std::uint32_t a, std::uint32_t b)
 {
-    const std::uint64_t key = (std::uint64_t{std::max(a, b)} << 32U) | std::min(a, b);
-    return (key ^ (key >> 29U)) * 0x9E3779B97F4A7C15U;
+    const std::uint64_t distance = std::max(a, b) - std::min(a, b);
+    return std::uint64_t{std::min(a, b)} * 3 + ((distance * 0x9E3779B97F4A7C15U) >> 24U);
 }
 
 } // namespace
@@ -105,7 +107,7 @@ std::uint32_t CMeshTopology::addEdge(std::uint32_t from, std::uint32_t to)
 std::size_t CMeshTopology::slotOf(std::uint32_t from, std::uint32_t to) const
 {
     const std::size_t mask = m_table.size() - 1;
-    for (std::size_t slot = (mixed(from, to) >> 20U) & mask;; slot = (slot + 1) & mask) {
+    for (std::size_t slot = placeOf(from, to) & mask;; slot = (slot + 1) & mask) {
         const std::uint32_t first = m_table[slot];
         if (first == uiNone) return slot;
         const std::uint32_t a = m_halfedges[first].to;
