@@ -121,12 +121,10 @@ TEST_F(ConvertedMesh, LeavesOldFilesWhenTheDiskIsFull)
 {
     ASSERT_EQ(folder.Run("convert mesh.obj -o out").exitCode, 0);
     const std::string old = folder.Read("out/mesh_red.obj");
-    folder.Write("mesh.obj", folder.Read("mesh.obj") + std::string(200, '\n') + "v 5 5 5\n");
     const auto files = Files("out");
-    // No file of more than a block: the shell's unit is 512 or 1024 bytes.
-    std::string many;
-    for (int i = 0; i < 100; ++i) many += "v 1 2 3\n";
-    folder.Write("mesh.obj", folder.Read("mesh.obj") + many);
+    std::string more = folder.Read("mesh.obj");
+    for (int i = 0; i < 100; ++i) more += "v 1 2 3\n"; // beyond the 512 or 1024 bytes that the shell means by 1
+    folder.Write("mesh.obj", more);
     const auto outcome = folder.Run("convert mesh.obj -o out", "trap '' XFSZ; ulimit -f 1; exec");
     EXPECT_EQ(outcome.exitCode, 2) << outcome.err;
     EXPECT_NE(outcome.err.find("cannot be written"), std::string::npos) << outcome.err;
@@ -134,12 +132,12 @@ TEST_F(ConvertedMesh, LeavesOldFilesWhenTheDiskIsFull)
     EXPECT_EQ(folder.Read("out/mesh_red.obj"), old);
 }
 
-TEST(PngReader, RefusesWhatPromisesMoreThanItHolds)
+TEST(PngReader, RefusesWhatIsNoWholePicture)
 {
     const WorkFolder folder;
     Zorvan::TImage<unsigned int> small(4, 4);
     ASSERT_TRUE(writePng(folder / "a.png", small));
-    std::string bytes = folder.Read("a.png");
+    const std::string bytes = folder.Read("a.png");
     EXPECT_ANY_THROW(static_cast<void>(tools::ReadPng(folder.Write("cut.png", bytes.substr(0, bytes.size() - 30)))));
     EXPECT_ANY_THROW(static_cast<void>(tools::ReadPng(folder.Write("none.png", "no picture"))));
 }

@@ -9,7 +9,7 @@ namespace graphene {
 namespace {
 
 /// Numbers of the elements that stay, in order.
-std::vector<std::uint32_t> numbersOf(auto&& elements)
+std::vector<std::uint32_t> numbersOf(const auto& elements)
 {
     std::vector<std::uint32_t> numbers;
     for (const auto element : elements) numbers.push_back(element.GetIndex());

@@ -6,7 +6,6 @@
 
 #include <compare>
 #include <cstdint>
-#include <ranges>
 #include <span>
 #include <string>
 #include <type_traits>
@@ -63,13 +62,47 @@ class ZORVAN_API Surface_mesh
         Values* m_values;
     };
 
+    /// The elements that are not deleted.
     template <typename Handle>
-    [[nodiscard]] auto elements(std::uint32_t count) const
+    class TElements
     {
-        return std::views::iota(std::uint32_t{0}, count) |
-               std::views::transform([](std::uint32_t i) { return Handle(i); }) |
-               std::views::filter([this](Handle handle) { return !IsDeleted(handle); });
-    }
+    public:
+        class Iterator
+        {
+        public:
+            Iterator(const Surface_mesh& mesh, std::uint32_t index, std::uint32_t end)
+                : m_mesh(&mesh), m_index(index), m_end(end)
+            {
+                passDeleted();
+            }
+            Handle operator*() const { return Handle(m_index); }
+            Iterator& operator++()
+            {
+                ++m_index;
+                passDeleted();
+                return *this;
+            }
+            bool operator==(const Iterator& other) const { return m_index == other.m_index; }
+
+        private:
+            void passDeleted()
+            {
+                while (m_index < m_end && m_mesh->IsDeleted(Handle(m_index))) ++m_index;
+            }
+
+            const Surface_mesh* m_mesh;
+            std::uint32_t m_index;
+            std::uint32_t m_end;
+        };
+
+        TElements(const Surface_mesh& mesh, std::uint32_t size) : m_mesh(&mesh), m_size(size) {}
+        [[nodiscard]] Iterator begin() const { return {*m_mesh, 0, m_size}; }
+        [[nodiscard]] Iterator end() const { return {*m_mesh, m_size, m_size}; }
+
+    private:
+        const Surface_mesh* m_mesh;
+        std::uint32_t m_size;
+    };
 
 public:
     using Point = Vector<float, 3>;
@@ -95,9 +128,9 @@ public:
     void Clear() { *this = Surface_mesh(); }
 
     /// All that are not deleted, in the order of their numbers.
-    [[nodiscard]] auto GetVertices() const { return elements<Vertex>(GetNumVertices()); }
-    [[nodiscard]] auto GetHalfedges() const { return elements<Halfedge>(GetNumHalfedges()); }
-    [[nodiscard]] auto GetFaces() const { return elements<Face>(GetNumFaces()); }
+    [[nodiscard]] TElements<Vertex> GetVertices() const { return {*this, GetNumVertices()}; }
+    [[nodiscard]] TElements<Halfedge> GetHalfedges() const { return {*this, GetNumHalfedges()}; }
+    [[nodiscard]] TElements<Face> GetFaces() const { return {*this, GetNumFaces()}; }
 
     /// With the deleted ones.
     [[nodiscard]] std::uint32_t GetNumVertices() const { return narrow(m_topology.GetNumVertices()); }
