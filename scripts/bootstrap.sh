@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
     build-essential cmake ninja-build ccache pkg-config python3  # tools of the build
-    libfmt-dev libspdlog-dev libtbb-dev libutfcpp-dev            # the library
+    libfmt-dev libspdlog-dev libtbb-dev libutfcpp-dev libpng-dev # the library
     libcli11-dev nlohmann-json3-dev libassimp-dev libeigen3-dev  # the program
     libpng-dev                                                   # pictures of the program
     libgtest-dev libgmock-dev chromium chromium-driver           # tests; the browser looks at the report

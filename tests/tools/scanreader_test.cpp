@@ -5,6 +5,7 @@
 #include "tools/zorvan/scanwriter.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cmath>
@@ -217,6 +218,17 @@ TEST(ScanReader, ReadsObjWithoutFacesAndWithNormals)
     EXPECT_EQ(points.points, sample.points);
     const auto file = folder.Write("b.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nvn 0 0 -2\nf 1//1 2//1 3//1\n");
     EXPECT_EQ(tools::LoadScan(file, {}).normals, prereg::Vectors(3, Vector3(0, 0, -1)));
+}
+
+TEST(ScanReader, NeedsNoMaterialOfAnObj)
+{
+    const WorkFolder folder;
+    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+    const Scan scan =
+        tools::ReadScan(folder.Write("a.obj", "\xef\xbb\xbfv 1 2 3\r\nv -4 5 6\r\nmtllib pipe\r\n\tUseMtl none\r\n"
+                                              "v 7 -8 9\nv 0 0 1\nusemtl\nusemtlx\nf 1 2 3\nf 1 2\n"));
+    EXPECT_EQ(scan.points, prereg::Vectors(sample.points.begin(), sample.points.begin() + 3));
+    EXPECT_EQ(scan.faces, (std::vector<tools::Face>{{0, 1, 2}}));
 }
 
 TEST(ScanReader, DropsWhatCannotBeRegisteredAndSaysSo)

@@ -24,5 +24,6 @@ void AddFlags(CLI::App& app, int& exitCode);
 void AddDump(CLI::App& app, int& exitCode);
 void AddCurve(CLI::App& app, int& exitCode);
 void AddOutline(CLI::App& app, int& exitCode);
+void AddConvert(CLI::App& app, int& exitCode);
 
 } // namespace tools

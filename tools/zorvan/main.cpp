@@ -58,6 +58,7 @@ int run(int argc, char** argv)
     tools::AddDump(app, exitCode);
     tools::AddCurve(app, exitCode);
     tools::AddOutline(app, exitCode);
+    tools::AddConvert(app, exitCode);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

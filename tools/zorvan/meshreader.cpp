@@ -106,6 +106,4 @@ Scan ReadStl(std::string_view bytes, const std::filesystem::path& file)
     return scan;
 }
 
-Scan ReadObj(std::string_view bytes, const std::filesystem::path& file) { return importMesh(bytes, "obj", file); }
-
 } // namespace tools

@@ -12,10 +12,4 @@ namespace tools {
 /// @throws CInputError, "truncated" for a binary file shorter than its count promises
 [[nodiscard]] Scan ReadStl(std::string_view bytes, const std::filesystem::path& file);
 
-/// Reads OBJ: vertices, normals where every face has them, polygons cut into triangles; points alone when there are no
-/// faces. No other file is opened, whatever materials it names. Corners of faces are points of their own: see
-/// `JoinEqualPoints`.
-/// @throws CInputError
-[[nodiscard]] Scan ReadObj(std::string_view bytes, const std::filesystem::path& file);
-
 } // namespace tools

@@ -6,6 +6,7 @@
 
 #include <png.h>
 
+#include <algorithm>
 #include <string>
 
 namespace tools {
@@ -63,6 +64,15 @@ Picture ReadPng(const std::filesystem::path& file)
     if (png_image_finish_read(image.Get(), nullptr, picture.pixels.data(), 0, nullptr) == 0)
         refuse(file, image.Message());
     return picture;
+}
+
+Zorvan::TImage<unsigned int> ToImage(const Picture& picture)
+{
+    Zorvan::TImage<unsigned int> image(picture.uiWidth, picture.uiHeight);
+    std::ranges::transform(picture.pixels, image.GetPixels().begin(), [](const Picture::Pixel& p) {
+        return unsigned{p.a} << 24U | unsigned{p.r} << 16U | unsigned{p.g} << 8U | p.b;
+    });
+    return image;
 }
 
 void WritePng(const std::filesystem::path& file, const Picture& picture)

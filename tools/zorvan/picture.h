@@ -1,5 +1,7 @@
 #pragma once
 
+#include "zorvan/exchange/timage.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -28,6 +30,9 @@ struct Picture
 /// @throws CInputError when the file is no whole PNG, or larger than `uiMostPixels`
 [[nodiscard]] Picture ReadPng(const std::filesystem::path& file);
 constexpr std::size_t uiMostPixels = std::size_t{1} << 27;
+
+/// The pixels as 0xAARRGGBB, alpha not multiplied in.
+[[nodiscard]] Zorvan::TImage<unsigned int> ToImage(const Picture& picture);
 
 /// The whole file or nothing. @throws CInputError
 void WritePng(const std::filesystem::path& file, const Picture& picture);

@@ -4,6 +4,7 @@
 #include "inputerror.h"
 #include "joinpoints.h"
 #include "meshreader.h"
+#include "objreader.h"
 #include "plyreader.h"
 #include "scanwriter.h"
 #include "showntext.h"

@@ -5,17 +5,31 @@
 
 #include <algorithm>
 #include <array>
+#include <cwchar>
 #include <filesystem>
 #include <fstream>
+#include <streambuf>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Zorvan {
 
 namespace {
 
-/// The tokens of one character, in the order of their types from `eLeftParenthesis` on.
-constexpr std::wstring_view symbols = L"()[]{}<>,:;+-@=#/";
+/// The types of tokens of one character.
+constexpr auto symbolTypes = [] {
+    // In the order of their types from `eLeftParenthesis` on.
+    constexpr std::string_view symbols = "()[]{}<>,:;+-@=#/";
+    std::array<AStreamParser::ETokenType, 128> types;
+    types.fill(AStreamParser::eError);
+    for (std::size_t i = 0; i < symbols.size(); ++i)
+        types[static_cast<std::size_t>(symbols[i])] =
+            static_cast<AStreamParser::ETokenType>(AStreamParser::eLeftParenthesis + static_cast<int>(i));
+    types['"'] = AStreamParser::eDoubleQuote;
+    types['\''] = AStreamParser::eSingleQuote;
+    return types;
+}();
 
 constexpr std::array<const wchar_t*, 24> tokenTexts{
     L"[EOF]", L"[EOL]", L"'('", L"')'",       L"'['",          L"']'",          L"'{'",  L"'}'",
@@ -24,11 +38,8 @@ constexpr std::array<const wchar_t*, 24> tokenTexts{
 
 AStreamParser::ETokenType symbolType(wchar_t c)
 {
-    if (c == L'"') return AStreamParser::eDoubleQuote;
-    if (c == L'\'') return AStreamParser::eSingleQuote;
-    const std::size_t place = symbols.find(c);
-    if (place == std::wstring_view::npos) return AStreamParser::eError;
-    return static_cast<AStreamParser::ETokenType>(AStreamParser::eLeftParenthesis + static_cast<int>(place));
+    const auto place = static_cast<std::size_t>(c); // negative ones lie far behind the end
+    return place < symbolTypes.size() ? symbolTypes[place] : AStreamParser::eError;
 }
 
 bool isSign(wchar_t c) { return c == L'+' || c == L'-'; }
@@ -81,18 +92,15 @@ bool AStreamParser::Slurp(const std::string& fileName, std::basic_stringstream<w
 bool AStreamParser::peek(ETokenType type)
 {
     if (!ensureLine()) return type == eEndOfText;
-    const wchar_t* start = m_position;
-    const wchar_t* end = m_position;
-    const ETokenType found = tokenize(start, end);
+    const ETokenType found = lookAhead().type;
     return found != eError && fits(found, type);
 }
 
 bool AStreamParser::peek(const std::wstring& identifier)
 {
     if (!ensureLine()) return false;
-    const wchar_t* start = m_position;
-    const wchar_t* end = m_position;
-    return tokenize(start, end) == eIdentifier && iequal(start, end, identifier);
+    const SToken& found = lookAhead();
+    return found.type == eIdentifier && iequal(found.start, found.end, identifier);
 }
 
 bool AStreamParser::match(ETokenType type, bool throwOnMismatch)
@@ -103,8 +111,9 @@ bool AStreamParser::match(ETokenType type, bool throwOnMismatch)
         throw CParseError(m_lineNumber, m_position ? columnOf(m_position) : -1, L"unexpected end of text");
     }
 
-    m_tokenStart = m_position;
-    const ETokenType found = tokenize(m_tokenStart, m_position);
+    const ETokenType found = lookAhead().type;
+    m_tokenStart = m_ahead.start;
+    m_position = m_ahead.end;
     if (fits(found, type)) return true;
     if (throwOnMismatch) fail(L"expected token " + tokenTypeToStr(type) + L", found " + tokenTypeToStr(found) + L".");
     return false;
@@ -165,7 +174,7 @@ bool AStreamParser::iequal(const std::wstring& a, const std::wstring& b)
 bool AStreamParser::iequal(const wchar_t* begin, const wchar_t* end, const std::wstring& other)
 {
     return std::equal(begin, end, other.begin(), other.end(),
-                      [](wchar_t a, wchar_t b) { return WideText::ToLower(a) == WideText::ToLower(b); });
+                      [](wchar_t a, wchar_t b) { return a == b || WideText::ToLower(a) == WideText::ToLower(b); });
 }
 
 void AStreamParser::ltrim(std::wstring& text)
@@ -194,7 +203,8 @@ bool AStreamParser::nextLine()
 {
     m_tokenStart = nullptr;
     m_position = nullptr;
-    m_numberStart = nullptr; // the same place will hold another text
+    m_numberStart = nullptr; // the same places will hold another text
+    m_ahead = {};
     while (m_stream.good()) {
         readLine();
         if (m_lineNumber < std::numeric_limits<int>::max()) ++m_lineNumber;
@@ -207,14 +217,36 @@ bool AStreamParser::nextLine()
     return false;
 }
 
+/// Straight from the buffer: asking the stream for every character takes three times as long.
 void AStreamParser::readLine()
 {
     m_line.clear();
-    for (auto c = m_stream.get(); m_stream.good() && c != L'\n' && c != L'\r'; c = m_stream.get())
-        m_line.push_back(static_cast<wchar_t>(c));
+    std::array<wchar_t, 256> chunk;
+    std::size_t length = 0;
+    std::wstreambuf& buffer = *m_stream.rdbuf();
+    try {
+        auto c = buffer.sbumpc();
+        for (; c != L'\n' && c != L'\r' && c != WEOF; c = buffer.sbumpc()) {
+            chunk[length++] = static_cast<wchar_t>(c);
+            if (length == chunk.size()) m_line.append(chunk.data(), std::exchange(length, 0));
+        }
+        if (c == WEOF) m_stream.setstate(std::ios::eofbit | std::ios::failbit);
+    } catch (const std::ios::failure&) { // a file that cannot be read on
+        m_stream.setstate(std::ios::badbit);
+    }
+    m_line.append(chunk.data(), length);
 }
 
 bool AStreamParser::ensureLine() { return (m_position && *m_position != L'\0') || nextLine(); }
+
+/// Several questions about the next token, and then taking it, cost one reading.
+const AStreamParser::SToken& AStreamParser::lookAhead()
+{
+    if (m_ahead.from == m_position) return m_ahead;
+    m_ahead = {m_position, m_position, m_position, eError};
+    m_ahead.type = tokenize(m_ahead.start, m_ahead.end);
+    return m_ahead;
+}
 
 AStreamParser::ETokenType AStreamParser::tokenize(const wchar_t*& start, const wchar_t*& end)
 {

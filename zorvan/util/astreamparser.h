@@ -134,9 +134,18 @@ protected:
     static void trim(std::wstring& text, const wchar_t* characters);
 
 private:
+    struct SToken
+    {
+        const wchar_t* from = nullptr; ///< where looking began; null: nothing was looked at
+        const wchar_t* start = nullptr;
+        const wchar_t* end = nullptr;
+        ETokenType type = eError;
+    };
+
     bool nextLine();
     void readLine();
     bool ensureLine();
+    const SToken& lookAhead();
     ETokenType tokenize(const wchar_t*& start, const wchar_t*& end);
     ETokenType tokenizeNumber(const wchar_t* start, const wchar_t*& end);
     [[nodiscard]] int columnOf(const wchar_t* place) const;
@@ -147,6 +156,7 @@ private:
     int m_lineNumber = 0;
     const wchar_t* m_tokenStart = nullptr;
     const wchar_t* m_position = nullptr;    ///< end of the current token
+    SToken m_ahead;                         ///< the token behind that
     const wchar_t* m_numberStart = nullptr; ///< start of the text that has the value below
     double m_numberValue = std::numeric_limits<double>::quiet_NaN();
 };

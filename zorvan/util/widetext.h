@@ -7,7 +7,7 @@ namespace Zorvan::WideText {
 [[nodiscard]] bool IsAlpha(wchar_t c);
 [[nodiscard]] bool IsAlnum(wchar_t c);
 [[nodiscard]] bool IsSpace(wchar_t c);
-[[nodiscard]] bool IsDigit(wchar_t c); ///< 0 to 9 only
+[[nodiscard]] inline bool IsDigit(wchar_t c) { return c >= L'0' && c <= L'9'; } ///< 0 to 9 only
 [[nodiscard]] wchar_t ToLower(wchar_t c);
 
 /// Reads a number in the form of `wcstod` in the classic locale.
