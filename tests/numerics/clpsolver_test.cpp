@@ -152,7 +152,8 @@ TEST(CLPSolver, EndsOnWhatIsNoProgramme)
     CLPSolver withoutRows(Eigen::MatrixXd(), Eigen::VectorXd(), Eigen::Vector2d(-1, 0));
     EXPECT_TRUE(withoutRows.Run());
     EXPECT_EQ(withoutRows.GetSolution(nullptr), Eigen::VectorXd(Eigen::Vector2d::Zero()));
-    EXPECT_THROW(CLPSolver(Eigen::MatrixXd(2, 2), Eigen::Vector3d(), Eigen::Vector2d()), std::invalid_argument);
+    EXPECT_THROW(CLPSolver(Eigen::MatrixXd::Zero(2, 2), Eigen::VectorXd::Zero(3), Eigen::VectorXd::Zero(2)),
+                 std::invalid_argument);
 }
 
 } // namespace

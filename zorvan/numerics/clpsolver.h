@@ -9,7 +9,7 @@
 
 namespace Zorvan {
 
-enum LPStatusType
+enum LPStatusType : int
 {
     LPNotYetRun = -2,
     LPInfeasible = -1,
