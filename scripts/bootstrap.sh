@@ -10,7 +10,7 @@ packages=(
     libgtest-dev libgmock-dev chromium chromium-driver           # tests; the browser looks at the report
     libbenchmark-dev libnanoflann-dev                            # benchmarks
     clang-format clang-tidy                                      # checks of CI
-    clang libclang-rt-14-dev                                     # fuzzing
+    clang libclang-rt-14-dev libomp-dev                          # fuzzing; clang's OpenMP, for its checks too
 )
 
 missing=()
