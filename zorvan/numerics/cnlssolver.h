@@ -32,6 +32,9 @@ namespace Zorvan {
 ///   AlmostSingularMatrix.
 /// - Feasibility is judged by a linear programme over non-negative variables: a start outside inequalities that only
 ///   negative values meet gives ConstraintsViolated.
+/// - A step glides along an inequality only from a point that lies on it to 2e-15. On an oblique one rounding may end
+/// the
+///   run there, short of the best point.
 /// - A residual of exactly zero has no robust weight (0 / 0), and the run then ends where it is.
 ///
 /// Single-threaded; the objective serves one solver at a time.
