@@ -5,13 +5,13 @@ set -euo pipefail
 
 packages=(
     build-essential cmake ninja-build ccache pkg-config python3  # tools of the build
-    libfmt-dev libspdlog-dev libtbb-dev libutfcpp-dev libpng-dev # the library
-    libcli11-dev nlohmann-json3-dev libassimp-dev libeigen3-dev  # the program
-    libpng-dev                                                   # pictures of the program
+    libfmt-dev libspdlog-dev libtbb-dev libutfcpp-dev            # the library
+    libeigen3-dev libpng-dev                                     # the library
+    libcli11-dev nlohmann-json3-dev libassimp-dev                # the program
     libgtest-dev libgmock-dev chromium chromium-driver           # tests; the browser looks at the report
     libbenchmark-dev libnanoflann-dev                            # benchmarks
     clang-format clang-tidy                                      # checks of CI
-    clang libclang-rt-14-dev                                     # fuzzing
+    clang libclang-rt-14-dev libomp-dev                          # fuzzing; clang's OpenMP, for its checks too
 )
 
 missing=()

@@ -17,6 +17,7 @@ enum EExit : int
 void AddAlign(CLI::App& app, int& exitCode);
 void AddRegister(CLI::App& app, int& exitCode);
 void AddFeatures(CLI::App& app, int& exitCode);
+void AddFit(CLI::App& app, int& exitCode);
 void AddSimulate(CLI::App& app, int& exitCode);
 void AddEvaluate(CLI::App& app, int& exitCode);
 void AddSettings(CLI::App& app, int& exitCode);

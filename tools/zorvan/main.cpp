@@ -51,6 +51,7 @@ int run(int argc, char** argv)
     tools::AddAlign(app, exitCode);
     tools::AddRegister(app, exitCode);
     tools::AddFeatures(app, exitCode);
+    tools::AddFit(app, exitCode);
     tools::AddSimulate(app, exitCode);
     tools::AddEvaluate(app, exitCode);
     tools::AddSettings(app, exitCode);

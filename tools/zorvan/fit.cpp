@@ -1,0 +1,210 @@
+#include "atomicfile.h"
+#include "colourscale.h"
+#include "commands.h"
+#include "inputerror.h"
+#include "jsonvalues.h"
+#include "options.h"
+#include "posesfile.h"
+#include "primitivefit.h"
+#include "scanreader.h"
+#include "scanwriter.h"
+#include "textnumber.h"
+
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tools {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr double dColourRange = 3.0; // RMSE from the middle of the scale to its ends
+
+struct FitOptions
+{
+    std::string primitive;
+    std::string scan;
+    std::vector<std::string> fixed;
+    std::vector<std::string> bounded;
+    std::filesystem::path output;
+    GeneralOptions general;
+    ScanFileOptions files;
+
+    [[nodiscard]] std::filesystem::path Residuals() const
+    {
+        return output.parent_path() / (output.stem().string() + "_residuals.ply");
+    }
+};
+
+EPrimitive primitiveOf(const std::string& word)
+{
+    if (word == "sphere") return EPrimitive::Sphere;
+    if (word == "cylinder") return EPrimitive::Cylinder;
+    return EPrimitive::Cone;
+}
+
+double parseLength(const std::string& option, const std::string& text, double dMmPerUnit)
+{
+    const double length = ParseNumbers(option, text, 1).front() * dMmPerUnit;
+    if (!(length > 0.0)) throw CInputError(option + ": a radius is greater than 0");
+    return length;
+}
+
+/// What stands behind "radius=".
+std::string valueOf(const FitOptions& options, const std::string& option, const std::string& text)
+{
+    const std::string name = "radius=";
+    if (options.primitive == "cone")
+        throw CInputError(option + ": a cone has no radius of its own; only sphere and cylinder take one");
+    if (text.compare(0, name.size(), name) != 0)
+        throw CInputError(option + ": \"" + text + "\" does not begin with radius=, the one thing that can be given");
+    return text.substr(name.size());
+}
+
+RadiusLimits limitsOf(const FitOptions& options)
+{
+    RadiusLimits limits;
+    for (const std::string& text : options.bounded) {
+        const std::string value = valueOf(options, "--bound", text);
+        const std::size_t colon = value.find(':');
+        if (colon == std::string::npos)
+            throw CInputError("--bound: \"" + text + "\" is not two lengths with a colon between, as radius=2:3");
+        limits.dLow = parseLength("--bound", value.substr(0, colon), options.files.dMmPerUnit);
+        limits.dHigh = parseLength("--bound", value.substr(colon + 1), options.files.dMmPerUnit);
+        if (!(limits.dLow < limits.dHigh)) throw CInputError("--bound: the first length must be the smaller one");
+    }
+    for (const std::string& text : options.fixed) {
+        limits.dLow = parseLength("--fix", valueOf(options, "--fix", text), options.files.dMmPerUnit);
+        limits.dHigh = limits.dLow;
+    }
+    return limits;
+}
+
+void checkOutput(const FitOptions& options)
+{
+    if (options.output.empty()) return;
+    for (const auto& file : {options.output, options.Residuals()}) {
+        std::error_code error;
+        if (std::filesystem::equivalent(options.scan, file, error))
+            throw CInputError(file, "would replace the scan itself", "give another name");
+        RequireWritable(file);
+    }
+}
+
+double inUnit(double value, const PrimitiveProperty& property, const FitOptions& options)
+{
+    return property.isLength ? value / options.files.dMmPerUnit : value;
+}
+
+std::string toText(const Eigen::VectorXd& values, const PrimitiveProperty& property, const FitOptions& options,
+                   int digits)
+{
+    std::string text;
+    for (const double value : values)
+        text += (text.empty() ? "" : ", ") + ToText(inUnit(value, property, options), digits);
+    return text;
+}
+
+void print(const FitOptions& options, const SurfelScan& scan, const PrimitiveFit& fit)
+{
+    const std::string unit = UnitName(options.files.dMmPerUnit);
+    std::cout << options.primitive << " through " << scan.points.size() << " points, RMSE "
+              << ToText(fit.dRmse / options.files.dMmPerUnit) << ' ' << unit << '\n';
+    for (const PrimitiveProperty& property : fit.properties) {
+        std::cout << "  " << property.name << std::string(22 - property.name.size(), ' ')
+                  << toText(property.value, property, options, 7);
+        if (property.deviation.size() > 0) std::cout << " +- " << toText(property.deviation, property, options, 2);
+        std::cout << (property.isLength ? " " + unit : property.value.size() == 1 ? " degrees" : "") << '\n';
+    }
+}
+
+Json toJson(const Eigen::VectorXd& values, const PrimitiveProperty& property, const FitOptions& options)
+{
+    if (values.size() == 1) return JsonNumber(inUnit(values(0), property, options));
+    Json list = Json::array();
+    for (const double value : values) list.push_back(JsonNumber(inUnit(value, property, options)));
+    return list;
+}
+
+void writeJson(const FitOptions& options, const SurfelScan& scan, const PrimitiveFit& fit)
+{
+    Json json{{"primitive", options.primitive},
+              {"file", options.scan},
+              {"unit", UnitName(options.files.dMmPerUnit)},
+              {"points", scan.points.size()},
+              {"rmse", JsonNumber(fit.dRmse / options.files.dMmPerUnit)}};
+    for (const PrimitiveProperty& property : fit.properties) {
+        json[property.name] = {{"value", toJson(property.value, property, options)}};
+        if (property.deviation.size() > 0)
+            json[property.name]["deviation"] = toJson(property.deviation, property, options);
+    }
+    WriteFileAtomically(options.output, json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n");
+}
+
+void writeResiduals(const FitOptions& options, const SurfelScan& scan, const PrimitiveFit& fit)
+{
+    std::vector<Rgb> colours;
+    for (const double residual : fit.residuals)
+        colours.push_back(ColourAt(0.5 + residual / (2.0 * dColourRange * fit.dRmse)));
+    WritePly(options.Residuals(), {scan.points, scan.normals, {}}, 1.0 / options.files.dMmPerUnit, colours);
+}
+
+int refuse(const FitOptions& options, const PrimitiveFit& fit)
+{
+    const std::wstring message = Zorvan::CNLSSolver::GetMessage(fit.eResult);
+    std::cerr << options.scan << ": no " << options.primitive << " fits ("
+              << std::string(message.begin(), message.end()) << "); the normals must show how the surface turns\n";
+    return NotEveryScan;
+}
+
+int fitScan(const FitOptions& options)
+{
+    options.general.Apply();
+    const RadiusLimits limits = limitsOf(options);
+    checkOutput(options);
+    const SurfelScan scan = LoadScan(options.scan, options.files.ToScanOptions());
+    Tell(scan.Warning(), options.general.isQuiet);
+    const PrimitiveFit fit = FitPrimitive(scan, primitiveOf(options.primitive), limits);
+    if (!fit.IsFound()) return refuse(options, fit);
+    if (!options.output.empty()) {
+        writeResiduals(options, scan, fit);
+        writeJson(options, scan, fit);
+    }
+    print(options, scan, fit);
+    return Done;
+}
+
+} // namespace
+
+void AddFit(CLI::App& app, int& exitCode)
+{
+    const auto options = std::make_shared<FitOptions>();
+    CLI::App* const command = app.add_subcommand("fit", "Fits a sphere, cylinder or cone to a scan");
+    command->add_option("PRIMITIVE", options->primitive, "sphere, cylinder or cone")
+        ->required()
+        ->check(CLI::IsMember({"sphere", "cylinder", "cone"}));
+    command->add_option("SCAN", options->scan, "The scan: PLY, STL, OBJ, XYZ or XYZN")->required();
+    command->add_option("--fix", options->fixed, "radius=R: the radius is known, in file units")->expected(1);
+    command->add_option("--bound", options->bounded, "radius=LOW:HIGH: the radius lies between, in file units")
+        ->expected(1);
+    command->add_option("-o,--output", options->output,
+                        "JSON to write; beside it the scan as NAME_residuals.ply, coloured from dark blue (3 RMSE\n"
+                        "inside the surface) to yellow (3 RMSE outside)");
+    options->files.AddTo(*command);
+    options->general.AddTo(*command, "Accepted for all commands; fitting uses one");
+    command->footer("Behind +- stands one standard deviation, from the scatter of the points about the surface.\n"
+                    "Exit code 0: fitted; 1: no such primitive fits, and no file is written; 2: wrong call or\n"
+                    "unreadable input.\n\n"
+                    "Examples:\n"
+                    "  zorvan fit sphere ball.ply\n"
+                    "  zorvan fit cylinder bore.ply --fix radius=2.5 -o bore.json\n"
+                    "  zorvan fit cylinder bore.ply --bound radius=2:3");
+    command->callback([options, &exitCode] { exitCode = fitScan(*options); });
+}
+
+} // namespace tools
