@@ -22,5 +22,6 @@ void AddEvaluate(CLI::App& app, int& exitCode);
 void AddSettings(CLI::App& app, int& exitCode);
 void AddFlags(CLI::App& app, int& exitCode);
 void AddDump(CLI::App& app, int& exitCode);
+void AddDevices(CLI::App& app, int& exitCode);
 
 } // namespace tools

@@ -39,6 +39,7 @@ int run(int argc, char** argv)
     tools::AddSettings(app, exitCode);
     tools::AddFlags(app, exitCode);
     tools::AddDump(app, exitCode);
+    tools::AddDevices(app, exitCode);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -2,6 +2,7 @@
 #include "autosettings.h"
 #include "commands.h"
 #include "featureset.h"
+#include "gpu.h"
 #include "inputerror.h"
 #include "interruption.h"
 #include "lookatposes.h"
@@ -45,6 +46,7 @@ struct RegisterOptions
     GeneralOptions general;
     ScanFileOptions files;
     SettingsOptions settings;
+    GpuOptions gpu;
 };
 
 std::string nameOf(const std::string& file) { return std::filesystem::path(file).filename().string(); }
@@ -195,10 +197,11 @@ bool addScans(const RegisterOptions& options, const std::vector<SurfelScan>& sca
               CSession& session)
 {
     const prereg::ConfigurationFPFH config = SettingsForSearch(session.GetRegistration().GetRegistrationConfig());
+    const GpuContext gpu = options.gpu.MakeContext(options.general.isQuiet);
     CProgress progress("features", scans.size(), options.general.isQuiet);
     std::string refused;
     for (const SurfelScan& scan : scans) {
-        const auto set = ComputeFeatureSet(scan, config, options.general.uiNumThreads, options.files.dMmPerUnit);
+        const auto set = ComputeFeatureSet(scan, config, options.general.uiNumThreads, options.files.dMmPerUnit, gpu);
         if (!session.Add(scan, set, initial.Of(scan.file)))
             refused += (refused.empty() ? "" : ", ") + scan.file.filename().string();
         progress.Step();
@@ -328,6 +331,7 @@ void AddRegister(CLI::App& app, int& exitCode)
                       "Refine all poses together afterwards; scans that do not agree with the others\nleave them");
     options->files.AddTo(*command);
     options->settings.AddTo(*command);
+    options->gpu.AddTo(*command);
     options->general.AddTo(*command, "Threads that work; the result does not depend on it");
     command->footer("Ctrl-C ends the search and writes what has been found.\n"
                     "Exit code 0: all scans are in one frame; 1: not all; 2: wrong call or unreadable input.\n\n"
