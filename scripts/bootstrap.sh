@@ -7,6 +7,7 @@ packages=(
     build-essential cmake ninja-build ccache pkg-config python3  # tools of the build
     libfmt-dev libspdlog-dev libtbb-dev libutfcpp-dev            # the library
     libeigen3-dev libpng-dev                                     # the library
+    ocl-icd-opencl-dev opencl-headers pocl-opencl-icd            # the library; the processor as a compute device
     libcli11-dev nlohmann-json3-dev libassimp-dev                # the program
     libgtest-dev libgmock-dev chromium chromium-driver           # tests; the browser looks at the report
     libbenchmark-dev libnanoflann-dev                            # benchmarks

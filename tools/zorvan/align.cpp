@@ -1,6 +1,7 @@
 #include "atomicfile.h"
 #include "autosettings.h"
 #include "commands.h"
+#include "gpu.h"
 #include "inputerror.h"
 #include "options.h"
 #include "outputcheck.h"
@@ -38,6 +39,7 @@ struct AlignOptions
     GeneralOptions general;
     ScanFileOptions files;
     SettingsOptions settings;
+    GpuOptions gpu;
 };
 
 std::string nameOf(const std::string& file) { return std::filesystem::path(file).filename().string(); }
@@ -120,7 +122,8 @@ PairSearchResult refineFrom(const prereg::CTrafo& start, const Pair& pair)
 PairSearchResult search(const AlignOptions& options, const Pair& pair)
 {
     return SearchPair(pair.fix, pair.flt, pair.config,
-                      {options.files.dMmPerUnit, options.general.uiNumThreads, options.isAll, options.general.isQuiet});
+                      {options.files.dMmPerUnit, options.general.uiNumThreads,
+                       options.gpu.MakeContext(options.general.isQuiet), options.isAll, options.general.isQuiet});
 }
 
 // What a run that ended early did not reach is marked by -1; here it becomes NaN, and null in the file.
@@ -209,6 +212,7 @@ void AddAlign(CLI::App& app, int& exitCode)
     command->add_flag("--all", options->isAll, "Write every candidate of the search with its verdict, best first");
     options->files.AddTo(*command);
     options->settings.AddTo(*command);
+    options->gpu.AddTo(*command);
     options->general.AddTo(*command, "Threads that compute features; the result does not depend on it");
     command->footer(
         "Ctrl-C ends the search and keeps what has been found.\n"

@@ -26,5 +26,6 @@ void AddDump(CLI::App& app, int& exitCode);
 void AddCurve(CLI::App& app, int& exitCode);
 void AddOutline(CLI::App& app, int& exitCode);
 void AddConvert(CLI::App& app, int& exitCode);
+void AddDevices(CLI::App& app, int& exitCode);
 
 } // namespace tools

@@ -2,8 +2,10 @@
 #include "autosettings.h"
 #include "colourscale.h"
 #include "commands.h"
+#include "featureset.h"
 #include "featuresizes.h"
 #include "featuresummary.h"
+#include "gpu.h"
 #include "inputerror.h"
 #include "options.h"
 #include "outputcheck.h"
@@ -47,6 +49,7 @@ struct FeaturesOptions
     GeneralOptions general;
     ScanFileOptions files;
     SettingsOptions settings;
+    GpuOptions gpu;
 };
 
 struct Features
@@ -77,10 +80,10 @@ std::string length(double mm, const FeaturesOptions& options)
 
 double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
-void computeFrom(const SurfelScan& scan, unsigned numTasks, Features& features)
+void computeFrom(const SurfelScan& scan, unsigned numTasks, const GpuContext& gpu, Features& features)
 {
     auto start = Clock::now();
-    features.source = prereg::CFPFHDataSource(features.config, numTasks, nullptr);
+    features.source = prereg::CFPFHDataSource(features.config, numTasks, gpu);
     features.source.Load(scan.points, scan.normals, nullptr);
     features.dSourceSeconds = secondsSince(start);
     if (features.source.GetNumFeatures() == 0) return;
@@ -93,6 +96,7 @@ void computeFrom(const SurfelScan& scan, unsigned numTasks, Features& features)
 Features compute(const FeaturesOptions& options)
 {
     const bson::object set = options.settings.Read(options.general.isQuiet);
+    const GpuContext gpu = options.gpu.MakeContext(options.general.isQuiet);
     CProgress progress("computing features", 3, options.general.isQuiet);
     const SurfelScan scan = LoadScan(options.scan, options.files.ToScanOptions());
     progress.Step();
@@ -101,7 +105,7 @@ Features compute(const FeaturesOptions& options)
     Features features{scan.uiRead, scan.points.size(), WithSettings(AllSettingsForGrid(settings.dGrid), set), {}};
     CheckFeatureSizes(scan, features.config, options.files.dMmPerUnit);
     progress.Step();
-    computeFrom(scan, options.general.uiNumThreads, features);
+    computeFrom(scan, options.general.uiNumThreads, gpu, features);
     progress.Finish();
 
     Tell(scan.Warning(), options.general.isQuiet);
@@ -193,6 +197,7 @@ void AddFeatures(CLI::App& app, int& exitCode)
                         "to yellow (strongly curved); grey where there are too few neighbours");
     options->files.AddTo(*command);
     options->settings.AddTo(*command);
+    options->gpu.AddTo(*command);
     options->general.AddTo(*command, "Tasks that share the work; the features do not depend on it (default 1)");
     command->footer("With --quiet only the counts are printed. Exit code 0: there are features; 1: there is none, and\n"
                     "no file is written; 2: wrong call or unreadable input.\n\n"

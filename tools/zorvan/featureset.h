@@ -2,6 +2,7 @@
 
 #include "scanreader.h"
 
+#include "zorvan/features/cfpfhdatasource_gpu.h"
 #include "zorvan/features/cfpfhpointset.h"
 #include "zorvan/features/configurationfpfh.h"
 
@@ -9,11 +10,15 @@
 
 namespace tools {
 
+using GpuContext = std::shared_ptr<prereg::CFPFHDataSource::GPUContext>;
+
 /// The scan with its features; see `IsTooLean` for whether it is any good.
 /// @param dMmPerUnit  for the lengths in messages
+/// @param gpu         null: the processor computes
 /// @throws CInputError when the processor cannot compute features, or the sizes make no sense for this scan
 [[nodiscard]] std::shared_ptr<const prereg::CFPFHPointSet> ComputeFeatureSet(const SurfelScan& scan,
                                                                              const prereg::ConfigurationFPFH& config,
-                                                                             unsigned uiNumTasks, double dMmPerUnit);
+                                                                             unsigned uiNumTasks, double dMmPerUnit,
+                                                                             const GpuContext& gpu = nullptr);
 
 } // namespace tools

@@ -60,6 +60,7 @@ int run(int argc, char** argv)
     tools::AddCurve(app, exitCode);
     tools::AddOutline(app, exitCode);
     tools::AddConvert(app, exitCode);
+    tools::AddDevices(app, exitCode);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

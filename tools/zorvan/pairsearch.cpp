@@ -1,7 +1,6 @@
 #include "pairsearch.h"
 
 #include "autosettings.h"
-#include "featureset.h"
 #include "inputerror.h"
 #include "interruption.h"
 #include "progress.h"
@@ -33,7 +32,7 @@ void refuse(const SurfelScan& scan, const std::string& what)
 SetPtr computeFeatures(const SurfelScan& scan, const prereg::ConfigurationFPFH& config,
                        const PairSearchOptions& options)
 {
-    const SetPtr set = ComputeFeatureSet(scan, config, options.uiNumTasks, options.dMmPerUnit);
+    const SetPtr set = ComputeFeatureSet(scan, config, options.uiNumTasks, options.dMmPerUnit, options.gpu);
     if (set->SizeFeatures() == 0) refuse(scan, "no features");
     if (set->IsTooLean(config))
         refuse(scan, std::to_string(set->Size()) + " points and " + std::to_string(set->SizeFeatures()) + " features");

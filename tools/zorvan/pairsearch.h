@@ -1,5 +1,6 @@
 #pragma once
 
+#include "featureset.h"
 #include "scanreader.h"
 
 #include "zorvan/core/icpresult.h"
@@ -27,6 +28,7 @@ struct PairSearchOptions
 {
     double dMmPerUnit = 1.0; ///< for the lengths in messages
     unsigned uiNumTasks = 1;
+    GpuContext gpu;     ///< computes the features, unless null
     bool isAll = false; ///< refine all candidates, not only those up to the first accepted one
     bool isQuiet = false;
 };

@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "featureset.h"
 #include "filelock.h"
+#include "gpu.h"
 #include "inputerror.h"
 #include "interruption.h"
 #include "lookatposes.h"
@@ -54,6 +55,7 @@ struct RegisterOptions
     GeneralOptions general;
     ScanFileOptions files;
     SettingsOptions settings;
+    GpuOptions gpu;
 };
 
 constexpr const char* sSession = "session.zdoc";
@@ -257,10 +259,11 @@ private:
 
 /// Nothing for one whose sizes do not suit the settings, when the run goes on without it.
 std::shared_ptr<const prereg::CFPFHPointSet> computeFeatures(const RegisterOptions& options, const SurfelScan& scan,
-                                                             const prereg::ConfigurationFPFH& config)
+                                                             const prereg::ConfigurationFPFH& config,
+                                                             const GpuContext& gpu)
 {
     try {
-        return ComputeFeatureSet(scan, config, options.general.uiNumThreads, options.files.dMmPerUnit);
+        return ComputeFeatureSet(scan, config, options.general.uiNumThreads, options.files.dMmPerUnit, gpu);
     } catch (const CInputError& error) {
         if (!options.isKeptGoing) throw;
         leaveOut(error.what());
@@ -273,11 +276,12 @@ bool addScans(const RegisterOptions& options, const std::vector<SurfelScan>& sca
               CSession& session)
 {
     const prereg::ConfigurationFPFH config = SettingsForSearch(session.GetRegistration().GetRegistrationConfig());
+    const GpuContext gpu = options.gpu.MakeContext(options.general.isQuiet);
     CProgress progress("features", scans.size(), options.general.isQuiet);
     std::string refused;
     std::size_t added = 0;
     for (const SurfelScan& scan : scans) {
-        const auto set = computeFeatures(options, scan, config);
+        const auto set = computeFeatures(options, scan, config, gpu);
         if (set && session.Add(scan, set, initial.Of(scan.file)))
             ++added;
         else if (set)
@@ -425,6 +429,7 @@ void AddRegister(CLI::App& app, int& exitCode)
                       "Wait for another run that uses the session or the folder, instead of ending");
     options->files.AddTo(*command);
     options->settings.AddTo(*command);
+    options->gpu.AddTo(*command);
     options->general.AddTo(*command, "Threads that work; the result does not depend on it");
     command->footer("Ctrl-C and SIGTERM end the search and write what has been found.\n"
                     "Exit code 0: all scans are in one frame; 1: not all, or one was left out; 2: wrong call,\n"

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace Zorvan {
@@ -76,6 +77,27 @@ public:
     void QueryRange(std::vector<unsigned>& out, const kdtree::Ball<3>& ball) const;
 
 protected:
+    /// The grid as it lies in memory, for a device that searches by itself. Valid as long as the grid.
+    struct Tables
+    {
+        IVector3D dims;
+        kdtree::Vector<3> cellSize;
+        kdtree::Vector<3> invCellSize;
+        kdtree::Vector<3> bboxMin;
+        kdtree::Vector<3> bboxMax;
+        /// Ordinal of the occupied cell by linear index, or 0xFFFFFFFF; ascending, so occupied cells of one row that
+        /// lie side by side hold one stretch of the points.
+        std::span<const std::uint32_t> cubes;
+        std::span<const std::uint32_t> cellStart; ///< first position of each occupied cell, and the end
+        std::span<const std::uint32_t> permutation;
+        std::span<const kdtree::Vector<3>> sortedPoints;
+    };
+    [[nodiscard]] Tables getTables() const
+    {
+        return {m_dims,  m_cellSize,  m_invCellSize, m_bboxMin,     m_bboxMax,
+                m_cubes, m_cellStart, m_permutation, m_sortedPoints};
+    }
+
     /// Cell of p, not clamped to the grid.
     [[nodiscard]] IVector3D getCubeIdx(const kdtree::Vector<3>& p) const;
     /// The cell that holds a point of the grid.

@@ -37,10 +37,14 @@ struct Surface;
 /// not recompute features outside such a region even when they have neighbours inside. Lengths in mm, normals of unit
 /// length. Used by one thread at a time; it runs tasks of its own, all done when a call returns. Results are the same
 /// for any number of tasks.
+///
+/// With a graphics processor, what the device refuses is raised. The features of unchanged regions are then still there,
+/// new points have none, and the next `Update` treats every cell that it meets as changed.
 class ZORVAN_API CFPFHDataSource
 {
 public:
-    class GPUContext; ///< a graphics processor for the features; null everywhere means this processor
+    /// A graphics processor for the features (cfpfhdatasource_gpu.h); null everywhere means this processor.
+    class GPUContext;
     using Vector3 = kdtree::Vector<3>;
     using Vectors = std::vector<Vector3>;
 
@@ -140,6 +144,9 @@ private:
 
     void computeFeatures(std::size_t from);
     void computeFeatures_CPU(std::size_t from);
+    void computeFeatures_GPU(std::size_t from);
+    void rejectIrregularPoints();
+    void invalidateFeatures(std::size_t from);
     void computeSimplified(detail::CNeighbourhood& neighbourhood, std::size_t i);
     void computeFeature(detail::CNeighbourhood& neighbourhood, std::size_t i);
     void moveInvalidFeaturesBack();

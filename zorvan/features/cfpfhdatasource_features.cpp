@@ -18,7 +18,7 @@ using Vector3 = kdtree::Vector<3>;
 
 const Logging::CLogger logger(L"QAV.PreRegistration.FPFH");
 
-constexpr unsigned minNeighbors = 12; // the point itself among them
+constexpr unsigned minNeighbors = 12; // the point itself among them; the kernels have it too
 
 bool hasFeature(const CPointFeatureHistogram& feature) { return kdtree::IsFinite(feature.AsArray()[0]); }
 
@@ -47,8 +47,29 @@ std::vector<std::uint32_t> indicesAround(const std::vector<Vector3>& points, std
 
 void CFPFHDataSource::computeFeatures(std::size_t from)
 {
-    computeFeatures_CPU(from);
+    try {
+        m_gpu != nullptr ? computeFeatures_GPU(from) : computeFeatures_CPU(from);
+    } catch (...) {
+        invalidateFeatures(from);
+        throw;
+    }
     moveInvalidFeaturesBack();
+}
+
+void CFPFHDataSource::invalidateFeatures(std::size_t from)
+{
+    m_simplified.resize(from);
+    m_features.resize(from);
+    m_simplified.resize(m_featurePoints.size());
+    m_features.resize(m_featurePoints.size(), CPointFeatureHistogram::Invalid());
+    m_dirtyMap.reset();
+    moveInvalidFeaturesBack();
+}
+
+void CFPFHDataSource::rejectIrregularPoints()
+{
+    logger.Error(L"rejecting update: detected (only) irregular points (Inf/NaN/dupes) ?!");
+    Clear();
 }
 
 void CFPFHDataSource::computeFeatures_CPU(std::size_t from)
@@ -57,8 +78,7 @@ void CFPFHDataSource::computeFeatures_CPU(std::size_t from)
     const detail::CNeighbourGrid grid(m_featureRadius, m_featurePoints,
                                       indicesAround(m_featurePoints, from, m_featureRadius));
     if (grid.Empty()) {
-        logger.Error(L"rejecting update: detected (only) irregular points (Inf/NaN/dupes) ?!");
-        Clear();
+        rejectIrregularPoints();
         return;
     }
     // In the order of the grid: neighbours share their candidates, and tasks get regions of their own.

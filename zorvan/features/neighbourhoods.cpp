@@ -8,9 +8,6 @@ namespace {
 
 using Vector3 = kdtree::Vector<3>;
 
-// The grid rounds by an approximate reciprocal of its cell size, which can make cells narrower than asked for by 4 in
-// 10,000: without a grain more, a neighbour could lie two cells away.
-constexpr double grain = 1.001;
 constexpr std::size_t padding = 8;
 
 std::vector<Vector3> pick(const std::vector<Vector3>& points, const std::vector<std::uint32_t>& indices)
@@ -25,7 +22,7 @@ std::vector<Vector3> pick(const std::vector<Vector3>& points, const std::vector<
 
 CNeighbourGrid::CNeighbourGrid(double radius, const std::vector<Vector3>& points,
                                const std::vector<std::uint32_t>& indices)
-    : CSearchGrid(radius * grain, pick(points, indices).data(), indices.size()), m_indices(Size())
+    : CSearchGrid(radius * cellGrain, pick(points, indices).data(), indices.size()), m_indices(Size())
 {
     for (std::size_t k = 0; k < m_indices.size(); ++k) m_indices[k] = indices[GetPermutation()[k]];
 }

@@ -18,6 +18,10 @@ namespace prereg::detail {
 
 using SimplifiedHistogram = CFPFHDataSource::SimplifiedHistogram;
 
+/// Cells are this much wider than the radius. The grid rounds by an approximate reciprocal of its cell size, which can
+/// make cells narrower than asked for by 4 in 10,000, and a neighbour could then lie two cells away.
+inline constexpr double cellGrain = 1.001;
+
 struct alignas(32) Surfel
 {
     kdtree::Vector<3> point;

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "zorvan/features/cfpfhdatasource_gpu.h"
+
+#include <CLI/CLI.hpp>
+
+#include <memory>
+
+namespace tools {
+
+/// Where features are computed.
+struct GpuOptions
+{
+    bool isWanted = false;
+
+    void AddTo(CLI::App& command);
+    /// The best device, made ready. Null when none is wanted, and also when none works: the processor then does the
+    /// work, and one line says so unless `isQuiet`.
+    [[nodiscard]] std::shared_ptr<prereg::CFPFHDataSource::GPUContext> MakeContext(bool isQuiet) const;
+};
+
+} // namespace tools
