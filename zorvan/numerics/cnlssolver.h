@@ -25,16 +25,14 @@ namespace Zorvan {
 ///
 /// Departures from these that callers rely on:
 /// - The gain of a step compares plain sums of squares with a prediction from weighted ones, and the factor of the
-/// damping
-///   is the cube of all of 1 - (2 gain - 1). With standard deviations well below 1 the damping then grows at every
-///   step, and the run may end short of the minimum: scale the errors so that the deviations are about 1.
+///   damping is the cube of all of 1 - (2 gain - 1). With standard deviations well below 1 the damping then grows at
+///   every step, and the run may end short of the minimum: scale the errors so that the deviations are about 1.
 /// - Step and parameters are compared by length: from a vector of zeros, a first step of 2 or longer gives
 ///   AlmostSingularMatrix.
 /// - Feasibility is judged by a linear programme over non-negative variables: a start outside inequalities that only
 ///   negative values meet gives ConstraintsViolated.
 /// - A step glides along an inequality only from a point that lies on it to 2e-15. On an oblique one rounding may end
-/// the
-///   run there, short of the best point.
+///   the run there, short of the best point.
 /// - A residual of exactly zero has no robust weight (0 / 0), and the run then ends where it is.
 ///
 /// Single-threaded; the objective serves one solver at a time.
@@ -71,11 +69,9 @@ public:
     /// @param rmse         receives |r| / sqrt(m); untouched in these two cases
     /// @param tau          initial damping, as a share of the largest diagonal entry of J^T W J; 0.001 near a solution
     /// @param multistarts  runs from random feasible points after the first, which keep the best; needs inequalities
-    /// that
-    ///                     enclose the parameters. The same starts every time
+    ///                     that enclose the parameters. The same starts every time
     /// @throws std::invalid_argument for an x or constraints of another length than n, std::logic_error for an
-    /// objective
-    ///         that returns another number of residuals than it says
+    ///         objective that returns another number of residuals than it says
     EResult Run(Eigen::VectorXd& x, double& rmse, int maxIter, double tau, int multistarts, ESampler sampler);
 
     /// "small gradient (++)" and so on; empty for a value that is none.
