@@ -78,17 +78,18 @@ TEST_P(JobStorm, EveryFutureTellsWhetherItsJobRan)
     const std::shared_ptr<CJobScheduler::Group> group = scheduler;
     std::vector<Job> jobs(24120);
     std::atomic<unsigned int> running = 0;
+    const auto run = [&](std::size_t i, unsigned int kind) {
+        EXPECT_LE(++running, GetParam());
+        ++jobs[i].runs;
+        if (kind % 16 == 0) std::this_thread::sleep_for(50us);
+        --running;
+        if (kind % 5 == 0) throw std::runtime_error("thrown");
+    };
     const auto produce = [&](unsigned int part) {
         std::mt19937 random(part);
         for (std::size_t i = part; i < 24000; i += 3) {
-            const auto run = [&, i, kind = random()] {
-                EXPECT_LE(++running, GetParam());
-                ++jobs[i].runs;
-                if (kind % 16 == 0) std::this_thread::sleep_for(50us);
-                --running;
-                if (kind % 5 == 0) throw std::runtime_error("thrown");
-            };
-            jobs[i].future = random() % 2 == 0 ? scheduler.Schedule(run) : group->Schedule(run);
+            const auto job = [&run, i, kind = static_cast<unsigned int>(random())] { run(i, kind); };
+            jobs[i].future = random() % 2 == 0 ? scheduler.Schedule(job) : group->Schedule(job);
             if (random() % 16 == 0) std::this_thread::sleep_for(500us);
         }
     };
@@ -99,17 +100,13 @@ TEST_P(JobStorm, EveryFutureTellsWhetherItsJobRan)
     unsigned int removed = 0;
     for (std::future<void>& producer : producers)
         while (producer.wait_for(0s) != std::future_status::ready) removed += disturb(scheduler, random);
-    // However the machine was busy, some jobs have been taken out of the queue by now.
+    // However the machine was busy, some jobs are taken out of the queue.
     scheduler.Pause();
     for (std::size_t i = 24000; i < 24020; ++i) jobs[i].future = scheduler.Schedule([] {});
     removed += scheduler.CancelAndPause(false);
     scheduler.Continue();
     // And now some are sure to run.
-    for (std::size_t i = 24020; i < jobs.size(); ++i)
-        jobs[i].future = scheduler.Schedule([&runs = jobs[i].runs, i] {
-            ++runs;
-            if (i % 5 == 0) throw std::runtime_error("thrown");
-        });
+    for (unsigned int i = 24020; i < jobs.size(); ++i) jobs[i].future = scheduler.Schedule([&run, i] { run(i, i); });
     ASSERT_TRUE(scheduler.Wait() && scheduler.IsIdle());
     EXPECT_FALSE(Zorvan::ReadSharedFlag(scheduler.GetCancelationFlag()));
 

@@ -18,10 +18,10 @@ namespace Zorvan {
 /// A point that is not finite, or more than 16777216 cells, leave the grid empty, without a message: ask `Empty()`.
 ///
 /// Two things that callers live with. A grid of one or two cells along x or y can give an index more than once from
-/// `QueryRange`. And cells are numbered by an approximate reciprocal, so far along an axis their numbers and their boxes
-/// drift apart, and a neighbour across a cell face can be missed: of those within the cell size, none was on an axis of
-/// 100 cells, 1 in 36,000 on one of 300, 1 in 800 of 1,000 and 1 in 40 of 3,000 (one cell size, one processor; both
-/// decide).
+/// `QueryRange`. And cells are numbered by an approximate reciprocal, so far along an axis their numbers and their
+/// boxes drift apart, and a neighbour across a cell face can be missed: of those within the cell size, none was on an
+/// axis of 100 cells, 1 in 36,000 on one of 300, 1 in 800 of 1,000 and 1 in 40 of 3,000 (one cell size, one processor;
+/// both decide).
 class ZORVAN_API CSearchGrid
 {
 public:
