@@ -203,7 +203,7 @@ template <typename Fit>
 PrimitiveFit run(const SurfelScan& scan, PrimitiveStart start, const RadiusLimits& limits)
 {
     PrimitiveFit result;
-    if (!start.IsUsable() || start.dRadius > dFlat * extentOf(scan)) return result;
+    if (!start.IsUsable()) return result;
     if (limits.dLow > 0.0) {
         const double margin = dInside * (limits.dHigh - limits.dLow);
         start.dRadius = std::clamp(start.dRadius, limits.dLow + margin, limits.dHigh - margin);
@@ -214,6 +214,7 @@ PrimitiveFit run(const SurfelScan& scan, PrimitiveStart start, const RadiusLimit
     Fit fit = begin(static_cast<Fit*>(nullptr), points, frame, start);
     applyLimits(fit, limits);
     result.eResult = fit.Run();
+    if (!(fit.GetParams()(curvatureOf(fit)) * dFlat * extentOf(scan) > 1.0)) return {};
     if (!result.IsFound()) return result;
 
     const VectorXd errors = fit.GetObjectiveFunction().Error(fit.GetParams());
