@@ -28,6 +28,8 @@ using Zorvan::CIterativeCylinderFit;
 using Zorvan::CIterativeSphereFit;
 
 constexpr double dNoPivot = 1e-12; // smaller: the scan leaves a parameter open
+constexpr double dFlat = 1e4;      // radii to the extent of the scan: beyond, a plane fits as well
+constexpr double dInside = 1e-3;   // of the limits: a start on one of them has nowhere to go
 constexpr double dStep = 1e-3;     // of the parameters, for derivatives of the properties
 
 Vector3d toEigen(const kdtree::Vector<3>& v) { return {v.x, v.y, v.z}; }
@@ -190,18 +192,29 @@ void addProperties(Fit& fit, const Frame& frame, const RadiusLimits& limits, Pri
     addEnds(fit, frame, result);
 }
 
+double extentOf(const SurfelScan& scan)
+{
+    double extent = 0.0;
+    for (const auto& p : scan.points) extent = std::max(extent, (toEigen(p) - toEigen(scan.points[0])).norm());
+    return extent;
+}
+
 template <typename Fit>
 PrimitiveFit run(const SurfelScan& scan, PrimitiveStart start, const RadiusLimits& limits)
 {
     PrimitiveFit result;
     if (!start.IsUsable()) return result;
-    if (limits.dLow > 0.0) start.dRadius = std::clamp(start.dRadius, limits.dLow, limits.dHigh);
+    if (limits.dLow > 0.0) {
+        const double margin = dInside * (limits.dHigh - limits.dLow);
+        start.dRadius = std::clamp(start.dRadius, limits.dLow + margin, limits.dHigh - margin);
+    }
     const Frame frame = frameFor(scan, start);
     FloatPoints points;
     for (const auto& p : scan.points) points.push_back(toFloats(frame.ToFrame(toEigen(p))));
     Fit fit = begin(static_cast<Fit*>(nullptr), points, frame, start);
     applyLimits(fit, limits);
     result.eResult = fit.Run();
+    if (!(fit.GetParams()(curvatureOf(fit)) * dFlat * extentOf(scan) > 1.0)) return {};
     if (!result.IsFound()) return result;
 
     const VectorXd errors = fit.GetObjectiveFunction().Error(fit.GetParams());
