@@ -166,12 +166,12 @@ TEST(Pictures, RefuseCallsThatWouldLoseAnInput)
     folder.Write("c.curve", "(time 0)");
     folder.Write("bad.curve", "(time 0)\n(channel cyan)");
     const std::pair<std::string, std::string> calls[] = {
-        {"curve c.curve mask.png mask.png", "would replace an input"},
-        {"curve c.curve mask.png c.curve", "would replace an input"},
+        {"curve c.curve mask.png mask.png", "would replace mask.png, which is read"},
+        {"curve c.curve mask.png c.curve", "would replace c.curve, which is read"},
         {"curve bad.curve mask.png out.png", "line 2: invalid channel name: 'cyan'"},
         {"curve none.curve mask.png out.png", "no such file"},
         {"curve c.curve mask.png none/out.png", "cannot be written"},
-        {"outline mask.png -o mask.png", "would replace the mask itself"},
+        {"outline mask.png -o mask.png", "would replace mask.png, which is read"},
         {"outline mask.png -o out.txt", "ends in .svg"},
         {"outline mask.png -o out.svg --dilate -1", "--dilate"},
         {"outline mask.png -o out.svg --dilate 10001", "--dilate"},

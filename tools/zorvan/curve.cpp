@@ -1,10 +1,11 @@
 #include "atomicfile.h"
 #include "commands.h"
-#include "documenttext.h"
 #include "filebytes.h"
 #include "inputerror.h"
 #include "options.h"
+#include "outputcheck.h"
 #include "picture.h"
+#include "showntext.h"
 #include "textnumber.h"
 
 #include "zorvan/colour/rgbtransfercurveparser.h"
@@ -33,11 +34,7 @@ struct CurveOptions
 
 void checkCall(const CurveOptions& options)
 {
-    for (const std::string& input : {options.input, options.curves}) {
-        std::error_code error;
-        if (std::filesystem::equivalent(input, options.output, error))
-            throw CInputError(options.output, "would replace an input", "give another name");
-    }
+    RequireApart(options.output, {options.input, options.curves});
     RequireWritable(options.output);
 }
 
@@ -103,7 +100,7 @@ int applyCurves(const CurveOptions& options)
     describe("blue", curves.rgb[2]);
     describe("value", curves.value);
     describe("alpha", curves.alpha);
-    std::cout << ToPrintable(options.output) << ": " << picture.uiWidth << " x " << picture.uiHeight << " pixels\n";
+    std::cout << ToShown(options.output) << ": " << picture.uiWidth << " x " << picture.uiHeight << " pixels\n";
     return Done;
 }
 

@@ -4,10 +4,12 @@
 #include "inputerror.h"
 #include "jsonvalues.h"
 #include "options.h"
+#include "outputcheck.h"
 #include "posesfile.h"
 #include "primitivefit.h"
 #include "scanreader.h"
 #include "scanwriter.h"
+#include "stagingfolder.h"
 #include "textnumber.h"
 
 #include <filesystem>
@@ -89,9 +91,7 @@ void checkOutput(const FitOptions& options)
 {
     if (options.output.empty()) return;
     for (const auto& file : {options.output, options.Residuals()}) {
-        std::error_code error;
-        if (std::filesystem::equivalent(options.scan, file, error))
-            throw CInputError(file, "would replace the scan itself", "give another name");
+        RequireApart(file, {options.scan});
         RequireWritable(file);
     }
 }
@@ -131,7 +131,8 @@ Json toJson(const Eigen::VectorXd& values, const PrimitiveProperty& property, co
     return list;
 }
 
-void writeJson(const FitOptions& options, const SurfelScan& scan, const PrimitiveFit& fit)
+void writeJson(const std::filesystem::path& file, const FitOptions& options, const SurfelScan& scan,
+               const PrimitiveFit& fit)
 {
     Json json{{"primitive", options.primitive},
               {"file", options.scan},
@@ -143,22 +144,24 @@ void writeJson(const FitOptions& options, const SurfelScan& scan, const Primitiv
         if (property.deviation.size() > 0)
             json[property.name]["deviation"] = toJson(property.deviation, property, options);
     }
-    WriteFileAtomically(options.output, json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n");
+    WriteFileAtomically(file, json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n");
 }
 
-void writeResiduals(const FitOptions& options, const SurfelScan& scan, const PrimitiveFit& fit)
+void writeResiduals(const std::filesystem::path& file, const FitOptions& options, const SurfelScan& scan,
+                    const PrimitiveFit& fit)
 {
     std::vector<Rgb> colours;
     for (const double residual : fit.residuals)
         colours.push_back(ColourAt(0.5 + residual / (2.0 * dColourRange * fit.dRmse)));
-    WritePly(options.Residuals(), {scan.points, scan.normals, {}}, 1.0 / options.files.dMmPerUnit, colours);
+    WritePly(file, {scan.points, scan.normals, {}}, 1.0 / options.files.dMmPerUnit, colours);
 }
 
 int refuse(const FitOptions& options, const PrimitiveFit& fit)
 {
     const std::wstring message = Zorvan::CNLSSolver::GetMessage(fit.eResult);
-    std::cerr << options.scan << ": no " << options.primitive << " fits ("
-              << std::string(message.begin(), message.end()) << "); the normals must show how the surface turns\n";
+    Tell(options.scan + ": no " + options.primitive + " fits (" + std::string(message.begin(), message.end()) +
+             "); the normals must show how the surface turns",
+         false);
     return NotEveryScan;
 }
 
@@ -172,8 +175,10 @@ int fitScan(const FitOptions& options)
     const PrimitiveFit fit = FitPrimitive(scan, primitiveOf(options.primitive), limits);
     if (!fit.IsFound()) return refuse(options, fit);
     if (!options.output.empty()) {
-        writeResiduals(options, scan, fit);
-        writeJson(options, scan, fit);
+        CStagingFolder staging(options.output.parent_path());
+        writeResiduals(staging / options.Residuals().filename(), options, scan, fit);
+        writeJson(staging / options.output.filename(), options, scan, fit);
+        staging.Publish();
     }
     print(options, scan, fit);
     return Done;

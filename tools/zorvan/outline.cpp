@@ -1,9 +1,9 @@
 #include "atomicfile.h"
 #include "commands.h"
-#include "documenttext.h"
 #include "inputerror.h"
 #include "options.h"
 #include "outlinepicture.h"
+#include "outputcheck.h"
 #include "picture.h"
 #include "textnumber.h"
 
@@ -37,9 +37,7 @@ struct OutlineOptions
 
 void checkCall(const OutlineOptions& options)
 {
-    std::error_code error;
-    if (std::filesystem::equivalent(options.input, options.output, error))
-        throw CInputError(options.output, "would replace the mask itself", "give another name");
+    RequireApart(options.output, {options.input});
     if (std::filesystem::path(options.output).extension() != ".svg")
         throw CInputError(options.output, "outlines are written as SVG", "give a name that ends in .svg");
     RequireWritable(options.output);
@@ -84,9 +82,10 @@ int outline(const OutlineOptions& options)
     const Picture picture = ReadPng(options.input);
     const auto regions = regionsOf(options, picture);
     if (regions.empty()) {
-        std::cerr << ToPrintable(options.input) << ": no region of " << options.iLeastArea
-                  << " pixels or more that are at least " << options.iThreshold
-                  << " bright; give another --threshold or --min-area\n";
+        Tell(options.input + ": no region of " + std::to_string(options.iLeastArea) +
+                 " pixels or more that are at least " + std::to_string(options.iThreshold) +
+                 " bright; give another --threshold or --min-area",
+             false);
         return NotEveryScan;
     }
     WriteFileAtomically(options.output, DrawOutlines(regions, picture.uiWidth, picture.uiHeight, options.uiDilation));
