@@ -36,6 +36,6 @@ TEST(CTextProgressBar, ShowsEachOfAHundredStepsAsItsPercentAlsoThroughAStage)
     stage.Start(100);
     for (int step = 1; step < 100; ++step) {
         stage.Advance(1);
-        EXPECT_TRUE(out.str().ends_with(" " + std::to_string(step) + "%")) << step;
+        EXPECT_TRUE(out.str().ends_with(std::to_string(step) + "%")) << step;
     }
 }
