@@ -106,6 +106,12 @@ TEST(FitCommand, WritesTheFitAndTheScanColouredByResiduals)
     const Json fixed = Json::parse(folder.Read("fixed.json"));
     EXPECT_EQ(fixed["radius"]["value"], 5.5);
     EXPECT_EQ(fixed["radius"]["deviation"], 0.0);
+
+    for (const auto& [bound, radius] : {std::pair("2:4.5", 4.5), std::pair("5.5:6", 5.5), std::pair("4:6", 5.0)}) {
+        EXPECT_EQ(folder.Run(std::string("fit cylinder pipe.xyzn -o bound.json --bound radius=") + bound).exitCode, 0);
+        const Json bounded = Json::parse(folder.Read("bound.json"));
+        EXPECT_NEAR(bounded["radius"]["value"].get<double>(), radius, radius == 5.0 ? 0.01 : 1e-6) << bound;
+    }
 }
 
 TEST(FitCommand, RefusesWhatItCannotFitInOneLine)

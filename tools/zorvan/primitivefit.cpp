@@ -29,7 +29,6 @@ using Zorvan::CIterativeSphereFit;
 
 constexpr double dNoPivot = 1e-12; // smaller: the scan leaves a parameter open
 constexpr double dFlat = 1e4;      // radii to the extent of the scan: beyond, a plane fits as well
-constexpr double dInside = 1e-3;   // of the limits: a start on one of them has nowhere to go
 constexpr double dStep = 1e-3;     // of the parameters, for derivatives of the properties
 
 Vector3d toEigen(const kdtree::Vector<3>& v) { return {v.x, v.y, v.z}; }
@@ -143,15 +142,12 @@ Eigen::Index curvatureOf(const Fit& fit)
     return fit.GetParams().size() - 1;
 }
 
+/// @param radius  0: it is free
 template <typename Fit>
-void applyLimits(Fit& fit, const RadiusLimits& limits)
+void fixRadius(Fit& fit, double radius)
 {
-    if (limits.dLow <= 0.0) return;
-    const auto index = static_cast<int>(curvatureOf(fit));
-    if (limits.dLow == limits.dHigh)
-        (void)fit.GetObjectiveFunction().AddEquality(index, 1.0 / limits.dLow);
-    else
-        fit.GetObjectiveFunction().AddBounds(index, 1.0 / limits.dHigh, 1.0 / limits.dLow);
+    if (radius <= 0.0) return;
+    (void)fit.GetObjectiveFunction().AddEquality(static_cast<int>(curvatureOf(fit)), 1.0 / radius);
 }
 
 /// Derivatives of one property by all parameters, on a fit without points.
@@ -176,9 +172,9 @@ MatrixXd derivativesOf(const Fit& fit, const Frame& frame, std::size_t which)
 }
 
 template <typename Fit>
-void addProperties(Fit& fit, const Frame& frame, const RadiusLimits& limits, PrimitiveFit& result)
+void addProperties(Fit& fit, const Frame& frame, double fixedRadius, PrimitiveFit& result)
 {
-    applyLimits(fit, limits); // the success took them away; a fixed radius has no deviation
+    fixRadius(fit, fixedRadius); // the success set it free; a fixed radius has no deviation
     auto& objective = fit.GetObjectiveFunction();
     const auto free = static_cast<double>(objective.GetFreeVariablesIndices().size());
     const double numMore = static_cast<double>(result.residuals.size()) - free;
@@ -200,19 +196,16 @@ double extentOf(const SurfelScan& scan)
 }
 
 template <typename Fit>
-PrimitiveFit run(const SurfelScan& scan, PrimitiveStart start, const RadiusLimits& limits)
+PrimitiveFit runOnce(const SurfelScan& scan, PrimitiveStart start, double fixedRadius)
 {
     PrimitiveFit result;
     if (!start.IsUsable()) return result;
-    if (limits.dLow > 0.0) {
-        const double margin = dInside * (limits.dHigh - limits.dLow);
-        start.dRadius = std::clamp(start.dRadius, limits.dLow + margin, limits.dHigh - margin);
-    }
+    if (fixedRadius > 0.0) start.dRadius = fixedRadius;
     const Frame frame = frameFor(scan, start);
     FloatPoints points;
     for (const auto& p : scan.points) points.push_back(toFloats(frame.ToFrame(toEigen(p))));
     Fit fit = begin(static_cast<Fit*>(nullptr), points, frame, start);
-    applyLimits(fit, limits);
+    fixRadius(fit, fixedRadius);
     result.eResult = fit.Run();
     if (!(fit.GetParams()(curvatureOf(fit)) * dFlat * extentOf(scan) > 1.0)) return {};
     if (!result.IsFound()) return result;
@@ -220,8 +213,21 @@ PrimitiveFit run(const SurfelScan& scan, PrimitiveStart start, const RadiusLimit
     const VectorXd errors = fit.GetObjectiveFunction().Error(fit.GetParams());
     result.residuals.assign(errors.begin(), errors.end());
     result.dRmse = errors.norm() / std::sqrt(static_cast<double>(errors.size()));
-    addProperties(fit, frame, limits, result);
+    addProperties(fit, frame, fixedRadius, result);
     return result;
+}
+
+// A limit that the free fit breaks is the best radius there is. Fixing it there takes a dozen steps; along a limit as
+// an inequality the solver creeps on for more than it is given.
+template <typename Fit>
+PrimitiveFit run(const SurfelScan& scan, const PrimitiveStart& start, const RadiusLimits& limits)
+{
+    if (limits.dLow == limits.dHigh) return runOnce<Fit>(scan, start, limits.dLow);
+    const PrimitiveFit free = runOnce<Fit>(scan, start, 0.0);
+    if (!free.IsFound()) return free;
+    const double radius = free.properties.front().value(0);
+    const double nearest = std::clamp(radius, limits.dLow, limits.dHigh);
+    return nearest == radius ? free : runOnce<Fit>(scan, start, nearest);
 }
 
 } // namespace
