@@ -125,7 +125,7 @@ TEST_F(ConvertedMesh, LeavesOldFilesWhenTheDiskIsFull)
     std::string more = folder.Read("mesh.obj");
     for (int i = 0; i < 100; ++i) more += "v 1 2 3\n"; // beyond the 512 or 1024 bytes that the shell means by 1
     folder.Write("mesh.obj", more);
-    const auto outcome = folder.Run("convert mesh.obj -o out", "trap '' XFSZ; ulimit -f 1; exec");
+    const auto outcome = folder.Run("convert mesh.obj -o out", ">stdout.txt", "trap '' XFSZ; ulimit -f 1; exec ");
     EXPECT_EQ(outcome.exitCode, 2) << outcome.err;
     EXPECT_NE(outcome.err.find("cannot be written"), std::string::npos) << outcome.err;
     EXPECT_EQ(Files("out"), files);

@@ -38,9 +38,11 @@ public:
 
     /// The program runs as long as it takes; ctest ends what hangs.
     /// @param out  where its standard output goes
-    [[nodiscard]] Outcome Run(const std::string& arguments, const std::string& out = ">stdout.txt") const
+    /// @param how  what the shell puts before the program
+    [[nodiscard]] Outcome Run(const std::string& arguments, const std::string& out = ">stdout.txt",
+                              const std::string& how = "") const
     {
-        const int status = std::system(commandFor("", arguments, out + " 2>stderr.txt").c_str());
+        const int status = std::system(commandFor(how, arguments, out + " 2>stderr.txt").c_str());
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Read("stdout.txt"), Read("stderr.txt")};
     }
 

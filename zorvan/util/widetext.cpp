@@ -71,8 +71,9 @@ bool ReadDouble(const wchar_t* text, const wchar_t*& end, double& value)
 {
     if (readPlainDouble(text, end, value)) return true;
     wchar_t* behind = nullptr;
+    const locale_t classic = locale(); // making it may set errno
     errno = 0;
-    value = wcstod_l(text, &behind, locale());
+    value = wcstod_l(text, &behind, classic);
     end = behind;
     // Some systems report subnormal numbers as out of range. They are not: meshes hold them as noise around zero.
     return errno == 0 || std::fpclassify(value) == FP_SUBNORMAL;
