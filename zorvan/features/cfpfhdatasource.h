@@ -38,8 +38,8 @@ struct Surface;
 /// length. Used by one thread at a time; it runs tasks of its own, all done when a call returns. Results are the same
 /// for any number of tasks.
 ///
-/// With a graphics processor, what the device refuses is raised. The features of unchanged regions are then still there,
-/// new points have none, and the next `Update` treats every cell that it meets as changed.
+/// With a graphics processor, what the device refuses is raised. The features of unchanged regions are then still
+/// there, new points have none, and the next `Update` treats every cell that it meets as changed.
 class ZORVAN_API CFPFHDataSource
 {
 public:
