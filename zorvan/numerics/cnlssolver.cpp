@@ -142,7 +142,6 @@ void CNLSSolver::tryStep(Iterate& at, const Eigen::VectorXd& h, int iter) const
 {
     Eigen::VectorXd x = at.x + h;
     Eigen::VectorXd residuals = error(x);
-    Eigen::MatrixXd jacobian = m_objective.Jacobian(x);
     if (residuals.size() != at.residuals.size()) throw std::logic_error("Error changed the number of measurements");
     const double dF = (at.residuals.dot(at.residuals) - residuals.dot(residuals)) * 0.5;
     const double dL = h.dot(at.damping * h + at.descent) * 0.5;
@@ -154,7 +153,7 @@ void CNLSSolver::tryStep(Iterate& at, const Eigen::VectorXd& h, int iter) const
     }
     at.x = std::move(x);
     at.residuals = std::move(residuals);
-    at.jacobian = std::move(jacobian);
+    at.jacobian = m_objective.Jacobian(at.x); // that of a rejected step would not be read
     formEquations(at);
     at.damping *= dampingFactor(dF, dL);
     at.growth = 2.0;
