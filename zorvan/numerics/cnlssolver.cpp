@@ -142,6 +142,7 @@ void CNLSSolver::tryStep(Iterate& at, const Eigen::VectorXd& h, int iter) const
 {
     Eigen::VectorXd x = at.x + h;
     Eigen::VectorXd residuals = error(x);
+    Eigen::MatrixXd jacobian = m_objective.Jacobian(x);
     if (residuals.size() != at.residuals.size()) throw std::logic_error("Error changed the number of measurements");
     const double dF = (at.residuals.dot(at.residuals) - residuals.dot(residuals)) * 0.5;
     const double dL = h.dot(at.damping * h + at.descent) * 0.5;
@@ -153,7 +154,7 @@ void CNLSSolver::tryStep(Iterate& at, const Eigen::VectorXd& h, int iter) const
     }
     at.x = std::move(x);
     at.residuals = std::move(residuals);
-    at.jacobian = m_objective.Jacobian(at.x); // that of a rejected step would not be read
+    at.jacobian = std::move(jacobian);
     formEquations(at);
     at.damping *= dampingFactor(dF, dL);
     at.growth = 2.0;
