@@ -8,7 +8,7 @@
 namespace {
 
 using tools::CVirtualScanner;
-using tools::Vector3;
+using Zorvan::Vector3;
 using tools::VirtualScan;
 
 constexpr double dCoarse = 0.4; // pixels in mm; enough for laws, and quick

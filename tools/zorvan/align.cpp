@@ -1,19 +1,19 @@
-#include "atomicfile.h"
-#include "autosettings.h"
 #include "commands.h"
 #include "gpu.h"
-#include "inputerror.h"
 #include "options.h"
-#include "outputcheck.h"
-#include "pairsearch.h"
-#include "posesfile.h"
 #include "progress.h"
-#include "scanreader.h"
-#include "settingsfile.h"
-#include "showntext.h"
-#include "textnumber.h"
 
 #include "zorvan/core/cpointset.h"
+#include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/outputcheck.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/scans/showntext.h"
+#include "zorvan/scans/textnumber.h"
+#include "zorvan/workflow/autosettings.h"
+#include "zorvan/workflow/pairsearch.h"
+#include "zorvan/workflow/settingsfile.h"
 
 #include <cmath>
 #include <filesystem>
@@ -47,44 +47,44 @@ std::string nameOf(const std::string& file) { return std::filesystem::path(file)
 void checkCall(const AlignOptions& options)
 {
     if (nameOf(options.fix) == nameOf(options.flt))
-        throw CInputError("both scans are named " + nameOf(options.fix) +
+        throw Zorvan::CInputError("both scans are named " + nameOf(options.fix) +
                           ", and poses are matched by file name; rename one of them");
     if (options.output.empty()) return;
-    RequireApart(options.output, {options.fix, options.flt, options.initial, options.settings.file});
-    RequireWritable(options.output);
+    Zorvan::RequireApart(options.output, {options.fix, options.flt, options.initial, options.settings.file});
+    Zorvan::RequireWritable(options.output);
 }
 
 /// The start pose of the floating scan in the frame of the fixed one, in mm.
 prereg::CTrafo readStartPose(const AlignOptions& options)
 {
-    const PosesFile poses = ReadPoses(options.initial, options.files.dMmPerUnit);
+    const Zorvan::PosesFile poses = Zorvan::ReadPoses(options.initial, options.files.dMmPerUnit);
     const auto [flt, fltCluster] = poses.Find(options.flt);
     const auto [fix, fixCluster] = poses.Find(options.fix);
     if (flt == nullptr || !flt->pose)
-        throw CInputError(options.initial, "has no pose of " + nameOf(options.flt), "add one under this file name");
+        throw Zorvan::CInputError(options.initial, "has no pose of " + nameOf(options.flt), "add one under this file name");
     if (fix == nullptr) return flt->pose;
     if (!fix->pose)
-        throw CInputError(options.initial, "has no pose of " + nameOf(options.fix), "add one, or leave the scan out");
+        throw Zorvan::CInputError(options.initial, "has no pose of " + nameOf(options.fix), "add one, or leave the scan out");
     if (fixCluster != fltCluster)
-        throw CInputError(options.initial, "has the two scans in different clusters", "put them into one frame");
+        throw Zorvan::CInputError(options.initial, "has the two scans in different clusters", "put them into one frame");
     return fix->pose.GetInverse(true) * flt->pose;
 }
 
-prereg::CPointSet toPointSet(const SurfelScan& scan)
+prereg::CPointSet toPointSet(const Zorvan::SurfelScan& scan)
 {
     return {scan.points.data(), scan.normals.data(), scan.points.size()};
 }
 
 std::string length(double mm, const AlignOptions& options)
 {
-    return ToText(mm / options.files.dMmPerUnit) + " " + UnitName(options.files.dMmPerUnit);
+    return Zorvan::ToText(mm / options.files.dMmPerUnit) + " " + Zorvan::UnitName(options.files.dMmPerUnit);
 }
 
 /// A pair of scans, ready, with the settings that suit them.
 struct Pair
 {
-    SurfelScan fix;
-    SurfelScan flt;
+    Zorvan::SurfelScan fix;
+    Zorvan::SurfelScan flt;
     prereg::ConfigurationFPFH config;
     std::string words; ///< about the settings
 };
@@ -93,64 +93,64 @@ Pair load(const AlignOptions& options)
 {
     const bson::object set = options.settings.Read(options.general.isQuiet);
     CProgress progress("reading", 2, options.general.isQuiet);
-    const ScanOptions scanOptions = options.files.ToScanOptions();
-    Pair pair{LoadScan(options.fix, scanOptions), {}, {}, {}};
+    const Zorvan::ScanOptions scanOptions = options.files.ToScanOptions();
+    Pair pair{Zorvan::LoadScan(options.fix, scanOptions), {}, {}, {}};
     progress.Step();
-    pair.flt = LoadScan(options.flt, scanOptions);
+    pair.flt = Zorvan::LoadScan(options.flt, scanOptions);
     progress.Finish();
-    const AutoSettings chosen = ChooseSettings(toPointSet(pair.fix), options.files.ToGrid());
-    pair.config = WithSettings(AllSettingsForGrid(chosen.dGrid), set);
+    const prereg::AutoSettings chosen = prereg::ChooseSettings(toPointSet(pair.fix), options.files.ToGrid());
+    pair.config = prereg::WithSettings(prereg::AllSettingsForGrid(chosen.dGrid), set);
 
     const bool hasStart = !options.initial.empty();
-    const prereg::ConfigurationICP judge = hasStart ? pair.config.icpConfig : SettingsForRefinement(pair.config);
+    const prereg::ConfigurationICP judge = hasStart ? pair.config.icpConfig : prereg::SettingsForRefinement(pair.config);
     pair.words = "grid " + length(chosen.dGrid, options) + ": " + chosen.reason + "; RMSE accepted up to " +
                  length(judge.dMaxRMSE, options);
     return pair;
 }
 
 /// From the start pose that the user gives.
-PairSearchResult refineFrom(const prereg::CTrafo& start, const Pair& pair)
+prereg::PairSearchResult refineFrom(const prereg::CTrafo& start, const Pair& pair)
 {
     const prereg::CPointSet fix = toPointSet(pair.fix);
     std::mt19937 rng(uiSeed);
-    PairSearchResult result;
+    prereg::PairSearchResult result;
     result.candidates.push_back(
         {{}, fix.ComputeICPRegistration(pair.config.icpConfig, rng, toPointSet(pair.flt), start, nullptr, false)});
     return result;
 }
 
-PairSearchResult search(const AlignOptions& options, const Pair& pair)
+prereg::PairSearchResult search(const AlignOptions& options, const Pair& pair)
 {
-    return SearchPair(pair.fix, pair.flt, pair.config,
+    return prereg::SearchPair(pair.fix, pair.flt, pair.config,
                       {options.files.dMmPerUnit, options.general.uiNumThreads,
                        options.gpu.MakeContext(options.general.isQuiet), options.isAll, options.general.isQuiet});
 }
 
 // What a run that ended early did not reach is marked by -1; here it becomes NaN, and null in the file.
-RegistrationSummary summarize(const prereg::ICPResult& result)
+Zorvan::RegistrationSummary summarize(const prereg::ICPResult& result)
 {
     const auto known = [](float value) { return value < 0.0F ? std::numeric_limits<double>::quiet_NaN() : value; };
     const double slip = result.vStop_StdDev.x < 0.0F ? std::numeric_limits<double>::quiet_NaN() : result.GetStdDev();
     return {result.eICPResult, result.ToString(true), result.GetError(), known(result.GetOverlapRatio()), slip};
 }
 
-PosesFile toPoses(const AlignOptions& options, const PairSearchResult& found)
+Zorvan::PosesFile toPoses(const AlignOptions& options, const prereg::PairSearchResult& found)
 {
     const auto entry = [](const std::string& file) {
-        return ScanPose{nameOf(file), std::filesystem::path(file).stem().string(), {}, {}};
+        return Zorvan::ScanPose{nameOf(file), std::filesystem::path(file).stem().string(), {}, {}};
     };
     const auto withResult = [&](const prereg::ICPResult& result) {
-        ScanPose flt = entry(options.flt);
+        Zorvan::ScanPose flt = entry(options.flt);
         flt.pose = result.GetTrafo();
         flt.result = summarize(result);
         return flt;
     };
-    const ScanPose fix = entry(options.fix);
-    ScanPose flt = withResult(found.Best());
+    const Zorvan::ScanPose fix = entry(options.fix);
+    Zorvan::ScanPose flt = withResult(found.Best());
     if (!found.Best()) flt.pose = prereg::CTrafo::Invalid();
-    PosesFile poses{options.files.dMmPerUnit, {{fix.id, true, {fix, flt}}}};
+    Zorvan::PosesFile poses{options.files.dMmPerUnit, {{fix.id, true, {fix, flt}}}};
     if (!options.isAll) return poses;
-    for (const PairCandidate& candidate : found.candidates) poses.candidates.push_back(withResult(candidate.refined));
+    for (const prereg::PairCandidate& candidate : found.candidates) poses.candidates.push_back(withResult(candidate.refined));
     return poses;
 }
 
@@ -159,7 +159,7 @@ void printPose(const prereg::CTrafo& pose, double mmPerUnit)
     for (unsigned row = 0; row < 4; ++row) {
         for (unsigned column = 0; column < 4; ++column) {
             const double unit = column == 3 && row < 3 ? mmPerUnit : 1.0;
-            std::cout << (column > 0 ? " " : "") << ToText(static_cast<double>(pose(row, column)) / unit, 9);
+            std::cout << (column > 0 ? " " : "") << Zorvan::ToText(static_cast<double>(pose(row, column)) / unit, 9);
         }
         std::cout << '\n';
     }
@@ -168,12 +168,12 @@ void printPose(const prereg::CTrafo& pose, double mmPerUnit)
 // The library's text of a success only says the RMSE again, and in millimetres.
 void printVerdict(const AlignOptions& options, const prereg::ICPResult& result)
 {
-    const RegistrationSummary summary = summarize(result);
-    std::cout << ToShown(nameOf(options.flt)) << (result ? " is aligned to " : " is NOT aligned to ")
-              << ToShown(nameOf(options.fix));
+    const Zorvan::RegistrationSummary summary = summarize(result);
+    std::cout << Zorvan::ToShown(nameOf(options.flt)) << (result ? " is aligned to " : " is NOT aligned to ")
+              << Zorvan::ToShown(nameOf(options.fix));
     if (!result) std::cout << ", " << summary.text;
     if (std::isfinite(summary.dRmse)) std::cout << ", RMSE " << length(summary.dRmse, options);
-    if (std::isfinite(summary.dOverlap)) std::cout << ", overlap " << ToText(summary.dOverlap, 3);
+    if (std::isfinite(summary.dOverlap)) std::cout << ", overlap " << Zorvan::ToText(summary.dOverlap, 3);
     if (std::isfinite(summary.dSlip)) std::cout << ", slip " << length(summary.dSlip, options);
     std::cout << '\n';
 }
@@ -187,11 +187,11 @@ int align(AlignOptions options)
     checkCall(options);
     const prereg::CTrafo start = hasStart ? readStartPose(options) : prereg::CTrafo::Invalid();
     const Pair pair = load(options);
-    const PairSearchResult found = hasStart ? refineFrom(start, pair) : search(options, pair);
+    const prereg::PairSearchResult found = hasStart ? refineFrom(start, pair) : search(options, pair);
     const prereg::ICPResult result = found.Best();
     for (const std::string& words : {pair.fix.Warning(), pair.flt.Warning(), pair.words, found.words, found.times})
         Tell(words, options.general.isQuiet);
-    if (!options.output.empty()) WritePoses(options.output, toPoses(options, found));
+    if (!options.output.empty()) Zorvan::WritePoses(options.output, toPoses(options, found));
     printVerdict(options, result);
     if (result && options.output.empty()) printPose(result.GetTrafo(), options.files.dMmPerUnit);
     return result ? Done : NotEveryScan;

@@ -1,5 +1,6 @@
 #include "commands.h"
-#include "showntext.h"
+
+#include "zorvan/scans/showntext.h"
 
 #include <CLI/CLI.hpp>
 

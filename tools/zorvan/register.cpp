@@ -1,26 +1,26 @@
-#include "atomicfile.h"
-#include "autosettings.h"
 #include "commands.h"
-#include "featureset.h"
-#include "filelock.h"
 #include "gpu.h"
-#include "inputerror.h"
 #include "interruption.h"
-#include "lookatposes.h"
 #include "options.h"
-#include "outputcheck.h"
-#include "posesfile.h"
 #include "progress.h"
-#include "registerresults.h"
-#include "scanwriter.h"
-#include "session.h"
-#include "settingsfile.h"
-#include "showntext.h"
-#include "stagingfolder.h"
-#include "textnumber.h"
 
 #include "zorvan/numerics/quantile.h"
 #include "zorvan/preregistration/crefinedpreregistration.h"
+#include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/filelock.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/outputcheck.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanwriter.h"
+#include "zorvan/scans/showntext.h"
+#include "zorvan/scans/stagingfolder.h"
+#include "zorvan/scans/textnumber.h"
+#include "zorvan/workflow/autosettings.h"
+#include "zorvan/workflow/featureset.h"
+#include "zorvan/workflow/lookatposes.h"
+#include "zorvan/workflow/registerresults.h"
+#include "zorvan/workflow/session.h"
+#include "zorvan/workflow/settingsfile.h"
 
 #include <unistd.h>
 
@@ -74,7 +74,7 @@ public:
     void End(const std::string& stage)
     {
         const double seconds = std::chrono::duration<double>(Clock::now() - m_start).count();
-        m_words += (m_words.empty() ? "" : ", ") + stage + " " + ToText(seconds, 3) + " s";
+        m_words += (m_words.empty() ? "" : ", ") + stage + " " + Zorvan::ToText(seconds, 3) + " s";
         m_start = Clock::now();
     }
     [[nodiscard]] const std::string& Words() const { return m_words; }
@@ -133,16 +133,16 @@ private:
 void checkCall(const RegisterOptions& options)
 {
     if (options.scans.empty() && options.session.empty())
-        throw CInputError("no scans: name some, or a --session to go on with");
+        throw Zorvan::CInputError("no scans: name some, or a --session to go on with");
     std::set<std::string> names;
     for (const std::string& scan : options.scans) {
         if (!names.insert(nameOf(scan)).second)
-            throw CInputError("two scans are named " + nameOf(scan) +
+            throw Zorvan::CInputError("two scans are named " + nameOf(scan) +
                               ", and poses are matched by file name; rename one of them");
     }
     if (options.session.empty()) return;
     if (options.hasGrid || !options.settings.file.empty())
-        throw CInputError("--grid and --settings: a session keeps the settings it began with; leave them out, or begin "
+        throw Zorvan::CInputError("--grid and --settings: a session keeps the settings it began with; leave them out, or begin "
                           "a new one");
 }
 
@@ -153,20 +153,20 @@ void checkFiles(const RegisterOptions& options)
     std::vector<std::string> inputs = options.scans;
     inputs.push_back(options.initial);
     inputs.push_back(options.settings.file);
-    RequireApart(sessionOf(options), inputs);
+    Zorvan::RequireApart(sessionOf(options), inputs);
     inputs.push_back(options.session);
-    for (const char* name : resultFiles) {
-        if (name != std::string(sSession)) RequireApart(std::filesystem::path(options.folder) / name, inputs);
+    for (const char* name : prereg::resultFiles) {
+        if (name != std::string(sSession)) Zorvan::RequireApart(std::filesystem::path(options.folder) / name, inputs);
     }
     for (const std::string& scan : options.scans) {
-        if (IsColouredResult(scan))
-            throw CInputError(scan, "a merged or coloured cloud that zorvan has written, not a scan",
+        if (Zorvan::IsColouredResult(scan))
+            throw Zorvan::CInputError(scan, "a merged or coloured cloud that zorvan has written, not a scan",
                               "leave it out; align takes it, if it is meant");
     }
 }
 
 /// No other run goes on with the session, or writes into the folder, while the locks live.
-std::vector<CFileLock> lockSessions(const RegisterOptions& options)
+std::vector<Zorvan::CFileLock> lockSessions(const RegisterOptions& options)
 {
     const std::filesystem::path written = std::filesystem::canonical(options.folder) / sSession;
     std::set<std::filesystem::path> files{written}; // in one order, so that no two runs wait for each other
@@ -175,11 +175,11 @@ std::vector<CFileLock> lockSessions(const RegisterOptions& options)
         // Where we cannot write, no run of ours changes it.
         if (::access(read.parent_path().c_str(), W_OK) == 0) files.insert(read);
     }
-    std::vector<CFileLock> locks;
+    std::vector<Zorvan::CFileLock> locks;
     for (const std::filesystem::path& file : files) {
         locks.emplace_back(file, [&](const std::string& holder) {
             if (!options.isWaiting)
-                throw CInputError(file, "in use by " + holder, "wait until it has ended, or call again with --wait");
+                throw Zorvan::CInputError(file, "in use by " + holder, "wait until it has ended, or call again with --wait");
             Tell("waiting for " + holder + ", which uses " + file.string(), options.general.isQuiet);
         });
     }
@@ -188,43 +188,43 @@ std::vector<CFileLock> lockSessions(const RegisterOptions& options)
 
 void leaveOut(const std::string& why) { Tell("left out: " + why, false); }
 
-std::vector<SurfelScan> readScans(const RegisterOptions& options)
+std::vector<Zorvan::SurfelScan> readScans(const RegisterOptions& options)
 {
-    const ScanOptions scanOptions = options.files.ToScanOptions();
-    std::vector<SurfelScan> scans;
+    const Zorvan::ScanOptions scanOptions = options.files.ToScanOptions();
+    std::vector<Zorvan::SurfelScan> scans;
     CProgress progress("reading", options.scans.size(), options.general.isQuiet);
     for (const std::string& file : options.scans) {
         try {
-            scans.push_back(LoadScan(file, scanOptions));
-        } catch (const CInputError& error) {
+            scans.push_back(Zorvan::LoadScan(file, scanOptions));
+        } catch (const Zorvan::CInputError& error) {
             if (options.scans.size() == 1) throw;
-            if (!options.isKeptGoing) throw CInputError(std::string(error.what()) + ", or leave it out: --keep-going");
+            if (!options.isKeptGoing) throw Zorvan::CInputError(std::string(error.what()) + ", or leave it out: --keep-going");
             leaveOut(error.what());
         }
         progress.Step();
     }
     progress.Finish();
-    if (scans.empty() && !options.scans.empty()) throw CInputError("none of the scans can be read; check the files");
-    for (const SurfelScan& scan : scans) Tell(scan.Warning(), options.general.isQuiet);
+    if (scans.empty() && !options.scans.empty()) throw Zorvan::CInputError("none of the scans can be read; check the files");
+    for (const Zorvan::SurfelScan& scan : scans) Tell(scan.Warning(), options.general.isQuiet);
     return scans;
 }
 
 /// The median of what suits each scan.
-prereg::ConfigurationFPFH chooseSettings(const RegisterOptions& options, const std::vector<SurfelScan>& scans)
+prereg::ConfigurationFPFH chooseSettings(const RegisterOptions& options, const std::vector<Zorvan::SurfelScan>& scans)
 {
     const bson::object set = options.settings.Read(options.general.isQuiet);
     std::vector<double> grids;
-    for (const SurfelScan& scan : scans) {
+    for (const Zorvan::SurfelScan& scan : scans) {
         const prereg::CPointSet points(scan.points.data(), scan.normals.data(), scan.points.size());
-        grids.push_back(ChooseSettings(points, options.files.ToGrid()).dGrid);
+        grids.push_back(prereg::ChooseSettings(points, options.files.ToGrid()).dGrid);
     }
     const double grid = Zorvan::Median(std::move(grids));
-    prereg::ConfigurationFPFH config = WithSettings(AllSettingsForGrid(grid), set);
+    prereg::ConfigurationFPFH config = prereg::WithSettings(prereg::AllSettingsForGrid(grid), set);
     // Poses come from a search, so they are near when all points come into play.
-    config.icpConfig.dInitialQueryRadiusScaling = SettingsForRefinement(config).dInitialQueryRadiusScaling;
+    config.icpConfig.dInitialQueryRadiusScaling = prereg::SettingsForRefinement(config).dInitialQueryRadiusScaling;
     const double unit = options.files.dMmPerUnit;
-    Tell("grid " + ToText(grid / unit) + " " + UnitName(unit) + (options.hasGrid ? "" : ": the median over the scans") +
-             "; RMSE accepted up to " + ToText(config.icpConfig.dMaxRMSE / unit) + " " + UnitName(unit),
+    Tell("grid " + Zorvan::ToText(grid / unit) + " " + Zorvan::UnitName(unit) + (options.hasGrid ? "" : ": the median over the scans") +
+             "; RMSE accepted up to " + Zorvan::ToText(config.icpConfig.dMaxRMSE / unit) + " " + Zorvan::UnitName(unit),
          options.general.isQuiet);
     return config;
 }
@@ -236,13 +236,13 @@ public:
     explicit CInitialPoses(const RegisterOptions& options)
     {
         if (options.initial.empty()) return;
-        m_poses = ReadPoses(options.initial, options.files.dMmPerUnit);
-        const auto isPrimary = [](const PoseCluster& cluster) { return cluster.isPrimary; };
+        m_poses = Zorvan::ReadPoses(options.initial, options.files.dMmPerUnit);
+        const auto isPrimary = [](const Zorvan::PoseCluster& cluster) { return cluster.isPrimary; };
         const auto primary = std::find_if(m_poses.clusters.begin(), m_poses.clusters.end(), isPrimary);
         if (primary != m_poses.clusters.end()) m_cluster = static_cast<std::size_t>(primary - m_poses.clusters.begin());
         const auto hasPose = [this](const std::string& scan) { return static_cast<bool>(Of(scan)); };
         if (std::none_of(options.scans.begin(), options.scans.end(), hasPose))
-            throw CInputError(options.initial, "has no pose of any of the scans", "add some under their file names");
+            throw Zorvan::CInputError(options.initial, "has no pose of any of the scans", "add some under their file names");
     }
 
     /// Invalid when the file has none.
@@ -253,18 +253,18 @@ public:
     }
 
 private:
-    PosesFile m_poses;
+    Zorvan::PosesFile m_poses;
     std::size_t m_cluster = 0;
 };
 
 /// Nothing for one whose sizes do not suit the settings, when the run goes on without it.
-std::shared_ptr<const prereg::CFPFHPointSet> computeFeatures(const RegisterOptions& options, const SurfelScan& scan,
+std::shared_ptr<const prereg::CFPFHPointSet> computeFeatures(const RegisterOptions& options, const Zorvan::SurfelScan& scan,
                                                              const prereg::ConfigurationFPFH& config,
-                                                             const GpuContext& gpu)
+                                                             const prereg::GpuContext& gpu)
 {
     try {
-        return ComputeFeatureSet(scan, config, options.general.uiNumThreads, options.files.dMmPerUnit, gpu);
-    } catch (const CInputError& error) {
+        return prereg::ComputeFeatureSet(scan, config, options.general.uiNumThreads, options.files.dMmPerUnit, gpu);
+    } catch (const Zorvan::CInputError& error) {
         if (!options.isKeptGoing) throw;
         leaveOut(error.what());
         return nullptr;
@@ -272,15 +272,15 @@ std::shared_ptr<const prereg::CFPFHPointSet> computeFeatures(const RegisterOptio
 }
 
 /// @return whether all scans could be added
-bool addScans(const RegisterOptions& options, const std::vector<SurfelScan>& scans, const CInitialPoses& initial,
-              CSession& session)
+bool addScans(const RegisterOptions& options, const std::vector<Zorvan::SurfelScan>& scans, const CInitialPoses& initial,
+              prereg::CSession& session)
 {
-    const prereg::ConfigurationFPFH config = SettingsForSearch(session.GetRegistration().GetRegistrationConfig());
-    const GpuContext gpu = options.gpu.MakeContext(options.general.isQuiet);
+    const prereg::ConfigurationFPFH config = prereg::SettingsForSearch(session.GetRegistration().GetRegistrationConfig());
+    const prereg::GpuContext gpu = options.gpu.MakeContext(options.general.isQuiet);
     CProgress progress("features", scans.size(), options.general.isQuiet);
     std::string refused;
     std::size_t added = 0;
-    for (const SurfelScan& scan : scans) {
+    for (const Zorvan::SurfelScan& scan : scans) {
         const auto set = computeFeatures(options, scan, config, gpu);
         if (set && session.Add(scan, set, initial.Of(scan.file)))
             ++added;
@@ -297,15 +297,15 @@ bool addScans(const RegisterOptions& options, const std::vector<SurfelScan>& sca
 prereg::CClusterRegistration::SearchFactory searchWith(Merges& merges, double share)
 {
     return [&merges, share](const auto& fix, const auto& flt, const auto& config, const auto* oracle) {
-        prereg::ConfigurationFPFH search = SettingsForSearch(config);
+        prereg::ConfigurationFPFH search = prereg::SettingsForSearch(config);
         search.uiNumPolygons = static_cast<unsigned>(std::ceil(share * search.uiNumPolygons));
-        const auto judge = SettingsForMerging(config, merges.TypicalRmse());
+        const auto judge = prereg::SettingsForMerging(config, merges.TypicalRmse());
         return std::make_unique<CWatchedSearch>(prereg::CRefinedPreRegistration(fix, flt, search, judge, oracle),
                                                 config.dGridSize, merges);
     };
 }
 
-void run(const RegisterOptions& options, CSession& session, const CInterruption& interruption)
+void run(const RegisterOptions& options, prereg::CSession& session, const CInterruption& interruption)
 {
     // Most pairs of many scans have nothing in common, and most others are found soon.
     constexpr double dQuickShare = 0.25;
@@ -322,7 +322,7 @@ void run(const RegisterOptions& options, CSession& session, const CInterruption&
     registration.SetSearch({});
 }
 
-void optimize(const RegisterOptions& options, CSession& session, const CInterruption& interruption)
+void optimize(const RegisterOptions& options, prereg::CSession& session, const CInterruption& interruption)
 {
     prereg::CClusterRegistration& registration = session.GetRegistration();
     registration.SetFitToPrimary(true);
@@ -335,37 +335,37 @@ void optimize(const RegisterOptions& options, CSession& session, const CInterrup
 }
 
 /// The session to go on with, or a new one, and the scans that are new to it.
-std::pair<CSession, std::vector<SurfelScan>> begin(RegisterOptions& options, const CSession::Group& group,
+std::pair<prereg::CSession, std::vector<Zorvan::SurfelScan>> begin(RegisterOptions& options, const prereg::CSession::Group& group,
                                                    CStages& stages)
 {
     if (options.session.empty()) {
-        std::vector<SurfelScan> scans = readScans(options);
-        CSession session(chooseSettings(options, scans), options.files.dMmPerUnit, group);
+        std::vector<Zorvan::SurfelScan> scans = readScans(options);
+        prereg::CSession session(chooseSettings(options, scans), options.files.dMmPerUnit, group);
         return {std::move(session), std::move(scans)};
     }
-    CSession session = CSession::Load(options.session, group);
+    prereg::CSession session = prereg::CSession::Load(options.session, group);
     stages.End("session");
     if (!options.hasScale) options.files.dMmPerUnit = session.GetMmPerUnit();
     for (const std::string& scan : options.scans) {
         if (session.Contains(nameOf(scan)))
-            throw CInputError(scan, "a scan of this name is in the session already", "rename it");
+            throw Zorvan::CInputError(scan, "a scan of this name is in the session already", "rename it");
     }
     return {std::move(session), readScans(options)};
 }
 
-int report(const RegistrationTable& table, bool isComplete)
+int report(const prereg::RegistrationTable& table, bool isComplete)
 {
-    std::cout << ToText(table);
-    const auto isWithFirst = [&](const ScanRow& scan) { return scan.cluster == table.scans.front().cluster; };
+    std::cout << Zorvan::ToText(table);
+    const auto isWithFirst = [&](const prereg::ScanRow& scan) { return scan.cluster == table.scans.front().cluster; };
     return isComplete && std::all_of(table.scans.begin(), table.scans.end(), isWithFirst) ? Done : NotEveryScan;
 }
 
 /// The folder is there, and every result can be written into it.
 void prepareFolder(const std::filesystem::path& folder)
 {
-    MakeFolder(folder);
-    RequireWritable(folder / sSession);
-    for (const char* name : resultFiles) RequireReplaceable(folder / name);
+    Zorvan::MakeFolder(folder);
+    Zorvan::RequireWritable(folder / sSession);
+    for (const char* name : prereg::resultFiles) Zorvan::RequireReplaceable(folder / name);
 }
 
 int registerScans(RegisterOptions options)
@@ -378,12 +378,12 @@ int registerScans(RegisterOptions options)
     const std::filesystem::path folder = options.folder;
     const CInitialPoses initial(options);
     prepareFolder(folder);
-    const std::vector<CFileLock> locks = lockSessions(options);
-    if (!options.session.empty()) TidyStagingFolders(std::filesystem::path(options.session).parent_path());
+    const std::vector<Zorvan::CFileLock> locks = lockSessions(options);
+    if (!options.session.empty()) Zorvan::TidyStagingFolders(std::filesystem::path(options.session).parent_path());
 
     CStages stages;
     Zorvan::CJobScheduler scheduler(options.general.uiNumThreads);
-    const CSession::Group group = scheduler.CreateJobGroup({}, {});
+    const prereg::CSession::Group group = scheduler.CreateJobGroup({}, {});
     const CInterruption interruption;
     auto [session, scans] = begin(options, group, stages);
     stages.End("reading");
@@ -395,8 +395,8 @@ int registerScans(RegisterOptions options)
         optimize(options, session, interruption);
         stages.End("optimization");
     }
-    const RegistrationTable table = LookAtPoses(session, group);
-    WriteRegistration(folder, session, table);
+    const prereg::RegistrationTable table = prereg::LookAtPoses(session, group);
+    prereg::WriteRegistration(folder, session, table);
     stages.End("results");
 
     Tell(stages.Words(), options.general.isQuiet);

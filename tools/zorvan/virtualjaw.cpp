@@ -37,7 +37,7 @@ constexpr std::array<Kind, 7> kinds{{{8.5, 5.0, 8.5, 3},
 constexpr std::size_t uiFirstPremolar = 3;
 constexpr std::size_t uiFirstMolar = 5;
 
-Vector3 vector(double x, double y, double z)
+Zorvan::Vector3 vector(double x, double y, double z)
 {
     return {static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)};
 }
@@ -53,29 +53,29 @@ float smoothMin(float a, float b, float k)
 
 float smoothMax(float a, float b, float k) { return -smoothMin(-a, -b, k); }
 
-Vector3 divided(const Vector3& a, const Vector3& b) { return {a.x / b.x, a.y / b.y, a.z / b.z}; }
+Zorvan::Vector3 divided(const Zorvan::Vector3& a, const Zorvan::Vector3& b) { return {a.x / b.x, a.y / b.y, a.z / b.z}; }
 
 // First-order distance: the value of the implicit form over the length of its gradient.
-float ellipsoidDistance(const Vector3& p, const Vector3& halfAxes)
+float ellipsoidDistance(const Zorvan::Vector3& p, const Zorvan::Vector3& halfAxes)
 {
-    const Vector3 q = divided(p, halfAxes);
+    const Zorvan::Vector3 q = divided(p, halfAxes);
     const float gradient = divided(q, halfAxes).Length();
     const float k = q.Length();
     if (gradient <= 0.0F) return -std::min({halfAxes.x, halfAxes.y, halfAxes.z});
     return k * (k - 1.0F) / gradient;
 }
 
-float roundedBoxDistance(const Vector3& p, const Vector3& half, float rounding)
+float roundedBoxDistance(const Zorvan::Vector3& p, const Zorvan::Vector3& half, float rounding)
 {
-    const Vector3 q(std::abs(p.x) - half.x + rounding, std::abs(p.y) - half.y + rounding,
+    const Zorvan::Vector3 q(std::abs(p.x) - half.x + rounding, std::abs(p.y) - half.y + rounding,
                     std::abs(p.z) - half.z + rounding);
-    const float outside = Vector3(std::max(q.x, 0.0F), std::max(q.y, 0.0F), std::max(q.z, 0.0F)).Length();
+    const float outside = Zorvan::Vector3(std::max(q.x, 0.0F), std::max(q.y, 0.0F), std::max(q.z, 0.0F)).Length();
     return outside + std::min(std::max({q.x, q.y, q.z}), 0.0F) - rounding;
 }
 
-float segmentDistance(const Vector3& p, const Vector3& a, const Vector3& b)
+float segmentDistance(const Zorvan::Vector3& p, const Zorvan::Vector3& a, const Zorvan::Vector3& b)
 {
-    const Vector3 ab = b - a;
+    const Zorvan::Vector3 ab = b - a;
     const float t = std::clamp(kdtree::Dot(p - a, ab) / ab.LengthSq(), 0.0F, 1.0F);
     return (p - a - t * ab).Length();
 }
@@ -129,11 +129,11 @@ CVirtualJaw::CVirtualJaw(unsigned uiSeed)
         before += kinds[kind].width;
     }
     for (std::size_t i = 0; i <= uiGumParts; ++i) {
-        const Vector3 place = OnArch(static_cast<double>(i) / uiGumParts).place;
+        const Zorvan::Vector3 place = OnArch(static_cast<double>(i) / uiGumParts).place;
         m_gum.push_back(place + vector(0, 0, fGumDepth + Uniform(rng, -0.7, 0.7)));
     }
     for (Wave& wave : m_waves) {
-        const Vector3 direction = Normalized(vector(Uniform(rng, -1, 1), Uniform(rng, -1, 1), Uniform(rng, -1, 1)));
+        const Zorvan::Vector3 direction = Zorvan::Normalized(vector(Uniform(rng, -1, 1), Uniform(rng, -1, 1), Uniform(rng, -1, 1)));
         wave.direction = direction * static_cast<float>(2.0 * 3.14159265358979 / Uniform(rng, 2.2, 6.5));
         wave.phase = static_cast<float>(Uniform(rng, 0.0, 6.28));
     }
@@ -144,7 +144,7 @@ CVirtualJaw::Station CVirtualJaw::OnArch(double share)
     static const CArchLength archLength;
     const double x = archLength.XAt(share);
     const double slope = -2.0 * dLength * x / (dHalfWidth * dHalfWidth);
-    return {vector(x, CArchLength::ArchY(x), 0), Normalized(vector(1, slope, 0)), Normalized(vector(-slope, 1, 0))};
+    return {vector(x, CArchLength::ArchY(x), 0), Zorvan::Normalized(vector(1, slope, 0)), Zorvan::Normalized(vector(-slope, 1, 0))};
 }
 
 CVirtualJaw::Tooth CVirtualJaw::makeTooth(std::mt19937& rng, std::size_t kind, double share)
@@ -154,9 +154,9 @@ CVirtualJaw::Tooth CVirtualJaw::makeTooth(std::mt19937& rng, std::size_t kind, d
     Tooth tooth;
     tooth.place = station.place + station.outward * static_cast<float>(Uniform(rng, -0.6, 0.6)) +
                   vector(0, 0, 0.35 * k.height + Uniform(rng, -0.4, 0.4));
-    const Vector3 up = Normalized(vector(Uniform(rng, -0.14, 0.14), Uniform(rng, -0.14, 0.14), 1));
-    const Vector3 turned = station.along + station.outward * static_cast<float>(Uniform(rng, -0.15, 0.15));
-    const Vector3 outward = Normalized(kdtree::Cross(up, turned));
+    const Zorvan::Vector3 up = Zorvan::Normalized(vector(Uniform(rng, -0.14, 0.14), Uniform(rng, -0.14, 0.14), 1));
+    const Zorvan::Vector3 turned = station.along + station.outward * static_cast<float>(Uniform(rng, -0.15, 0.15));
+    const Zorvan::Vector3 outward = Zorvan::Normalized(kdtree::Cross(up, turned));
     tooth.axes = {kdtree::Cross(outward, up), outward, up};
     tooth.halfBody =
         vector(around(rng, 0.47 * k.width, 0.06), around(rng, 0.5 * k.depth, 0.1), around(rng, 0.5 * k.height, 0.08));
@@ -170,7 +170,7 @@ CVirtualJaw::Tooth CVirtualJaw::makeTooth(std::mt19937& rng, std::size_t kind, d
 void CVirtualJaw::addCusps(std::mt19937& rng, std::size_t kind, Tooth& tooth)
 {
     const int count = kinds[kind].cusps;
-    const Vector3& half = tooth.halfBody;
+    const Zorvan::Vector3& half = tooth.halfBody;
     for (int i = 0; i < count; ++i) {
         // Front teeth carry theirs along the edge, the others around the middle of the chewing face.
         const double angle = 6.2831853 * (i + 0.25 * (count == 4 ? 2 : 1) * (count > 1 ? 1 : 0)) / count;
@@ -188,7 +188,7 @@ void CVirtualJaw::addCusps(std::mt19937& rng, std::size_t kind, Tooth& tooth)
 void CVirtualJaw::addFissures(std::mt19937& rng, std::size_t kind, Tooth& tooth)
 {
     if (kind < uiFirstPremolar) return;
-    const Vector3& half = tooth.halfBody;
+    const Zorvan::Vector3& half = tooth.halfBody;
     const auto depth = [&] { return half.z + Uniform(rng, 0.0, 0.3); };
     tooth.fissures.push_back({vector(0, half.y * Uniform(rng, -0.12, 0.12), depth()),
                               vector(0.75 * half.x, around(rng, 0.5, 0.2), around(rng, 1.5, 0.2))});
@@ -197,10 +197,10 @@ void CVirtualJaw::addFissures(std::mt19937& rng, std::size_t kind, Tooth& tooth)
                               vector(around(rng, 0.5, 0.2), 0.75 * half.y, around(rng, 1.3, 0.2))});
 }
 
-float CVirtualJaw::toothDistance(const Tooth& tooth, const Vector3& p)
+float CVirtualJaw::toothDistance(const Tooth& tooth, const Zorvan::Vector3& p)
 {
-    const Vector3 d = p - tooth.place;
-    const Vector3 local(kdtree::Dot(d, tooth.axes[0]), kdtree::Dot(d, tooth.axes[1]), kdtree::Dot(d, tooth.axes[2]));
+    const Zorvan::Vector3 d = p - tooth.place;
+    const Zorvan::Vector3 local(kdtree::Dot(d, tooth.axes[0]), kdtree::Dot(d, tooth.axes[1]), kdtree::Dot(d, tooth.axes[2]));
     float distance = roundedBoxDistance(local, tooth.halfBody, tooth.rounding);
     for (const Lobe& cusp : tooth.cusps)
         distance = smoothMin(distance, ellipsoidDistance(local - cusp.center, cusp.halfAxes), fCuspBlend);
@@ -209,7 +209,7 @@ float CVirtualJaw::toothDistance(const Tooth& tooth, const Vector3& p)
     return distance;
 }
 
-float CVirtualJaw::gumDistance(const Vector3& p) const
+float CVirtualJaw::gumDistance(const Zorvan::Vector3& p) const
 {
     float distance = std::numeric_limits<float>::max();
     for (std::size_t i = 1; i < m_gum.size(); ++i)
@@ -217,14 +217,14 @@ float CVirtualJaw::gumDistance(const Vector3& p) const
     return distance - fGumRadius;
 }
 
-float CVirtualJaw::bumps(const Vector3& p) const
+float CVirtualJaw::bumps(const Zorvan::Vector3& p) const
 {
     float sum = 0.0F;
     for (const Wave& wave : m_waves) sum += std::sin(kdtree::Dot(wave.direction, p) + wave.phase);
     return fBumpHeight * sum;
 }
 
-float CVirtualJaw::Distance(const Vector3& p) const
+float CVirtualJaw::Distance(const Zorvan::Vector3& p) const
 {
     constexpr float fHighest = fBumpHeight * static_cast<float>(std::tuple_size_v<decltype(m_waves)>);
     float distance = gumDistance(p);
@@ -237,11 +237,11 @@ float CVirtualJaw::Distance(const Vector3& p) const
     return distance > 1.0F ? distance - fHighest : distance - bumps(p);
 }
 
-Vector3 CVirtualJaw::Normal(const Vector3& p) const
+Zorvan::Vector3 CVirtualJaw::Normal(const Zorvan::Vector3& p) const
 {
     constexpr float h = 0.02F;
-    const auto slope = [&](const Vector3& step) { return Distance(p + step) - Distance(p - step); };
-    return Normalized({slope({h, 0, 0}), slope({0, h, 0}), slope({0, 0, h})});
+    const auto slope = [&](const Zorvan::Vector3& step) { return Distance(p + step) - Distance(p - step); };
+    return Zorvan::Normalized({slope({h, 0, 0}), slope({0, h, 0}), slope({0, 0, h})});
 }
 
 } // namespace tools

@@ -1,7 +1,7 @@
 #include "virtualscanner.h"
 
-#include "normals.h"
-#include "rangegrid.h"
+#include "zorvan/scans/normals.h"
+#include "zorvan/scans/rangegrid.h"
 
 #include <algorithm>
 #include <array>
@@ -42,11 +42,11 @@ enum EPurpose : unsigned
     Disturbance
 };
 
-prereg::CTrafo lookingAt(const Vector3& place, const Vector3& towardSensor, const Vector3& right)
+prereg::CTrafo lookingAt(const Zorvan::Vector3& place, const Zorvan::Vector3& towardSensor, const Zorvan::Vector3& right)
 {
-    const Vector3 z = Normalized(towardSensor);
-    const Vector3 y = Normalized(kdtree::Cross(z, right));
-    const Vector3 x = kdtree::Cross(y, z);
+    const Zorvan::Vector3 z = Zorvan::Normalized(towardSensor);
+    const Zorvan::Vector3 y = Zorvan::Normalized(kdtree::Cross(z, right));
+    const Zorvan::Vector3 x = kdtree::Cross(y, z);
     return {{x.x, y.x, z.x}, {x.y, y.y, z.y}, {x.z, y.z, z.z}, place};
 }
 
@@ -58,15 +58,15 @@ prereg::CTrafo makePose(const VirtualScannerSettings& settings, unsigned view)
     const double stretch = std::min(dLongestStretch, dStretch * (settings.uiNumViews - 1));
     const CVirtualJaw::Station station = CVirtualJaw::OnArch(0.5 + stretch * (static_cast<double>(view) / steps - 0.5));
     const double lean = (view % 2 == 0 ? -1 : 1) * Uniform(rng, 0.1, 0.25);
-    const Vector3 up = Vector3(0, 0, 1) + station.outward * static_cast<float>(lean) +
+    const Zorvan::Vector3 up = Zorvan::Vector3(0, 0, 1) + station.outward * static_cast<float>(lean) +
                        station.along * static_cast<float>(Uniform(rng, -0.15, 0.15));
     const double roll = Uniform(rng, -30, 30) * dDegree;
-    const Vector3 right =
+    const Zorvan::Vector3 right =
         station.along * static_cast<float>(std::cos(roll)) + station.outward * static_cast<float>(std::sin(roll));
-    return lookingAt(station.place + Vector3(0, 0, 3), up, right);
+    return lookingAt(station.place + Zorvan::Vector3(0, 0, 3), up, right);
 }
 
-Vector3 randomDirection(std::mt19937& rng)
+Zorvan::Vector3 randomDirection(std::mt19937& rng)
 {
     const double z = Uniform(rng, -1, 1);
     const double angle = Uniform(rng, -180, 180) * dDegree;
@@ -152,19 +152,19 @@ CVirtualScanner::DepthMap CVirtualScanner::traceAll(unsigned view, double spacin
 
 void CVirtualScanner::traceRow(const prereg::CTrafo& pose, std::size_t row, DepthMap& map) const
 {
-    const Vector3 direction = pose.Rotate({0, 0, -1});
+    const Zorvan::Vector3 direction = pose.Rotate({0, 0, -1});
     for (std::size_t column = 0; column < map.size; ++column) {
-        const Vector3 start = pose * Vector3(map.Coordinate(column), map.Coordinate(row), fSensorHeight);
+        const Zorvan::Vector3 start = pose * Zorvan::Vector3(map.Coordinate(column), map.Coordinate(row), fSensorHeight);
         const float way = trace(start, direction);
         if (std::isnan(way)) continue;
-        const Vector3 normal = m_jaw.Normal(start + direction * way);
+        const Zorvan::Vector3 normal = m_jaw.Normal(start + direction * way);
         if (kdtree::Dot(normal, direction) <= -fCosSteepest) map.depth[row * map.size + column] = fSensorHeight - way;
     }
 }
 
 // Sphere tracing. Source: J. C. Hart, The Visual Computer 12 (1996). In narrow fissures the field is steeper than
 // elsewhere; a ray that got inside there is halved back to the surface.
-float CVirtualScanner::trace(const Vector3& start, const Vector3& direction) const
+float CVirtualScanner::trace(const Zorvan::Vector3& start, const Zorvan::Vector3& direction) const
 {
     float outside = 0.0F;
     float way = 0.0F;
@@ -203,7 +203,7 @@ VirtualScan CVirtualScanner::assemble(unsigned view, const DepthMap& map) const
 {
     VirtualScan result{{}, m_poses[view]};
     const std::vector<bool> isHole = findHoles(view, map);
-    RangeGrid grid{map.size, map.size, std::vector<std::int32_t>(map.depth.size(), -1)};
+    Zorvan::RangeGrid grid{map.size, map.size, std::vector<std::int32_t>(map.depth.size(), -1)};
     for (std::size_t row = 0; row < map.size; ++row) {
         std::mt19937 rng = engineFor(m_settings.uiSeed, Noise, view, static_cast<unsigned>(row));
         std::normal_distribution<double> noise;
@@ -215,19 +215,19 @@ VirtualScan CVirtualScanner::assemble(unsigned view, const DepthMap& map) const
                                             map.depth[cell] + static_cast<float>(m_settings.dNoise * noise(rng)));
         }
     }
-    result.scan.faces = FacesFromRangeGrid(result.scan.points, grid);
-    result.scan.normals = NormalsFromFaces(result.scan, std::nullopt);
+    result.scan.faces = Zorvan::FacesFromRangeGrid(result.scan.points, grid);
+    result.scan.normals = Zorvan::NormalsFromFaces(result.scan, std::nullopt);
     return result;
 }
 
-std::vector<prereg::CTrafo> DisturbPoses(const std::vector<prereg::CTrafo>& poses, const Vector3& middle,
+std::vector<prereg::CTrafo> DisturbPoses(const std::vector<prereg::CTrafo>& poses, const Zorvan::Vector3& middle,
                                          double dDegrees, double dMm, unsigned uiSeed)
 {
     std::vector<prereg::CTrafo> disturbed = poses;
     for (unsigned i = 1; i < poses.size(); ++i) {
         std::mt19937 rng = engineFor(uiSeed, Disturbance, i);
-        const Vector3 axis = randomDirection(rng);
-        const Vector3 shift = randomDirection(rng) * static_cast<float>(dMm);
+        const Zorvan::Vector3 axis = randomDirection(rng);
+        const Zorvan::Vector3 shift = randomDirection(rng) * static_cast<float>(dMm);
         const double half = 0.5 * dDegrees * dDegree;
         const prereg::Quaternion q(std::cos(half), std::sin(half) * axis.x, std::sin(half) * axis.y,
                                    std::sin(half) * axis.z);

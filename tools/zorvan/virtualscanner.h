@@ -1,9 +1,9 @@
 #pragma once
 
-#include "scan.h"
 #include "virtualjaw.h"
 
 #include "zorvan/core/ctrafo.h"
+#include "zorvan/scans/scan.h"
 
 #include <cstddef>
 #include <vector>
@@ -24,7 +24,7 @@ struct VirtualScannerSettings
 /// normals from the faces, faces between neighbouring pixels.
 struct VirtualScan
 {
-    Scan scan;
+    Zorvan::Scan scan;
     prereg::CTrafo pose; ///< sensor to object coordinates, the truth
 };
 
@@ -57,7 +57,7 @@ private:
 
     [[nodiscard]] DepthMap traceAll(unsigned view, double spacing) const;
     void traceRow(const prereg::CTrafo& pose, std::size_t row, DepthMap& map) const;
-    [[nodiscard]] float trace(const Vector3& start, const Vector3& direction) const;
+    [[nodiscard]] float trace(const Zorvan::Vector3& start, const Zorvan::Vector3& direction) const;
     [[nodiscard]] std::vector<bool> findHoles(unsigned view, const DepthMap& map) const;
     [[nodiscard]] VirtualScan assemble(unsigned view, const DepthMap& map) const;
 
@@ -69,7 +69,7 @@ private:
 /// The same poses, each turned by `dDegrees` about a random axis through `middle` and shifted by `dMm` in a random
 /// direction; the first one, which gives the others their frame, stays.
 /// @param middle  in the frame that the poses lead to
-[[nodiscard]] std::vector<prereg::CTrafo> DisturbPoses(const std::vector<prereg::CTrafo>& poses, const Vector3& middle,
+[[nodiscard]] std::vector<prereg::CTrafo> DisturbPoses(const std::vector<prereg::CTrafo>& poses, const Zorvan::Vector3& middle,
                                                        double dDegrees, double dMm, unsigned uiSeed);
 
 } // namespace tools

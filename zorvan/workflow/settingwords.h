@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace prereg {
+
+/// Unit and meaning of a setting: "mm, largest final RMSE"; empty when there is none of this name.
+[[nodiscard]] std::string WordsForSetting(std::string_view name);
+
+/// The setting that somebody who wrote `name` has probably meant; empty when none is near.
+[[nodiscard]] std::string NearestSettingName(std::string_view name);
+
+} // namespace prereg
