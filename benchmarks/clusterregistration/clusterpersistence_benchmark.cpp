@@ -3,12 +3,12 @@
 // without start poses makes them; 24 surfaces take turns under the hundred identifiers.
 
 #include "tests/support/temporaryfolder.h"
+#include "tools/virtualscanner/virtualscanner.h"
 #include "tools/zorvan/autosettings.h"
 #include "tools/zorvan/documentfile.h"
 #include "tools/zorvan/featureset.h"
 #include "tools/zorvan/scanreader.h"
 #include "tools/zorvan/scanwriter.h"
-#include "tools/zorvan/virtualscanner.h"
 #include "zorvan/clusterregistration/clusterpersistence.h"
 #include "zorvan/numerics/quantile.h"
 #include "zorvan/preregistration/crefinedpreregistration.h"

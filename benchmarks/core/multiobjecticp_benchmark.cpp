@@ -1,10 +1,10 @@
 // Multi-object ICP: one iteration for a growing strip of scans, and a whole run on the real scans. Pose errors stand
 // beside the time.
 
+#include "tools/virtualscanner/virtualscanner.h"
 #include "tools/zorvan/autosettings.h"
 #include "tools/zorvan/posesfile.h"
 #include "tools/zorvan/scanreader.h"
-#include "tools/zorvan/virtualscanner.h"
 #include "zorvan/core/multiobjecticp.h"
 
 #include <benchmark/benchmark.h>

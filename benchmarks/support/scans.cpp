@@ -1,9 +1,9 @@
 #include "benchmarks/support/scans.h"
 
+#include "tools/virtualscanner/virtualscanner.h"
 #include "tools/zorvan/posesfile.h"
 #include "tools/zorvan/scanreader.h"
 #include "tools/zorvan/spacing.h"
-#include "tools/zorvan/virtualscanner.h"
 
 #include <algorithm>
 #include <cstdlib>

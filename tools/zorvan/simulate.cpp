@@ -9,7 +9,8 @@
 #include "showntext.h"
 #include "stagingfolder.h"
 #include "textnumber.h"
-#include "virtualscanner.h"
+
+#include "tools/virtualscanner/virtualscanner.h"
 
 #include <cmath>
 #include <iostream>

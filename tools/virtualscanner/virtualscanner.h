@@ -1,8 +1,8 @@
 #pragma once
 
-#include "scan.h"
 #include "virtualjaw.h"
 
+#include "tools/zorvan/scan.h"
 #include "zorvan/core/ctrafo.h"
 
 #include <cstddef>

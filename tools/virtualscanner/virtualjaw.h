@@ -1,6 +1,6 @@
 #pragma once
 
-#include "vectors.h"
+#include "tools/zorvan/vectors.h"
 
 #include <array>
 #include <cstddef>

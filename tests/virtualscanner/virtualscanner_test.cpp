@@ -1,4 +1,4 @@
-#include "tools/zorvan/virtualscanner.h"
+#include "tools/virtualscanner/virtualscanner.h"
 
 #include <gtest/gtest.h>
 

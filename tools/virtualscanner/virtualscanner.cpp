@@ -1,7 +1,7 @@
 #include "virtualscanner.h"
 
-#include "normals.h"
-#include "rangegrid.h"
+#include "tools/zorvan/normals.h"
+#include "tools/zorvan/rangegrid.h"
 
 #include <algorithm>
 #include <array>
