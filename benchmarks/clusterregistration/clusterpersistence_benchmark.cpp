@@ -3,15 +3,15 @@
 // without start poses makes them; 24 surfaces take turns under the hundred identifiers.
 
 #include "tests/support/temporaryfolder.h"
-#include "zorvan/workflow/autosettings.h"
-#include "zorvan/workflow/documentfile.h"
-#include "zorvan/workflow/featureset.h"
-#include "zorvan/scans/scanreader.h"
-#include "zorvan/scans/scanwriter.h"
-#include "tools/zorvan/virtualscanner.h"
+#include "tools/virtualscanner/virtualscanner.h"
 #include "zorvan/clusterregistration/clusterpersistence.h"
 #include "zorvan/numerics/quantile.h"
 #include "zorvan/preregistration/crefinedpreregistration.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/scans/scanwriter.h"
+#include "zorvan/workflow/autosettings.h"
+#include "zorvan/workflow/documentfile.h"
+#include "zorvan/workflow/featureset.h"
 
 #include <benchmark/benchmark.h>
 
@@ -64,7 +64,7 @@ Views::Views()
         seen.scan.normals.clear(); // readers take them from the faces
         files.push_back(folder / (std::to_string(view) + ".ply"));
         Zorvan::WritePly(files.back(), seen.scan);
-        scans.push_back(Zorvan::LoadScan(files.back(), {}));
+        scans.push_back(Zorvan::ReadScan(files.back(), {}));
         truth.push_back(seen.pose);
         const Zorvan::SurfelScan& scan = scans.back();
         const prereg::CPointSet points(scan.points.data(), scan.normals.data(), scan.points.size());
@@ -212,7 +212,7 @@ void timeRegistration(benchmark::State& state, const ScanOf& scanOf)
 /// From two files until the pose is there.
 void BM_RegisterTwo(benchmark::State& state)
 {
-    timeRegistration(state, [](std::size_t view) { return Zorvan::LoadScan(theViews().files[view], {}); });
+    timeRegistration(state, [](std::size_t view) { return Zorvan::ReadScan(theViews().files[view], {}); });
 }
 
 /// The same for scans that have been read and have their normals.

@@ -2,8 +2,8 @@
 // and worst over the start poses and engine states of the run.
 
 #include "benchmarks/support/scans.h"
-#include "zorvan/workflow/autosettings.h"
 #include "zorvan/core/icpregistration.h"
+#include "zorvan/workflow/autosettings.h"
 
 #include <benchmark/benchmark.h>
 

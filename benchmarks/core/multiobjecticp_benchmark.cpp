@@ -1,11 +1,11 @@
 // Multi-object ICP: one iteration for a growing strip of scans, and a whole run on the real scans. Pose errors stand
 // beside the time.
 
-#include "zorvan/workflow/autosettings.h"
+#include "tools/virtualscanner/virtualscanner.h"
+#include "zorvan/core/multiobjecticp.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanreader.h"
-#include "tools/zorvan/virtualscanner.h"
-#include "zorvan/core/multiobjecticp.h"
+#include "zorvan/workflow/autosettings.h"
 
 #include <benchmark/benchmark.h>
 
@@ -75,7 +75,7 @@ Group bunny(const std::filesystem::path& folder)
     const Zorvan::ScanOptions options{.dMmPerUnit = 1000.0, .sensor = {}};
     const auto poses = Zorvan::ReadPoses(folder / "truth.json");
     for (const auto& entry : poses.clusters.front().scans) {
-        const auto scan = Zorvan::LoadScan(folder / entry.file, options);
+        const auto scan = Zorvan::ReadScan(folder / entry.file, options);
         group.sets.push_back(
             std::make_shared<prereg::CPointSet>(scan.points.data(), scan.normals.data(), scan.points.size()));
         group.truth.push_back(entry.pose);

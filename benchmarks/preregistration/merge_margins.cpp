@@ -6,11 +6,11 @@
 //
 // Each FOLDER has scans of one object and a truth.json; between scans of two folders there is nothing to find.
 
-#include "zorvan/workflow/autosettings.h"
-#include "zorvan/workflow/featureset.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanreader.h"
+#include "zorvan/workflow/autosettings.h"
+#include "zorvan/workflow/featureset.h"
 
 #include "zorvan/features/cfpfhdatasource.h"
 #include "zorvan/numerics/quantile.h"
@@ -56,7 +56,7 @@ Scans load(const std::vector<std::filesystem::path>& folders, double mmPerUnit)
     for (std::size_t k = 0; k < folders.size(); ++k) {
         const Zorvan::PosesFile truth = Zorvan::ReadPoses(folders[k] / "truth.json", mmPerUnit);
         for (const Zorvan::ScanPose& scan : truth.clusters.at(0).scans) {
-            files.push_back(Zorvan::LoadScan(folders[k] / scan.file, {mmPerUnit, {}}));
+            files.push_back(Zorvan::ReadScan(folders[k] / scan.file, {mmPerUnit, {}}));
             const auto& points = files.back().points;
             const prereg::CPointSet set(points.data(), files.back().normals.data(), points.size());
             grids.push_back(prereg::ChooseSettings(set, std::nullopt).dGrid);

@@ -1,9 +1,9 @@
 #include "benchmarks/support/scans.h"
 
+#include "tools/virtualscanner/virtualscanner.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/scans/spacing.h"
-#include "tools/zorvan/virtualscanner.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -26,8 +26,8 @@ double spacingOf(const prereg::Vectors& points)
 ScanPair readBunny(const std::filesystem::path& folder)
 {
     const Zorvan::ScanOptions options{.dMmPerUnit = 1000.0, .sensor = {}};
-    auto fix = Zorvan::LoadScan(folder / "bun000.ply", options);
-    auto flt = Zorvan::LoadScan(folder / "bun045.ply", options);
+    auto fix = Zorvan::ReadScan(folder / "bun000.ply", options);
+    auto flt = Zorvan::ReadScan(folder / "bun045.ply", options);
     const auto poses = Zorvan::ReadPoses(folder / "truth.json");
     const auto truth = poses.Find("bun000.ply").scan->pose.GetInverse(true) * poses.Find("bun045.ply").scan->pose;
     ScanPair pair{

@@ -97,7 +97,7 @@ TEST_F(AlignedViews, ComeNearTheTruthTheOtherWayRound)
 TEST_F(AlignedViews, ComeNearTheTruthWithoutFacesAndInMetres)
 {
     for (const char* name : {"view00.ply", "view01.ply"}) {
-        Zorvan::Scan scan = Zorvan::ReadScan(*folder / name);
+        Zorvan::Scan scan = Zorvan::ReadScanFile(*folder / name);
         scan.faces.clear();
         std::filesystem::create_directory(*folder / "m");
         Zorvan::WritePly(*folder / ("m/" + std::string(name)), scan, 0.001);

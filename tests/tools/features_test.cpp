@@ -1,9 +1,9 @@
 #include "workfolder.h"
 
-#include "zorvan/workflow/colourscale.h"
-#include "zorvan/workflow/featuresummary.h"
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/scans/scanwriter.h"
+#include "zorvan/workflow/colourscale.h"
+#include "zorvan/workflow/featuresummary.h"
 
 #include <gtest/gtest.h>
 
@@ -45,7 +45,7 @@ TEST(FeaturesCommand, CountsAndColoursTheSameOnAnyNumberOfThreadsAndInAnyUnit)
 {
     const WorkFolder folder;
     ASSERT_EQ(folder.Run("simulate -o . --views 1 --points 12000 --seed 4 --quiet").exitCode, 0);
-    const Zorvan::Scan scan = Zorvan::ReadScan(folder / "view00.ply");
+    const Zorvan::Scan scan = Zorvan::ReadScanFile(folder / "view00.ply");
     Zorvan::WritePly(folder / "metres.ply", scan, 0.001);
     const auto one = folder.Run("features view00.ply --quiet -o one.ply");
     ASSERT_EQ(one.exitCode, 0) << one.err;
@@ -54,7 +54,7 @@ TEST(FeaturesCommand, CountsAndColoursTheSameOnAnyNumberOfThreadsAndInAnyUnit)
     const std::size_t found = countOf("features", one.out);
     EXPECT_EQ(countOf("points read", one.out), scan.points.size());
     EXPECT_GT(found, scan.points.size() / 50);
-    const Zorvan::Scan coloured = Zorvan::ReadScan(folder / "one.ply");
+    const Zorvan::Scan coloured = Zorvan::ReadScanFile(folder / "one.ply");
     EXPECT_EQ(coloured.points.size(), tried);
     const std::vector<Rgb> colours = coloursOf(folder.Read("one.ply"));
     ASSERT_EQ(colours.size(), tried);
@@ -64,7 +64,7 @@ TEST(FeaturesCommand, CountsAndColoursTheSameOnAnyNumberOfThreadsAndInAnyUnit)
     EXPECT_EQ(folder.Read("three.ply"), folder.Read("one.ply"));
     const auto metres = folder.Run("features metres.ply --scale 1000 -o m.ply");
     EXPECT_NEAR(static_cast<double>(countOf("features", metres.out)), static_cast<double>(found), 20.0) << metres.err;
-    EXPECT_NEAR(Zorvan::ReadScan(folder / "m.ply").points[0].x, 0.001F * coloured.points[0].x, 1e-4F);
+    EXPECT_NEAR(Zorvan::ReadScanFile(folder / "m.ply").points[0].x, 0.001F * coloured.points[0].x, 1e-4F);
 }
 
 TEST(FeaturesCommand, PaintsFlatRegionsDarkCurvedOnesLightAndLonePointsGrey)
@@ -85,7 +85,7 @@ TEST(FeaturesCommand, PaintsFlatRegionsDarkCurvedOnesLightAndLonePointsGrey)
     const auto outcome = folder.Run("features parts.xyzn --grid 0.3 --settings mine.txt -o parts.ply");
     ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
     EXPECT_NE(outcome.out.find("feature grid 0.4 mm"), std::string::npos) << outcome.out;
-    const prereg::Vectors places = Zorvan::ReadScan(folder / "parts.ply").points;
+    const prereg::Vectors places = Zorvan::ReadScanFile(folder / "parts.ply").points;
     const std::vector<Rgb> colours = coloursOf(folder.Read("parts.ply"));
     ASSERT_EQ(places.size(), colours.size());
     for (std::size_t i = 0; i < places.size(); ++i) {

@@ -1,8 +1,8 @@
 #include "workfolder.h"
 
 #include "tests/support/simulatedprimitives.h"
-#include "zorvan/workflow/primitivefit.h"
 #include "zorvan/scans/scanreader.h"
+#include "zorvan/workflow/primitivefit.h"
 
 #include <gtest/gtest.h>
 
@@ -16,9 +16,9 @@ namespace {
 
 using Eigen::Vector3d;
 using Json = nlohmann::json;
+using prereg::EPrimitive;
 using support::PrimitiveScan;
 using support::ScanSetup;
-using prereg::EPrimitive;
 
 const Vector3d tilted = Vector3d(0.3, -0.5, 1.0).normalized();
 
@@ -72,12 +72,12 @@ TEST(FitPrimitive, FindsThemWhereverTheyLieWithinTheirDeviations)
                 expectProperty(sphere, "centre", place);
 
                 const auto cylinder = prereg::FitPrimitive(toSurfels(support::SimulateCylinder(setup, 5.0, 20.0), side),
-                                                          EPrimitive::Cylinder, {});
+                                                           EPrimitive::Cylinder, {});
                 ASSERT_TRUE(cylinder.IsFound());
                 expectProperty(cylinder, "radius", Eigen::VectorXd::Constant(1, 5.0));
 
                 const auto cone = prereg::FitPrimitive(toSurfels(support::SimulateCone(setup, 5.0, 20.0, 0.3), side),
-                                                      EPrimitive::Cone, {});
+                                                       EPrimitive::Cone, {});
                 ASSERT_TRUE(cone.IsFound());
                 expectProperty(cone, "half angle", Eigen::VectorXd::Constant(1, 0.3 * 57.29577951308232));
                 expectProperty(cone, "apex", place - 5.0 / std::tan(0.3) * tilted);
@@ -100,7 +100,7 @@ TEST(FitCommand, WritesTheFitAndTheScanColouredByResiduals)
     EXPECT_NEAR(json["rmse"].get<double>(), 0.02, 0.002);
     const auto end = [&](const char* name, std::size_t i) { return json[name]["value"][i].get<double>(); };
     EXPECT_NEAR(std::abs(end("upper end", 2) - end("lower end", 2)), 20.0 * tilted.z(), 0.2);
-    EXPECT_EQ(Zorvan::ReadScan(folder / "pipe_residuals.ply").points.size(), 1500U);
+    EXPECT_EQ(Zorvan::ReadScanFile(folder / "pipe_residuals.ply").points.size(), 1500U);
 
     EXPECT_EQ(folder.Run("fit cylinder pipe.xyzn --fix radius=5.5 -o fixed.json").exitCode, 0);
     const Json fixed = Json::parse(folder.Read("fixed.json"));

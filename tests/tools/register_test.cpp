@@ -3,10 +3,10 @@
 
 #include "tests/support/childprocess.h"
 #include "tools/zorvan/commands.h"
-#include "zorvan/workflow/documentfile.h"
 #include "zorvan/scans/filelock.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanreader.h"
+#include "zorvan/workflow/documentfile.h"
 #include "zorvan/workflow/session.h"
 
 #include <gtest/gtest.h>
@@ -211,7 +211,7 @@ TEST_F(RegisteredPatches, GoOnOneAfterTheOtherWhenTwoRunsShareASession)
     EXPECT_EQ(scansIn("shared/session.zdoc"), 4U);
 
     auto lock = std::make_unique<Zorvan::CFileLock>(std::filesystem::canonical(*folder / "shared") / "session.zdoc",
-                                                   Zorvan::CFileLock::WhenHeld());
+                                                    Zorvan::CFileLock::WhenHeld());
     auto third = folder->Start("third", "register view04.ply --wait" + more);
     EXPECT_TRUE(third.HasSaid("waiting for process " + std::to_string(::getpid())));
     EXPECT_EQ(scansIn("shared/session.zdoc"), 4U);

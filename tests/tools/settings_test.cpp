@@ -3,10 +3,10 @@
 
 #include "workfolder.h"
 
-#include "zorvan/workflow/documenttext.h"
 #include "tools/zorvan/flagstore.h"
-#include "zorvan/scans/inputerror.h"
 #include "tools/zorvan/options.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/workflow/documenttext.h"
 #include "zorvan/workflow/settingwords.h"
 
 #include "tests/support/commalocale.h"
@@ -77,7 +77,8 @@ TEST(SettingsText, ChangesWhatItNamesOnly)
     expected.icpConfig.uiNumSamples = 9;
     EXPECT_EQ(prereg::WithSettings(prereg::AllSettingsForGrid(0.2), settings), expected);
     EXPECT_EQ(prereg::WithSettings(expected, prereg::ReadSettingsText("{}", "text")), expected);
-    EXPECT_DOUBLE_EQ(prereg::AllSettingsForGrid(0.6).dFeatureRadius, 2 * prereg::AllSettingsForGrid(0.3).dFeatureRadius);
+    EXPECT_DOUBLE_EQ(prereg::AllSettingsForGrid(0.6).dFeatureRadius,
+                     2 * prereg::AllSettingsForGrid(0.3).dFeatureRadius);
 }
 
 TEST(SettingsText, IsRefusedWithPlaceAndReason)

@@ -1,9 +1,9 @@
 #include "commands.h"
 #include "gpu.h"
+#include "interruption.h"
 #include "options.h"
 #include "progress.h"
 
-#include "zorvan/core/cpointset.h"
 #include "zorvan/scans/atomicfile.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/outputcheck.h"
@@ -11,23 +11,17 @@
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/scans/showntext.h"
 #include "zorvan/scans/textnumber.h"
-#include "zorvan/workflow/autosettings.h"
-#include "zorvan/workflow/pairsearch.h"
-#include "zorvan/workflow/settingsfile.h"
+#include "zorvan/workflow/align.h"
 
 #include <cmath>
 #include <filesystem>
 #include <iostream>
-#include <limits>
 #include <memory>
-#include <random>
 #include <string>
 
 namespace tools {
 
 namespace {
-
-constexpr unsigned uiSeed = 47110815; // the same scans always give the same pose
 
 struct AlignOptions
 {
@@ -48,7 +42,7 @@ void checkCall(const AlignOptions& options)
 {
     if (nameOf(options.fix) == nameOf(options.flt))
         throw Zorvan::CInputError("both scans are named " + nameOf(options.fix) +
-                          ", and poses are matched by file name; rename one of them");
+                                  ", and poses are matched by file name; rename one of them");
     if (options.output.empty()) return;
     Zorvan::RequireApart(options.output, {options.fix, options.flt, options.initial, options.settings.file});
     Zorvan::RequireWritable(options.output);
@@ -61,18 +55,16 @@ prereg::CTrafo readStartPose(const AlignOptions& options)
     const auto [flt, fltCluster] = poses.Find(options.flt);
     const auto [fix, fixCluster] = poses.Find(options.fix);
     if (flt == nullptr || !flt->pose)
-        throw Zorvan::CInputError(options.initial, "has no pose of " + nameOf(options.flt), "add one under this file name");
+        throw Zorvan::CInputError(options.initial, "has no pose of " + nameOf(options.flt),
+                                  "add one under this file name");
     if (fix == nullptr) return flt->pose;
     if (!fix->pose)
-        throw Zorvan::CInputError(options.initial, "has no pose of " + nameOf(options.fix), "add one, or leave the scan out");
+        throw Zorvan::CInputError(options.initial, "has no pose of " + nameOf(options.fix),
+                                  "add one, or leave the scan out");
     if (fixCluster != fltCluster)
-        throw Zorvan::CInputError(options.initial, "has the two scans in different clusters", "put them into one frame");
+        throw Zorvan::CInputError(options.initial, "has the two scans in different clusters",
+                                  "put them into one frame");
     return fix->pose.GetInverse(true) * flt->pose;
-}
-
-prereg::CPointSet toPointSet(const Zorvan::SurfelScan& scan)
-{
-    return {scan.points.data(), scan.normals.data(), scan.points.size()};
 }
 
 std::string length(double mm, const AlignOptions& options)
@@ -80,78 +72,37 @@ std::string length(double mm, const AlignOptions& options)
     return Zorvan::ToText(mm / options.files.dMmPerUnit) + " " + Zorvan::UnitName(options.files.dMmPerUnit);
 }
 
-/// A pair of scans, ready, with the settings that suit them.
+/// Both scans, ready.
 struct Pair
 {
     Zorvan::SurfelScan fix;
     Zorvan::SurfelScan flt;
-    prereg::ConfigurationFPFH config;
-    std::string words; ///< about the settings
 };
 
-Pair load(const AlignOptions& options)
+Pair read(const AlignOptions& options, const Zorvan::Hooks& hooks)
 {
-    const bson::object set = options.settings.Read(options.general.isQuiet);
-    CProgress progress("reading", 2, options.general.isQuiet);
     const Zorvan::ScanOptions scanOptions = options.files.ToScanOptions();
-    Pair pair{Zorvan::LoadScan(options.fix, scanOptions), {}, {}, {}};
-    progress.Step();
-    pair.flt = Zorvan::LoadScan(options.flt, scanOptions);
-    progress.Finish();
-    const prereg::AutoSettings chosen = prereg::ChooseSettings(toPointSet(pair.fix), options.files.ToGrid());
-    pair.config = prereg::WithSettings(prereg::AllSettingsForGrid(chosen.dGrid), set);
-
-    const bool hasStart = !options.initial.empty();
-    const prereg::ConfigurationICP judge = hasStart ? pair.config.icpConfig : prereg::SettingsForRefinement(pair.config);
-    pair.words = "grid " + length(chosen.dGrid, options) + ": " + chosen.reason + "; RMSE accepted up to " +
-                 length(judge.dMaxRMSE, options);
+    hooks.Start("reading", 2);
+    Pair pair{Zorvan::ReadScan(options.fix, scanOptions), {}};
+    hooks.Advance();
+    pair.flt = Zorvan::ReadScan(options.flt, scanOptions);
+    hooks.Finish();
     return pair;
 }
 
-/// From the start pose that the user gives.
-prereg::PairSearchResult refineFrom(const prereg::CTrafo& start, const Pair& pair)
+prereg::AlignResult run(const AlignOptions& options, const Pair& pair, const prereg::CTrafo& start,
+                        const bson::object& settings, CProgress& progress)
 {
-    const prereg::CPointSet fix = toPointSet(pair.fix);
-    std::mt19937 rng(uiSeed);
-    prereg::PairSearchResult result;
-    result.candidates.push_back(
-        {{}, fix.ComputeICPRegistration(pair.config.icpConfig, rng, toPointSet(pair.flt), start, nullptr, false)});
-    return result;
-}
-
-prereg::PairSearchResult search(const AlignOptions& options, const Pair& pair)
-{
-    return prereg::SearchPair(pair.fix, pair.flt, pair.config,
-                      {options.files.dMmPerUnit, options.general.uiNumThreads,
-                       options.gpu.MakeContext(options.general.isQuiet), options.isAll, options.general.isQuiet});
-}
-
-// What a run that ended early did not reach is marked by -1; here it becomes NaN, and null in the file.
-Zorvan::RegistrationSummary summarize(const prereg::ICPResult& result)
-{
-    const auto known = [](float value) { return value < 0.0F ? std::numeric_limits<double>::quiet_NaN() : value; };
-    const double slip = result.vStop_StdDev.x < 0.0F ? std::numeric_limits<double>::quiet_NaN() : result.GetStdDev();
-    return {result.eICPResult, result.ToString(true), result.GetError(), known(result.GetOverlapRatio()), slip};
-}
-
-Zorvan::PosesFile toPoses(const AlignOptions& options, const prereg::PairSearchResult& found)
-{
-    const auto entry = [](const std::string& file) {
-        return Zorvan::ScanPose{nameOf(file), std::filesystem::path(file).stem().string(), {}, {}};
-    };
-    const auto withResult = [&](const prereg::ICPResult& result) {
-        Zorvan::ScanPose flt = entry(options.flt);
-        flt.pose = result.GetTrafo();
-        flt.result = summarize(result);
-        return flt;
-    };
-    const Zorvan::ScanPose fix = entry(options.fix);
-    Zorvan::ScanPose flt = withResult(found.Best());
-    if (!found.Best()) flt.pose = prereg::CTrafo::Invalid();
-    Zorvan::PosesFile poses{options.files.dMmPerUnit, {{fix.id, true, {fix, flt}}}};
-    if (!options.isAll) return poses;
-    for (const prereg::PairCandidate& candidate : found.candidates) poses.candidates.push_back(withResult(candidate.refined));
-    return poses;
+    prereg::AlignOptions how;
+    how.start = start;
+    how.dGrid = options.files.ToGrid();
+    how.settings = settings;
+    how.isAll = options.isAll;
+    how.uiNumTasks = options.general.uiNumThreads;
+    if (!start) how.gpu = options.gpu.MakeContext(options.general.isQuiet);
+    how.dMmPerUnit = options.files.dMmPerUnit;
+    const CInterruption interruption;
+    return prereg::Align(pair.fix, pair.flt, how, progress.Hooks(interruption));
 }
 
 void printPose(const prereg::CTrafo& pose, double mmPerUnit)
@@ -168,7 +119,7 @@ void printPose(const prereg::CTrafo& pose, double mmPerUnit)
 // The library's text of a success only says the RMSE again, and in millimetres.
 void printVerdict(const AlignOptions& options, const prereg::ICPResult& result)
 {
-    const Zorvan::RegistrationSummary summary = summarize(result);
+    const Zorvan::RegistrationSummary summary = prereg::Summarize(result);
     std::cout << Zorvan::ToShown(nameOf(options.flt)) << (result ? " is aligned to " : " is NOT aligned to ")
               << Zorvan::ToShown(nameOf(options.fix));
     if (!result) std::cout << ", " << summary.text;
@@ -186,12 +137,18 @@ int align(AlignOptions options)
     options.general.Apply();
     checkCall(options);
     const prereg::CTrafo start = hasStart ? readStartPose(options) : prereg::CTrafo::Invalid();
-    const Pair pair = load(options);
-    const prereg::PairSearchResult found = hasStart ? refineFrom(start, pair) : search(options, pair);
+    const bson::object settings = options.settings.Read(options.general.isQuiet);
+    CProgress progress(options.general.isQuiet);
+    const Pair pair = read(options, progress.Hooks());
+    const prereg::AlignResult found = run(options, pair, start, settings, progress);
     const prereg::ICPResult result = found.Best();
-    for (const std::string& words : {pair.fix.Warning(), pair.flt.Warning(), pair.words, found.words, found.times})
+    const std::string stopped = found.isStopped ? "stopped; this is what was found so far: " : "";
+    for (const std::string& words :
+         {pair.fix.Warning(), pair.flt.Warning(), found.settingsWords, stopped + found.searchWords, found.times})
         Tell(words, options.general.isQuiet);
-    if (!options.output.empty()) Zorvan::WritePoses(options.output, toPoses(options, found));
+    if (!options.output.empty())
+        Zorvan::WritePoses(options.output,
+                           prereg::ToPoses(found, pair.fix, pair.flt, options.files.dMmPerUnit, options.isAll));
     printVerdict(options, result);
     if (result && options.output.empty()) printPose(result.GetTrafo(), options.files.dMmPerUnit);
     return result ? Done : NotEveryScan;

@@ -70,7 +70,7 @@ void requireConvertible(const COBJParser& parser, const std::filesystem::path& f
     if (!isFinite) throw Zorvan::CInputError(file, "holds coordinates that are not finite", "mend the mesh");
     if (usedMaterials(parser).size() > uiMostMaterials)
         throw Zorvan::CInputError(file, "uses more than " + std::to_string(uiMostMaterials) + " materials",
-                          "join some: each becomes files of its own");
+                                  "join some: each becomes files of its own");
 }
 
 /// What the texture of a material shows; nothing, with a word, when it cannot be read.
@@ -147,7 +147,7 @@ private:
     {
         if (!writer.Write())
             throw Zorvan::CInputError(m_options.folder / (baseName + ".obj"), "cannot be written",
-                              "check the folder and the disk");
+                                      "check the folder and the disk");
     }
 
     const ConvertOptions& m_options;
@@ -192,7 +192,7 @@ int convert(const ConvertOptions& options)
     Zorvan::MakeFolder(options.folder);
     if (std::filesystem::equivalent(folder, options.folder))
         throw Zorvan::CInputError(options.folder, "the input is there",
-                          "give another folder, so that nothing of it is replaced");
+                                  "give another folder, so that nothing of it is replaced");
     return convertParts(options, parser) ? Done : NotEveryScan;
 }
 

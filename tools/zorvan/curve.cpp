@@ -53,9 +53,9 @@ Curves readCurves(const std::filesystem::path& file)
     try {
         parser.Parse();
     } catch (const AStreamParser::CParseError& error) {
-        throw Zorvan::CInputError(file,
-                          "line " + std::to_string(error.GetLine()) + ": " + AStreamParser::Convert(error.GetMessage()),
-                          "correct the text; zorvan curve --help shows an example");
+        throw Zorvan::CInputError(
+            file, "line " + std::to_string(error.GetLine()) + ": " + AStreamParser::Convert(error.GetMessage()),
+            "correct the text; zorvan curve --help shows an example");
     }
     const auto rgb = parser.GetRGBTransferCurve();
     return {{rgb[0], rgb[1], rgb[2]}, parser.GetValueTransferCurve(), parser.GetAlphaTransferCurve()};

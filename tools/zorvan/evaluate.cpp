@@ -70,7 +70,8 @@ void printSummary(const Zorvan::PoseErrors& errors)
 int evaluate(const EvaluateOptions& options)
 {
     options.general.Apply();
-    const Zorvan::PoseErrors errors = Zorvan::ComparePoses(Zorvan::ReadPoses(options.poses), Zorvan::ReadPoses(options.truth));
+    const Zorvan::PoseErrors errors =
+        Zorvan::ComparePoses(Zorvan::ReadPoses(options.poses), Zorvan::ReadPoses(options.truth));
     if (errors.scans.empty()) throw Zorvan::CInputError(options.truth, "holds no pose", "give the true poses");
     if (!options.general.isQuiet) printTable(errors);
     printSummary(errors);

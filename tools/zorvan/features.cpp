@@ -65,10 +65,12 @@ struct Features
 
 void checkCall(const FeaturesOptions& options)
 {
-    if (!Zorvan::GetCpuFeatures().bAvx) throw Zorvan::CInputError("features need a processor with AVX; use another machine");
+    if (!Zorvan::GetCpuFeatures().bAvx)
+        throw Zorvan::CInputError("features need a processor with AVX; use another machine");
     if (options.output.empty()) return;
     if (std::filesystem::path(options.output).extension() != ".ply")
-        throw Zorvan::CInputError(options.output, "coloured points are written as PLY", "give a name that ends in .ply");
+        throw Zorvan::CInputError(options.output, "coloured points are written as PLY",
+                                  "give a name that ends in .ply");
     Zorvan::RequireApart(options.output, {options.scan, options.settings.file});
     Zorvan::RequireWritable(options.output);
 }
@@ -97,16 +99,19 @@ Features compute(const FeaturesOptions& options)
 {
     const bson::object set = options.settings.Read(options.general.isQuiet);
     const prereg::GpuContext gpu = options.gpu.MakeContext(options.general.isQuiet);
-    CProgress progress("computing features", 3, options.general.isQuiet);
-    const Zorvan::SurfelScan scan = Zorvan::LoadScan(options.scan, options.files.ToScanOptions());
-    progress.Step();
+    CProgress progress(options.general.isQuiet);
+    const Zorvan::Hooks hooks = progress.Hooks();
+    hooks.Start("computing features", 3);
+    const Zorvan::SurfelScan scan = Zorvan::ReadScan(options.scan, options.files.ToScanOptions());
+    hooks.Advance();
     const prereg::CPointSet points(scan.points.data(), scan.normals.data(), scan.points.size());
     const prereg::AutoSettings settings = prereg::ChooseSettings(points, options.files.ToGrid(), "the scan");
-    Features features{scan.uiRead, scan.points.size(), prereg::WithSettings(prereg::AllSettingsForGrid(settings.dGrid), set), {}};
+    Features features{
+        scan.uiRead, scan.points.size(), prereg::WithSettings(prereg::AllSettingsForGrid(settings.dGrid), set), {}};
     prereg::CheckFeatureSizes(scan, features.config, options.files.dMmPerUnit);
-    progress.Step();
+    hooks.Advance();
     computeFrom(scan, options.general.uiNumThreads, gpu, features);
-    progress.Finish();
+    hooks.Finish();
 
     Tell(scan.Warning(), options.general.isQuiet);
     Tell("grid " + length(settings.dGrid, options) + ": " + settings.reason, options.general.isQuiet);
@@ -146,7 +151,8 @@ void printShape(const FeaturesOptions& options, const Features& features)
     std::cout << "  time             " << Zorvan::ToText(features.dSourceSeconds, 3)
               << " s for points and features (threads: " << options.general.uiNumThreads << "), "
               << Zorvan::ToText(features.dSetSeconds, 3) << " s for the point set with its trees\n\n"
-              << prereg::DescribeFeatures({first, count}, Zorvan::ToFloat(similar > 0.0 ? similar * similar : dDefaultFlat));
+              << prereg::DescribeFeatures({first, count},
+                                          Zorvan::ToFloat(similar > 0.0 ? similar * similar : dDefaultFlat));
     if (features.isTooLean) std::cout << "\nToo few points or features for a search without a start pose\n";
 }
 

@@ -65,7 +65,8 @@ std::string valueOf(const FitOptions& options, const std::string& option, const 
     if (options.primitive == "cone")
         throw Zorvan::CInputError(option + ": a cone has no radius of its own; only sphere and cylinder take one");
     if (text.compare(0, name.size(), name) != 0)
-        throw Zorvan::CInputError(option + ": \"" + text + "\" does not begin with radius=, the one thing that can be given");
+        throw Zorvan::CInputError(option + ": \"" + text +
+                                  "\" does not begin with radius=, the one thing that can be given");
     return text.substr(name.size());
 }
 
@@ -76,10 +77,12 @@ prereg::RadiusLimits limitsOf(const FitOptions& options)
         const std::string value = valueOf(options, "--bound", text);
         const std::size_t colon = value.find(':');
         if (colon == std::string::npos)
-            throw Zorvan::CInputError("--bound: \"" + text + "\" is not two lengths with a colon between, as radius=2:3");
+            throw Zorvan::CInputError("--bound: \"" + text +
+                                      "\" is not two lengths with a colon between, as radius=2:3");
         limits.dLow = parseLength("--bound", value.substr(0, colon), options.files.dMmPerUnit);
         limits.dHigh = parseLength("--bound", value.substr(colon + 1), options.files.dMmPerUnit);
-        if (!(limits.dLow < limits.dHigh)) throw Zorvan::CInputError("--bound: the first length must be the smaller one");
+        if (!(limits.dLow < limits.dHigh))
+            throw Zorvan::CInputError("--bound: the first length must be the smaller one");
     }
     for (const std::string& text : options.fixed) {
         limits.dLow = parseLength("--fix", valueOf(options, "--fix", text), options.files.dMmPerUnit);
@@ -171,7 +174,7 @@ int fitScan(const FitOptions& options)
     options.general.Apply();
     const prereg::RadiusLimits limits = limitsOf(options);
     checkOutput(options);
-    const Zorvan::SurfelScan scan = Zorvan::LoadScan(options.scan, options.files.ToScanOptions());
+    const Zorvan::SurfelScan scan = Zorvan::ReadScan(options.scan, options.files.ToScanOptions());
     Tell(scan.Warning(), options.general.isQuiet);
     const prereg::PrimitiveFit fit = prereg::FitPrimitive(scan, primitiveOf(options.primitive), limits);
     if (!fit.IsFound()) return refuse(options, fit);

@@ -83,8 +83,9 @@ void tellHold(const FlagsOptions& options, bool isHeldByOthers)
 {
     std::string text = "set " + placeOf(options);
     if (options.dHold > 0.0)
-        text += options.dHold > std::numeric_limits<double>::max() ? "; it is held until Ctrl-C"
-                                                                   : "; it is held for " + Zorvan::ToText(options.dHold) + " s";
+        text += options.dHold > std::numeric_limits<double>::max()
+                    ? "; it is held until Ctrl-C"
+                    : "; it is held for " + Zorvan::ToText(options.dHold) + " s";
     else if (isHeldByOthers)
         text += "; it stays while another process holds the store";
     else
@@ -141,7 +142,8 @@ int listFlags(const FlagsOptions& options)
 {
     options.general.Apply();
     if (!IsStoreHeld(options.store))
-        Tell("no process holds the store " + prereg::ToPrintable(options.store) + ", so it is empty", options.general.isQuiet);
+        Tell("no process holds the store " + prereg::ToPrintable(options.store) + ", so it is empty",
+             options.general.isQuiet);
     std::cout << prereg::ToPrintable(readAll(options)) << '\n';
     return Done;
 }

@@ -27,13 +27,14 @@ Zorvan::CSharedFlags OpenStore(const std::string& store, const std::function<boo
     Zorvan::CSharedFlags flags(bson::convert(store), uiCapacity, isAborted);
     if (!flags)
         throw Zorvan::CInputError("the flag store \"" + store +
-                          "\" cannot be opened; give --store a name of 1 to 200 letters " +
-                          "a-z (others take more room), and check that there is shared memory to write to");
+                                  "\" cannot be opened; give --store a name of 1 to 200 letters " +
+                                  "a-z (others take more room), and check that there is shared memory to write to");
     // Reading takes the time and memory of the whole block.
     const std::uint64_t size = Zorvan::CSharedMemory::Open(bson::convert(store), uiCapacity).MappedSize();
     if (size > uiCapacity)
-        throw Zorvan::CInputError("the flag store \"" + store + "\" has " + std::to_string(size) + " bytes, more than the " +
-                          std::to_string(uiCapacity) + " of ours: another program made it; give --store another name");
+        throw Zorvan::CInputError("the flag store \"" + store + "\" has " + std::to_string(size) +
+                                  " bytes, more than the " + std::to_string(uiCapacity) +
+                                  " of ours: another program made it; give --store another name");
     return flags;
 }
 
@@ -42,14 +43,15 @@ bson::object ReadStoredSettings(const std::string& store)
     if (store.empty() || !IsStoreHeld(store)) return {};
     try {
         bson::object settings = OpenStore(store).Get(sSettingsFlag).children();
-        const std::string why = prereg::WhatIsWrongWith(prereg::WithSettings({}, settings)); // throws for values that are no settings
+        const std::string why =
+            prereg::WhatIsWrongWith(prereg::WithSettings({}, settings)); // throws for values that are no settings
         if (!why.empty()) throw std::range_error(why);
         return settings;
     } catch (const Zorvan::CInputError&) {
         throw;
     } catch (const std::exception& error) {
         throw Zorvan::CInputError(std::string(sSettingsFlag) + " in the flag store " + store + ": " + error.what() +
-                          "; set it anew with zorvan flags set, or give --store another name");
+                                  "; set it anew with zorvan flags set, or give --store another name");
     }
 }
 

@@ -97,7 +97,7 @@ std::vector<double> ParseNumbers(const std::string& option, const std::string& t
     }
     if (numbers.size() != count || !rest.empty())
         throw Zorvan::CInputError(option + ": \"" + text + "\" is not " + std::to_string(count) +
-                          (count == 1 ? " number" : " numbers with commas between"));
+                                  (count == 1 ? " number" : " numbers with commas between"));
     return numbers;
 }
 

@@ -70,8 +70,8 @@ void printTable(const std::vector<CPixelPolygon>& regions)
         const auto [x, y] = regions[i].GetCenterOfGravity();
         std::cout << std::setw(6) << i + 1 << std::setw(11) << regions[i].GetArea() << std::setw(12)
                   << Zorvan::ToText(static_cast<double>(regions[i].GetPerimeter()), 6) << std::setw(11)
-                  << Zorvan::ToText(static_cast<double>(regions[i].GetRoundness()), 4) << "    " << Zorvan::ToText(x, 6) << ' '
-                  << Zorvan::ToText(y, 6) << '\n';
+                  << Zorvan::ToText(static_cast<double>(regions[i].GetRoundness()), 4) << "    " << Zorvan::ToText(x, 6)
+                  << ' ' << Zorvan::ToText(y, 6) << '\n';
     }
 }
 
@@ -88,7 +88,8 @@ int outline(const OutlineOptions& options)
              false);
         return NotEveryScan;
     }
-    Zorvan::WriteFileAtomically(options.output, DrawOutlines(regions, picture.uiWidth, picture.uiHeight, options.uiDilation));
+    Zorvan::WriteFileAtomically(options.output,
+                                DrawOutlines(regions, picture.uiWidth, picture.uiHeight, options.uiDilation));
     if (!options.general.isQuiet) printTable(regions);
     return Done;
 }

@@ -16,7 +16,10 @@ using Zorvan::ChainedPixel;
 using Zorvan::CPixelPolygon;
 
 /// Neighbouring regions differ most when the hue turns by the golden angle.
-std::string hueOf(std::size_t number) { return Zorvan::ToText(std::fmod(137.508 * static_cast<double>(number), 360.0), 4); }
+std::string hueOf(std::size_t number)
+{
+    return Zorvan::ToText(std::fmod(137.508 * static_cast<double>(number), 360.0), 4);
+}
 
 /// The parts one after another.
 std::string joined(std::initializer_list<std::string_view> parts)
@@ -30,7 +33,8 @@ std::string joined(std::initializer_list<std::string_view> parts)
 std::string pathOf(const CPixelPolygon& region)
 {
     const std::vector<ChainedPixel>& chain = *region.getPixelChainPtr();
-    std::string path = joined({"M", Zorvan::ToText(chain.back().x + 0.5, 10), " ", Zorvan::ToText(chain.back().y + 0.5, 10)});
+    std::string path =
+        joined({"M", Zorvan::ToText(chain.back().x + 0.5, 10), " ", Zorvan::ToText(chain.back().y + 0.5, 10)});
     int lineX = 0;
     int lineY = 0;
     const auto finishLine = [&] {

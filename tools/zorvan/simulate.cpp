@@ -1,7 +1,7 @@
 #include "commands.h"
 #include "options.h"
 #include "progress.h"
-#include "virtualscanner.h"
+#include "tools/virtualscanner/virtualscanner.h"
 
 #include "zorvan/scans/atomicfile.h"
 #include "zorvan/scans/filelock.h"
@@ -56,18 +56,21 @@ void checkNoise(double noise)
     if (!(noise >= 0.0) || !(noise <= 10.0)) throw Zorvan::CInputError("--noise must be between 0 and 10 millimetres");
 }
 
-std::size_t writeViews(const SimulateOptions& options, const CVirtualScanner& scanner, const Zorvan::CStagingFolder& staging)
+std::size_t writeViews(const SimulateOptions& options, const CVirtualScanner& scanner,
+                       const Zorvan::CStagingFolder& staging)
 {
     std::size_t points = 0;
-    CProgress progress("scanning", scanner.GetSettings().uiNumViews, options.general.isQuiet);
+    CProgress progress(options.general.isQuiet);
+    const Zorvan::Hooks hooks = progress.Hooks();
+    hooks.Start("scanning", scanner.GetSettings().uiNumViews);
     for (unsigned view = 0; view < scanner.GetSettings().uiNumViews; ++view) {
         Zorvan::Scan scan = scanner.Render(view).scan;
         points += scan.points.size();
         scan.normals.clear(); // as from a scanner: readers take them from the faces
         Zorvan::WritePly(staging / (nameOf(view) + ".ply"), scan);
-        progress.Step();
+        hooks.Advance();
     }
-    progress.Finish();
+    hooks.Finish();
     return points;
 }
 
@@ -79,7 +82,8 @@ int simulate(const SimulateOptions& options)
     Zorvan::MakeFolder(options.folder);
     Zorvan::RequireWritable(options.folder / "truth.json");
     const Zorvan::CFileLock lock(options.folder / "truth.json", [&](const std::string& holder) {
-        throw Zorvan::CInputError(options.folder, "in use by " + holder, "wait until it has ended, or give another folder");
+        throw Zorvan::CInputError(options.folder, "in use by " + holder,
+                                  "wait until it has ended, or give another folder");
     });
 
     VirtualScannerSettings settings = options.scanner;
@@ -93,11 +97,12 @@ int simulate(const SimulateOptions& options)
     const Zorvan::Vector3 middle = scanner.GetPose(0).GetInverse(true) * Zorvan::Vector3(0, 0, 0);
     Zorvan::WritePoses(staging / "truth.json", toFile(truth, "truth"));
     Zorvan::WritePoses(staging / "rough.json",
-               toFile(DisturbPoses(truth, middle, rough[0], rough[1], settings.uiSeed), "rough"));
+                       toFile(DisturbPoses(truth, middle, rough[0], rough[1], settings.uiSeed), "rough"));
     staging.Publish();
     std::cout << settings.uiNumViews << " scans with " << points
-              << " points, truth.json and rough.json (start poses off by " << Zorvan::ToText(rough[0]) << " degrees and "
-              << Zorvan::ToText(rough[1]) << " mm) are in " << Zorvan::ToShown(options.folder.string()) << '\n';
+              << " points, truth.json and rough.json (start poses off by " << Zorvan::ToText(rough[0])
+              << " degrees and " << Zorvan::ToText(rough[1]) << " mm) are in "
+              << Zorvan::ToShown(options.folder.string()) << '\n';
     return Done;
 }
 

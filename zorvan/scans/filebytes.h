@@ -1,5 +1,7 @@
 #pragma once
 
+#include "zorvan/scans/export.h"
+
 #include <cstddef>
 #include <filesystem>
 #include <memory>
@@ -9,7 +11,7 @@ namespace Zorvan {
 
 /// The whole file as bytes.
 /// @throws CInputError when the file is missing, no regular file, empty or unreadable
-[[nodiscard]] std::string ReadFileBytes(const std::filesystem::path& file);
+[[nodiscard]] ZORVAN_SCANS_API std::string ReadFileBytes(const std::filesystem::path& file);
 
 struct SharedBytes
 {
@@ -17,6 +19,6 @@ struct SharedBytes
     std::size_t size;
 };
 /// The same for large files.
-[[nodiscard]] SharedBytes ReadFileShared(const std::filesystem::path& file);
+[[nodiscard]] ZORVAN_SCANS_API SharedBytes ReadFileShared(const std::filesystem::path& file);
 
 } // namespace Zorvan

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "zorvan/scans/export.h"
+
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -10,7 +12,7 @@ namespace Zorvan {
 /// the lock lies on FILE.lock beside it, which goes with the lock. It ends with its process, also when that is killed.
 ///
 ///     const CFileLock lock(folder / "session.zdoc", [](const std::string& holder) { throw CBusy(holder); });
-class CFileLock
+class ZORVAN_SCANS_API CFileLock
 {
 public:
     /// Called when somebody else has the lock, with words for who that is; when it returns, the lock is waited for.
@@ -30,6 +32,6 @@ private:
 };
 
 /// Whether the open file or folder is still what the path leads to; another process may have removed or replaced it.
-[[nodiscard]] bool HasName(int descriptor, const std::filesystem::path& path);
+[[nodiscard]] ZORVAN_SCANS_API bool HasName(int descriptor, const std::filesystem::path& path);
 
 } // namespace Zorvan

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "zorvan/scans/export.h"
+
 #include <filesystem>
 #include <stdexcept>
 #include <string>
@@ -8,7 +10,7 @@ namespace Zorvan {
 
 /// A wrong call or unreadable input. `what()` is the one line that the user reads: which file, where, why, what to do.
 /// The program ends with exit code 2.
-class CInputError : public std::runtime_error
+class ZORVAN_SCANS_API CInputError : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;

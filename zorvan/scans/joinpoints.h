@@ -1,5 +1,6 @@
 #pragma once
 
+#include "zorvan/scans/export.h"
 #include "zorvan/scans/scan.h"
 
 #include <cstddef>
@@ -12,6 +13,6 @@ namespace Zorvan {
 ///
 /// Formats that give every corner of a face a vertex of its own need it before normals can be taken from the faces, and
 /// searches for neighbours stay fast, since none of them meets a heap of equal points.
-std::size_t JoinEqualPoints(Scan& scan);
+ZORVAN_SCANS_API std::size_t JoinEqualPoints(Scan& scan);
 
 } // namespace Zorvan

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "zorvan/scans/export.h"
 #include "zorvan/scans/scan.h"
 
 #include <filesystem>
@@ -10,6 +11,6 @@ namespace Zorvan {
 /// Reads STL (text or binary): triangles; the normals of the file are dropped, since they follow from the triangles.
 /// Every corner is a point of its own: see `JoinEqualPoints`.
 /// @throws CInputError, "truncated" for a binary file shorter than its count promises
-[[nodiscard]] Scan ReadStl(std::string_view bytes, const std::filesystem::path& file);
+[[nodiscard]] ZORVAN_SCANS_API Scan ReadStl(std::string_view bytes, const std::filesystem::path& file);
 
 } // namespace Zorvan

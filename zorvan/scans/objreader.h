@@ -1,5 +1,6 @@
 #pragma once
 
+#include "zorvan/scans/export.h"
 #include "zorvan/scans/scan.h"
 
 #include <filesystem>
@@ -11,6 +12,6 @@ namespace Zorvan {
 /// alone when there are no faces. Materials are not looked for. Corners of faces are points of their own: see
 /// `JoinEqualPoints`.
 /// @throws CInputError
-[[nodiscard]] Scan ReadObj(std::string_view bytes, const std::filesystem::path& file);
+[[nodiscard]] ZORVAN_SCANS_API Scan ReadObj(std::string_view bytes, const std::filesystem::path& file);
 
 } // namespace Zorvan

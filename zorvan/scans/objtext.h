@@ -1,6 +1,7 @@
 #pragma once
 
 #include "zorvan/exchange/cobjparser.h"
+#include "zorvan/scans/export.h"
 
 #include <cstddef>
 #include <filesystem>
@@ -12,7 +13,7 @@
 namespace Zorvan {
 
 /// The text of an OBJ file, line by line, so that it is known where a parser stopped.
-class CObjText : private std::wstreambuf, public std::wistream
+class ZORVAN_SCANS_API CObjText : private std::wstreambuf, public std::wistream
 {
 public:
     enum class EMaterials

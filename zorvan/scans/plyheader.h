@@ -1,5 +1,7 @@
 #pragma once
 
+#include "zorvan/scans/export.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -29,7 +31,7 @@ enum class EPlyType
 };
 
 /// Bytes of one value in the binary formats.
-[[nodiscard]] std::size_t SizeOf(EPlyType type);
+[[nodiscard]] ZORVAN_SCANS_API std::size_t SizeOf(EPlyType type);
 
 struct PlyProperty
 {
@@ -39,7 +41,7 @@ struct PlyProperty
     EPlyType countType = EPlyType::UInt8; ///< of the length of a list, a whole-number type
 };
 
-struct PlyElement
+struct ZORVAN_SCANS_API PlyElement
 {
     std::string name;
     std::uint64_t count = 0; ///< at most 2^31 - 1
@@ -68,6 +70,6 @@ struct PlyHeader
 
 /// @param bytes  the whole file
 /// @throws CInputError naming the header's line, or "truncated" when the body is too short for the counts
-[[nodiscard]] PlyHeader ReadPlyHeader(std::string_view bytes, const std::filesystem::path& file);
+[[nodiscard]] ZORVAN_SCANS_API PlyHeader ReadPlyHeader(std::string_view bytes, const std::filesystem::path& file);
 
 } // namespace Zorvan

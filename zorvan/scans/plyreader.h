@@ -1,5 +1,6 @@
 #pragma once
 
+#include "zorvan/scans/export.h"
 #include "zorvan/scans/scan.h"
 
 #include <filesystem>
@@ -15,6 +16,6 @@ namespace Zorvan {
 ///
 /// @param bytes  the whole file
 /// @throws CInputError naming the line (text) or byte (binary), and never allocates more than a few times the file
-[[nodiscard]] Scan ReadPly(std::string_view bytes, const std::filesystem::path& file);
+[[nodiscard]] ZORVAN_SCANS_API Scan ReadPly(std::string_view bytes, const std::filesystem::path& file);
 
 } // namespace Zorvan

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "zorvan/scans/export.h"
 #include "zorvan/scans/posesfile.h"
 
 #include <string>
@@ -41,6 +42,6 @@ struct PoseErrors
 /// compared with the same relative pose of the truth. The angle is that of the rotation between the two, the shift the
 /// distance between their translations. Poses of scans that the truth does not know are passed over. A scan alone in
 /// its cluster found no place, unless it is alone in the truth too.
-[[nodiscard]] PoseErrors ComparePoses(const PosesFile& poses, const PosesFile& truth);
+[[nodiscard]] ZORVAN_SCANS_API PoseErrors ComparePoses(const PosesFile& poses, const PosesFile& truth);
 
 } // namespace Zorvan

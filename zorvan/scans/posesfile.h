@@ -1,6 +1,7 @@
 #pragma once
 
 #include "zorvan/core/ctrafo.h"
+#include "zorvan/scans/export.h"
 
 #include <filesystem>
 #include <optional>
@@ -35,7 +36,7 @@ struct PoseCluster
 };
 
 /// What POSES.json and truth.json hold. Everything in memory is in millimetres; `dMmPerUnit` is the unit in the file.
-struct PosesFile
+struct ZORVAN_SCANS_API PosesFile
 {
     double dMmPerUnit = 1.0;
     std::vector<PoseCluster> clusters;
@@ -52,13 +53,13 @@ struct PosesFile
 };
 
 /// Short name of a unit: "mm", "cm", "m", or "unit" for any other length.
-[[nodiscard]] std::string UnitName(double dMmPerUnit);
+[[nodiscard]] ZORVAN_SCANS_API std::string UnitName(double dMmPerUnit);
 
 /// @param dDefaultMmPerUnit  for a file that tells neither "mm_per_unit" nor "unit"
 /// @throws CInputError: no JSON, not this form, a pose that is no rotation within 1e-3, a file name that appears twice
-[[nodiscard]] PosesFile ReadPoses(const std::filesystem::path& file, double dDefaultMmPerUnit = 1.0);
+[[nodiscard]] ZORVAN_SCANS_API PosesFile ReadPoses(const std::filesystem::path& file, double dDefaultMmPerUnit = 1.0);
 
 /// Writes whole or not at all; numbers with nine digits, which is all that a float has. @throws CInputError
-void WritePoses(const std::filesystem::path& file, const PosesFile& poses);
+ZORVAN_SCANS_API void WritePoses(const std::filesystem::path& file, const PosesFile& poses);
 
 } // namespace Zorvan

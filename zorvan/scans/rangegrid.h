@@ -1,5 +1,6 @@
 #pragma once
 
+#include "zorvan/scans/export.h"
 #include "zorvan/scans/scan.h"
 
 #include <cstddef>
@@ -19,6 +20,7 @@ struct RangeGrid
 /// Triangles between neighbouring cells: two where all four corners of a square are there (cut along its shorter
 /// diagonal), one where three are. A triangle with an edge more than 8 times as long as the median edge is left out: it
 /// bridges a step between two surfaces. Counter-clockwise for columns to the right and rows upwards.
-[[nodiscard]] std::vector<Face> FacesFromRangeGrid(const prereg::Vectors& points, const RangeGrid& grid);
+[[nodiscard]] ZORVAN_SCANS_API std::vector<Face> FacesFromRangeGrid(const prereg::Vectors& points,
+                                                                    const RangeGrid& grid);
 
 } // namespace Zorvan

@@ -95,7 +95,7 @@ void requirePoints(const SurfelScan& surfels, const Scan& scan, const std::strin
 
 } // namespace
 
-Scan ReadScan(const std::filesystem::path& file)
+Scan ReadScanFile(const std::filesystem::path& file)
 {
     const std::string bytes = ReadFileBytes(file);
     const std::string ending = lowerEnding(file);
@@ -119,9 +119,9 @@ std::string SurfelScan::Warning() const
     return text.empty() ? text : ToShown(file.string()) + ": " + text;
 }
 
-SurfelScan LoadScan(const std::filesystem::path& file, const ScanOptions& options)
+SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& options)
 {
-    Scan scan = ReadScan(file);
+    Scan scan = ReadScanFile(file);
     SurfelScan surfels;
     surfels.file = file;
     surfels.isResult = IsColouredResult(file);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "zorvan/scans/export.h"
 #include "zorvan/scans/normals.h"
 #include "zorvan/scans/scan.h"
 
@@ -9,9 +10,9 @@
 
 namespace Zorvan {
 
-/// Reads PLY, STL, OBJ, XYZ and XYZN; the ending of the name decides, in any case of letters.
+/// What the file holds: PLY, STL, OBJ, XYZ and XYZN; the ending of the name decides, in any case of letters.
 /// @throws CInputError
-[[nodiscard]] Scan ReadScan(const std::filesystem::path& file);
+[[nodiscard]] ZORVAN_SCANS_API Scan ReadScanFile(const std::filesystem::path& file);
 
 struct ScanOptions
 {
@@ -20,7 +21,7 @@ struct ScanOptions
 };
 
 /// A scan that is ready for registration: millimetres, every point finite and with a unit normal, none twice.
-struct SurfelScan
+struct ZORVAN_SCANS_API SurfelScan
 {
     std::filesystem::path file;
     prereg::Vectors points;
@@ -39,6 +40,6 @@ struct SurfelScan
 
 /// Reads a scan and makes it ready. Normals of the file are kept, at unit length; without any, see `ComputeNormals`.
 /// @throws CInputError also when fewer than 3 usable points remain
-[[nodiscard]] SurfelScan LoadScan(const std::filesystem::path& file, const ScanOptions& options);
+[[nodiscard]] ZORVAN_SCANS_API SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& options = {});
 
 } // namespace Zorvan

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "zorvan/scans/export.h"
 #include "zorvan/scans/scan.h"
 
 #include <filesystem>
@@ -12,11 +13,11 @@ namespace Zorvan {
 /// @param unitsPerMm  factor from the scan's millimetres to the unit of the file
 /// @param colours     empty, or one a point
 /// @throws CInputError when the file cannot be written
-void WritePly(const std::filesystem::path& file, const Scan& scan, double unitsPerMm = 1.0,
-              std::span<const Rgb> colours = {});
+ZORVAN_SCANS_API void WritePly(const std::filesystem::path& file, const Scan& scan, double unitsPerMm = 1.0,
+                               std::span<const Rgb> colours = {});
 
 /// Whether `WritePly` has coloured it: the merged cloud of a registration, or the features of a scan. A file that
 /// cannot be read is none.
-[[nodiscard]] bool IsColouredResult(const std::filesystem::path& file);
+[[nodiscard]] ZORVAN_SCANS_API bool IsColouredResult(const std::filesystem::path& file);
 
 } // namespace Zorvan

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "zorvan/scans/export.h"
+
 #include <filesystem>
 #include <string>
 
@@ -17,7 +19,7 @@ namespace Zorvan {
 /// by which it promises that its files are whole; whoever stages in the same folder next keeps the promise of a run
 /// that was killed between two moves. What a run left that was killed before its promise is removed. A lock that ends
 /// with its process (flock) tells the staging folders of the dead from those of the living.
-class CStagingFolder
+class ZORVAN_SCANS_API CStagingFolder
 {
 public:
     /// @throws CInputError when nothing can be written there
@@ -40,16 +42,16 @@ private:
 };
 
 /// Completes or removes what killed runs have left in the folder; whoever stages there does that too.
-void TidyStagingFolders(const std::filesystem::path& folder);
+ZORVAN_SCANS_API void TidyStagingFolders(const std::filesystem::path& folder);
 
 /// The path at which a staged file will appear, for messages.
-[[nodiscard]] std::filesystem::path PublishedPath(const std::filesystem::path& staged);
+[[nodiscard]] ZORVAN_SCANS_API std::filesystem::path PublishedPath(const std::filesystem::path& staged);
 
 /// The one line for a file, staged or not, that an error of the system keeps from being written. @throws CInputError
-[[noreturn]] void RefuseWriting(const std::filesystem::path& file, int error);
+[[noreturn]] ZORVAN_SCANS_API void RefuseWriting(const std::filesystem::path& file, int error);
 
 /// @throws CInputError when the name belongs to a folder or a device: renaming over a device would replace it, and over
 ///         a folder fail only after the work is done
-void RequireReplaceable(const std::filesystem::path& file);
+ZORVAN_SCANS_API void RequireReplaceable(const std::filesystem::path& file);
 
 } // namespace Zorvan

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "zorvan/scans/export.h"
 #include "zorvan/scans/scan.h"
 
 #include <filesystem>
@@ -11,6 +12,6 @@ namespace Zorvan {
 /// columns are passed over. Columns are separated by blanks, tabs, commas or semicolons; empty lines and lines that
 /// begin with '#' are skipped. The classic locale holds.
 /// @throws CInputError naming the line
-[[nodiscard]] Scan ReadXyz(std::string_view bytes, const std::filesystem::path& file);
+[[nodiscard]] ZORVAN_SCANS_API Scan ReadXyz(std::string_view bytes, const std::filesystem::path& file);
 
 } // namespace Zorvan

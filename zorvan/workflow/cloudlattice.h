@@ -1,6 +1,7 @@
 #pragma once
 
 #include "zorvan/core/vector.h"
+#include "zorvan/workflow/export.h"
 
 #include <array>
 #include <cstddef>
@@ -14,7 +15,7 @@ namespace prereg {
 using LatticePoint = std::array<std::uint16_t, 3>;
 
 /// The lattice that covers a box with the same step along all axes, so that distances keep their proportions.
-struct CloudLattice
+struct ZORVAN_WORKFLOW_API CloudLattice
 {
     static constexpr double dLast = 65535.0; ///< index of the last place along the longest side
 
@@ -32,6 +33,7 @@ struct CloudLattice
 /// same result.
 ///
 /// Every k-th point would leave stripes: scanners deliver their points row by row.
-[[nodiscard]] std::vector<std::uint32_t> ThinEvenly(std::span<const LatticePoint> points, std::size_t uiMax);
+[[nodiscard]] ZORVAN_WORKFLOW_API std::vector<std::uint32_t> ThinEvenly(std::span<const LatticePoint> points,
+                                                                        std::size_t uiMax);
 
 } // namespace prereg

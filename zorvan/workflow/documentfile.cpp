@@ -34,7 +34,8 @@ bson::object readStepByStep(const std::filesystem::path& file, const Zorvan::Sha
     bson::memory_input_stream in(content.bytes.get(), content.size);
     const auto damaged = [&](const std::string& how) {
         const auto at = in.rdbuf()->pubseekoff(0, std::ios_base::cur, std::ios_base::in);
-        return Zorvan::CInputError(file, "damaged: " + how + " before byte " + std::to_string(std::streamoff{at}), sAdvice);
+        return Zorvan::CInputError(file, "damaged: " + how + " before byte " + std::to_string(std::streamoff{at}),
+                                   sAdvice);
     };
     try {
         // A document that ends early gives what came before, so the stream tells whether all was read.

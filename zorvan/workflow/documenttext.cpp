@@ -179,7 +179,7 @@ std::string lines(const bson::object& document)
         const bson::element& e = innermost.begin()[next++];
         text += blanks(open.size());
         if (e.type() == bson::element::eObject) {
-            text += '"' + ToShown(e.name_string()) + "\" : {\n";
+            text += '"' + Zorvan::ToShown(e.name_string()) + "\" : {\n";
             open.emplace_back(e.as_object(), 0);
         } else {
             text += shown(e).dump();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "zorvan/documents/bson.h"
+#include "zorvan/workflow/export.h"
 
 #include <string>
 #include <vector>
@@ -25,19 +26,20 @@ struct DocumentText
 /// something else is refused too: text behind the last brace, ".5" (it would be 0), whole numbers beyond an int.
 /// @param source  what messages name, a file mostly
 /// @throws CInputError "source: line 3, column 5: why; what to do"
-[[nodiscard]] DocumentText ReadDocumentText(const std::string& handWritten, const std::string& source);
+[[nodiscard]] ZORVAN_WORKFLOW_API DocumentText ReadDocumentText(const std::string& handWritten,
+                                                                const std::string& source);
 
 /// The same for the text of a single value: "true", "2.5", "{...}", "'word'". It gets `name`.
-[[nodiscard]] bson::element ReadValueText(const std::string& text, const std::string& name);
+[[nodiscard]] ZORVAN_WORKFLOW_API bson::element ReadValueText(const std::string& text, const std::string& name);
 
 /// The one line for a fault at a place. @throws CInputError
-[[noreturn]] void RefuseAt(const std::string& source, TextPlace place, const std::string& why,
-                           const std::string& advice);
+[[noreturn]] ZORVAN_WORKFLOW_API void RefuseAt(const std::string& source, TextPlace place, const std::string& why,
+                                               const std::string& advice);
 
 /// Lines as a terminal may see them, see `ToShown`.
-[[nodiscard]] std::string ToPrintable(const std::string& text);
+[[nodiscard]] ZORVAN_WORKFLOW_API std::string ToPrintable(const std::string& text);
 /// The document as `bson::object::dump` writes it with indentation, but 8-bit integers as numbers, names and texts as
 /// `ToShown` gives them, and a document nested more than 50 deep no further to the right.
-[[nodiscard]] std::string ToPrintable(const bson::object& document);
+[[nodiscard]] ZORVAN_WORKFLOW_API std::string ToPrintable(const bson::object& document);
 
 } // namespace prereg

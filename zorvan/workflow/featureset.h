@@ -4,6 +4,7 @@
 #include "zorvan/features/cfpfhpointset.h"
 #include "zorvan/features/configurationfpfh.h"
 #include "zorvan/scans/scanreader.h"
+#include "zorvan/workflow/export.h"
 
 #include <memory>
 
@@ -15,9 +16,8 @@ using GpuContext = std::shared_ptr<CFPFHDataSource::GPUContext>;
 /// @param dMmPerUnit  for the lengths in messages
 /// @param gpu         null: the processor computes
 /// @throws CInputError when the processor cannot compute features, or the sizes make no sense for this scan
-[[nodiscard]] std::shared_ptr<const CFPFHPointSet> ComputeFeatureSet(const Zorvan::SurfelScan& scan,
-                                                                             const ConfigurationFPFH& config,
-                                                                             unsigned uiNumTasks, double dMmPerUnit,
-                                                                             const GpuContext& gpu = nullptr);
+[[nodiscard]] ZORVAN_WORKFLOW_API std::shared_ptr<const CFPFHPointSet>
+ComputeFeatureSet(const Zorvan::SurfelScan& scan, const ConfigurationFPFH& config, unsigned uiNumTasks,
+                  double dMmPerUnit, const GpuContext& gpu = nullptr);
 
 } // namespace prereg

@@ -12,7 +12,6 @@ namespace prereg {
 
 namespace {
 
-using CPointFeatureHistogram;
 using Part = std::array<double, CPointFeatureHistogram::binsPerPart>;
 
 constexpr std::size_t uiBarWidth = 40; // of a distance of 1

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "zorvan/features/cpointfeaturehistogram.h"
+#include "zorvan/workflow/export.h"
 
 #include <span>
 #include <string>
@@ -11,6 +12,7 @@ namespace prereg {
 /// and their mean histogram. UTF-8, lines up to 100 characters.
 /// @param features  at least one, all valid
 /// @param fFlat     distance from the plane's feature up to which a feature counts as flat
-[[nodiscard]] std::string DescribeFeatures(std::span<const CPointFeatureHistogram> features, float fFlat);
+[[nodiscard]] ZORVAN_WORKFLOW_API std::string DescribeFeatures(std::span<const CPointFeatureHistogram> features,
+                                                               float fFlat);
 
 } // namespace prereg

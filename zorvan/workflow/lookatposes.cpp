@@ -15,9 +15,6 @@ namespace prereg {
 
 namespace {
 
-using CClusterRegistration;
-using ConfigurationICP;
-
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr unsigned uiSeed = 47110815; // the same poses always look the same
 
@@ -91,8 +88,7 @@ void lookAtSlips(const ConfigurationICP& config, const std::vector<std::size_t>&
     std::mt19937 rng(uiSeed);
     const bool abort = false;
     const double anyZScore = std::numeric_limits<double>::infinity();
-    const auto [results, classes] =
-        ComputeICPRegistration(look, rng, sets, group, anyZScore, true, false, abort);
+    const auto [results, classes] = ComputeICPRegistration(look, rng, sets, group, anyZScore, true, false, abort);
     for (std::size_t k = 0; k < members.size(); ++k) {
         const double slip = static_cast<double>(results[k].GetStdDev());
         if (std::isfinite(slip) && results[k].vStop_StdDev.x >= 0.0F) table.scans[members[k]].dSlip = slip;

@@ -1,8 +1,5 @@
 #include "zorvan/workflow/pairsearch.h"
 
-#include "interruption.h"
-#include "progress.h"
-
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/textnumber.h"
 #include "zorvan/workflow/autosettings.h"
@@ -27,7 +24,7 @@ std::string milliseconds(Clock::duration time)
 void refuse(const Zorvan::SurfelScan& scan, const std::string& what)
 {
     throw Zorvan::CInputError(scan.file, "has " + what + ", too few for a search",
-                      "give a larger scan or a finer --grid, or a rough pose with --initial");
+                              "give a larger scan or a finer --grid, or a rough pose with --initial");
 }
 
 SetPtr computeFeatures(const Zorvan::SurfelScan& scan, const ConfigurationFPFH& config,
@@ -40,28 +37,11 @@ SetPtr computeFeatures(const Zorvan::SurfelScan& scan, const ConfigurationFPFH& 
     return set;
 }
 
-/// @return whether the user stopped it
-bool compute(CRefinedPreRegistration& search, unsigned numPolygons, bool isQuiet)
-{
-    const CInterruption interruption;
-    CProgress progress("searching", numPolygons, isQuiet);
-    std::size_t asked = 0;
-    search.Compute([&] {
-        if (++asked % 2 == 0) progress.Step(); // the search asks twice for each polygon
-        return interruption.IsRequested();
-    });
-    return interruption.IsRequested();
-}
-
 } // namespace
 
-ICPResult PairSearchResult::Best() const
-{
-    return candidates.empty() ? ICPResult() : candidates.front().refined;
-}
-
 PairSearchResult SearchPair(const Zorvan::SurfelScan& fixScan, const Zorvan::SurfelScan& fltScan,
-                            const ConfigurationFPFH& config, const PairSearchOptions& options)
+                            const ConfigurationFPFH& config, const PairSearchOptions& options,
+                            const Zorvan::Hooks& hooks)
 {
     const ConfigurationFPFH searchConfig = SettingsForSearch(config);
     const auto start = Clock::now();
@@ -70,12 +50,11 @@ PairSearchResult SearchPair(const Zorvan::SurfelScan& fixScan, const Zorvan::Sur
     const auto featuresDone = Clock::now();
     CRefinedPreRegistration search(fix, flt, searchConfig, SettingsForRefinement(config));
     if (options.isAll) search.SetEffort(std::numeric_limits<std::size_t>::max(), true);
-    const bool isStopped = compute(search, searchConfig.uiNumPolygons, options.isQuiet);
+    search.Compute(hooks);
     const std::string times = "features " + milliseconds(featuresDone - start) + ", search " +
                               milliseconds(search.GetSearchTime()) + ", refinement " +
                               milliseconds(Clock::now() - featuresDone - search.GetSearchTime());
-    return {search.GetCandidates(),
-            (isStopped ? "stopped; this is what was found so far: " : "") + search.GetStatistics().ToString(), times};
+    return {search.GetCandidates(), search.GetStatistics().ToString(), times, hooks.IsAborted()};
 }
 
 } // namespace prereg

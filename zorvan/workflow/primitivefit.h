@@ -2,6 +2,7 @@
 
 #include "zorvan/numerics/cnlssolver.h"
 #include "zorvan/scans/scanreader.h"
+#include "zorvan/workflow/export.h"
 
 #include <Eigen/Core>
 
@@ -48,6 +49,7 @@ struct PrimitiveFit
 /// they are not for an axis near the origin of the scan.
 /// @param limits  of the radius of sphere or cylinder; a cone takes none
 /// @return        not found when the normals leave the primitive open, as those of a plane do
-[[nodiscard]] PrimitiveFit FitPrimitive(const Zorvan::SurfelScan& scan, EPrimitive ePrimitive, const RadiusLimits& limits);
+[[nodiscard]] ZORVAN_WORKFLOW_API PrimitiveFit FitPrimitive(const Zorvan::SurfelScan& scan, EPrimitive ePrimitive,
+                                                            const RadiusLimits& limits);
 
 } // namespace prereg

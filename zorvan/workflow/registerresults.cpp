@@ -46,8 +46,8 @@ Zorvan::PosesFile toPoses(const RegistrationTable& table)
         Zorvan::PoseCluster cluster{first.cluster, first.isPrimary, {}};
         for (const std::size_t i : members) {
             const ScanRow& scan = table.scans[i];
-            const Zorvan::RegistrationSummary result{scan.isPlaced ? iFound : iNoPlace, scan.verdict, scan.dRmse, scan.dOverlap,
-                                             scan.dSlip};
+            const Zorvan::RegistrationSummary result{scan.isPlaced ? iFound : iNoPlace, scan.verdict, scan.dRmse,
+                                                     scan.dOverlap, scan.dSlip};
             cluster.scans.push_back({scan.file, scan.id, scan.pose, result});
         }
         poses.clusters.push_back(std::move(cluster));
@@ -73,7 +73,10 @@ void writeMerged(const std::filesystem::path& file, const CSession& session, con
     Zorvan::WritePly(file, merged, 1.0 / table.dMmPerUnit, colours);
 }
 
-std::string lengthText(double mm, double mmPerUnit) { return std::isfinite(mm) ? Zorvan::ToText(mm / mmPerUnit, 3) : "-"; }
+std::string lengthText(double mm, double mmPerUnit)
+{
+    return std::isfinite(mm) ? Zorvan::ToText(mm / mmPerUnit, 3) : "-";
+}
 
 } // namespace
 
@@ -98,7 +101,7 @@ void WriteRegistration(const std::filesystem::path& folder, const CSession& sess
     staging.Publish();
 }
 
-std::string Zorvan::ToText(const RegistrationTable& table)
+std::string ToText(const RegistrationTable& table)
 {
     const std::string unit = Zorvan::UnitName(table.dMmPerUnit);
     std::size_t width = 4;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "zorvan/workflow/export.h"
 #include "zorvan/workflow/registrationtable.h"
 #include "zorvan/workflow/session.h"
 
@@ -14,12 +15,13 @@ inline constexpr std::array<const char*, 4> resultFiles{"merged.ply", "poses.jso
 
 /// Writes them into the folder, all or none, see `CStagingFolder`; the session last, so that it never tells of more
 /// than the others show. @throws CInputError
-void WriteRegistration(const std::filesystem::path& folder, const CSession& session, const RegistrationTable& table);
+ZORVAN_WORKFLOW_API void WriteRegistration(const std::filesystem::path& folder, const CSession& session,
+                                           const RegistrationTable& table);
 
 /// A line a scan, by cluster, and one below in words; lengths in the unit of the files.
-[[nodiscard]] std::string Zorvan::ToText(const RegistrationTable& table);
+[[nodiscard]] ZORVAN_WORKFLOW_API std::string ToText(const RegistrationTable& table);
 
 /// The one that merged.ply holds: the largest cluster, the primary one of several. Empty without scans.
-[[nodiscard]] std::string MainCluster(const RegistrationTable& table);
+[[nodiscard]] ZORVAN_WORKFLOW_API std::string MainCluster(const RegistrationTable& table);
 
 } // namespace prereg

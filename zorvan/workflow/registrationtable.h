@@ -14,10 +14,10 @@ struct ScanRow
 {
     std::string file; ///< as the user named it
     std::string id;
-    std::string cluster;                             ///< the cluster it is in; meaningless without a pose
-    bool isPrimary = false;                          ///< that cluster is the main one
+    std::string cluster;             ///< the cluster it is in; meaningless without a pose
+    bool isPrimary = false;          ///< that cluster is the main one
     CTrafo pose = CTrafo::Invalid(); ///< scan to cluster coordinates, mm; invalid: it has none
-    std::size_t uiPoints = 0;                        ///< all of them, before any thinning for display
+    std::size_t uiPoints = 0;        ///< all of them, before any thinning for display
     double dOverlap = std::numeric_limits<double>::quiet_NaN(); ///< this and the next two: medians over its pairs
     double dRmse = std::numeric_limits<double>::quiet_NaN();
     double dSlip = std::numeric_limits<double>::quiet_NaN();

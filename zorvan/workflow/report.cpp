@@ -19,7 +19,6 @@ namespace prereg {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using Zorvan::Vector3 = kdtree::Vector<3>;
 
 /// Scans that share coordinates: those of a cluster, or a single one that has no pose.
 struct Frame
@@ -63,8 +62,8 @@ CloudLattice latticeOf(const Frame& frame, const RegistrationTable& table, std::
     kdtree::Range<3> box = kdtree::EmptyRange();
     for (const std::size_t scan : frame.scans) {
         const CTrafo pose = poseOrIdentity(table.scans[scan]);
-        for (const Zorvan::Vector3& point : surfaces[scan].points) {
-            const Zorvan::Vector3 p = pose * point;
+        for (const kdtree::Vector<3>& point : surfaces[scan].points) {
+            const kdtree::Vector<3> p = pose * point;
             if (p.IsFinite()) box = {kdtree::Min(box.low, p), kdtree::Max(box.high, p)};
         }
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "zorvan/core/vector.h"
+#include "zorvan/workflow/export.h"
 #include "zorvan/workflow/registrationtable.h"
 
 #include <cstddef>
@@ -27,7 +28,7 @@ inline constexpr std::size_t uiMaxReportPoints = 300'000;
 /// Clusters share no frame and are shown one at a time, a scan without a pose by itself. Numbers that are not finite
 /// are shown as a dash, points that are not finite not at all. Names of files may hold anything. Same input, same
 /// bytes.
-void WriteReport(const std::filesystem::path& file, const RegistrationTable& table,
-                 std::span<const SurfelSpan> surfaces);
+ZORVAN_WORKFLOW_API void WriteReport(const std::filesystem::path& file, const RegistrationTable& table,
+                                     std::span<const SurfelSpan> surfaces);
 
 } // namespace prereg

@@ -5,6 +5,7 @@
 #include "zorvan/runtime/cjobscheduler.h"
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/util/universaluniqueid.h"
+#include "zorvan/workflow/export.h"
 
 #include <cstddef>
 #include <filesystem>
@@ -18,7 +19,7 @@ namespace prereg {
 /// A registration together with what only the program knows of it: which file each scan came from, and the unit of the
 /// files. Saved as one document: that of the registration, which every host can read, with "files" and "mm_per_unit"
 /// behind it.
-class CSession
+class ZORVAN_WORKFLOW_API CSession
 {
 public:
     using Group = CClusterRegistration::Group;
@@ -39,8 +40,7 @@ public:
     /// in the order of identifiers, so in the order in which scans come, and neighbours meet early.
     /// @param preTrafo  scan to world coordinates (mm), or invalid
     /// @return          false when it has too few points or features
-    bool Add(const Zorvan::SurfelScan& scan, const std::shared_ptr<const CFPFHPointSet>& set,
-             const CTrafo& preTrafo);
+    bool Add(const Zorvan::SurfelScan& scan, const std::shared_ptr<const CFPFHPointSet>& set, const CTrafo& preTrafo);
     [[nodiscard]] bool Contains(const std::string& name) const;
 
     [[nodiscard]] double GetMmPerUnit() const { return m_mmPerUnit; }

@@ -17,8 +17,6 @@ namespace prereg {
 
 namespace {
 
-using CClusterRegistration;
-using CTrafo;
 using ScanFiles = std::vector<CSession::ScanFile>;
 
 constexpr float fLargestCoordinate = 1e9F; // mm; that of scans
@@ -137,8 +135,7 @@ Placed joined(const std::vector<Placed>& surfaces, const std::vector<bool>& isCh
             normals.push_back(n);
         }
     }
-    return {std::make_shared<const CPointSet>(points.data(), normals.data(), points.size()),
-            CTrafo::Identity()};
+    return {std::make_shared<const CPointSet>(points.data(), normals.data(), points.size()), CTrafo::Identity()};
 }
 
 /// A scan that belongs to a part of the cluster which does not lie on the rest; the number of scans when there is none.

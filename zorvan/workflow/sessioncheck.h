@@ -1,5 +1,6 @@
 #pragma once
 
+#include "zorvan/workflow/export.h"
 #include "zorvan/workflow/session.h"
 
 #include <string>
@@ -14,7 +15,7 @@ namespace prereg {
 /// Scans also lie where their poses say: an ICP that may not move them accepts their places, pair by pair, or the place
 /// of a part of a cluster on all the rest of it. This is what recognises the surface of one scan under the name of
 /// another.
-[[nodiscard]] std::string WhatIsWrongWith(const CClusterRegistration& registration,
-                                          const std::vector<CSession::ScanFile>& files);
+[[nodiscard]] ZORVAN_WORKFLOW_API std::string WhatIsWrongWith(const CClusterRegistration& registration,
+                                                              const std::vector<CSession::ScanFile>& files);
 
 } // namespace prereg

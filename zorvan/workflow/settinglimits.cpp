@@ -51,9 +51,6 @@ std::string WhatIsWrongWith(const element& setting)
     return {};
 }
 
-std::string WhatIsWrongWith(const ConfigurationFPFH& config)
-{
-    return whatIsWrongInside(bson::to_object(config));
-}
+std::string WhatIsWrongWith(const ConfigurationFPFH& config) { return whatIsWrongInside(bson::to_object(config)); }
 
 } // namespace prereg

@@ -2,6 +2,7 @@
 
 #include "zorvan/documents/bson.h"
 #include "zorvan/features/configurationfpfh.h"
+#include "zorvan/workflow/export.h"
 
 #include <string>
 
@@ -12,9 +13,9 @@ namespace prereg {
 /// What is wrong with the value of a setting, in words that follow its name ("needs a finite number"); empty when
 /// nothing is.
 /// @param setting  of the type that the setting has
-[[nodiscard]] std::string WhatIsWrongWith(const bson::element& setting);
+[[nodiscard]] ZORVAN_WORKFLOW_API std::string WhatIsWrongWith(const bson::element& setting);
 
 /// The same for the first setting that has something wrong, with its name.
-[[nodiscard]] std::string WhatIsWrongWith(const ConfigurationFPFH& config);
+[[nodiscard]] ZORVAN_WORKFLOW_API std::string WhatIsWrongWith(const ConfigurationFPFH& config);
 
 } // namespace prereg

@@ -53,7 +53,10 @@ float smoothMin(float a, float b, float k)
 
 float smoothMax(float a, float b, float k) { return -smoothMin(-a, -b, k); }
 
-Zorvan::Vector3 divided(const Zorvan::Vector3& a, const Zorvan::Vector3& b) { return {a.x / b.x, a.y / b.y, a.z / b.z}; }
+Zorvan::Vector3 divided(const Zorvan::Vector3& a, const Zorvan::Vector3& b)
+{
+    return {a.x / b.x, a.y / b.y, a.z / b.z};
+}
 
 // First-order distance: the value of the implicit form over the length of its gradient.
 float ellipsoidDistance(const Zorvan::Vector3& p, const Zorvan::Vector3& halfAxes)
@@ -68,7 +71,7 @@ float ellipsoidDistance(const Zorvan::Vector3& p, const Zorvan::Vector3& halfAxe
 float roundedBoxDistance(const Zorvan::Vector3& p, const Zorvan::Vector3& half, float rounding)
 {
     const Zorvan::Vector3 q(std::abs(p.x) - half.x + rounding, std::abs(p.y) - half.y + rounding,
-                    std::abs(p.z) - half.z + rounding);
+                            std::abs(p.z) - half.z + rounding);
     const float outside = Zorvan::Vector3(std::max(q.x, 0.0F), std::max(q.y, 0.0F), std::max(q.z, 0.0F)).Length();
     return outside + std::min(std::max({q.x, q.y, q.z}), 0.0F) - rounding;
 }
@@ -133,7 +136,8 @@ CVirtualJaw::CVirtualJaw(unsigned uiSeed)
         m_gum.push_back(place + vector(0, 0, fGumDepth + Uniform(rng, -0.7, 0.7)));
     }
     for (Wave& wave : m_waves) {
-        const Zorvan::Vector3 direction = Zorvan::Normalized(vector(Uniform(rng, -1, 1), Uniform(rng, -1, 1), Uniform(rng, -1, 1)));
+        const Zorvan::Vector3 direction =
+            Zorvan::Normalized(vector(Uniform(rng, -1, 1), Uniform(rng, -1, 1), Uniform(rng, -1, 1)));
         wave.direction = direction * static_cast<float>(2.0 * 3.14159265358979 / Uniform(rng, 2.2, 6.5));
         wave.phase = static_cast<float>(Uniform(rng, 0.0, 6.28));
     }
@@ -144,7 +148,8 @@ CVirtualJaw::Station CVirtualJaw::OnArch(double share)
     static const CArchLength archLength;
     const double x = archLength.XAt(share);
     const double slope = -2.0 * dLength * x / (dHalfWidth * dHalfWidth);
-    return {vector(x, CArchLength::ArchY(x), 0), Zorvan::Normalized(vector(1, slope, 0)), Zorvan::Normalized(vector(-slope, 1, 0))};
+    return {vector(x, CArchLength::ArchY(x), 0), Zorvan::Normalized(vector(1, slope, 0)),
+            Zorvan::Normalized(vector(-slope, 1, 0))};
 }
 
 CVirtualJaw::Tooth CVirtualJaw::makeTooth(std::mt19937& rng, std::size_t kind, double share)
@@ -200,7 +205,8 @@ void CVirtualJaw::addFissures(std::mt19937& rng, std::size_t kind, Tooth& tooth)
 float CVirtualJaw::toothDistance(const Tooth& tooth, const Zorvan::Vector3& p)
 {
     const Zorvan::Vector3 d = p - tooth.place;
-    const Zorvan::Vector3 local(kdtree::Dot(d, tooth.axes[0]), kdtree::Dot(d, tooth.axes[1]), kdtree::Dot(d, tooth.axes[2]));
+    const Zorvan::Vector3 local(kdtree::Dot(d, tooth.axes[0]), kdtree::Dot(d, tooth.axes[1]),
+                                kdtree::Dot(d, tooth.axes[2]));
     float distance = roundedBoxDistance(local, tooth.halfBody, tooth.rounding);
     for (const Lobe& cusp : tooth.cusps)
         distance = smoothMin(distance, ellipsoidDistance(local - cusp.center, cusp.halfAxes), fCuspBlend);

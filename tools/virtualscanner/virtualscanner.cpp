@@ -42,7 +42,8 @@ enum EPurpose : unsigned
     Disturbance
 };
 
-prereg::CTrafo lookingAt(const Zorvan::Vector3& place, const Zorvan::Vector3& towardSensor, const Zorvan::Vector3& right)
+prereg::CTrafo lookingAt(const Zorvan::Vector3& place, const Zorvan::Vector3& towardSensor,
+                         const Zorvan::Vector3& right)
 {
     const Zorvan::Vector3 z = Zorvan::Normalized(towardSensor);
     const Zorvan::Vector3 y = Zorvan::Normalized(kdtree::Cross(z, right));
@@ -59,7 +60,7 @@ prereg::CTrafo makePose(const VirtualScannerSettings& settings, unsigned view)
     const CVirtualJaw::Station station = CVirtualJaw::OnArch(0.5 + stretch * (static_cast<double>(view) / steps - 0.5));
     const double lean = (view % 2 == 0 ? -1 : 1) * Uniform(rng, 0.1, 0.25);
     const Zorvan::Vector3 up = Zorvan::Vector3(0, 0, 1) + station.outward * static_cast<float>(lean) +
-                       station.along * static_cast<float>(Uniform(rng, -0.15, 0.15));
+                               station.along * static_cast<float>(Uniform(rng, -0.15, 0.15));
     const double roll = Uniform(rng, -30, 30) * dDegree;
     const Zorvan::Vector3 right =
         station.along * static_cast<float>(std::cos(roll)) + station.outward * static_cast<float>(std::sin(roll));
@@ -154,7 +155,8 @@ void CVirtualScanner::traceRow(const prereg::CTrafo& pose, std::size_t row, Dept
 {
     const Zorvan::Vector3 direction = pose.Rotate({0, 0, -1});
     for (std::size_t column = 0; column < map.size; ++column) {
-        const Zorvan::Vector3 start = pose * Zorvan::Vector3(map.Coordinate(column), map.Coordinate(row), fSensorHeight);
+        const Zorvan::Vector3 start =
+            pose * Zorvan::Vector3(map.Coordinate(column), map.Coordinate(row), fSensorHeight);
         const float way = trace(start, direction);
         if (std::isnan(way)) continue;
         const Zorvan::Vector3 normal = m_jaw.Normal(start + direction * way);

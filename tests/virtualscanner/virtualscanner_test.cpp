@@ -1,4 +1,4 @@
-#include "tools/zorvan/virtualscanner.h"
+#include "tools/virtualscanner/virtualscanner.h"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +8,8 @@
 namespace {
 
 using tools::CVirtualScanner;
-using Zorvan::Vector3;
 using tools::VirtualScan;
+using Zorvan::Vector3;
 
 constexpr double dCoarse = 0.4; // pixels in mm; enough for laws, and quick
 

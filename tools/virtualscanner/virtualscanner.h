@@ -69,7 +69,8 @@ private:
 /// The same poses, each turned by `dDegrees` about a random axis through `middle` and shifted by `dMm` in a random
 /// direction; the first one, which gives the others their frame, stays.
 /// @param middle  in the frame that the poses lead to
-[[nodiscard]] std::vector<prereg::CTrafo> DisturbPoses(const std::vector<prereg::CTrafo>& poses, const Zorvan::Vector3& middle,
-                                                       double dDegrees, double dMm, unsigned uiSeed);
+[[nodiscard]] std::vector<prereg::CTrafo> DisturbPoses(const std::vector<prereg::CTrafo>& poses,
+                                                       const Zorvan::Vector3& middle, double dDegrees, double dMm,
+                                                       unsigned uiSeed);
 
 } // namespace tools
