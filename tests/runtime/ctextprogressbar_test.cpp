@@ -39,3 +39,18 @@ TEST(CTextProgressBar, ShowsEachOfAHundredStepsAsItsPercentAlsoThroughAStage)
         EXPECT_TRUE(out.str().ends_with(std::to_string(step) + "%")) << step;
     }
 }
+
+TEST(CTextProgressBar, VanishesWhenAStageEndsAndWhenItGoesItself)
+{
+    std::ostringstream out;
+    {
+        CTextProgressBar bar(out, "", CTextProgressBar::EStyle::Vanishing);
+        bar.Start(2, "reading");
+        bar.Advance(2);
+        EXPECT_TRUE(out.str().ends_with("100%\x1b[K\r\x1b[K"));
+        bar.Start(4, "merging");
+        bar.Advance(1);
+        EXPECT_NE(out.str().find("\rmerging [##########                              ]  25%"), std::string::npos);
+    }
+    EXPECT_TRUE(out.str().ends_with("\x1b[K\r\x1b[K"));
+}

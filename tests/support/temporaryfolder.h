@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -26,6 +28,17 @@ public:
 
     [[nodiscard]] const std::filesystem::path& Path() const { return m_path; }
     [[nodiscard]] std::filesystem::path operator/(const std::string& name) const { return m_path / name; }
+
+    std::filesystem::path Write(const std::string& name, const std::string& bytes) const
+    {
+        std::ofstream(*this / name, std::ios::binary) << bytes;
+        return *this / name;
+    }
+    [[nodiscard]] std::string Read(const std::string& name) const
+    {
+        std::ifstream stream(*this / name, std::ios::binary);
+        return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    }
 
 private:
     std::filesystem::path m_path;

@@ -1,7 +1,7 @@
-#include "faultpoints.h"
 #include "workfolder.h"
 
 #include "tests/support/childprocess.h"
+#include "tests/support/faultpoints.h"
 #include "tools/zorvan/commands.h"
 #include "zorvan/scans/filelock.h"
 #include "zorvan/scans/posesfile.h"

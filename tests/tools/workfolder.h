@@ -8,8 +8,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <utility>
 
@@ -17,18 +15,6 @@
 class WorkFolder : public TemporaryFolder
 {
 public:
-    std::filesystem::path Write(const std::string& name, const std::string& bytes) const
-    {
-        std::ofstream(*this / name, std::ios::binary) << bytes;
-        return *this / name;
-    }
-
-    [[nodiscard]] std::string Read(const std::string& name) const
-    {
-        std::ifstream stream(*this / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-    }
-
     struct Outcome
     {
         int exitCode = -1; ///< -1 after a signal

@@ -1,4 +1,4 @@
-#include "workfolder.h"
+#include "tests/support/temporaryfolder.h"
 
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/scanreader.h"
@@ -127,14 +127,14 @@ INSTANTIATE_TEST_SUITE_P(All, PlyFormats,
 
 TEST_P(PlyFormats, GiveTheSameScan)
 {
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     expectSame(Zorvan::ReadScanFile(folder.Write("a.PLY", plyOf(GetParam()))), sample);
 }
 
 TEST_P(PlyFormats, NoticeEveryMissingByte)
 {
     const std::string whole = plyOf(GetParam());
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     // The last separator of a text may go; its last value may not.
     for (std::size_t length = 1; length + 2 <= whole.size(); ++length) {
         const auto file = folder.Write("a.ply", whole.substr(0, length));
@@ -145,7 +145,7 @@ TEST_P(PlyFormats, NoticeEveryMissingByte)
 
 TEST(ScanWriter, IsReadBackBitForBit)
 {
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     Scan scan = sample;
     scan.points[1] = {0.1F, std::nextafter(1.0F, 2.0F), -std::numeric_limits<float>::max()};
     Zorvan::WritePly(folder / "a.ply", scan);
@@ -156,7 +156,7 @@ TEST(ScanReader, JoinsRangeGridToFacesButNotAcrossSteps)
 {
     // Three columns and two rows one apart; the last column lies 50 deeper, and one corner of the first square is
     // missing.
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     const std::string grid =
         "ply\nformat ascii 1.0\nobj_info num_cols 4\nobj_info num_rows 2\nelement vertex 7\n"
         "property float x\nproperty float y\nproperty float z\nelement range_grid 8\n"
@@ -168,7 +168,7 @@ TEST(ScanReader, JoinsRangeGridToFacesButNotAcrossSteps)
 
 TEST(ScanReader, ReadsTextWithCommentsSignsAndExtraColumns)
 {
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     const auto xyz = folder.Write("a.xyz", "# made by hand\r\n\r\n+1.5 -2e0;3\r\n4,5\t6 99\r\nnan inf 1e999\n");
     const Scan points = Zorvan::ReadScanFile(xyz);
     ASSERT_EQ(points.points.size(), 3U);
@@ -202,7 +202,7 @@ const char* const objMesh = "mtllib none.mtl\nv 1 2 3\nv -4 5 6\nv 7 -8 9\nv 0 0
 
 TEST(ScanReader, JoinsTheCornersOfStlAndObj)
 {
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     for (const auto& file :
          {folder.Write("a.stl", binaryStl(sample)), folder.Write("b.stl", binaryStl(sample) + "tail"),
           folder.Write("c.stl", textStl), folder.Write("d.obj", objMesh)}) {
@@ -214,7 +214,7 @@ TEST(ScanReader, JoinsTheCornersOfStlAndObj)
 
 TEST(ScanReader, ReadsObjWithoutFacesAndWithNormals)
 {
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     const Scan points = Zorvan::ReadScanFile(folder.Write("a.obj", "v 1 2 3\nv -4 5 6\nv 7 -8 9\nv 0 0 1\n"));
     EXPECT_EQ(points.points, sample.points);
     const auto file = folder.Write("b.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nvn 0 0 -2\nf 1//1 2//1 3//1\n");
@@ -223,7 +223,7 @@ TEST(ScanReader, ReadsObjWithoutFacesAndWithNormals)
 
 TEST(ScanReader, NeedsNoMaterialOfAnObj)
 {
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
     const Scan scan =
         Zorvan::ReadScanFile(folder.Write("a.obj", "\xef\xbb\xbfv 1 2 3\r\nv -4 5 6\r\nmtllib pipe\r\n\tUseMtl none\r\n"
@@ -234,7 +234,7 @@ TEST(ScanReader, NeedsNoMaterialOfAnObj)
 
 TEST(ScanReader, DropsWhatCannotBeRegisteredAndSaysSo)
 {
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     const auto file = folder.Write("a.xyzn", "0 0 0 0 0 2\n1 0 0 0 0 1\n0 1 0 0 0 1\n0 1 0 0 0 1\nnan 0 0 0 0 1\n"
                                              "1e30 0 0 0 0 1\n2 2 2 0 0 0\n");
     const Zorvan::SurfelScan scan = Zorvan::ReadScan(file, {.dMmPerUnit = 1000, .sensor = {}});

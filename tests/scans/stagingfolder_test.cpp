@@ -1,7 +1,7 @@
 #include "zorvan/scans/stagingfolder.h"
 
-#include "faultpoints.h"
-#include "workfolder.h"
+#include "tests/support/faultpoints.h"
+#include "tests/support/temporaryfolder.h"
 
 #include "tests/support/childprocess.h"
 #include "zorvan/scans/atomicfile.h"
@@ -24,7 +24,7 @@ using Contents = std::map<std::string, std::string>;
 const Contents oldSet{{"a", "old a"}, {"b", "old b"}, {"c", "old c"}};
 const Contents newSet{{"a", "new a"}, {"b", "new b"}, {"c", "new c"}};
 
-void publish(const WorkFolder& folder, const Contents& set)
+void publish(const TemporaryFolder& folder, const Contents& set)
 {
     Zorvan::CStagingFolder staging(folder.Path());
     for (const auto& [name, bytes] : set) Zorvan::WriteFileAtomically(staging / name, bytes);
@@ -32,7 +32,7 @@ void publish(const WorkFolder& folder, const Contents& set)
 }
 
 /// Everything in the folder, hidden names as well.
-Contents contentsOf(const WorkFolder& folder)
+Contents contentsOf(const TemporaryFolder& folder)
 {
     Contents contents;
     for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
@@ -47,7 +47,7 @@ TEST(StagingFolder, GivesTheOldSetOrTheNewOneWhereverItsProcessDies)
     std::map<bool, int> outcomes;
     bool isDead = true;
     for (int call = 1; isDead; ++call) {
-        const WorkFolder folder;
+        const TemporaryFolder folder;
         publish(folder, oldSet);
         isDead = !CChildProcess([&] { return faults::KillAt(call), publish(folder, newSet), true; }).Succeeded();
         Zorvan::TidyStagingFolders(folder.Path());
@@ -63,7 +63,7 @@ TEST(StagingFolder, KeepsTheOldSetWhenTheDiskIsFull)
 {
     bool isFull = true;
     for (int call = 1; isFull; ++call) {
-        const WorkFolder folder;
+        const TemporaryFolder folder;
         publish(folder, oldSet);
         faults::FillDiskAt(call);
         isFull = false;
@@ -82,7 +82,7 @@ TEST(StagingFolder, KeepsTheOldSetWhenTheDiskIsFull)
 
 TEST(StagingFolder, TouchesNeitherTheWorkOfTheLivingNorWhatLinksLeadTo)
 {
-    const WorkFolder folder, elsewhere;
+    const TemporaryFolder folder, elsewhere;
     elsewhere.Write("a", "theirs");
     folder.Write("c", "old c");
     for (const char* name : {".zorvan-making-link", ".zorvan-whole-link"})
@@ -103,7 +103,7 @@ TEST(StagingFolder, TouchesNeitherTheWorkOfTheLivingNorWhatLinksLeadTo)
 
 TEST(StagingFolder, RefusesBeforeAnythingMovesWhenAPlaceIsTaken)
 {
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     folder.Write("a", "old a");
     std::filesystem::create_directory(folder / "b");
     EXPECT_THROW(publish(folder, newSet), Zorvan::CInputError);
@@ -112,7 +112,7 @@ TEST(StagingFolder, RefusesBeforeAnythingMovesWhenAPlaceIsTaken)
 
 TEST(FileLock, KeepsOthersOutUntilItsProcessIsGone)
 {
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     const auto lockOrThrow = [&] {
         return Zorvan::CFileLock(folder / "file", [](const std::string& holder) { throw std::runtime_error(holder); });
     };
@@ -142,7 +142,7 @@ TEST(FileLock, KeepsOthersOutUntilItsProcessIsGone)
 // Each has to see what the one before wrote, although the last holder of the lock removes its file.
 TEST(FileLock, LetsOneInAtATime)
 {
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     folder.Write("count", "0");
     const auto countUp = [&] {
         for (int i = 0; i < 200; ++i) {
@@ -158,7 +158,7 @@ TEST(FileLock, LetsOneInAtATime)
 
 TEST(OutputCheck, SeesTheSameFileThroughLinksAndBeforeItIsThere)
 {
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     std::filesystem::create_directory(folder / "d");
     folder.Write("d/scan.ply", "scan");
     folder.Write("other.ply", "scan");

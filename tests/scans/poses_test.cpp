@@ -1,4 +1,4 @@
-#include "workfolder.h"
+#include "tests/support/temporaryfolder.h"
 
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/poseerrors.h"
@@ -22,7 +22,7 @@ CTrafo turned(float degrees, const Vector3& shift) { return {Vector3(0, 0, degre
 
 TEST(PosesFile, IsReadBackBitForBit)
 {
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     const CTrafo pose(Vector3(0.1F, -0.7F, 2.0F), Vector3(12.3456789F, -0.001F, 1e5F));
     const Zorvan::RegistrationSummary failed{8, "too many", 0.1, std::numeric_limits<double>::quiet_NaN(), INFINITY};
     const PosesFile written{1.0, {{"c", true, {{"a.ply", "a", pose, {}}, {"b.ply", "b", CTrafo::Invalid(), failed}}}}};
@@ -52,7 +52,7 @@ TEST(PosesFile, ScalesTranslationsByItsOwnUnitFirst)
                  {"\"unit\": \"mm\",", 2},
                  {"\"unit\": \"m\",", 2000},
                  {"\"unit\": \"unit\", \"mm_per_unit\": 25.4,", 50.8F}};
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     for (const auto& c : cases) {
         const auto file = folder.Write("p.json", posesText(c.head, rows));
         EXPECT_FLOAT_EQ(Zorvan::ReadPoses(file, 7.0).Find("a.ply").scan->pose.GetTranslation().x, c.millimetres)
@@ -62,7 +62,7 @@ TEST(PosesFile, ScalesTranslationsByItsOwnUnitFirst)
 
 TEST(PosesFile, RefusesWhatIsNoPose)
 {
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     const std::string good = "[[1,0,0,2],[0,1,0,0],[0,0,1,0],[0,0,0,1]]";
     ASSERT_NO_THROW(static_cast<void>(Zorvan::ReadPoses(folder.Write("p.json", posesText("", good)))));
     const std::string bad[] = {

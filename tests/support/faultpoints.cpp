@@ -1,4 +1,4 @@
-#include "faultpoints.h"
+#include "tests/support/faultpoints.h"
 
 #include <dlfcn.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "workfolder.h"
+#include "tests/support/temporaryfolder.h"
 
 #include "zorvan/workflow/cloudlattice.h"
 #include "zorvan/workflow/report.h"
@@ -77,7 +77,7 @@ TEST(Report, ShowsPointsInTheFrameOfTheirClusterAndInTheUnitOfTheFiles)
                    row("c", "", prereg::CTrafo::Invalid())};
     table.scans[1].isPrimary = true;
     const std::vector<prereg::SurfelSpan> surfaces(3, {points, points});
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     prereg::WriteReport(folder / "page.html", table, surfaces);
 
     const nlohmann::json data = dataOf(folder.Read("page.html"));
@@ -106,7 +106,7 @@ TEST(Report, SurvivesWhateverNamesAndNumbersHold)
     table.scans = {row(name, "<b>", {}), row("empty", "<b>", {})};
     table.scans[0].dRmse = -INFINITY;
     table.scans[0].dSlip = 0.1;
-    const WorkFolder folder;
+    const TemporaryFolder folder;
     prereg::WriteReport(folder / "page.html", table, std::vector<prereg::SurfelSpan>{{points, points}, {}});
 
     const std::string page = folder.Read("page.html");

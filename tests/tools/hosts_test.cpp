@@ -1,0 +1,103 @@
+// What a host gets from the library is what the program writes.
+#include "workfolder.h"
+
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/workflow/align.h"
+#include "zorvan/workflow/registerresults.h"
+#include "zorvan/workflow/registerscans.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+class Hosts : public testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        folder = new WorkFolder;
+        ASSERT_EQ(folder->Run("simulate -o . --views 3 --points 8000 --seed 4 --quiet").exitCode, 0);
+    }
+    static void TearDownTestSuite() { delete folder; }
+
+    static std::vector<Zorvan::SurfelScan> ReadViews()
+    {
+        std::vector<Zorvan::SurfelScan> scans;
+        for (const char* name : {"view00.ply", "view01.ply", "view02.ply"})
+            scans.push_back(Zorvan::ReadScan(*folder / name));
+        return scans;
+    }
+
+    static WorkFolder* folder;
+};
+
+WorkFolder* Hosts::folder = nullptr;
+
+/// Remembers the stages, and how far the last one came.
+class CListener : public Zorvan::AProgressMeter
+{
+public:
+    [[nodiscard]] const std::vector<std::string>& Stages() const { return m_stages; }
+    [[nodiscard]] bool IsDone() const { return m_last == 1.0; }
+
+private:
+    void begin(std::string_view stage) override { m_stages.emplace_back(stage); }
+    void show(double fraction) override { m_last = fraction; }
+
+    std::vector<std::string> m_stages;
+    double m_last = 0.0;
+};
+
+TEST_F(Hosts, GetThePosesOfAlign)
+{
+    ASSERT_EQ(folder->Run("align view00.ply view01.ply --all -o program.json").exitCode, 0);
+    const auto scans = ReadViews();
+    CListener listener;
+    const auto result = prereg::Align(scans[0], scans[1], {.isAll = true}, Zorvan::Hooks({}, &listener));
+    ASSERT_TRUE(result);
+    Zorvan::WritePoses(*folder / "library.json", prereg::ToPoses(result, scans[0], scans[1], 1.0, true));
+    EXPECT_EQ(folder->Read("library.json"), folder->Read("program.json"));
+    EXPECT_EQ(listener.Stages(), std::vector<std::string>{"searching"});
+    EXPECT_TRUE(listener.IsDone());
+}
+
+TEST_F(Hosts, GetTheFilesOfRegister)
+{
+    ASSERT_EQ(folder->Run("register view00.ply view01.ply view02.ply --optimize -o program").exitCode, 0);
+    CListener listener;
+    const auto result = prereg::RegisterScans(ReadViews(), {.isOptimized = true}, Zorvan::Hooks({}, &listener));
+    EXPECT_TRUE(result.IsOneCluster());
+    std::filesystem::create_directory(*folder / "library");
+    prereg::WriteRegistration(*folder / "library", result.session, result.table);
+    for (const std::string name : prereg::resultFiles)
+        EXPECT_EQ(folder->Read("library/" + name), folder->Read("program/" + name)) << name;
+    EXPECT_EQ(listener.Stages(), (std::vector<std::string>{"features", "registering", "optimizing"}));
+}
+
+TEST_F(Hosts, StopARegistrationAndGoOnFromThere)
+{
+    auto stopped = prereg::RegisterScans(ReadViews(), {.isOptimized = true}, Zorvan::Hooks([] { return true; }));
+    EXPECT_TRUE(stopped.isStopped);
+    EXPECT_TRUE(stopped.isComplete);
+    EXPECT_EQ(stopped.session.GetRegistration().GetClusterIDs().size(), 3U);
+    const auto done = prereg::RegisterScans(stopped.scheduler, std::move(stopped.session), {}, {.isOptimized = true});
+    EXPECT_FALSE(done.isStopped);
+    EXPECT_TRUE(done.IsOneCluster());
+}
+
+TEST_F(Hosts, NameEveryStartPoseOrNone)
+{
+    EXPECT_THROW(static_cast<void>(prereg::RegisterScans({})), std::invalid_argument);
+    prereg::RegisterOptions options;
+    options.startPoses = {prereg::CTrafo::Identity()};
+    EXPECT_THROW(static_cast<void>(prereg::RegisterScans(ReadViews(), options)), std::invalid_argument);
+}
+
+} // namespace
