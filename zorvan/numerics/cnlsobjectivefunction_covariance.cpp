@@ -105,8 +105,9 @@ void CNLSObjectiveFunction::writeDerivatives(Eigen::VectorXd& params, int index,
     const auto& stencil = stencils.at(static_cast<std::size_t>(stencilOrder) - 1);
     const double value = params(index);
     const int first = -(stencilOrder / 2);
+    const int last = (stencilOrder + 1) / 2;
     Eigen::Map<Eigen::ArrayXd> sum(derivatives, GetNumMeasurements());
-    for (int offset = first; offset <= (stencilOrder + 1) / 2; ++offset) {
+    for (int offset = first; offset <= last; ++offset) {
         params(index) = offset * h + value;
         const double coefficient = stencil[static_cast<std::size_t>(offset - first)];
         if (coefficient == 0.0) continue;
@@ -114,11 +115,12 @@ void CNLSObjectiveFunction::writeDerivatives(Eigen::VectorXd& params, int index,
         if (error.size() != sum.size()) throw std::logic_error("Error returned another number of measurements");
         if (offset == first)
             sum = coefficient * error.array();
-        else
+        else if (offset < last)
             sum += coefficient * error.array();
+        else
+            sum = (sum + coefficient * error.array()) / h;
     }
     params(index) = value;
-    sum /= h;
 }
 
 Eigen::MatrixXd CNLSObjectiveFunction::getCovariance(Eigen::MatrixXd jacobian, Eigen::VectorXi& singular, double tol)
