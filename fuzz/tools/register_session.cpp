@@ -4,7 +4,6 @@
 #include "tools/zorvan/inputerror.h"
 #include "tools/zorvan/posesfile.h"
 #include "tools/zorvan/session.h"
-#include "tools/zorvan/settinglimits.h"
 
 #include "zorvan/documents/bson.h"
 #include "zorvan/preregistration/settingsserialization.h"
@@ -50,7 +49,7 @@ bool asksForLongWork(const std::uint8_t* data, std::size_t size)
         const bool isLong = config.uiNumPolygons > uiMany || config.uiNumPolygonVertices > uiMany ||
                             config.uiNumNeighbors > uiMany || config.icpConfig.uiNumSamples > uiMany ||
                             config.icpConfig.uiMaxNumIterations > uiMany;
-        return isLong && tools::WhatIsWrongWith(config).empty();
+        return isLong && prereg::WhatIsWrongWithFields(config).empty();
     } catch (const std::exception&) {
         return false;
     }

@@ -1,7 +1,6 @@
 #include "flagstore.h"
 
 #include "inputerror.h"
-#include "settinglimits.h"
 #include "settingsfile.h"
 
 #include "zorvan/runtime/csharedmemory.h"
@@ -43,7 +42,8 @@ bson::object ReadStoredSettings(const std::string& store)
     if (store.empty() || !IsStoreHeld(store)) return {};
     try {
         bson::object settings = OpenStore(store).Get(sSettingsFlag).children();
-        const std::string why = WhatIsWrongWith(WithSettings({}, settings)); // throws for values that are no settings
+        // WithSettings throws for values that are no settings.
+        const std::string why = prereg::WhatIsWrongWithFields(WithSettings({}, settings));
         if (!why.empty()) throw std::range_error(why);
         return settings;
     } catch (const CInputError&) {

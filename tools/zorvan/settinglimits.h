@@ -1,20 +1,14 @@
 #pragma once
 
 #include "zorvan/documents/bson.h"
-#include "zorvan/features/configurationfpfh.h"
 
 #include <string>
 
 namespace tools {
 
-// The one judge of settings, whether they come from a file of settings, the flag store or a session.
-
 /// What is wrong with the value of a setting, in words that follow its name ("needs a finite number"); empty when
 /// nothing is.
 /// @param setting  of the type that the setting has
 [[nodiscard]] std::string WhatIsWrongWith(const bson::element& setting);
-
-/// The same for the first setting that has something wrong, with its name.
-[[nodiscard]] std::string WhatIsWrongWith(const prereg::ConfigurationFPFH& config);
 
 } // namespace tools
