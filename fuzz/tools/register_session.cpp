@@ -4,7 +4,6 @@
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/workflow/session.h"
-#include "zorvan/workflow/settinglimits.h"
 
 #include "zorvan/documents/bson.h"
 #include "zorvan/preregistration/settingsserialization.h"
@@ -50,7 +49,7 @@ bool asksForLongWork(const std::uint8_t* data, std::size_t size)
         const bool isLong = config.uiNumPolygons > uiMany || config.uiNumPolygonVertices > uiMany ||
                             config.uiNumNeighbors > uiMany || config.icpConfig.uiNumSamples > uiMany ||
                             config.icpConfig.uiMaxNumIterations > uiMany;
-        return isLong && prereg::WhatIsWrongWith(config).empty();
+        return isLong && prereg::WhatIsWrongWithFields(config).empty();
     } catch (const std::exception&) {
         return false;
     }

@@ -1,6 +1,7 @@
 #include "zorvan/numerics/citerativeconefit.h"
 #include "zorvan/numerics/citerativecylinderfit.h"
 #include "zorvan/numerics/citerativespherefit.h"
+#include "zorvan/numerics/primitivegeometry.h"
 
 #include "tests/support/simulatedprimitives.h"
 
@@ -8,9 +9,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -165,6 +169,34 @@ TEST(PrimitiveFits, ErrorsAreSignedDistances)
     auto coneFit = fitOf<CIterativeConeFit>(cone);
     coneFit.SetParams(setup.place, tilted, -5.0 / std::tan(0.1), 0.1);
     expectSignedDistances(coneFit, cone);
+}
+
+// Counts that leave every remainder by four points.
+TEST(PrimitiveFits, ErrorsAreTheSameBitsInEveryWidth)
+{
+    if (!GetCpuFeatures().bAvx) GTEST_SKIP() << "no AVX";
+    const primitives::Coordinates a(0.3, -0.5, 0.7);
+    const auto errorOf = [=](const primitives::Coordinates& q) {
+        return Dot(Cross(q - a, q), a) + Dot(q, q) / Dot(q, a);
+    };
+    for (const std::size_t count : {0, 1, 2, 3, 4, 255}) {
+        const auto scan = support::SimulateSphere({{30, 10, -20}, tilted, 360.0, count}, 5.0);
+        std::vector<primitives::Point> points;
+        std::vector<FitPoint> fitPoints;
+        for (const auto& p : scan.points) {
+            fitPoints.push_back({static_cast<std::uint32_t>(points.size()), 0.0});
+            points.push_back({p[0], p[1], p[2]});
+        }
+        const primitives::CPointColumns columns(points, fitPoints);
+        std::vector<double> expected;
+        for (const auto& [x, y, z] : points) expected.push_back(errorOf({x, y, z}));
+        std::vector<double> narrow(count);
+        std::vector<double> wide(count);
+        columns.EvaluateBaseline(errorOf, narrow.data());
+        columns.EvaluateWide(errorOf, wide.data());
+        EXPECT_EQ(narrow, expected) << count;
+        EXPECT_EQ(wide, expected) << count;
+    }
 }
 
 TEST(PrimitiveFits, EstimateTheUnitSphereFromItsNormals)

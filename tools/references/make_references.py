@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Fits the splines of the reference features to measured ideal shapes and prints them as a header.
 
-    measure_shapes | tools/references/make_references.py > zorvan/features/featurereferences_tables.h
+    measure_shapes | tools/references/make_references.py > zorvan/features/cpointfeaturehistogram_referencetables.h
 
     measure_shapes | tools/references/make_references.py leave-out
 
@@ -238,7 +238,7 @@ def numbers(values):
 
 def print_header(tables):
     print("""\
-// Made by: measure_shapes | tools/references/make_references.py > zorvan/features/featurereferences_tables.h
+// Made by: measure_shapes | tools/references/make_references.py > zorvan/features/cpointfeaturehistogram_referencetables.h
 #pragma once
 
 #include <cstddef>

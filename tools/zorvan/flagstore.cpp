@@ -2,7 +2,6 @@
 
 #include "zorvan/runtime/csharedmemory.h"
 #include "zorvan/scans/inputerror.h"
-#include "zorvan/workflow/settinglimits.h"
 #include "zorvan/workflow/settingsfile.h"
 
 #include <cstdint>
@@ -43,8 +42,8 @@ bson::object ReadStoredSettings(const std::string& store)
     if (store.empty() || !IsStoreHeld(store)) return {};
     try {
         bson::object settings = OpenStore(store).Get(sSettingsFlag).children();
-        const std::string why =
-            prereg::WhatIsWrongWith(prereg::WithSettings({}, settings)); // throws for values that are no settings
+        // WithSettings throws for values that are no settings.
+        const std::string why = prereg::WhatIsWrongWithFields(prereg::WithSettings({}, settings));
         if (!why.empty()) throw std::range_error(why);
         return settings;
     } catch (const Zorvan::CInputError&) {

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <string>
+#include <string_view>
 
 namespace prereg {
 
@@ -39,6 +41,8 @@ CClusterRegistration::CClusterRegistration(const ConfigurationFPFH& config, std:
         m_state.group = m_state.scheduler->CreateJobGroup({}, {});
     }
     m_state.config = WithSharedSettings(m_state.sharedFlags, config);
+    const std::string why = WhatIsWrong(m_state.config);
+    if (!why.empty()) logger.Warn(L"wrong setting: %s", std::string_view(why));
 }
 
 CClusterRegistration::~CClusterRegistration() = default;

@@ -66,6 +66,7 @@ public:
     using SearchFactory = std::function<std::unique_ptr<IPreRegistration>(
         const PointSet& fix, const PointSet& flt, const ConfigurationFPFH& config, const CTrafo* oracle)>;
 
+    /// @param config logged as a warning where it makes no sense (`WhatIsWrong`), and taken as it is
     /// @param rng    the caller's engine, which is seeded with 47110815 and has to outlive this object; null: an own
     /// one
     /// @param group  where jobs run; its scheduler has to outlive this object and must be running whenever it works.

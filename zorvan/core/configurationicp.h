@@ -2,6 +2,8 @@
 
 #include "zorvan/platform/export.h"
 
+#include <string>
+
 namespace prereg {
 
 /// Settings of every ICP. Lengths in millimetres, angles in radians. The defaults suit an intraoral scanner (points
@@ -31,5 +33,8 @@ struct ZORVAN_API ConfigurationICP
     [[nodiscard]] ConfigurationICP Scale(double f) const;
     [[nodiscard]] bool SupportsOracleCheck() const { return dMaxMovement > 0; }
 };
+
+/// The first setting that makes no sense, and why: "dMaxRMSE needs a finite number"; empty when all do.
+[[nodiscard]] ZORVAN_API std::string WhatIsWrong(const ConfigurationICP& config);
 
 } // namespace prereg

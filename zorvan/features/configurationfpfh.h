@@ -3,6 +3,9 @@
 #include "zorvan/core/configurationicp.h"
 #include "zorvan/platform/export.h"
 
+#include <functional>
+#include <string>
+
 namespace prereg {
 
 /// Settings of the features and of the search for a pose without a start. Lengths in millimetres, angles in radians;
@@ -34,5 +37,19 @@ struct ZORVAN_API ConfigurationFPFH
     [[nodiscard]] ConfigurationFPFH Scale(double factor) const;
     [[nodiscard]] bool SupportsOracleCheck() const { return icpConfig.SupportsOracleCheck(); }
 };
+
+/// The first setting that makes no sense, in `icpConfig` too, and why: "dGridSize needs a finite number"; else what is
+/// wrong between the sizes of features and grids; empty when nothing is.
+[[nodiscard]] ZORVAN_API std::string WhatIsWrong(const ConfigurationFPFH& config);
+
+/// The same for each setting by itself: of settings that others will be merged into.
+[[nodiscard]] ZORVAN_API std::string WhatIsWrongWithFields(const ConfigurationFPFH& config);
+
+/// What keeps features from being computed: a radius without squares in single precision, or a grid that is larger than
+/// what it serves.
+/// @param named  the words for a size: its key and its length in mm, in the reader's units
+[[nodiscard]] ZORVAN_API std::string
+WhatIsWrongWithSizes(const ConfigurationFPFH& config,
+                     const std::function<std::string(const char* key, double mm)>& named);
 
 } // namespace prereg

@@ -30,4 +30,15 @@ void forEachPart(unsigned numTasks, std::size_t n, const Work& work)
     tasks.RunAndWait();
 }
 
+/// Calls first() and second() side by side, on the calling thread one after the other below 2 tasks. Returns when both
+/// are done.
+template <typename First, typename Second>
+void inParallel(unsigned numTasks, const First& first, const Second& second)
+{
+    forEachPart(numTasks, 2, [&](std::size_t from, std::size_t to) {
+        if (from == 0) first();
+        if (to == 2) second();
+    });
+}
+
 } // namespace prereg

@@ -27,10 +27,8 @@ void addPoints(TCells<CFPFHDataSource::GridCell>& cells, const CFPFHPointSet& se
 
 void Merge::Add(const CFPFHPointSet& set, const CTrafo& trafo, unsigned numTasks)
 {
-    forEachPart(numTasks, 2, [&](std::size_t first, std::size_t last) {
-        if (first == 0) addFeatures(features, set, trafo);
-        if (last == 2) addPoints(points, set, trafo);
-    });
+    inParallel(
+        numTasks, [&] { addFeatures(features, set, trafo); }, [&] { addPoints(points, set, trafo); });
 }
 
 } // namespace prereg::detail

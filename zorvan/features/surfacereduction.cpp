@@ -56,10 +56,11 @@ Surface reduce(const SurfaceView& surface, double gridSize)
 Reduction::Reduction(const SurfaceView& surface, double gridSize, double featureGridSize, unsigned numTasks)
     : isShared(gridSize == featureGridSize)
 {
-    forEachPart(numTasks, isShared ? 1 : 2, [&](std::size_t first, std::size_t last) {
-        if (first == 0) points = reduce(surface, gridSize);
-        if (last == 2) featurePoints = reduce(surface, featureGridSize);
-    });
+    inParallel(
+        numTasks, [&] { points = reduce(surface, gridSize); },
+        [&] {
+            if (!isShared) featurePoints = reduce(surface, featureGridSize);
+        });
 }
 
 void normalize(std::vector<Vector3>& normals)

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <memory>
+#include <utility>
 
 namespace Zorvan {
 
@@ -17,25 +18,30 @@ constexpr int numParams = 6;
 class CConeFitObjFunc : public CNLSObjectiveFunction
 {
 public:
-    explicit CConeFitObjFunc(const FitView& view) : CNLSObjectiveFunction(numParams, view.Size()), m_view(view) {}
+    explicit CConeFitObjFunc(CPointColumns points)
+        : CNLSObjectiveFunction(numParams, points.Size()), m_points(std::move(points))
+    {
+    }
 
     Eigen::VectorXd Error(const Eigen::VectorXd& params) override
     {
-        const Vector3d n = Direction(params(1), params(2));
-        const Vector3d a = Direction(params(3), params(4));
-        const Vector3d surface = params(0) * n;
-        const double curvature = params(5);
-        const double s = n.cross(a).squaredNorm();
-        const double slope = curvature * a.dot(n);
-        return m_view.Evaluate([&](const Vector3d& q) {
-            const Vector3d d = q - surface;
-            const double u = d.dot(a);
-            return (curvature / 2.0 * (d.dot(d) * s - u * u) - d.dot(n) * s) / (u * slope + s);
+        const Vector3d direction = Direction(params(1), params(2));
+        const Coordinates n(direction);
+        const Coordinates a(Direction(params(3), params(4)));
+        const Coordinates surface(params(0) * direction);
+        const double halfCurvature = params(5) / 2.0;
+        const Coordinates turn = Cross(n, a);
+        const double s = Dot(turn, turn);
+        const double slope = params(5) * Dot(a, n);
+        return m_points.Evaluate([=](const Coordinates& q) {
+            const Coordinates d = q - surface;
+            const double u = Dot(d, a);
+            return (halfCurvature * (Dot(d, d) * s - u * u) - Dot(d, n) * s) / (u * slope + s);
         });
     }
 
 private:
-    FitView m_view;
+    CPointColumns m_points;
 };
 
 /// The line radius = offset + slope * t through (t, radius) of all points about an axis; NaN when they leave it open.
@@ -106,7 +112,7 @@ CIterativeConeFit::CIterativeConeFit(const std::array<float, 3>* points, const s
 
 CNLSObjectiveFunction& CIterativeConeFit::CreateObjectiveFunction()
 {
-    m_objective = std::make_unique<CConeFitObjFunc>(FitView{m_points, m_fitPoints});
+    m_objective = std::make_unique<CConeFitObjFunc>(CPointColumns(m_points, m_fitPoints));
     return *m_objective;
 }
 

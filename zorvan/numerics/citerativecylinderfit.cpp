@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <memory>
+#include <utility>
 
 namespace Zorvan {
 
@@ -22,22 +23,27 @@ Vector3d axisOf(const Eigen::VectorXd& params)
 class CCylinderFitObjFunc : public CNLSObjectiveFunction
 {
 public:
-    explicit CCylinderFitObjFunc(const FitView& view) : CNLSObjectiveFunction(numParams, view.Size()), m_view(view) {}
+    explicit CCylinderFitObjFunc(CPointColumns points)
+        : CNLSObjectiveFunction(numParams, points.Size()), m_points(std::move(points))
+    {
+    }
 
     Eigen::VectorXd Error(const Eigen::VectorXd& params) override
     {
-        const Vector3d n = Direction(params(1), params(2));
-        const Vector3d a = axisOf(params);
-        const Vector3d surface = RoundToFloat(params(0)) * n;
+        const Vector3d direction = Direction(params(1), params(2));
+        const Coordinates n(direction);
+        const Coordinates a(axisOf(params));
+        const Coordinates surface(RoundToFloat(params(0)) * direction);
         const double halfCurvature = params(4) / 2.0;
-        return m_view.Evaluate([&](const Vector3d& q) {
-            const Vector3d d = q - surface;
-            return halfCurvature * a.cross(d).squaredNorm() - d.dot(n);
+        return m_points.Evaluate([=](const Coordinates& q) {
+            const Coordinates d = q - surface;
+            const Coordinates offAxis = Cross(a, d);
+            return halfCurvature * Dot(offAxis, offAxis) - Dot(d, n);
         });
     }
 
 private:
-    FitView m_view;
+    CPointColumns m_points;
 };
 
 Eigen::VectorXd paramsOf(const Vector3d& point, const Vector3d& axis, double radius)
@@ -77,7 +83,7 @@ CIterativeCylinderFit::CIterativeCylinderFit(const std::array<float, 3>* points,
 
 CNLSObjectiveFunction& CIterativeCylinderFit::CreateObjectiveFunction()
 {
-    m_objective = std::make_unique<CCylinderFitObjFunc>(FitView{m_points, m_fitPoints});
+    m_objective = std::make_unique<CCylinderFitObjFunc>(CPointColumns(m_points, m_fitPoints));
     return *m_objective;
 }
 

@@ -3,6 +3,7 @@
 #include "zorvan/numerics/primitivegeometry.h"
 
 #include <memory>
+#include <utility>
 
 namespace Zorvan {
 
@@ -15,21 +16,25 @@ constexpr int numParams = 4;
 class CSphereFitObjFunc : public CNLSObjectiveFunction
 {
 public:
-    explicit CSphereFitObjFunc(const FitView& view) : CNLSObjectiveFunction(numParams, view.Size()), m_view(view) {}
+    explicit CSphereFitObjFunc(CPointColumns points)
+        : CNLSObjectiveFunction(numParams, points.Size()), m_points(std::move(points))
+    {
+    }
 
     Eigen::VectorXd Error(const Eigen::VectorXd& params) override
     {
-        const Vector3d n = Direction(params(1), params(2));
-        const Vector3d surface = RoundToFloat(params(0)) * n;
+        const Vector3d direction = Direction(params(1), params(2));
+        const Coordinates n(direction);
+        const Coordinates surface(RoundToFloat(params(0)) * direction);
         const double halfCurvature = params(3) / 2.0;
-        return m_view.Evaluate([&](const Vector3d& q) {
-            const Vector3d d = q - surface;
-            return halfCurvature * d.dot(d) - d.dot(n);
+        return m_points.Evaluate([=](const Coordinates& q) {
+            const Coordinates d = q - surface;
+            return halfCurvature * Dot(d, d) - Dot(d, n);
         });
     }
 
 private:
-    FitView m_view;
+    CPointColumns m_points;
 };
 
 Eigen::VectorXd paramsOf(const Vector3d& center, double radius)
@@ -62,7 +67,7 @@ CIterativeSphereFit::CIterativeSphereFit(const std::array<float, 3>* points, con
 
 CNLSObjectiveFunction& CIterativeSphereFit::CreateObjectiveFunction()
 {
-    m_objective = std::make_unique<CSphereFitObjFunc>(FitView{m_points, m_fitPoints});
+    m_objective = std::make_unique<CSphereFitObjFunc>(CPointColumns(m_points, m_fitPoints));
     return *m_objective;
 }
 

@@ -110,6 +110,7 @@ protected:
     Eigen::MatrixXd getCovariance(Eigen::MatrixXd jacobian, Eigen::VectorXi& singular, double tol);
 
 private:
+    void writeDerivatives(Eigen::VectorXd& params, int index, double step, int order, double* derivatives);
     void requireIndex(int index) const;
     void requireLength(Eigen::Index length) const;
     [[nodiscard]] Eigen::VectorXd unit(int index, double value) const;

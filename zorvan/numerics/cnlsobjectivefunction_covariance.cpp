@@ -85,28 +85,42 @@ Eigen::MatrixXd CNLSObjectiveFunction::Jacobian(const Eigen::VectorXd& free)
     Eigen::VectorXd params = BuildParamsFromFree(free);
     Eigen::MatrixXd jacobian(m, free.size());
     for (Eigen::Index j = 0; j < free.size(); ++j)
-        jacobian.col(j) = errorFDDerivatives(params, m_freeVariablesIndices(j), step, order);
+        writeDerivatives(params, m_freeVariablesIndices(j), step, order, jacobian.col(j).data());
     return jacobian;
 }
 
 Eigen::VectorXd CNLSObjectiveFunction::errorFDDerivatives(Eigen::VectorXd& params, int index, double h,
                                                           int stencilOrder)
 {
+    Eigen::VectorXd derivatives(GetNumMeasurements());
+    writeDerivatives(params, index, h, stencilOrder, derivatives.data());
+    return derivatives;
+}
+
+// Every term is added as soon as it is known, while it still lies in the cache.
+void CNLSObjectiveFunction::writeDerivatives(Eigen::VectorXd& params, int index, double h, int stencilOrder,
+                                             double* derivatives)
+{
     requireIndex(index);
     const auto& stencil = stencils.at(static_cast<std::size_t>(stencilOrder) - 1);
     const double value = params(index);
     const int first = -(stencilOrder / 2);
-    Eigen::VectorXd sum = Eigen::VectorXd::Zero(GetNumMeasurements());
-    for (int offset = first; offset <= (stencilOrder + 1) / 2; ++offset) {
+    const int last = (stencilOrder + 1) / 2;
+    Eigen::Map<Eigen::ArrayXd> sum(derivatives, GetNumMeasurements());
+    for (int offset = first; offset <= last; ++offset) {
         params(index) = offset * h + value;
         const double coefficient = stencil[static_cast<std::size_t>(offset - first)];
         if (coefficient == 0.0) continue;
         const Eigen::VectorXd error = Error(params);
         if (error.size() != sum.size()) throw std::logic_error("Error returned another number of measurements");
-        sum += coefficient * error;
+        if (offset == first)
+            sum = coefficient * error.array();
+        else if (offset < last)
+            sum += coefficient * error.array();
+        else
+            sum = (sum + coefficient * error.array()) / h;
     }
     params(index) = value;
-    return sum / h;
 }
 
 Eigen::MatrixXd CNLSObjectiveFunction::getCovariance(Eigen::MatrixXd jacobian, Eigen::VectorXi& singular, double tol)

@@ -62,10 +62,16 @@ struct CNLSSolver::Iterate
     Eigen::VectorXd x;
     Eigen::VectorXd residuals;
     Eigen::MatrixXd jacobian;
+    Eigen::MatrixXd weighted; ///< J^T W
     Eigen::MatrixXd normalMatrix;
     Eigen::VectorXd descent; ///< the negative gradient
     double damping = 0.0;
     double growth = 1.0;
+
+    // The last step that was tried. Both keep their memory from step to step: what is freed at every step goes back to
+    // the system, and every page of it is fetched again.
+    Eigen::VectorXd triedResiduals;
+    Eigen::MatrixXd triedJacobian;
 
     [[nodiscard]] double Rmse() const { return residuals.norm() / std::sqrt(static_cast<double>(residuals.size())); }
 };
@@ -141,8 +147,9 @@ Eigen::VectorXd CNLSSolver::nextStep(const Iterate& at, const Inequalities& limi
 void CNLSSolver::tryStep(Iterate& at, const Eigen::VectorXd& h, int iter) const
 {
     Eigen::VectorXd x = at.x + h;
-    Eigen::VectorXd residuals = error(x);
-    Eigen::MatrixXd jacobian = m_objective.Jacobian(x);
+    Eigen::VectorXd& residuals = at.triedResiduals;
+    residuals = error(x);
+    at.triedJacobian = m_objective.Jacobian(x);
     if (residuals.size() != at.residuals.size()) throw std::logic_error("Error changed the number of measurements");
     const double dF = (at.residuals.dot(at.residuals) - residuals.dot(residuals)) * 0.5;
     const double dL = h.dot(at.damping * h + at.descent) * 0.5;
@@ -153,8 +160,8 @@ void CNLSSolver::tryStep(Iterate& at, const Eigen::VectorXd& h, int iter) const
         return;
     }
     at.x = std::move(x);
-    at.residuals = std::move(residuals);
-    at.jacobian = std::move(jacobian);
+    at.residuals.swap(residuals);
+    at.jacobian.swap(at.triedJacobian);
     formEquations(at);
     at.damping *= dampingFactor(dF, dL);
     at.growth = 2.0;
@@ -166,10 +173,9 @@ void CNLSSolver::formEquations(Iterate& at) const
     const Eigen::VectorXd weights = computeWeight(at.residuals, false);
     if (at.jacobian.rows() != weights.size() || at.jacobian.cols() != at.x.size())
         throw std::logic_error("Jacobian must have a row for each measurement and a column for each free variable");
-    Eigen::MatrixXd weighted = at.jacobian.transpose();
-    weighted.array().rowwise() *= weights.transpose().array();
-    at.normalMatrix = weighted * at.jacobian;
-    at.descent = -(weighted * at.residuals);
+    at.weighted = at.jacobian.transpose() * weights.asDiagonal();
+    at.normalMatrix = at.weighted * at.jacobian;
+    at.descent = -(at.weighted * at.residuals);
 }
 
 Eigen::VectorXd CNLSSolver::error(const Eigen::VectorXd& free) const

@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <bit>
+#include <string>
+#include <string_view>
 
 namespace prereg {
 
@@ -61,6 +63,8 @@ CFPFHPreRegistration::CFPFHPreRegistration(std::shared_ptr<const CFPFHPointSet> 
 {
     m_isSwapped = m_fix != nullptr && m_flt != nullptr && m_fix->Size() < m_flt->Size();
     m_config = WithSharedSettings(m_sharedFlags, config);
+    const std::string why = WhatIsWrong(m_config);
+    if (!why.empty()) logger.Warn(L"wrong setting: %s", std::string_view(why));
 }
 
 bool CFPFHPreRegistration::readFlag(const char* name) const

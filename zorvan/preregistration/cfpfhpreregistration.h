@@ -51,7 +51,8 @@ public:
     };
 
     CFPFHPreRegistration();
-    /// @param copy  false: refers to the caller's sets, which then have to outlive this object
+    /// @param config  logged as a warning where it makes no sense (`WhatIsWrong`), and taken as it is
+    /// @param copy    false: refers to the caller's sets, which then have to outlive this object
     CFPFHPreRegistration(const CFPFHPointSet& fix, const CFPFHPointSet& flt, const ConfigurationFPFH& config,
                          bool copy);
     CFPFHPreRegistration(std::shared_ptr<const CFPFHPointSet> fix, std::shared_ptr<const CFPFHPointSet> flt,

@@ -1,12 +1,18 @@
 #include "zorvan/preregistration/crefinedpreregistration.h"
 
+#include "zorvan/platform/clogger.h"
+
 #include <algorithm>
 #include <random>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace prereg {
 
 namespace {
+
+const Logging::CLogger logger(L"QAV.PreRegistration.FPFH");
 
 constexpr unsigned seed = 47110815; // the same sets always give the same pose
 
@@ -21,6 +27,8 @@ CRefinedPreRegistration::CRefinedPreRegistration(std::shared_ptr<const CFPFHPoin
       m_refinementConfig(refinementConfig),
       m_search(m_fix, m_flt, searchConfig)
 {
+    const std::string why = WhatIsWrong(m_refinementConfig); // the search judges its own
+    if (!why.empty()) logger.Warn(L"wrong setting of the refinement: %s", std::string_view(why));
     if (oracle != nullptr) m_search.SetOracleTrafo(*oracle);
 }
 

@@ -1,5 +1,6 @@
 #include "zorvan/preregistration/settingsserialization.h"
 
+#include "zorvan/features/configurationfpfh_fields.h"
 #include "zorvan/platform/clogger.h"
 
 #include <string_view>
@@ -7,52 +8,6 @@
 namespace bson {
 
 namespace {
-
-/// Calls `visit(key, field)` for each field; the one list of the keys, in the order of writing.
-template <class Visitor>
-void visitFields(auto& config, const Visitor& visit) requires requires
-{
-    config.uiMaxNumIterations;
-}
-{
-    visit("uiMaxNumIterations", config.uiMaxNumIterations);
-    visit("dMinQueryRadius", config.dMinQueryRadius);
-    visit("dInitialQueryRadiusScaling", config.dInitialQueryRadiusScaling);
-    visit("uiNumSamples", config.uiNumSamples);
-    visit("dNormalAngleTolerance", config.dNormalAngleTolerance);
-    visit("dMaxMovement", config.dMaxMovement);
-    visit("dMinOverlapRatio", config.dMinOverlapRatio);
-    visit("dMaxRMSE", config.dMaxRMSE);
-    visit("dMinOverlapArea", config.dMinOverlapArea);
-    visit("dMinSmallBigRatio", config.dMinSmallBigRatio);
-    visit("dSmallBigQueryRadiusScaling", config.dSmallBigQueryRadiusScaling);
-    visit("dInlierScaling", config.dInlierScaling);
-    visit("dMaxStdDev", config.dMaxStdDev);
-    visit("dPointAccuracy", config.dPointAccuracy);
-}
-
-template <class Visitor>
-void visitFields(auto& config, const Visitor& visit) requires requires
-{
-    config.icpConfig;
-}
-{
-    visit("uiNumPolygons", config.uiNumPolygons);
-    visit("uiNumPolygonVertices", config.uiNumPolygonVertices);
-    visit("uiNumNeighbors", config.uiNumNeighbors);
-    visit("dMaxPolygonDiameter", config.dMaxPolygonDiameter);
-    visit("dMaxPolygonVertexError", config.dMaxPolygonVertexError);
-    visit("dFeatureRadius", config.dFeatureRadius);
-    visit("dFeatureClusteringBandwidth", config.dFeatureClusteringBandwidth);
-    visit("dGridSize", config.dGridSize);
-    visit("dFeatureGridSize", config.dFeatureGridSize);
-    visit("dTrafoPositionClusteringBandwidth", config.dTrafoPositionClusteringBandwidth);
-    visit("dTrafoOrientationClusteringBandwidth", config.dTrafoOrientationClusteringBandwidth);
-    visit("uiTrafoClusteringQuorum", config.uiTrafoClusteringQuorum);
-    visit("dVerifyTrafoMaxFeatureDistance", config.dVerifyTrafoMaxFeatureDistance);
-    visit("dVerifyTrafoMinConfidence", config.dVerifyTrafoMinConfidence);
-    visit("icpConfig", config.icpConfig);
-}
 
 element toElement(const char* key, unsigned int value) { return {key, value}; }
 element toElement(const char* key, double value) { return {key, value}; }
@@ -69,7 +24,8 @@ template <class Config>
 object write(const Config& config)
 {
     object document;
-    visitFields(config, [&](const char* key, const auto& field) { document += toElement(key, field); });
+    prereg::VisitFields(
+        config, [&](const prereg::SettingInfo& info, const auto& field) { document += toElement(info.key, field); });
     return document;
 }
 
@@ -78,8 +34,8 @@ Config read(const object& document)
 {
     Config config;
     for (const element& e : document)
-        visitFields(config, [&](std::string_view key, auto& field) {
-            if (key == e.name()) read(e, field);
+        prereg::VisitFields(config, [&](const prereg::SettingInfo& info, auto& field) {
+            if (std::string_view(info.key) == e.name()) read(e, field);
         });
     return config;
 }

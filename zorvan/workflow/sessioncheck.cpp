@@ -2,7 +2,6 @@
 
 #include "zorvan/core/icpresult.h"
 #include "zorvan/graphs/cdisjointsets.h"
-#include "zorvan/workflow/settinglimits.h"
 
 #include <algorithm>
 #include <cmath>
@@ -183,7 +182,8 @@ std::string whatIsWrongWithPlaces(const CClusterRegistration& registration, cons
 
 std::string WhatIsWrongWith(const CClusterRegistration& registration, const ScanFiles& files)
 {
-    if (std::string why = WhatIsWrongWith(registration.GetRegistrationConfig()); !why.empty()) return why;
+    std::string whyConfig = WhatIsWrongWithFields(registration.GetRegistrationConfig());
+    if (!whyConfig.empty()) return whyConfig;
     if (!isConsistent(registration, files) || !areClustersResolved(registration))
         return "its scans and its clusters do not fit each other";
     if (!arePosesRigid(registration)) return "a pose scales, or is not finite or beyond 1e10 mm";

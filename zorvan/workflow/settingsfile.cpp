@@ -1,11 +1,11 @@
 #include "zorvan/workflow/settingsfile.h"
 
+#include "zorvan/features/configurationfpfh_fields.h"
 #include "zorvan/preregistration/settingsserialization.h"
 #include "zorvan/scans/filebytes.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/textnumber.h"
 #include "zorvan/workflow/documenttext.h"
-#include "zorvan/workflow/settinglimits.h"
 #include "zorvan/workflow/settingwords.h"
 
 #include <algorithm>
@@ -19,6 +19,17 @@ using bson::element;
 using bson::object;
 
 constexpr const char* sIcp = "icpConfig";
+
+/// @param setting  of the type that the setting has
+std::string whatIsWrongWith(const element& setting)
+{
+    for (const SettingInfo& info : AllSettings()) {
+        if (info.key != setting.name_string()) continue;
+        return setting.type() == element::eUInt32 ? WhatIsWrong(info, setting.as_uint32())
+                                                  : WhatIsWrong(info, setting.as_double());
+    }
+    return {};
+}
 
 /// Compares a text with the settings there are, name by name.
 class CSettingsReader
@@ -89,7 +100,7 @@ private:
             refuse(place, e, "needs a number");
         if (setting.type() == element::eUInt32 && !isWhole) refuse(place, e, "needs a whole number");
         const element coerced = setting.coerce(e, nullptr); // a negative count becomes a huge one
-        if (const std::string why = WhatIsWrongWith(coerced); !why.empty()) refuse(place, e, why);
+        if (const std::string why = whatIsWrongWith(coerced); !why.empty()) refuse(place, e, why);
         return coerced;
     }
 

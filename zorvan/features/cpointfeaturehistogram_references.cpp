@@ -1,7 +1,7 @@
 // The features of ideal spheres and cylinder mantles, looked up in splines over the radius.
 
 #include "zorvan/features/cpointfeaturehistogram.h"
-#include "zorvan/features/featurereferences_tables.h"
+#include "zorvan/features/cpointfeaturehistogram_referencetables.h"
 #include "zorvan/platform/clogger.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Made by: measure_shapes | tools/references/make_references.py > zorvan/features/featurereferences_tables.h
+// Made by: measure_shapes | tools/references/make_references.py > zorvan/features/cpointfeaturehistogram_referencetables.h
 #pragma once
 
 #include <cstddef>

@@ -1,6 +1,6 @@
 #include "zorvan/features/cfpfhdatasource.h"
 #include "zorvan/features/cpointfeaturehistogram.h"
-#include "zorvan/features/featurereferences_tables.h"
+#include "zorvan/features/cpointfeaturehistogram_referencetables.h"
 
 #include "tests/support/clouds.h"
 #include "tests/support/logcapture.h"
