@@ -65,7 +65,7 @@ struct Features
 
 void checkCall(const FeaturesOptions& options)
 {
-    if (!Zorvan::GetCpuFeatures().bAvx) throw CInputError("features need a processor with AVX; use another machine");
+    if (Zorvan::GetSimd() != Zorvan::ESimd::Avx) throw CInputError("features need a processor with AVX; use another machine");
     if (options.output.empty()) return;
     if (std::filesystem::path(options.output).extension() != ".ply")
         throw CInputError(options.output, "coloured points are written as PLY", "give a name that ends in .ply");

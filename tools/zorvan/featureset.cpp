@@ -12,7 +12,7 @@ std::shared_ptr<const prereg::CFPFHPointSet> ComputeFeatureSet(const SurfelScan&
                                                                unsigned uiNumTasks, double dMmPerUnit,
                                                                const GpuContext& gpu)
 {
-    if (!Zorvan::GetCpuFeatures().bAvx)
+    if (Zorvan::GetSimd() != Zorvan::ESimd::Avx)
         throw CInputError("a search without a start pose needs a processor with AVX; align two scans with --initial");
     CheckFeatureSizes(scan, config, dMmPerUnit);
     prereg::CFPFHDataSource source(config, uiNumTasks, gpu);
