@@ -1,5 +1,6 @@
 #include "commands.h"
-#include "showntext.h"
+
+#include "zorvan/scans/showntext.h"
 
 #include "zorvan/platform/cpufeatures.h"
 
@@ -20,7 +21,7 @@ namespace {
 
 int refuse(const std::string& why)
 {
-    std::cerr << tools::ToMessage("zorvan: " + why) << '\n';
+    std::cerr << Zorvan::ToMessage("zorvan: " + why) << '\n';
     return tools::WrongInput;
 }
 
