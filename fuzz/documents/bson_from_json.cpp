@@ -1,6 +1,6 @@
 #include "fuzz/law.h"
 
-#include "zorvan/documents/bson.h"
+#include "zorvan/documents/bsonjson.h"
 
 #include <algorithm>
 #include <cmath>
@@ -77,12 +77,29 @@ object parsed(const std::string& text)
     return {};
 }
 
+/// Strict rules refuse more, and never read anything else.
+void checkStrictRules(const std::string& text, const object& lenient)
+{
+    try {
+        const bson::text_document strict = bson::read_text(bson::convert(text), bson::ETextRules::Strict);
+        Law(strict.document.num_elements() <= strict.names.size(), "every name has its place");
+        Law(std::equal(strict.document.begin(), strict.document.end(), lenient.begin(), lenient.end()),
+            "strict rules read the same document");
+    } catch (const bson::text_error& error) {
+        Law(error.place().iLine >= 0 && error.place().iColumn >= 0, "an error has a place");
+    } catch (const std::range_error&) {
+        // Not UTF-8.
+    }
+}
+
 } // namespace
 
 /// What was read and is written reads the same again.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const object document = parsed(std::string(data, data + size));
+    const std::string text(data, data + size);
+    const object document = parsed(text);
+    checkStrictRules(text, document);
     if (anyTiny(document)) return 0;
     for (const unsigned int indent : {0U, 2U}) {
         const object again = parsed(document.to_json(indent, 1));

@@ -26,11 +26,11 @@ std::string bytesOf(const object& o)
 
 bool equal(const object& a, const object& b) { return std::equal(a.begin(), a.end(), b.begin(), b.end()); }
 
-object readShared(const std::uint8_t* data, std::size_t size)
+object readShared(const std::uint8_t* data, std::size_t size, bson::unfreeze_end& end)
 {
     auto bytes = std::make_unique<unsigned char[]>(size);
     std::copy_n(data, size, bytes.get());
-    return object::unfreeze(std::shared_ptr<const unsigned char[]>(std::move(bytes)), size);
+    return object::unfreeze(std::shared_ptr<const unsigned char[]>(std::move(bytes)), size, end);
 }
 
 object withoutEmptyElements(const object& o)
@@ -79,9 +79,29 @@ void checkText(const object& o)
 
 } // namespace
 
+/// Where the stream stands is where reading in place ended, and for the reason that the stream shows.
+void checkReadersAgree(const std::uint8_t* data, std::size_t size)
+{
+    bson::unfreeze_end end;
+    const object shared = readShared(data, size, end);
+    std::istringstream stream(std::string(data, data + size));
+    bool isReadable = true;
+    try {
+        Law(equal(object::unfreeze(stream), shared), "memory that is shared and stream give the same document");
+    } catch (const std::invalid_argument&) {
+        isReadable = false;
+    }
+    using bson::unfreeze_end;
+    Law(isReadable == (end.reason == unfreeze_end::eWhole || end.reason == unfreeze_end::eCut), "both refuse it");
+    Law(stream.good() == (end.reason != unfreeze_end::eCut), "both find it cut short");
+    const auto place = stream.rdbuf()->pubseekoff(0, std::ios_base::cur, std::ios_base::in);
+    Law(static_cast<std::uint64_t>(std::streamoff{place}) == end.position, "both end at the same byte");
+}
+
 /// What is read is stable: freezing and reading again gives the same document, from memory and from a stream.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
+    checkReadersAgree(data, size);
     object read;
     try {
         read = object::unfreeze(data, size);
@@ -91,8 +111,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     std::istringstream stream(std::string(data, data + size));
     Law(equal(object::unfreeze(stream), read), "memory and stream give the same document");
-    Law(equal(readShared(data, size), read), "memory that is shared gives the same document");
-
     const std::string frozen = bytesOf(read);
     Law(frozen.size() == read.size(), "size() tells the length of the frozen form");
     const object again = object::unfreeze(reinterpret_cast<const unsigned char*>(frozen.data()));

@@ -1,6 +1,6 @@
 #include "tests/support/clouds.h"
 #include "zorvan/core/tkdtree.h"
-#include "zorvan/core/tkdtree_kernels.h"
+#include "zorvan/platform/cpufeatures.h"
 
 #include <gmock/gmock.h>
 
@@ -44,12 +44,12 @@ std::vector<unsigned> ballByScan(const Cloud& cloud, const Vector3& q, float rad
 }
 
 // The searches on every width of vector unit against looking at every point.
-class TreeClouds : public testing::TestWithParam<std::tuple<Cloud, bool>>
+class TreeClouds : public testing::TestWithParam<std::tuple<Cloud, Zorvan::ESimd>>
 {
 protected:
-    TreeClouds() { Zorvan::detail::ForceBaselineKernels(std::get<1>(GetParam())); }
-    ~TreeClouds() override { Zorvan::detail::ForceBaselineKernels(false); }
+    ~TreeClouds() override { Zorvan::LimitSimd(m_before); }
 
+    const Zorvan::ESimd m_before = Zorvan::LimitSimd(std::get<1>(GetParam()));
     const Cloud m_cloud = std::get<0>(GetParam());
     const Tree m_tree{m_cloud.points.data(), m_cloud.points.size()};
     const std::vector<Vector3> m_queries = support::QueriesAround(m_cloud, 400);
@@ -133,11 +133,12 @@ TEST_P(TreeClouds, KNearestAreSortedTrueDistancesWithinTheRadius)
 }
 
 INSTANTIATE_TEST_SUITE_P(TKdTree, TreeClouds,
-                         testing::Combine(testing::ValuesIn(support::HardClouds()), testing::Bool()),
+                         testing::Combine(testing::ValuesIn(support::HardClouds()),
+                                          testing::Values(Zorvan::ESimd::Baseline, Zorvan::ESimd::Avx)),
                          [](const auto& test) {
                              std::string name = std::get<0>(test.param).name;
                              std::replace(name.begin(), name.end(), ' ', '_');
-                             return name + (std::get<1>(test.param) ? "_sse" : "_widest");
+                             return name + "_" + Zorvan::NameOf(std::get<1>(test.param));
                          });
 
 TEST(TKdTree, LeavesOutPointsThatAreNotFinite)

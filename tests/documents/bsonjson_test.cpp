@@ -1,4 +1,4 @@
-#include "zorvan/documents/bson.h"
+#include "zorvan/documents/bsonjson.h"
 
 #include "tests/documents/samples.h"
 #include "tests/support/commalocale.h"
@@ -90,6 +90,37 @@ TEST(Json, ThrowsTheMessageOfAnError)
     const std::string quote = object(element("a", "b\"c")).to_json(); // written raw, and so unreadable
     EXPECT_EQ(quote, R"({"a" : "b"c"})");
     EXPECT_THROW(static_cast<void>(object::from_json(quote)), std::string);
+}
+
+TEST(Json, BothRulesSayWhereATextIsWrong)
+{
+    using bson::ETextRules;
+    const auto placeOf = [](const char* text, ETextRules rules) -> std::string {
+        try {
+            static_cast<void>(bson::read_text(bson::convert(text), rules));
+            return "read";
+        } catch (const bson::text_error& error) {
+            return std::to_string(error.place().iLine) + ":" + std::to_string(error.place().iColumn);
+        }
+    };
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"{'a' : 1,\n 'b' : [1]}", "2:8", "2:8"},
+        {"{'a' : 1", "1:0", "1:0"},
+        {"", "1:0", "1:0"},
+        {"{'a' : .5}", "read", "1:8"},
+        {"{'a' : 1}\n\n  x", "read", "3:3"},
+        {"{'a' : 2147483648}", "read", "1:8"},
+    };
+    for (const auto& [text, lenient, strict] : cases) {
+        EXPECT_EQ(placeOf(text, ETextRules::Lenient), lenient) << text;
+        EXPECT_EQ(placeOf(text, ETextRules::Strict), strict) << text;
+    }
+    const bson::text_document read = bson::read_text(L"{'a' : {\n'b' : 1}, 'c' : 2}", ETextRules::Strict);
+    EXPECT_EQ(read.document, (object{{"a", object(element("b", 1))}, {"c", 2}}));
+    std::string places;
+    for (const auto& place : read.names)
+        places += std::to_string(place.iLine) + ":" + std::to_string(place.iColumn) + " ";
+    EXPECT_EQ(places, "1:2 2:1 2:11 ");
 }
 
 TEST(Json, RefusesTextThatNestsTooDeep)

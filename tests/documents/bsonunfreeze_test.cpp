@@ -163,6 +163,31 @@ TEST(Unfreeze, TakesHostileBytesForWhatTheyAre)
         }
 }
 
+TEST(Unfreeze, ReportsWhereAndWhyReadingEnded)
+{
+    using bson::unfreeze_end;
+    const std::tuple<std::string, unfreeze_end::Reason, std::uint64_t> cases[] = {
+        {"\0\0\0\0\0"s, unfreeze_end::eWhole, 5},
+        {"\0\0\0\0\0behind"s, unfreeze_end::eWhole, 5},
+        {"\0\0"s, unfreeze_end::eCut, 2},
+        {"\2\0\0\0\x0A\0"s, unfreeze_end::eCut, 6},
+        {"\x0B\0\0\0\4o\0\3\0\0\0\x0An"s, unfreeze_end::eCut, 13},
+        {"\0\0\0\0\2s\0\xFF\xFF\xFF\xFFtext"s, unfreeze_end::eCut, 15},
+        {"\0\0\0\0\4o\0\0\0\0\0\3abc\0\0\0"s, unfreeze_end::eUnknownType, 16},
+        {Nested(bson::uiMaxNesting), unfreeze_end::eWhole, 7 * bson::uiMaxNesting + 5},
+        {Nested(bson::uiMaxNesting + 1), unfreeze_end::eTooDeep, 6 * bson::uiMaxNesting + 6},
+    };
+    for (const auto& [bytes, reason, position] : cases) {
+        unfreeze_end end;
+        const object document = object::unfreeze(Share(bytes), bytes.size(), end);
+        EXPECT_EQ(end.reason, reason) << bytes.substr(0, 20);
+        EXPECT_EQ(end.position, position) << bytes.substr(0, 20);
+        if (reason == unfreeze_end::eWhole || reason == unfreeze_end::eCut) {
+            EXPECT_EQ(document, FromStream(bytes));
+        }
+    }
+}
+
 TEST(Unfreeze, StringsWithoutTheirNULAreEmpty)
 {
     for (const char length : {'\0', '\1'}) {

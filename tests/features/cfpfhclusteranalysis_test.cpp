@@ -1,4 +1,5 @@
 #include "zorvan/features/cfpfhclusteranalysis.h"
+#include "zorvan/platform/cpufeatures.h"
 
 #include "tests/support/logcapture.h"
 
@@ -111,9 +112,9 @@ TEST(CFPFHClusterAnalysis, StaysEmptyWhereThereIsNothingToDivide)
     for (const double bandwidth : {-1.0, 0.5}) {
         EXPECT_EQ(numClusters(broken, 2U, bandwidth), 0U);
         EXPECT_EQ(numClusters(Histograms(), 2U, bandwidth), 0U);
-        detail::ForceNoVectorUnit(true);
+        const Zorvan::ESimd before = Zorvan::LimitSimd(Zorvan::ESimd::Baseline);
         EXPECT_EQ(numClusters(few, 2U, bandwidth), 0U);
-        detail::ForceNoVectorUnit(false);
+        Zorvan::LimitSimd(before);
     }
     const support::LogCapture log;
     const CFPFHClusterAnalysis none = analyse(few, 0);

@@ -1,4 +1,5 @@
 #include "zorvan/features/cpointfeaturehistogram.h"
+#include "zorvan/platform/cpufeatures.h"
 
 #include <gtest/gtest.h>
 
@@ -148,14 +149,14 @@ TEST(CPointFeatureHistogram, HashesItsBits)
 
 TEST(CPointFeatureHistogram, WithoutAVectorUnitNothingIsComputed)
 {
-    prereg::detail::ForceNoVectorUnit(true);
+    const Zorvan::ESimd before = Zorvan::LimitSimd(Zorvan::ESimd::Baseline);
     auto h = histogramOf({}, {0, 0, 1}, {1, 0, 0}, {0, 0, 1});
     h.Add(CPointFeatureHistogram(1.0F), 1.0F);
     h.Normalize();
     EXPECT_EQ(h, CPointFeatureHistogram());
     EXPECT_EQ(CPointFeatureHistogram(1.0F).PopCount(), 0U);
     EXPECT_TRUE(std::isnan(h.SoerensenDistance(CPointFeatureHistogram(1.0F))));
-    prereg::detail::ForceNoVectorUnit(false);
+    Zorvan::LimitSimd(before);
 }
 
 } // namespace

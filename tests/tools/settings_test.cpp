@@ -244,6 +244,10 @@ TEST(DumpCommand, ShowsDocumentsAndRefusesEveryCut)
     folder.Write("damaged.zdoc", damaged);
     expectRefusal(folder.Run("dump damaged.zdoc"), "damaged");
     damaged = bytes;
+    damaged.back() = 8; // an element begins where the document must end
+    folder.Write("damaged.zdoc", damaged);
+    expectRefusal(folder.Run("dump damaged.zdoc"), "does not end before byte " + std::to_string(bytes.size()));
+    damaged = bytes;
     damaged[4] = 99;
     folder.Write("damaged.zdoc", damaged);
     expectRefusal(folder.Run("dump damaged.zdoc"), "unknown type");

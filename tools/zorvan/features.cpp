@@ -65,7 +65,7 @@ struct Features
 
 void checkCall(const FeaturesOptions& options)
 {
-    if (!Zorvan::GetCpuFeatures().bAvx)
+    if (Zorvan::GetSimd() != Zorvan::ESimd::Avx)
         throw Zorvan::CInputError("features need a processor with AVX; use another machine");
     if (options.output.empty()) return;
     if (std::filesystem::path(options.output).extension() != ".ply")

@@ -2,6 +2,8 @@
 
 #include "zorvan/scans/showntext.h"
 
+#include "zorvan/platform/cpufeatures.h"
+
 #include <CLI/CLI.hpp>
 
 #include <fcntl.h>
@@ -42,12 +44,15 @@ int withOutput(int exitCode)
     return refuse("standard output cannot be written" + why + "; check where it goes");
 }
 
+/// With the vector unit in use, which the environment can choose (ZORVAN_SIMD).
+std::string version() { return ZORVAN_VERSION " (" + std::string(Zorvan::NameOf(Zorvan::GetSimd())) + ")"; }
+
 int run(int argc, char** argv)
 {
     int exitCode = tools::Done;
     CLI::App app("Registers 3D surface scans.", "zorvan");
     app.require_subcommand(1);
-    app.set_version_flag("--version", ZORVAN_VERSION);
+    app.set_version_flag("--version", version);
     app.footer("zorvan COMMAND --help shows options and examples.");
     tools::AddAlign(app, exitCode);
     tools::AddRegister(app, exitCode);

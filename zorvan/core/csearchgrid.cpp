@@ -210,9 +210,10 @@ CSearchGrid::IVector3D CSearchGrid::getClampedCubeIdx(const Vector3& p) const
 
 CSearchGrid::IVector3D CSearchGrid::getCubeIdx(const Vector3& p) const
 {
-    const auto cells = simd::Floor((simd::Load(&p.x) - simd::Load(&m_bboxMin.x)) * simd::Load(&m_invCellSize.x));
+    using simd::Float4;
+    const Float4 offset = Float4::Load(&p.x) - Float4::Load(&m_bboxMin.x);
     Vector3 floors;
-    simd::Store(&floors.x, cells);
+    simd::Floor(offset * Float4::Load(&m_invCellSize.x)).Store(&floors.x);
     return {toInt(floors.x), toInt(floors.y), toInt(floors.z), 0};
 }
 

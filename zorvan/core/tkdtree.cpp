@@ -1,12 +1,10 @@
 #include "zorvan/core/tkdtree.h"
 
 #include "zorvan/core/tkdtree_kernels.h"
-#include "zorvan/core/tkdtree_lanes.h"
-#include "zorvan/platform/cpufeatures.h"
+#include "zorvan/platform/simd.h"
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <bit>
 #include <cmath>
 #include <limits>
@@ -20,27 +18,19 @@ namespace detail {
 
 namespace {
 
-using Lanes = SseLanes;
+using Lanes = simd::Float4;
 #define WIDE
 
-#include "zorvan/core/tkdtree_queries.h"
+#include "zorvan/core/tkdtree_queries.inl"
 
 #undef WIDE
-
-std::atomic<bool> forceBaseline{false};
 
 } // namespace
 
 const KdTreeKernels baselineKernels = {
     "sse4", &findNearest, &findInBall, &findNearestToLine, &findKNearest<3, 48>, &findKNearest<33, 4096>};
 
-const KdTreeKernels& ActiveKernels()
-{
-    static const bool hasAvx = GetCpuFeatures().bAvx;
-    return hasAvx && !forceBaseline.load(std::memory_order_relaxed) ? avxKernels : baselineKernels;
-}
-
-void ForceBaselineKernels(bool force) { forceBaseline.store(force, std::memory_order_relaxed); }
+const KdTreeKernels& ActiveKernels() { return simd::IsWide() ? avxKernels : baselineKernels; }
 
 } // namespace detail
 
@@ -76,16 +66,16 @@ kdtree::Range<Dim> boxOf(const kdtree::Vector<Dim>* points, std::uint32_t count)
 template <>
 kdtree::Range<3> boxOf<3>(const kdtree::Vector<3>* points, std::uint32_t count)
 {
-    simd::Float4 low = simd::Load(&points[0].x);
+    simd::Float4 low = simd::Float4::Load(&points[0].x);
     simd::Float4 high = low;
     for (std::uint32_t i = 1; i < count; ++i) {
-        const simd::Float4 p = simd::Load(&points[i].x);
+        const simd::Float4 p = simd::Float4::Load(&points[i].x);
         low = simd::Min(low, p);
         high = simd::Max(high, p);
     }
     kdtree::Range<3> box;
-    simd::Store(&box.low.x, low);
-    simd::Store(&box.high.x, high);
+    low.Store(&box.low.x);
+    high.Store(&box.high.x);
     return box;
 }
 

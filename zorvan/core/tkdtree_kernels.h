@@ -30,12 +30,10 @@ struct KdTreeKernels
 
 /// Every processor has these (SSE4.2).
 extern const KdTreeKernels baselineKernels;
-/// To be called where `CpuFeatures::bAvx` holds.
+/// To be called where `simd::IsWide` holds.
 extern const KdTreeKernels avxKernels;
 
-/// The widest that this processor has.
+/// Those of the vector unit in use.
 [[nodiscard]] ZORVAN_API const KdTreeKernels& ActiveKernels();
-/// Makes all trees use the baseline, or the widest again; for tests that compare the two. Not thread-safe.
-ZORVAN_API void ForceBaselineKernels(bool force);
 
 } // namespace Zorvan::detail

@@ -34,6 +34,21 @@ class object;
 /// from outside.
 inline constexpr unsigned int uiMaxNesting = 10000;
 
+/// Where the reading of a frozen document ended, and why.
+struct unfreeze_end
+{
+    enum Reason
+    {
+        eWhole,       ///< at its closing byte
+        eCut,         ///< the bytes end before the document does
+        eUnknownType, ///< behind the name of an element whose type code does not exist
+        eTooDeep      ///< behind the name of a document that would be nested deeper than `uiMaxNesting`
+    };
+
+    Reason reason = eWhole;
+    std::uint64_t position = 0; ///< bytes read until then
+};
+
 /// UTF-16 in wide text to UTF-8, and back. Both throw std::range_error("bad conversion") for invalid text.
 [[nodiscard]] ZORVAN_API std::string convert(const std::wstring& text);
 [[nodiscard]] ZORVAN_API std::wstring convert(const std::string& text);
@@ -303,6 +318,10 @@ public:
     /// The same without copying large values: elements lie in `bytes` and keep them alive. Nobody may write to them any
     /// more.
     [[nodiscard]] static object unfreeze(const std::shared_ptr<const unsigned char[]>& bytes, std::uint64_t size);
+    /// The same for who wants to know what is wrong with the bytes, and where. Gives an empty document where the others
+    /// throw.
+    [[nodiscard]] static object unfreeze(const std::shared_ptr<const unsigned char[]>& bytes, std::uint64_t size,
+                                         unfreeze_end& end);
 
     /// Converts each element of `input` by the first of its name in this object. The result has the order of the input;
     /// no defaults are filled in. Unknown and unusable elements go to `errors`, in the same nesting.

@@ -1,7 +1,7 @@
 // Documents that are read where they lie.
 
 #include "zorvan/documents/bson.h"
-#include "zorvan/documents/bsonwire.h"
+#include "zorvan/documents/bsonwalk.h"
 
 #include <cstring>
 #include <stdexcept>
@@ -13,171 +13,179 @@ namespace {
 
 using detail::CElementBuilder;
 
-/// A position in the bytes; null once they have turned out not to be as a reader would write them.
-using Place = const unsigned char*;
-
-Place skip(Place at, Place end, std::uint64_t size)
+/// What is done about documents inside an element.
+enum class ENested
 {
-    return size <= static_cast<std::uint64_t>(end - at) ? at + size : nullptr;
-}
-
-Place skipText(Place at, Place end)
-{
-    const void* const nul = std::memchr(at, 0, static_cast<std::size_t>(end - at));
-    return nul != nullptr ? static_cast<Place>(nul) + 1 : nullptr;
-}
-
-/// A length, bytes that it does not count, and the bytes that it counts.
-Place skipCounted(Place at, Place end, std::uint64_t uncounted)
-{
-    const Place counted = skip(at, end, sizeof(std::uint32_t));
-    return counted != nullptr ? skip(counted, end, uncounted + detail::load<std::uint32_t>(at)) : nullptr;
-}
-
-/// Whether regular expressions have their two spare bytes, as all have that were read.
-enum class EPadding
-{
-    Demanded,
-    Optional
+    Checked,
+    Trusted ///< passed over by their length, for values that a reader has written
 };
 
-Place skipRegex(Place at, Place end, EPadding padding)
-{
-    at = skipText(at, end);
-    if (at != nullptr) at = skipText(at, end);
-    for (std::uint64_t i = 0; at != nullptr && i < detail::uiRegexPaddingBytes; ++i) {
-        if (at != end && *at == detail::uiRegexPadding)
-            ++at;
-        else if (padding == EPadding::Demanded)
-            at = nullptr;
-    }
-    return at;
-}
-
-/// Of any type but a document.
-Place skipValue(element::Type type, Place at, Place end, EPadding padding)
-{
-    if (const auto size = detail::fixedValueSize(type)) return skip(at, end, *size);
-    switch (type) {
-    case element::eString:
-        return skipCounted(at, end, 0);
-    case element::eBinary:
-        return skipCounted(at, end, 1);
-    case element::eRegex:
-        return skipRegex(at, end, padding);
-    default:
-        return nullptr;
-    }
-}
-
-/// The closing byte of the document at this place.
-Place findClose(Place at, Place end)
-{
-    const Place close = skipCounted(at, end, 0);
-    return close != nullptr && close != end && *close == 0 ? close : nullptr;
-}
-
-/// Checks a document with all that is inside it, as deep as `maxNesting`. The nesting comes from outside, so what is
-/// open stands in a vector and not on the stack.
-class CChecker
+/// Bytes in memory. An element that is there as a reader would write it is shared; any other (wrong lengths, cut short,
+/// a regular expression without its padding) is read again, by who copies and mends it.
+class CBytesSource
 {
 public:
-    CChecker(unsigned int maxNesting, EPadding padding) : m_maxNesting(maxNesting), m_padding(padding) {}
-
-    /// @return the place behind the document, or null
-    Place skipObject(Place at, Place end)
+    CBytesSource(const std::shared_ptr<const unsigned char[]>& bytes, std::uint64_t size, ENested nested)
+        : m_bytes(bytes),
+          m_at(bytes.get()),
+          m_end(m_at + size),
+          m_nested(nested),
+          m_smallestShared(bytes.use_count() != 0 ? detail::uiSmallestShared : size + 1)
     {
-        m_closes.clear();
-        at = open(at, end);
-        while (at != nullptr && !m_closes.empty()) at = at == m_closes.back() ? close() : skipElement(at);
-        return at;
     }
+
+    [[nodiscard]] bool good() const { return !m_isCut; }
+    [[nodiscard]] int peek() const { return m_at != m_end ? *m_at : detail::iEnd; }
+
+    std::optional<unsigned char> passByte()
+    {
+        if (m_at == m_end) return cut(), std::nullopt;
+        return *m_at++;
+    }
+
+    bool passText()
+    {
+        const void* const nul = m_at != m_end ? std::memchr(m_at, 0, left()) : nullptr;
+        if (nul == nullptr) return cut();
+        m_at = static_cast<const unsigned char*>(nul) + 1;
+        return true;
+    }
+
+    bool passBytes(std::uint64_t size)
+    {
+        if (size > left()) return cut();
+        m_at += size;
+        return true;
+    }
+
+    std::optional<std::uint32_t> passLength()
+    {
+        const unsigned char* const length = m_at;
+        if (!passBytes(detail::uiLengthBytes)) return std::nullopt;
+        return detail::load<std::uint32_t>(length);
+    }
+
+    void passPadding()
+    {
+        for (std::uint64_t i = 0; i < detail::uiRegexPaddingBytes; ++i) {
+            if (peek() == detail::uiRegexPadding)
+                ++m_at;
+            else
+                m_isAsWritten = false;
+        }
+    }
+
+    void open()
+    {
+        const unsigned char* const start = m_at;
+        const auto length = passLength();
+        if (m_nested == ENested::Trusted && length)
+            passBytes(std::uint64_t{*length} + 1);
+        else
+            m_open.push_back(start);
+    }
+
+    void close()
+    {
+        const auto length = static_cast<std::uint64_t>(m_at - m_open.back()) - detail::uiLengthBytes;
+        m_isAsWritten = m_isAsWritten && good() && detail::load<std::uint32_t>(m_open.back()) == length;
+        m_open.pop_back();
+        skipByte();
+    }
+
+    [[nodiscard]] std::size_t depth() const { return m_open.size(); }
+
+    void start()
+    {
+        m_start = m_at;
+        m_isAsWritten = true;
+    }
+    [[nodiscard]] std::uint64_t offset() const { return static_cast<std::uint64_t>(m_at - m_start); }
+    void drop(std::uint64_t /*offset*/) { m_isAsWritten = false; }
+
+    void skipByte()
+    {
+        if (good()) passBytes(1);
+    }
+
+    void give(element& to, std::uint64_t value)
+    {
+        const std::uint64_t size = offset();
+        if (!m_isAsWritten)
+            to = element::unfreeze(m_start, size);
+        else if (size < m_smallestShared)
+            CElementBuilder::copy(to, m_start, size, size - value);
+        else
+            CElementBuilder::share(to, {m_bytes, m_start}, size, size - value);
+    }
+
+    [[nodiscard]] std::uint64_t position() const { return static_cast<std::uint64_t>(m_at - m_bytes.get()); }
 
 private:
-    Place open(Place at, Place end)
+    [[nodiscard]] std::uint64_t left() const { return static_cast<std::uint64_t>(m_end - m_at); }
+
+    bool cut()
     {
-        const Place close = findClose(at, end);
-        if (close == nullptr || m_closes.size() > m_maxNesting) return nullptr;
-        m_closes.push_back(close);
-        return at + detail::uiLengthBytes;
+        m_at = m_end;
+        m_isCut = true;
+        return false;
     }
 
-    Place close()
-    {
-        const Place close = m_closes.back();
-        m_closes.pop_back();
-        return close + 1;
-    }
-
-    Place skipElement(Place at)
-    {
-        const Place end = m_closes.back();
-        const Place value = *at != 0 ? skipText(at + 1, end) : nullptr;
-        if (value == nullptr) return nullptr;
-        const auto type = static_cast<element::Type>(*at);
-        return type == element::eObject ? open(value, end) : skipValue(type, value, end, m_padding);
-    }
-
-    std::size_t m_maxNesting;
-    EPadding m_padding;
-    std::vector<Place> m_closes; ///< of the open documents, the innermost last
+    const std::shared_ptr<const unsigned char[]>& m_bytes;
+    const unsigned char* m_at;
+    const unsigned char* m_end;
+    ENested m_nested;
+    std::uint64_t m_smallestShared;
+    const unsigned char* m_start = nullptr;   ///< of the element that is read
+    std::vector<const unsigned char*> m_open; ///< documents inside it, the innermost last
+    bool m_isAsWritten = true;                ///< a reader would write that element just so
+    bool m_isCut = false;
 };
-
-/// The elements of the document at the start of these bytes; none when its own level is not as a reader would write it,
-/// or `skipInner(at, end)` gives null for one inside it.
-template <class Skip>
-std::optional<object> split(const std::shared_ptr<const unsigned char[]>& bytes, std::uint64_t size, Skip skipInner)
-{
-    const std::uint64_t smallestShared = bytes.use_count() != 0 ? detail::uiSmallestShared : size + 1;
-    const Place close = findClose(bytes.get(), bytes.get() + size);
-    if (close == nullptr) return std::nullopt;
-
-    object result;
-    Place next = nullptr;
-    for (Place at = bytes.get() + detail::uiLengthBytes; at != close; at = next) {
-        const Place value = *at != 0 ? skipText(at + 1, close) : nullptr;
-        if (value == nullptr) return std::nullopt;
-        const auto type = static_cast<element::Type>(*at);
-        next = type == element::eObject ? skipInner(value, close) : skipValue(type, value, close, EPadding::Demanded);
-        if (next == nullptr) return std::nullopt;
-        const auto length = static_cast<std::uint64_t>(next - at);
-        const auto valueSize = static_cast<std::uint64_t>(next - value);
-        CElementBuilder::elements(result).push_back(length < smallestShared
-                                                        ? CElementBuilder::copyOf(at, length, valueSize)
-                                                        : CElementBuilder::share({bytes, at}, length, valueSize));
-    }
-    return result;
-}
 
 } // namespace
 
-namespace detail {
-
-std::optional<object> shareObject(const std::shared_ptr<const unsigned char[]>& bytes, std::uint64_t size)
+object object::unfreeze(const std::shared_ptr<const unsigned char[]>& bytes, std::uint64_t size)
 {
-    CChecker checker(uiMaxNesting - 1, EPadding::Demanded);
-    return split(bytes, size, [&](Place at, Place end) { return checker.skipObject(at, end); });
+    CBytesSource source(bytes, size, ENested::Checked);
+    return detail::TWalk(source).readObject();
 }
+
+object object::unfreeze(const std::shared_ptr<const unsigned char[]>& bytes, std::uint64_t size, unfreeze_end& end)
+{
+    object result;
+    CBytesSource source(bytes, size, ENested::Checked);
+    try {
+        result = detail::TWalk(source).readObject();
+        end.reason = source.good() ? unfreeze_end::eWhole : unfreeze_end::eCut;
+    } catch (const detail::CUnreadable& unreadable) {
+        end.reason = unreadable.reason();
+    }
+    end.position = source.position();
+    return result;
+}
+
+namespace detail {
 
 object childrenOf(const std::shared_ptr<const unsigned char[]>& bytes, std::uint64_t size)
 {
-    auto children = split(bytes, size, [](Place at, Place end) {
-        const Place close = findClose(at, end);
-        return close != nullptr ? close + 1 : nullptr;
-    });
-    return children ? std::move(*children) : object();
+    CBytesSource source(bytes, size, ENested::Trusted);
+    return TWalk(source).readObject();
 }
 
 void demandRoomAround(const object& o)
 {
     // A level is seven bytes at least: type, an empty name, length and closing byte.
     constexpr std::uint64_t uiSmallestLevel = 7;
-    CChecker checker(uiMaxNesting - 2, EPadding::Optional);
+    const std::shared_ptr<const unsigned char[]> nobody;
     for (const element& e : o) {
         if (e.type() != element::eObject || e.size() / uiSmallestLevel < uiMaxNesting) continue;
-        const unsigned char* const value = e.raw_value();
-        if (checker.skipObject(value, value + e.size_of_value()) == nullptr)
+        const std::shared_ptr<const unsigned char[]> bytes(nobody, e.raw());
+        CBytesSource source(bytes, e.size(), ENested::Checked);
+        try {
+            TWalk(source, uiMaxNesting - 1).passElement();
+        } catch (const CUnreadable&) {
             throw std::length_error("documents nested too deeply");
+        }
     }
 }
 

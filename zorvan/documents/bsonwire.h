@@ -112,21 +112,19 @@ struct CElementBuilder
         return result;
     }
 
-    /// An element of bytes that begin with its type and end with its value, which are copied or shared.
-    static element copyOf(const unsigned char* bytes, std::uint64_t size, std::uint64_t valueSize)
+    /// Makes the element one of bytes that begin with its type and end with its value, which are copied or shared.
+    static void copy(element& e, const unsigned char* bytes, std::uint64_t size, std::uint64_t valueSize)
     {
-        auto copy = Zorvan::MakeByteBuffer(size);
-        storeBytes(copy.get(), bytes, size);
-        return share(std::move(copy), size, valueSize);
+        auto owned = Zorvan::MakeByteBuffer(size);
+        storeBytes(owned.get(), bytes, size);
+        share(e, std::move(owned), size, valueSize);
     }
-    static element share(std::shared_ptr<const unsigned char[]> bytes, std::uint64_t size,
-                         std::uint64_t valueSize) noexcept
+    static void share(element& e, std::shared_ptr<const unsigned char[]> bytes, std::uint64_t size,
+                      std::uint64_t valueSize) noexcept
     {
-        element result;
-        result.m_buffer = std::move(bytes);
-        result.m_size = size;
-        result.m_valueSize = valueSize;
-        return result;
+        e.m_buffer = std::move(bytes);
+        e.m_size = size;
+        e.m_valueSize = valueSize;
     }
 
     static std::vector<element>& elements(object& o) noexcept { return o.m_elements; }
@@ -138,13 +136,8 @@ struct CElementBuilder
 /// Writes the frozen form, o.size() bytes, and returns the place behind it.
 unsigned char* storeObject(unsigned char* to, const object& o);
 
-/// The document at the start of these bytes. Its large elements lie in them, or are copies when the pointer does not
-/// own them. None when reading would give anything but the bytes that are there: lengths that are wrong, elements cut
-/// short, regular expressions as `element::make_regex` makes them, unknown types, too deep a nesting.
-[[nodiscard]] std::optional<object> shareObject(const std::shared_ptr<const unsigned char[]>& bytes,
-                                                std::uint64_t size);
-
-/// The same for the value of an element that is as a reader would write it: only its outermost level is looked at.
+/// The document at the start of these bytes, which are the value of an element that is as a reader would write it: only
+/// its outermost level is looked at. Large elements lie in the bytes, or are copies when the pointer does not own them.
 [[nodiscard]] object childrenOf(const std::shared_ptr<const unsigned char[]>& bytes, std::uint64_t size);
 
 /// Throws std::length_error if one more document around these elements would be too many.

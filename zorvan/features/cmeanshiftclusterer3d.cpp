@@ -40,7 +40,7 @@ public:
     bool MeanAround(const Point& centre, float radiusSq, Point& mean, Taken&& taken) const
     {
         const simd::Float4 c = lanes(centre);
-        simd::Float4 sum = simd::Set1(0.0F);
+        simd::Float4 sum = simd::Float4::Set1(0.0F);
         std::size_t count = 0;
         for (std::size_t i = 0; i < m_data.size(); ++i) {
             const simd::Float4 x = lanes(m_data[i]);
@@ -52,13 +52,13 @@ public:
         }
         if (count == 0) return false;
         float sums[4];
-        simd::Store(sums, sum);
+        sum.Store(sums);
         for (int d = 0; d < 3; ++d) mean.p[d] = sums[d] / static_cast<float>(count);
         return true;
     }
 
 private:
-    static simd::Float4 lanes(const Vector4& v) { return simd::Load(reinterpret_cast<const float*>(&v)); }
+    static simd::Float4 lanes(const Vector4& v) { return simd::Float4::Load(reinterpret_cast<const float*>(&v)); }
 
     const std::vector<Vector4>& m_data;
 };

@@ -2,7 +2,6 @@
 
 #include "zorvan/features/histogramlanes.h"
 #include "zorvan/features/paircounts.h"
-#include "zorvan/platform/cpufeatures.h"
 #include "zorvan/platform/simd.h"
 
 #include <bit>
@@ -16,10 +15,9 @@ namespace {
 
 using Vector3 = kdtree::Vector<3>;
 using Bins = CPointFeatureHistogram::Bins;
+using Zorvan::simd::IsWide;
 
 constexpr float quietNaN = std::numeric_limits<float>::quiet_NaN();
-
-bool vectorUnit = Zorvan::GetCpuFeatures().bAvx;
 
 constexpr CPointFeatureHistogram planeHistogram = [] {
     CPointFeatureHistogram plane;
@@ -29,18 +27,11 @@ constexpr CPointFeatureHistogram planeHistogram = [] {
 
 } // namespace
 
-namespace detail {
-
-bool HasVectorUnit() { return vectorUnit; }
-void ForceNoVectorUnit(bool force) { vectorUnit = !force && Zorvan::GetCpuFeatures().bAvx; }
-
-} // namespace detail
-
 // The eight-lane loop over whole neighbourhoods (neighbourhoods_avx.cpp) gives the same counts, operation by operation:
 // change both or neither.
 void CPointFeatureHistogram::Update(const Vector3& p_s, const Vector3& n_s, const Vector3& p_t, const Vector3& n_t)
 {
-    if (!vectorUnit) return;
+    if (!IsWide()) return;
     Vector3 d = p_t - p_s;
     const float r = Zorvan::simd::ApproximateReciprocalSqrt(d.LengthSq());
     if (kdtree::IsFinite(r)) d = d * r;
@@ -55,12 +46,12 @@ void CPointFeatureHistogram::Update(const Vector3& p_s, const Vector3& n_s, cons
 
 void CPointFeatureHistogram::Add(const CPointFeatureHistogram& other, float weight)
 {
-    if (vectorUnit) detail::addAvx(m_bins, other.m_bins, weight);
+    if (IsWide()) detail::addAvx(m_bins, other.m_bins, weight);
 }
 
 void CPointFeatureHistogram::Normalize()
 {
-    if (!vectorUnit) return;
+    if (!IsWide()) return;
     float sum = 0.0F;
     for (std::size_t i = 0; i < binsPerPart; ++i) sum += m_bins[i];
     detail::scaleAvx(m_bins, 1.0F / sum);
@@ -68,7 +59,7 @@ void CPointFeatureHistogram::Normalize()
 
 unsigned int CPointFeatureHistogram::PopCount() const
 {
-    if (!vectorUnit) return 0;
+    if (!IsWide()) return 0;
     // The one count takes NaN for empty (but for the last bin), the other does not: where they differ, there is one.
     constexpr unsigned all = numBins;
     const unsigned byLanes = all - detail::countEmptyAvx(m_bins) - (m_bins.back() == 0.0F ? 1U : 0U);
@@ -80,17 +71,17 @@ unsigned int CPointFeatureHistogram::PopCount() const
 
 float CPointFeatureHistogram::SquaredEuclideanDistance(const CPointFeatureHistogram& other) const
 {
-    return vectorUnit ? detail::ratioDistanceAvx(m_bins, other.m_bins) : quietNaN;
+    return IsWide() ? detail::ratioDistanceAvx(m_bins, other.m_bins) : quietNaN;
 }
 
 float CPointFeatureHistogram::SoerensenDistance(const CPointFeatureHistogram& other) const
 {
-    return vectorUnit ? detail::squaredDistanceAvx(m_bins, other.m_bins) : quietNaN;
+    return IsWide() ? detail::squaredDistanceAvx(m_bins, other.m_bins) : quietNaN;
 }
 
 float CPointFeatureHistogram::SquaredChi2Distance(const CPointFeatureHistogram& other) const
 {
-    return vectorUnit ? detail::chi2DistanceAvx(m_bins, other.m_bins) : quietNaN;
+    return IsWide() ? detail::chi2DistanceAvx(m_bins, other.m_bins) : quietNaN;
 }
 
 CPointFeatureHistogram CPointFeatureHistogram::Invalid()

@@ -85,14 +85,6 @@ private:
     Bins m_bins{};
 };
 
-namespace detail {
-
-/// Makes the histograms behave as on a processor without AVX, or as on this one again; for tests. Not thread-safe.
-ZORVAN_API void ForceNoVectorUnit(bool force);
-[[nodiscard]] bool HasVectorUnit();
-
-} // namespace detail
-
 } // namespace prereg
 
 /// CRC-32C over the bits of the 33 floats.

@@ -10,9 +10,9 @@ CLattice::CLattice(float cellSize) : m_cellSize(cellSize), m_inverse(Zorvan::sim
 
 LatticeCell CLattice::CellOf(const kdtree::Vector<3>& p) const
 {
-    using namespace Zorvan::simd;
+    using Zorvan::simd::Float4;
     std::array<std::int32_t, 4> cell;
-    RoundToInt(Load(&p.x) * Set1(m_inverse), cell.data());
+    (Float4::Load(&p.x) * Float4::Set1(m_inverse)).StoreRounded(cell.data());
     return {cell[0], cell[1], cell[2]};
 }
 

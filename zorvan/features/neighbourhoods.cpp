@@ -1,5 +1,7 @@
 #include "zorvan/features/neighbourhoods.h"
 
+#include "zorvan/platform/simd.h"
+
 #include <algorithm>
 
 namespace prereg::detail {
@@ -94,9 +96,7 @@ void CNeighbourhood::gather(std::uint32_t position)
 
 unsigned CNeighbourhood::CountPairs(CPointFeatureHistogram& histogram)
 {
-    if (HasVectorUnit()) {
-        return countPairsAvx(m_candidates, m_self, m_radiusSq, m_scratch, histogram.AsArray());
-    }
+    if (Zorvan::simd::IsWide()) return countPairsAvx(m_candidates, m_self, m_radiusSq, m_scratch, histogram.AsArray());
     // Histograms stay as they are without AVX; the neighbours count all the same.
     unsigned numNeighbours = 0;
     const Vector3& p = m_candidates.surfels[m_self].point;
@@ -108,7 +108,7 @@ unsigned CNeighbourhood::CountPairs(CPointFeatureHistogram& histogram)
 
 void CNeighbourhood::SumHistograms(float weight, const SimplifiedHistogram* histograms, CPointFeatureHistogram& feature)
 {
-    if (!HasVectorUnit()) return;
+    if (!Zorvan::simd::IsWide()) return;
     sumHistogramsAvx(m_candidates, m_self, m_radiusSq, weight, histograms, m_scratch, feature.AsArray());
 }
 

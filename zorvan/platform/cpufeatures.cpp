@@ -1,8 +1,12 @@
 #include "zorvan/platform/cpufeatures.h"
 
+#include "zorvan/platform/simd.h"
+
 #include <cpuid.h>
 
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 
 namespace Zorvan {
 
@@ -45,5 +49,30 @@ const CpuFeatures& GetCpuFeatures()
     static const CpuFeatures features = detect();
     return features;
 }
+
+namespace simd::detail {
+
+std::atomic<int> isWide{-1};
+
+bool chooseWidth()
+{
+    const char* const wish = std::getenv("ZORVAN_SIMD");
+    const bool wide = GetCpuFeatures().bAvx && (wish == nullptr || std::strcmp(wish, NameOf(ESimd::Baseline)) != 0);
+    isWide.store(wide ? 1 : 0, std::memory_order_relaxed);
+    return wide;
+}
+
+} // namespace simd::detail
+
+ESimd GetSimd() { return simd::IsWide() ? ESimd::Avx : ESimd::Baseline; }
+
+ESimd LimitSimd(ESimd widest)
+{
+    const ESimd before = GetSimd();
+    simd::detail::isWide.store(widest == ESimd::Avx && GetCpuFeatures().bAvx ? 1 : 0, std::memory_order_relaxed);
+    return before;
+}
+
+const char* NameOf(ESimd simd) { return simd == ESimd::Avx ? "avx" : "baseline"; }
 
 } // namespace Zorvan

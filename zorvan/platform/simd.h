@@ -1,29 +1,85 @@
 #pragma once
 
-// Four single-precision lanes, SSE4.2. Not installed: intrinsics stay inside the library.
+// Four single-precision lanes, SSE4.2, in the vocabulary that simd_avx.h has for eight; and what else needs intrinsics
+// of the baseline. Not installed: intrinsics stay inside the library.
 
 #include <nmmintrin.h>
 
+#include <atomic>
+#include <bit>
 #include <cstdint>
 
 namespace Zorvan::simd {
 
+namespace detail {
+
+/// Below 0 until somebody has asked.
+extern std::atomic<int> isWide;
+bool chooseWidth();
+
+} // namespace detail
+
+/// Whether eight lanes are in use, see `GetSimd`; as cheap as reading a variable.
+inline bool IsWide()
+{
+    const int isWide = detail::isWide.load(std::memory_order_relaxed);
+    return isWide < 0 ? detail::chooseWidth() : isWide != 0;
+}
+
+/// All bits set, then none: a load `count` before the middle gives a mask of the first `count` lanes.
+alignas(32) inline constexpr std::int32_t laneMasks[16] = {-1, -1, -1, -1, -1, -1, -1, -1, 0, 0, 0, 0, 0, 0, 0, 0};
+
+/// Comparisons give masks: all bits of a lane, or none.
 struct Float4
 {
+    static constexpr std::uint32_t width = 4;
     __m128 v;
+
+    static Float4 Load(const float* p) { return {_mm_loadu_ps(p)}; }
+    static Float4 Set1(float a) { return {_mm_set1_ps(a)}; }
+    static Float4 SetBits(std::uint32_t bits) { return Set1(std::bit_cast<float>(bits)); }
+    /// A mask of the first `count` lanes.
+    static Float4 First(std::uint32_t count)
+    {
+        return {_mm_loadu_ps(reinterpret_cast<const float*>(laneMasks + 8 - count))};
+    }
+    void Store(float* p) const { _mm_storeu_ps(p, v); }
+    /// Each lane to the nearest integer, ties to even; NaN and what does not fit become the lowest number.
+    void StoreRounded(std::int32_t* p) const
+    {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_cvtps_epi32(v));
+    }
+
+    friend Float4 operator+(Float4 a, Float4 b) { return {_mm_add_ps(a.v, b.v)}; }
+    friend Float4 operator-(Float4 a, Float4 b) { return {_mm_sub_ps(a.v, b.v)}; }
+    friend Float4 operator*(Float4 a, Float4 b) { return {_mm_mul_ps(a.v, b.v)}; }
+    friend Float4 operator&(Float4 a, Float4 b) { return {_mm_and_ps(a.v, b.v)}; }
+    friend Float4 operator<(Float4 a, Float4 b) { return {_mm_cmplt_ps(a.v, b.v)}; }
+    friend Float4 operator<=(Float4 a, Float4 b) { return {_mm_cmple_ps(a.v, b.v)}; }
+    friend Float4 operator==(Float4 a, Float4 b) { return {_mm_cmpeq_ps(a.v, b.v)}; }
+
+    /// One bit per lane of a mask.
+    [[nodiscard]] unsigned Bits() const { return static_cast<unsigned>(_mm_movemask_ps(v)); }
+    [[nodiscard]] float Smallest() const
+    {
+        const __m128 pairs = _mm_min_ps(v, _mm_movehl_ps(v, v));
+        return _mm_cvtss_f32(_mm_min_ss(pairs, _mm_movehdup_ps(pairs)));
+    }
+    /// Lanes 0 and 2, and 1 and 3, then both.
+    [[nodiscard]] float Sum() const
+    {
+        const __m128 pairs = _mm_add_ps(v, _mm_movehl_ps(v, v));
+        return _mm_cvtss_f32(_mm_add_ss(pairs, _mm_movehdup_ps(pairs)));
+    }
 };
 
-inline Float4 Load(const float* p) { return {_mm_loadu_ps(p)}; }
-inline void Store(float* p, Float4 a) { _mm_storeu_ps(p, a.v); }
-inline Float4 Set1(float a) { return {_mm_set1_ps(a)}; }
-
-inline Float4 operator+(Float4 a, Float4 b) { return {_mm_add_ps(a.v, b.v)}; }
-inline Float4 operator-(Float4 a, Float4 b) { return {_mm_sub_ps(a.v, b.v)}; }
-inline Float4 operator*(Float4 a, Float4 b) { return {_mm_mul_ps(a.v, b.v)}; }
+/// b where the mask is set, else a.
+inline Float4 Select(Float4 a, Float4 b, Float4 mask) { return {_mm_blendv_ps(a.v, b.v, mask.v)}; }
 
 /// Lane-wise; b where either lane is NaN.
 inline Float4 Min(Float4 a, Float4 b) { return {_mm_min_ps(a.v, b.v)}; }
 inline Float4 Max(Float4 a, Float4 b) { return {_mm_max_ps(a.v, b.v)}; }
+inline Float4 Floor(Float4 a) { return {_mm_floor_ps(a.v)}; }
 
 /// Lanes 0, 1, 2 added left to right.
 inline float Sum3(Float4 a)
@@ -32,18 +88,12 @@ inline float Sum3(Float4 a)
     return _mm_cvtss_f32(_mm_add_ss(xy, _mm_movehl_ps(a.v, a.v)));
 }
 
-inline Float4 Floor(Float4 a) { return {_mm_floor_ps(a.v)}; }
-
 /// About 12 bits; the last bits differ between processors.
 inline float ApproximateReciprocal(float a) { return _mm_cvtss_f32(_mm_rcp_ss(_mm_set_ss(a))); }
 inline float ApproximateReciprocalSqrt(float a) { return _mm_cvtss_f32(_mm_rsqrt_ss(_mm_set_ss(a))); }
 
 /// To the nearest integer, ties to even; NaN and what does not fit become the lowest number.
 inline std::int32_t RoundToInt(float a) { return _mm_cvtss_si32(_mm_set_ss(a)); }
-inline void RoundToInt(Float4 a, std::int32_t* out)
-{
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_cvtps_epi32(a.v));
-}
 
 /// One step of CRC-32C (Castagnoli), without the inversions at start and end.
 inline std::uint32_t Crc32(std::uint32_t crc, std::uint32_t value) { return _mm_crc32_u32(crc, value); }

@@ -5,7 +5,6 @@
 #include "zorvan/scans/inputerror.h"
 
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -28,24 +27,19 @@ void checkFrame(const std::filesystem::path& file, const Zorvan::SharedBytes& co
     if (length < content.size) throw Zorvan::CInputError(file, "damaged, or no saved document: " + sizes, sAdvice);
 }
 
-/// Reads a stream, which tells how far it came.
-bson::object readStepByStep(const std::filesystem::path& file, const Zorvan::SharedBytes& content)
+/// What is wrong inside the frame; nothing when the document was read as a whole.
+const char* faultOf(const bson::unfreeze_end& end, std::uint64_t size)
 {
-    bson::memory_input_stream in(content.bytes.get(), content.size);
-    const auto damaged = [&](const std::string& how) {
-        const auto at = in.rdbuf()->pubseekoff(0, std::ios_base::cur, std::ios_base::in);
-        return Zorvan::CInputError(file, "damaged: " + how + " before byte " + std::to_string(std::streamoff{at}),
-                                   sAdvice);
-    };
-    try {
-        // A document that ends early gives what came before, so the stream tells whether all was read.
-        bson::object document = bson::object::unfreeze(in);
-        if (!in.good()) throw damaged("an element does not end");
-        if (in.peek() != std::char_traits<char>::eof()) throw damaged("the document ends");
-        return document;
-    } catch (const std::invalid_argument&) {
-        throw damaged("an element has an unknown type, or nests too deeply,");
+    switch (end.reason) {
+    case bson::unfreeze_end::eCut:
+        return "an element does not end";
+    case bson::unfreeze_end::eUnknownType:
+    case bson::unfreeze_end::eTooDeep:
+        return "an element has an unknown type, or nests too deeply,";
+    case bson::unfreeze_end::eWhole:
+        return end.position < size ? "the document ends" : nullptr;
     }
+    return nullptr;
 }
 
 } // namespace
@@ -54,13 +48,12 @@ bson::object ReadDocumentFile(const std::filesystem::path& file)
 {
     const Zorvan::SharedBytes content = Zorvan::ReadFileShared(file);
     checkFrame(file, content);
-    try {
-        bson::object document = bson::object::unfreeze(content.bytes, content.size);
-        if (document.size() == content.size) return document;
-    } catch (const std::invalid_argument&) {
-        // Told below, with the place.
-    }
-    return readStepByStep(file, content);
+    bson::unfreeze_end end;
+    bson::object document = bson::object::unfreeze(content.bytes, content.size, end);
+    if (const char* const fault = faultOf(end, content.size))
+        throw Zorvan::CInputError(
+            file, "damaged: " + std::string(fault) + " before byte " + std::to_string(end.position), sAdvice);
+    return document;
 }
 
 void WriteDocumentFile(const std::filesystem::path& file, const bson::object& document)

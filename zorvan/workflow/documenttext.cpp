@@ -3,11 +3,8 @@
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/showntext.h"
 #include "zorvan/scans/textnumber.h"
-#include "zorvan/util/astreamparser.h"
 
 #include <algorithm>
-#include <limits>
-#include <sstream>
 #include <stdexcept>
 #include <string_view>
 
@@ -18,110 +15,6 @@ namespace {
 constexpr const char* sCommonForm = "write it as { \"name\" : value, ... }, with # before comments";
 
 constexpr const char* sValueForms = "give a number, true, false, null, '\"word\"' or '{\"name\" : value, ...}'";
-
-/// Goes through the text as the reader of documents does and notes the places; the values are that reader's business.
-/// The nesting comes from outside, so nothing here recurses over it.
-class COutline : public Zorvan::AStreamParser
-{
-public:
-    using AStreamParser::AStreamParser;
-
-    void parse() override
-    {
-        parseBrace();
-        while (m_depth != 0) parseMemberOrEnd();
-        if (!peek(eEndOfText)) refuse(L"nothing may follow the last }");
-    }
-
-    [[nodiscard]] std::vector<TextPlace> take() { return std::move(m_names); }
-
-private:
-    // Takes the next token, for its place.
-    [[noreturn]] void refuse(const std::wstring& why)
-    {
-        if (peek(eEndOfText)) throw CParseError(getLine(), 0, L"the text ends too early, " + why);
-        match(eEndOfText, false);
-        throw CParseError(getLine(), getColumn(), why);
-    }
-
-    void parseBrace()
-    {
-        if (m_depth > bson::uiMaxNesting) refuse(L"objects are nested too deeply");
-        if (!peek(eLeftBrace)) refuse(L"{ is needed here");
-        match(eLeftBrace, true);
-        ++m_depth;
-    }
-
-    void parseMemberOrEnd()
-    {
-        if (!peek(eRightBrace)) return parseMember();
-        match(eRightBrace, true);
-        --m_depth;
-        if (m_depth != 0) acceptComma();
-    }
-
-    void parseMember()
-    {
-        parseText(L"a name in quotes or } is needed here");
-        m_names.push_back({getLine(), m_textColumn});
-        if (!peek(eColon)) refuse(L": is needed here, between a name and its value");
-        match(eColon, true);
-        if (peek(eLeftBrace)) return parseBrace();
-        parseValue();
-        acceptComma();
-    }
-
-    void acceptComma()
-    {
-        if (peek(eComma)) match(eComma, true);
-    }
-
-    void parseText(const std::wstring& otherwise)
-    {
-        const ETokenType quote = peek(eDoubleQuote) ? eDoubleQuote : eSingleQuote;
-        if (!peek(quote)) refuse(otherwise);
-        match(quote, true);
-        m_textColumn = getColumn();
-        if (!peek(eIdentifier)) refuse(L"quotes hold one word of letters, digits and _, and no digit first");
-        match(eIdentifier, true);
-        if (!peek(quote)) refuse(L"quotes hold one word, and both are of one kind");
-        match(quote, true);
-    }
-
-    void parseValue()
-    {
-        if (peek(eDoubleQuote) || peek(eSingleQuote)) return parseText({});
-        if (peek(eInteger)) return parseInteger();
-        const bool isWord = peek(L"true") || peek(L"false") || peek(L"null");
-        if (!isWord && !peek(eFloat)) refuse(L"a value is needed here: a number, true, false, null or {");
-        match(isWord ? eIdentifier : eFloat, true);
-    }
-
-    void parseInteger()
-    {
-        match(eInteger, true);
-        const int value = getInteger();
-        if (getString().front() == L'.') throw CParseError(getLine(), getColumn(), L"a digit must stand before the .");
-        if (value == std::numeric_limits<int>::max() || value == std::numeric_limits<int>::min())
-            throw CParseError(getLine(), getColumn(), L"too large for a whole number, write it with a .");
-    }
-
-    std::vector<TextPlace> m_names;
-    unsigned int m_depth = 0;
-    int m_textColumn = 0;
-};
-
-std::vector<TextPlace> outline(const std::string& text, const std::string& source)
-{
-    std::wistringstream stream(bson::convert(text));
-    COutline parser(stream);
-    try {
-        parser.parse();
-    } catch (const Zorvan::AStreamParser::CParseError& error) {
-        RefuseAt(source, {error.GetLine(), error.GetColumn()}, bson::convert(error.GetMessage()), sCommonForm);
-    }
-    return parser.take();
-}
 
 /// Line ends and a mark at the start as editors of other systems write them.
 std::string withPlainLines(const std::string& text)
@@ -203,12 +96,11 @@ DocumentText ReadDocumentText(const std::string& handWritten, const std::string&
         throw Zorvan::CInputError(source, "no text", "give a file written by hand");
     const std::string text = withPlainLines(handWritten);
     try {
-        std::vector<TextPlace> names = outline(text, source);
-        return {bson::object::from_json(text), std::move(names)};
+        return bson::read_text(bson::convert(text), bson::ETextRules::Strict);
+    } catch (const bson::text_error& error) {
+        RefuseAt(source, error.place(), error.what(), sCommonForm);
     } catch (const std::range_error&) {
         throw Zorvan::CInputError(source, "not UTF-8 text", "save it as UTF-8");
-    } catch (const std::string& message) {
-        throw Zorvan::CInputError(source, message, sCommonForm);
     }
 }
 

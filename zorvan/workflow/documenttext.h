@@ -1,29 +1,17 @@
 #pragma once
 
-#include "zorvan/documents/bson.h"
+#include "zorvan/documents/bsonjson.h"
 #include "zorvan/workflow/export.h"
 
 #include <string>
-#include <vector>
 
 namespace prereg {
 
-/// Where a name stands in a text, from 1.
-struct TextPlace
-{
-    int iLine = 0;
-    int iColumn = 0;
-};
+using TextPlace = bson::text_place;
+using DocumentText = bson::text_document;
 
-/// A document that was written by hand.
-struct DocumentText
-{
-    bson::object document;
-    std::vector<TextPlace> names; ///< of all elements, a nested one behind the element that holds it
-};
-
-/// Reads text as `bson::object::from_json` does, with a place for every name. What that reader takes silently for
-/// something else is refused too: text behind the last brace, ".5" (it would be 0), whole numbers beyond an int.
+/// Reads text by the strict rules of documents, with a place for every name. Line ends and a mark at the start may be
+/// those of other systems.
 /// @param source  what messages name, a file mostly
 /// @throws CInputError "source: line 3, column 5: why; what to do"
 [[nodiscard]] ZORVAN_WORKFLOW_API DocumentText ReadDocumentText(const std::string& handWritten,

@@ -9,7 +9,7 @@ namespace prereg {
 std::shared_ptr<const CFPFHPointSet> ComputeFeatureSet(const Zorvan::SurfelScan& scan, const ConfigurationFPFH& config,
                                                        unsigned uiNumTasks, double dMmPerUnit, const GpuContext& gpu)
 {
-    if (!Zorvan::GetCpuFeatures().bAvx)
+    if (Zorvan::GetSimd() != Zorvan::ESimd::Avx)
         throw Zorvan::CInputError(
             "a search without a start pose needs a processor with AVX; align two scans with --initial");
     CheckFeatureSizes(scan, config, dMmPerUnit);

@@ -1,6 +1,7 @@
-// The searches of TKdTree, written once over the lanes of tkdtree_lanes.h. Included by one source file a width, inside
-// an unnamed namespace, where `Lanes` is that width and WIDE the attribute that compiles one function for it; no
-// include guard and no includes for that reason.
+// The searches of TKdTree, written once over the lanes of simd.h and simd_avx.h. Included by one source file per width,
+// inside an unnamed namespace, so that no search of one width can be taken for that of another. There `Lanes` is the
+// width and WIDE the attribute that compiles one function for it. All widths add in the same order, so they find the
+// same points and the same squared distances.
 
 template <unsigned Dim>
 struct Leaf
@@ -67,9 +68,9 @@ struct LanesMinimum
     WIDE void Offer(std::uint32_t i, Lanes value, Lanes mask)
     {
         const Lanes smaller = (value < best) & mask;
-        best = Lanes::Select(best, value, smaller);
-        block = Lanes::Select(block, Lanes::SetBits(i), smaller);
-        touched = Lanes::Select(touched, smaller, smaller);
+        best = Select(best, value, smaller);
+        block = Select(block, Lanes::SetBits(i), smaller);
+        touched = Select(touched, smaller, smaller);
     }
 
     // Position of the minimum in the leaf, its value to `value`; noPosition when nothing was below the start value.
@@ -100,15 +101,15 @@ WIDE inline std::uint32_t nearestInLeaf(const Leaf<3>& leaf, const Splat<3>& q, 
 WIDE inline float boxDistanceSq(const TKdTree<3, 48>::Node& node, simd::Float4 q)
 {
     using namespace simd;
-    const Float4 outside = Max(Max(Load(&node.low.x) - q, q - Load(&node.high.x)), Set1(0.0F));
+    const Float4 outside = Max(Max(Float4::Load(&node.low.x) - q, q - Float4::Load(&node.high.x)), Float4::Set1(0.0F));
     return Sum3(outside * outside);
 }
 
 WIDE inline float farthestCornerSq(const TKdTree<3, 48>::Node& node, simd::Float4 q)
 {
     using namespace simd;
-    const Float4 a = Load(&node.low.x) - q;
-    const Float4 b = Load(&node.high.x) - q;
+    const Float4 a = Float4::Load(&node.low.x) - q;
+    const Float4 b = Float4::Load(&node.high.x) - q;
     return Sum3(Max(a * a, b * b));
 }
 
@@ -123,7 +124,7 @@ WIDE void findNearest(const TKdTree<3, 48>::View& tree, NearestQuery& query)
     Waiting waiting[maxDepth];
     unsigned numWaiting = 0;
 
-    const simd::Float4 q = simd::Load(&query.point.x);
+    const simd::Float4 q = simd::Float4::Load(&query.point.x);
     const Splat<3> splat(query.point);
     float distSq = query.distSq;
     std::uint32_t found = noPosition;
@@ -168,7 +169,7 @@ WIDE void findInBall(const TKdTree<3, 48>::View& tree, const kdtree::Ball<3>& ba
 {
     std::uint32_t waiting[maxDepth];
     unsigned numWaiting = 0;
-    const simd::Float4 q = simd::Load(&ball.center.x);
+    const simd::Float4 q = simd::Float4::Load(&ball.center.x);
     const Splat<3> splat(ball.center);
     const Lanes radiusSq = Lanes::Set1(ball.radiusSq);
     std::uint32_t current = 0;
@@ -213,7 +214,7 @@ public:
           m_ball(ball),
           m_direction(direction),
           m_length(direction.Length()),
-          m_q(simd::Load(&ball.center.x)),
+          m_q(simd::Float4::Load(&ball.center.x)),
           m_splat(ball.center),
           m_splatDirection(direction)
     {
