@@ -15,6 +15,7 @@
 #include "zorvan/platform/clogger.h"
 #include "zorvan/preregistration/crefinedpreregistration.h"
 #include "zorvan/preregistration/cvotepreregistration.h"
+#include "zorvan/preregistration/surfelthinning.h"
 
 #include <CLI/CLI.hpp>
 
@@ -31,6 +32,7 @@
 #include <string>
 #include <vector>
 
+namespace prereg { extern CTrafo debugTruth; }
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -97,6 +99,7 @@ Set load(const std::filesystem::path& folder)
         scan.voting.spacing = static_cast<float>(grid);
         scan.voting.noise = static_cast<float>(0.1 * grid);
     }
+    if (std::getenv("VOTE_TALK")) for (const Scan& scan : set.scans) std::printf("%s %.3f\n", set.name.c_str(), static_cast<double>(prereg::EstimateSize(scan.voting.set->GetPoints()))/set.dSize);
     return set;
 }
 
@@ -174,6 +177,7 @@ void run(const Set& set, const std::vector<Proposer>& all, bool isVerbose)
             const double overlap = std::min(set.overlap[i][k], set.overlap[k][i]);
             if (overlap < 0.1) continue;
             bool isAny = false;
+            prereg::debugTruth = set.scans[i].truth.GetInverse(true) * set.scans[k].truth;
             for (const Proposer& proposer : all) {
                 const auto start = Clock::now();
                 const Poses poses = proposer.propose(set, set.scans[i], set.scans[k]);

@@ -123,6 +123,7 @@ double now() { return std::chrono::duration<double, std::milli>(std::chrono::ste
 
 } // namespace
 
+ZORVAN_API CTrafo debugTruth;
 CVotePreRegistration::CVotePreRegistration(VotingScan fix, VotingScan flt, const ConfigurationVote& config)
     : m_fix(std::move(fix)), m_flt(std::move(flt)), m_config(config)
 {
@@ -167,6 +168,17 @@ bool CVotePreRegistration::Compute(std::function<bool()>)
             proposals[i].score = proposals[i].counts.Score();
         });
         const double v3 = now();
+        if (talk) {
+            const CTrafo T = toFixImage * debugTruth * fromFltImage;
+            float bestAng = 9, bestScore = -1e9F; std::size_t rank = 0; float near = -1e9F;
+            for (const auto& r : kept) bestAng = std::min(bestAng, r.GetRotationDistance(debugTruth));
+            const float ts = CountMatches(fix.view, flt.view, T, limits, 120).Score();
+            for (const auto& p : proposals) { bestScore = std::max(bestScore, p.score);
+              if (p.pose.GetRotationDistance(T) < 0.35F && (p.pose * middle - T * middle).Length() < 0.1F * m_size) near = std::max(near, p.score); }
+            for (const auto& p : proposals) rank += p.score > near;
+            const auto c = CountMatches(fix.view, flt.view, T, limits, 120);
+            std::fprintf(stderr, "    truth: nearest rotation %.1f deg, rough score %.0f (m %d f %d u %d) best %.0f near %.0f rank %zu of %zu\n", static_cast<double>(bestAng) * 57.3, static_cast<double>(ts), c.iMatched, c.iInFront, c.iUnseen, static_cast<double>(bestScore), static_cast<double>(near), rank, proposals.size());
+        }
         auto d = distinct(std::move(proposals), m_config.uiNumRefined, middle, 0.990F, 0.03F * m_size);
         if (talk) std::fprintf(stderr, "  surfels %zu %zu rotations %zu: box %.1f vote %.1f rough %.1f distinct %.1f\n", a.Size(), b.Size(), kept.size(), v1 - v0, v2 - v1, v3 - v2, now() - v3);
         return d;
@@ -187,6 +199,15 @@ bool CVotePreRegistration::Compute(std::function<bool()>)
         all[i].counts = CountMatches(fix.view, flt.view, all[i].pose, limits, 400);
         all[i].score = all[i].counts.Score();
     });
+    if (talk) {
+        const CTrafo T = toFixImage * debugTruth * fromFltImage;
+        const CTrafo r = RefinePose(fix.view, flt.view, T, settings);
+        const auto c = CountMatches(fix.view, flt.view, r, limits, 400);
+        const auto c0 = CountMatches(fix.view, flt.view, T, limits, 400);
+        std::size_t rank = 0; for (const auto& p : all) rank += p.score > c.Score();
+        std::fprintf(stderr, "    truth refined moves %.2f deg %.3f, score %.0f (m %d f %d u %d e %d) unrefined %.0f (m %d f %d u %d e %d) rank %zu\n", static_cast<double>(r.GetRotationDistance(T)) * 57.3, static_cast<double>((r * middle - T * middle).Length() / m_size),
+          static_cast<double>(c.Score()), c.iMatched, c.iInFront, c.iUnseen, c.iEdges, static_cast<double>(c0.Score()), c0.iMatched, c0.iInFront, c0.iUnseen, c0.iEdges, rank);
+    }
     const double t3 = now();
     all = distinct(std::move(all), m_config.uiMaxCandidates, middle, 0.9986F, 0.015F * m_size);
     m_candidates.clear();
