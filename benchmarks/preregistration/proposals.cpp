@@ -96,8 +96,7 @@ Set load(const std::filesystem::path& folder)
     set.config = tools::AllSettingsForGrid(grid);
     for (Scan& scan : set.scans) {
         scan.voting.set = tools::ComputeFeatureSet(scan.file, tools::SettingsForSearch(set.config), 2, mmPerUnit);
-        scan.voting.spacing = static_cast<float>(grid);
-        scan.voting.noise = static_cast<float>(0.1 * grid);
+        scan.voting.view = std::make_shared<const prereg::CScanView>(*scan.voting.set);
     }
     if (std::getenv("VOTE_TALK")) for (const Scan& scan : set.scans) std::printf("%s %.3f\n", set.name.c_str(), static_cast<double>(prereg::EstimateSize(scan.voting.set->GetPoints()))/set.dSize);
     return set;

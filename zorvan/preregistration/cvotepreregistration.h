@@ -4,6 +4,7 @@
 #include "zorvan/features/cfpfhpointset.h"
 #include "zorvan/platform/export.h"
 #include "zorvan/preregistration/ipreregistration.h"
+#include "zorvan/verdict/cscanview.h"
 
 #include <cstddef>
 #include <functional>
@@ -15,20 +16,18 @@ namespace prereg {
 /// Settings of `CVotePreRegistration`. What they leave open follows from the scans.
 struct ZORVAN_API ConfigurationVote
 {
-    unsigned int uiNumRotations = 1500;       ///< spread over all; 0: none
+    unsigned int uiNumRotations = 1500;        ///< spread over all; 0: none
     unsigned int uiNumDirectedRotations = 200; ///< at most, from faces and edges that match; 0: none
-    unsigned int uiNumRefined = 400;          ///< of each of the two sources, best first
-    unsigned int uiMaxCandidates = 200;       ///< in the end
-    unsigned int uiNumTasks = 1;              ///< computed side by side; the result does not depend on it
+    unsigned int uiNumRefined = 400;           ///< of each of the two sources, best first
+    unsigned int uiMaxCandidates = 200;        ///< in the end
+    unsigned int uiNumTasks = 1;               ///< computed side by side; the result does not depend on it
 };
 
-/// What the vote wants to know about a scan.
+/// A scan with what was measured on it.
 struct VotingScan
 {
     std::shared_ptr<const CFPFHPointSet> set; ///< its points and normals; features are not used
-    kdtree::Vector<3> toSensor{0, 0, 1};      ///< unit length
-    float spacing = 0.0F;                     ///< of the points (mm)
-    float noise = 0.0F;                       ///< standard deviation along the normal (mm)
+    std::shared_ptr<const CScanView> view;    ///< of the same points
 };
 
 /// Proposes poses without features: for many rotations, a vote over translations. It finds what has no salient points,

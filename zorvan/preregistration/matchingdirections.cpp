@@ -143,7 +143,7 @@ float supportOf(const CTrafo& rotation, std::span<const MarkedDirection> fix, st
         const Vector<3> turned = rotation.Rotate(direction.direction);
         float best = 0.0F;
         for (const MarkedDirection& other : fix) {
-            if (other.eKind == direction.eKind && kdtree::Dot(turned, other.direction) > cosDistinct)
+            if (kdtree::Dot(turned, other.direction) > cosDistinct)
                 best = std::max(best, std::min(other.weight, direction.weight));
         }
         support += best;
@@ -184,18 +184,18 @@ std::vector<MarkedDirection> FindPlaneNormals(const Surfels& surfels, float cell
             }
         }
         if (face.Count() < std::max(6.0F, smallestFace * all)) continue;
-        mergeInto(directions, {face.Normal(), EDirection::PlaneNormal, face.Count() / all});
+        mergeInto(directions, {face.Normal(), face.Count() / all});
     }
     keepHeaviest(directions, most);
     return directions;
 }
 
-std::vector<MarkedDirection> FindEdgeNormals(std::span<const SurfaceEnd> ends, std::size_t most)
+std::vector<MarkedDirection> FindEdgeNormals(std::span<const SurfaceEdge> edges, std::size_t most)
 {
     constexpr float cosBundle = 0.9945F;     // 6 degrees: what a raster does to the direction of a straight edge
     constexpr std::size_t smallestBundle = 8;
     std::vector<Vector<3>> left;
-    for (const SurfaceEnd& end : ends) left.push_back(end.outward);
+    for (const SurfaceEdge& edge : edges) left.push_back(edge.outward);
     std::vector<MarkedDirection> directions;
     while (directions.size() < most && left.size() >= smallestBundle) {
         std::size_t best = 0;
@@ -214,8 +214,7 @@ std::vector<MarkedDirection> FindEdgeNormals(std::span<const SurfaceEnd> ends, s
         }
         if (best < smallestBundle) break;
         const Vector<3> direction = unit(bestSum);
-        directions.push_back({direction, EDirection::EdgeNormal,
-                              static_cast<float>(best) / static_cast<float>(ends.size())});
+        directions.push_back({direction, static_cast<float>(best) / static_cast<float>(edges.size())});
         constexpr float cosCleared = 0.978F; // 12 degrees
         std::erase_if(left, [&](const Vector<3>& v) { return kdtree::Dot(v, direction) > cosCleared; });
     }
@@ -236,7 +235,6 @@ std::vector<CTrafo> RotationsFromDirections(std::span<const MarkedDirection> fix
         const auto to = frameOf(fix[a.first].direction, fix[a.second].direction);
         for (const Pair& b : fltPairs) {
             if (std::abs(a.angle - b.angle) > angleTolerance) continue;
-            if (fix[a.first].eKind != flt[b.first].eKind || fix[a.second].eKind != flt[b.second].eKind) continue;
             const CTrafo trafo = rotationBetween(frameOf(flt[b.first].direction, flt[b.second].direction), to);
             found.push_back({trafo, supportOf(trafo, fix, flt)});
         }

@@ -11,68 +11,94 @@ namespace prereg {
 namespace {
 
 using kdtree::Vector;
+using Plane = CProjectedSurface::Plane;
 
-constexpr float facing = 0.4F;  // a surface as steep as this may be missing from a scan
-constexpr float dEdgeCos = 0.8F; // of edges that match: directions of pixels are coarse
+constexpr float facing = 0.4F;     // a surface as steep as this may be missing from a scan
+constexpr float minPixels = 2.5F;  // outside the silhouette
+constexpr float minEdgeCos = 0.8F; // of edges that match: pixels make directions coarse
 
-void countInto(MatchCounts& counts, const MatchedView& seen, const MatchedView& samples, const CTrafo& pose,
-               const MatchLimits& limits, std::size_t most)
+/// The side that shows what has this normal best.
+const CProjectedSurface& sideFor(const MatchedScan& scan, const Vector<3>& normal)
 {
-    const CSurfaceImage& image = seen.image;
-    const std::size_t count = std::min(most, samples.points.size());
+    std::size_t best = 0;
+    for (std::size_t k = 1; k < scan.sides.size(); ++k)
+        if (kdtree::Dot(scan.sides[k].Direction(), normal) > kdtree::Dot(scan.sides[best].Direction(), normal))
+            best = k;
+    return scan.sides[best];
+}
+
+/// What a sample means that does not match.
+void countAgainst(MatchCounts& counts, const CRangeImage& image, const Vector<3>& p, const Vector<3>& n, float inFront)
+{
+    const Vector<3> q = image.GetFrame() * p;
+    const CRangeImage::Pixel at = image.PixelAt(q);
+    if (image.IsInFront(at, q.z - inFront)) {
+        ++counts.iInFront;
+    } else if (image.GetFrame().Rotate(n).z > facing && image.IsMissing(at, q.z, minPixels)) {
+        ++counts.iUnseen;
+    }
+}
+
+void countInto(MatchCounts& counts, const MatchedScan& seen, const MatchedScan& samples, const CTrafo& pose,
+               const MatchLimits& limits)
+{
+    const std::size_t count = std::min(limits.uiSamples, samples.points.size());
     for (std::size_t i = 0; i < count; ++i) {
-        const Vector<3> p = pose * samples.points[i];
-        const Vector<3> n = pose.Rotate(samples.normals[i]);
-        const std::size_t at = image.IndexAt(p);
-        if (at == CSurfaceImage::none || image.At(at).IsEmpty()) {
-            if (n.z > facing && (at == CSurfaceImage::none || image.IsFarOutside(at))) ++counts.iUnseen;
-            continue;
-        }
-        const CSurfaceImage::Pixel& pixel = image.At(at);
-        const float distance = image.DistanceFrom(at, p);
-        if (std::abs(distance) < limits.tolerance &&
-            pixel.nx * n.x + pixel.ny * n.y + pixel.nz * n.z > limits.minCos) {
+        const auto [p, n] = pose.Transform(samples.points[i], samples.normals[i]);
+        const CProjectedSurface& side = sideFor(seen, n);
+        const Plane& plane = side.PlaneAt(side.PixelOf(p));
+        const float distance = plane.DistanceOf(p);
+        if (std::abs(distance) < limits.tolerance && kdtree::Dot(plane.Normal(), n) > limits.minCos) {
             ++counts.iMatched;
             counts.fSumSquares += distance * distance;
-        } else if (p.z > image.TopAt(at) + limits.inFront) {
-            ++counts.iInFront;
+        } else if (seen.hasSensor) {
+            countAgainst(counts, side.Image(), p, n, limits.inFront);
         }
     }
 }
 
-/// The edge of `seen` that an edge of the other view, moved, lies on; null: none.
-const CSurfaceImage::Edge* matchingEdge(const CSurfaceImage& image, const Vector<3>& point, const Vector<3>& normal,
-                                        const Vector<3>& outward, float tolerance)
+/// The edge of the other scan on which a moved one lies.
+struct EdgeMatch
 {
-    const std::size_t at = image.IndexAt(point);
-    if (at == CSurfaceImage::none) return nullptr;
-    const int index = image.EdgeAt(at);
-    if (index < 0) return nullptr;
-    const CSurfaceImage::Edge& edge = image.Edges()[static_cast<std::size_t>(index)];
-    const Vector<3> d = point - edge.point;
-    if (kdtree::Dot(edge.outward, outward) < dEdgeCos || kdtree::Dot(edge.normal, normal) < dEdgeCos) return nullptr;
+    const SurfaceEdge* edge = nullptr; ///< null: none
+    bool isOtherFace = false;          ///< each scan sees the face on its own side of the edge
+};
+
+EdgeMatch matchingEdge(const MatchedScan& seen, const SurfaceEdge& moved, float tolerance)
+{
+    const CProjectedSurface& side = sideFor(seen, moved.normal);
+    const int index = side.EdgeAt(side.PixelOf(moved.point));
+    if (index < 0) return {};
+    const SurfaceEdge& edge = seen.edges[static_cast<std::size_t>(index)];
+    const Vector<3> d = moved.point - edge.point;
     if (std::abs(kdtree::Dot(d, edge.outward)) > tolerance || std::abs(kdtree::Dot(d, edge.normal)) > tolerance)
-        return nullptr;
-    return &edge;
+        return {};
+    if (kdtree::Dot(edge.outward, moved.outward) > minEdgeCos && kdtree::Dot(edge.normal, moved.normal) > minEdgeCos)
+        return {&edge, false};
+    if (kdtree::Dot(edge.outward, moved.normal) > minEdgeCos && kdtree::Dot(edge.normal, moved.outward) > minEdgeCos)
+        return {&edge, true};
+    return {};
 }
 
-void countEdges(MatchCounts& counts, const MatchedView& seen, const MatchedView& samples, const CTrafo& pose,
+SurfaceEdge movedBy(const CTrafo& pose, const SurfaceEdge& edge)
+{
+    return {pose * edge.point, pose.Rotate(edge.normal), pose.Rotate(edge.outward)};
+}
+
+void countEdges(MatchCounts& counts, const MatchedScan& seen, const MatchedScan& samples, const CTrafo& pose,
                 float tolerance)
 {
-    for (const CSurfaceImage::Edge& edge : samples.edges) {
-        if (matchingEdge(seen.image, pose * edge.point, pose.Rotate(edge.normal), pose.Rotate(edge.outward),
-                         tolerance) != nullptr)
-            ++counts.iEdges;
-    }
+    for (std::size_t i = 0; i < samples.uiEdgeSamples; ++i)
+        counts.iEdges += matchingEdge(seen, movedBy(pose, samples.edges[i]), tolerance).edge != nullptr;
 }
 
-/// Normal equations of a small motion of the floating view, in image coordinates of the fixed one about a centre.
+/// Normal equations of a small motion of the floating scan, in coordinates of the fixed one about a centre.
 class CMotionEquations
 {
 public:
     CMotionEquations(const Vector<3>& centre, float radius) : m_centre(centre), m_perRadius(1.0F / radius) {}
 
-    /// A point at p with direction n is to move by -distance along n.
+    /// What lies at p is to move by -distance along n.
     void Add(const Vector<3>& p, const Vector<3>& n, float distance)
     {
         const Vector<3> lever = m_perRadius * kdtree::Cross(p - m_centre, n);
@@ -85,23 +111,23 @@ public:
         ++m_count;
     }
 
-    /// The motion that solves them, damped by a hundredth; identity with too few rows.
+    /// The motion that solves them, damped by a hundredth, so that what nothing holds stays; identity with too few rows.
     [[nodiscard]] CTrafo Solve() const
     {
         constexpr float damping = 0.01F;
-        if (m_count < 6) return {};
+        constexpr int fewest = 6;
+        if (m_count < fewest) return {};
         std::array<double, 21> a{};
         std::array<double, 6> b{};
         std::array<double, 6> work{};
         std::copy(m_a.begin(), m_a.end(), a.begin());
         std::copy(m_b.begin(), m_b.end(), b.begin());
-        for (std::size_t i = 0; i < 6; ++i) a[i * (i + 3) / 2] += static_cast<double>(damping * static_cast<float>(m_count));
+        for (std::size_t i = 0; i < 6; ++i)
+            a[i * (i + 3) / 2] += static_cast<double>(damping * static_cast<float>(m_count));
         if (!Zorvan::symsolvers::LDLtFactor(a.data(), 6, work.data())) return {};
         Zorvan::symsolvers::LDLtSolve(a.data(), b.data(), 6);
-        const double perRadius = static_cast<double>(m_perRadius);
-        const CTrafo turn(Quaternion(1.0, 0.5 * b[0] * perRadius, 0.5 * b[1] * perRadius, 0.5 * b[2] * perRadius)
-                              .GetNormalized(),
-                          {});
+        const double half = 0.5 * static_cast<double>(m_perRadius);
+        const CTrafo turn(Quaternion(1.0, half * b[0], half * b[1], half * b[2]).GetNormalized(), {});
         const Vector<3> shift(static_cast<float>(b[3]), static_cast<float>(b[4]), static_cast<float>(b[5]));
         return turn.Translate(m_centre - turn.Rotate(m_centre) + shift);
     }
@@ -114,74 +140,73 @@ private:
     int m_count = 0;
 };
 
-constexpr float refinementCos = 0.8F; // between normals of a pair, while the pose is still rough
-
-/// Rows of the floating samples in the fixed view; with `isBack` those of the fixed samples in the floating view, which
-/// are turned into the frame of the fixed one: there the planes move, and not the points.
-void addRows(CMotionEquations& equations, const MatchedView& seen, const MatchedView& samples, const CTrafo& pose,
-             const CTrafo& toFix, bool isBack, float tolerance, std::size_t most)
+/// Calls add(seen direction, moved point, sample, distance) for each sample, and each edge, that finds its plane.
+template <class Add>
+void forEachRow(const MatchedScan& seen, const MatchedScan& samples, const CTrafo& pose,
+                const RefinementSettings& settings, float tolerance, const Add& add)
 {
-    const CSurfaceImage& image = seen.image;
-    const std::size_t count = std::min(most, samples.points.size());
-    const auto add = [&](const Vector<3>& seenPoint, const Vector<3>& seenDirection, const Vector<3>& sample,
-                         float distance) {
-        if (isBack)
-            equations.Add(sample, toFix.Rotate(seenDirection), -distance);
-        else
-            equations.Add(seenPoint, seenDirection, distance);
-    };
+    const std::size_t count = std::min(settings.uiSamples, samples.points.size());
     for (std::size_t i = 0; i < count; ++i) {
-        const Vector<3> p = pose * samples.points[i];
-        const std::size_t at = image.IndexAt(p);
-        if (at == CSurfaceImage::none || image.At(at).IsEmpty()) continue;
-        const CSurfaceImage::Pixel& pixel = image.At(at);
-        const Vector<3> planeNormal(pixel.nx, pixel.ny, pixel.nz);
-        const float distance = image.DistanceFrom(at, p);
-        if (std::abs(distance) > tolerance ||
-            kdtree::Dot(planeNormal, pose.Rotate(samples.normals[i])) < refinementCos)
-            continue;
-        add(p, planeNormal, samples.points[i], distance);
+        const auto [p, n] = pose.Transform(samples.points[i], samples.normals[i]);
+        const CProjectedSurface& side = sideFor(seen, n);
+        const Plane& plane = side.PlaneAt(side.PixelOf(p));
+        const float distance = plane.DistanceOf(p);
+        if (std::abs(distance) < tolerance && kdtree::Dot(plane.Normal(), n) > settings.minCos)
+            add(plane.Normal(), p, samples.points[i], distance);
     }
-    for (const CSurfaceImage::Edge& edge : samples.edges) {
-        const Vector<3> p = pose * edge.point;
-        const CSurfaceImage::Edge* const match =
-            matchingEdge(image, p, pose.Rotate(edge.normal), pose.Rotate(edge.outward), tolerance);
-        if (match != nullptr) add(p, match->outward, edge.point, kdtree::Dot(p - match->point, match->outward));
+    for (std::size_t i = 0; i < samples.uiEdgeSamples; ++i) {
+        const SurfaceEdge moved = movedBy(pose, samples.edges[i]);
+        const auto [edge, isOtherFace] = matchingEdge(seen, moved, tolerance);
+        if (edge == nullptr) continue;
+        const Vector<3> d = moved.point - edge->point;
+        add(edge->outward, moved.point, samples.edges[i].point, kdtree::Dot(d, edge->outward));
+        if (isOtherFace) add(edge->normal, moved.point, samples.edges[i].point, kdtree::Dot(d, edge->normal));
     }
+}
+
+Vector<3> middleOf(const Vectors& points)
+{
+    Vector<3> sum;
+    for (const Vector<3>& p : points) sum = sum + p;
+    return points.empty() ? sum : (1.0F / static_cast<float>(points.size())) * sum;
 }
 
 } // namespace
 
-MatchCounts CountMatches(const MatchedView& fix, const MatchedView& flt, const CTrafo& pose, const MatchLimits& limits,
-                         std::size_t most)
+MatchCounts CountMatches(const MatchedScan& fix, const MatchedScan& flt, const CTrafo& pose, const MatchLimits& limits)
 {
     MatchCounts counts;
     const CTrafo back = pose.GetInverse(true);
-    countInto(counts, fix, flt, pose, limits, most);
-    countInto(counts, flt, fix, back, limits, most);
-    if (limits.hasEdges) {
-        countEdges(counts, fix, flt, pose, limits.tolerance);
-        countEdges(counts, flt, fix, back, limits.tolerance);
+    countInto(counts, fix, flt, pose, limits);
+    countInto(counts, flt, fix, back, limits);
+    if (limits.edgeTolerance > 0.0F) {
+        countEdges(counts, fix, flt, pose, limits.edgeTolerance);
+        countEdges(counts, flt, fix, back, limits.edgeTolerance);
     }
     return counts;
 }
 
-CTrafo RefinePose(const MatchedView& fix, const MatchedView& flt, const CTrafo& start,
+CTrafo RefinePose(const MatchedScan& fix, const MatchedScan& flt, const CTrafo& start,
                   const RefinementSettings& settings)
 {
     CTrafo pose = start;
-    const Vector<3> centre(0.5F * static_cast<float>(fix.image.Width()) * fix.image.PixelSize(),
-                           0.5F * static_cast<float>(fix.image.Height()) * fix.image.PixelSize(), 0.0F);
+    const Vector<3> centre = middleOf(fix.points);
+    const float steps = static_cast<float>(std::max(2U, settings.uiPasses) - 1);
+    const float narrowing = std::pow(settings.last / settings.first, 1.0F / steps);
     float tolerance = settings.first;
-    const float factor = settings.uiPasses > 1 ? std::pow(settings.last / settings.first,
-                                                          1.0F / static_cast<float>(settings.uiPasses - 1))
-                                               : 1.0F;
     for (unsigned pass = 0; pass < settings.uiPasses; ++pass) {
         CMotionEquations equations(centre, settings.radius);
-        addRows(equations, fix, flt, pose, pose, false, tolerance, settings.uiSamples);
-        addRows(equations, flt, fix, pose.GetInverse(true), pose, true, tolerance, settings.uiSamples);
+        forEachRow(fix, flt, pose, settings, tolerance,
+                   [&](const Vector<3>& n, const Vector<3>& moved, const Vector<3>&, float distance) {
+                       equations.Add(moved, n, distance);
+                   });
+        // Here the floating scan has the planes: it is they that move, and not the samples.
+        forEachRow(flt, fix, pose.GetInverse(true), settings, tolerance,
+                   [&](const Vector<3>& n, const Vector<3>&, const Vector<3>& sample, float distance) {
+                       equations.Add(sample, pose.Rotate(n), -distance);
+                   });
         pose = equations.Solve() * pose;
-        tolerance *= factor;
+        tolerance *= narrowing;
     }
     return pose;
 }

@@ -112,7 +112,7 @@ float EstimateSize(std::span<const Vector<3>> points)
     }
     const auto n = static_cast<double>(points.size());
     const double meanSq = (sum[0] * sum[0] + sum[1] * sum[1] + sum[2] * sum[2]) / (n * n);
-    return static_cast<float>(3.0 * std::sqrt(std::max(0.0, squares / n - meanSq)));
+    return static_cast<float>(2.4 * std::sqrt(std::max(0.0, squares / n - meanSq)));
 }
 
 } // namespace prereg
