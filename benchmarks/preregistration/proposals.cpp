@@ -1,9 +1,11 @@
 // How often the right pose is among the proposals, by set, overlap and proposer, and what a pair costs.
 //
-//   ZORVAN_DATA=... proposals [SET...] [--tasks 2] [--verbose]
+//   ZORVAN_DATA=... proposals [SET...] [--only PROPOSER...] [--tasks 2] [--verbose]
 //
-// SETs are folders of ZORVAN_DATA with scans, a truth.json and an overlap.csv; bunny comes in metres. Right means within
-// 5 degrees and 2 % of the object, at the middle of the scan.
+// SETs are folders of ZORVAN_DATA with scans, a truth.json and an overlap.csv; pairs are classed by the smaller of their
+// two overlaps. Right means within 5 degrees, and 2 % of the object at the middle of the scan; a turn that nearly maps a
+// part onto itself is wrong. Times are processor times, without reading, features and views. "strangers" in the place of
+// a SET takes 30 pairs of scans of different sets, where there is nothing to find, and gives the times alone.
 
 #include "tools/zorvan/autosettings.h"
 #include "tools/zorvan/featureset.h"
@@ -15,35 +17,41 @@
 #include "zorvan/platform/clogger.h"
 #include "zorvan/preregistration/crefinedpreregistration.h"
 #include "zorvan/preregistration/cvotepreregistration.h"
-#include "zorvan/preregistration/surfelthinning.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <limits>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
-namespace prereg { extern CTrafo debugTruth; }
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using Poses = std::vector<prereg::CTrafo>;
+
+constexpr double dSmallestOverlap = 0.1;
+constexpr double dGoodOverlap = 0.3;
+constexpr std::array<std::size_t, 3> ranks = {10, 50, 200};
+const std::vector<std::string> allSets = {"bunny",       "cow",     "homer",  "spot",
+                                          "cheburashka", "bracket", "flange", "steps"};
 
 struct Scan
 {
     std::string name;
-    tools::SurfelScan file;
-    prereg::CTrafo truth;
     prereg::VotingScan voting;
+    prereg::CTrafo truth;
+    kdtree::Vector<3> middle;
 };
 
 struct Set
@@ -71,71 +79,59 @@ std::vector<std::vector<double>> readOverlap(const std::filesystem::path& file)
     return rows;
 }
 
+kdtree::Vector<3> middleOf(const prereg::Vectors& points)
+{
+    kdtree::Vector<3> sum;
+    for (const auto& p : points) sum = sum + p;
+    return (1.0F / static_cast<float>(points.size())) * sum;
+}
+
 Set load(const std::filesystem::path& folder)
 {
     Set set;
     set.name = folder.filename();
     const double mmPerUnit = set.name == "bunny" ? 1000.0 : 1.0;
-    const tools::PosesFile truth = tools::ReadPoses(folder / "truth.json", mmPerUnit);
     set.overlap = readOverlap(folder / "overlap.csv");
+    const tools::PosesFile truth = tools::ReadPoses(folder / "truth.json", mmPerUnit);
+    std::vector<tools::SurfelScan> files;
     std::vector<double> grids;
     kdtree::Range<3> box = kdtree::EmptyRange();
-    for (const tools::ScanPose& pose : truth.clusters.at(0).scans) {
-        Scan scan{std::filesystem::path(pose.file).stem(), tools::LoadScan(folder / pose.file, {mmPerUnit, {}}), pose.pose, {}};
-        for (const auto& p : scan.file.points) {
-            box.low = kdtree::Min(box.low, pose.pose * p);
-            box.high = kdtree::Max(box.high, pose.pose * p);
+    for (const tools::ScanPose& scan : truth.clusters.at(0).scans) {
+        files.push_back(tools::LoadScan(folder / scan.file, {mmPerUnit, {}}));
+        const auto& points = files.back().points;
+        for (const auto& p : points) {
+            box.low = kdtree::Min(box.low, scan.pose * p);
+            box.high = kdtree::Max(box.high, scan.pose * p);
         }
-        const prereg::CPointSet points(scan.file.points.data(), scan.file.normals.data(), scan.file.points.size());
-        grids.push_back(tools::ChooseSettings(points, std::nullopt).dGrid);
-        set.scans.push_back(std::move(scan));
+        const prereg::CPointSet measured(points.data(), files.back().normals.data(), points.size());
+        grids.push_back(tools::ChooseSettings(measured, std::nullopt).dGrid);
+        set.scans.push_back({std::filesystem::path(scan.file).stem(), {}, scan.pose, middleOf(points)});
     }
     const auto extent = box.high - box.low;
     set.dSize = static_cast<double>(std::max({extent.x, extent.y, extent.z}));
-    const double grid = Zorvan::Median(grids);
-    set.config = tools::AllSettingsForGrid(grid);
-    for (Scan& scan : set.scans) {
-        scan.voting.set = tools::ComputeFeatureSet(scan.file, tools::SettingsForSearch(set.config), 2, mmPerUnit);
-        scan.voting.view = std::make_shared<const prereg::CScanView>(*scan.voting.set);
+    set.config = tools::AllSettingsForGrid(Zorvan::Median(grids));
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        auto& [points, view] = set.scans[i].voting;
+        points = tools::ComputeFeatureSet(files[i], tools::SettingsForSearch(set.config), 1, mmPerUnit);
+        view = std::make_shared<const prereg::CScanView>(*points);
     }
-    if (std::getenv("VOTE_TALK")) for (const Scan& scan : set.scans) std::printf("%s %.3f\n", set.name.c_str(), static_cast<double>(prereg::EstimateSize(scan.voting.set->GetPoints()))/set.dSize);
     return set;
 }
 
-constexpr std::array<std::size_t, 3> ranks = {10, 50, 200};
-
-struct Tally
+struct Proposer
 {
-    std::size_t uiPairs = 0;
-    std::array<std::size_t, 3> within{};
-    std::vector<double> ms;
+    std::string name;
+    std::function<Poses(const Set&, const Scan&, const Scan&)> propose;
 };
-
-/// Place of the first right pose, from 0; max when there is none.
-std::size_t placeOf(const Set& set, const Scan& fix, const Scan& flt, const Poses& poses)
-{
-    const prereg::CTrafo truth = fix.truth.GetInverse(true) * flt.truth;
-    kdtree::Vector<3> middle;
-    for (const auto& p : flt.file.points) middle = middle + p;
-    middle = (1.0F / static_cast<float>(flt.file.points.size())) * middle;
-    for (std::size_t i = 0; i < poses.size(); ++i) {
-        const double degrees = static_cast<double>(poses[i].GetRotationDistance(truth)) * 57.29578;
-        if (degrees < 5.0 && static_cast<double>((poses[i] * middle - truth * middle).Length()) < 0.02 * set.dSize) return i;
-    }
-    return std::numeric_limits<std::size_t>::max();
-}
 
 Poses byPolygons(const Set& set, const Scan& fix, const Scan& flt)
 {
-    const auto search = tools::SettingsForSearch(set.config);
-    prereg::CRefinedPreRegistration made(fix.voting.set, flt.voting.set, search, tools::SettingsForRefinement(set.config));
-    made.SetEffort(std::numeric_limits<std::size_t>::max(), true);
-    made.Compute({});
+    prereg::CRefinedPreRegistration search(fix.voting.set, flt.voting.set, tools::SettingsForSearch(set.config),
+                                           tools::SettingsForRefinement(set.config));
+    search.SetEffort(std::numeric_limits<std::size_t>::max(), true);
+    search.Compute({});
     Poses poses;
-    for (const auto& candidate : made.GetCandidates()) {
-        poses.push_back(candidate.refined.GetTrafo());
-        poses.push_back(candidate.found.GetTrafo());
-    }
+    for (const auto& candidate : search.GetCandidates()) poses.push_back(candidate.refined.GetTrafo());
     return poses;
 }
 
@@ -148,16 +144,10 @@ Poses byVote(const Scan& fix, const Scan& flt, const prereg::ConfigurationVote& 
     return poses;
 }
 
-struct Proposer
-{
-    std::string name;
-    std::function<Poses(const Set&, const Scan&, const Scan&)> propose;
-};
-
-std::vector<Proposer> proposers(unsigned tasks)
+std::vector<Proposer> proposers(unsigned numTasks)
 {
     prereg::ConfigurationVote both;
-    both.uiNumTasks = tasks;
+    both.uiNumTasks = numTasks;
     prereg::ConfigurationVote even = both;
     even.uiNumDirectedRotations = 0;
     prereg::ConfigurationVote directed = both;
@@ -168,56 +158,110 @@ std::vector<Proposer> proposers(unsigned tasks)
             {"vote", [=](const Set&, const Scan& a, const Scan& b) { return byVote(a, b, both); }}};
 }
 
+constexpr std::size_t notFound = std::numeric_limits<std::size_t>::max();
+
+/// How many poses come before the first right one.
+std::size_t placeOf(const Set& set, const Scan& fix, const Scan& flt, const Poses& poses)
+{
+    const prereg::CTrafo truth = fix.truth.GetInverse(true) * flt.truth;
+    for (std::size_t i = 0; i < poses.size(); ++i) {
+        const double degrees = static_cast<double>(poses[i].GetRotationDistance(truth)) * 57.29578;
+        const double mm = static_cast<double>((poses[i] * flt.middle - truth * flt.middle).Length());
+        if (degrees < 5.0 && mm < 0.02 * set.dSize) return i;
+    }
+    return notFound;
+}
+
+struct Tally
+{
+    std::size_t uiPairs = 0;
+    std::array<std::size_t, ranks.size()> within{};
+    std::vector<double> ms;
+
+    void Add(std::size_t place, double milliseconds)
+    {
+        ++uiPairs;
+        ms.push_back(milliseconds);
+        for (std::size_t r = 0; r < ranks.size(); ++r) within[r] += place < ranks[r];
+    }
+};
+
+/// Poses and what they cost in processor time.
+std::pair<Poses, double> timed(const Proposer& proposer, const Set& set, const Scan& fix, const Scan& flt)
+{
+    const std::clock_t start = std::clock();
+    Poses poses = proposer.propose(set, fix, flt);
+    return {std::move(poses), 1e3 * static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC};
+}
+
 void run(const Set& set, const std::vector<Proposer>& all, bool isVerbose)
 {
     std::map<std::pair<bool, std::string>, Tally> tallies;
     for (std::size_t i = 0; i < set.scans.size(); ++i) {
         for (std::size_t k = i + 1; k < set.scans.size(); ++k) {
             const double overlap = std::min(set.overlap[i][k], set.overlap[k][i]);
-            if (overlap < 0.1) continue;
-            bool isAny = false;
-            prereg::debugTruth = set.scans[i].truth.GetInverse(true) * set.scans[k].truth;
+            if (overlap <= dSmallestOverlap) continue;
+            const Scan& fix = set.scans[i];
+            const Scan& flt = set.scans[k];
+            std::size_t best = notFound;
+            double sum = 0.0;
             for (const Proposer& proposer : all) {
-                const auto start = Clock::now();
-                const Poses poses = proposer.propose(set, set.scans[i], set.scans[k]);
-                const double ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-                const std::size_t place = placeOf(set, set.scans[i], set.scans[k], poses);
-                Tally& tally = tallies[{overlap > 0.3, proposer.name}];
-                ++tally.uiPairs;
-                tally.ms.push_back(ms);
-                for (std::size_t r = 0; r < ranks.size(); ++r)
-                    if (place < ranks[r]) ++tally.within[r];
-                if (proposer.name == "polygons" || proposer.name == "vote") isAny = isAny || place < 200;
+                const auto [poses, ms] = timed(proposer, set, fix, flt);
+                const std::size_t place = placeOf(set, fix, flt, poses);
+                tallies[{overlap > dGoodOverlap, proposer.name}].Add(place, ms);
+                if (proposer.name == "polygons" || proposer.name == "vote") {
+                    best = std::min(best, place);
+                    sum += ms;
+                }
                 if (isVerbose)
-                    std::printf("%s %s %s overlap %.2f: %s %s of %zu, %.0f ms\n", set.name.c_str(), set.scans[i].name.c_str(), set.scans[k].name.c_str(), overlap, proposer.name.c_str(),
-                                place > 100000 ? "none" : std::to_string(place).c_str(), poses.size(), ms);
+                    std::printf("%s on %s, overlap %.2f, %s: %s of %zu, %.0f ms\n", flt.name.c_str(), fix.name.c_str(),
+                                overlap, proposer.name.c_str(),
+                                place == notFound ? "none" : std::to_string(place + 1).c_str(), poses.size(), ms);
             }
-            Tally& any = tallies[{overlap > 0.3, "zz any"}];
-            ++any.uiPairs;
-            if (isAny) ++any.within[2];
-            any.ms.push_back(0);
+            if (all.size() > 1) tallies[{overlap > dGoodOverlap, "together"}].Add(best, sum);
         }
     }
     for (const auto& [key, tally] : tallies) {
-        std::printf("%-12s %-10s %-12s %3zu pairs: %3zu / %3zu / %3zu   median %.0f ms, most %.0f ms\n", set.name.c_str(), key.first ? "over 0.3" : "0.1 to 0.3", key.second.c_str(), tally.uiPairs,
-                    tally.within[0], tally.within[1], tally.within[2], Zorvan::Median(tally.ms), *std::max_element(tally.ms.begin(), tally.ms.end()));
+        std::printf("%-11s %-10s %-10s %3zu pairs, right among the best 10 / 50 / 200: %3zu / %3zu / %3zu, median %.0f "
+                    "ms, at most %.0f\n",
+                    set.name.c_str(), key.first ? "over 0.3" : "0.1 to 0.3", key.second.c_str(), tally.uiPairs,
+                    tally.within[0], tally.within[1], tally.within[2], Zorvan::Median(tally.ms),
+                    *std::max_element(tally.ms.begin(), tally.ms.end()));
     }
     std::fflush(stdout);
+}
+
+void runStrangers(const std::filesystem::path& data, const std::vector<Proposer>& all)
+{
+    std::vector<Set> sets;
+    for (const std::string& name : allSets) sets.push_back(load(data / name));
+    std::map<std::string, Tally> tallies;
+    for (std::size_t pair = 0; pair < 30; ++pair) {
+        const Set& a = sets[pair % sets.size()];
+        const Set& b = sets[(pair + 1 + pair / sets.size()) % sets.size()];
+        for (const Proposer& proposer : all) {
+            const auto [poses, ms] = timed(proposer, a, a.scans[pair % a.scans.size()], b.scans[pair % b.scans.size()]);
+            tallies[proposer.name].Add(notFound, ms);
+        }
+    }
+    for (const auto& [name, tally] : tallies)
+        std::printf("strangers   %-10s %3zu pairs, median %.0f ms, at most %.0f\n", name.c_str(), tally.uiPairs,
+                    Zorvan::Median(tally.ms), *std::max_element(tally.ms.begin(), tally.ms.end()));
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    std::vector<std::string> names = {"bunny", "cow", "homer", "spot", "cheburashka", "bracket", "flange", "steps"};
+    std::vector<std::string> names = allSets;
     std::vector<std::string> only;
-    unsigned tasks = 1;
+    unsigned numTasks = 1;
     bool isVerbose = false;
     CLI::App app("How often the right pose is among the proposals");
-    app.add_option("SET", names, "Folders in ZORVAN_DATA");
-    app.add_option("--tasks", tasks, "Computed side by side");
-    app.add_option("--only", only, "Proposers: polygons even directions vote");
-    app.add_flag("--verbose", isVerbose, "A line for each pair");
+    app.add_option("SET", names, "Folders in ZORVAN_DATA, or \"strangers\"");
+    app.add_option("--only", only, "Of polygons, even, directions, vote");
+    app.add_option("--tasks", numTasks, "Side by side");
+    app.add_flag("--verbose", isVerbose, "A line for each pair and proposer");
     CLI11_PARSE(app, argc, argv);
     Logging::SetLogLevel(Logging::ELogLevel::Error);
     const char* const data = std::getenv("ZORVAN_DATA");
@@ -225,11 +269,16 @@ int main(int argc, char** argv)
         std::puts("skipped: ZORVAN_DATA does not name the folder of the scans");
         return 0;
     }
-    auto all = proposers(tasks);
-    if (!only.empty())
-        std::erase_if(all, [&](const Proposer& p) { return std::find(only.begin(), only.end(), p.name) == only.end(); });
+    auto all = proposers(numTasks);
+    const auto isLeftOut = [&](const Proposer& p) { return std::find(only.begin(), only.end(), p.name) == only.end(); };
+    if (!only.empty()) std::erase_if(all, isLeftOut);
     try {
-        for (const std::string& name : names) run(load(std::filesystem::path(data) / name), all, isVerbose);
+        for (const std::string& name : names) {
+            if (name == "strangers")
+                runStrangers(data, all);
+            else
+                run(load(std::filesystem::path(data) / name), all, isVerbose);
+        }
     } catch (const tools::CInputError& error) {
         std::fprintf(stderr, "%s\n", error.what());
         return 2;
