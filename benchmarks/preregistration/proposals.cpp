@@ -2,10 +2,10 @@
 //
 //   ZORVAN_DATA=... proposals [SET...] [--only PROPOSER...] [--tasks 2] [--verbose]
 //
-// SETs are folders of ZORVAN_DATA with scans, a truth.json and an overlap.csv; pairs are classed by the smaller of their
-// two overlaps. Right means within 5 degrees, and 2 % of the object at the middle of the scan; a turn that nearly maps a
-// part onto itself is wrong. Times are processor times, without reading, features and views. "strangers" in the place of
-// a SET takes 30 pairs of scans of different sets, where there is nothing to find, and gives the times alone.
+// SETs are folders of ZORVAN_DATA with scans, a truth.json and an overlap.csv; pairs are classed by the smaller of
+// their two overlaps. Right means within 5 degrees, and 2 % of the object at the middle of the scan; a turn that nearly
+// maps a part onto itself is wrong. Times are processor times, without reading, features and views. "strangers" in the
+// place of a SET takes 30 pairs of scans of different sets, where there is nothing to find, and gives the times alone.
 
 #include "tools/zorvan/autosettings.h"
 #include "tools/zorvan/featureset.h"
@@ -43,8 +43,7 @@ using Poses = std::vector<prereg::CTrafo>;
 constexpr double dSmallestOverlap = 0.1;
 constexpr double dGoodOverlap = 0.3;
 constexpr std::array<std::size_t, 3> ranks = {10, 50, 200};
-const std::vector<std::string> allSets = {"bunny",       "cow",     "homer",  "spot",
-                                          "cheburashka", "bracket", "flange", "steps"};
+const std::vector<std::string> allSets = {"bunny", "cow", "homer", "spot", "cheburashka", "bracket", "flange", "steps"};
 
 struct Scan
 {

@@ -22,6 +22,7 @@ namespace {
 float commonSize(float a, float b)
 {
     constexpr float smallest = 0.4F;
+    if (a == 0.0F || b == 0.0F) return 0.0F;
     return std::max(std::min(a, b), smallest * std::max(a, b));
 }
 

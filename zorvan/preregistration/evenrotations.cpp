@@ -19,9 +19,9 @@ std::vector<CTrafo> EvenRotations(std::size_t count)
         const double beta = 2.0 * std::numbers::pi * s / psi;
         const double r = std::sqrt(t);
         const double q = std::sqrt(1.0 - t);
-        rotations.emplace_back(Quaternion(q * std::cos(beta), r * std::sin(alpha), r * std::cos(alpha),
-                                          q * std::sin(beta)),
-                               kdtree::Vector<3>());
+        rotations.emplace_back(
+            Quaternion(q * std::cos(beta), r * std::sin(alpha), r * std::cos(alpha), q * std::sin(beta)),
+            kdtree::Vector<3>());
     }
     return rotations;
 }

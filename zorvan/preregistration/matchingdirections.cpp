@@ -15,12 +15,12 @@ namespace {
 
 using kdtree::Vector;
 
-constexpr float cosFlat = 0.9903F;         // 8 degrees: noise of a thinned surface, but not the turn of a fillet
-constexpr float cosParallel = 0.9976F;     // 4 degrees: faces that a part means to be parallel
-constexpr float smallestFace = 0.01F;      // share of the surface
-constexpr float angleTolerance = 0.0611F;  // 3.5 degrees between two angles
-constexpr float smallestAngle = 0.35F;     // 20 degrees: two directions that are to hold a rotation
-constexpr float cosDistinct = 0.9962F;     // 5 degrees
+constexpr float cosFlat = 0.9903F;        // 8 degrees: noise of a thinned surface, but not the turn of a fillet
+constexpr float cosParallel = 0.9976F;    // 4 degrees: faces that a part means to be parallel
+constexpr float smallestFace = 0.01F;     // share of the surface
+constexpr float angleTolerance = 0.0611F; // 3.5 degrees between two angles
+constexpr float smallestAngle = 0.35F;    // 20 degrees: two directions that are to hold a rotation
+constexpr float cosDistinct = 0.9962F;    // 5 degrees
 
 Vector<3> unit(const Vector<3>& v) { return (1.0F / v.Length()) * v; }
 
@@ -70,8 +70,8 @@ std::vector<std::uint32_t> flattestFirst(const Surfels& surfels, const std::vect
 {
     std::vector<std::uint32_t> flatness(surfels.Size());
     for (std::size_t i = 0; i < surfels.Size(); ++i) {
-        flatness[i] = static_cast<std::uint32_t>(
-            std::count_if(neighbours[i].begin(), neighbours[i].end(), [&](unsigned k) {
+        flatness[i] =
+            static_cast<std::uint32_t>(std::count_if(neighbours[i].begin(), neighbours[i].end(), [&](unsigned k) {
                 return kdtree::Dot(surfels.normals[i], surfels.normals[k]) > cosFlat;
             }));
     }
@@ -192,7 +192,7 @@ std::vector<MarkedDirection> FindPlaneNormals(const Surfels& surfels, float cell
 
 std::vector<MarkedDirection> FindEdgeNormals(std::span<const SurfaceEdge> edges, std::size_t most)
 {
-    constexpr float cosBundle = 0.9945F;     // 6 degrees: what a raster does to the direction of a straight edge
+    constexpr float cosBundle = 0.9945F; // 6 degrees: what a raster does to the direction of a straight edge
     constexpr std::size_t smallestBundle = 8;
     std::vector<Vector<3>> left;
     for (const SurfaceEdge& edge : edges) left.push_back(edge.outward);

@@ -32,8 +32,7 @@ struct MarkedDirection
 
 /// Rotations (floating to fixed) that lay a pair of directions on another of equal angle. Best first, by the weight of
 /// all the directions that they bring together; none within 5 degrees of a better one.
-[[nodiscard]] ZORVAN_API std::vector<CTrafo> RotationsFromDirections(std::span<const MarkedDirection> fix,
-                                                                     std::span<const MarkedDirection> flt,
-                                                                     std::size_t most);
+[[nodiscard]] ZORVAN_API std::vector<CTrafo>
+RotationsFromDirections(std::span<const MarkedDirection> fix, std::span<const MarkedDirection> flt, std::size_t most);
 
 } // namespace prereg

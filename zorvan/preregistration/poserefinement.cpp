@@ -111,7 +111,8 @@ public:
         ++m_count;
     }
 
-    /// The motion that solves them, damped by a hundredth, so that what nothing holds stays; identity with too few rows.
+    /// The motion that solves them, damped by a hundredth, so that what nothing holds stays; identity with too few
+    /// rows.
     [[nodiscard]] CTrafo Solve() const
     {
         constexpr float damping = 0.01F;

@@ -19,8 +19,8 @@ struct MatchedScan
     bool hasSensor = true;                ///< what lies before its surface, or is missing there, speaks against a pose
     Vectors points;                       ///< any first part is spread over the whole surface
     Vectors normals;
-    std::vector<SurfaceEdge> edges;       ///< as the images have them
-    std::size_t uiEdgeSamples = 0;        ///< the first ones of these
+    std::vector<SurfaceEdge> edges; ///< as the images have them
+    std::size_t uiEdgeSamples = 0;  ///< the first ones of these
 };
 
 /// What speaks for a pose and against it, counted over the samples of both scans.

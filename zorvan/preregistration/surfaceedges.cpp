@@ -11,8 +11,8 @@ namespace {
 
 using kdtree::Vector;
 
-constexpr int reach = 3;        // pixels around one that is looked at
-constexpr float facing = 0.5F;  // cosine between normal and ray of a face that can end
+constexpr int reach = 3;            // pixels around one that is looked at
+constexpr float facing = 0.5F;      // cosine between normal and ray of a face that can end
 constexpr float halfDisc = 0.4244F; // distance of its middle from the centre, in radii
 
 /// What lies around a pixel: on the plane of its face, below it or not there, above it.

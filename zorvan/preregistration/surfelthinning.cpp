@@ -10,19 +10,16 @@ namespace {
 
 using kdtree::Vector;
 
-constexpr float cosSameSide = 0.819F;        // 35 degrees: noise of normals, but not the faces at an edge
-constexpr std::uint32_t smallestShare = 8;   // of a cell's points: 1 in 8
-constexpr float maxCells = 2097151.0F;       // along an axis: 21 bits
+constexpr float cosSameSide = 0.819F;      // 35 degrees: noise of normals, but not the faces at an edge
+constexpr std::uint32_t smallestShare = 8; // of a cell's points: 1 in 8
+constexpr float maxCells = 2097151.0F;     // along an axis: 21 bits
 
 struct Keyed
 {
     std::uint64_t key;
     std::uint32_t index;
 
-    friend bool operator<(const Keyed& a, const Keyed& b)
-    {
-        return a.key != b.key ? a.key < b.key : a.index < b.index;
-    }
+    friend bool operator<(const Keyed& a, const Keyed& b) { return a.key != b.key ? a.key < b.key : a.index < b.index; }
 };
 
 /// The points of one direction in one cell.

@@ -77,8 +77,7 @@ unsigned largest(__m128i values)
 unsigned largest(const std::uint16_t* values, std::size_t count)
 {
     __m128i best = _mm_setzero_si128();
-    for (std::size_t i = 0; i < count; i += 8)
-        best = _mm_max_epu16(best, load(values + i));
+    for (std::size_t i = 0; i < count; i += 8) best = _mm_max_epu16(best, load(values + i));
     return largest(best);
 }
 
@@ -112,8 +111,7 @@ void CTranslationVote::listFixByNormal(const Surfels& fix, float maxNormalAngle)
     for (std::size_t i = 0; i < count; ++i) {
         const Vector<3> p = unit * (fix.points[i] - m_fixCentre);
         constexpr std::int32_t middle = 1 << (bitsPerAxis - 1); // equal middles vote in the middle of the grid
-        words[i] = pack(simd::RoundToInt(p.x) + middle, simd::RoundToInt(p.y) + middle,
-                        simd::RoundToInt(p.z) + middle);
+        words[i] = pack(simd::RoundToInt(p.x) + middle, simd::RoundToInt(p.y) + middle, simd::RoundToInt(p.z) + middle);
     }
     const float minCos = std::cos(maxNormalAngle);
     constexpr float half = 0.5F * binsPerAxis;
@@ -158,10 +156,9 @@ void CTranslationVote::turn(const CTrafo& rotation, Ballot& ballot) const
         }
         for (std::size_t k = 0; k < lanes; ++k) {
             ballot.positions[i + k] = pack(at[0][k], at[1][k], at[2][k]);
-            ballot.bins[i + k] =
-                static_cast<std::uint32_t>(bin[0][k] + static_cast<std::int32_t>(binsPerAxis) *
-                                                           (bin[1][k] + static_cast<std::int32_t>(binsPerAxis) *
-                                                                            bin[2][k]));
+            ballot.bins[i + k] = static_cast<std::uint32_t>(
+                bin[0][k] + static_cast<std::int32_t>(binsPerAxis) *
+                                (bin[1][k] + static_cast<std::int32_t>(binsPerAxis) * bin[2][k]));
         }
     }
 }
@@ -180,10 +177,9 @@ void CTranslationVote::cast(Ballot& ballot) const
         const __m128i flts = _mm_set1_epi32(static_cast<int>(flt));
         for (; fix + lanes <= end; fix += lanes) {
             const __m128i word = _mm_sub_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(fix)), flts);
-            const __m128i cell = _mm_or_si128(
-                _mm_or_si128(_mm_and_si128(_mm_srli_epi32(word, number.fraction), x),
-                             _mm_and_si128(_mm_srli_epi32(word, 2 * number.fraction), y)),
-                _mm_and_si128(_mm_srli_epi32(word, 3 * number.fraction), z));
+            const __m128i cell = _mm_or_si128(_mm_or_si128(_mm_and_si128(_mm_srli_epi32(word, number.fraction), x),
+                                                           _mm_and_si128(_mm_srli_epi32(word, 2 * number.fraction), y)),
+                                              _mm_and_si128(_mm_srli_epi32(word, 3 * number.fraction), z));
             const auto two = static_cast<std::uint64_t>(_mm_cvtsi128_si64(cell));
             const auto more = static_cast<std::uint64_t>(_mm_extract_epi64(cell, 1));
             ++cells[two & 0xFFFFFFFFU];

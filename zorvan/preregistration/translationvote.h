@@ -69,12 +69,12 @@ private:
     kdtree::Vector<3> m_fixCentre;
     kdtree::Vector<3> m_fltCentre;
     float m_cell;
-    unsigned m_cellBits;                     ///< of a coordinate: the grid has 2^bits cells along each axis
+    unsigned m_cellBits; ///< of a coordinate: the grid has 2^bits cells along each axis
     std::size_t m_numFlt = 0;
-    std::vector<float> m_flt;                ///< x, y, z, nx, ny, nz of the floating surfels, one stretch each
-    std::size_t m_stride = 0;                ///< of such a stretch, a multiple of the lanes
-    std::vector<std::uint32_t> m_binStart;   ///< first entry of each bin, and the end
-    std::vector<std::uint32_t> m_positions;  ///< of the fixed surfels whose normals agree with the bin
+    std::vector<float> m_flt;               ///< x, y, z, nx, ny, nz of the floating surfels, one stretch each
+    std::size_t m_stride = 0;               ///< of such a stretch, a multiple of the lanes
+    std::vector<std::uint32_t> m_binStart;  ///< first entry of each bin, and the end
+    std::vector<std::uint32_t> m_positions; ///< of the fixed surfels whose normals agree with the bin
 };
 
 } // namespace prereg

@@ -13,7 +13,7 @@ namespace {
 
 using kdtree::Vector;
 
-constexpr std::size_t uiSamples = 400;     // of the surface: standard deviation of a share 0.025
+constexpr std::size_t uiSamples = 400; // of the surface: standard deviation of a share 0.025
 constexpr std::size_t uiEdgeSamples = 120;
 constexpr std::size_t uiPlanes = 12;
 constexpr std::size_t uiEdgeNormals = 10;
@@ -53,9 +53,9 @@ std::vector<SurfaceEdge> edgesOf(const VotingScan& scan)
         appendEdges(scan.view->GetImage(), noise, edges);
     } else {
         for (const Vector<3>& side : sidesOf(*scan.view))
-            appendEdges(CRangeImage(scan.set->GetPoints(), scan.set->GetNormals(), side,
-                                    scan.view->GetSampling().dSpacing),
-                        noise, edges);
+            appendEdges(
+                CRangeImage(scan.set->GetPoints(), scan.set->GetNormals(), side, scan.view->GetSampling().dSpacing),
+                noise, edges);
     }
     std::vector<SurfaceEdge> spread;
     for (const std::size_t i : spreadOrder(edges.size())) spread.push_back(edges[i]);
@@ -73,8 +73,8 @@ MatchedScan toMatched(const VotingScan& scan, const Surfels& surfels, float size
     matched.edges = edgesOf(scan);
     matched.uiEdgeSamples = std::min(uiEdgeSamples, matched.edges.size());
     matched.hasSensor = scan.view->HasImage();
-    const double spacing = std::max(scan.view->GetSampling().dSpacing,
-                                    dPixel * static_cast<double>(size) / verdict::dPixelPerSpacing);
+    const double spacing =
+        std::max(scan.view->GetSampling().dSpacing, dPixel * static_cast<double>(size) / verdict::dPixelPerSpacing);
     for (const Vector<3>& side : sidesOf(*scan.view))
         matched.sides.emplace_back(CRangeImage(scan.set->GetPoints(), scan.set->GetNormals(), side, spacing),
                                    matched.edges);
@@ -107,8 +107,8 @@ VoteScan PrepareVote(const VotingScan& scan, float size)
     made.fine = ThinSurfels(scan.set->GetPoints(), scan.set->GetNormals(), {}, cell);
     made.coarse = ThinSurfels(made.fine.points, made.fine.normals, made.fine.counts, evenScale.cell * size);
     made.matched = toMatched(scan, made.fine, size);
-    made.directions = directionsOf(made.fine, made.matched.edges, cell,
-                                   static_cast<float>(scan.view->GetSampling().dNoise));
+    made.directions =
+        directionsOf(made.fine, made.matched.edges, cell, static_cast<float>(scan.view->GetSampling().dNoise));
     return made;
 }
 

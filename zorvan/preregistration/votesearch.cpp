@@ -149,8 +149,7 @@ std::optional<std::vector<CVoteSearch::Candidate>> CVoteSearch::Run()
     constexpr float apart = 0.015F;
     std::vector<Proposal> proposals;
     if (!propose(EvenRotations(m_config.uiNumRotations), m_fix.coarse, m_flt.coarse, evenScale, proposals)) return {};
-    const auto directed =
-        RotationsFromDirections(m_fix.directions, m_flt.directions, m_config.uiNumDirectedRotations);
+    const auto directed = RotationsFromDirections(m_fix.directions, m_flt.directions, m_config.uiNumDirectedRotations);
     if (!propose(directed, m_fix.fine, m_flt.fine, directedScale, proposals)) return {};
     std::vector<Candidate> candidates(proposals.size());
     const auto refine = [&](std::size_t i, std::size_t) { candidates[i] = Refined(proposals[i].pose); };
