@@ -1,6 +1,7 @@
 #include "zorvan/preregistration/poserefinement.h"
 
 #include "zorvan/numerics/packedldlt.h"
+#include "zorvan/platform/simd.h"
 
 #include <algorithm>
 #include <array>
@@ -11,6 +12,7 @@ namespace prereg {
 namespace {
 
 using kdtree::Vector;
+namespace simd = Zorvan::simd;
 using Plane = CProjectedSurface::Plane;
 
 constexpr float facing = 0.4F;     // a surface as steep as this may be missing from a scan
@@ -44,6 +46,7 @@ void countInto(MatchCounts& counts, const MatchedScan& seen, const MatchedScan& 
 {
     const std::size_t count = std::min(limits.uiSamples, samples.points.size());
     for (std::size_t i = 0; i < count; ++i) {
+        if (counts.iInFront + counts.iUnseen > limits.iMostAgainst) return;
         const auto [p, n] = pose.Transform(samples.points[i], samples.normals[i]);
         const CProjectedSurface& side = sideFor(seen, n);
         const Plane& plane = side.PlaneAt(side.PixelOf(p));
@@ -102,11 +105,13 @@ public:
     void Add(const Vector<3>& p, const Vector<3>& n, float distance)
     {
         const Vector<3> lever = m_perRadius * kdtree::Cross(p - m_centre, n);
-        const std::array<float, 6> row = {lever.x, lever.y, lever.z, n.x, n.y, n.z};
-        std::size_t k = 0;
+        const std::array<float, 8> row = {lever.x, lever.y, lever.z, n.x, n.y, n.z, -distance, 0.0F};
+        const simd::Float4 low = simd::Load(row.data());
+        const simd::Float4 high = simd::Load(row.data() + 4);
         for (std::size_t i = 0; i < 6; ++i) {
-            for (std::size_t j = 0; j <= i; ++j) m_a[k++] += row[i] * row[j];
-            m_b[i] -= row[i] * distance;
+            const simd::Float4 factor = simd::Set1(row[i]);
+            m_low[i] = m_low[i] + factor * low;
+            m_high[i] = m_high[i] + factor * high;
         }
         ++m_count;
     }
@@ -121,10 +126,14 @@ public:
         std::array<double, 21> a{};
         std::array<double, 6> b{};
         std::array<double, 6> work{};
-        std::copy(m_a.begin(), m_a.end(), a.begin());
-        std::copy(m_b.begin(), m_b.end(), b.begin());
-        for (std::size_t i = 0; i < 6; ++i)
+        for (std::size_t i = 0; i < 6; ++i) {
+            std::array<float, 8> row{};
+            simd::Store(row.data(), m_low[i]);
+            simd::Store(row.data() + 4, m_high[i]);
+            std::copy_n(row.begin(), i + 1, a.begin() + static_cast<std::ptrdiff_t>(i * (i + 1) / 2));
             a[i * (i + 3) / 2] += static_cast<double>(damping * static_cast<float>(m_count));
+            b[i] = static_cast<double>(row[6]);
+        }
         if (!Zorvan::symsolvers::LDLtFactor(a.data(), 6, work.data())) return {};
         Zorvan::symsolvers::LDLtSolve(a.data(), b.data(), 6);
         const double half = 0.5 * static_cast<double>(m_perRadius);
@@ -136,8 +145,9 @@ public:
 private:
     Vector<3> m_centre;
     float m_perRadius;
-    std::array<float, 21> m_a{};
-    std::array<float, 6> m_b{};
+    // Row i of the matrix, and behind it the right-hand side: columns 0 to 3, and 4, 5, rhs, unused.
+    std::array<simd::Float4, 6> m_low{};
+    std::array<simd::Float4, 6> m_high{};
     int m_count = 0;
 };
 

@@ -8,6 +8,7 @@
 #include "zorvan/preregistration/surfaceedges.h"
 
 #include <cstddef>
+#include <limits>
 #include <vector>
 
 namespace prereg {
@@ -38,11 +39,12 @@ struct MatchCounts
 
 struct MatchLimits
 {
-    float tolerance = 0.0F;     ///< mm
-    float edgeTolerance = 0.0F; ///< mm; 0: edges are not looked at
-    float inFront = 0.0F;       ///< mm
-    float minCos = 0.9F;        ///< between normals
-    std::size_t uiSamples = 0;  ///< of each scan, at most
+    float tolerance = 0.0F;                             ///< mm
+    float edgeTolerance = 0.0F;                         ///< mm; 0: edges are not looked at
+    float inFront = 0.0F;                               ///< mm
+    float minCos = 0.9F;                                ///< between normals
+    int iMostAgainst = std::numeric_limits<int>::max(); ///< contradictions: with more, the rest is not looked at
+    std::size_t uiSamples = 0;                          ///< of each scan, at most
 };
 
 /// @param pose  `flt` to `fix`

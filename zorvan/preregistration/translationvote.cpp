@@ -6,8 +6,6 @@
 #include <array>
 #include <cmath>
 
-#include <smmintrin.h>
-
 namespace prereg {
 
 namespace {
@@ -20,6 +18,7 @@ namespace simd = Zorvan::simd;
 // bit of a fraction.
 constexpr unsigned bitsPerAxis = 10;
 constexpr std::size_t lanes = 4;
+constexpr std::size_t largestSize = 128; // of the grid, along each axis
 
 Vector<3> middleOf(const Vectors& points)
 {
@@ -47,38 +46,36 @@ unsigned cellBitsFor(float fixSize, float fltSize, float cell)
     return bits;
 }
 
-/// The number of cell `word` in the grid.
+/// Turns positions into the numbers of their cells.
 struct CellNumber
 {
     explicit CellNumber(unsigned cellBits)
-        : fraction(static_cast<int>(bitsPerAxis - cellBits)), x((1 << cellBits) - 1), y(x << cellBits), z(y << cellBits)
+        : fraction(static_cast<int>(bitsPerAxis - cellBits)),
+          x((1U << cellBits) - 1),
+          y(x << cellBits),
+          z(y << cellBits)
     {
     }
 
     [[nodiscard]] std::uint32_t Of(std::uint32_t word) const
     {
-        return (word >> fraction & static_cast<std::uint32_t>(x)) |
-               (word >> (2 * fraction) & static_cast<std::uint32_t>(y)) |
-               (word >> (3 * fraction) & static_cast<std::uint32_t>(z));
+        return (word >> fraction & x) | (word >> (2 * fraction) & y) | (word >> (3 * fraction) & z);
+    }
+    [[nodiscard]] simd::UInt4 Of(simd::UInt4 word) const
+    {
+        return (word >> fraction & simd::Set1(x)) | (word >> (2 * fraction) & simd::Set1(y)) |
+               (word >> (3 * fraction) & simd::Set1(z));
     }
 
     int fraction;
-    int x, y, z; ///< masks
+    std::uint32_t x, y, z; ///< masks
 };
 
-__m128i load(const std::uint16_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-
-unsigned largest(__m128i values)
+std::uint16_t largest(const std::uint16_t* values, std::size_t count)
 {
-    const __m128i flipped = _mm_xor_si128(values, _mm_set1_epi16(-1));
-    return 0xFFFFU - static_cast<unsigned>(_mm_extract_epi16(_mm_minpos_epu16(flipped), 0));
-}
-
-unsigned largest(const std::uint16_t* values, std::size_t count)
-{
-    __m128i best = _mm_setzero_si128();
-    for (std::size_t i = 0; i < count; i += 8) best = _mm_max_epu16(best, load(values + i));
-    return largest(best);
+    simd::UShort8 best = simd::ZeroUShort8();
+    for (std::size_t i = 0; i < count; i += 8) best = simd::Max(best, simd::Load(values + i));
+    return simd::Largest(best);
 }
 
 } // namespace
@@ -138,7 +135,7 @@ void CTranslationVote::turn(const CTrafo& rotation, Ballot& ballot) const
     const simd::Float4 toBin = simd::Set1(half);
     const simd::Float4 beforeBin = simd::Set1(0.5F * binsPerAxis - 0.5F);
     const simd::Float4 lowest = simd::Set1(0.0F);
-    const simd::Float4 highest = simd::Set1(binsPerAxis - 1);
+    const simd::Float4 highest = simd::Set1(binsPerAxis - 1.0F);
     ballot.positions.resize(m_stride);
     ballot.bins.resize(m_stride);
     simd::Float4 m[3][3];
@@ -166,64 +163,63 @@ void CTranslationVote::turn(const CTrafo& rotation, Ballot& ballot) const
 void CTranslationVote::cast(Ballot& ballot) const
 {
     const CellNumber number(m_cellBits);
-    const __m128i x = _mm_set1_epi32(number.x);
-    const __m128i y = _mm_set1_epi32(number.y);
-    const __m128i z = _mm_set1_epi32(number.z);
     std::uint16_t* const cells = ballot.cells.data();
     for (std::size_t i = 0; i < m_numFlt; ++i) {
         const std::uint32_t* fix = m_positions.data() + m_binStart[ballot.bins[i]];
         const std::uint32_t* const end = m_positions.data() + m_binStart[ballot.bins[i] + 1];
         const std::uint32_t flt = ballot.positions[i];
-        const __m128i flts = _mm_set1_epi32(static_cast<int>(flt));
+        const simd::UInt4 flts = simd::Set1(flt);
         for (; fix + lanes <= end; fix += lanes) {
-            const __m128i word = _mm_sub_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(fix)), flts);
-            const __m128i cell = _mm_or_si128(_mm_or_si128(_mm_and_si128(_mm_srli_epi32(word, number.fraction), x),
-                                                           _mm_and_si128(_mm_srli_epi32(word, 2 * number.fraction), y)),
-                                              _mm_and_si128(_mm_srli_epi32(word, 3 * number.fraction), z));
-            const auto two = static_cast<std::uint64_t>(_mm_cvtsi128_si64(cell));
-            const auto more = static_cast<std::uint64_t>(_mm_extract_epi64(cell, 1));
-            ++cells[two & 0xFFFFFFFFU];
-            ++cells[two >> 32U];
-            ++cells[more & 0xFFFFFFFFU];
-            ++cells[more >> 32U];
+            const simd::UInt4 cell = number.Of(simd::Load(fix) - flts);
+            const std::uint64_t low = simd::LowPair(cell);
+            const std::uint64_t high = simd::HighPair(cell);
+            ++cells[low & 0xFFFFFFFFU];
+            ++cells[low >> 32U];
+            ++cells[high & 0xFFFFFFFFU];
+            ++cells[high >> 32U];
         }
         for (; fix < end; ++fix) ++cells[number.Of(*fix - flt)];
     }
 }
 
-// In place: a block is summed into its lowest cell, and cells are visited from the lowest on. At the upper end of the
-// grid a block is cut off; nothing of use lies there.
+// In place: a block is summed into its lowest cell, and rows are visited from the lowest on. At the upper end of the
+// grid a block is cut off; nothing of use lies there. Rows that lie above each other along z are added once, for this y
+// and the one before.
 void CTranslationVote::sumBlocks(Ballot& ballot) const
 {
     const std::size_t size = std::size_t{1} << m_cellBits;
-    static constexpr std::array<std::uint16_t, 128> nothing{};
-    std::array<std::uint16_t, 136> columns{}; // the last ones stay zero
-    for (std::size_t row = 0; row < size * size; ++row) {
-        std::uint16_t* const here = ballot.cells.data() + row * size;
-        const bool isTopY = (row & (size - 1)) + 1 == size;
-        const bool isTopZ = row + size >= size * size;
-        const std::uint16_t* const y = isTopY ? nothing.data() : here + size;
-        const std::uint16_t* const z = isTopZ ? nothing.data() : here + size * size;
-        const std::uint16_t* const yz = isTopY || isTopZ ? nothing.data() : here + size * size + size;
-        for (std::size_t i = 0; i < size; i += 8) {
-            const __m128i near = _mm_adds_epu16(load(here + i), load(y + i));
-            const __m128i far = _mm_adds_epu16(load(z + i), load(yz + i));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(columns.data() + i), _mm_adds_epu16(near, far));
+    static constexpr std::array<std::uint16_t, largestSize> nothing{};
+    std::array<simd::UShort8, largestSize / 8 + 1> columns{};
+    for (std::size_t z = 0; z < size; ++z) {
+        const auto addRows = [&](std::size_t y, std::size_t i) {
+            const std::uint16_t* const row = ballot.cells.data() + (z * size + y) * size;
+            const std::uint16_t* const above = z + 1 < size ? row + size * size : nothing.data();
+            return simd::AddSaturated(simd::Load(row + i), simd::Load(above + i));
+        };
+        std::array<simd::UShort8, largestSize / 8> here{};
+        for (std::size_t i = 0; i < size / 8; ++i) here[i] = addRows(0, 8 * i);
+        for (std::size_t y = 0; y < size; ++y) {
+            for (std::size_t i = 0; i < size / 8; ++i) {
+                const simd::UShort8 next = y + 1 < size ? addRows(y + 1, 8 * i) : simd::ZeroUShort8();
+                columns[i] = simd::AddSaturated(here[i], next);
+                here[i] = next;
+            }
+            std::uint16_t* const out = ballot.cells.data() + (z * size + y) * size;
+            simd::UShort8 best = simd::ZeroUShort8();
+            for (std::size_t i = 0; i < size / 8; ++i) {
+                const simd::UShort8 sum = simd::AddSaturated(columns[i], simd::ShiftedDown(columns[i], columns[i + 1]));
+                simd::Store(out + 8 * i, sum);
+                best = simd::Max(best, sum);
+            }
+            ballot.rowMaxima[z * size + y] = simd::Largest(best);
         }
-        __m128i best = _mm_setzero_si128();
-        for (std::size_t i = 0; i < size; i += 8) {
-            const __m128i sum = _mm_adds_epu16(load(columns.data() + i), load(columns.data() + i + 1));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(here + i), sum);
-            best = _mm_max_epu16(best, sum);
-        }
-        ballot.rowMaxima[row] = static_cast<std::uint16_t>(largest(best));
     }
 }
 
 std::size_t CTranslationVote::highestCell(const Ballot& ballot) const
 {
     const std::size_t size = std::size_t{1} << m_cellBits;
-    const auto highest = static_cast<std::uint16_t>(largest(ballot.rowMaxima.data(), size * size));
+    const std::uint16_t highest = largest(ballot.rowMaxima.data(), size * size);
     const auto row = std::find(ballot.rowMaxima.begin(), ballot.rowMaxima.end(), highest) - ballot.rowMaxima.begin();
     const auto first = ballot.cells.begin() + row * static_cast<std::ptrdiff_t>(size);
     return static_cast<std::size_t>(std::find(first, first + static_cast<std::ptrdiff_t>(size), highest) -
@@ -263,7 +259,7 @@ void CTranslationVote::strikeOut(std::size_t cell, Ballot& ballot) const
             const std::size_t row = z * size + y;
             std::uint16_t* const cells = ballot.cells.data() + row * size;
             std::fill(cells + low[0], cells + high[0] + 1, std::uint16_t{0});
-            ballot.rowMaxima[row] = static_cast<std::uint16_t>(largest(cells, size));
+            ballot.rowMaxima[row] = largest(cells, size);
         }
     }
 }

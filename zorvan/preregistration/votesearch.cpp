@@ -38,10 +38,14 @@ VoteLimits::VoteLimits(float size_, const ScanSampling& fix, const ScanSampling&
 {
     const auto spacing = static_cast<float>(std::max(fix.dSpacing, flt.dSpacing));
     const auto noise = static_cast<float>(std::max(fix.dNoise, flt.dNoise));
-    rough = {0.03F * size, 0.0F, 0.04F * size, 0.8F, 120};
-    refinement = {8, 0.05F * size, 0.012F * size, 0.8F, 0.35F * size, 250};
-    fine = {3.0F * noise + 0.7F * spacing, std::max(0.01F * size, 2.0F * spacing),
-            std::max(0.02F * size, 4.0F * spacing), 0.9F, 400};
+    constexpr int iMostAgainst = 40;
+    rough = {0.03F * size, 0.0F, 0.04F * size, 0.8F, iMostAgainst, 120};
+    firstSteps = {4, 0.05F * size, 0.03F * size, 0.8F, 0.35F * size, 100};
+    middle = {0.02F * size, 0.02F * size, 0.04F * size, 0.85F, iMostAgainst, 120};
+    lastSteps = {6, 0.035F * size, 0.012F * size, 0.8F, 0.35F * size, 250};
+    fine = {3.0F * noise + 0.7F * spacing,          std::max(0.01F * size, 2.0F * spacing),
+            std::max(0.02F * size, 4.0F * spacing), 0.9F,
+            std::numeric_limits<int>::max(),        400};
 }
 
 CVoteSearch::CVoteSearch(const VoteScan& fix, const VoteScan& flt, const ConfigurationVote& config,
@@ -133,29 +137,49 @@ std::vector<T> CVoteSearch::distinct(std::vector<T> all, std::size_t most, float
     return kept;
 }
 
-CVoteSearch::Candidate CVoteSearch::Refined(const CTrafo& pose) const
+CVoteSearch::Candidate CVoteSearch::scored(const CTrafo& pose) const
 {
-    const CTrafo refined = RefinePose(m_fix.matched, m_flt.matched, pose, m_limits.refinement);
-    const MatchCounts counts = CountMatches(m_fix.matched, m_flt.matched, refined, m_limits.fine);
+    const MatchCounts counts = CountMatches(m_fix.matched, m_flt.matched, pose, m_limits.fine);
     const auto samples = static_cast<float>(m_fix.matched.points.size() + m_flt.matched.points.size());
     const auto matched = static_cast<float>(counts.iMatched);
-    return {refined, counts.Score(), matched / std::max(1.0F, samples),
+    return {pose, counts.Score(), matched / std::max(1.0F, samples),
             std::sqrt(counts.fSumSquares / std::max(1.0F, matched))};
+}
+
+CVoteSearch::Candidate CVoteSearch::Refined(const CTrafo& pose) const
+{
+    const CTrafo near = RefinePose(m_fix.matched, m_flt.matched, pose, m_limits.firstSteps);
+    return scored(RefinePose(m_fix.matched, m_flt.matched, near, m_limits.lastSteps));
+}
+
+std::optional<std::vector<CVoteSearch::Candidate>> CVoteSearch::refine(std::vector<Proposal> proposals) const
+{
+    constexpr std::size_t mostFinished = 250;
+    constexpr float cosSame = 0.9986F; // 3 degrees
+    constexpr float same = 0.015F;
+    const auto begin = [&](std::size_t i, std::size_t) {
+        Proposal& proposal = proposals[i];
+        proposal.pose = RefinePose(m_fix.matched, m_flt.matched, proposal.pose, m_limits.firstSteps);
+        proposal.score = CountMatches(m_fix.matched, m_flt.matched, proposal.pose, m_limits.middle).Score();
+    };
+    if (!forEach(proposals.size(), begin)) return {};
+    proposals = distinct(std::move(proposals), mostFinished, cosSame, same * m_limits.size);
+    std::vector<Candidate> candidates(proposals.size());
+    const auto finish = [&](std::size_t i, std::size_t) {
+        candidates[i] = scored(RefinePose(m_fix.matched, m_flt.matched, proposals[i].pose, m_limits.lastSteps));
+    };
+    if (!forEach(proposals.size(), finish)) return {};
+    std::erase_if(candidates, [](const Candidate& candidate) { return candidate.matched == 0.0F; });
+    return distinct(std::move(candidates), m_config.uiMaxCandidates, cosSame, same * m_limits.size);
 }
 
 std::optional<std::vector<CVoteSearch::Candidate>> CVoteSearch::Run()
 {
-    constexpr float cosApart = 0.9986F; // 3 degrees: within the reach of an ICP
-    constexpr float apart = 0.015F;
     std::vector<Proposal> proposals;
     if (!propose(EvenRotations(m_config.uiNumRotations), m_fix.coarse, m_flt.coarse, evenScale, proposals)) return {};
     const auto directed = RotationsFromDirections(m_fix.directions, m_flt.directions, m_config.uiNumDirectedRotations);
     if (!propose(directed, m_fix.fine, m_flt.fine, directedScale, proposals)) return {};
-    std::vector<Candidate> candidates(proposals.size());
-    const auto refine = [&](std::size_t i, std::size_t) { candidates[i] = Refined(proposals[i].pose); };
-    if (!forEach(proposals.size(), refine)) return {};
-    std::erase_if(candidates, [](const Candidate& candidate) { return candidate.matched == 0.0F; });
-    return distinct(std::move(candidates), m_config.uiMaxCandidates, cosApart, apart * m_limits.size);
+    return refine(std::move(proposals));
 }
 
 } // namespace prereg

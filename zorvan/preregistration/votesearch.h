@@ -21,7 +21,9 @@ struct VoteLimits
 
     float size;
     MatchLimits rough;
-    RefinementSettings refinement;
+    RefinementSettings firstSteps; ///< of all proposals
+    MatchLimits middle;
+    RefinementSettings lastSteps; ///< of those that are still good then
     MatchLimits fine;
 };
 
@@ -55,6 +57,9 @@ private:
     /// Appends the best of the peaks that differ.
     bool propose(const std::vector<CTrafo>& rotations, const Surfels& fix, const Surfels& flt, const VoteScale& scale,
                  std::vector<Proposal>& proposals) const;
+    /// The first steps of all, then the last ones of the best, with the final score.
+    [[nodiscard]] std::optional<std::vector<Candidate>> refine(std::vector<Proposal> proposals) const;
+    [[nodiscard]] Candidate scored(const CTrafo& pose) const;
     /// The best that lie apart by more than an angle (its cosine) or a distance, at most so many.
     template <class T>
     [[nodiscard]] std::vector<T> distinct(std::vector<T> all, std::size_t most, float cosine, float distance) const;
