@@ -1,7 +1,7 @@
 #pragma once
 
-// Four single-precision lanes, SSE4.2, in the vocabulary that simd_avx.h has for eight; and what else needs intrinsics
-// of the baseline. Not installed: intrinsics stay inside the library.
+// Four single-precision lanes, SSE4.2, in the vocabulary that simd_avx.h has for eight; four lanes of 32 and eight of 16
+// bits; and what else needs intrinsics of the baseline. Not installed: intrinsics stay inside the library.
 
 #include <nmmintrin.h>
 
@@ -94,6 +94,43 @@ inline float ApproximateReciprocalSqrt(float a) { return _mm_cvtss_f32(_mm_rsqrt
 
 /// To the nearest integer, ties to even; NaN and what does not fit become the lowest number.
 inline std::int32_t RoundToInt(float a) { return _mm_cvtss_si32(_mm_set_ss(a)); }
+
+/// Four unsigned lanes of 32 bits, arithmetic modulo 2^32.
+struct UInt4
+{
+    __m128i v;
+};
+
+inline UInt4 Load(const std::uint32_t* p) { return {_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))}; }
+inline UInt4 Set1(std::uint32_t a) { return {_mm_set1_epi32(static_cast<int>(a))}; }
+inline UInt4 operator-(UInt4 a, UInt4 b) { return {_mm_sub_epi32(a.v, b.v)}; }
+inline UInt4 operator&(UInt4 a, UInt4 b) { return {_mm_and_si128(a.v, b.v)}; }
+inline UInt4 operator|(UInt4 a, UInt4 b) { return {_mm_or_si128(a.v, b.v)}; }
+inline UInt4 operator>>(UInt4 a, int bits) { return {_mm_srli_epi32(a.v, bits)}; }
+/// Lanes 0 and 1, lane 0 in the lower half.
+inline std::uint64_t LowPair(UInt4 a) { return static_cast<std::uint64_t>(_mm_cvtsi128_si64(a.v)); }
+/// Lanes 2 and 3.
+inline std::uint64_t HighPair(UInt4 a) { return static_cast<std::uint64_t>(_mm_extract_epi64(a.v, 1)); }
+
+/// Eight unsigned lanes of 16 bits.
+struct UShort8
+{
+    __m128i v;
+};
+
+inline UShort8 Load(const std::uint16_t* p) { return {_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))}; }
+inline void Store(std::uint16_t* p, UShort8 a) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), a.v); }
+inline UShort8 ZeroUShort8() { return {_mm_setzero_si128()}; }
+/// What does not fit becomes 65535.
+inline UShort8 AddSaturated(UShort8 a, UShort8 b) { return {_mm_adds_epu16(a.v, b.v)}; }
+inline UShort8 Max(UShort8 a, UShort8 b) { return {_mm_max_epu16(a.v, b.v)}; }
+/// Lanes 1 to 7 of a, then lane 0 of b.
+inline UShort8 ShiftedDown(UShort8 a, UShort8 b) { return {_mm_alignr_epi8(b.v, a.v, sizeof(std::uint16_t))}; }
+inline std::uint16_t Largest(UShort8 a)
+{
+    const __m128i flipped = _mm_xor_si128(a.v, _mm_set1_epi16(-1)); // there is an instruction for the smallest only
+    return static_cast<std::uint16_t>(~_mm_cvtsi128_si32(_mm_minpos_epu16(flipped)));
+}
 
 /// One step of CRC-32C (Castagnoli), without the inversions at start and end.
 inline std::uint32_t Crc32(std::uint32_t crc, std::uint32_t value) { return _mm_crc32_u32(crc, value); }

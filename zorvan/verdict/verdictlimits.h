@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+
+/// All numbers that decide what counts for or against a pose, with the data that each was chosen on. Lengths are in
+/// units of what was measured on the scans: noise (standard deviation along the normal), spacing, pixel of the range
+/// image. "Kept aside" below means sets that played no part in the choice; benchmarks/README.md has the rates on these.
+namespace prereg::verdict {
+
+// How a scan is measured ------------------------------------------------------------------------------------------
+
+constexpr std::size_t uiSpacingProbes = 2000; ///< the median of so many is good to some percent
+constexpr std::size_t uiNoiseProbes = 400;
+constexpr double dNoiseRadius = 3.0;    ///< spacings: some 28 neighbours, against six parameters of a quadric
+constexpr double dNoisePerRadius = 0.1; ///< a noise above this share of the radius asks for a wider neighbourhood
+constexpr int iMaxNoiseDoublings = 4;
+constexpr std::size_t uiMinQuadricPoints = 12; ///< twice the parameters
+constexpr std::size_t uiMaxQuadricPoints = 96; ///< more only take time
+
+// The viewing ray ---------------------------------------------------------------------------------------------------
+
+constexpr std::size_t uiRayProbes = 300;
+constexpr double dRayRadius = 4.5; ///< spacings: on a surface 75 degrees off the ray the next line is 3.9 away
+constexpr std::size_t uiMaxRayNeighbours = 64;
+constexpr std::size_t uiRayDirections = 400; ///< over the half sphere: 7 degrees apart, as wide as a peak
+/// q10 / q90 of the projected distances. Along the true ray of the bunny, the figures and the parts 0.8 to 1; on
+/// merged or thinned clouds 0.3 to 0.5 along any direction.
+constexpr double dMinRegularity = 0.65;
+constexpr double dRegularityTie = 0.015; ///< as regular as the best: the visible normals decide
+constexpr double dVisibleTie = 0.02;     ///< share of visible normals that makes no difference
+constexpr double dVisibleCosine = 0.1;
+constexpr double dMinMeanNormal = 0.5; ///< shorter, and the scan was not seen from one side: no ray at all
+constexpr double dConeDegrees = 15.0; ///< about a guessed ray: what is said to be in front must be so all over the cone
+
+// The range image -----------------------------------------------------------------------------------------------------
+
+constexpr double dPixelPerSpacing =
+    1.25;                            ///< a raster of points leaves no pixel empty when it drifts against the pixels
+constexpr double dPixelGrowth = 1.4; ///< while the image is full of holes, as with lines of a lidar
+constexpr int iMaxPixelGrowths = 6;
+constexpr double dMinFilledNeighbours = 6.5; ///< of 8, in the mean over filled pixels: below, the pixels are too small
+constexpr double dShadowDegrees = 30.0;      ///< between camera and light of a triangulating sensor
+constexpr double dMinCutShare = 0.2;         ///< of a side that surface touches: the field of view may end there
+constexpr double dMinCutStraightness = 0.75; ///< and does: three pixels further in the surface is hardly longer
+
+} // namespace prereg::verdict
