@@ -43,4 +43,38 @@ constexpr double dShadowDegrees = 30.0;      ///< between camera and light of a 
 constexpr double dMinCutShare = 0.2;         ///< of a side that surface touches: the field of view may end there
 constexpr double dMinCutStraightness = 0.75; ///< and does: three pixels further in the surface is hardly longer
 
+// What counts for and against a pose ----------------------------------------------------------------------------------
+
+constexpr double dSampleStep = 2.0; ///< pixels of the coarser scan, between the samples of either
+/// A point matches within this noise of both scans, or this share of a pixel where that is more: what curvature adds
+/// between the points.
+constexpr double dMatchNoise = 4.0;
+constexpr double dMatchPixels = 0.25;
+constexpr double dMatchCosine = 0.5;   ///< normals of a match differ by 60 degrees at most
+constexpr double dOpposedCosine = 0.2; ///< by 78 degrees and more: another face of the object
+constexpr double dNearPixels = 3.0;    ///< a point this near should match: it counts for the tail when it does not
+constexpr double dFrontPixels = 3.0;   ///< in front of the highest of nine pixels by more: the sensor looked through it
+constexpr double dFrontNoise = 5.0;
+constexpr double dFacingCosine = 0.4;  ///< flatter surface a sensor may lose
+constexpr double dMissingPixels = 2.5; ///< outside the silhouette: edges are lost too
+
+// What a pose must pass -----------------------------------------------------------------------------------------------
+
+constexpr unsigned uiMinMatched = 60;     ///< samples
+constexpr double dMinMatchedShare = 0.02; ///< of the samples of the smaller scan
+constexpr double dMaxContradiction = 0.05;
+/// An eighth of the samples refutes a pose by so many contradictions, and this multiple of the limit: a right pose at
+/// the limit shows the multiple in less than one of 10,000 such draws.
+constexpr unsigned uiMinEarlyContradictions = 15;
+constexpr double dEarlyFactor = 3.0;
+constexpr double dMaxTail = 0.25;
+constexpr double dSlidePixels = 6.0;      ///< how far a pose is moved along what the surface holds least
+constexpr unsigned uiMinSlideGrowth = 25; ///< contradictions, in samples, that such a move must bring
+
+// What a list of poses says -------------------------------------------------------------------------------------------
+
+constexpr double dRivalShare = 0.9;          ///< of the best score: a pose that explains the scans as well
+constexpr double dContradictionWeight = 4.0; ///< in the score, against a match
+constexpr double dDistinctPixels = 4.0;      ///< poses nearer to one another are one
+
 } // namespace prereg::verdict
