@@ -53,7 +53,7 @@ TEST(CPoseJudge, KeepsTheTruthAndRefutesEveryOtherTurn)
 TEST(CPoseJudge, SeesWhatIsWrongWithAPose)
 {
     // A third small sphere that only one of the objects has.
-    std::vector<support::Sphere> object{{{0, 0, 0}, 8}, {{5, 5, 6}, 3}};
+    std::vector<support::Sphere> object{{{0, 0, 0}, 8}, {{5, 5, 6}, 5}};
     const auto with = support::PointSet(support::ScanSpheres(object, CTrafo(), 0.2F, 0.02F, 1));
     object.pop_back();
     const auto without = support::PointSet(support::ScanSpheres(object, CTrafo(), 0.2F, 0.02F, 2));
@@ -129,7 +129,7 @@ TEST(CPoseJudge, CountsWhatLookingAtEverySurfelCounts)
     }
 }
 
-TEST(CPoseJudge, FindsThatACylinderLikeRowOfBallsSlidesNowhere)
+TEST(CPoseJudge, TellsASurfaceThatSlidesFromOneThatHolds)
 {
     const Pair pair(support::Cluster());
     const PoseCounts counts = pair.judge.Count(pair.truth);

@@ -4,10 +4,14 @@
 #include "zorvan/numerics/symsolvers.h"
 #include "zorvan/verdict/verdictlimits.h"
 
+#include <Eigen/Geometry>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <limits>
+#include <numbers>
+#include <optional>
 #include <random>
 #include <utility>
 
@@ -47,29 +51,72 @@ public:
             for (std::size_t j = 0; j <= i; ++j) m_sum[at++] += 0.5 * (a[i] * b[j] + a[j] * b[i]);
     }
 
-    /// Motions of length `step` along the directions that are held least, the weakest first.
+    /// Motions of length `step` to and fro along each of the directions that are held least, the weakest first.
     [[nodiscard]] std::vector<CTrafo> WeakestMotions(std::size_t count, double step) const
     {
-        auto matrix = m_sum;
-        std::array<double, iSize> values{};
-        std::array<double, iSize * iSize> vectors{};
-        std::array<double, 2 * iSize> work{};
-        Zorvan::symsolvers::JacobiIteration(matrix.data(), values.data(), vectors.data(), iSize, 30, work.data());
-        Zorvan::symsolvers::SortEigenV(values.data(), vectors.data(), iSize, true);
+        const Directions directions = decompose();
         std::vector<CTrafo> motions;
         for (std::size_t k = 0; k < count; ++k) {
-            std::array<double, iSize> direction{};
-            for (std::size_t i = 0; i < iSize; ++i) direction[i] = vectors[i * iSize + k];
-            motions.push_back(motion(direction, step));
-            motions.push_back(motion(direction, -step));
+            motions.push_back(motion(directions.vectors[k], step));
+            motions.push_back(motion(directions.vectors[k], -step));
         }
         return motions;
     }
 
-private:
-    static constexpr int iSize = 6;
+    /// Full turns, in equal steps, about the axes that are held much less than the rest.
+    [[nodiscard]] std::vector<CTrafo> WeakTurns(std::size_t count, std::size_t steps) const
+    {
+        const Directions directions = decompose();
+        std::vector<CTrafo> turns;
+        for (std::size_t k = 0; k < count; ++k) {
+            if (directions.values[k] > verdict::dWeakHold * directions.values[iSize - 1]) break;
+            for (std::size_t i = 1; i < steps; ++i) {
+                const double angle = 2.0 * std::numbers::pi * static_cast<double>(i) / static_cast<double>(steps);
+                if (const auto turn = turnAbout(directions.vectors[k], angle)) turns.push_back(*turn);
+            }
+        }
+        return turns;
+    }
 
-    [[nodiscard]] std::array<double, iSize> row(const Vector3& point, const Vector3& normal) const
+private:
+    static constexpr std::size_t iSize = 6;
+    using Direction = std::array<double, iSize>;
+
+    struct Directions
+    {
+        std::array<double, iSize> values{}; ///< ascending
+        std::array<Direction, iSize> vectors{};
+    };
+
+    [[nodiscard]] Directions decompose() const
+    {
+        Directions result;
+        auto matrix = m_sum;
+        std::array<double, iSize * iSize> vectors{};
+        std::array<double, 2 * iSize> work{};
+        Zorvan::symsolvers::JacobiIteration(matrix.data(), result.values.data(), vectors.data(), iSize, 30,
+                                            work.data());
+        Zorvan::symsolvers::SortEigenV(result.values.data(), vectors.data(), iSize, true);
+        for (std::size_t k = 0; k < iSize; ++k)
+            for (std::size_t i = 0; i < iSize; ++i) result.vectors[k][i] = vectors[i * iSize + k];
+        return result;
+    }
+
+    /// Nothing for a direction that hardly turns.
+    [[nodiscard]] std::optional<CTrafo> turnAbout(const Direction& direction, double angle) const
+    {
+        constexpr double dMinTurn = 0.3; // of the unit length
+        const Eigen::Vector3d turn = Eigen::Vector3d(direction[0], direction[1], direction[2]) / m_radius;
+        const Eigen::Vector3d shift(direction[3], direction[4], direction[5]);
+        if (turn.norm() * m_radius < dMinTurn) return std::nullopt;
+        const Eigen::Vector3d offset = turn.cross(shift) / turn.squaredNorm(); // from the middle to the axis
+        const Eigen::Vector3d axis = turn.normalized();
+        const CTrafo rotation(toFloat(axis), static_cast<float>(angle), Vector3());
+        const Vector3 through = m_middle + toFloat(offset);
+        return rotation.Translate(through - rotation.Rotate(through));
+    }
+
+    [[nodiscard]] Direction row(const Vector3& point, const Vector3& normal) const
     {
         const Vector3 turn = Cross(point - m_middle, normal);
         return {static_cast<double>(turn.x) / m_radius, static_cast<double>(turn.y) / m_radius,
@@ -77,14 +124,24 @@ private:
                 static_cast<double>(normal.y),          static_cast<double>(normal.z)};
     }
 
-    [[nodiscard]] CTrafo motion(const std::array<double, iSize>& direction, double step) const
+    /// The screw motion of a direction, so that a ball turns on its spot however far it turns. Source: Murray, Li and
+    /// Sastry, A Mathematical Introduction to Robotic Manipulation (1994), 2.36.
+    [[nodiscard]] CTrafo motion(const Direction& direction, double step) const
     {
-        const auto scaled = [&](std::size_t i) { return static_cast<float>(direction[i] * step); };
-        const Vector3 turn(scaled(0), scaled(1), scaled(2));
-        const float length = turn.Length();
-        const auto angle = static_cast<float>(static_cast<double>(length) / m_radius);
-        const CTrafo rotation = length > 0.0F ? CTrafo(turn * (1.0F / length), angle, Vector3()) : CTrafo();
-        return rotation.Translate(m_middle - rotation.Rotate(m_middle) + Vector3(scaled(3), scaled(4), scaled(5)));
+        const Eigen::Vector3d turn = Eigen::Vector3d(direction[0], direction[1], direction[2]) * (step / m_radius);
+        const Eigen::Vector3d shift = Eigen::Vector3d(direction[3], direction[4], direction[5]) * step;
+        const double angle = turn.norm();
+        if (angle < 1e-9) return CTrafo().Translate(toFloat(shift));
+        const Eigen::Vector3d once = turn.cross(shift);
+        const Eigen::Vector3d moved = shift + once * ((1.0 - std::cos(angle)) / (angle * angle)) +
+                                      turn.cross(once) * ((angle - std::sin(angle)) / (angle * angle * angle));
+        const CTrafo rotation(toFloat(turn / angle), static_cast<float>(angle), Vector3());
+        return rotation.Translate(m_middle - rotation.Rotate(m_middle) + toFloat(moved));
+    }
+
+    static Vector3 toFloat(const Eigen::Vector3d& v)
+    {
+        return {static_cast<float>(v.x()), static_cast<float>(v.y()), static_cast<float>(v.z())};
     }
 
     Vector3 m_middle;
@@ -137,6 +194,8 @@ std::string PoseVerdict::ToString() const
     switch (eFinding) {
     case EFinding::Consistent:
         return percent(counts.Contradiction()) + " of what can be compared speaks against it";
+    case EFinding::Doubtful:
+        return percent(counts.Contradiction()) + " of what can be compared speaks against it, more than usual";
     case EFinding::Invalid:
         return "there is no pose";
     case EFinding::TooLittle:
@@ -250,19 +309,26 @@ CPoseJudge::Hit CPoseJudge::nearestInTree(const CScanView& view, const Sample& m
     return hit;
 }
 
+bool CPoseJudge::isMatch(const Hit& hit) const
+{
+    return hit.distSq < m_nearSq && hit.residual <= m_matchLimit &&
+           hit.cosine > static_cast<float>(verdict::dMatchCosine);
+}
+
 void CPoseJudge::addHit(const Hit& hit, std::size_t side, PoseCounts& counts) const
 {
+    if (isMatch(hit)) {
+        ++counts.uiMatched;
+        ++counts.matchedOf[side];
+        return;
+    }
     if (!(hit.distSq < m_nearSq)) return;
     const bool isOn = hit.residual <= m_matchLimit;
     const bool isAlike = hit.cosine > static_cast<float>(verdict::dMatchCosine);
-    if (isOn && isAlike) {
-        ++counts.uiMatched;
-        ++counts.matchedOf[side];
-    } else if (isOn) {
-        counts.uiOpposed += hit.cosine < static_cast<float>(verdict::dOpposedCosine);
-    } else {
+    if (!isOn)
         ++(isAlike ? counts.uiTail : counts.uiShallow);
-    }
+    else
+        counts.uiOpposed += hit.cosine < static_cast<float>(verdict::dOpposedCosine);
 }
 
 bool CPoseJudge::isInFrontOverCone(const CScanView& into, const CTrafo& pose, const Sample& sample) const
@@ -331,8 +397,9 @@ PoseCounts CPoseJudge::Count(const CTrafo& pose) const
 EFinding CPoseJudge::Weigh(const PoseCounts& counts) const
 {
     if (counts.uiMatched < m_minMatched) return EFinding::TooLittle;
-    if (counts.Contradiction() > verdict::dMaxContradiction) return refutation(counts);
-    return counts.TailShare() > verdict::dMaxTail ? EFinding::Residuals : EFinding::Consistent;
+    if (counts.Contradiction() > verdict::dMaxDoubt) return refutation(counts);
+    if (counts.TailShare() > verdict::dMaxTail) return EFinding::Residuals;
+    return counts.Contradiction() > verdict::dMaxContradiction ? EFinding::Doubtful : EFinding::Consistent;
 }
 
 PoseVerdict CPoseJudge::Judge(const CTrafo& pose) const
@@ -341,7 +408,7 @@ PoseVerdict CPoseJudge::Judge(const CTrafo& pose) const
     PoseVerdict verdict;
     countParts(pose, 0, 1, verdict.counts);
     if (verdict.counts.Contradictions() >= verdict::uiMinEarlyContradictions &&
-        verdict.counts.Contradiction() > verdict::dEarlyFactor * verdict::dMaxContradiction) {
+        verdict.counts.Contradiction() > verdict::dEarlyFactor * verdict::dMaxDoubt) {
         verdict.eFinding = refutation(verdict.counts);
         return verdict;
     }
@@ -352,37 +419,51 @@ PoseVerdict CPoseJudge::Judge(const CTrafo& pose) const
     return verdict;
 }
 
-std::vector<CTrafo> CPoseJudge::slides(const CTrafo& pose) const
+class CPoseJudge::CHoldAt : public CHold
 {
-    constexpr std::size_t uiDirections = 3;
-    CHold hold(pose * GetFlt().GetMiddle(), GetFlt().GetRadius());
-    const bool isIntoFix = GetFix().HasImage();
-    const std::size_t side = isIntoFix ? 1 : 0;
-    const CScanView& into = *m_sides[1 - side].view;
-    const CTrafo intoOther = isIntoFix ? pose : pose.GetInverse(true);
-    const CTrafo toFrame = into.HasImage() ? into.GetImage().GetFrame() * intoOther : intoOther;
-    const CTrafo back =
-        (isIntoFix ? CTrafo() : pose) * (into.HasImage() ? into.GetImage().GetFrame().GetInverse(true) : CTrafo());
-    for (const Sample& sample : m_sides[side].samples) {
-        const Sample moved{toFrame * sample.point, toFrame.Rotate(sample.normal)};
-        const Hit hit = into.HasImage() ? nearestInImage(into.GetImage(), into.GetImage().PixelAt(moved.point), moved)
-                                        : nearestInTree(into, moved);
-        const bool isMatch = hit.distSq < m_nearSq && hit.residual <= m_matchLimit &&
-                             hit.cosine > static_cast<float>(verdict::dMatchCosine);
-        if (isMatch) hold.Add(back * hit.point, back.Rotate(hit.normal), back.Rotate(moved.normal));
+public:
+    CHoldAt(const CPoseJudge& judge, const CTrafo& pose)
+        : CHold(pose * judge.GetFlt().GetMiddle(), judge.GetFlt().GetRadius())
+    {
+        const bool isIntoFix = judge.GetFix().HasImage();
+        const std::size_t side = isIntoFix ? 1 : 0;
+        const CScanView& into = *judge.m_sides[1 - side].view;
+        const CTrafo frame = into.HasImage() ? into.GetImage().GetFrame() : CTrafo();
+        const CTrafo toFrame = frame * (isIntoFix ? pose : pose.GetInverse(true));
+        const CTrafo back = (isIntoFix ? CTrafo() : pose) * frame.GetInverse(true);
+        for (const Sample& sample : judge.m_sides[side].samples) {
+            const Sample moved{toFrame * sample.point, toFrame.Rotate(sample.normal)};
+            const Hit hit = into.HasImage()
+                                ? nearestInImage(into.GetImage(), into.GetImage().PixelAt(moved.point), moved)
+                                : judge.nearestInTree(into, moved);
+            if (judge.isMatch(hit)) Add(back * hit.point, back.Rotate(hit.normal), back.Rotate(moved.normal));
+        }
     }
-    return hold.WeakestMotions(uiDirections, verdict::dSlidePixels * static_cast<double>(m_pixel));
+};
+
+std::vector<CTrafo> CPoseJudge::Turns(const CTrafo& pose) const
+{
+    constexpr std::size_t uiAxes = 2;
+    constexpr std::size_t uiSteps = 24;
+    std::vector<CTrafo> turns = CHoldAt(*this, pose).WeakTurns(uiAxes, uiSteps);
+    for (CTrafo& turn : turns) turn = turn * pose;
+    return turns;
 }
 
 int CPoseJudge::SlideGrowth(const CTrafo& pose, const PoseCounts& at) const
 {
+    // Whatever no longer fits: on a surface that lets the pose slide, nothing does.
+    const auto misfits = [](const PoseCounts& c) {
+        return static_cast<int>(c.Contradictions() + c.uiTail + c.uiShallow);
+    };
     int least = std::numeric_limits<int>::max();
-    const std::vector<CTrafo> motions = slides(pose);
+    constexpr std::size_t uiDirections = 3;
+    const double step = verdict::dSlidePixels * GetPixelSize();
+    const std::vector<CTrafo> motions = CHoldAt(*this, pose).WeakestMotions(uiDirections, step);
     for (std::size_t i = 0; i + 1 < motions.size(); i += 2) {
         int growth = 0; // a direction is free when the pose may go both ways
         for (std::size_t k = i; k < i + 2; ++k)
-            growth = std::max(growth, static_cast<int>(Count(motions[k] * pose).Contradictions()) -
-                                          static_cast<int>(at.Contradictions()));
+            growth = std::max(growth, misfits(Count(motions[k] * pose)) - misfits(at));
         least = std::min(least, growth);
     }
     return least;

@@ -39,6 +39,7 @@ struct PoseCounts
 enum class EFinding
 {
     Consistent,
+    Doubtful,    ///< more speaks against it than against right poses of good scans, less than against most wrong ones
     Invalid,     ///< there is no pose
     TooLittle,   ///< the scans hardly share surface
     SeenThrough, ///< surface of one scan where the other looked through
@@ -81,9 +82,12 @@ public:
     [[nodiscard]] PoseVerdict Judge(const CTrafo& pose) const;
     /// The finding for such counts, without the question whether the pose slides.
     [[nodiscard]] EFinding Weigh(const PoseCounts& counts) const;
-    /// Moves the pose along each of the three directions that both surfaces together hold least, and returns the least
-    /// growth of the contradictions, in samples. @param at  counts at the pose itself
+    /// Moves the pose to and fro along each of the three directions that both surfaces together hold least, and returns
+    /// the least growth of what does not fit, in samples. @param at  counts at the pose itself
     [[nodiscard]] int SlideGrowth(const CTrafo& pose, const PoseCounts& at) const;
+    /// Places where a part that is round, or nearly so, would fit as well: the pose turned about the axes that both
+    /// surfaces together hold least. Rough: to be refined before they are judged. Mostly none.
+    [[nodiscard]] std::vector<CTrafo> Turns(const CTrafo& pose) const;
     /// How far apart two poses put the floating scan: root mean square over its points, mm.
     [[nodiscard]] double Distance(const CTrafo& a, const CTrafo& b) const;
 
@@ -106,6 +110,7 @@ private:
         std::vector<Sample> samples; ///< in scan coordinates, shuffled: any stretch of them covers the scan
     };
     struct Hit;
+    class CHoldAt;
 
     [[nodiscard]] std::vector<Sample> takeSamples(const CScanView& view) const;
     [[nodiscard]] static Hit nearestInImage(const CRangeImage& image, CRangeImage::Pixel at, const Sample& moved);
@@ -114,9 +119,9 @@ private:
     void countInImage(std::size_t side, std::span<const Sample> samples, const CTrafo& pose, PoseCounts& counts) const;
     void countInTree(std::size_t side, std::span<const Sample> samples, const CTrafo& pose, PoseCounts& counts) const;
     [[nodiscard]] bool isInFrontOverCone(const CScanView& into, const CTrafo& pose, const Sample& sample) const;
+    [[nodiscard]] bool isMatch(const Hit& hit) const;
     void addHit(const Hit& hit, std::size_t side, PoseCounts& counts) const;
     void countParts(const CTrafo& pose, std::size_t first, std::size_t last, PoseCounts& counts) const;
-    [[nodiscard]] std::vector<CTrafo> slides(const CTrafo& pose) const;
 
     std::array<Side, 2> m_sides; ///< fixed, floating
     float m_pixel = 0.0F;

@@ -25,7 +25,10 @@ std::vector<PoseVerdict> judgeAll(const CPoseJudge& judge, std::span<const CTraf
     return verdicts;
 }
 
-bool isExplanation(const PoseVerdict& verdict) { return verdict || verdict.eFinding == EFinding::Sliding; }
+bool isExplanation(const PoseVerdict& verdict)
+{
+    return verdict || verdict.eFinding == EFinding::Sliding || verdict.eFinding == EFinding::Doubtful;
+}
 
 /// Poses that stand, best first, without those that say the same as a better one.
 std::vector<std::size_t> explanations(const CPoseJudge& judge, std::span<const CTrafo> poses,
