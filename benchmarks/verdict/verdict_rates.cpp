@@ -65,6 +65,7 @@ struct Row
     prereg::PoseCounts counts;
     int slide = std::numeric_limits<int>::max(); ///< where the counts pass
     prereg::EFinding eFinding = prereg::EFinding::Invalid;
+    double dHold = 0.0;
     double dMs = 0.0;
 
     [[nodiscard]] bool IsRight() const { return dDegrees < 2.0 && dSize < 0.01; }
@@ -227,8 +228,9 @@ void weigh(const Pair& pair, std::vector<Row>& rows)
         row.eFinding = judge.Judge(row.pose).eFinding;
         row.dMs = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
         row.counts = judge.Count(row.pose);
-        if (judge.Weigh(row.counts) == prereg::EFinding::Consistent)
-            row.slide = judge.SlideGrowth(row.pose, row.counts);
+        if (judge.Weigh(row.counts) != prereg::EFinding::Consistent) continue;
+        row.slide = judge.SlideGrowth(row.pose, row.counts);
+        row.dHold = judge.HoldRatio(row.pose);
     }
 }
 
@@ -256,7 +258,7 @@ void write(std::ostream& out, const Row& row)
     out << ',' << row.isAccepted << ',' << row.dDegrees << ',' << row.dSize << ',' << c.uiSamples << ',' << c.uiMatched
         << ',' << c.uiInFront << ',' << c.uiMissing << ',' << c.uiOpposed << ',' << c.uiTail << ',' << c.uiShallow
         << ',' << c.matchedOf[0] << ',' << c.matchedOf[1] << ',' << row.slide << ',' << static_cast<int>(row.eFinding)
-        << ',' << row.dMs << '\n';
+        << ',' << row.dMs << ',' << row.dHold << '\n';
 }
 
 std::map<std::pair<std::string, std::string>, std::vector<Row>> readPoses(const std::string& file)

@@ -63,6 +63,14 @@ public:
         return motions;
     }
 
+    /// The least hold over the greatest, in [0, 1]; negative values are noise.
+    [[nodiscard]] double Ratio() const
+    {
+        const Directions directions = decompose();
+        const double greatest = directions.values[iSize - 1];
+        return greatest > 0.0 ? std::max(0.0, directions.values[0]) / greatest : 0.0;
+    }
+
     /// Full turns, in equal steps, about the axes that are held much less than the rest.
     [[nodiscard]] std::vector<CTrafo> WeakTurns(std::size_t count, std::size_t steps) const
     {
@@ -440,6 +448,8 @@ public:
         }
     }
 };
+
+double CPoseJudge::HoldRatio(const CTrafo& pose) const { return CHoldAt(*this, pose).Ratio(); }
 
 std::vector<CTrafo> CPoseJudge::Turns(const CTrafo& pose) const
 {

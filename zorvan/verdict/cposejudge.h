@@ -85,6 +85,9 @@ public:
     /// Moves the pose to and fro along each of the three directions that both surfaces together hold least, and returns
     /// the least growth of what does not fit, in samples. @param at  counts at the pose itself
     [[nodiscard]] int SlideGrowth(const CTrafo& pose, const PoseCounts& at) const;
+    /// How well the two surfaces hold the pose in the direction that they hold least, against the one that they hold
+    /// best: in [0, 1], 0 for a ball or a plane.
+    [[nodiscard]] double HoldRatio(const CTrafo& pose) const;
     /// Places where a part that is round, or nearly so, would fit as well: the pose turned about the axes that both
     /// surfaces together hold least. Rough: to be refined before they are judged. Mostly none.
     [[nodiscard]] std::vector<CTrafo> Turns(const CTrafo& pose) const;
