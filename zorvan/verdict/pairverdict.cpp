@@ -4,26 +4,11 @@
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <algorithm>
-#include <numeric>
+#include <utility>
 
 namespace prereg {
 
 namespace {
-
-std::vector<PoseVerdict> judgeAll(const CPoseJudge& judge, std::span<const CTrafo> poses)
-{
-    constexpr std::size_t uiPosesPerTask = 16;
-    std::vector<PoseVerdict> verdicts(poses.size());
-    Zorvan::CTaskCollection tasks;
-    for (std::size_t first = 0; first < poses.size(); first += uiPosesPerTask) {
-        tasks.Schedule([&, first] {
-            const std::size_t last = std::min(first + uiPosesPerTask, poses.size());
-            for (std::size_t i = first; i < last; ++i) verdicts[i] = judge.Judge(poses[i]);
-        });
-    }
-    tasks.RunAndWait();
-    return verdicts;
-}
 
 bool isExplanation(const PoseVerdict& verdict)
 {
@@ -103,10 +88,24 @@ std::string PairVerdict::ToString() const
            "; a further scan would have to show surface that holds it";
 }
 
-PairVerdict JudgePoses(const CPoseJudge& judge, std::span<const CTrafo> poses)
+PairVerdict JudgePoses(const CPoseJudge& judge, std::span<const CTrafo> poses, unsigned uiNumTasks)
+{
+    std::vector<PoseVerdict> verdicts(poses.size());
+    Zorvan::CTaskCollection tasks;
+    for (std::size_t task = 0; task < std::max(1U, uiNumTasks); ++task) {
+        tasks.Schedule([&, task] {
+            for (std::size_t i = task; i < poses.size(); i += std::max(1U, uiNumTasks))
+                verdicts[i] = judge.Judge(poses[i]);
+        });
+    }
+    tasks.RunAndWait();
+    return DecideOnPoses(judge, poses, std::move(verdicts));
+}
+
+PairVerdict DecideOnPoses(const CPoseJudge& judge, std::span<const CTrafo> poses, std::vector<PoseVerdict> verdicts)
 {
     PairVerdict result;
-    result.poses = judgeAll(judge, poses);
+    result.poses = std::move(verdicts);
     result.explanations = explanations(judge, poses, result.poses);
     result.isRayUnknown = !judge.CanMissSurface();
     if (poses.empty()) return result;

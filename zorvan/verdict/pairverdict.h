@@ -39,7 +39,11 @@ struct PairVerdict
 
 /// Weighs each pose, and the poses against one another: "aligned" takes that no other place of the floating scan
 /// explains nine tenths as much. So the list should hold rivals too: all that a search has found, refined.
-/// Spread over the task library's threads; the result does not depend on their number.
-[[nodiscard]] ZORVAN_API PairVerdict JudgePoses(const CPoseJudge& judge, std::span<const CTrafo> poses);
+/// @param uiNumTasks  side by side; the result does not depend on it
+[[nodiscard]] ZORVAN_API PairVerdict JudgePoses(const CPoseJudge& judge, std::span<const CTrafo> poses,
+                                                unsigned uiNumTasks = 1);
+/// The same for poses that have been weighed already. @param verdicts  one a pose
+[[nodiscard]] ZORVAN_API PairVerdict DecideOnPoses(const CPoseJudge& judge, std::span<const CTrafo> poses,
+                                                   std::vector<PoseVerdict> verdicts);
 
 } // namespace prereg

@@ -83,6 +83,9 @@ constexpr double dWeakHold = 0.03; ///< of the strongest hold: an axis to turn a
 /// a single proposal that passes does for the former, while of the latter there may be other poses as good.
 constexpr double dFirmHold = 0.005;
 
+/// Of a pose that is still to be refined; a degree or a spacing off, right ones stay far below.
+constexpr double dMaxRoughContradiction = 0.3;
+
 // What a list of poses says -------------------------------------------------------------------------------------------
 
 constexpr double dRivalShare = 0.9;          ///< of the best score: a pose that explains the scans as well
