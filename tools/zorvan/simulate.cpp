@@ -1,15 +1,16 @@
-#include "atomicfile.h"
 #include "commands.h"
-#include "filelock.h"
-#include "inputerror.h"
 #include "options.h"
-#include "posesfile.h"
 #include "progress.h"
-#include "scanwriter.h"
-#include "showntext.h"
-#include "stagingfolder.h"
-#include "textnumber.h"
-#include "virtualscanner.h"
+#include "tools/virtualscanner/virtualscanner.h"
+
+#include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/filelock.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanwriter.h"
+#include "zorvan/scans/showntext.h"
+#include "zorvan/scans/stagingfolder.h"
+#include "zorvan/scans/textnumber.h"
 
 #include <cmath>
 #include <iostream>
@@ -42,9 +43,9 @@ std::vector<prereg::CTrafo> posesInFirst(const CVirtualScanner& scanner)
     return poses;
 }
 
-PosesFile toFile(const std::vector<prereg::CTrafo>& poses, const std::string& id)
+Zorvan::PosesFile toFile(const std::vector<prereg::CTrafo>& poses, const std::string& id)
 {
-    PoseCluster cluster{id, true, {}};
+    Zorvan::PoseCluster cluster{id, true, {}};
     for (unsigned view = 0; view < poses.size(); ++view)
         cluster.scans.push_back({nameOf(view) + ".ply", nameOf(view), poses[view], {}});
     return {1.0, {cluster}};
@@ -52,21 +53,24 @@ PosesFile toFile(const std::vector<prereg::CTrafo>& poses, const std::string& id
 
 void checkNoise(double noise)
 {
-    if (!(noise >= 0.0) || !(noise <= 10.0)) throw CInputError("--noise must be between 0 and 10 millimetres");
+    if (!(noise >= 0.0) || !(noise <= 10.0)) throw Zorvan::CInputError("--noise must be between 0 and 10 millimetres");
 }
 
-std::size_t writeViews(const SimulateOptions& options, const CVirtualScanner& scanner, const CStagingFolder& staging)
+std::size_t writeViews(const SimulateOptions& options, const CVirtualScanner& scanner,
+                       const Zorvan::CStagingFolder& staging)
 {
     std::size_t points = 0;
-    CProgress progress("scanning", scanner.GetSettings().uiNumViews, options.general.isQuiet);
+    CProgress progress(options.general.isQuiet);
+    const Zorvan::Hooks hooks = progress.Hooks();
+    hooks.Start("scanning", scanner.GetSettings().uiNumViews);
     for (unsigned view = 0; view < scanner.GetSettings().uiNumViews; ++view) {
-        Scan scan = scanner.Render(view).scan;
+        Zorvan::Scan scan = scanner.Render(view).scan;
         points += scan.points.size();
         scan.normals.clear(); // as from a scanner: readers take them from the faces
-        WritePly(staging / (nameOf(view) + ".ply"), scan);
-        progress.Step();
+        Zorvan::WritePly(staging / (nameOf(view) + ".ply"), scan);
+        hooks.Advance();
     }
-    progress.Finish();
+    hooks.Finish();
     return points;
 }
 
@@ -75,28 +79,30 @@ int simulate(const SimulateOptions& options)
     options.general.Apply();
     checkNoise(options.scanner.dNoise);
     const std::vector<double> rough = ParseNumbers("--rough", options.rough, 2);
-    MakeFolder(options.folder);
-    RequireWritable(options.folder / "truth.json");
-    const CFileLock lock(options.folder / "truth.json", [&](const std::string& holder) {
-        throw CInputError(options.folder, "in use by " + holder, "wait until it has ended, or give another folder");
+    Zorvan::MakeFolder(options.folder);
+    Zorvan::RequireWritable(options.folder / "truth.json");
+    const Zorvan::CFileLock lock(options.folder / "truth.json", [&](const std::string& holder) {
+        throw Zorvan::CInputError(options.folder, "in use by " + holder,
+                                  "wait until it has ended, or give another folder");
     });
 
     VirtualScannerSettings settings = options.scanner;
     settings.uiNumThreads = options.general.uiNumThreads;
     if (options.uiNumPoints > 0) settings.dPixelSpacing = CVirtualScanner(settings).FindSpacing(options.uiNumPoints);
     const CVirtualScanner scanner(settings);
-    CStagingFolder staging(options.folder);
+    Zorvan::CStagingFolder staging(options.folder);
     const std::size_t points = writeViews(options, scanner, staging);
 
     const std::vector<prereg::CTrafo> truth = posesInFirst(scanner);
-    const Vector3 middle = scanner.GetPose(0).GetInverse(true) * Vector3(0, 0, 0);
-    WritePoses(staging / "truth.json", toFile(truth, "truth"));
-    WritePoses(staging / "rough.json",
-               toFile(DisturbPoses(truth, middle, rough[0], rough[1], settings.uiSeed), "rough"));
+    const Zorvan::Vector3 middle = scanner.GetPose(0).GetInverse(true) * Zorvan::Vector3(0, 0, 0);
+    Zorvan::WritePoses(staging / "truth.json", toFile(truth, "truth"));
+    Zorvan::WritePoses(staging / "rough.json",
+                       toFile(DisturbPoses(truth, middle, rough[0], rough[1], settings.uiSeed), "rough"));
     staging.Publish();
     std::cout << settings.uiNumViews << " scans with " << points
-              << " points, truth.json and rough.json (start poses off by " << ToText(rough[0]) << " degrees and "
-              << ToText(rough[1]) << " mm) are in " << ToShown(options.folder.string()) << '\n';
+              << " points, truth.json and rough.json (start poses off by " << Zorvan::ToText(rough[0])
+              << " degrees and " << Zorvan::ToText(rough[1]) << " mm) are in "
+              << Zorvan::ToShown(options.folder.string()) << '\n';
     return Done;
 }
 

@@ -1,0 +1,104 @@
+#include "tools/virtualscanner/virtualscanner.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+using tools::CVirtualScanner;
+using tools::VirtualScan;
+using Zorvan::Vector3;
+
+constexpr double dCoarse = 0.4; // pixels in mm; enough for laws, and quick
+
+TEST(VirtualScanner, PutsPointsOnTheSurfaceWithinTheNoise)
+{
+    for (const double noise : {0.0, 0.02}) {
+        const CVirtualScanner scanner({.uiSeed = 3, .uiNumViews = 4, .dNoise = noise, .dPixelSpacing = dCoarse});
+        for (unsigned view = 0; view < 4; ++view) {
+            const VirtualScan scan = scanner.Render(view);
+            ASSERT_GT(scan.scan.points.size(), 1500U);
+            for (const Vector3& p : scan.scan.points) {
+                // Six standard deviations, and what a ray may end before the surface.
+                const double limit = tools::CVirtualJaw::fSteepest * 6 * noise + 0.001;
+                ASSERT_LE(std::abs(scanner.GetObject().Distance(scan.pose * p)), limit) << "view " << view;
+            }
+        }
+    }
+}
+
+TEST(VirtualScanner, NormalsAndFacesLookAtTheSensor)
+{
+    const CVirtualScanner scanner({.uiSeed = 3, .uiNumViews = 2, .dNoise = 0, .dPixelSpacing = 0.2});
+    const VirtualScan scan = scanner.Render(1);
+    int off = 0;
+    for (std::size_t i = 0; i < scan.scan.points.size(); ++i) {
+        const Vector3 truth = scanner.GetObject().Normal(scan.pose * scan.scan.points[i]);
+        if (kdtree::Dot(scan.pose.Rotate(scan.scan.normals[i]), truth) < 0.97F) ++off;
+    }
+    EXPECT_LT(off, static_cast<int>(scan.scan.points.size() / 10)) << "of " << scan.scan.points.size();
+}
+
+TEST(VirtualScanner, SeedDecidesAndThreadsDoNot)
+{
+    const auto render = [](unsigned seed, unsigned threads) {
+        return CVirtualScanner({.uiSeed = seed, .uiNumViews = 3, .dPixelSpacing = dCoarse, .uiNumThreads = threads})
+            .Render(1);
+    };
+    const VirtualScan one = render(5, 1);
+    for (const unsigned threads : {1U, 2U, 7U}) {
+        EXPECT_EQ(render(5, threads).scan.points, one.scan.points) << threads;
+        EXPECT_EQ(render(5, threads).scan.faces, one.scan.faces) << threads;
+    }
+    EXPECT_NE(render(6, 1).scan.points, one.scan.points);
+}
+
+/// Share of the points of `a` with a point of `b` within 1 mm, under the true poses.
+double overlap(const VirtualScan& a, const VirtualScan& b)
+{
+    const Zorvan::TKdTree<3, 48> tree(b.scan.points.data(), b.scan.points.size());
+    const prereg::CTrafo toB = b.pose.GetInverse(true) * a.pose;
+    const auto isNear = [&](const Vector3& p) {
+        Zorvan::NearestQuery query{toB * p, -1, 1.0F};
+        tree.FindNearest(query);
+        return query.index >= 0;
+    };
+    const auto near = std::count_if(a.scan.points.begin(), a.scan.points.end(), isNear);
+    return static_cast<double>(near) / static_cast<double>(a.scan.points.size());
+}
+
+TEST(VirtualScanner, NeighboursOverlapWell)
+{
+    for (const unsigned views : {2U, 6U, 9U}) {
+        const CVirtualScanner scanner({.uiSeed = 2, .uiNumViews = views, .dPixelSpacing = dCoarse});
+        for (unsigned view = 1; view < views; ++view)
+            EXPECT_GT(overlap(scanner.Render(view - 1), scanner.Render(view)), 0.4) << view << " of " << views;
+    }
+}
+
+TEST(VirtualScanner, FindsTheSpacingForANumberOfPoints)
+{
+    tools::VirtualScannerSettings settings{.uiSeed = 2, .uiNumViews = 2};
+    settings.dPixelSpacing = CVirtualScanner(settings).FindSpacing(20000);
+    const std::size_t points = CVirtualScanner(settings).Render(0).scan.points.size();
+    EXPECT_GT(points, 14000U);
+    EXPECT_LT(points, 26000U);
+}
+
+TEST(DisturbPoses, MovesByExactlyWhatIsAskedFor)
+{
+    const Vector3 middle(3, -20, 5);
+    const std::vector<prereg::CTrafo> poses{
+        {}, {Vector3(0.5F, 1, 2), Vector3(9, 8, 7)}, {Vector3(0, 0, 1), Vector3(1, 2, 3)}};
+    const auto disturbed = tools::DisturbPoses(poses, middle, 5, 1, 42);
+    EXPECT_EQ(disturbed[0], poses[0]);
+    for (std::size_t i = 1; i < poses.size(); ++i) {
+        const prereg::CTrafo motion = disturbed[i] * poses[i].GetInverse(true);
+        EXPECT_NEAR(motion.GetRotationDistance({}), 5 * 3.14159265 / 180, 1e-5);
+        EXPECT_NEAR((motion * middle - middle).Length(), 1.0F, 1e-5F);
+    }
+}
+
+} // namespace
