@@ -18,6 +18,15 @@ constexpr unsigned seed = 47110815; // the same sets always give the same pose
 
 } // namespace
 
+ICPResult RefinePose(const CPointSet& fix, const CPointSet& flt, const ConfigurationICP& config, const CTrafo& start)
+{
+    std::mt19937 rng(seed);
+    if (fix.Size() >= flt.Size()) return fix.ComputeICPRegistration(config, rng, flt, start, nullptr, false);
+    ICPResult result = flt.ComputeICPRegistration(config, rng, fix, start.GetInverse(true), nullptr, false);
+    result.trafo = result.trafo.GetInverse(true);
+    return result;
+}
+
 CRefinedPreRegistration::CRefinedPreRegistration(std::shared_ptr<const CFPFHPointSet> fix,
                                                  std::shared_ptr<const CFPFHPointSet> flt,
                                                  const ConfigurationFPFH& searchConfig,
@@ -56,7 +65,7 @@ void CRefinedPreRegistration::refineFound()
     std::vector<ICPResult> accepted;
     for (const ICPResult& found : m_search.GetAllResults()) {
         if (m_candidates.size() == m_maxCandidates) break;
-        m_candidates.push_back({found, refine(found.GetTrafo())});
+        m_candidates.push_back({found, RefinePose(*m_fix, *m_flt, m_refinementConfig, found.GetTrafo())});
         if (!m_candidates.back().refined) continue;
         accepted.push_back(m_candidates.back().refined);
         if (!m_refineAll) break;
@@ -64,18 +73,6 @@ void CRefinedPreRegistration::refineFound()
     const auto hasPassed = [](const Candidate& candidate) { return static_cast<bool>(candidate.refined); };
     std::stable_partition(m_candidates.begin(), m_candidates.end(), hasPassed);
     m_results.assign(accepted.begin(), accepted.end());
-}
-
-// Samples are drawn in the smaller set: a scan lies within the model, and not the model within the scan.
-ICPResult CRefinedPreRegistration::refine(const CTrafo& trafo) const
-{
-    std::mt19937 rng(seed);
-    if (m_fix->Size() >= m_flt->Size())
-        return m_fix->ComputeICPRegistration(m_refinementConfig, rng, *m_flt, trafo, nullptr, false);
-    ICPResult result =
-        m_flt->ComputeICPRegistration(m_refinementConfig, rng, *m_fix, trafo.GetInverse(true), nullptr, false);
-    result.trafo = result.trafo.GetInverse(true);
-    return result;
 }
 
 ICPResult CRefinedPreRegistration::PeekBestResult() const
@@ -94,7 +91,7 @@ ICPResult CRefinedPreRegistration::InjectTrafo(CTrafo trafo)
 {
     const ICPResult rough = m_search.InjectTrafo(trafo);
     if (!rough) return rough;
-    const ICPResult refined = refine(rough.GetTrafo());
+    const ICPResult refined = RefinePose(*m_fix, *m_flt, m_refinementConfig, rough.GetTrafo());
     if (refined) m_results.push_front(refined);
     return refined;
 }

@@ -17,6 +17,12 @@
 
 namespace prereg {
 
+/// ICP from a rough pose, as searches refine theirs. Samples are drawn in the smaller set: a scan lies within the
+/// model, and not the model within the scan. Same call, same result.
+/// @param start  `flt` in the frame of `fix`, as the result is
+[[nodiscard]] ZORVAN_API ICPResult RefinePose(const CPointSet& fix, const CPointSet& flt,
+                                              const ConfigurationICP& config, const CTrafo& start);
+
 /// A search that judges on all points. `CFPFHPreRegistration` proposes and ranks poses on the feature points, which is
 /// quick; where these are sparser than the points, what looks right on them may still be wrong. So the candidates are
 /// refined on all points, best first, and only those that pass become results.
@@ -65,7 +71,6 @@ public:
     [[nodiscard]] std::chrono::steady_clock::duration GetSearchTime() const { return m_searchTime; }
 
 private:
-    [[nodiscard]] ICPResult refine(const CTrafo& trafo) const;
     void refineFound();
 
     std::shared_ptr<const CFPFHPointSet> m_fix;

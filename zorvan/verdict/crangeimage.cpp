@@ -291,15 +291,15 @@ void CRangeImage::findCutSides()
         const auto first = m_indices.begin() + static_cast<std::ptrdiff_t>(Index({0, y}));
         return m_width - static_cast<int>(std::count(first, first + m_width, uiNone));
     };
-    const auto isStraight = [](int outer, int inner, int length) {
-        return outer >= verdict::dMinCutShare * (length - 2 * iMargin) && outer >= verdict::dMinCutStraightness * inner;
+    const auto isStraight = [](int outer, int inner) -> bool {
+        return outer >= verdict::iMinCutPixels && outer >= verdict::dMinCutStraightness * inner;
     };
     const int right = m_width - 1 - iMargin;
     const int top = m_height - 1 - iMargin;
-    m_isCut = {isStraight(filledInColumn(iMargin), filledInColumn(iMargin + iInwards), m_height),
-               isStraight(filledInColumn(right), filledInColumn(right - iInwards), m_height),
-               isStraight(filledInRow(iMargin), filledInRow(iMargin + iInwards), m_width),
-               isStraight(filledInRow(top), filledInRow(top - iInwards), m_width)};
+    m_isCut = {isStraight(filledInColumn(iMargin), filledInColumn(iMargin + iInwards)),
+               isStraight(filledInColumn(right), filledInColumn(right - iInwards)),
+               isStraight(filledInRow(iMargin), filledInRow(iMargin + iInwards)),
+               isStraight(filledInRow(top), filledInRow(top - iInwards))};
 }
 
 void CRangeImage::computeCompleteness()

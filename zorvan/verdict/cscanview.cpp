@@ -27,10 +27,13 @@ CScanView::CScanView(const IPointSet& scan, const SensorKnowledge& knowledge)
     setMiddle(scan.GetPoints());
     if (m_sampling.dSpacing <= 0.0) return;
     setRay(scan, knowledge);
-    if (m_ray.eKind == ERay::None)
-        m_tree = scan.GetKdTree();
-    else
+    if (m_ray.eKind != ERay::None) {
         makeImages(scan);
+        return;
+    }
+    m_tree = scan.GetKdTree();
+    m_points = scan.GetPoints();
+    m_normals = scan.GetNormals();
 }
 
 const CRangeImage& CScanView::GetImage() const

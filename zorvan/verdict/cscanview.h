@@ -50,8 +50,10 @@ public:
     [[nodiscard]] const CRangeImage& GetImage() const;
     /// Of a guessed ray that and four more, tilted about it: what a contradiction must hold in. Else the one, or none.
     [[nodiscard]] std::span<const CRangeImage> GetImages() const { return m_images; }
-    /// Of a scan without an image: a tree over its points.
+    /// Of a scan without an image: its points and normals, and a tree over the points. Else empty.
     [[nodiscard]] const Zorvan::TKdTree<3, 48>& GetTree() const { return m_tree; }
+    [[nodiscard]] const Vectors& GetPoints() const { return m_points; }
+    [[nodiscard]] const Vectors& GetNormals() const { return m_normals; }
 
 private:
     void setMiddle(const Vectors& points);
@@ -65,6 +67,8 @@ private:
     double m_radius = 0.0;
     std::vector<CRangeImage> m_images;
     Zorvan::TKdTree<3, 48> m_tree;
+    Vectors m_points;
+    Vectors m_normals;
 };
 
 } // namespace prereg

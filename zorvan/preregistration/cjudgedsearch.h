@@ -1,0 +1,113 @@
+#pragma once
+
+#include "zorvan/core/configurationicp.h"
+#include "zorvan/core/icpresult.h"
+#include "zorvan/features/cfpfhpointset.h"
+#include "zorvan/features/configurationfpfh.h"
+#include "zorvan/platform/export.h"
+#include "zorvan/preregistration/cfpfhpreregistration.h"
+#include "zorvan/verdict/cposejudge.h"
+#include "zorvan/verdict/cscanview.h"
+#include "zorvan/verdict/pairverdict.h"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace prereg {
+
+/// A scan as a judged search wants it.
+struct SearchedScan
+{
+    std::shared_ptr<const CFPFHPointSet> set; ///< to search and refine on; without features only the vote proposes
+    std::shared_ptr<const CScanView> view;    ///< of all points as the sensor gave them: thinned ones have no raster
+};
+
+/// A search without a start pose that ends in a verdict. Proposers come cheap first: the features; where their best
+/// pose is contradicted, has a rival or is held by so little that there may be others, the vote over rotations. All
+/// proposals are refined on all points, weighed by a `CPoseJudge`, and compared with one another; turned copies of the
+/// best pose are tried as rivals too.
+///
+///     CJudgedSearch search({fixSet, fixView}, {fltSet, fltView}, searchSettings, settingsForAllPoints);
+///     search.Compute({});
+///     if (search.GetVerdict()) use(search.GetCandidates().front().refined.GetTrafo());
+///
+/// Same scans and settings, same bytes, whatever the number of tasks. Used by one thread at a time.
+class ZORVAN_API CJudgedSearch
+{
+public:
+    enum class EProposer
+    {
+        Start, ///< the caller
+        Features,
+        Turn, ///< a better pose, turned about what holds it least
+        Vote
+    };
+    struct Candidate
+    {
+        ICPResult refined;   ///< on all points
+        PoseVerdict verdict; ///< this one counts
+        EProposer eProposer = EProposer::Features;
+    };
+    struct Times
+    {
+        std::chrono::steady_clock::duration features{}; ///< search on the feature points, and refinement
+        std::chrono::steady_clock::duration vote{};
+        std::chrono::steady_clock::duration judging{}; ///< with the refinement of what the vote proposed
+    };
+
+    /// @param searchConfig      of the search on the features
+    /// @param refinementConfig  of the ICP on all points
+    /// @throws std::invalid_argument when a set or a view is missing
+    CJudgedSearch(SearchedScan fix, SearchedScan flt, const ConfigurationFPFH& searchConfig,
+                  const ConfigurationICP& refinementConfig);
+
+    /// A pose must also pass the limits of the ICP, as a user asks who sets them. As it comes, the verdict alone
+    /// counts.
+    void RequireLimits(bool isRequired) { m_requiresLimits = isRequired; }
+    void SetNumTasks(unsigned uiNumTasks) { m_uiNumTasks = uiNumTasks; }
+
+    /// Searches. An abort ends it with what has been found and weighed until then.
+    /// @return whether the scans are aligned
+    bool Compute(const std::function<bool()>& abort);
+    /// Refines and weighs a single pose. Rivals are not looked for: who gives a start has made the choice.
+    bool ComputeFromStart(const CTrafo& start);
+
+    /// Indices are those of the candidates: explanations are the first ones.
+    [[nodiscard]] const PairVerdict& GetVerdict() const { return m_verdict; }
+    /// Explanations best first, then those that fell, in the order in which they were proposed.
+    [[nodiscard]] const std::vector<Candidate>& GetCandidates() const { return m_candidates; }
+    /// Of the search on the features.
+    [[nodiscard]] const CFPFHPreRegistration::Statistics& GetStatistics() const { return m_statistics; }
+    [[nodiscard]] const Times& GetTimes() const { return m_times; }
+
+private:
+    void proposeByFeatures(const std::function<bool()>& abort);
+    void proposeTurns();
+    void proposeByVote(const std::function<bool()>& abort);
+    void refineAndAdd(std::span<const CTrafo> poses, EProposer eProposer);
+    void weigh();
+    void sort();
+    [[nodiscard]] bool isSettled() const;
+    [[nodiscard]] std::vector<CTrafo> hopeful(const std::vector<CTrafo>& poses) const;
+
+    SearchedScan m_fix;
+    SearchedScan m_flt;
+    ConfigurationFPFH m_searchConfig;
+    ConfigurationICP m_refinementConfig;
+    CPoseJudge m_judge;
+    bool m_requiresLimits = false;
+    unsigned m_uiNumTasks = 1;
+    std::vector<Candidate> m_candidates;
+    std::size_t m_numWeighed = 0; ///< candidates that have their verdict
+    PairVerdict m_verdict;
+    CFPFHPreRegistration::Statistics m_statistics;
+    Times m_times;
+};
+
+/// A word for a proposer: "start", "features", "turn", "vote".
+[[nodiscard]] ZORVAN_API const char* ProposerName(CJudgedSearch::EProposer eProposer);
+
+} // namespace prereg
