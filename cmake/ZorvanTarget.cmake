@@ -8,7 +8,7 @@ function(zorvan_target_settings target)
         VISIBILITY_INLINES_HIDDEN ON)
     target_compile_options(${target} PRIVATE
         -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-qual -Wconversion
-        -Wno-sign-conversion -Wno-psabi -Werror
+        -Wno-sign-conversion -Wno-psabi $<$<BOOL:${ZORVAN_WERROR}>:-Werror>
         -ffp-contract=off -msse4.2)
     if(ZORVAN_SANITIZE)
         target_compile_options(${target} PRIVATE
@@ -19,4 +19,30 @@ function(zorvan_target_settings target)
         endif()
         target_link_options(${target} PUBLIC -fsanitize=${ZORVAN_SANITIZE})
     endif()
+endfunction()
+
+# zorvan_library(TARGET): what all installed libraries share. zorvan_<name> is zorvan::<name> for hosts. Headers of the
+# file set HEADERS are installed, and `all_verify_interface_header_sets` compiles each of them alone.
+function(zorvan_library target)
+    string(REGEX REPLACE "^zorvan_" "" name ${target})
+    add_library(zorvan::${name} ALIAS ${target})
+    zorvan_target_settings(${target})
+    # Interfaces may still change from one minor version to the next, so each has a name of its own for the loader.
+    set_target_properties(${target} PROPERTIES
+        EXPORT_NAME ${name}
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
+        VERIFY_INTERFACE_HEADER_SETS ON)
+    # Headers hold arithmetic whose order is behaviour, so hosts must not contract it either.
+    target_compile_options(${target} INTERFACE -ffp-contract=off)
+    target_include_directories(${target} PUBLIC
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+endfunction()
+
+# Once all of its headers are listed.
+function(zorvan_install_library target)
+    install(TARGETS ${target} EXPORT zorvanTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 endfunction()

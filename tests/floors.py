@@ -24,7 +24,9 @@ MAY_INCLUDE = {
     "colour": "platform util numerics",
     "raster": "platform util",
     "exchange": "platform util colour",
+    "scans": "platform util documents runtime core exchange",
 }
+MAY_INCLUDE["workflow"] = " ".join(MAY_INCLUDE)
 # The export macro belongs to no room: every class that a host may call needs it.
 ANYWHERE = {"zorvan/platform/export.h"}
 # The rooms that keep intrinsics: everything else of the library goes through them.

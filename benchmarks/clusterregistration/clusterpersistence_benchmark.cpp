@@ -4,14 +4,14 @@
 
 #include "tests/support/temporaryfolder.h"
 #include "tools/virtualscanner/virtualscanner.h"
-#include "tools/zorvan/autosettings.h"
-#include "tools/zorvan/documentfile.h"
-#include "tools/zorvan/featureset.h"
-#include "tools/zorvan/scanreader.h"
-#include "tools/zorvan/scanwriter.h"
 #include "zorvan/clusterregistration/clusterpersistence.h"
 #include "zorvan/numerics/quantile.h"
 #include "zorvan/preregistration/crefinedpreregistration.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/scans/scanwriter.h"
+#include "zorvan/workflow/autosettings.h"
+#include "zorvan/workflow/documentfile.h"
+#include "zorvan/workflow/featureset.h"
 
 #include <benchmark/benchmark.h>
 
@@ -44,15 +44,15 @@ struct Views
 
     TemporaryFolder folder;
     std::vector<std::filesystem::path> files;
-    std::vector<tools::SurfelScan> scans;
+    std::vector<Zorvan::SurfelScan> scans;
     std::vector<CTrafo> truth; ///< to the frame of the object
     prereg::ConfigurationFPFH config;
     std::vector<std::shared_ptr<const CFPFHPointSet>> sets;
 };
 
-std::shared_ptr<const CFPFHPointSet> computeSet(const Views& views, const tools::SurfelScan& scan, unsigned tasks)
+std::shared_ptr<const CFPFHPointSet> computeSet(const Views& views, const Zorvan::SurfelScan& scan, unsigned tasks)
 {
-    return tools::ComputeFeatureSet(scan, tools::SettingsForSearch(views.config), tasks, 1.0);
+    return prereg::ComputeFeatureSet(scan, prereg::SettingsForSearch(views.config), tasks, 1.0);
 }
 
 Views::Views()
@@ -63,16 +63,16 @@ Views::Views()
         tools::VirtualScan seen = scanner.Render(view);
         seen.scan.normals.clear(); // readers take them from the faces
         files.push_back(folder / (std::to_string(view) + ".ply"));
-        tools::WritePly(files.back(), seen.scan);
-        scans.push_back(tools::LoadScan(files.back(), {}));
+        Zorvan::WritePly(files.back(), seen.scan);
+        scans.push_back(Zorvan::ReadScan(files.back(), {}));
         truth.push_back(seen.pose);
-        const tools::SurfelScan& scan = scans.back();
+        const Zorvan::SurfelScan& scan = scans.back();
         const prereg::CPointSet points(scan.points.data(), scan.normals.data(), scan.points.size());
-        grids.push_back(tools::ChooseSettings(points, std::nullopt).dGrid);
+        grids.push_back(prereg::ChooseSettings(points, std::nullopt).dGrid);
     }
-    config = tools::AllSettingsForGrid(Zorvan::Median(std::move(grids)));
-    config.icpConfig = tools::SettingsForRefinement(config);
-    for (const tools::SurfelScan& scan : scans) sets.push_back(computeSet(*this, scan, 1));
+    config = prereg::AllSettingsForGrid(Zorvan::Median(std::move(grids)));
+    config.icpConfig = prereg::SettingsForRefinement(config);
+    for (const Zorvan::SurfelScan& scan : scans) sets.push_back(computeSet(*this, scan, 1));
 }
 
 const Views& theViews()
@@ -97,7 +97,7 @@ CClusterRegistration makeRegistration(const CClusterRegistration::Group& group)
 
 CClusterRegistration load(const std::filesystem::path& file, const CClusterRegistration::Group& group)
 {
-    return CClusterRegistration::FromObject(tools::ReadDocumentFile(file), group);
+    return CClusterRegistration::FromObject(prereg::ReadDocumentFile(file), group);
 }
 
 bool isSame(const CClusterRegistration& a, const CClusterRegistration& b)
@@ -128,7 +128,7 @@ struct Session
           registration(makeRegistration(group)),
           file(theViews().folder / "session.zdoc")
     {
-        tools::WriteDocumentFile(file, registration.ToObject());
+        prereg::WriteDocumentFile(file, registration.ToObject());
         isGood = isSame(registration, load(file, group));
     }
 
@@ -176,8 +176,8 @@ void BM_LoadSessionWithModel(benchmark::State& state) { timeLoad(state, true); }
 ICPResult search(const std::shared_ptr<const CFPFHPointSet>& fix, const std::shared_ptr<const CFPFHPointSet>& flt)
 {
     const Views& views = theViews();
-    prereg::CRefinedPreRegistration search(fix, flt, tools::SettingsForSearch(views.config),
-                                           tools::SettingsForMerging(views.config, std::nullopt));
+    prereg::CRefinedPreRegistration search(fix, flt, prereg::SettingsForSearch(views.config),
+                                           prereg::SettingsForMerging(views.config, std::nullopt));
     search.Compute({});
     return search.GetNextResult();
 }
@@ -212,13 +212,13 @@ void timeRegistration(benchmark::State& state, const ScanOf& scanOf)
 /// From two files until the pose is there.
 void BM_RegisterTwo(benchmark::State& state)
 {
-    timeRegistration(state, [](std::size_t view) { return tools::LoadScan(theViews().files[view], {}); });
+    timeRegistration(state, [](std::size_t view) { return Zorvan::ReadScan(theViews().files[view], {}); });
 }
 
 /// The same for scans that have been read and have their normals.
 void BM_RegisterTwoInMemory(benchmark::State& state)
 {
-    timeRegistration(state, [](std::size_t view) -> const tools::SurfelScan& { return theViews().scans[view]; });
+    timeRegistration(state, [](std::size_t view) -> const Zorvan::SurfelScan& { return theViews().scans[view]; });
 }
 
 BENCHMARK(BM_SaveSession)->ArgName("threads")->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -2,8 +2,8 @@
 // and worst over the start poses and engine states of the run.
 
 #include "benchmarks/support/scans.h"
-#include "tools/zorvan/autosettings.h"
 #include "zorvan/core/icpregistration.h"
+#include "zorvan/workflow/autosettings.h"
 
 #include <benchmark/benchmark.h>
 
@@ -63,7 +63,7 @@ void BM_ICPRegistration(benchmark::State& state)
                                            : benchmarks::SimulatedPair(static_cast<std::size_t>(state.range(0)));
     const prereg::CPointSet fix(pair.fixPoints.data(), pair.fixNormals.data(), pair.fixPoints.size());
     const prereg::CPointSet flt(pair.fltPoints.data(), pair.fltNormals.data(), pair.fltPoints.size());
-    const auto config = tools::ChooseSettings(fix, std::nullopt).icp;
+    const auto config = prereg::ChooseSettings(fix, std::nullopt).icp;
 
     std::mt19937 rng(47110815);
     std::vector<CTrafo> starts(numStarts);

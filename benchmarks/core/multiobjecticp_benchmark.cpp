@@ -2,10 +2,10 @@
 // beside the time.
 
 #include "tools/virtualscanner/virtualscanner.h"
-#include "tools/zorvan/autosettings.h"
-#include "tools/zorvan/posesfile.h"
-#include "tools/zorvan/scanreader.h"
 #include "zorvan/core/multiobjecticp.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/workflow/autosettings.h"
 
 #include <benchmark/benchmark.h>
 
@@ -72,15 +72,15 @@ Group strip(std::size_t n)
 Group bunny(const std::filesystem::path& folder)
 {
     Group group;
-    const tools::ScanOptions options{.dMmPerUnit = 1000.0, .sensor = {}};
-    const auto poses = tools::ReadPoses(folder / "truth.json");
+    const Zorvan::ScanOptions options{.dMmPerUnit = 1000.0, .sensor = {}};
+    const auto poses = Zorvan::ReadPoses(folder / "truth.json");
     for (const auto& entry : poses.clusters.front().scans) {
-        const auto scan = tools::LoadScan(folder / entry.file, options);
+        const auto scan = Zorvan::ReadScan(folder / entry.file, options);
         group.sets.push_back(
             std::make_shared<prereg::CPointSet>(scan.points.data(), scan.normals.data(), scan.points.size()));
         group.truth.push_back(entry.pose);
     }
-    group.config = tools::ChooseSettings(*group.sets.front(), std::nullopt).icp;
+    group.config = prereg::ChooseSettings(*group.sets.front(), std::nullopt).icp;
     return group;
 }
 

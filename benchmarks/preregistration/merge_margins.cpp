@@ -6,11 +6,11 @@
 //
 // Each FOLDER has scans of one object and a truth.json; between scans of two folders there is nothing to find.
 
-#include "tools/zorvan/autosettings.h"
-#include "tools/zorvan/featureset.h"
-#include "tools/zorvan/inputerror.h"
-#include "tools/zorvan/posesfile.h"
-#include "tools/zorvan/scanreader.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/workflow/autosettings.h"
+#include "zorvan/workflow/featureset.h"
 
 #include "zorvan/features/cfpfhdatasource.h"
 #include "zorvan/numerics/quantile.h"
@@ -51,23 +51,23 @@ struct Scans
 Scans load(const std::vector<std::filesystem::path>& folders, double mmPerUnit)
 {
     Scans scans;
-    std::vector<tools::SurfelScan> files;
+    std::vector<Zorvan::SurfelScan> files;
     std::vector<double> grids;
     for (std::size_t k = 0; k < folders.size(); ++k) {
-        const tools::PosesFile truth = tools::ReadPoses(folders[k] / "truth.json", mmPerUnit);
-        for (const tools::ScanPose& scan : truth.clusters.at(0).scans) {
-            files.push_back(tools::LoadScan(folders[k] / scan.file, {mmPerUnit, {}}));
+        const Zorvan::PosesFile truth = Zorvan::ReadPoses(folders[k] / "truth.json", mmPerUnit);
+        for (const Zorvan::ScanPose& scan : truth.clusters.at(0).scans) {
+            files.push_back(Zorvan::ReadScan(folders[k] / scan.file, {mmPerUnit, {}}));
             const auto& points = files.back().points;
             const prereg::CPointSet set(points.data(), files.back().normals.data(), points.size());
-            grids.push_back(tools::ChooseSettings(set, std::nullopt).dGrid);
+            grids.push_back(prereg::ChooseSettings(set, std::nullopt).dGrid);
             scans.truth.push_back(scan.pose);
             scans.folders.push_back(k);
         }
     }
     scans.dGrid = Zorvan::Median(grids);
-    scans.config = tools::AllSettingsForGrid(scans.dGrid);
-    scans.search = tools::SettingsForSearch(scans.config);
-    for (const auto& file : files) scans.sets.push_back(tools::ComputeFeatureSet(file, scans.search, 1, mmPerUnit));
+    scans.config = prereg::AllSettingsForGrid(scans.dGrid);
+    scans.search = prereg::SettingsForSearch(scans.config);
+    for (const auto& file : files) scans.sets.push_back(prereg::ComputeFeatureSet(file, scans.search, 1, mmPerUnit));
     return scans;
 }
 
@@ -131,9 +131,9 @@ struct Tally
             widen(ratio, static_cast<double>(r.fStop_SmallBigRatio));
         }
         std::printf("%-24s %4zu pass from a given start, %4td for a pair, %4td for a first merge, %4td for a later one",
-                    name, results.size(), count(tools::SettingsForRefinement(scans.config)),
-                    count(tools::SettingsForMerging(scans.config, std::nullopt)),
-                    count(tools::SettingsForMerging(scans.config, typical)));
+                    name, results.size(), count(prereg::SettingsForRefinement(scans.config)),
+                    count(prereg::SettingsForMerging(scans.config, std::nullopt)),
+                    count(prereg::SettingsForMerging(scans.config, typical)));
         if (!results.empty())
             std::printf("; slip %.3f to %.3f, RMSE %.3f to %.3f grids, small/big ratio %.2f to %.2f", slip[0], slip[1],
                         rmse[0], rmse[1], ratio[0], ratio[1]);
@@ -159,7 +159,7 @@ void run(const Scans& scans, std::size_t numPairs, std::size_t clusterSize, unsi
     Tally wrong{"wrong", {}};
     std::size_t numMeeting = 0;
     prereg::ConfigurationICP loose = scans.config.icpConfig;
-    loose.dInitialQueryRadiusScaling = tools::SettingsForRefinement(scans.config).dInitialQueryRadiusScaling;
+    loose.dInitialQueryRadiusScaling = prereg::SettingsForRefinement(scans.config).dInitialQueryRadiusScaling;
     std::mt19937 rng(seed);
     for (std::size_t pair = 0; pair < numPairs; ++pair) {
         const auto members = drawCluster(rng, scans, clusterSize);
@@ -213,7 +213,7 @@ int main(int argc, char** argv)
     Logging::SetLogLevel(Logging::ELogLevel::Error);
     try {
         run(load(folders, mmPerUnit), numPairs, clusterSize, seed);
-    } catch (const tools::CInputError& error) {
+    } catch (const Zorvan::CInputError& error) {
         std::fprintf(stderr, "%s\n", error.what());
         return 2;
     }

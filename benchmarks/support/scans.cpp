@@ -1,9 +1,9 @@
 #include "benchmarks/support/scans.h"
 
 #include "tools/virtualscanner/virtualscanner.h"
-#include "tools/zorvan/posesfile.h"
-#include "tools/zorvan/scanreader.h"
-#include "tools/zorvan/spacing.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/scans/spacing.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -20,15 +20,15 @@ constexpr unsigned seed = 47110815;
 
 double spacingOf(const prereg::Vectors& points)
 {
-    return tools::MedianSpacing(points, Zorvan::TKdTree<3, 48>(points.data(), points.size()));
+    return Zorvan::MedianSpacing(points, Zorvan::TKdTree<3, 48>(points.data(), points.size()));
 }
 
 ScanPair readBunny(const std::filesystem::path& folder)
 {
-    const tools::ScanOptions options{.dMmPerUnit = 1000.0, .sensor = {}};
-    auto fix = tools::LoadScan(folder / "bun000.ply", options);
-    auto flt = tools::LoadScan(folder / "bun045.ply", options);
-    const auto poses = tools::ReadPoses(folder / "truth.json");
+    const Zorvan::ScanOptions options{.dMmPerUnit = 1000.0, .sensor = {}};
+    auto fix = Zorvan::ReadScan(folder / "bun000.ply", options);
+    auto flt = Zorvan::ReadScan(folder / "bun045.ply", options);
+    const auto poses = Zorvan::ReadPoses(folder / "truth.json");
     const auto truth = poses.Find("bun000.ply").scan->pose.GetInverse(true) * poses.Find("bun045.ply").scan->pose;
     ScanPair pair{
         "bunny", std::move(fix.points), std::move(fix.normals), std::move(flt.points), std::move(flt.normals), truth,
@@ -45,8 +45,8 @@ ScanPair simulate(std::size_t points)
     auto fix = scanner.Render(0);
     auto flt = scanner.Render(1);
     // As the program prepares a mesh that it reads.
-    tools::ComputeNormals(fix.scan, {});
-    tools::ComputeNormals(flt.scan, {});
+    Zorvan::ComputeNormals(fix.scan, {});
+    Zorvan::ComputeNormals(flt.scan, {});
     ScanPair pair{"simulated",
                   std::move(fix.scan.points),
                   std::move(fix.scan.normals),

@@ -1,10 +1,10 @@
 #include "fuzz/law.h"
 #include "tests/support/temporaryfolder.h"
 #include "tools/zorvan/commands.h"
-#include "tools/zorvan/inputerror.h"
-#include "tools/zorvan/posesfile.h"
-#include "tools/zorvan/session.h"
-#include "tools/zorvan/settinglimits.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/workflow/session.h"
+#include "zorvan/workflow/settinglimits.h"
 
 #include "zorvan/documents/bson.h"
 #include "zorvan/preregistration/settingsserialization.h"
@@ -50,7 +50,7 @@ bool asksForLongWork(const std::uint8_t* data, std::size_t size)
         const bool isLong = config.uiNumPolygons > uiMany || config.uiNumPolygonVertices > uiMany ||
                             config.uiNumNeighbors > uiMany || config.icpConfig.uiNumSamples > uiMany ||
                             config.icpConfig.uiMaxNumIterations > uiMany;
-        return isLong && tools::WhatIsWrongWith(config).empty();
+        return isLong && prereg::WhatIsWrongWith(config).empty();
     } catch (const std::exception&) {
         return false;
     }
@@ -65,19 +65,19 @@ bool registerScans(const std::vector<std::string>& arguments)
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     try {
         app.parse(reversed);
-    } catch (const tools::CInputError& error) {
+    } catch (const Zorvan::CInputError& error) {
         Law(!std::string(error.what()).empty(), "a refusal says why");
         return false;
     }
     return exitCode == tools::Done || exitCode == tools::NotEveryScan;
 }
 
-std::size_t numScans(const fs::path& session) { return tools::CSession::Load(session, nullptr).GetFiles().size(); }
+std::size_t numScans(const fs::path& session) { return prereg::CSession::Load(session, nullptr).GetFiles().size(); }
 
 std::size_t numPoses(const fs::path& file)
 {
     std::size_t count = 0;
-    for (const tools::PoseCluster& cluster : tools::ReadPoses(file).clusters) count += cluster.scans.size();
+    for (const Zorvan::PoseCluster& cluster : Zorvan::ReadPoses(file).clusters) count += cluster.scans.size();
     return count;
 }
 

@@ -1,8 +1,8 @@
 #include "workfolder.h"
 
-#include "tools/zorvan/posesfile.h"
-#include "tools/zorvan/scanreader.h"
-#include "tools/zorvan/scanwriter.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/scans/scanwriter.h"
 
 #include <gtest/gtest.h>
 
@@ -85,7 +85,7 @@ TEST_F(AlignedViews, OfDifferentObjectsGiveNoPoseHoweverLongTheUserWaits)
     EXPECT_NE(outcome.err.find("stopped; this is what was found so far"), std::string::npos) << outcome.err;
     EXPECT_NE(folder->Read("stopped.json").find("\"pose\""), std::string::npos);
     EXPECT_EQ(folder->Run("align view01.ply other/view00.ply -o none.json").exitCode, 1);
-    EXPECT_FALSE(tools::ReadPoses(*folder / "none.json").Find("view00.ply").scan->pose);
+    EXPECT_FALSE(Zorvan::ReadPoses(*folder / "none.json").Find("view00.ply").scan->pose);
 }
 
 TEST_F(AlignedViews, ComeNearTheTruthTheOtherWayRound)
@@ -97,24 +97,24 @@ TEST_F(AlignedViews, ComeNearTheTruthTheOtherWayRound)
 TEST_F(AlignedViews, ComeNearTheTruthWithoutFacesAndInMetres)
 {
     for (const char* name : {"view00.ply", "view01.ply"}) {
-        tools::Scan scan = tools::ReadScan(*folder / name);
+        Zorvan::Scan scan = Zorvan::ReadScanFile(*folder / name);
         scan.faces.clear();
         std::filesystem::create_directory(*folder / "m");
-        tools::WritePly(*folder / ("m/" + std::string(name)), scan, 0.001);
+        Zorvan::WritePly(*folder / ("m/" + std::string(name)), scan, 0.001);
     }
     const auto outcome = folder->Run("align m/view00.ply m/view01.ply --scale 1000 --initial rough.json -o m.json");
     EXPECT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
-    EXPECT_EQ(tools::ReadPoses(*folder / "m.json").dMmPerUnit, 1000.0);
+    EXPECT_EQ(Zorvan::ReadPoses(*folder / "m.json").dMmPerUnit, 1000.0);
     ExpectNearTruth("m.json");
 }
 
 TEST_F(AlignedViews, ThatDoNotMeetGiveNoPose)
 {
-    tools::PosesFile poses = tools::ReadPoses(*folder / "rough.json");
+    Zorvan::PosesFile poses = Zorvan::ReadPoses(*folder / "rough.json");
     poses.clusters[0].scans[1].pose = prereg::CTrafo::Identity().Translate({0, 0, 500});
-    tools::WritePoses(*folder / "far.json", poses);
+    Zorvan::WritePoses(*folder / "far.json", poses);
     EXPECT_EQ(folder->Run("align view00.ply view01.ply --initial far.json -o none.json").exitCode, 1);
-    EXPECT_FALSE(tools::ReadPoses(*folder / "none.json").Find("view01.ply").scan->pose);
+    EXPECT_FALSE(Zorvan::ReadPoses(*folder / "none.json").Find("view01.ply").scan->pose);
     EXPECT_EQ(folder->Run("evaluate none.json truth.json").exitCode, 1);
 }
 

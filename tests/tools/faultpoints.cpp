@@ -54,7 +54,8 @@ void Disarm() { fault = {}; }
 
 } // namespace faults
 
-// The program's own definitions go before those of the system's library.
+// The program's own definitions go before those of the system's library, also for the shared libraries that it loads.
+#pragma GCC visibility push(default)
 extern "C" {
 
 ssize_t write(int descriptor, const void* bytes, size_t count)
@@ -73,3 +74,4 @@ char* mkdtemp(char* name) noexcept { return passes() ? nullptr : systemCall<char
 
 int rmdir(const char* name) noexcept { return passes() ? -1 : systemCall<int(const char*)>("rmdir")(name); }
 }
+#pragma GCC visibility pop

@@ -1,9 +1,9 @@
 #include "workfolder.h"
 
-#include "tools/zorvan/colourscale.h"
-#include "tools/zorvan/featuresummary.h"
-#include "tools/zorvan/scanreader.h"
-#include "tools/zorvan/scanwriter.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/scans/scanwriter.h"
+#include "zorvan/workflow/colourscale.h"
+#include "zorvan/workflow/featuresummary.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@
 namespace {
 
 using prereg::CPointFeatureHistogram;
-using tools::Rgb;
+using Zorvan::Rgb;
 
 constexpr Rgb darkBlue{18, 22, 98};
 constexpr Rgb grey{128, 128, 128};
@@ -45,8 +45,8 @@ TEST(FeaturesCommand, CountsAndColoursTheSameOnAnyNumberOfThreadsAndInAnyUnit)
 {
     const WorkFolder folder;
     ASSERT_EQ(folder.Run("simulate -o . --views 1 --points 12000 --seed 4 --quiet").exitCode, 0);
-    const tools::Scan scan = tools::ReadScan(folder / "view00.ply");
-    tools::WritePly(folder / "metres.ply", scan, 0.001);
+    const Zorvan::Scan scan = Zorvan::ReadScanFile(folder / "view00.ply");
+    Zorvan::WritePly(folder / "metres.ply", scan, 0.001);
     const auto one = folder.Run("features view00.ply --quiet -o one.ply");
     ASSERT_EQ(one.exitCode, 0) << one.err;
     EXPECT_EQ(one.err, "");
@@ -54,7 +54,7 @@ TEST(FeaturesCommand, CountsAndColoursTheSameOnAnyNumberOfThreadsAndInAnyUnit)
     const std::size_t found = countOf("features", one.out);
     EXPECT_EQ(countOf("points read", one.out), scan.points.size());
     EXPECT_GT(found, scan.points.size() / 50);
-    const tools::Scan coloured = tools::ReadScan(folder / "one.ply");
+    const Zorvan::Scan coloured = Zorvan::ReadScanFile(folder / "one.ply");
     EXPECT_EQ(coloured.points.size(), tried);
     const std::vector<Rgb> colours = coloursOf(folder.Read("one.ply"));
     ASSERT_EQ(colours.size(), tried);
@@ -64,7 +64,7 @@ TEST(FeaturesCommand, CountsAndColoursTheSameOnAnyNumberOfThreadsAndInAnyUnit)
     EXPECT_EQ(folder.Read("three.ply"), folder.Read("one.ply"));
     const auto metres = folder.Run("features metres.ply --scale 1000 -o m.ply");
     EXPECT_NEAR(static_cast<double>(countOf("features", metres.out)), static_cast<double>(found), 20.0) << metres.err;
-    EXPECT_NEAR(tools::ReadScan(folder / "m.ply").points[0].x, 0.001F * coloured.points[0].x, 1e-4F);
+    EXPECT_NEAR(Zorvan::ReadScanFile(folder / "m.ply").points[0].x, 0.001F * coloured.points[0].x, 1e-4F);
 }
 
 TEST(FeaturesCommand, PaintsFlatRegionsDarkCurvedOnesLightAndLonePointsGrey)
@@ -85,7 +85,7 @@ TEST(FeaturesCommand, PaintsFlatRegionsDarkCurvedOnesLightAndLonePointsGrey)
     const auto outcome = folder.Run("features parts.xyzn --grid 0.3 --settings mine.txt -o parts.ply");
     ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
     EXPECT_NE(outcome.out.find("feature grid 0.4 mm"), std::string::npos) << outcome.out;
-    const prereg::Vectors places = tools::ReadScan(folder / "parts.ply").points;
+    const prereg::Vectors places = Zorvan::ReadScanFile(folder / "parts.ply").points;
     const std::vector<Rgb> colours = coloursOf(folder.Read("parts.ply"));
     ASSERT_EQ(places.size(), colours.size());
     for (std::size_t i = 0; i < places.size(); ++i) {
@@ -117,7 +117,7 @@ TEST(DescribeFeatures, TellsSharesQuantilesAndTheSideOfTheNeighbours)
     CPointFeatureHistogram other;
     for (const std::size_t bin : {2U, 11U, 32U}) other.AsArray()[bin] = 1.0F; // nothing in common with a plane
     features.push_back(other);
-    const std::string text = tools::DescribeFeatures(features, 0.16F);
+    const std::string text = prereg::DescribeFeatures(features, 0.16F);
     for (const char* words : {" 75 % are flat", " 50 % up to 0         .", "100 % up to 1         ####",
                               "left |  ▅  █     | right", "below |▅    █     | above", "|     █    ▅| apart"})
         EXPECT_NE(text.find(words), std::string::npos) << words << " is not in\n" << text;
@@ -125,11 +125,11 @@ TEST(DescribeFeatures, TellsSharesQuantilesAndTheSideOfTheNeighbours)
 
 TEST(ColourAt, GrowsLighterFromDarkBlueToYellow)
 {
-    EXPECT_EQ(tools::ColourAt(-1.0), darkBlue);
-    EXPECT_EQ(tools::ColourAt(std::numeric_limits<double>::quiet_NaN()), darkBlue);
-    EXPECT_EQ(tools::ColourAt(7.0), (Rgb{253, 233, 37}));
+    EXPECT_EQ(prereg::ColourAt(-1.0), darkBlue);
+    EXPECT_EQ(prereg::ColourAt(std::numeric_limits<double>::quiet_NaN()), darkBlue);
+    EXPECT_EQ(prereg::ColourAt(7.0), (Rgb{253, 233, 37}));
     for (int i = 0; i < 50; ++i)
-        EXPECT_LT(luminance(tools::ColourAt(i / 50.0)), luminance(tools::ColourAt((i + 1) / 50.0))) << i;
+        EXPECT_LT(luminance(prereg::ColourAt(i / 50.0)), luminance(prereg::ColourAt((i + 1) / 50.0))) << i;
 }
 
 } // namespace

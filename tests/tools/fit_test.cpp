@@ -1,8 +1,8 @@
 #include "workfolder.h"
 
 #include "tests/support/simulatedprimitives.h"
-#include "tools/zorvan/primitivefit.h"
-#include "tools/zorvan/scanreader.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/workflow/primitivefit.h"
 
 #include <gtest/gtest.h>
 
@@ -16,9 +16,9 @@ namespace {
 
 using Eigen::Vector3d;
 using Json = nlohmann::json;
+using prereg::EPrimitive;
 using support::PrimitiveScan;
 using support::ScanSetup;
-using tools::EPrimitive;
 
 const Vector3d tilted = Vector3d(0.3, -0.5, 1.0).normalized();
 
@@ -34,9 +34,9 @@ std::string toXyzn(const PrimitiveScan& scan)
 }
 
 /// @param side  -1 turns all normals over, as in the scan of a hole
-tools::SurfelScan toSurfels(const PrimitiveScan& scan, float side)
+Zorvan::SurfelScan toSurfels(const PrimitiveScan& scan, float side)
 {
-    tools::SurfelScan result;
+    Zorvan::SurfelScan result;
     for (std::size_t i = 0; i < scan.points.size(); ++i) {
         result.points.emplace_back(scan.points[i][0], scan.points[i][1], scan.points[i][2]);
         result.normals.emplace_back(side * scan.normals[i][0], side * scan.normals[i][1], side * scan.normals[i][2]);
@@ -44,7 +44,7 @@ tools::SurfelScan toSurfels(const PrimitiveScan& scan, float side)
     return result;
 }
 
-void expectProperty(const tools::PrimitiveFit& fit, const std::string& name, const Eigen::VectorXd& truth)
+void expectProperty(const prereg::PrimitiveFit& fit, const std::string& name, const Eigen::VectorXd& truth)
 {
     for (const auto& property : fit.properties) {
         if (property.name != name) continue;
@@ -65,19 +65,19 @@ TEST(FitPrimitive, FindsThemWhereverTheyLieWithinTheirDeviations)
             for (const float side : {1.0F, -1.0F}) {
                 const ScanSetup setup{place, tilted, degrees, 2000, 0.02};
                 const auto sphere =
-                    tools::FitPrimitive(toSurfels(support::SimulateSphere(setup, 5.0), side), EPrimitive::Sphere, {});
+                    prereg::FitPrimitive(toSurfels(support::SimulateSphere(setup, 5.0), side), EPrimitive::Sphere, {});
                 ASSERT_TRUE(sphere.IsFound());
                 EXPECT_NEAR(sphere.dRmse, 0.02, 0.002);
                 expectProperty(sphere, "radius", Eigen::VectorXd::Constant(1, 5.0));
                 expectProperty(sphere, "centre", place);
 
-                const auto cylinder = tools::FitPrimitive(toSurfels(support::SimulateCylinder(setup, 5.0, 20.0), side),
-                                                          EPrimitive::Cylinder, {});
+                const auto cylinder = prereg::FitPrimitive(toSurfels(support::SimulateCylinder(setup, 5.0, 20.0), side),
+                                                           EPrimitive::Cylinder, {});
                 ASSERT_TRUE(cylinder.IsFound());
                 expectProperty(cylinder, "radius", Eigen::VectorXd::Constant(1, 5.0));
 
-                const auto cone = tools::FitPrimitive(toSurfels(support::SimulateCone(setup, 5.0, 20.0, 0.3), side),
-                                                      EPrimitive::Cone, {});
+                const auto cone = prereg::FitPrimitive(toSurfels(support::SimulateCone(setup, 5.0, 20.0, 0.3), side),
+                                                       EPrimitive::Cone, {});
                 ASSERT_TRUE(cone.IsFound());
                 expectProperty(cone, "half angle", Eigen::VectorXd::Constant(1, 0.3 * 57.29577951308232));
                 expectProperty(cone, "apex", place - 5.0 / std::tan(0.3) * tilted);
@@ -100,7 +100,7 @@ TEST(FitCommand, WritesTheFitAndTheScanColouredByResiduals)
     EXPECT_NEAR(json["rmse"].get<double>(), 0.02, 0.002);
     const auto end = [&](const char* name, std::size_t i) { return json[name]["value"][i].get<double>(); };
     EXPECT_NEAR(std::abs(end("upper end", 2) - end("lower end", 2)), 20.0 * tilted.z(), 0.2);
-    EXPECT_EQ(tools::ReadScan(folder / "pipe_residuals.ply").points.size(), 1500U);
+    EXPECT_EQ(Zorvan::ReadScanFile(folder / "pipe_residuals.ply").points.size(), 1500U);
 
     EXPECT_EQ(folder.Run("fit cylinder pipe.xyzn --fix radius=5.5 -o fixed.json").exitCode, 0);
     const Json fixed = Json::parse(folder.Read("fixed.json"));

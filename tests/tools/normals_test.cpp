@@ -1,5 +1,5 @@
-#include "tools/zorvan/normals.h"
-#include "tools/zorvan/spacing.h"
+#include "zorvan/scans/normals.h"
+#include "zorvan/scans/spacing.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 
 namespace {
 
-using tools::Vector3;
+using Zorvan::Vector3;
 
 /// Points on a sphere of radius 10 about `centre`; where z is not below `lowest`.
 prereg::Vectors spherePoints(std::size_t count, const Vector3& centre, float lowest)
@@ -17,7 +17,7 @@ prereg::Vectors spherePoints(std::size_t count, const Vector3& centre, float low
     std::normal_distribution<float> normal;
     prereg::Vectors points;
     while (points.size() < count) {
-        const Vector3 direction = tools::Normalized({normal(rng), normal(rng), normal(rng)});
+        const Vector3 direction = Zorvan::Normalized({normal(rng), normal(rng), normal(rng)});
         if (direction.z >= lowest) points.push_back(centre + direction * 10.0F);
     }
     return points;
@@ -27,11 +27,11 @@ TEST(Normals, OfPlaneFitsFollowASphereFarFromTheOrigin)
 {
     const Vector3 centre(1000, -2000, 500);
     const prereg::Vectors points = spherePoints(20000, centre, 0.2F);
-    const prereg::Vectors up = tools::NormalsFromPlaneFit(points, std::nullopt);
-    const prereg::Vectors inward = tools::NormalsFromPlaneFit(points, centre);
+    const prereg::Vectors up = Zorvan::NormalsFromPlaneFit(points, std::nullopt);
+    const prereg::Vectors inward = Zorvan::NormalsFromPlaneFit(points, centre);
     int wrong = 0;
     for (std::size_t i = 0; i < points.size(); ++i) {
-        const Vector3 outward = tools::Normalized(points[i] - centre);
+        const Vector3 outward = Zorvan::Normalized(points[i] - centre);
         // Twelve random neighbours some 0.2 mm away give a plane good to a few degrees.
         if (kdtree::Dot(up[i], outward) < 0.99F || kdtree::Dot(inward[i], outward) > -0.99F) ++wrong;
     }
@@ -43,17 +43,17 @@ TEST(Normals, AreZeroWithoutASurface)
     prereg::Vectors line;
     for (int i = 0; i < 100; ++i) line.emplace_back(static_cast<float>(i), 0.0F, 0.0F);
     line.emplace_back(0.0F, 1e6F, 0.0F); // nothing within reach
-    for (const Vector3& n : tools::NormalsFromPlaneFit(line, std::nullopt)) EXPECT_EQ(n.LengthSq(), 0.0F);
+    for (const Vector3& n : Zorvan::NormalsFromPlaneFit(line, std::nullopt)) EXPECT_EQ(n.LengthSq(), 0.0F);
 }
 
 TEST(Normals, OfFacesTurnOverAsAWholeOrNotAtAll)
 {
-    const tools::Scan away{{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {}, {{0, 2, 1}}};
-    EXPECT_EQ(tools::NormalsFromFaces(away, std::nullopt), prereg::Vectors(3, Vector3(0, 0, 1)));
-    EXPECT_EQ(tools::NormalsFromFaces(away, Vector3(0, 0, -5)), prereg::Vectors(3, Vector3(0, 0, -1)));
-    const tools::Scan closed{
+    const Zorvan::Scan away{{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {}, {{0, 2, 1}}};
+    EXPECT_EQ(Zorvan::NormalsFromFaces(away, std::nullopt), prereg::Vectors(3, Vector3(0, 0, 1)));
+    EXPECT_EQ(Zorvan::NormalsFromFaces(away, Vector3(0, 0, -5)), prereg::Vectors(3, Vector3(0, 0, -1)));
+    const Zorvan::Scan closed{
         {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}}, {}, {{0, 2, 1}, {0, 1, 3}, {0, 3, 2}, {1, 2, 3}}};
-    const prereg::Vectors outward = tools::NormalsFromFaces(closed, std::nullopt);
+    const prereg::Vectors outward = Zorvan::NormalsFromFaces(closed, std::nullopt);
     for (std::size_t i = 0; i < 4; ++i)
         EXPECT_GT(kdtree::Dot(outward[i], closed.points[i] - Vector3(0.25F, 0.25F, 0.25F)), 0.0F) << i;
 }
@@ -61,8 +61,8 @@ TEST(Normals, OfFacesTurnOverAsAWholeOrNotAtAll)
 TEST(Normals, WeighFacesByTheirArea)
 {
     // A face of area 2 upwards and one of area 0.5 to the side meet in the first point: (0.5, 0, 2), normalised.
-    const tools::Scan scan{{{0, 0, 0}, {2, 0, 0}, {0, 2, 0}, {0, 1, 0}, {0, 0, 1}}, {}, {{0, 1, 2}, {0, 3, 4}}};
-    const Vector3 n = tools::NormalsFromFaces(scan, std::nullopt).front();
+    const Zorvan::Scan scan{{{0, 0, 0}, {2, 0, 0}, {0, 2, 0}, {0, 1, 0}, {0, 0, 1}}, {}, {{0, 1, 2}, {0, 3, 4}}};
+    const Vector3 n = Zorvan::NormalsFromFaces(scan, std::nullopt).front();
     EXPECT_NEAR(n.x, 0.5F / std::sqrt(4.25F), 1e-6F);
     EXPECT_NEAR(n.z, 2.0F / std::sqrt(4.25F), 1e-6F);
 }
@@ -72,9 +72,9 @@ TEST(Spacing, OfALatticeIsItsStep)
     prereg::Vectors points;
     for (int i = 0; i < 40000; ++i)
         points.emplace_back(0.25F * static_cast<float>(i % 200), 0.25F * static_cast<float>(i / 200), 0.0F);
-    EXPECT_EQ(tools::MedianSpacing(points, {points.data(), points.size()}), 0.25);
+    EXPECT_EQ(Zorvan::MedianSpacing(points, {points.data(), points.size()}), 0.25);
     points.resize(1);
-    EXPECT_EQ(tools::MedianSpacing(points, {points.data(), 1}), 0.0);
+    EXPECT_EQ(Zorvan::MedianSpacing(points, {points.data(), 1}), 0.0);
 }
 
 } // namespace

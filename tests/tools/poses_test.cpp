@@ -1,8 +1,8 @@
 #include "workfolder.h"
 
-#include "tools/zorvan/inputerror.h"
-#include "tools/zorvan/poseerrors.h"
-#include "tools/zorvan/posesfile.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/poseerrors.h"
+#include "zorvan/scans/posesfile.h"
 
 #include <gtest/gtest.h>
 
@@ -12,8 +12,8 @@
 namespace {
 
 using prereg::CTrafo;
-using tools::PosesFile;
-using tools::ScanPose;
+using Zorvan::PosesFile;
+using Zorvan::ScanPose;
 using Vector3 = kdtree::Vector<3>;
 
 constexpr float fDegree = 3.14159265F / 180;
@@ -24,10 +24,10 @@ TEST(PosesFile, IsReadBackBitForBit)
 {
     const WorkFolder folder;
     const CTrafo pose(Vector3(0.1F, -0.7F, 2.0F), Vector3(12.3456789F, -0.001F, 1e5F));
-    const tools::RegistrationSummary failed{8, "too many", 0.1, std::numeric_limits<double>::quiet_NaN(), INFINITY};
+    const Zorvan::RegistrationSummary failed{8, "too many", 0.1, std::numeric_limits<double>::quiet_NaN(), INFINITY};
     const PosesFile written{1.0, {{"c", true, {{"a.ply", "a", pose, {}}, {"b.ply", "b", CTrafo::Invalid(), failed}}}}};
-    tools::WritePoses(folder / "p.json", written);
-    const PosesFile read = tools::ReadPoses(folder / "p.json");
+    Zorvan::WritePoses(folder / "p.json", written);
+    const PosesFile read = Zorvan::ReadPoses(folder / "p.json");
     ASSERT_NE(read.Find("elsewhere/a.ply").scan, nullptr);
     EXPECT_EQ(read.Find("elsewhere/a.ply").scan->pose, pose);
     EXPECT_TRUE(read.clusters.front().isPrimary);
@@ -55,7 +55,7 @@ TEST(PosesFile, ScalesTranslationsByItsOwnUnitFirst)
     const WorkFolder folder;
     for (const auto& c : cases) {
         const auto file = folder.Write("p.json", posesText(c.head, rows));
-        EXPECT_FLOAT_EQ(tools::ReadPoses(file, 7.0).Find("a.ply").scan->pose.GetTranslation().x, c.millimetres)
+        EXPECT_FLOAT_EQ(Zorvan::ReadPoses(file, 7.0).Find("a.ply").scan->pose.GetTranslation().x, c.millimetres)
             << c.head;
     }
 }
@@ -64,7 +64,7 @@ TEST(PosesFile, RefusesWhatIsNoPose)
 {
     const WorkFolder folder;
     const std::string good = "[[1,0,0,2],[0,1,0,0],[0,0,1,0],[0,0,0,1]]";
-    ASSERT_NO_THROW(static_cast<void>(tools::ReadPoses(folder.Write("p.json", posesText("", good)))));
+    ASSERT_NO_THROW(static_cast<void>(Zorvan::ReadPoses(folder.Write("p.json", posesText("", good)))));
     const std::string bad[] = {
         "",
         "{",
@@ -83,7 +83,7 @@ TEST(PosesFile, RefusesWhatIsNoPose)
         posesText("", "[[1,0,0,2],[0,1,0,0],[0,0,1,0],[0,0,1,1]]"),
     };
     for (const std::string& text : bad)
-        EXPECT_THROW(static_cast<void>(tools::ReadPoses(folder.Write("p.json", text))), tools::CInputError)
+        EXPECT_THROW(static_cast<void>(Zorvan::ReadPoses(folder.Write("p.json", text))), Zorvan::CInputError)
             << text.substr(0, 100);
 }
 
@@ -102,14 +102,14 @@ TEST(PoseErrors, OfAHandMadeCase)
         1.0,
         {{"e", true, {{"x/b", "", frame * turned(92, {13, 4, 0}), {}}, {"a", "", frame, {}}, {"stranger", "", {}, {}}}},
          {"f", false, {{"c", "", turned(5, {1, 2, 3}), {}}}}}};
-    const tools::PoseErrors errors = tools::ComparePoses(poses, truth);
+    const Zorvan::PoseErrors errors = Zorvan::ComparePoses(poses, truth);
     ASSERT_EQ(errors.scans.size(), 4U);
-    EXPECT_EQ(errors.scans[0].ePlace, tools::EPlace::Reference);
-    EXPECT_EQ(errors.scans[1].ePlace, tools::EPlace::Measured);
+    EXPECT_EQ(errors.scans[0].ePlace, Zorvan::EPlace::Reference);
+    EXPECT_EQ(errors.scans[1].ePlace, Zorvan::EPlace::Measured);
     EXPECT_NEAR(errors.scans[1].dDegrees, 2.0, 1e-4);
     EXPECT_NEAR(errors.scans[1].dMm, 5.0, 1e-3); // four ulp of the frame's 300 mm
-    EXPECT_EQ(errors.scans[2].ePlace, tools::EPlace::Alone);
-    EXPECT_EQ(errors.scans[3].ePlace, tools::EPlace::Missing);
+    EXPECT_EQ(errors.scans[2].ePlace, Zorvan::EPlace::Alone);
+    EXPECT_EQ(errors.scans[3].ePlace, Zorvan::EPlace::Missing);
     EXPECT_FALSE(errors.isComplete);
 }
 
@@ -117,9 +117,9 @@ TEST(PoseErrors, SmallAnglesKeepTheirDigits)
 {
     const PosesFile truth{1.0, {{"t", true, {{"a", "", {}, {}}, {"b", "", {}, {}}, {"c", "", {}, {}}}}}};
     PosesFile poses = truth;
-    EXPECT_EQ(tools::ComparePoses(poses, truth).dWorstDegrees, 0.0);
+    EXPECT_EQ(Zorvan::ComparePoses(poses, truth).dWorstDegrees, 0.0);
     poses.clusters[0].scans[2].pose = turned(1e-4F, {0, 0, 0.5F});
-    const tools::PoseErrors errors = tools::ComparePoses(poses, truth);
+    const Zorvan::PoseErrors errors = Zorvan::ComparePoses(poses, truth);
     EXPECT_TRUE(errors.isComplete);
     EXPECT_NEAR(errors.dWorstDegrees, 1e-4, 1e-9);
     EXPECT_NEAR(errors.dMedianDegrees, 0.5e-4, 1e-9);

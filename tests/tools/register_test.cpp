@@ -3,11 +3,11 @@
 
 #include "tests/support/childprocess.h"
 #include "tools/zorvan/commands.h"
-#include "tools/zorvan/documentfile.h"
-#include "tools/zorvan/filelock.h"
-#include "tools/zorvan/posesfile.h"
-#include "tools/zorvan/scanreader.h"
-#include "tools/zorvan/session.h"
+#include "zorvan/scans/filelock.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/workflow/documentfile.h"
+#include "zorvan/workflow/session.h"
 
 #include <gtest/gtest.h>
 
@@ -52,7 +52,7 @@ protected:
 
     static std::size_t scansIn(const std::string& session)
     {
-        return tools::CSession::Load(*folder / session, nullptr).GetFiles().size();
+        return prereg::CSession::Load(*folder / session, nullptr).GetFiles().size();
     }
 
     /// A call of the program in a process that dies at a rename. @return whether it lived on
@@ -78,7 +78,7 @@ WorkFolder* RegisteredPatches::folder = nullptr;
 TEST_F(RegisteredPatches, ComeIntoOneFrameAndAreWrittenInEveryForm)
 {
     ExpectNearTruth("all/poses.json");
-    const tools::PosesFile poses = tools::ReadPoses(*folder / "all/poses.json");
+    const Zorvan::PosesFile poses = Zorvan::ReadPoses(*folder / "all/poses.json");
     ASSERT_EQ(poses.clusters.size(), 1U);
     EXPECT_TRUE(poses.clusters[0].isPrimary);
 
@@ -110,9 +110,9 @@ TEST_F(RegisteredPatches, GoOnWhereASessionStopped)
 
     // Without new scans: the poses stay what they are.
     ASSERT_EQ(folder->Run("register --session more/session.zdoc -o again").exitCode, 0);
-    const tools::PosesFile before = tools::ReadPoses(*folder / "more/poses.json");
-    const tools::PosesFile after = tools::ReadPoses(*folder / "again/poses.json");
-    for (const tools::ScanPose& scan : before.clusters.at(0).scans) {
+    const Zorvan::PosesFile before = Zorvan::ReadPoses(*folder / "more/poses.json");
+    const Zorvan::PosesFile after = Zorvan::ReadPoses(*folder / "again/poses.json");
+    for (const Zorvan::ScanPose& scan : before.clusters.at(0).scans) {
         const auto* const found = after.Find(scan.file).scan;
         ASSERT_NE(found, nullptr);
         EXPECT_LT((found->pose.GetTranslation() - scan.pose.GetTranslation()).Length(), 1e-4F) << scan.file;
@@ -130,7 +130,7 @@ TEST_F(RegisteredPatches, LeaveOutWhatDoesNotBelong)
     EXPECT_NE(outcome.err.find("left out: too few points or features: few.xyz"), std::string::npos) << outcome.err;
     EXPECT_NE(outcome.out.find("6 of 7 scans registered, in 2 clusters"), std::string::npos) << outcome.out;
     ExpectNearTruth("strangers/poses.json");
-    const tools::PosesFile poses = tools::ReadPoses(*folder / "strangers/poses.json");
+    const Zorvan::PosesFile poses = Zorvan::ReadPoses(*folder / "strangers/poses.json");
     ASSERT_EQ(poses.clusters.size(), 2U);
     EXPECT_EQ(poses.clusters[0].scans.size(), 6U);
     EXPECT_EQ(poses.clusters[1].scans.at(0).file, "stranger.ply");
@@ -187,7 +187,7 @@ TEST_F(RegisteredPatches, LeaveTheOldOrTheNewSessionWhenTheyAreKilled)
         // The next run cleans up.
         ASSERT_EQ(folder->Run("register --session killed/session.zdoc -o after --quiet").exitCode, 0);
         EXPECT_EQ(scansIn("killed/session.zdoc"), scans);
-        EXPECT_EQ(tools::ReadPoses(*folder / "killed/poses.json").clusters.at(0).scans.size(), scans);
+        EXPECT_EQ(Zorvan::ReadPoses(*folder / "killed/poses.json").clusters.at(0).scans.size(), scans);
         EXPECT_EQ(folder->Read("killed/report.html").find("view03.ply") != std::string::npos, scans == 4U);
         EXPECT_EQ(folder->Read("killed/merged.ply") == folder->Read("old/merged.ply"), scans == 2U);
         const std::filesystem::directory_iterator entries(*folder / "killed");
@@ -200,7 +200,7 @@ TEST_F(RegisteredPatches, GoOnOneAfterTheOtherWhenTwoRunsShareASession)
     ASSERT_EQ(folder->Run("register view00.ply view01.ply -o shared").exitCode, 0);
     const std::string more = " --session shared/session.zdoc -o shared";
     {
-        const tools::CFileLock lock(std::filesystem::canonical(*folder / "shared") / "session.zdoc", {});
+        const Zorvan::CFileLock lock(std::filesystem::canonical(*folder / "shared") / "session.zdoc", {});
         ExpectRefusal("register view02.ply" + more, "in use by process " + std::to_string(::getpid()));
         ExpectRefusal("register view02.ply --session shared/session.zdoc -o elsewhere", "in use by process ");
         ExpectRefusal("register view02.ply -o shared", "in use by process ");
@@ -210,8 +210,8 @@ TEST_F(RegisteredPatches, GoOnOneAfterTheOtherWhenTwoRunsShareASession)
     for (auto* run : {&first, &second}) EXPECT_EQ(run->Ended().exitCode, 0) << run->Ended().err;
     EXPECT_EQ(scansIn("shared/session.zdoc"), 4U);
 
-    auto lock = std::make_unique<tools::CFileLock>(std::filesystem::canonical(*folder / "shared") / "session.zdoc",
-                                                   tools::CFileLock::WhenHeld());
+    auto lock = std::make_unique<Zorvan::CFileLock>(std::filesystem::canonical(*folder / "shared") / "session.zdoc",
+                                                    Zorvan::CFileLock::WhenHeld());
     auto third = folder->Start("third", "register view04.ply --wait" + more);
     EXPECT_TRUE(third.HasSaid("waiting for process " + std::to_string(::getpid())));
     EXPECT_EQ(scansIn("shared/session.zdoc"), 4U);
@@ -258,7 +258,7 @@ TEST_F(RegisteredPatches, RefuseSessionsThatAreNone)
         folder->Write("cut.zdoc", whole.substr(0, static_cast<std::size_t>(share * static_cast<double>(whole.size()))));
         ExpectRefusal("register --session cut.zdoc -o x", "cut.zdoc: ");
     }
-    const bson::object document = tools::ReadDocumentFile(*folder / "all/session.zdoc");
+    const bson::object document = prereg::ReadDocumentFile(*folder / "all/session.zdoc");
     struct Damage
     {
         std::string name;
@@ -283,7 +283,7 @@ TEST_F(RegisteredPatches, RefuseSessionsThatAreNone)
                               with({"configuration", 3})};
     for (const Damage& damage : damages) {
         SCOPED_TRACE(damage.name);
-        tools::WriteDocumentFile(*folder / "damaged.zdoc", damage.document);
+        prereg::WriteDocumentFile(*folder / "damaged.zdoc", damage.document);
         ExpectRefusal("register --session damaged.zdoc -o x", "damaged.zdoc: ");
     }
     ExpectRefusal("register -o x", "no scans");

@@ -1,8 +1,8 @@
 #include "workfolder.h"
 
-#include "tools/zorvan/cloudlattice.h"
-#include "tools/zorvan/report.h"
-#include "tools/zorvan/scancolours.h"
+#include "zorvan/workflow/cloudlattice.h"
+#include "zorvan/workflow/report.h"
+#include "zorvan/workflow/scancolours.h"
 
 #include "zorvan/util/base64.h"
 
@@ -19,7 +19,7 @@
 namespace {
 
 using Vector3 = kdtree::Vector<3>;
-using tools::LatticePoint;
+using prereg::LatticePoint;
 
 constexpr double dNaN = std::numeric_limits<double>::quiet_NaN();
 
@@ -59,9 +59,9 @@ prereg::Vectors dome(std::size_t side)
     return points;
 }
 
-tools::ScanRow row(const std::string& file, const std::string& cluster, const prereg::CTrafo& pose)
+prereg::ScanRow row(const std::string& file, const std::string& cluster, const prereg::CTrafo& pose)
 {
-    tools::ScanRow scan;
+    prereg::ScanRow scan;
     scan.file = file;
     scan.cluster = cluster;
     scan.pose = pose;
@@ -72,13 +72,13 @@ TEST(Report, ShowsPointsInTheFrameOfTheirClusterAndInTheUnitOfTheFiles)
 {
     const prereg::Vectors points = dome(20);
     const prereg::CTrafo turn(Vector3(0.3F, -0.2F, 1.0F), Vector3(7, -400, 20));
-    tools::RegistrationTable table{1000.0, {}, {{0, 1, 0.5, 0.25}}};
+    prereg::RegistrationTable table{1000.0, {}, {{0, 1, 0.5, 0.25}}};
     table.scans = {row("a", "other", turn), row("b", "main", turn.GetInverse(true)),
                    row("c", "", prereg::CTrafo::Invalid())};
     table.scans[1].isPrimary = true;
-    const std::vector<tools::SurfelSpan> surfaces(3, {points, points});
+    const std::vector<prereg::SurfelSpan> surfaces(3, {points, points});
     const WorkFolder folder;
-    tools::WriteReport(folder / "page.html", table, surfaces);
+    prereg::WriteReport(folder / "page.html", table, surfaces);
 
     const nlohmann::json data = dataOf(folder.Read("page.html"));
     EXPECT_EQ(data["unit"], "m");
@@ -102,12 +102,12 @@ TEST(Report, SurvivesWhateverNamesAndNumbersHold)
     const std::string name = "</script><script>alert(1)</script><!--\"\\\xff\n@REPORT_DATA@.ply";
     prereg::Vectors points = dome(4);
     points[3].y = std::numeric_limits<float>::infinity();
-    tools::RegistrationTable table{1.0, {}, {{0, 0, dNaN, INFINITY}}};
+    prereg::RegistrationTable table{1.0, {}, {{0, 0, dNaN, INFINITY}}};
     table.scans = {row(name, "<b>", {}), row("empty", "<b>", {})};
     table.scans[0].dRmse = -INFINITY;
     table.scans[0].dSlip = 0.1;
     const WorkFolder folder;
-    tools::WriteReport(folder / "page.html", table, std::vector<tools::SurfelSpan>{{points, points}, {}});
+    prereg::WriteReport(folder / "page.html", table, std::vector<prereg::SurfelSpan>{{points, points}, {}});
 
     const std::string page = folder.Read("page.html");
     EXPECT_EQ(page.find("alert(1)</script>"), std::string::npos);
@@ -139,13 +139,13 @@ TEST(ThinEvenly, KeepsNearlyAsManyAsAllowedAndLeavesNoGaps)
     for (const auto& cloud : {surface, line, heap, volume}) {
         const std::size_t different = std::set(cloud.begin(), cloud.end()).size();
         for (const std::size_t max : {0UL, 1UL, 700UL, 30000UL, 40000UL}) {
-            const auto kept = tools::ThinEvenly(cloud, max);
+            const auto kept = prereg::ThinEvenly(cloud, max);
             EXPECT_LE(kept.size(), max);
             EXPECT_GE(kept.size(), max == 700 ? std::min<std::size_t>(different, 560) : 0);
             EXPECT_TRUE(std::is_sorted(kept.begin(), kept.end()));
         }
     }
-    const auto kept = tools::ThinEvenly(surface, 700); // some 26 in a row
+    const auto kept = prereg::ThinEvenly(surface, 700); // some 26 in a row
     for (const std::uint32_t a : kept) {
         const auto isNear = [&](std::uint32_t b) {
             return a != b &&
@@ -157,13 +157,13 @@ TEST(ThinEvenly, KeepsNearlyAsManyAsAllowedAndLeavesNoGaps)
 
 TEST(ScanColour, TellsTheFirstTwentyApartAndHasOneForEveryNumber)
 {
-    std::set<tools::Rgb> all;
-    for (std::size_t i = 0; i < 200; ++i) all.insert(tools::ScanColour(i));
+    std::set<Zorvan::Rgb> all;
+    for (std::size_t i = 0; i < 200; ++i) all.insert(prereg::ScanColour(i));
     EXPECT_GT(all.size(), 190U);
     for (std::size_t i = 0; i < 20; ++i) {
         for (std::size_t k = 0; k < i; ++k) {
             int apart = 0;
-            for (std::size_t c = 0; c < 3; ++c) apart += std::abs(tools::ScanColour(i)[c] - tools::ScanColour(k)[c]);
+            for (std::size_t c = 0; c < 3; ++c) apart += std::abs(prereg::ScanColour(i)[c] - prereg::ScanColour(k)[c]);
             EXPECT_GT(apart, 40) << i << ' ' << k;
         }
     }

@@ -1,8 +1,8 @@
 #include "workfolder.h"
 
-#include "tools/zorvan/inputerror.h"
-#include "tools/zorvan/scanreader.h"
-#include "tools/zorvan/scanwriter.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/scans/scanwriter.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -15,8 +15,8 @@
 
 namespace {
 
-using tools::Scan;
-using tools::Vector3;
+using Zorvan::Scan;
+using Zorvan::Vector3;
 
 // Every value is a small whole number, so that each scalar type of PLY holds it exactly.
 const Scan sample{{{1, 2, 3}, {-4, 5, 6}, {7, -8, 9}, {0, 0, 1}},
@@ -128,7 +128,7 @@ INSTANTIATE_TEST_SUITE_P(All, PlyFormats,
 TEST_P(PlyFormats, GiveTheSameScan)
 {
     const WorkFolder folder;
-    expectSame(tools::ReadScan(folder.Write("a.PLY", plyOf(GetParam()))), sample);
+    expectSame(Zorvan::ReadScanFile(folder.Write("a.PLY", plyOf(GetParam()))), sample);
 }
 
 TEST_P(PlyFormats, NoticeEveryMissingByte)
@@ -138,7 +138,8 @@ TEST_P(PlyFormats, NoticeEveryMissingByte)
     // The last separator of a text may go; its last value may not.
     for (std::size_t length = 1; length + 2 <= whole.size(); ++length) {
         const auto file = folder.Write("a.ply", whole.substr(0, length));
-        EXPECT_THROW(static_cast<void>(tools::ReadScan(file)), tools::CInputError) << length << " of " << whole.size();
+        EXPECT_THROW(static_cast<void>(Zorvan::ReadScanFile(file)), Zorvan::CInputError)
+            << length << " of " << whole.size();
     }
 }
 
@@ -147,8 +148,8 @@ TEST(ScanWriter, IsReadBackBitForBit)
     const WorkFolder folder;
     Scan scan = sample;
     scan.points[1] = {0.1F, std::nextafter(1.0F, 2.0F), -std::numeric_limits<float>::max()};
-    tools::WritePly(folder / "a.ply", scan);
-    expectSame(tools::ReadScan(folder / "a.ply"), scan);
+    Zorvan::WritePly(folder / "a.ply", scan);
+    expectSame(Zorvan::ReadScanFile(folder / "a.ply"), scan);
 }
 
 TEST(ScanReader, JoinsRangeGridToFacesButNotAcrossSteps)
@@ -161,21 +162,21 @@ TEST(ScanReader, JoinsRangeGridToFacesButNotAcrossSteps)
         "property float x\nproperty float y\nproperty float z\nelement range_grid 8\n"
         "property list uchar int vertex_indices\nend_header\n"
         "0 0 0\n1 0 0\n2 0 0\n3 0 -50\n1 1 0\n2 1 0\n3 1 -50\n1 0\n1 1\n1 2\n1 3\n0\n1 4\n1 5\n1 6\n";
-    const Scan scan = tools::ReadScan(folder.Write("grid.ply", grid));
-    EXPECT_EQ(scan.faces, (std::vector<tools::Face>{{0, 1, 4}, {1, 2, 5}, {1, 5, 4}}));
+    const Scan scan = Zorvan::ReadScanFile(folder.Write("grid.ply", grid));
+    EXPECT_EQ(scan.faces, (std::vector<Zorvan::Face>{{0, 1, 4}, {1, 2, 5}, {1, 5, 4}}));
 }
 
 TEST(ScanReader, ReadsTextWithCommentsSignsAndExtraColumns)
 {
     const WorkFolder folder;
     const auto xyz = folder.Write("a.xyz", "# made by hand\r\n\r\n+1.5 -2e0;3\r\n4,5\t6 99\r\nnan inf 1e999\n");
-    const Scan points = tools::ReadScan(xyz);
+    const Scan points = Zorvan::ReadScanFile(xyz);
     ASSERT_EQ(points.points.size(), 3U);
     EXPECT_EQ(points.points[0], Vector3(1.5F, -2, 3));
     EXPECT_EQ(points.points[1], Vector3(4, 5, 6));
     EXPECT_TRUE(std::isnan(points.points[2].x) && std::isinf(points.points[2].y) && std::isinf(points.points[2].z));
     EXPECT_TRUE(points.normals.empty());
-    const Scan surfels = tools::ReadScan(folder.Write("a.xyzn", "1 2 3 0 0 1 255 0 0\n4 5 6 0 1 0\n"));
+    const Scan surfels = Zorvan::ReadScanFile(folder.Write("a.xyzn", "1 2 3 0 0 1 255 0 0\n4 5 6 0 1 0\n"));
     EXPECT_EQ(surfels.normals, (prereg::Vectors{{0, 0, 1}, {0, 1, 0}}));
 }
 
@@ -183,7 +184,7 @@ std::string binaryStl(const Scan& scan)
 {
     PlyBody body("binary_little_endian");
     body.Put("uint", static_cast<double>(scan.faces.size()));
-    for (const tools::Face& face : scan.faces) {
+    for (const Zorvan::Face& face : scan.faces) {
         for (int i = 0; i < 3; ++i) body.Put("float", 0);
         for (const std::uint32_t corner : face) {
             for (unsigned k = 0; k < 3; ++k) body.Put("float", scan.points[corner][k]);
@@ -205,19 +206,19 @@ TEST(ScanReader, JoinsTheCornersOfStlAndObj)
     for (const auto& file :
          {folder.Write("a.stl", binaryStl(sample)), folder.Write("b.stl", binaryStl(sample) + "tail"),
           folder.Write("c.stl", textStl), folder.Write("d.obj", objMesh)}) {
-        const tools::SurfelScan scan = tools::LoadScan(file, {});
+        const Zorvan::SurfelScan scan = Zorvan::ReadScan(file, {});
         EXPECT_EQ(scan.points, sample.points) << file;
-        EXPECT_EQ(scan.eNormals, tools::ENormalSource::Faces) << file;
+        EXPECT_EQ(scan.eNormals, Zorvan::ENormalSource::Faces) << file;
     }
 }
 
 TEST(ScanReader, ReadsObjWithoutFacesAndWithNormals)
 {
     const WorkFolder folder;
-    const Scan points = tools::ReadScan(folder.Write("a.obj", "v 1 2 3\nv -4 5 6\nv 7 -8 9\nv 0 0 1\n"));
+    const Scan points = Zorvan::ReadScanFile(folder.Write("a.obj", "v 1 2 3\nv -4 5 6\nv 7 -8 9\nv 0 0 1\n"));
     EXPECT_EQ(points.points, sample.points);
     const auto file = folder.Write("b.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nvn 0 0 -2\nf 1//1 2//1 3//1\n");
-    EXPECT_EQ(tools::LoadScan(file, {}).normals, prereg::Vectors(3, Vector3(0, 0, -1)));
+    EXPECT_EQ(Zorvan::ReadScan(file, {}).normals, prereg::Vectors(3, Vector3(0, 0, -1)));
 }
 
 TEST(ScanReader, NeedsNoMaterialOfAnObj)
@@ -225,10 +226,10 @@ TEST(ScanReader, NeedsNoMaterialOfAnObj)
     const WorkFolder folder;
     ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
     const Scan scan =
-        tools::ReadScan(folder.Write("a.obj", "\xef\xbb\xbfv 1 2 3\r\nv -4 5 6\r\nmtllib pipe\r\n\tUseMtl none\r\n"
-                                              "v 7 -8 9\nv 0 0 1\nusemtl\nusemtlx\nf 1 2 3\nf 1 2\n"));
+        Zorvan::ReadScanFile(folder.Write("a.obj", "\xef\xbb\xbfv 1 2 3\r\nv -4 5 6\r\nmtllib pipe\r\n\tUseMtl none\r\n"
+                                                   "v 7 -8 9\nv 0 0 1\nusemtl\nusemtlx\nf 1 2 3\nf 1 2\n"));
     EXPECT_EQ(scan.points, prereg::Vectors(sample.points.begin(), sample.points.begin() + 3));
-    EXPECT_EQ(scan.faces, (std::vector<tools::Face>{{0, 1, 2}}));
+    EXPECT_EQ(scan.faces, (std::vector<Zorvan::Face>{{0, 1, 2}}));
 }
 
 TEST(ScanReader, DropsWhatCannotBeRegisteredAndSaysSo)
@@ -236,7 +237,7 @@ TEST(ScanReader, DropsWhatCannotBeRegisteredAndSaysSo)
     const WorkFolder folder;
     const auto file = folder.Write("a.xyzn", "0 0 0 0 0 2\n1 0 0 0 0 1\n0 1 0 0 0 1\n0 1 0 0 0 1\nnan 0 0 0 0 1\n"
                                              "1e30 0 0 0 0 1\n2 2 2 0 0 0\n");
-    const tools::SurfelScan scan = tools::LoadScan(file, {.dMmPerUnit = 1000, .sensor = {}});
+    const Zorvan::SurfelScan scan = Zorvan::ReadScan(file, {.dMmPerUnit = 1000, .sensor = {}});
     EXPECT_EQ(scan.points, (prereg::Vectors{{0, 0, 0}, {1000, 0, 0}, {0, 1000, 0}}));
     EXPECT_EQ(scan.normals, prereg::Vectors(3, Vector3(0, 0, 1)));
     EXPECT_EQ(scan.Warning(), file.string() +

@@ -1,8 +1,8 @@
 #include "workfolder.h"
 
-#include "tools/zorvan/autosettings.h"
-#include "tools/zorvan/documentfile.h"
-#include "tools/zorvan/sessioncheck.h"
+#include "zorvan/workflow/autosettings.h"
+#include "zorvan/workflow/documentfile.h"
+#include "zorvan/workflow/sessioncheck.h"
 
 #include <gtest/gtest.h>
 
@@ -94,9 +94,9 @@ TEST(Session, IsRefusedWhenItsContentsDoNotHold)
     const WorkFolder folder;
     ASSERT_EQ(folder.Run("simulate -o . --views 3 --field 28 --points 6000 --seed 4 --quiet").exitCode, 0);
     ASSERT_EQ(folder.Run("register view0?.ply -o three").exitCode, 0);
-    const object document = tools::ReadDocumentFile(folder / "three/session.zdoc");
+    const object document = prereg::ReadDocumentFile(folder / "three/session.zdoc");
     for (const Damage& damage : damagesOf(document)) {
-        tools::WriteDocumentFile(folder / "damaged.zdoc", damage.document);
+        prereg::WriteDocumentFile(folder / "damaged.zdoc", damage.document);
         const auto outcome = folder.Run("register --session damaged.zdoc -o x --optimize");
         EXPECT_EQ(outcome.exitCode, 2) << damage.words << '\n' << outcome.out;
         EXPECT_NE(outcome.err.find(damage.words), std::string::npos) << outcome.err << "not " << damage.words;
@@ -125,9 +125,9 @@ std::shared_ptr<const prereg::CFPFHPointSet> bumps(float fromX, float toX, float
 /// Eight strips, each on the next one, and a scan across all of them with a quarter of its points near each.
 TEST(Session, HoldsAScanThatLiesOnSeveralWithTooLittleOnEach)
 {
-    prereg::ConfigurationFPFH config = tools::AllSettingsForGrid(0.5);
+    prereg::ConfigurationFPFH config = prereg::AllSettingsForGrid(0.5);
     config.icpConfig.dMinOverlapRatio = 0.6;
-    std::vector<tools::CSession::ScanFile> files;
+    std::vector<prereg::CSession::ScanFile> files;
     std::vector<CClusterRegistration::EntityTuple> entities;
     const auto add = [&](const auto& set, const CTrafo& pose) {
         const std::string digit = std::to_string(files.size() + 1);
@@ -143,7 +143,7 @@ TEST(Session, HoldsAScanThatLiesOnSeveralWithTooLittleOnEach)
         CClusterRegistration registration(config, nullptr, nullptr);
         EXPECT_TRUE(registration.CreateCluster(files[0].id, files[0].id, CTrafo::Invalid(), entities));
         registration.SetPrimaryClusterID(files[0].id);
-        return tools::WhatIsWrongWith(registration, files);
+        return prereg::WhatIsWrongWith(registration, files);
     };
     EXPECT_EQ(words(), "");
     std::get<1>(entities.back()) = CTrafo::Identity().Translate({0.0F, 0.0F, 3.0F});

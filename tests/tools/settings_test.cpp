@@ -1,13 +1,13 @@
-#include "tools/zorvan/autosettings.h"
-#include "tools/zorvan/settingsfile.h"
+#include "zorvan/workflow/autosettings.h"
+#include "zorvan/workflow/settingsfile.h"
 
 #include "workfolder.h"
 
-#include "tools/zorvan/documenttext.h"
 #include "tools/zorvan/flagstore.h"
-#include "tools/zorvan/inputerror.h"
 #include "tools/zorvan/options.h"
-#include "tools/zorvan/settingwords.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/workflow/documenttext.h"
+#include "zorvan/workflow/settingwords.h"
 
 #include "tests/support/commalocale.h"
 
@@ -53,31 +53,32 @@ std::string frozen(const object& document)
 
 TEST(SettingsText, ReadsBackExactlyAndDescribesEverySetting)
 {
-    ConfigurationFPFH config = tools::AllSettingsForGrid(1.0 / 3.0);
+    ConfigurationFPFH config = prereg::AllSettingsForGrid(1.0 / 3.0);
     config.uiNumNeighbors = 7;
     config.dMaxPolygonVertexError = 1e-7;
-    const std::string text = tools::WriteSettingsText(config, "heading");
-    EXPECT_EQ(tools::WithSettings({}, tools::ReadSettingsText(text, "text")), config) << text;
+    const std::string text = prereg::WriteSettingsText(config, "heading");
+    EXPECT_EQ(prereg::WithSettings({}, prereg::ReadSettingsText(text, "text")), config) << text;
     {
         const CCommaLocale comma;
-        EXPECT_EQ(tools::WriteSettingsText(config, "heading"), text);
-        EXPECT_EQ(tools::WithSettings({}, tools::ReadSettingsText(text, "text")), config);
+        EXPECT_EQ(prereg::WriteSettingsText(config, "heading"), text);
+        EXPECT_EQ(prereg::WithSettings({}, prereg::ReadSettingsText(text, "text")), config);
     }
     for (const object& all : {bson::to_object(config), bson::to_object(config.icpConfig)})
         for (const element& e : all)
-            EXPECT_TRUE(e.type() == element::eObject || !tools::WordsForSetting(e.name()).empty()) << e.name();
+            EXPECT_TRUE(e.type() == element::eObject || !prereg::WordsForSetting(e.name()).empty()) << e.name();
 }
 
 TEST(SettingsText, ChangesWhatItNamesOnly)
 {
     const char* text = "\xEF\xBB\xBF{ # by hand\r\n 'dMaxRMSE' : 1, \"icpConfig\" : {'uiNumSamples' : 9}\r\n}\r\n";
-    const object settings = tools::ReadSettingsText(text, "text");
-    ConfigurationFPFH expected = tools::AllSettingsForGrid(0.2);
+    const object settings = prereg::ReadSettingsText(text, "text");
+    ConfigurationFPFH expected = prereg::AllSettingsForGrid(0.2);
     expected.icpConfig.dMaxRMSE = 1.0;
     expected.icpConfig.uiNumSamples = 9;
-    EXPECT_EQ(tools::WithSettings(tools::AllSettingsForGrid(0.2), settings), expected);
-    EXPECT_EQ(tools::WithSettings(expected, tools::ReadSettingsText("{}", "text")), expected);
-    EXPECT_DOUBLE_EQ(tools::AllSettingsForGrid(0.6).dFeatureRadius, 2 * tools::AllSettingsForGrid(0.3).dFeatureRadius);
+    EXPECT_EQ(prereg::WithSettings(prereg::AllSettingsForGrid(0.2), settings), expected);
+    EXPECT_EQ(prereg::WithSettings(expected, prereg::ReadSettingsText("{}", "text")), expected);
+    EXPECT_DOUBLE_EQ(prereg::AllSettingsForGrid(0.6).dFeatureRadius,
+                     2 * prereg::AllSettingsForGrid(0.3).dFeatureRadius);
 }
 
 TEST(SettingsText, IsRefusedWithPlaceAndReason)
@@ -112,9 +113,9 @@ TEST(SettingsText, IsRefusedWithPlaceAndReason)
     };
     for (const auto& [text, words] : cases) {
         try {
-            const object settings = tools::ReadSettingsText(text, "mine.txt");
+            const object settings = prereg::ReadSettingsText(text, "mine.txt");
             ADD_FAILURE() << text << " gives " << settings.dump();
-        } catch (const tools::CInputError& error) {
+        } catch (const Zorvan::CInputError& error) {
             EXPECT_NE(std::string(error.what()).find(words), std::string::npos) << error.what() << ", not " << words;
             EXPECT_EQ(std::string(error.what()).rfind("mine.txt: ", 0), 0U) << error.what();
         }
@@ -223,8 +224,8 @@ TEST(DumpCommand, ShowsDocumentsAndRefusesEveryCut)
     for (const char* words :
          {"\"s\" : \"a\\x1b[31m\"", "\"small\" : 7,", "    \"dMaxRMSE\" : 0.025,", "<bin:18 bytes>"})
         EXPECT_NE(outcome.out.find(words), std::string::npos) << outcome.out;
-    const auto inner = tools::ToPrintable(object(element("o", document)));
-    EXPECT_EQ(tools::ToPrintable(object(element("o", 7))), object(element("o", 7)).dump(2));
+    const auto inner = prereg::ToPrintable(object(element("o", document)));
+    EXPECT_EQ(prereg::ToPrintable(object(element("o", 7))), object(element("o", 7)).dump(2));
     EXPECT_NE(inner.find("{\n  \"o\" : {\n    \"s\" : \"a\\x1b[31m\",\n"), std::string::npos) << inner;
     object deep;
     for (unsigned int i = 0; i < bson::uiMaxNesting; ++i) deep = element("o", deep);

@@ -1,4 +1,4 @@
-#include "tools/zorvan/showntext.h"
+#include "zorvan/scans/showntext.h"
 
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@ TEST(ShownText, EscapesWhatSteersATerminalAndNothingElse)
         {"\xed\xa0\x80\xf4\x90\x80\x80", "\\xed\\xa0\\x80\\xf4\\x90\\x80\\x80"},
         {"\xf0\x9f\xa6", "\\xf0\\x9f\\xa6"},
     };
-    for (const auto& [text, shown] : cases) EXPECT_EQ(tools::ToShown(text), shown);
+    for (const auto& [text, shown] : cases) EXPECT_EQ(Zorvan::ToShown(text), shown);
 }
 
 TEST(ShownText, KeepsBothEndsOfALongMessage)
@@ -31,14 +31,14 @@ TEST(ShownText, KeepsBothEndsOfALongMessage)
         for (std::size_t i = 0; i < characters; ++i) name += "ä";
         return name;
     };
-    EXPECT_EQ(tools::ToMessage(longName(tools::uiLongestMessage)), longName(tools::uiLongestMessage));
-    const std::string message = tools::ToMessage("first" + longName(tools::uiLongestMessage) + "last");
+    EXPECT_EQ(Zorvan::ToMessage(longName(Zorvan::uiLongestMessage)), longName(Zorvan::uiLongestMessage));
+    const std::string message = Zorvan::ToMessage("first" + longName(Zorvan::uiLongestMessage) + "last");
     EXPECT_TRUE(message.starts_with("first") && message.ends_with("last")) << message;
-    EXPECT_EQ(tools::ToShown(message), message) << "no character is cut";
+    EXPECT_EQ(Zorvan::ToShown(message), message) << "no character is cut";
     const auto isStart = [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; };
     const auto characters = static_cast<std::size_t>(std::count_if(message.begin(), message.end(), isStart));
-    EXPECT_LE(characters, tools::uiLongestMessage);
-    EXPECT_GE(characters, tools::uiLongestMessage - 1);
+    EXPECT_LE(characters, Zorvan::uiLongestMessage);
+    EXPECT_GE(characters, Zorvan::uiLongestMessage - 1);
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 #include "workfolder.h"
 
 #include "tools/virtualscanner/overlaptable.h"
-#include "tools/zorvan/posesfile.h"
-#include "tools/zorvan/scanreader.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanreader.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -22,11 +22,11 @@ struct Views
 
 Views readViews(const WorkFolder& folder, const std::string& name, int count)
 {
-    const tools::PosesFile truth = tools::ReadPoses(folder / name / "truth.json");
+    const Zorvan::PosesFile truth = Zorvan::ReadPoses(folder / name / "truth.json");
     Views views;
     for (int view = 0; view < count; ++view) {
         const std::string file = "view0" + std::to_string(view) + ".ply";
-        views.scans.push_back(tools::LoadScan(folder / name / file, {.dMmPerUnit = 1.0, .sensor = {}}).points);
+        views.scans.push_back(Zorvan::LoadScan(folder / name / file, {.dMmPerUnit = 1.0, .sensor = {}}).points);
         views.poses.push_back(truth.Find(file).scan->pose);
     }
     return views;

@@ -1,13 +1,13 @@
-#include "tools/zorvan/stagingfolder.h"
+#include "zorvan/scans/stagingfolder.h"
 
 #include "faultpoints.h"
 #include "workfolder.h"
 
 #include "tests/support/childprocess.h"
-#include "tools/zorvan/atomicfile.h"
-#include "tools/zorvan/filelock.h"
-#include "tools/zorvan/inputerror.h"
-#include "tools/zorvan/outputcheck.h"
+#include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/filelock.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/outputcheck.h"
 
 #include <gtest/gtest.h>
 
@@ -26,8 +26,8 @@ const Contents newSet{{"a", "new a"}, {"b", "new b"}, {"c", "new c"}};
 
 void publish(const WorkFolder& folder, const Contents& set)
 {
-    tools::CStagingFolder staging(folder.Path());
-    for (const auto& [name, bytes] : set) tools::WriteFileAtomically(staging / name, bytes);
+    Zorvan::CStagingFolder staging(folder.Path());
+    for (const auto& [name, bytes] : set) Zorvan::WriteFileAtomically(staging / name, bytes);
     staging.Publish();
 }
 
@@ -50,7 +50,7 @@ TEST(StagingFolder, GivesTheOldSetOrTheNewOneWhereverItsProcessDies)
         const WorkFolder folder;
         publish(folder, oldSet);
         isDead = !CChildProcess([&] { return faults::KillAt(call), publish(folder, newSet), true; }).Succeeded();
-        tools::TidyStagingFolders(folder.Path());
+        Zorvan::TidyStagingFolders(folder.Path());
         const Contents left = contentsOf(folder);
         EXPECT_TRUE(left == oldSet || left == newSet) << "call " << call << ": " << testing::PrintToString(left);
         ++outcomes[left == newSet];
@@ -69,12 +69,12 @@ TEST(StagingFolder, KeepsTheOldSetWhenTheDiskIsFull)
         isFull = false;
         try {
             publish(folder, newSet);
-        } catch (const tools::CInputError& error) {
+        } catch (const Zorvan::CInputError& error) {
             isFull = true;
             EXPECT_EQ(std::string(error.what()).find(".zorvan"), std::string::npos) << error.what();
         }
         faults::Disarm();
-        tools::TidyStagingFolders(folder.Path());
+        Zorvan::TidyStagingFolders(folder.Path());
         const Contents left = contentsOf(folder);
         EXPECT_TRUE(left == oldSet || left == newSet) << "call " << call << ": " << testing::PrintToString(left);
     }
@@ -87,17 +87,17 @@ TEST(StagingFolder, TouchesNeitherTheWorkOfTheLivingNorWhatLinksLeadTo)
     folder.Write("c", "old c");
     for (const char* name : {".zorvan-making-link", ".zorvan-whole-link"})
         std::filesystem::create_directory_symlink(elsewhere.Path(), folder / name);
-    const tools::CStagingFolder living(folder.Path());
-    tools::WriteFileAtomically(living / "b", "in the making");
-    tools::WriteFileAtomically(folder / "c", "new c");
+    const Zorvan::CStagingFolder living(folder.Path());
+    Zorvan::WriteFileAtomically(living / "b", "in the making");
+    Zorvan::WriteFileAtomically(folder / "c", "new c");
     EXPECT_EQ(elsewhere.Read("a"), "theirs");
     EXPECT_FALSE(std::filesystem::exists(folder / "a"));
     EXPECT_TRUE(std::filesystem::exists(living / "b"));
     EXPECT_EQ(folder.Read("c"), "new c");
 
     std::filesystem::create_symlink(elsewhere / "a", living / "d"); // planted where a file will be made
-    EXPECT_THROW(tools::WriteFileAtomically(living / "e" / "f", ""), tools::CInputError);
-    tools::WriteFileAtomically(living / "d", "mine");
+    EXPECT_THROW(Zorvan::WriteFileAtomically(living / "e" / "f", ""), Zorvan::CInputError);
+    Zorvan::WriteFileAtomically(living / "d", "mine");
     EXPECT_EQ(elsewhere.Read("a"), "theirs");
 }
 
@@ -106,7 +106,7 @@ TEST(StagingFolder, RefusesBeforeAnythingMovesWhenAPlaceIsTaken)
     const WorkFolder folder;
     folder.Write("a", "old a");
     std::filesystem::create_directory(folder / "b");
-    EXPECT_THROW(publish(folder, newSet), tools::CInputError);
+    EXPECT_THROW(publish(folder, newSet), Zorvan::CInputError);
     EXPECT_EQ(folder.Read("a"), "old a");
 }
 
@@ -114,7 +114,7 @@ TEST(FileLock, KeepsOthersOutUntilItsProcessIsGone)
 {
     const WorkFolder folder;
     const auto lockOrThrow = [&] {
-        return tools::CFileLock(folder / "file", [](const std::string& holder) { throw std::runtime_error(holder); });
+        return Zorvan::CFileLock(folder / "file", [](const std::string& holder) { throw std::runtime_error(holder); });
     };
     const auto holder = [&]() -> std::string {
         try {
@@ -125,7 +125,7 @@ TEST(FileLock, KeepsOthersOutUntilItsProcessIsGone)
     };
     {
         CChildProcess killed([&] {
-            const tools::CFileLock lock = lockOrThrow();
+            const Zorvan::CFileLock lock = lockOrThrow();
             return CChildProcess::Stop();
         });
         killed.WaitUntilStopped();
@@ -135,7 +135,7 @@ TEST(FileLock, KeepsOthersOutUntilItsProcessIsGone)
     EXPECT_EQ(holder(), "") << "a lock of the dead";
     EXPECT_TRUE(contentsOf(folder).empty()) << "it goes with the lock";
     std::filesystem::create_symlink(folder / "elsewhere", folder / "file.lock");
-    EXPECT_THROW(lockOrThrow(), tools::CInputError);
+    EXPECT_THROW(lockOrThrow(), Zorvan::CInputError);
     EXPECT_FALSE(std::filesystem::exists(folder / "elsewhere"));
 }
 
@@ -146,7 +146,7 @@ TEST(FileLock, LetsOneInAtATime)
     folder.Write("count", "0");
     const auto countUp = [&] {
         for (int i = 0; i < 200; ++i) {
-            const tools::CFileLock lock(folder / "count", [](const std::string&) {});
+            const Zorvan::CFileLock lock(folder / "count", [](const std::string&) {});
             folder.Write("count", std::to_string(std::stoi(folder.Read("count")) + 1));
         }
         return true;
@@ -167,11 +167,11 @@ TEST(OutputCheck, SeesTheSameFileThroughLinksAndBeforeItIsThere)
     std::filesystem::create_directory_symlink("d", folder / "e");
     for (const char* name :
          {"d/scan.ply", "link.ply", "hard.ply", "e/scan.ply", "e/../d/./scan.ply", "new/../d/scan.ply"})
-        EXPECT_TRUE(tools::IsSameFile(folder / name, folder / "d/scan.ply")) << name;
-    EXPECT_TRUE(tools::IsSameFile(folder / "d/new.ply", folder / "e/new.ply"));
-    EXPECT_FALSE(tools::IsSameFile(folder / "other.ply", folder / "d/scan.ply"));
-    EXPECT_FALSE(tools::IsSameFile(folder / "d/new.ply", folder / "new.ply"));
-    EXPECT_FALSE(tools::IsSameFile(folder / "d/new.ply", folder / "d/scan.ply"));
+        EXPECT_TRUE(Zorvan::IsSameFile(folder / name, folder / "d/scan.ply")) << name;
+    EXPECT_TRUE(Zorvan::IsSameFile(folder / "d/new.ply", folder / "e/new.ply"));
+    EXPECT_FALSE(Zorvan::IsSameFile(folder / "other.ply", folder / "d/scan.ply"));
+    EXPECT_FALSE(Zorvan::IsSameFile(folder / "d/new.ply", folder / "new.ply"));
+    EXPECT_FALSE(Zorvan::IsSameFile(folder / "d/new.ply", folder / "d/scan.ply"));
 }
 
 } // namespace

@@ -16,8 +16,8 @@
 namespace {
 
 using tools::CVirtualScanner;
-using tools::Vector3;
 using tools::VirtualScan;
+using Zorvan::Vector3;
 
 constexpr double dSpacing = 0.8;      // mm; enough for laws, and quick
 constexpr double dRingSpacing = 0.25; // along rings that are ten times as far apart

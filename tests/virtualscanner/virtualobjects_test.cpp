@@ -15,7 +15,7 @@ namespace {
 
 using tools::AVirtualObject;
 using tools::ObjectNames;
-using tools::Vector3;
+using Zorvan::Vector3;
 
 constexpr std::array<unsigned, 4> seeds{1, 8, 17, 22}; // gears that keep 1, 2, 17 and 6 motions
 
@@ -27,7 +27,7 @@ prereg::Vectors pointsNear(const AVirtualObject& object, std::size_t count, doub
     prereg::Vectors points;
     while (points.size() < count) {
         const double radius = std::cbrt(tools::Uniform(rng, 0, 1)) * traits.radius;
-        const Vector3 p = traits.middle + tools::RandomDirection(rng) * tools::ToFloat(radius);
+        const Vector3 p = traits.middle + tools::RandomDirection(rng) * Zorvan::ToFloat(radius);
         if (std::abs(object.Distance(p)) < within) points.push_back(p);
     }
     return points;

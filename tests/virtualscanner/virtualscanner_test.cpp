@@ -8,8 +8,8 @@
 namespace {
 
 using tools::CVirtualScanner;
-using tools::Vector3;
 using tools::VirtualScan;
+using Zorvan::Vector3;
 
 constexpr double dCoarse = 0.4; // pixels in mm; enough for laws, and quick
 

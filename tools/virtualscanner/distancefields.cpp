@@ -7,7 +7,10 @@ namespace tools {
 
 namespace {
 
-Vector3 divided(const Vector3& a, const Vector3& b) { return {a.x / b.x, a.y / b.y, a.z / b.z}; }
+Zorvan::Vector3 divided(const Zorvan::Vector3& a, const Zorvan::Vector3& b)
+{
+    return {a.x / b.x, a.y / b.y, a.z / b.z};
+}
 
 /// Of a point at (a, b) outside or inside of two perpendicular slabs: distance to where both hold.
 float cornerDistance(float a, float b)
@@ -34,36 +37,36 @@ float trapezoidDistance(float x, float y, const Trapezoid& t)
 
 } // namespace
 
-float EllipsoidDistance(const Vector3& p, const Vector3& halfAxes)
+float EllipsoidDistance(const Zorvan::Vector3& p, const Zorvan::Vector3& halfAxes)
 {
-    const Vector3 q = divided(p, halfAxes);
+    const Zorvan::Vector3 q = divided(p, halfAxes);
     const float gradient = divided(q, halfAxes).Length();
     const float k = q.Length();
     if (gradient <= 0.0F) return -std::min({halfAxes.x, halfAxes.y, halfAxes.z});
     return k * (k - 1.0F) / gradient;
 }
 
-float RoundedBoxDistance(const Vector3& p, const Vector3& half, float rounding)
+float RoundedBoxDistance(const Zorvan::Vector3& p, const Zorvan::Vector3& half, float rounding)
 {
-    const Vector3 q(std::abs(p.x) - half.x + rounding, std::abs(p.y) - half.y + rounding,
-                    std::abs(p.z) - half.z + rounding);
-    const float outside = Vector3(std::max(q.x, 0.0F), std::max(q.y, 0.0F), std::max(q.z, 0.0F)).Length();
+    const Zorvan::Vector3 q(std::abs(p.x) - half.x + rounding, std::abs(p.y) - half.y + rounding,
+                            std::abs(p.z) - half.z + rounding);
+    const float outside = Zorvan::Vector3(std::max(q.x, 0.0F), std::max(q.y, 0.0F), std::max(q.z, 0.0F)).Length();
     return outside + std::min(std::max({q.x, q.y, q.z}), 0.0F) - rounding;
 }
 
-float CylinderDistance(const Vector3& p, float radius, float halfHeight, float rounding)
+float CylinderDistance(const Zorvan::Vector3& p, float radius, float halfHeight, float rounding)
 {
     return cornerDistance(std::hypot(p.x, p.y) - radius + rounding, std::abs(p.z) - halfHeight + rounding) - rounding;
 }
 
-float PrismDistance(const Vector3& p, const Trapezoid& trapezoid, float halfLength)
+float PrismDistance(const Zorvan::Vector3& p, const Trapezoid& trapezoid, float halfLength)
 {
     return cornerDistance(trapezoidDistance(p.x, p.y, trapezoid), std::abs(p.z) - halfLength);
 }
 
-float SegmentDistance(const Vector3& p, const Vector3& a, const Vector3& b)
+float SegmentDistance(const Zorvan::Vector3& p, const Zorvan::Vector3& a, const Zorvan::Vector3& b)
 {
-    const Vector3 ab = b - a;
+    const Zorvan::Vector3 ab = b - a;
     const float t = std::clamp(kdtree::Dot(p - a, ab) / ab.LengthSq(), 0.0F, 1.0F);
     return (p - a - t * ab).Length();
 }

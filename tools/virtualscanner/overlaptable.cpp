@@ -15,7 +15,7 @@ using Tree = Zorvan::TKdTree<3, 48>;
 
 double shareNear(const prereg::Vectors& points, const prereg::CTrafo& toTree, const Tree& tree, double reach)
 {
-    const auto isNear = [&](const Vector3& p) {
+    const auto isNear = [&](const Zorvan::Vector3& p) {
         Zorvan::NearestQuery query{toTree * p, -1, static_cast<float>(reach * reach)};
         tree.FindNearest(query);
         return query.index >= 0;

@@ -15,7 +15,7 @@ int UniformInteger(std::mt19937& rng, int low, int high)
     return low + static_cast<int>(Uniform(rng, 0.0, high - low + 1.0));
 }
 
-Vector3 RandomDirection(std::mt19937& rng)
+Zorvan::Vector3 RandomDirection(std::mt19937& rng)
 {
     const double z = Uniform(rng, -1, 1);
     const double angle = Uniform(rng, -180, 180) * (3.14159265358979 / 180.0);

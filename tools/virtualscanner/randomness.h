@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/zorvan/vectors.h"
+#include "zorvan/scans/vectors.h"
 
 #include <random>
 
@@ -32,6 +32,6 @@ enum ERandomPurpose : unsigned
 [[nodiscard]] int UniformInteger(std::mt19937& rng, int low, int high);
 
 /// A unit vector, uniform over the sphere.
-[[nodiscard]] Vector3 RandomDirection(std::mt19937& rng);
+[[nodiscard]] Zorvan::Vector3 RandomDirection(std::mt19937& rng);
 
 } // namespace tools

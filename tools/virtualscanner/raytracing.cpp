@@ -16,17 +16,18 @@ constexpr float fStep = 4.0F;           // change of depth per pixel that counts
 constexpr float fAbove = 0.02F;         // mm; a ray back starts this far off the surface
 constexpr float fNothing = std::numeric_limits<float>::quiet_NaN();
 
-float depthOf(const AVirtualObject& object, const prereg::CTrafo& pose, const RayBundle& rays, const Vector3& pixel)
+float depthOf(const AVirtualObject& object, const prereg::CTrafo& pose, const RayBundle& rays,
+              const Zorvan::Vector3& pixel)
 {
-    const Vector3 direction = pose.Rotate({0, 0, -1});
-    const Vector3 start = pose * pixel;
+    const Zorvan::Vector3 direction = pose.Rotate({0, 0, -1});
+    const Zorvan::Vector3 start = pose * pixel;
     const float way = TraceRay(object, start, direction, rays.length);
     if (std::isnan(way) || std::abs(rays.height - way) > rays.deepest) return fNothing;
-    const Vector3 hit = start + direction * way;
-    const Vector3 normal = object.Normal(hit);
+    const Zorvan::Vector3 hit = start + direction * way;
+    const Zorvan::Vector3 normal = object.Normal(hit);
     if (!IsSeenUnder(normal, direction)) return fNothing;
     if (rays.towardCamera.LengthSq() > 0.0F) {
-        const Vector3 back = pose.Rotate(rays.towardCamera);
+        const Zorvan::Vector3 back = pose.Rotate(rays.towardCamera);
         if (!IsSeenUnder(normal, -back) || !std::isnan(TraceRay(object, hit + normal * fAbove, back, rays.length)))
             return fNothing;
     }
@@ -36,7 +37,8 @@ float depthOf(const AVirtualObject& object, const prereg::CTrafo& pose, const Ra
 } // namespace
 
 // In narrow fissures a field may be steeper than it says; a ray that got inside there is halved back to the surface.
-float TraceRay(const AVirtualObject& object, const Vector3& start, const Vector3& direction, float length)
+float TraceRay(const AVirtualObject& object, const Zorvan::Vector3& start, const Zorvan::Vector3& direction,
+               float length)
 {
     const float steepest = object.GetTraits().steepest;
     float outside = 0.0F;
@@ -54,7 +56,7 @@ float TraceRay(const AVirtualObject& object, const Vector3& start, const Vector3
     return fNothing;
 }
 
-bool IsSeenUnder(const Vector3& normal, const Vector3& direction)
+bool IsSeenUnder(const Zorvan::Vector3& normal, const Zorvan::Vector3& direction)
 {
     return kdtree::Dot(normal, direction) <= -fCosSteepest;
 }
@@ -95,7 +97,7 @@ DepthMap TraceDepth(const AVirtualObject& object, const prereg::CTrafo& pose, co
 {
     ForAllRows(map.size, threads, [&](std::size_t row) {
         for (std::size_t column = 0; column < map.size; ++column) {
-            const Vector3 pixel(map.Coordinate(column), map.Coordinate(row), rays.height);
+            const Zorvan::Vector3 pixel(map.Coordinate(column), map.Coordinate(row), rays.height);
             map.depth[row * map.size + column] = depthOf(object, pose, rays, pixel);
         }
     });

@@ -10,11 +10,11 @@ namespace tools {
 
 /// Way (mm) along a ray to the surface of an object; NaN when there is none within `length`. The ray starts outside.
 /// Sphere tracing. Source: J. C. Hart, The Visual Computer 12 (1996).
-[[nodiscard]] float TraceRay(const AVirtualObject& object, const Vector3& start, const Vector3& direction,
-                             float length);
+[[nodiscard]] float TraceRay(const AVirtualObject& object, const Zorvan::Vector3& start,
+                             const Zorvan::Vector3& direction, float length);
 
 /// Whether a surface with this normal is seen along `direction`: not when it lies steeper than 75 degrees to it.
-[[nodiscard]] bool IsSeenUnder(const Vector3& normal, const Vector3& direction);
+[[nodiscard]] bool IsSeenUnder(const Zorvan::Vector3& normal, const Zorvan::Vector3& direction);
 
 /// Calls work(row) for all rows; each thread takes every n-th.
 void ForAllRows(std::size_t rows, unsigned threads, const std::function<void(std::size_t)>& work);
@@ -38,10 +38,10 @@ struct DepthMap
 /// A bundle of parallel rays along -z, and a second way back that has to be free too.
 struct RayBundle
 {
-    float height = 0.0F;  ///< z at which the rays start
-    float length = 0.0F;  ///< how far they go
-    float deepest = 0.0F; ///< |z| of what is further from the plane z = 0 is not recorded
-    Vector3 towardCamera; ///< unit vector in the sensor's frame; zero: the camera looks along the rays
+    float height = 0.0F;          ///< z at which the rays start
+    float length = 0.0F;          ///< how far they go
+    float deepest = 0.0F;         ///< |z| of what is further from the plane z = 0 is not recorded
+    Zorvan::Vector3 towardCamera; ///< unit vector in the sensor's frame; zero: the camera looks along the rays
 };
 
 /// @param pose  sensor to object coordinates. The result does not depend on the number of threads.

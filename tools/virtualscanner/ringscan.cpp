@@ -27,7 +27,7 @@ struct Sweep
 /// The rings of a sensor stand at fixed elevations, so the sweep starts at a multiple of their step.
 Sweep sweepOver(const ObjectTraits& object, const prereg::CTrafo& pose, const Rings& rings, double spacing)
 {
-    const Vector3 middle = pose.GetInverse(true) * object.middle;
+    const Zorvan::Vector3 middle = pose.GetInverse(true) * object.middle;
     const double distance = middle.Length();
     const double radius = object.radius;
     const double step = spacing / distance;
@@ -55,32 +55,33 @@ prereg::Vectors scanRing(const AVirtualObject& object, const prereg::CTrafo& pos
     prereg::Vectors points;
     for (std::size_t i = 0; i < sweep.steps; ++i) {
         const double azimuth = sweep.first + offset + sweep.step * static_cast<double>(i);
-        const Vector3 ray(ToFloat(std::cos(elevation) * std::cos(azimuth)),
-                          ToFloat(std::cos(elevation) * std::sin(azimuth)), ToFloat(std::sin(elevation)));
-        const Vector3 direction = pose.Rotate(ray);
+        const Zorvan::Vector3 ray(Zorvan::ToFloat(std::cos(elevation) * std::cos(azimuth)),
+                                  Zorvan::ToFloat(std::cos(elevation) * std::sin(azimuth)),
+                                  Zorvan::ToFloat(std::sin(elevation)));
+        const Zorvan::Vector3 direction = pose.Rotate(ray);
         const float way =
-            TraceRay(object, pose.GetTranslation(), direction, ToFloat(sweep.distance + 2.0 * sweep.radius));
+            TraceRay(object, pose.GetTranslation(), direction, Zorvan::ToFloat(sweep.distance + 2.0 * sweep.radius));
         if (std::isnan(way)) continue;
         if (!IsSeenUnder(object.Normal(pose.GetTranslation() + direction * way), direction)) continue;
         const bool isMissing = Uniform(rng, 0, 1) < settings.dMissing;
         const bool isOutlier = Uniform(rng, 0, 1) < settings.dOutliers;
         const double range = isOutlier ? sweep.distance + sweep.radius * Uniform(rng, -1, 1)
                                        : static_cast<double>(way) + settings.dNoise * noise(rng);
-        if (!isMissing) points.push_back(ray * ToFloat(range));
+        if (!isMissing) points.push_back(ray * Zorvan::ToFloat(range));
     }
     return points;
 }
 
 } // namespace
 
-Scan ScanRings(const AVirtualObject& object, const prereg::CTrafo& pose, const Rings& rings,
-               const RingScanSettings& settings)
+Zorvan::Scan ScanRings(const AVirtualObject& object, const prereg::CTrafo& pose, const Rings& rings,
+                       const RingScanSettings& settings)
 {
     const Sweep sweep = sweepOver(object.GetTraits(), pose, rings, settings.dSpacing);
     std::vector<prereg::Vectors> points(sweep.rings);
     ForAllRows(sweep.rings, settings.uiNumThreads,
                [&](std::size_t ring) { points[ring] = scanRing(object, pose, sweep, ring, settings); });
-    Scan scan;
+    Zorvan::Scan scan;
     for (const prereg::Vectors& ring : points) scan.points.insert(scan.points.end(), ring.begin(), ring.end());
     return scan;
 }

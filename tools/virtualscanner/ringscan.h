@@ -3,7 +3,7 @@
 #include "sensoreffects.h"
 #include "virtualobject.h"
 
-#include "tools/zorvan/scan.h"
+#include "zorvan/scans/scan.h"
 
 #include <cstddef>
 
@@ -23,7 +23,7 @@ struct RingScanSettings
 /// What a spinning sensor sees: points ring by ring from below, in the order of the spin, without faces and normals.
 /// All lie on cones of equal elevation around z, with the sensor in the origin.
 /// @param pose  sensor to object coordinates, as of `PlacesAround`
-[[nodiscard]] Scan ScanRings(const AVirtualObject& object, const prereg::CTrafo& pose, const Rings& rings,
-                             const RingScanSettings& settings);
+[[nodiscard]] Zorvan::Scan ScanRings(const AVirtualObject& object, const prereg::CTrafo& pose, const Rings& rings,
+                                     const RingScanSettings& settings);
 
 } // namespace tools

@@ -51,15 +51,15 @@ prereg::CTrafo ObliqueRays::PickTurn(unsigned uiSeed) const
     return {turn, {}};
 }
 
-Vector3 Triangulation::TowardCamera() const
+Zorvan::Vector3 Triangulation::TowardCamera() const
 {
-    return {ToFloat(std::sin(dDegrees * dDegree)), 0.0F, ToFloat(std::cos(dDegrees * dDegree))};
+    return {Zorvan::ToFloat(std::sin(dDegrees * dDegree)), 0.0F, Zorvan::ToFloat(std::cos(dDegrees * dDegree))};
 }
 
 float Quantisation::Apply(float depth, double spacing) const
 {
     const double step = dStep * spacing;
-    return ToFloat(step * std::round(depth / step));
+    return Zorvan::ToFloat(step * std::round(depth / step));
 }
 
 CWarpField::CWarpField(const Warp& warp, double field, double spacing, unsigned uiSeed)
@@ -77,7 +77,7 @@ float CWarpField::At(float x, float y) const
 {
     double sum = 0.0;
     for (const Wave& wave : m_waves) sum += std::sin(wave.x * x + wave.y * y + wave.phase);
-    return ToFloat(m_amplitude * sum);
+    return Zorvan::ToFloat(m_amplitude * sum);
 }
 
 CDepthSpoiler::CDepthSpoiler(const SensorEffects& effects, double field, double spacing, unsigned uiSeed)
@@ -88,7 +88,8 @@ CDepthSpoiler::CDepthSpoiler(const SensorEffects& effects, double field, double 
 
 float CDepthSpoiler::Spoil(float x, float y, float depth, std::mt19937& rng) const
 {
-    if (m_outliers && Uniform(rng, 0, 1) < m_outliers->dShare) return ToFloat(Uniform(rng, -0.5, 0.5) * m_field);
+    if (m_outliers && Uniform(rng, 0, 1) < m_outliers->dShare)
+        return Zorvan::ToFloat(Uniform(rng, -0.5, 0.5) * m_field);
     if (m_warp) depth += m_warp->At(x, y);
     return m_quantisation ? m_quantisation->Apply(depth, m_spacing) : depth;
 }

@@ -26,7 +26,7 @@ struct Triangulation
 {
     double dDegrees = 25.0; ///< between ray and camera, in the plane y = 0
 
-    [[nodiscard]] Vector3 TowardCamera() const;
+    [[nodiscard]] Zorvan::Vector3 TowardCamera() const;
 };
 
 /// Depth comes in steps.

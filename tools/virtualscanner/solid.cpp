@@ -21,7 +21,7 @@ float smoothOrSharpMin(float a, float b, float blend) { return blend > 0.0F ? Sm
 
 } // namespace
 
-float Shape::Distance(const Vector3& p) const
+float Shape::Distance(const Zorvan::Vector3& p) const
 {
     switch (kind) {
     case EKind::Box:
@@ -38,7 +38,7 @@ float Shape::Distance(const Vector3& p) const
     return std::numeric_limits<float>::max();
 }
 
-Vector3 Shape::GetHalfBox() const
+Zorvan::Vector3 Shape::GetHalfBox() const
 {
     switch (kind) {
     case EKind::Capsule:
@@ -77,18 +77,19 @@ Shape Prism(double bottom, double top, double halfHeight, double halfLength)
     return {Shape::EKind::Prism, Point(bottom, halfHeight, halfLength), 0.0F, static_cast<float>(top)};
 }
 
-Vector3 Point(double x, double y, double z)
+Zorvan::Vector3 Point(double x, double y, double z)
 {
     return {static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)};
 }
 
-prereg::CTrafo At(const Vector3& place, const Vector3& turn) { return {turn, place}; }
+prereg::CTrafo At(const Zorvan::Vector3& place, const Zorvan::Vector3& turn) { return {turn, place}; }
 
-prereg::CTrafo Between(const Vector3& a, const Vector3& b)
+prereg::CTrafo Between(const Zorvan::Vector3& a, const Zorvan::Vector3& b)
 {
-    const Vector3 z = Normalized(b - a);
-    const Vector3 x = Normalized(kdtree::Cross(std::abs(z.z) < 0.9F ? Vector3(0, 0, 1) : Vector3(1, 0, 0), z));
-    const Vector3 y = kdtree::Cross(z, x);
+    const Zorvan::Vector3 z = Zorvan::Normalized(b - a);
+    const Zorvan::Vector3 x = Zorvan::Normalized(
+        kdtree::Cross(std::abs(z.z) < 0.9F ? Zorvan::Vector3(0, 0, 1) : Zorvan::Vector3(1, 0, 0), z));
+    const Zorvan::Vector3 y = kdtree::Cross(z, x);
     return {{x.x, y.x, z.x}, {x.y, y.y, z.y}, {x.z, y.z, z.z}, 0.5F * (a + b)};
 }
 
@@ -135,7 +136,7 @@ void CSolid::PutOnTable(double top)
          At(Point(m_traits.middle.x, m_traits.middle.y, top - 0.5 * dTableThickness)), 0.0);
 }
 
-float CSolid::Distance(const Vector3& p) const
+float CSolid::Distance(const Zorvan::Vector3& p) const
 {
     float distance = fEverywhere;
     for (const Step& step : m_steps) distance = apply(step, p, distance);
@@ -152,19 +153,19 @@ void CSolid::push(EOperation operation, const Shape& shape, const prereg::CTrafo
 
 void CSolid::growBox(const Shape& shape, const prereg::CTrafo& frame)
 {
-    const Vector3 half = shape.GetHalfBox();
+    const Zorvan::Vector3 half = shape.GetHalfBox();
     for (int corner = 0; corner < 8; ++corner) {
-        const Vector3 p = frame * Vector3(corner & 1 ? half.x : -half.x, corner & 2 ? half.y : -half.y,
-                                          corner & 4 ? half.z : -half.z);
+        const Zorvan::Vector3 p = frame * Zorvan::Vector3(corner & 1 ? half.x : -half.x, corner & 2 ? half.y : -half.y,
+                                                          corner & 4 ? half.z : -half.z);
         m_box = {kdtree::Min(m_box.low, p), kdtree::Max(m_box.high, p)};
     }
-    const Vector3 sides = m_box.high - m_box.low;
+    const Zorvan::Vector3 sides = m_box.high - m_box.low;
     m_traits.middle = 0.5F * (m_box.low + m_box.high);
     m_traits.radius = 0.5F * sides.Length();
     m_traits.dSize = std::max({sides.x, sides.y, sides.z});
 }
 
-float CSolid::apply(const Step& step, const Vector3& p, float distance)
+float CSolid::apply(const Step& step, const Zorvan::Vector3& p, float distance)
 {
     if (step.operation == EOperation::Hollow) return std::max(distance, -distance - step.shape.half.x);
     // Most shapes are too far away to change anything; that costs less to see than their distance.

@@ -21,13 +21,13 @@ struct Shape
         Prism      ///< along z (half.z): trapezoid of half width half.x at y = -half.y, `top` at y = half.y
     };
     EKind kind = EKind::Box;
-    Vector3 half;
+    Zorvan::Vector3 half;
     float rounding = 0.0F;
     float top = 0.0F;
 
-    [[nodiscard]] float Distance(const Vector3& p) const;
+    [[nodiscard]] float Distance(const Zorvan::Vector3& p) const;
     /// Half sides of a box around it, along its own axes.
-    [[nodiscard]] Vector3 GetHalfBox() const;
+    [[nodiscard]] Zorvan::Vector3 GetHalfBox() const;
 };
 
 [[nodiscard]] Shape Box(double halfX, double halfY, double halfZ, double rounding = 0.0);
@@ -37,11 +37,11 @@ struct Shape
 [[nodiscard]] Shape Prism(double bottom, double top, double halfHeight, double halfLength);
 
 /// A point, a direction or the half axes of a shape.
-[[nodiscard]] Vector3 Point(double x, double y, double z);
+[[nodiscard]] Zorvan::Vector3 Point(double x, double y, double z);
 /// Moves to `place` after a turn (radians) about x, y and then z.
-[[nodiscard]] prereg::CTrafo At(const Vector3& place, const Vector3& turn = {});
+[[nodiscard]] prereg::CTrafo At(const Zorvan::Vector3& place, const Zorvan::Vector3& turn = {});
 /// Frame in whose middle and along whose z the way from a to b lies.
-[[nodiscard]] prereg::CTrafo Between(const Vector3& a, const Vector3& b);
+[[nodiscard]] prereg::CTrafo Between(const Zorvan::Vector3& a, const Zorvan::Vector3& b);
 
 /// The n turns about z that carry a wheel of n equal sectors onto itself; `isFlat` adds those that turn it over about
 /// an axis in the plane z = 0, the first of them x.
@@ -65,7 +65,7 @@ public:
     void PutOnTable(double top);
     void SetSymmetries(std::vector<prereg::CTrafo> symmetries) { m_traits.symmetries = std::move(symmetries); }
 
-    [[nodiscard]] float Distance(const Vector3& p) const override;
+    [[nodiscard]] float Distance(const Zorvan::Vector3& p) const override;
     [[nodiscard]] const ObjectTraits& GetTraits() const override { return m_traits; }
     [[nodiscard]] const kdtree::Range<3>& GetBox() const { return m_box; }
 
@@ -89,7 +89,7 @@ private:
 
     void push(EOperation operation, const Shape& shape, const prereg::CTrafo& frame, double blend);
     void growBox(const Shape& shape, const prereg::CTrafo& frame);
-    [[nodiscard]] static float apply(const Step& step, const Vector3& p, float distance);
+    [[nodiscard]] static float apply(const Step& step, const Zorvan::Vector3& p, float distance);
 
     std::vector<Step> m_steps;
     kdtree::Range<3> m_box = kdtree::EmptyRange();

@@ -22,7 +22,7 @@ void drillHoles(CSolid& bracket, std::mt19937& rng, const Plate& base)
     const int blind = UniformInteger(rng, 0, 3);
     for (int i = 0; i < 4; ++i) {
         const double depth = i == blind ? Uniform(rng, 0.5, 1.2) * base.halfHeight : 3.0 * base.halfHeight;
-        const Vector3 place = Point((i & 1 ? x : -x) + 2.0, i & 2 ? y : -y, 2.0 * base.halfHeight);
+        const Zorvan::Vector3 place = Point((i & 1 ? x : -x) + 2.0, i & 2 ? y : -y, 2.0 * base.halfHeight);
         bracket.Cut(Cylinder(radius, depth), At(place));
     }
 }
@@ -30,7 +30,7 @@ void drillHoles(CSolid& bracket, std::mt19937& rng, const Plate& base)
 /// A round hole, and sometimes a slot beside it, through the wall that stands across x.
 void openWall(CSolid& bracket, std::mt19937& rng, const Plate& base, double wall, double height)
 {
-    const Vector3 across(0, 1.5707963F, 0);
+    const Zorvan::Vector3 across(0, 1.5707963F, 0);
     const double x = -base.halfLength + wall;
     const double y = Uniform(rng, -0.4, 0.4) * base.halfWidth;
     const double z = Uniform(rng, 0.45, 0.75) * height;
@@ -49,8 +49,8 @@ void addRibs(CSolid& bracket, std::mt19937& rng, const Plate& base, double wall,
         const double halfHeight = 0.5 * leg / 1.41421356;
         const double y = base.halfWidth * ((2.0 * i + 1.0) / count - 1.0 + Uniform(rng, -0.15, 0.15));
         // The corner of the triangle is its top: turned so that it points into the corner of the bracket.
-        const Vector3 corner = Point(-base.halfLength + 2.0 * wall, y, 2.0 * base.halfHeight);
-        const Vector3 middle = corner + Point(0.5 * halfHeight, 0, 0.5 * halfHeight) * 1.41421356F;
+        const Zorvan::Vector3 corner = Point(-base.halfLength + 2.0 * wall, y, 2.0 * base.halfHeight);
+        const Zorvan::Vector3 middle = corner + Point(0.5 * halfHeight, 0, 0.5 * halfHeight) * 1.41421356F;
         const prereg::CTrafo frame({0.70710678F, -0.70710678F, 0}, {0, 0, 1}, {-0.70710678F, -0.70710678F, 0}, middle);
         bracket.Add(Prism(2.0 * halfHeight, 0.0, halfHeight, Uniform(rng, 1.0, 2.0)), frame);
     }

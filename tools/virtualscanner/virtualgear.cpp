@@ -31,7 +31,7 @@ void addTeeth(CSolid& gear, const Wheel& wheel)
     for (int i = 0; i < wheel.teeth; ++i) {
         const double angle = dTurn * i / wheel.teeth;
         const double radius = wheel.PitchRadius() + wheel.module - halfHeight;
-        const Vector3 place = Point(radius * std::cos(angle), radius * std::sin(angle), 0);
+        const Zorvan::Vector3 place = Point(radius * std::cos(angle), radius * std::sin(angle), 0);
         gear.Add(tooth, At(place, Point(0, 0, angle - 0.25 * dTurn)));
     }
 }

@@ -56,8 +56,8 @@ void cutOpenings(CSolid& housing, std::mt19937& rng, const Case& box)
         const int side = UniformInteger(rng, 0, 4);
         const double along = Uniform(rng, -0.6, 0.6);
         const double z = Uniform(rng, 0.4, 0.65) * box.height;
-        Vector3 place = Point(along * box.halfLength, side == 0 ? -box.halfWidth : box.halfWidth, z);
-        Vector3 turn(1.5707963F, 0, 0);
+        Zorvan::Vector3 place = Point(along * box.halfLength, side == 0 ? -box.halfWidth : box.halfWidth, z);
+        Zorvan::Vector3 turn(1.5707963F, 0, 0);
         if (side == 2 || side == 3) {
             place = Point(side == 2 ? -box.halfLength : box.halfLength, along * box.halfWidth, z);
             turn = {0, 1.5707963F, 0};

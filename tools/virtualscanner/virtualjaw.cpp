@@ -42,7 +42,7 @@ constexpr std::array<Kind, 7> kinds{{{8.5, 5.0, 8.5, 3},
 constexpr std::size_t uiFirstPremolar = 3;
 constexpr std::size_t uiFirstMolar = 5;
 
-Vector3 vector(double x, double y, double z)
+Zorvan::Vector3 vector(double x, double y, double z)
 {
     return {static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)};
 }
@@ -98,11 +98,12 @@ CVirtualJaw::CVirtualJaw(unsigned uiSeed)
         before += kinds[kind].width;
     }
     for (std::size_t i = 0; i <= uiGumParts; ++i) {
-        const Vector3 place = OnArch(static_cast<double>(i) / uiGumParts).place;
+        const Zorvan::Vector3 place = OnArch(static_cast<double>(i) / uiGumParts).place;
         m_gum.push_back(place + vector(0, 0, fGumDepth + Uniform(rng, -0.7, 0.7)));
     }
     for (Wave& wave : m_waves) {
-        const Vector3 direction = Normalized(vector(Uniform(rng, -1, 1), Uniform(rng, -1, 1), Uniform(rng, -1, 1)));
+        const Zorvan::Vector3 direction =
+            Zorvan::Normalized(vector(Uniform(rng, -1, 1), Uniform(rng, -1, 1), Uniform(rng, -1, 1)));
         wave.direction = direction * static_cast<float>(2.0 * 3.14159265358979 / Uniform(rng, 2.2, 6.5));
         wave.phase = static_cast<float>(Uniform(rng, 0.0, 6.28));
     }
@@ -113,7 +114,8 @@ CVirtualJaw::Station CVirtualJaw::OnArch(double share)
     static const CArchLength archLength;
     const double x = archLength.XAt(share);
     const double slope = -2.0 * dLength * x / (dHalfWidth * dHalfWidth);
-    return {vector(x, CArchLength::ArchY(x), 0), Normalized(vector(1, slope, 0)), Normalized(vector(-slope, 1, 0))};
+    return {vector(x, CArchLength::ArchY(x), 0), Zorvan::Normalized(vector(1, slope, 0)),
+            Zorvan::Normalized(vector(-slope, 1, 0))};
 }
 
 CVirtualJaw::Tooth CVirtualJaw::makeTooth(std::mt19937& rng, std::size_t kind, double share)
@@ -123,9 +125,9 @@ CVirtualJaw::Tooth CVirtualJaw::makeTooth(std::mt19937& rng, std::size_t kind, d
     Tooth tooth;
     tooth.place = station.place + station.outward * static_cast<float>(Uniform(rng, -0.6, 0.6)) +
                   vector(0, 0, 0.35 * k.height + Uniform(rng, -0.4, 0.4));
-    const Vector3 up = Normalized(vector(Uniform(rng, -0.14, 0.14), Uniform(rng, -0.14, 0.14), 1));
-    const Vector3 turned = station.along + station.outward * static_cast<float>(Uniform(rng, -0.15, 0.15));
-    const Vector3 outward = Normalized(kdtree::Cross(up, turned));
+    const Zorvan::Vector3 up = Zorvan::Normalized(vector(Uniform(rng, -0.14, 0.14), Uniform(rng, -0.14, 0.14), 1));
+    const Zorvan::Vector3 turned = station.along + station.outward * static_cast<float>(Uniform(rng, -0.15, 0.15));
+    const Zorvan::Vector3 outward = Zorvan::Normalized(kdtree::Cross(up, turned));
     tooth.axes = {kdtree::Cross(outward, up), outward, up};
     tooth.halfBody =
         vector(around(rng, 0.47 * k.width, 0.06), around(rng, 0.5 * k.depth, 0.1), around(rng, 0.5 * k.height, 0.08));
@@ -139,7 +141,7 @@ CVirtualJaw::Tooth CVirtualJaw::makeTooth(std::mt19937& rng, std::size_t kind, d
 void CVirtualJaw::addCusps(std::mt19937& rng, std::size_t kind, Tooth& tooth)
 {
     const int count = kinds[kind].cusps;
-    const Vector3& half = tooth.halfBody;
+    const Zorvan::Vector3& half = tooth.halfBody;
     for (int i = 0; i < count; ++i) {
         // Front teeth carry theirs along the edge, the others around the middle of the chewing face.
         const double angle = 6.2831853 * (i + 0.25 * (count == 4 ? 2 : 1) * (count > 1 ? 1 : 0)) / count;
@@ -157,7 +159,7 @@ void CVirtualJaw::addCusps(std::mt19937& rng, std::size_t kind, Tooth& tooth)
 void CVirtualJaw::addFissures(std::mt19937& rng, std::size_t kind, Tooth& tooth)
 {
     if (kind < uiFirstPremolar) return;
-    const Vector3& half = tooth.halfBody;
+    const Zorvan::Vector3& half = tooth.halfBody;
     const auto depth = [&] { return half.z + Uniform(rng, 0.0, 0.3); };
     tooth.fissures.push_back({vector(0, half.y * Uniform(rng, -0.12, 0.12), depth()),
                               vector(0.75 * half.x, around(rng, 0.5, 0.2), around(rng, 1.5, 0.2))});
@@ -166,10 +168,11 @@ void CVirtualJaw::addFissures(std::mt19937& rng, std::size_t kind, Tooth& tooth)
                               vector(around(rng, 0.5, 0.2), 0.75 * half.y, around(rng, 1.3, 0.2))});
 }
 
-float CVirtualJaw::toothDistance(const Tooth& tooth, const Vector3& p)
+float CVirtualJaw::toothDistance(const Tooth& tooth, const Zorvan::Vector3& p)
 {
-    const Vector3 d = p - tooth.place;
-    const Vector3 local(kdtree::Dot(d, tooth.axes[0]), kdtree::Dot(d, tooth.axes[1]), kdtree::Dot(d, tooth.axes[2]));
+    const Zorvan::Vector3 d = p - tooth.place;
+    const Zorvan::Vector3 local(kdtree::Dot(d, tooth.axes[0]), kdtree::Dot(d, tooth.axes[1]),
+                                kdtree::Dot(d, tooth.axes[2]));
     float distance = RoundedBoxDistance(local, tooth.halfBody, tooth.rounding);
     for (const Lobe& cusp : tooth.cusps)
         distance = SmoothMin(distance, EllipsoidDistance(local - cusp.center, cusp.halfAxes), fCuspBlend);
@@ -178,7 +181,7 @@ float CVirtualJaw::toothDistance(const Tooth& tooth, const Vector3& p)
     return distance;
 }
 
-float CVirtualJaw::gumDistance(const Vector3& p) const
+float CVirtualJaw::gumDistance(const Zorvan::Vector3& p) const
 {
     float distance = std::numeric_limits<float>::max();
     for (std::size_t i = 1; i < m_gum.size(); ++i)
@@ -186,14 +189,14 @@ float CVirtualJaw::gumDistance(const Vector3& p) const
     return distance - fGumRadius;
 }
 
-float CVirtualJaw::bumps(const Vector3& p) const
+float CVirtualJaw::bumps(const Zorvan::Vector3& p) const
 {
     float sum = 0.0F;
     for (const Wave& wave : m_waves) sum += std::sin(kdtree::Dot(wave.direction, p) + wave.phase);
     return fBumpHeight * sum;
 }
 
-float CVirtualJaw::Distance(const Vector3& p) const
+float CVirtualJaw::Distance(const Zorvan::Vector3& p) const
 {
     constexpr float fHighest = fBumpHeight * static_cast<float>(std::tuple_size_v<decltype(m_waves)>);
     float distance = gumDistance(p);

@@ -22,15 +22,15 @@ public:
 
     explicit CVirtualJaw(unsigned uiSeed);
 
-    [[nodiscard]] float Distance(const Vector3& p) const override;
+    [[nodiscard]] float Distance(const Zorvan::Vector3& p) const override;
     [[nodiscard]] const ObjectTraits& GetTraits() const override { return m_traits; }
 
     /// A place on the arch with its directions, unit vectors in the plane of the arch.
     struct Station
     {
-        Vector3 place;
-        Vector3 along;   ///< to the next tooth
-        Vector3 outward; ///< to lips and cheeks
+        Zorvan::Vector3 place;
+        Zorvan::Vector3 along;   ///< to the next tooth
+        Zorvan::Vector3 outward; ///< to lips and cheeks
     };
     /// @param share  0 at the left end of the arch, 0.5 at its front, 1 at the right end
     [[nodiscard]] static Station OnArch(double share);
@@ -39,15 +39,15 @@ private:
     /// An ellipsoid in the frame of a tooth.
     struct Lobe
     {
-        Vector3 center;
-        Vector3 halfAxes;
+        Zorvan::Vector3 center;
+        Zorvan::Vector3 halfAxes;
     };
 
     struct Tooth
     {
-        Vector3 place;
-        std::array<Vector3, 3> axes; ///< along the arch, outward, up to the cusps
-        Vector3 halfBody;            ///< half size of the rounded box
+        Zorvan::Vector3 place;
+        std::array<Zorvan::Vector3, 3> axes; ///< along the arch, outward, up to the cusps
+        Zorvan::Vector3 halfBody;            ///< half size of the rounded box
         float rounding = 0.0F;
         std::vector<Lobe> cusps;
         std::vector<Lobe> fissures; ///< taken away
@@ -56,20 +56,20 @@ private:
 
     struct Wave
     {
-        Vector3 direction; ///< radians per millimetre
+        Zorvan::Vector3 direction; ///< radians per millimetre
         float phase = 0.0F;
     };
 
     static Tooth makeTooth(std::mt19937& rng, std::size_t kind, double share);
     static void addCusps(std::mt19937& rng, std::size_t kind, Tooth& tooth);
     static void addFissures(std::mt19937& rng, std::size_t kind, Tooth& tooth);
-    [[nodiscard]] static float toothDistance(const Tooth& tooth, const Vector3& p);
-    [[nodiscard]] float gumDistance(const Vector3& p) const;
-    [[nodiscard]] float bumps(const Vector3& p) const;
+    [[nodiscard]] static float toothDistance(const Tooth& tooth, const Zorvan::Vector3& p);
+    [[nodiscard]] float gumDistance(const Zorvan::Vector3& p) const;
+    [[nodiscard]] float bumps(const Zorvan::Vector3& p) const;
 
     ObjectTraits m_traits;
     std::vector<Tooth> m_teeth;
-    std::vector<Vector3> m_gum; ///< the middle line of the gum, left to right
+    std::vector<Zorvan::Vector3> m_gum; ///< the middle line of the gum, left to right
     std::array<Wave, 6> m_waves;
 };
 

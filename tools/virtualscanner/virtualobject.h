@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tools/zorvan/vectors.h"
 #include "zorvan/core/ctrafo.h"
+#include "zorvan/scans/vectors.h"
 
 #include <vector>
 
@@ -10,7 +10,7 @@ namespace tools {
 /// What a sensor has to know of an object before it looks. Lengths in mm, in the object's coordinates.
 struct ObjectTraits
 {
-    Vector3 middle;
+    Zorvan::Vector3 middle;
     float radius = 0.0F;    ///< a ball of this radius around `middle` holds all that is to be seen
     double dSize = 0.0;     ///< longest side of the box around the object
     float steepest = 1.0F;  ///< outside, the field is at most this times the distance
@@ -26,11 +26,11 @@ class AVirtualObject
 public:
     virtual ~AVirtualObject() = default;
 
-    [[nodiscard]] virtual float Distance(const Vector3& p) const = 0;
+    [[nodiscard]] virtual float Distance(const Zorvan::Vector3& p) const = 0;
     [[nodiscard]] virtual const ObjectTraits& GetTraits() const = 0;
 
     /// Unit normal of the surface of equal distance through p, outward.
-    [[nodiscard]] Vector3 Normal(const Vector3& p) const;
+    [[nodiscard]] Zorvan::Vector3 Normal(const Zorvan::Vector3& p) const;
 
 protected:
     AVirtualObject() = default;

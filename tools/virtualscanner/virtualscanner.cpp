@@ -4,8 +4,8 @@
 #include "ringscan.h"
 #include "virtualjaw.h"
 
-#include "tools/zorvan/normals.h"
-#include "tools/zorvan/rangegrid.h"
+#include "zorvan/scans/normals.h"
+#include "zorvan/scans/rangegrid.h"
 
 #include <algorithm>
 #include <cmath>
@@ -32,7 +32,7 @@ double seenRadius(const ObjectTraits& object)
 
 RayBundle raysAround(const ObjectTraits& object)
 {
-    const float deepest = ToFloat(seenRadius(object));
+    const float deepest = Zorvan::ToFloat(seenRadius(object));
     const float height = object.isOnTable ? fOverTable * object.radius : deepest;
     return {height, height + deepest, deepest, {}};
 }
@@ -119,7 +119,7 @@ std::vector<bool> CVirtualScanner::findHoles(unsigned view, const DepthMap& map)
     return isHole;
 }
 
-Scan CVirtualScanner::renderRings(unsigned view) const
+Zorvan::Scan CVirtualScanner::renderRings(unsigned view) const
 {
     return ScanRings(*m_object, m_poses[view], *m_effects.rings,
                      {.uiSeed = m_settings.uiSeed,
@@ -131,12 +131,12 @@ Scan CVirtualScanner::renderRings(unsigned view) const
                       .uiNumThreads = m_settings.uiNumThreads});
 }
 
-Scan CVirtualScanner::assemble(unsigned view, const DepthMap& map) const
+Zorvan::Scan CVirtualScanner::assemble(unsigned view, const DepthMap& map) const
 {
-    Scan scan;
+    Zorvan::Scan scan;
     const std::vector<bool> isHole = findHoles(view, map);
     const CDepthSpoiler spoiler(m_effects, m_settings.dFieldOfView, map.spacing, m_settings.uiSeed);
-    RangeGrid grid{map.size, map.size, std::vector<std::int32_t>(map.depth.size(), -1)};
+    Zorvan::RangeGrid grid{map.size, map.size, std::vector<std::int32_t>(map.depth.size(), -1)};
     for (std::size_t row = 0; row < map.size; ++row) {
         std::mt19937 rng = EngineFor(m_settings.uiSeed, Noise, view, static_cast<unsigned>(row));
         std::mt19937 lots = EngineFor(m_settings.uiSeed, Missing, view, static_cast<unsigned>(row));
@@ -152,26 +152,26 @@ Scan CVirtualScanner::assemble(unsigned view, const DepthMap& map) const
             scan.points.emplace_back(x, y, spoiler.Spoil(x, y, depth, lots));
         }
     }
-    scan.faces = FacesFromRangeGrid(scan.points, grid);
+    scan.faces = Zorvan::FacesFromRangeGrid(scan.points, grid);
     if (m_effects.oblique) turnFromRays(scan);
-    scan.normals = NormalsFromFaces(scan, std::nullopt);
+    scan.normals = Zorvan::NormalsFromFaces(scan, std::nullopt);
     return scan;
 }
 
-void CVirtualScanner::turnFromRays(Scan& scan) const
+void CVirtualScanner::turnFromRays(Zorvan::Scan& scan) const
 {
     const prereg::CTrafo turn = m_effects.oblique->PickTurn(m_settings.uiSeed);
-    for (Vector3& point : scan.points) point = turn * point;
+    for (Zorvan::Vector3& point : scan.points) point = turn * point;
 }
 
-std::vector<prereg::CTrafo> DisturbPoses(const std::vector<prereg::CTrafo>& poses, const Vector3& middle,
+std::vector<prereg::CTrafo> DisturbPoses(const std::vector<prereg::CTrafo>& poses, const Zorvan::Vector3& middle,
                                          double dDegrees, double dMm, unsigned uiSeed)
 {
     std::vector<prereg::CTrafo> disturbed = poses;
     for (unsigned i = 1; i < poses.size(); ++i) {
         std::mt19937 rng = EngineFor(uiSeed, Disturbance, i);
-        const Vector3 axis = RandomDirection(rng);
-        const Vector3 shift = RandomDirection(rng) * static_cast<float>(dMm);
+        const Zorvan::Vector3 axis = RandomDirection(rng);
+        const Zorvan::Vector3 shift = RandomDirection(rng) * static_cast<float>(dMm);
         const double half = 0.5 * dDegrees * dDegree;
         const prereg::Quaternion q(std::cos(half), std::sin(half) * axis.x, std::sin(half) * axis.y,
                                    std::sin(half) * axis.z);

@@ -5,8 +5,8 @@
 #include "viewpoints.h"
 #include "virtualobject.h"
 
-#include "tools/zorvan/scan.h"
 #include "zorvan/core/ctrafo.h"
+#include "zorvan/scans/scan.h"
 
 #include <cstddef>
 #include <memory>
@@ -28,7 +28,7 @@ struct VirtualScannerSettings
 /// normals from the faces, faces between neighbouring pixels. Rings have points only, and z is the axis of the spin.
 struct VirtualScan
 {
-    Scan scan;
+    Zorvan::Scan scan;
     prereg::CTrafo pose; ///< scan to object coordinates, the truth
 };
 
@@ -66,9 +66,9 @@ public:
 private:
     [[nodiscard]] DepthMap traceAll(unsigned view, double spacing) const;
     [[nodiscard]] std::vector<bool> findHoles(unsigned view, const DepthMap& map) const;
-    [[nodiscard]] Scan renderRings(unsigned view) const;
-    [[nodiscard]] Scan assemble(unsigned view, const DepthMap& map) const;
-    void turnFromRays(Scan& scan) const;
+    [[nodiscard]] Zorvan::Scan renderRings(unsigned view) const;
+    [[nodiscard]] Zorvan::Scan assemble(unsigned view, const DepthMap& map) const;
+    void turnFromRays(Zorvan::Scan& scan) const;
 
     VirtualScannerSettings m_settings;
     SensorEffects m_effects;
@@ -80,7 +80,8 @@ private:
 /// The same poses, each turned by `dDegrees` about a random axis through `middle` and shifted by `dMm` in a random
 /// direction; the first one, which gives the others their frame, stays.
 /// @param middle  in the frame that the poses lead to
-[[nodiscard]] std::vector<prereg::CTrafo> DisturbPoses(const std::vector<prereg::CTrafo>& poses, const Vector3& middle,
-                                                       double dDegrees, double dMm, unsigned uiSeed);
+[[nodiscard]] std::vector<prereg::CTrafo> DisturbPoses(const std::vector<prereg::CTrafo>& poses,
+                                                       const Zorvan::Vector3& middle, double dDegrees, double dMm,
+                                                       unsigned uiSeed);
 
 } // namespace tools

@@ -1,33 +1,27 @@
-#include "atomicfile.h"
-#include "autosettings.h"
 #include "commands.h"
 #include "gpu.h"
-#include "inputerror.h"
+#include "interruption.h"
 #include "options.h"
-#include "outputcheck.h"
-#include "pairsearch.h"
-#include "posesfile.h"
 #include "progress.h"
-#include "scanreader.h"
-#include "settingsfile.h"
-#include "showntext.h"
-#include "textnumber.h"
 
-#include "zorvan/core/cpointset.h"
+#include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/outputcheck.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/scans/showntext.h"
+#include "zorvan/scans/textnumber.h"
+#include "zorvan/workflow/align.h"
 
 #include <cmath>
 #include <filesystem>
 #include <iostream>
-#include <limits>
 #include <memory>
-#include <random>
 #include <string>
 
 namespace tools {
 
 namespace {
-
-constexpr unsigned uiSeed = 47110815; // the same scans always give the same pose
 
 struct AlignOptions
 {
@@ -47,111 +41,68 @@ std::string nameOf(const std::string& file) { return std::filesystem::path(file)
 void checkCall(const AlignOptions& options)
 {
     if (nameOf(options.fix) == nameOf(options.flt))
-        throw CInputError("both scans are named " + nameOf(options.fix) +
-                          ", and poses are matched by file name; rename one of them");
+        throw Zorvan::CInputError("both scans are named " + nameOf(options.fix) +
+                                  ", and poses are matched by file name; rename one of them");
     if (options.output.empty()) return;
-    RequireApart(options.output, {options.fix, options.flt, options.initial, options.settings.file});
-    RequireWritable(options.output);
+    Zorvan::RequireApart(options.output, {options.fix, options.flt, options.initial, options.settings.file});
+    Zorvan::RequireWritable(options.output);
 }
 
 /// The start pose of the floating scan in the frame of the fixed one, in mm.
 prereg::CTrafo readStartPose(const AlignOptions& options)
 {
-    const PosesFile poses = ReadPoses(options.initial, options.files.dMmPerUnit);
+    const Zorvan::PosesFile poses = Zorvan::ReadPoses(options.initial, options.files.dMmPerUnit);
     const auto [flt, fltCluster] = poses.Find(options.flt);
     const auto [fix, fixCluster] = poses.Find(options.fix);
     if (flt == nullptr || !flt->pose)
-        throw CInputError(options.initial, "has no pose of " + nameOf(options.flt), "add one under this file name");
+        throw Zorvan::CInputError(options.initial, "has no pose of " + nameOf(options.flt),
+                                  "add one under this file name");
     if (fix == nullptr) return flt->pose;
     if (!fix->pose)
-        throw CInputError(options.initial, "has no pose of " + nameOf(options.fix), "add one, or leave the scan out");
+        throw Zorvan::CInputError(options.initial, "has no pose of " + nameOf(options.fix),
+                                  "add one, or leave the scan out");
     if (fixCluster != fltCluster)
-        throw CInputError(options.initial, "has the two scans in different clusters", "put them into one frame");
+        throw Zorvan::CInputError(options.initial, "has the two scans in different clusters",
+                                  "put them into one frame");
     return fix->pose.GetInverse(true) * flt->pose;
-}
-
-prereg::CPointSet toPointSet(const SurfelScan& scan)
-{
-    return {scan.points.data(), scan.normals.data(), scan.points.size()};
 }
 
 std::string length(double mm, const AlignOptions& options)
 {
-    return ToText(mm / options.files.dMmPerUnit) + " " + UnitName(options.files.dMmPerUnit);
+    return Zorvan::ToText(mm / options.files.dMmPerUnit) + " " + Zorvan::UnitName(options.files.dMmPerUnit);
 }
 
-/// A pair of scans, ready, with the settings that suit them.
+/// Both scans, ready.
 struct Pair
 {
-    SurfelScan fix;
-    SurfelScan flt;
-    prereg::ConfigurationFPFH config;
-    std::string words; ///< about the settings
+    Zorvan::SurfelScan fix;
+    Zorvan::SurfelScan flt;
 };
 
-Pair load(const AlignOptions& options)
+Pair read(const AlignOptions& options, const Zorvan::Hooks& hooks)
 {
-    const bson::object set = options.settings.Read(options.general.isQuiet);
-    CProgress progress("reading", 2, options.general.isQuiet);
-    const ScanOptions scanOptions = options.files.ToScanOptions();
-    Pair pair{LoadScan(options.fix, scanOptions), {}, {}, {}};
-    progress.Step();
-    pair.flt = LoadScan(options.flt, scanOptions);
-    progress.Finish();
-    const AutoSettings chosen = ChooseSettings(toPointSet(pair.fix), options.files.ToGrid());
-    pair.config = WithSettings(AllSettingsForGrid(chosen.dGrid), set);
-
-    const bool hasStart = !options.initial.empty();
-    const prereg::ConfigurationICP judge = hasStart ? pair.config.icpConfig : SettingsForRefinement(pair.config);
-    pair.words = "grid " + length(chosen.dGrid, options) + ": " + chosen.reason + "; RMSE accepted up to " +
-                 length(judge.dMaxRMSE, options);
+    const Zorvan::ScanOptions scanOptions = options.files.ToScanOptions();
+    hooks.Start("reading", 2);
+    Pair pair{Zorvan::ReadScan(options.fix, scanOptions), {}};
+    hooks.Advance();
+    pair.flt = Zorvan::ReadScan(options.flt, scanOptions);
+    hooks.Finish();
     return pair;
 }
 
-/// From the start pose that the user gives.
-PairSearchResult refineFrom(const prereg::CTrafo& start, const Pair& pair)
+prereg::AlignResult run(const AlignOptions& options, const Pair& pair, const prereg::CTrafo& start,
+                        const bson::object& settings, CProgress& progress)
 {
-    const prereg::CPointSet fix = toPointSet(pair.fix);
-    std::mt19937 rng(uiSeed);
-    PairSearchResult result;
-    result.candidates.push_back(
-        {{}, fix.ComputeICPRegistration(pair.config.icpConfig, rng, toPointSet(pair.flt), start, nullptr, false)});
-    return result;
-}
-
-PairSearchResult search(const AlignOptions& options, const Pair& pair)
-{
-    return SearchPair(pair.fix, pair.flt, pair.config,
-                      {options.files.dMmPerUnit, options.general.uiNumThreads,
-                       options.gpu.MakeContext(options.general.isQuiet), options.isAll, options.general.isQuiet});
-}
-
-// What a run that ended early did not reach is marked by -1; here it becomes NaN, and null in the file.
-RegistrationSummary summarize(const prereg::ICPResult& result)
-{
-    const auto known = [](float value) { return value < 0.0F ? std::numeric_limits<double>::quiet_NaN() : value; };
-    const double slip = result.vStop_StdDev.x < 0.0F ? std::numeric_limits<double>::quiet_NaN() : result.GetStdDev();
-    return {result.eICPResult, result.ToString(true), result.GetError(), known(result.GetOverlapRatio()), slip};
-}
-
-PosesFile toPoses(const AlignOptions& options, const PairSearchResult& found)
-{
-    const auto entry = [](const std::string& file) {
-        return ScanPose{nameOf(file), std::filesystem::path(file).stem().string(), {}, {}};
-    };
-    const auto withResult = [&](const prereg::ICPResult& result) {
-        ScanPose flt = entry(options.flt);
-        flt.pose = result.GetTrafo();
-        flt.result = summarize(result);
-        return flt;
-    };
-    const ScanPose fix = entry(options.fix);
-    ScanPose flt = withResult(found.Best());
-    if (!found.Best()) flt.pose = prereg::CTrafo::Invalid();
-    PosesFile poses{options.files.dMmPerUnit, {{fix.id, true, {fix, flt}}}};
-    if (!options.isAll) return poses;
-    for (const PairCandidate& candidate : found.candidates) poses.candidates.push_back(withResult(candidate.refined));
-    return poses;
+    prereg::AlignOptions how;
+    how.start = start;
+    how.dGrid = options.files.ToGrid();
+    how.settings = settings;
+    how.isAll = options.isAll;
+    how.uiNumTasks = options.general.uiNumThreads;
+    if (!start) how.gpu = options.gpu.MakeContext(options.general.isQuiet);
+    how.dMmPerUnit = options.files.dMmPerUnit;
+    const CInterruption interruption;
+    return prereg::Align(pair.fix, pair.flt, how, progress.Hooks(interruption));
 }
 
 void printPose(const prereg::CTrafo& pose, double mmPerUnit)
@@ -159,7 +110,7 @@ void printPose(const prereg::CTrafo& pose, double mmPerUnit)
     for (unsigned row = 0; row < 4; ++row) {
         for (unsigned column = 0; column < 4; ++column) {
             const double unit = column == 3 && row < 3 ? mmPerUnit : 1.0;
-            std::cout << (column > 0 ? " " : "") << ToText(static_cast<double>(pose(row, column)) / unit, 9);
+            std::cout << (column > 0 ? " " : "") << Zorvan::ToText(static_cast<double>(pose(row, column)) / unit, 9);
         }
         std::cout << '\n';
     }
@@ -168,12 +119,12 @@ void printPose(const prereg::CTrafo& pose, double mmPerUnit)
 // The library's text of a success only says the RMSE again, and in millimetres.
 void printVerdict(const AlignOptions& options, const prereg::ICPResult& result)
 {
-    const RegistrationSummary summary = summarize(result);
-    std::cout << ToShown(nameOf(options.flt)) << (result ? " is aligned to " : " is NOT aligned to ")
-              << ToShown(nameOf(options.fix));
+    const Zorvan::RegistrationSummary summary = prereg::Summarize(result);
+    std::cout << Zorvan::ToShown(nameOf(options.flt)) << (result ? " is aligned to " : " is NOT aligned to ")
+              << Zorvan::ToShown(nameOf(options.fix));
     if (!result) std::cout << ", " << summary.text;
     if (std::isfinite(summary.dRmse)) std::cout << ", RMSE " << length(summary.dRmse, options);
-    if (std::isfinite(summary.dOverlap)) std::cout << ", overlap " << ToText(summary.dOverlap, 3);
+    if (std::isfinite(summary.dOverlap)) std::cout << ", overlap " << Zorvan::ToText(summary.dOverlap, 3);
     if (std::isfinite(summary.dSlip)) std::cout << ", slip " << length(summary.dSlip, options);
     std::cout << '\n';
 }
@@ -186,12 +137,18 @@ int align(AlignOptions options)
     options.general.Apply();
     checkCall(options);
     const prereg::CTrafo start = hasStart ? readStartPose(options) : prereg::CTrafo::Invalid();
-    const Pair pair = load(options);
-    const PairSearchResult found = hasStart ? refineFrom(start, pair) : search(options, pair);
+    const bson::object settings = options.settings.Read(options.general.isQuiet);
+    CProgress progress(options.general.isQuiet);
+    const Pair pair = read(options, progress.Hooks());
+    const prereg::AlignResult found = run(options, pair, start, settings, progress);
     const prereg::ICPResult result = found.Best();
-    for (const std::string& words : {pair.fix.Warning(), pair.flt.Warning(), pair.words, found.words, found.times})
+    const std::string stopped = found.isStopped ? "stopped; this is what was found so far: " : "";
+    for (const std::string& words :
+         {pair.fix.Warning(), pair.flt.Warning(), found.settingsWords, stopped + found.searchWords, found.times})
         Tell(words, options.general.isQuiet);
-    if (!options.output.empty()) WritePoses(options.output, toPoses(options, found));
+    if (!options.output.empty())
+        Zorvan::WritePoses(options.output,
+                           prereg::ToPoses(found, pair.fix, pair.flt, options.files.dMmPerUnit, options.isAll));
     printVerdict(options, result);
     if (result && options.output.empty()) printPose(result.GetTrafo(), options.files.dMmPerUnit);
     return result ? Done : NotEveryScan;

@@ -1,14 +1,14 @@
-#include "atomicfile.h"
 #include "commands.h"
-#include "filebytes.h"
-#include "inputerror.h"
-#include "objtext.h"
 #include "options.h"
 #include "picture.h"
-#include "showntext.h"
-#include "stagingfolder.h"
 
 #include "zorvan/exchange/cobjwriter.h"
+#include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/filebytes.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/objtext.h"
+#include "zorvan/scans/showntext.h"
+#include "zorvan/scans/stagingfolder.h"
 
 #include <algorithm>
 #include <cmath>
@@ -63,14 +63,14 @@ std::set<unsigned int> usedMaterials(const COBJParser& parser)
 
 void requireConvertible(const COBJParser& parser, const std::filesystem::path& file)
 {
-    if (parser.GetFaces().empty()) throw CInputError(file, "holds no face", "give a mesh");
+    if (parser.GetFaces().empty()) throw Zorvan::CInputError(file, "holds no face", "give a mesh");
     const bool isFinite = std::ranges::all_of(parser.GetVertices(), [](const COBJParser::Vector& v) {
         return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
     });
-    if (!isFinite) throw CInputError(file, "holds coordinates that are not finite", "mend the mesh");
+    if (!isFinite) throw Zorvan::CInputError(file, "holds coordinates that are not finite", "mend the mesh");
     if (usedMaterials(parser).size() > uiMostMaterials)
-        throw CInputError(file, "uses more than " + std::to_string(uiMostMaterials) + " materials",
-                          "join some: each becomes files of its own");
+        throw Zorvan::CInputError(file, "uses more than " + std::to_string(uiMostMaterials) + " materials",
+                                  "join some: each becomes files of its own");
 }
 
 /// What the texture of a material shows; nothing, with a word, when it cannot be read.
@@ -79,7 +79,7 @@ std::optional<Atlas> readTexture(const std::string& map)
     if (map.empty()) return std::nullopt;
     try {
         return ToImage(ReadPng(map));
-    } catch (const CInputError& error) {
+    } catch (const Zorvan::CInputError& error) {
         Tell(std::string(error.what()) + "; its faces get the colour of their material instead", false);
         return std::nullopt;
     }
@@ -137,7 +137,7 @@ public:
             unused.name = "not_" + used.name;
         }
         write(writer, baseName);
-        m_words += ToShown((m_options.folder / (baseName + ".obj")).string()) + ": vertices " +
+        m_words += Zorvan::ToShown((m_options.folder / (baseName + ".obj")).string()) + ": vertices " +
                    std::to_string(mesh.GetNumVertices()) + ", faces " + std::to_string(mesh.GetNumFaces()) +
                    (texture ? ", with a texture\n" : ", of one colour\n");
     }
@@ -146,13 +146,13 @@ private:
     void write(COBJWriter& writer, const std::string& baseName) const
     {
         if (!writer.Write())
-            throw CInputError(m_options.folder / (baseName + ".obj"), "cannot be written",
-                              "check the folder and the disk");
+            throw Zorvan::CInputError(m_options.folder / (baseName + ".obj"), "cannot be written",
+                                      "check the folder and the disk");
     }
 
     const ConvertOptions& m_options;
     const COBJParser& m_parser;
-    CStagingFolder m_staging;
+    Zorvan::CStagingFolder m_staging;
     std::string m_words;
     bool m_isComplete = true;
 };
@@ -181,18 +181,18 @@ bool convertParts(const ConvertOptions& options, const COBJParser& parser)
 int convert(const ConvertOptions& options)
 {
     options.general.Apply();
-    const std::string bytes = ReadFileBytes(options.file);
-    CObjText text(bytes, CObjText::EMaterials::Read);
+    const std::string bytes = Zorvan::ReadFileBytes(options.file);
+    Zorvan::CObjText text(bytes, Zorvan::CObjText::EMaterials::Read);
     COBJParser parser(text);
     const auto folder = options.file.has_parent_path() ? options.file.parent_path() : std::filesystem::path(".");
     parser.SetBaseDir(folder.string());
     text.Parse(parser, options.file);
     requireConvertible(parser, options.file);
 
-    MakeFolder(options.folder);
+    Zorvan::MakeFolder(options.folder);
     if (std::filesystem::equivalent(folder, options.folder))
-        throw CInputError(options.folder, "the input is there",
-                          "give another folder, so that nothing of it is replaced");
+        throw Zorvan::CInputError(options.folder, "the input is there",
+                                  "give another folder, so that nothing of it is replaced");
     return convertParts(options, parser) ? Done : NotEveryScan;
 }
 

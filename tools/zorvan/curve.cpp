@@ -1,14 +1,14 @@
-#include "atomicfile.h"
 #include "commands.h"
-#include "filebytes.h"
-#include "inputerror.h"
 #include "options.h"
-#include "outputcheck.h"
 #include "picture.h"
-#include "showntext.h"
-#include "textnumber.h"
 
 #include "zorvan/colour/rgbtransfercurveparser.h"
+#include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/filebytes.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/outputcheck.h"
+#include "zorvan/scans/showntext.h"
+#include "zorvan/scans/textnumber.h"
 
 #include <array>
 #include <filesystem>
@@ -34,8 +34,8 @@ struct CurveOptions
 
 void checkCall(const CurveOptions& options)
 {
-    RequireApart(options.output, {options.input, options.curves});
-    RequireWritable(options.output);
+    Zorvan::RequireApart(options.output, {options.input, options.curves});
+    Zorvan::RequireWritable(options.output);
 }
 
 /// The curves of a file, those that it leaves out as they are.
@@ -48,14 +48,14 @@ struct Curves
 
 Curves readCurves(const std::filesystem::path& file)
 {
-    (void)ReadFileBytes(file); // says why a file cannot be read
+    (void)Zorvan::ReadFileBytes(file); // says why a file cannot be read
     Zorvan::RGBTransferCurveParser parser(file.string());
     try {
         parser.Parse();
     } catch (const AStreamParser::CParseError& error) {
-        throw CInputError(file,
-                          "line " + std::to_string(error.GetLine()) + ": " + AStreamParser::Convert(error.GetMessage()),
-                          "correct the text; zorvan curve --help shows an example");
+        throw Zorvan::CInputError(
+            file, "line " + std::to_string(error.GetLine()) + ": " + AStreamParser::Convert(error.GetMessage()),
+            "correct the text; zorvan curve --help shows an example");
     }
     const auto rgb = parser.GetRGBTransferCurve();
     return {{rgb[0], rgb[1], rgb[2]}, parser.GetValueTransferCurve(), parser.GetAlphaTransferCurve()};
@@ -82,7 +82,7 @@ void apply(const Curves& curves, Picture& picture)
 void describe(const std::string& name, const CChannelTransferCurve& curve)
 {
     std::cout << name << std::string(8 - name.size(), ' ') << curve.Size() << " points, 0 64 128 192 255 ->";
-    for (const double x : {0.0, 64.0, 128.0, 192.0, 255.0}) std::cout << ' ' << ToText(curve(x), 4);
+    for (const double x : {0.0, 64.0, 128.0, 192.0, 255.0}) std::cout << ' ' << Zorvan::ToText(curve(x), 4);
     std::cout << '\n';
 }
 
@@ -100,7 +100,7 @@ int applyCurves(const CurveOptions& options)
     describe("blue", curves.rgb[2]);
     describe("value", curves.value);
     describe("alpha", curves.alpha);
-    std::cout << ToShown(options.output) << ": " << picture.uiWidth << " x " << picture.uiHeight << " pixels\n";
+    std::cout << Zorvan::ToShown(options.output) << ": " << picture.uiWidth << " x " << picture.uiHeight << " pixels\n";
     return Done;
 }
 

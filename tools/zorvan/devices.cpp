@@ -1,7 +1,7 @@
 #include "commands.h"
-#include "textnumber.h"
 
 #include "zorvan/platform/gpgpu.h"
+#include "zorvan/scans/textnumber.h"
 
 #include <iostream>
 #include <memory>
@@ -33,7 +33,7 @@ int listDevices()
     for (const auto& device : devices) {
         const auto about = device->Describe();
         std::cout << about.name << ": " << about.type << ", " << about.computeUnits << " compute units, "
-                  << ToText(static_cast<double>(about.memory) / dBytesPerGib, 3) << " GiB, " << about.platform
+                  << Zorvan::ToText(static_cast<double>(about.memory) / dBytesPerGib, 3) << " GiB, " << about.platform
                   << (isFirst ? " (the one that --gpu takes)" : "") << '\n';
         isFirst = false;
     }

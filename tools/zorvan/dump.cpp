@@ -1,7 +1,8 @@
 #include "commands.h"
-#include "documentfile.h"
-#include "documenttext.h"
 #include "options.h"
+
+#include "zorvan/workflow/documentfile.h"
+#include "zorvan/workflow/documenttext.h"
 
 #include <iostream>
 #include <memory>
@@ -20,7 +21,7 @@ struct DumpOptions
 int dump(const DumpOptions& options)
 {
     options.general.Apply();
-    std::cout << ToPrintable(ReadDocumentFile(options.file)) << '\n';
+    std::cout << prereg::ToPrintable(prereg::ReadDocumentFile(options.file)) << '\n';
     return Done;
 }
 

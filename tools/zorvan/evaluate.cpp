@@ -1,9 +1,10 @@
 #include "commands.h"
-#include "inputerror.h"
 #include "options.h"
-#include "poseerrors.h"
-#include "posesfile.h"
-#include "showntext.h"
+
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/poseerrors.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/showntext.h"
 
 #include <algorithm>
 #include <iomanip>
@@ -25,27 +26,27 @@ struct EvaluateOptions
     GeneralOptions general;
 };
 
-const char* wordFor(EPlace place)
+const char* wordFor(Zorvan::EPlace place)
 {
     switch (place) {
-    case EPlace::Reference:
+    case Zorvan::EPlace::Reference:
         return "reference";
-    case EPlace::Alone:
+    case Zorvan::EPlace::Alone:
         return "alone in its cluster";
     default:
         return "no pose";
     }
 }
 
-void printTable(const PoseErrors& errors)
+void printTable(const Zorvan::PoseErrors& errors)
 {
     std::size_t width = 4;
-    for (const PoseError& scan : errors.scans) width = std::max(width, ToShown(scan.file).size());
+    for (const Zorvan::PoseError& scan : errors.scans) width = std::max(width, Zorvan::ToShown(scan.file).size());
     const auto name = [width](const std::string& text) { return text + std::string(width - text.size() + 2, ' '); };
     std::cout << name("scan") << "   degrees         mm\n" << std::fixed;
-    for (const PoseError& scan : errors.scans) {
-        std::cout << name(ToShown(scan.file));
-        if (scan.ePlace != EPlace::Measured)
+    for (const Zorvan::PoseError& scan : errors.scans) {
+        std::cout << name(Zorvan::ToShown(scan.file));
+        if (scan.ePlace != Zorvan::EPlace::Measured)
             std::cout << wordFor(scan.ePlace) << '\n';
         else
             std::cout << std::setprecision(5) << std::setw(10) << scan.dDegrees << ' ' << std::setw(10) << scan.dMm
@@ -53,10 +54,10 @@ void printTable(const PoseErrors& errors)
     }
 }
 
-void printSummary(const PoseErrors& errors)
+void printSummary(const Zorvan::PoseErrors& errors)
 {
-    const auto placed = std::count_if(errors.scans.begin(), errors.scans.end(), [](const PoseError& scan) {
-        return scan.ePlace == EPlace::Measured || scan.ePlace == EPlace::Reference;
+    const auto placed = std::count_if(errors.scans.begin(), errors.scans.end(), [](const Zorvan::PoseError& scan) {
+        return scan.ePlace == Zorvan::EPlace::Measured || scan.ePlace == Zorvan::EPlace::Reference;
     });
     std::cout << placed << " of " << errors.scans.size() << " scans have a place";
     if (errors.uiMeasured > 0)
@@ -69,8 +70,9 @@ void printSummary(const PoseErrors& errors)
 int evaluate(const EvaluateOptions& options)
 {
     options.general.Apply();
-    const PoseErrors errors = ComparePoses(ReadPoses(options.poses), ReadPoses(options.truth));
-    if (errors.scans.empty()) throw CInputError(options.truth, "holds no pose", "give the true poses");
+    const Zorvan::PoseErrors errors =
+        Zorvan::ComparePoses(Zorvan::ReadPoses(options.poses), Zorvan::ReadPoses(options.truth));
+    if (errors.scans.empty()) throw Zorvan::CInputError(options.truth, "holds no pose", "give the true poses");
     if (!options.general.isQuiet) printTable(errors);
     printSummary(errors);
     const bool isNear = errors.dWorstDegrees <= options.dMaxDegrees && errors.dWorstMm <= options.dMaxMm;

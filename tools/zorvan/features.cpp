@@ -1,27 +1,27 @@
-#include "atomicfile.h"
-#include "autosettings.h"
-#include "colourscale.h"
 #include "commands.h"
-#include "featureset.h"
-#include "featuresizes.h"
-#include "featuresummary.h"
 #include "gpu.h"
-#include "inputerror.h"
 #include "options.h"
-#include "outputcheck.h"
-#include "posesfile.h"
 #include "progress.h"
-#include "scanreader.h"
-#include "scanwriter.h"
-#include "settingsfile.h"
-#include "showntext.h"
-#include "textnumber.h"
-#include "vectors.h"
 
 #include "zorvan/core/cpointset.h"
 #include "zorvan/features/cfpfhdatasource.h"
 #include "zorvan/features/cfpfhpointset.h"
 #include "zorvan/platform/cpufeatures.h"
+#include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/outputcheck.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/scans/scanwriter.h"
+#include "zorvan/scans/showntext.h"
+#include "zorvan/scans/textnumber.h"
+#include "zorvan/scans/vectors.h"
+#include "zorvan/workflow/autosettings.h"
+#include "zorvan/workflow/colourscale.h"
+#include "zorvan/workflow/featureset.h"
+#include "zorvan/workflow/featuresizes.h"
+#include "zorvan/workflow/featuresummary.h"
+#include "zorvan/workflow/settingsfile.h"
 
 #include <chrono>
 #include <filesystem>
@@ -40,7 +40,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr double dStronglyCurved = 0.75; // 95 % of the features of teeth and of the bunny are nearer to a plane
 constexpr double dDefaultFlat = 0.16;
-constexpr Rgb noFeature{128, 128, 128};
+constexpr Zorvan::Rgb noFeature{128, 128, 128};
 
 struct FeaturesOptions
 {
@@ -65,22 +65,24 @@ struct Features
 
 void checkCall(const FeaturesOptions& options)
 {
-    if (!Zorvan::GetCpuFeatures().bAvx) throw CInputError("features need a processor with AVX; use another machine");
+    if (!Zorvan::GetCpuFeatures().bAvx)
+        throw Zorvan::CInputError("features need a processor with AVX; use another machine");
     if (options.output.empty()) return;
     if (std::filesystem::path(options.output).extension() != ".ply")
-        throw CInputError(options.output, "coloured points are written as PLY", "give a name that ends in .ply");
-    RequireApart(options.output, {options.scan, options.settings.file});
-    RequireWritable(options.output);
+        throw Zorvan::CInputError(options.output, "coloured points are written as PLY",
+                                  "give a name that ends in .ply");
+    Zorvan::RequireApart(options.output, {options.scan, options.settings.file});
+    Zorvan::RequireWritable(options.output);
 }
 
 std::string length(double mm, const FeaturesOptions& options)
 {
-    return ToText(mm / options.files.dMmPerUnit) + " " + UnitName(options.files.dMmPerUnit);
+    return Zorvan::ToText(mm / options.files.dMmPerUnit) + " " + Zorvan::UnitName(options.files.dMmPerUnit);
 }
 
 double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
-void computeFrom(const SurfelScan& scan, unsigned numTasks, const GpuContext& gpu, Features& features)
+void computeFrom(const Zorvan::SurfelScan& scan, unsigned numTasks, const prereg::GpuContext& gpu, Features& features)
 {
     auto start = Clock::now();
     features.source = prereg::CFPFHDataSource(features.config, numTasks, gpu);
@@ -96,17 +98,20 @@ void computeFrom(const SurfelScan& scan, unsigned numTasks, const GpuContext& gp
 Features compute(const FeaturesOptions& options)
 {
     const bson::object set = options.settings.Read(options.general.isQuiet);
-    const GpuContext gpu = options.gpu.MakeContext(options.general.isQuiet);
-    CProgress progress("computing features", 3, options.general.isQuiet);
-    const SurfelScan scan = LoadScan(options.scan, options.files.ToScanOptions());
-    progress.Step();
+    const prereg::GpuContext gpu = options.gpu.MakeContext(options.general.isQuiet);
+    CProgress progress(options.general.isQuiet);
+    const Zorvan::Hooks hooks = progress.Hooks();
+    hooks.Start("computing features", 3);
+    const Zorvan::SurfelScan scan = Zorvan::ReadScan(options.scan, options.files.ToScanOptions());
+    hooks.Advance();
     const prereg::CPointSet points(scan.points.data(), scan.normals.data(), scan.points.size());
-    const AutoSettings settings = ChooseSettings(points, options.files.ToGrid(), "the scan");
-    Features features{scan.uiRead, scan.points.size(), WithSettings(AllSettingsForGrid(settings.dGrid), set), {}};
-    CheckFeatureSizes(scan, features.config, options.files.dMmPerUnit);
-    progress.Step();
+    const prereg::AutoSettings settings = prereg::ChooseSettings(points, options.files.ToGrid(), "the scan");
+    Features features{
+        scan.uiRead, scan.points.size(), prereg::WithSettings(prereg::AllSettingsForGrid(settings.dGrid), set), {}};
+    prereg::CheckFeatureSizes(scan, features.config, options.files.dMmPerUnit);
+    hooks.Advance();
     computeFrom(scan, options.general.uiNumThreads, gpu, features);
-    progress.Finish();
+    hooks.Finish();
 
     Tell(scan.Warning(), options.general.isQuiet);
     Tell("grid " + length(settings.dGrid, options) + ": " + settings.reason, options.general.isQuiet);
@@ -130,7 +135,7 @@ void printCounts(const FeaturesOptions& options, const Features& features)
     const std::size_t tried = features.source.GetFeaturePointsV().size();
     const std::size_t found = features.source.GetNumFeatures();
     const std::size_t lost = features.uiRead - features.uiUsable;
-    std::cout << ToShown(options.scan) << '\n';
+    std::cout << Zorvan::ToShown(options.scan) << '\n';
     printRow("points read", features.uiRead, lost > 0 ? std::to_string(lost) + " unusable or at a place twice" : "");
     printRow("after reduction", features.source.GetNumPoints(), gridWords("grid", config.dGridSize, options));
     printRow("feature points", tried, gridWords("feature grid", config.dFeatureGridSize, options));
@@ -143,28 +148,29 @@ void printShape(const FeaturesOptions& options, const Features& features)
 {
     const auto [first, count] = features.source.GetFeatures();
     const double similar = features.config.dVerifyTrafoMaxFeatureDistance;
-    std::cout << "  time             " << ToText(features.dSourceSeconds, 3)
+    std::cout << "  time             " << Zorvan::ToText(features.dSourceSeconds, 3)
               << " s for points and features (threads: " << options.general.uiNumThreads << "), "
-              << ToText(features.dSetSeconds, 3) << " s for the point set with its trees\n\n"
-              << DescribeFeatures({first, count}, ToFloat(similar > 0.0 ? similar * similar : dDefaultFlat));
+              << Zorvan::ToText(features.dSetSeconds, 3) << " s for the point set with its trees\n\n"
+              << prereg::DescribeFeatures({first, count},
+                                          Zorvan::ToFloat(similar > 0.0 ? similar * similar : dDefaultFlat));
     if (features.isTooLean) std::cout << "\nToo few points or features for a search without a start pose\n";
 }
 
 /// All feature points, those without a feature last.
 void writeColoured(const FeaturesOptions& options, const prereg::CFPFHDataSource& source)
 {
-    std::vector<Rgb> colours;
+    std::vector<Zorvan::Rgb> colours;
     for (const auto& feature : source.GetFeaturesV())
         colours.push_back(colours.size() < source.GetNumFeatures()
-                              ? ColourAt(feature.SquaredEuclideanDistanceToPlane() / dStronglyCurved)
+                              ? prereg::ColourAt(feature.SquaredEuclideanDistanceToPlane() / dStronglyCurved)
                               : noFeature);
-    const Scan scan{source.GetFeaturePointsV(), source.GetFeatureNormalsV(), {}};
-    WritePly(options.output, scan, 1.0 / options.files.dMmPerUnit, colours);
+    const Zorvan::Scan scan{source.GetFeaturePointsV(), source.GetFeatureNormalsV(), {}};
+    Zorvan::WritePly(options.output, scan, 1.0 / options.files.dMmPerUnit, colours);
 }
 
 int refuseEmpty(const FeaturesOptions& options, const Features& features)
 {
-    Tell(ToShown(options.scan) + ": no point has enough neighbours within " +
+    Tell(Zorvan::ToShown(options.scan) + ": no point has enough neighbours within " +
              length(features.config.dFeatureRadius, options) +
              " for a feature; set a larger dFeatureRadius or a smaller dFeatureGridSize with --settings",
          false);

@@ -1,16 +1,17 @@
-#include "atomicfile.h"
-#include "colourscale.h"
 #include "commands.h"
-#include "inputerror.h"
-#include "jsonvalues.h"
 #include "options.h"
-#include "outputcheck.h"
-#include "posesfile.h"
-#include "primitivefit.h"
-#include "scanreader.h"
-#include "scanwriter.h"
-#include "stagingfolder.h"
-#include "textnumber.h"
+
+#include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/jsonvalues.h"
+#include "zorvan/scans/outputcheck.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/scans/scanwriter.h"
+#include "zorvan/scans/stagingfolder.h"
+#include "zorvan/scans/textnumber.h"
+#include "zorvan/workflow/colourscale.h"
+#include "zorvan/workflow/primitivefit.h"
 
 #include <filesystem>
 #include <iostream>
@@ -43,17 +44,17 @@ struct FitOptions
     }
 };
 
-EPrimitive primitiveOf(const std::string& word)
+prereg::EPrimitive primitiveOf(const std::string& word)
 {
-    if (word == "sphere") return EPrimitive::Sphere;
-    if (word == "cylinder") return EPrimitive::Cylinder;
-    return EPrimitive::Cone;
+    if (word == "sphere") return prereg::EPrimitive::Sphere;
+    if (word == "cylinder") return prereg::EPrimitive::Cylinder;
+    return prereg::EPrimitive::Cone;
 }
 
 double parseLength(const std::string& option, const std::string& text, double dMmPerUnit)
 {
     const double length = ParseNumbers(option, text, 1).front() * dMmPerUnit;
-    if (!(length > 0.0)) throw CInputError(option + ": a radius is greater than 0");
+    if (!(length > 0.0)) throw Zorvan::CInputError(option + ": a radius is greater than 0");
     return length;
 }
 
@@ -62,23 +63,26 @@ std::string valueOf(const FitOptions& options, const std::string& option, const 
 {
     const std::string name = "radius=";
     if (options.primitive == "cone")
-        throw CInputError(option + ": a cone has no radius of its own; only sphere and cylinder take one");
+        throw Zorvan::CInputError(option + ": a cone has no radius of its own; only sphere and cylinder take one");
     if (text.compare(0, name.size(), name) != 0)
-        throw CInputError(option + ": \"" + text + "\" does not begin with radius=, the one thing that can be given");
+        throw Zorvan::CInputError(option + ": \"" + text +
+                                  "\" does not begin with radius=, the one thing that can be given");
     return text.substr(name.size());
 }
 
-RadiusLimits limitsOf(const FitOptions& options)
+prereg::RadiusLimits limitsOf(const FitOptions& options)
 {
-    RadiusLimits limits;
+    prereg::RadiusLimits limits;
     for (const std::string& text : options.bounded) {
         const std::string value = valueOf(options, "--bound", text);
         const std::size_t colon = value.find(':');
         if (colon == std::string::npos)
-            throw CInputError("--bound: \"" + text + "\" is not two lengths with a colon between, as radius=2:3");
+            throw Zorvan::CInputError("--bound: \"" + text +
+                                      "\" is not two lengths with a colon between, as radius=2:3");
         limits.dLow = parseLength("--bound", value.substr(0, colon), options.files.dMmPerUnit);
         limits.dHigh = parseLength("--bound", value.substr(colon + 1), options.files.dMmPerUnit);
-        if (!(limits.dLow < limits.dHigh)) throw CInputError("--bound: the first length must be the smaller one");
+        if (!(limits.dLow < limits.dHigh))
+            throw Zorvan::CInputError("--bound: the first length must be the smaller one");
     }
     for (const std::string& text : options.fixed) {
         limits.dLow = parseLength("--fix", valueOf(options, "--fix", text), options.files.dMmPerUnit);
@@ -91,31 +95,31 @@ void checkOutput(const FitOptions& options)
 {
     if (options.output.empty()) return;
     for (const auto& file : {options.output, options.Residuals()}) {
-        RequireApart(file, {options.scan});
-        RequireWritable(file);
+        Zorvan::RequireApart(file, {options.scan});
+        Zorvan::RequireWritable(file);
     }
 }
 
-double inUnit(double value, const PrimitiveProperty& property, const FitOptions& options)
+double inUnit(double value, const prereg::PrimitiveProperty& property, const FitOptions& options)
 {
     return property.isLength ? value / options.files.dMmPerUnit : value;
 }
 
-std::string toText(const Eigen::VectorXd& values, const PrimitiveProperty& property, const FitOptions& options,
+std::string toText(const Eigen::VectorXd& values, const prereg::PrimitiveProperty& property, const FitOptions& options,
                    int digits)
 {
     std::string text;
     for (const double value : values)
-        text += (text.empty() ? "" : ", ") + ToText(inUnit(value, property, options), digits);
+        text += (text.empty() ? "" : ", ") + Zorvan::ToText(inUnit(value, property, options), digits);
     return text;
 }
 
-void print(const FitOptions& options, const SurfelScan& scan, const PrimitiveFit& fit)
+void print(const FitOptions& options, const Zorvan::SurfelScan& scan, const prereg::PrimitiveFit& fit)
 {
-    const std::string unit = UnitName(options.files.dMmPerUnit);
+    const std::string unit = Zorvan::UnitName(options.files.dMmPerUnit);
     std::cout << options.primitive << " through " << scan.points.size() << " points, RMSE "
-              << ToText(fit.dRmse / options.files.dMmPerUnit) << ' ' << unit << '\n';
-    for (const PrimitiveProperty& property : fit.properties) {
+              << Zorvan::ToText(fit.dRmse / options.files.dMmPerUnit) << ' ' << unit << '\n';
+    for (const prereg::PrimitiveProperty& property : fit.properties) {
         std::cout << "  " << property.name << std::string(22 - property.name.size(), ' ')
                   << toText(property.value, property, options, 7);
         if (property.deviation.size() > 0) std::cout << " +- " << toText(property.deviation, property, options, 2);
@@ -123,40 +127,40 @@ void print(const FitOptions& options, const SurfelScan& scan, const PrimitiveFit
     }
 }
 
-Json toJson(const Eigen::VectorXd& values, const PrimitiveProperty& property, const FitOptions& options)
+Json toJson(const Eigen::VectorXd& values, const prereg::PrimitiveProperty& property, const FitOptions& options)
 {
-    if (values.size() == 1) return JsonNumber(inUnit(values(0), property, options));
+    if (values.size() == 1) return Zorvan::JsonNumber(inUnit(values(0), property, options));
     Json list = Json::array();
-    for (const double value : values) list.push_back(JsonNumber(inUnit(value, property, options)));
+    for (const double value : values) list.push_back(Zorvan::JsonNumber(inUnit(value, property, options)));
     return list;
 }
 
-void writeJson(const std::filesystem::path& file, const FitOptions& options, const SurfelScan& scan,
-               const PrimitiveFit& fit)
+void writeJson(const std::filesystem::path& file, const FitOptions& options, const Zorvan::SurfelScan& scan,
+               const prereg::PrimitiveFit& fit)
 {
     Json json{{"primitive", options.primitive},
               {"file", options.scan},
-              {"unit", UnitName(options.files.dMmPerUnit)},
+              {"unit", Zorvan::UnitName(options.files.dMmPerUnit)},
               {"points", scan.points.size()},
-              {"rmse", JsonNumber(fit.dRmse / options.files.dMmPerUnit)}};
-    for (const PrimitiveProperty& property : fit.properties) {
+              {"rmse", Zorvan::JsonNumber(fit.dRmse / options.files.dMmPerUnit)}};
+    for (const prereg::PrimitiveProperty& property : fit.properties) {
         json[property.name] = {{"value", toJson(property.value, property, options)}};
         if (property.deviation.size() > 0)
             json[property.name]["deviation"] = toJson(property.deviation, property, options);
     }
-    WriteFileAtomically(file, json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n");
+    Zorvan::WriteFileAtomically(file, json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n");
 }
 
-void writeResiduals(const std::filesystem::path& file, const FitOptions& options, const SurfelScan& scan,
-                    const PrimitiveFit& fit)
+void writeResiduals(const std::filesystem::path& file, const FitOptions& options, const Zorvan::SurfelScan& scan,
+                    const prereg::PrimitiveFit& fit)
 {
-    std::vector<Rgb> colours;
+    std::vector<Zorvan::Rgb> colours;
     for (const double residual : fit.residuals)
-        colours.push_back(ColourAt(0.5 + residual / (2.0 * dColourRange * fit.dRmse)));
-    WritePly(file, {scan.points, scan.normals, {}}, 1.0 / options.files.dMmPerUnit, colours);
+        colours.push_back(prereg::ColourAt(0.5 + residual / (2.0 * dColourRange * fit.dRmse)));
+    Zorvan::WritePly(file, {scan.points, scan.normals, {}}, 1.0 / options.files.dMmPerUnit, colours);
 }
 
-int refuse(const FitOptions& options, const PrimitiveFit& fit)
+int refuse(const FitOptions& options, const prereg::PrimitiveFit& fit)
 {
     const std::wstring message = Zorvan::CNLSSolver::GetMessage(fit.eResult);
     Tell(options.scan + ": no " + options.primitive + " fits (" + std::string(message.begin(), message.end()) +
@@ -168,14 +172,14 @@ int refuse(const FitOptions& options, const PrimitiveFit& fit)
 int fitScan(const FitOptions& options)
 {
     options.general.Apply();
-    const RadiusLimits limits = limitsOf(options);
+    const prereg::RadiusLimits limits = limitsOf(options);
     checkOutput(options);
-    const SurfelScan scan = LoadScan(options.scan, options.files.ToScanOptions());
+    const Zorvan::SurfelScan scan = Zorvan::ReadScan(options.scan, options.files.ToScanOptions());
     Tell(scan.Warning(), options.general.isQuiet);
-    const PrimitiveFit fit = FitPrimitive(scan, primitiveOf(options.primitive), limits);
+    const prereg::PrimitiveFit fit = prereg::FitPrimitive(scan, primitiveOf(options.primitive), limits);
     if (!fit.IsFound()) return refuse(options, fit);
     if (!options.output.empty()) {
-        CStagingFolder staging(options.output.parent_path());
+        Zorvan::CStagingFolder staging(options.output.parent_path());
         writeResiduals(staging / options.Residuals().filename(), options, scan, fit);
         writeJson(staging / options.output.filename(), options, scan, fit);
         staging.Publish();

@@ -1,10 +1,11 @@
 #include "commands.h"
-#include "documenttext.h"
 #include "flagstore.h"
-#include "inputerror.h"
 #include "options.h"
-#include "settingsfile.h"
-#include "textnumber.h"
+
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/textnumber.h"
+#include "zorvan/workflow/documenttext.h"
+#include "zorvan/workflow/settingsfile.h"
 
 #include <csignal>
 #include <ctime>
@@ -72,8 +73,8 @@ private:
 /// What the library would pass over silently is refused here, in settings for running registrations.
 bson::element toFlag(const FlagsOptions& options)
 {
-    if (options.name == sSettingsFlag) return {options.name, ReadSettingsText(options.value, "VALUE")};
-    return ReadValueText(options.value, options.name);
+    if (options.name == sSettingsFlag) return {options.name, prereg::ReadSettingsText(options.value, "VALUE")};
+    return prereg::ReadValueText(options.value, options.name);
 }
 
 std::string placeOf(const FlagsOptions& options) { return options.name + " in the store " + options.store; }
@@ -82,25 +83,26 @@ void tellHold(const FlagsOptions& options, bool isHeldByOthers)
 {
     std::string text = "set " + placeOf(options);
     if (options.dHold > 0.0)
-        text += options.dHold > std::numeric_limits<double>::max() ? "; it is held until Ctrl-C"
-                                                                   : "; it is held for " + ToText(options.dHold) + " s";
+        text += options.dHold > std::numeric_limits<double>::max()
+                    ? "; it is held until Ctrl-C"
+                    : "; it is held for " + Zorvan::ToText(options.dHold) + " s";
     else if (isHeldByOthers)
         text += "; it stays while another process holds the store";
     else
         text += ", but no other process holds the store, so the value is gone already; give --hold SECONDS";
-    std::cout << ToPrintable(text) << std::endl; // flushed: scripts wait for this line
+    std::cout << prereg::ToPrintable(text) << std::endl; // flushed: scripts wait for this line
 }
 
 int setFlag(const FlagsOptions& options)
 {
     options.general.Apply();
-    if (!(options.dHold >= 0.0)) throw CInputError("--hold must be 0 or a positive number of seconds");
+    if (!(options.dHold >= 0.0)) throw Zorvan::CInputError("--hold must be 0 or a positive number of seconds");
     const bson::element flag = toFlag(options);
     const bool isHeldByOthers = IsStoreHeld(options.store);
     const CStopSignals signals;
     Zorvan::CSharedFlags flags = OpenStore(options.store, [&] { return signals.ArePending(); });
     if (!flags.Set(flag))
-        throw CInputError(placeOf(options) + ": too large; clear other flags or give a shorter value");
+        throw Zorvan::CInputError(placeOf(options) + ": too large; clear other flags or give a shorter value");
     tellHold(options, isHeldByOthers);
     if (options.dHold > 0.0) signals.WaitFor(options.dHold);
     return isHeldByOthers || options.dHold > 0.0 ? Done : NotEveryScan;
@@ -116,16 +118,16 @@ bson::object readAll(const FlagsOptions& options)
 int answer(bool isThere, const FlagsOptions& options)
 {
     if (isThere) return Done;
-    Tell(ToPrintable("there is no " + placeOf(options)), options.general.isQuiet);
+    Tell(prereg::ToPrintable("there is no " + placeOf(options)), options.general.isQuiet);
     return NotEveryScan;
 }
 
 std::string valueText(const bson::element& e)
 {
-    if (e.type() == bson::element::eDouble) return ToExactText(e.as_double());
-    if (e.type() == bson::element::eObject) return ToPrintable(e.as_object());
-    if (e.type() == bson::element::eString) return ToPrintable(e.as_string());
-    return ToPrintable(e.dump().substr(e.name_string().size() + std::string("\"\" : ").size()));
+    if (e.type() == bson::element::eDouble) return Zorvan::ToExactText(e.as_double());
+    if (e.type() == bson::element::eObject) return prereg::ToPrintable(e.as_object());
+    if (e.type() == bson::element::eString) return prereg::ToPrintable(e.as_string());
+    return prereg::ToPrintable(e.dump().substr(e.name_string().size() + std::string("\"\" : ").size()));
 }
 
 int getFlag(const FlagsOptions& options)
@@ -140,8 +142,9 @@ int listFlags(const FlagsOptions& options)
 {
     options.general.Apply();
     if (!IsStoreHeld(options.store))
-        Tell("no process holds the store " + ToPrintable(options.store) + ", so it is empty", options.general.isQuiet);
-    std::cout << ToPrintable(readAll(options)) << '\n';
+        Tell("no process holds the store " + prereg::ToPrintable(options.store) + ", so it is empty",
+             options.general.isQuiet);
+    std::cout << prereg::ToPrintable(readAll(options)) << '\n';
     return Done;
 }
 

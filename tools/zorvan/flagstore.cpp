@@ -1,10 +1,9 @@
 #include "flagstore.h"
 
-#include "inputerror.h"
-#include "settinglimits.h"
-#include "settingsfile.h"
-
 #include "zorvan/runtime/csharedmemory.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/workflow/settinglimits.h"
+#include "zorvan/workflow/settingsfile.h"
 
 #include <cstdint>
 #include <exception>
@@ -27,14 +26,15 @@ Zorvan::CSharedFlags OpenStore(const std::string& store, const std::function<boo
 {
     Zorvan::CSharedFlags flags(bson::convert(store), uiCapacity, isAborted);
     if (!flags)
-        throw CInputError("the flag store \"" + store +
-                          "\" cannot be opened; give --store a name of 1 to 200 letters " +
-                          "a-z (others take more room), and check that there is shared memory to write to");
+        throw Zorvan::CInputError("the flag store \"" + store +
+                                  "\" cannot be opened; give --store a name of 1 to 200 letters " +
+                                  "a-z (others take more room), and check that there is shared memory to write to");
     // Reading takes the time and memory of the whole block.
     const std::uint64_t size = Zorvan::CSharedMemory::Open(bson::convert(store), uiCapacity).MappedSize();
     if (size > uiCapacity)
-        throw CInputError("the flag store \"" + store + "\" has " + std::to_string(size) + " bytes, more than the " +
-                          std::to_string(uiCapacity) + " of ours: another program made it; give --store another name");
+        throw Zorvan::CInputError("the flag store \"" + store + "\" has " + std::to_string(size) +
+                                  " bytes, more than the " + std::to_string(uiCapacity) +
+                                  " of ours: another program made it; give --store another name");
     return flags;
 }
 
@@ -43,14 +43,15 @@ bson::object ReadStoredSettings(const std::string& store)
     if (store.empty() || !IsStoreHeld(store)) return {};
     try {
         bson::object settings = OpenStore(store).Get(sSettingsFlag).children();
-        const std::string why = WhatIsWrongWith(WithSettings({}, settings)); // throws for values that are no settings
+        const std::string why =
+            prereg::WhatIsWrongWith(prereg::WithSettings({}, settings)); // throws for values that are no settings
         if (!why.empty()) throw std::range_error(why);
         return settings;
-    } catch (const CInputError&) {
+    } catch (const Zorvan::CInputError&) {
         throw;
     } catch (const std::exception& error) {
-        throw CInputError(std::string(sSettingsFlag) + " in the flag store " + store + ": " + error.what() +
-                          "; set it anew with zorvan flags set, or give --store another name");
+        throw Zorvan::CInputError(std::string(sSettingsFlag) + " in the flag store " + store + ": " + error.what() +
+                                  "; set it anew with zorvan flags set, or give --store another name");
     }
 }
 

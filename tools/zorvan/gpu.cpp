@@ -1,5 +1,4 @@
 #include "gpu.h"
-
 #include "options.h"
 
 namespace tools {

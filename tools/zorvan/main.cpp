@@ -1,5 +1,6 @@
 #include "commands.h"
-#include "showntext.h"
+
+#include "zorvan/scans/showntext.h"
 
 #include <CLI/CLI.hpp>
 
@@ -18,7 +19,7 @@ namespace {
 
 int refuse(const std::string& why)
 {
-    std::cerr << tools::ToMessage("zorvan: " + why) << '\n';
+    std::cerr << Zorvan::ToMessage("zorvan: " + why) << '\n';
     return tools::WrongInput;
 }
 

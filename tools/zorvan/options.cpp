@@ -1,12 +1,11 @@
 #include "options.h"
 
-#include "documenttext.h"
-#include "inputerror.h"
-#include "settingsfile.h"
-#include "showntext.h"
-#include "textnumber.h"
-
 #include "zorvan/platform/clogger.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/showntext.h"
+#include "zorvan/scans/textnumber.h"
+#include "zorvan/workflow/documenttext.h"
+#include "zorvan/workflow/settingsfile.h"
 
 #include <algorithm>
 #include <array>
@@ -23,7 +22,7 @@ constexpr std::array<std::string_view, 6> levels{"trace", "debug", "info", "warn
 double positive(const std::string& option, double value)
 {
     if (!(value > 0.0) || !std::isfinite(value))
-        throw CInputError(option + " must be a positive number; leave it out for the default");
+        throw Zorvan::CInputError(option + " must be a positive number; leave it out for the default");
     return value;
 }
 
@@ -41,7 +40,7 @@ void GeneralOptions::Apply() const
     const std::string_view wanted = !logLevel.empty() ? std::string_view(logLevel) : isQuiet ? "error" : "warn";
     const auto* const found = std::find(levels.begin(), levels.end(), wanted);
     if (found == levels.end())
-        throw CInputError("--log: \"" + logLevel + "\" is none of trace, debug, info, warn, error and fatal");
+        throw Zorvan::CInputError("--log: \"" + logLevel + "\" is none of trace, debug, info, warn, error and fatal");
     Logging::SetLogLevel(static_cast<Logging::ELogLevel>(found - levels.begin()));
 }
 
@@ -55,12 +54,12 @@ void ScanFileOptions::AddTo(CLI::App& command)
                        "(default: far along +z)");
 }
 
-ScanOptions ScanFileOptions::ToScanOptions() const
+Zorvan::ScanOptions ScanFileOptions::ToScanOptions() const
 {
-    ScanOptions options{positive("--scale", dMmPerUnit), std::nullopt};
+    Zorvan::ScanOptions options{positive("--scale", dMmPerUnit), std::nullopt};
     if (sensor.empty()) return options;
     const std::vector<double> xyz = ParseNumbers("--sensor", sensor, 3);
-    options.sensor = Vector3(ToFloat(xyz[0]), ToFloat(xyz[1]), ToFloat(xyz[2]));
+    options.sensor = Zorvan::Vector3(Zorvan::ToFloat(xyz[0]), Zorvan::ToFloat(xyz[1]), Zorvan::ToFloat(xyz[2]));
     return options;
 }
 
@@ -81,7 +80,7 @@ void SettingsOptions::AddTo(CLI::App& command)
 
 bson::object SettingsOptions::Read(bool isQuiet) const
 {
-    const bson::object fromFile = file.empty() ? bson::object() : ReadSettingsFile(file);
+    const bson::object fromFile = file.empty() ? bson::object() : prereg::ReadSettingsFile(file);
     const bson::object stored = ReadStoredSettings(store);
     if (stored) Tell("settings of the flag store " + store + " are in force: " + stored.dump(), isQuiet);
     return fromFile.update(stored);
@@ -91,20 +90,20 @@ std::vector<double> ParseNumbers(const std::string& option, const std::string& t
 {
     std::vector<double> numbers;
     std::string_view rest = text;
-    for (std::string_view word = NextWord(rest, ","); !word.empty(); word = NextWord(rest, ",")) {
-        const std::optional<double> number = ParseNumber(word);
+    for (std::string_view word = Zorvan::NextWord(rest, ","); !word.empty(); word = Zorvan::NextWord(rest, ",")) {
+        const std::optional<double> number = Zorvan::ParseNumber(word);
         if (!number || !std::isfinite(*number)) break;
         numbers.push_back(*number);
     }
     if (numbers.size() != count || !rest.empty())
-        throw CInputError(option + ": \"" + text + "\" is not " + std::to_string(count) +
-                          (count == 1 ? " number" : " numbers with commas between"));
+        throw Zorvan::CInputError(option + ": \"" + text + "\" is not " + std::to_string(count) +
+                                  (count == 1 ? " number" : " numbers with commas between"));
     return numbers;
 }
 
 void Tell(const std::string& text, bool isQuiet)
 {
-    if (!isQuiet && !text.empty()) std::cerr << ToMessage(text) << '\n';
+    if (!isQuiet && !text.empty()) std::cerr << Zorvan::ToMessage(text) << '\n';
 }
 
 } // namespace tools

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "flagstore.h"
-#include "scanreader.h"
 
 #include "zorvan/documents/bson.h"
+#include "zorvan/scans/scanreader.h"
 
 #include <CLI/CLI.hpp>
 
@@ -36,7 +36,7 @@ struct ScanFileOptions
 
     void AddTo(CLI::App& command);
     /// @throws CInputError when a value makes no sense
-    [[nodiscard]] ScanOptions ToScanOptions() const;
+    [[nodiscard]] Zorvan::ScanOptions ToScanOptions() const;
     /// In millimetres; nothing for "auto". @throws CInputError
     [[nodiscard]] std::optional<double> ToGrid() const;
 };

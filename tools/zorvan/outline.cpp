@@ -1,14 +1,14 @@
-#include "atomicfile.h"
 #include "commands.h"
-#include "inputerror.h"
 #include "options.h"
 #include "outlinepicture.h"
-#include "outputcheck.h"
 #include "picture.h"
-#include "textnumber.h"
 
 #include "zorvan/colour/rgb.h"
 #include "zorvan/raster/cpixelpolygon.h"
+#include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/outputcheck.h"
+#include "zorvan/scans/textnumber.h"
 
 #include <filesystem>
 #include <iomanip>
@@ -37,10 +37,10 @@ struct OutlineOptions
 
 void checkCall(const OutlineOptions& options)
 {
-    RequireApart(options.output, {options.input});
+    Zorvan::RequireApart(options.output, {options.input});
     if (std::filesystem::path(options.output).extension() != ".svg")
-        throw CInputError(options.output, "outlines are written as SVG", "give a name that ends in .svg");
-    RequireWritable(options.output);
+        throw Zorvan::CInputError(options.output, "outlines are written as SVG", "give a name that ends in .svg");
+    Zorvan::RequireWritable(options.output);
 }
 
 /// Bright and opaque.
@@ -69,9 +69,9 @@ void printTable(const std::vector<CPixelPolygon>& regions)
     for (std::size_t i = 0; i < regions.size(); ++i) {
         const auto [x, y] = regions[i].GetCenterOfGravity();
         std::cout << std::setw(6) << i + 1 << std::setw(11) << regions[i].GetArea() << std::setw(12)
-                  << ToText(static_cast<double>(regions[i].GetPerimeter()), 6) << std::setw(11)
-                  << ToText(static_cast<double>(regions[i].GetRoundness()), 4) << "    " << ToText(x, 6) << ' '
-                  << ToText(y, 6) << '\n';
+                  << Zorvan::ToText(static_cast<double>(regions[i].GetPerimeter()), 6) << std::setw(11)
+                  << Zorvan::ToText(static_cast<double>(regions[i].GetRoundness()), 4) << "    " << Zorvan::ToText(x, 6)
+                  << ' ' << Zorvan::ToText(y, 6) << '\n';
     }
 }
 
@@ -88,7 +88,8 @@ int outline(const OutlineOptions& options)
              false);
         return NotEveryScan;
     }
-    WriteFileAtomically(options.output, DrawOutlines(regions, picture.uiWidth, picture.uiHeight, options.uiDilation));
+    Zorvan::WriteFileAtomically(options.output,
+                                DrawOutlines(regions, picture.uiWidth, picture.uiHeight, options.uiDilation));
     if (!options.general.isQuiet) printTable(regions);
     return Done;
 }

@@ -1,6 +1,6 @@
 #include "outlinepicture.h"
 
-#include "textnumber.h"
+#include "zorvan/scans/textnumber.h"
 
 #include <algorithm>
 #include <cmath>
@@ -16,7 +16,10 @@ using Zorvan::ChainedPixel;
 using Zorvan::CPixelPolygon;
 
 /// Neighbouring regions differ most when the hue turns by the golden angle.
-std::string hueOf(std::size_t number) { return ToText(std::fmod(137.508 * static_cast<double>(number), 360.0), 4); }
+std::string hueOf(std::size_t number)
+{
+    return Zorvan::ToText(std::fmod(137.508 * static_cast<double>(number), 360.0), 4);
+}
 
 /// The parts one after another.
 std::string joined(std::initializer_list<std::string_view> parts)
@@ -30,7 +33,8 @@ std::string joined(std::initializer_list<std::string_view> parts)
 std::string pathOf(const CPixelPolygon& region)
 {
     const std::vector<ChainedPixel>& chain = *region.getPixelChainPtr();
-    std::string path = joined({"M", ToText(chain.back().x + 0.5, 10), " ", ToText(chain.back().y + 0.5, 10)});
+    std::string path =
+        joined({"M", Zorvan::ToText(chain.back().x + 0.5, 10), " ", Zorvan::ToText(chain.back().y + 0.5, 10)});
     int lineX = 0;
     int lineY = 0;
     const auto finishLine = [&] {
@@ -68,13 +72,13 @@ std::string drawRegion(const CPixelPolygon& region, std::size_t number)
                    ": area ",
                    std::to_string(region.GetArea()),
                    ", perimeter ",
-                   ToText(static_cast<double>(region.GetPerimeter()), 6),
+                   Zorvan::ToText(static_cast<double>(region.GetPerimeter()), 6),
                    ", roundness ",
-                   ToText(static_cast<double>(region.GetRoundness()), 4),
+                   Zorvan::ToText(static_cast<double>(region.GetRoundness()), 4),
                    "</title></path>\n<text x=\"",
-                   ToText(x + 0.5, 6),
+                   Zorvan::ToText(x + 0.5, 6),
                    "\" y=\"",
-                   ToText(y + 0.5, 6),
+                   Zorvan::ToText(y + 0.5, 6),
                    "\">",
                    name,
                    "</text>\n"});
@@ -98,7 +102,7 @@ std::string DrawOutlines(const std::vector<CPixelPolygon>& regions, unsigned wid
                 " ",
                 h,
                 "\" stroke-width=\"1\" stroke-linejoin=\"round\" stroke-linecap=\"square\">\n<style>text{font:",
-                ToText(text),
+                Zorvan::ToText(text),
                 "px sans-serif;text-anchor:middle;dominant-baseline:central;stroke:none}</style>\n",
                 "<rect x=\"",
                 corner,

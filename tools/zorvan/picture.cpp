@@ -1,8 +1,8 @@
 #include "picture.h"
 
-#include "atomicfile.h"
-#include "filebytes.h"
-#include "inputerror.h"
+#include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/filebytes.h"
+#include "zorvan/scans/inputerror.h"
 
 #include <png.h>
 
@@ -37,7 +37,7 @@ private:
 
 [[noreturn]] void refuse(const std::filesystem::path& file, const std::string& why)
 {
-    throw CInputError(file, "cannot be read as PNG: " + why, "save it again as PNG");
+    throw Zorvan::CInputError(file, "cannot be read as PNG: " + why, "save it again as PNG");
 }
 
 /// A header may promise anything; the bytes behind it cannot hold more than they can be inflated to.
@@ -45,7 +45,7 @@ void checkSize(const std::filesystem::path& file, const png_image& image, std::s
 {
     const std::size_t pixels = std::size_t{image.width} * image.height;
     const std::string size = std::to_string(image.width) + " x " + std::to_string(image.height);
-    if (pixels > uiMostPixels) throw CInputError(file, "too large with " + size + " pixels", "scale it down");
+    if (pixels > uiMostPixels) throw Zorvan::CInputError(file, "too large with " + size + " pixels", "scale it down");
     if (pixels / 8 > uiBytes * uiMostPerByte) refuse(file, size + " pixels do not fit into its bytes");
 }
 
@@ -53,7 +53,7 @@ void checkSize(const std::filesystem::path& file, const png_image& image, std::s
 
 Picture ReadPng(const std::filesystem::path& file)
 {
-    const std::string bytes = ReadFileBytes(file);
+    const std::string bytes = Zorvan::ReadFileBytes(file);
     CPngImage image;
     if (png_image_begin_read_from_memory(image.Get(), bytes.data(), bytes.size()) == 0) refuse(file, image.Message());
     checkSize(file, *image.Get(), bytes.size());
@@ -90,8 +90,8 @@ void WritePng(const std::filesystem::path& file, const Picture& picture)
     std::string bytes(PNG_IMAGE_PNG_SIZE_MAX(*image.Get()), '\0');
     png_alloc_size_t size = bytes.size();
     if (png_image_write_to_memory(image.Get(), bytes.data(), &size, 0, samples.data(), 0, nullptr) == 0)
-        throw CInputError(file, "cannot be written as PNG: " + image.Message(), "give a smaller picture");
-    WriteFileAtomically(file, {bytes.data(), size});
+        throw Zorvan::CInputError(file, "cannot be written as PNG: " + image.Message(), "give a smaller picture");
+    Zorvan::WriteFileAtomically(file, {bytes.data(), size});
 }
 
 } // namespace tools

@@ -1,35 +1,28 @@
-#include "atomicfile.h"
-#include "autosettings.h"
 #include "commands.h"
-#include "featureset.h"
-#include "filelock.h"
 #include "gpu.h"
-#include "inputerror.h"
 #include "interruption.h"
-#include "lookatposes.h"
 #include "options.h"
-#include "outputcheck.h"
-#include "posesfile.h"
 #include "progress.h"
-#include "registerresults.h"
-#include "scanwriter.h"
-#include "session.h"
-#include "settingsfile.h"
-#include "showntext.h"
-#include "stagingfolder.h"
-#include "textnumber.h"
 
-#include "zorvan/numerics/quantile.h"
-#include "zorvan/preregistration/crefinedpreregistration.h"
+#include "zorvan/runtime/cjobscheduler.h"
+#include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/filelock.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/outputcheck.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanwriter.h"
+#include "zorvan/scans/showntext.h"
+#include "zorvan/scans/stagingfolder.h"
+#include "zorvan/workflow/registerresults.h"
+#include "zorvan/workflow/registerscans.h"
+#include "zorvan/workflow/session.h"
+#include "zorvan/workflow/stagetimes.h"
 
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cmath>
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -38,8 +31,6 @@
 namespace tools {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 struct RegisterOptions
 {
@@ -52,6 +43,7 @@ struct RegisterOptions
     bool isWaiting = false;   ///< for the lock of another run
     bool hasScale = false;    ///< given by the user
     bool hasGrid = false;
+    bool isIncomplete = false; ///< a scan could not be read
     GeneralOptions general;
     ScanFileOptions files;
     SettingsOptions settings;
@@ -67,83 +59,21 @@ std::filesystem::path sessionOf(const RegisterOptions& options)
     return std::filesystem::path(options.folder) / sSession;
 }
 
-/// Remembers how long the stages took, for one line at the end.
-class CStages
-{
-public:
-    void End(const std::string& stage)
-    {
-        const double seconds = std::chrono::duration<double>(Clock::now() - m_start).count();
-        m_words += (m_words.empty() ? "" : ", ") + stage + " " + ToText(seconds, 3) + " s";
-        m_start = Clock::now();
-    }
-    [[nodiscard]] const std::string& Words() const { return m_words; }
-
-private:
-    Clock::time_point m_start = Clock::now();
-    std::string m_words;
-};
-
-/// What all searches of a run share.
-struct Merges
-{
-    const CInterruption& interruption;
-    CProgress& progress;
-    std::vector<double> errors; ///< RMSE of each (mm)
-
-    /// The median, once there are enough to tell the noise of these scans.
-    [[nodiscard]] std::optional<double> TypicalRmse() const
-    {
-        constexpr std::size_t uiEnough = 3;
-        if (errors.size() < uiEnough) return std::nullopt;
-        return Zorvan::Median(errors);
-    }
-};
-
-/// The search for one pair of clusters, which Ctrl-C ends and which moves the bar when it is a merge.
-class CWatchedSearch : public prereg::CRefinedPreRegistration
-{
-public:
-    CWatchedSearch(CRefinedPreRegistration search, double grid, Merges& merges)
-        : CRefinedPreRegistration(std::move(search)), m_grid(grid), m_merges(merges)
-    {
-    }
-
-    bool Compute(std::function<bool()>) override
-    {
-        return CRefinedPreRegistration::Compute([this] { return m_merges.interruption.IsRequested(); });
-    }
-
-    prereg::ICPResult GetNextResult() override
-    {
-        constexpr double dCopyShare = 0.01;
-        const prereg::ICPResult result = CRefinedPreRegistration::GetNextResult();
-        m_merges.progress.Step();
-        const auto error = static_cast<double>(result.GetError());
-        // A scan that meets its own copy tells nothing of the noise.
-        if (error > dCopyShare * m_grid) m_merges.errors.push_back(error);
-        return result;
-    }
-
-private:
-    double m_grid; ///< of the points (mm)
-    Merges& m_merges;
-};
-
 void checkCall(const RegisterOptions& options)
 {
     if (options.scans.empty() && options.session.empty())
-        throw CInputError("no scans: name some, or a --session to go on with");
+        throw Zorvan::CInputError("no scans: name some, or a --session to go on with");
     std::set<std::string> names;
     for (const std::string& scan : options.scans) {
         if (!names.insert(nameOf(scan)).second)
-            throw CInputError("two scans are named " + nameOf(scan) +
-                              ", and poses are matched by file name; rename one of them");
+            throw Zorvan::CInputError("two scans are named " + nameOf(scan) +
+                                      ", and poses are matched by file name; rename one of them");
     }
     if (options.session.empty()) return;
     if (options.hasGrid || !options.settings.file.empty())
-        throw CInputError("--grid and --settings: a session keeps the settings it began with; leave them out, or begin "
-                          "a new one");
+        throw Zorvan::CInputError(
+            "--grid and --settings: a session keeps the settings it began with; leave them out, or begin "
+            "a new one");
 }
 
 /// Nothing that is read is replaced, but for the session that goes on in its own place; and nothing that a run has
@@ -153,20 +83,20 @@ void checkFiles(const RegisterOptions& options)
     std::vector<std::string> inputs = options.scans;
     inputs.push_back(options.initial);
     inputs.push_back(options.settings.file);
-    RequireApart(sessionOf(options), inputs);
+    Zorvan::RequireApart(sessionOf(options), inputs);
     inputs.push_back(options.session);
-    for (const char* name : resultFiles) {
-        if (name != std::string(sSession)) RequireApart(std::filesystem::path(options.folder) / name, inputs);
+    for (const char* name : prereg::resultFiles) {
+        if (name != std::string(sSession)) Zorvan::RequireApart(std::filesystem::path(options.folder) / name, inputs);
     }
     for (const std::string& scan : options.scans) {
-        if (IsColouredResult(scan))
-            throw CInputError(scan, "a merged or coloured cloud that zorvan has written, not a scan",
-                              "leave it out; align takes it, if it is meant");
+        if (Zorvan::IsColouredResult(scan))
+            throw Zorvan::CInputError(scan, "a merged or coloured cloud that zorvan has written, not a scan",
+                                      "leave it out; align takes it, if it is meant");
     }
 }
 
 /// No other run goes on with the session, or writes into the folder, while the locks live.
-std::vector<CFileLock> lockSessions(const RegisterOptions& options)
+std::vector<Zorvan::CFileLock> lockSessions(const RegisterOptions& options)
 {
     const std::filesystem::path written = std::filesystem::canonical(options.folder) / sSession;
     std::set<std::filesystem::path> files{written}; // in one order, so that no two runs wait for each other
@@ -175,11 +105,12 @@ std::vector<CFileLock> lockSessions(const RegisterOptions& options)
         // Where we cannot write, no run of ours changes it.
         if (::access(read.parent_path().c_str(), W_OK) == 0) files.insert(read);
     }
-    std::vector<CFileLock> locks;
+    std::vector<Zorvan::CFileLock> locks;
     for (const std::filesystem::path& file : files) {
         locks.emplace_back(file, [&](const std::string& holder) {
             if (!options.isWaiting)
-                throw CInputError(file, "in use by " + holder, "wait until it has ended, or call again with --wait");
+                throw Zorvan::CInputError(file, "in use by " + holder,
+                                          "wait until it has ended, or call again with --wait");
             Tell("waiting for " + holder + ", which uses " + file.string(), options.general.isQuiet);
         });
     }
@@ -188,45 +119,28 @@ std::vector<CFileLock> lockSessions(const RegisterOptions& options)
 
 void leaveOut(const std::string& why) { Tell("left out: " + why, false); }
 
-std::vector<SurfelScan> readScans(const RegisterOptions& options)
+std::vector<Zorvan::SurfelScan> readScans(RegisterOptions& options, const Zorvan::Hooks& hooks)
 {
-    const ScanOptions scanOptions = options.files.ToScanOptions();
-    std::vector<SurfelScan> scans;
-    CProgress progress("reading", options.scans.size(), options.general.isQuiet);
+    const Zorvan::ScanOptions scanOptions = options.files.ToScanOptions();
+    std::vector<Zorvan::SurfelScan> scans;
+    hooks.Start("reading", options.scans.size());
     for (const std::string& file : options.scans) {
         try {
-            scans.push_back(LoadScan(file, scanOptions));
-        } catch (const CInputError& error) {
+            scans.push_back(Zorvan::ReadScan(file, scanOptions));
+        } catch (const Zorvan::CInputError& error) {
             if (options.scans.size() == 1) throw;
-            if (!options.isKeptGoing) throw CInputError(std::string(error.what()) + ", or leave it out: --keep-going");
+            if (!options.isKeptGoing)
+                throw Zorvan::CInputError(std::string(error.what()) + ", or leave it out: --keep-going");
             leaveOut(error.what());
+            options.isIncomplete = true;
         }
-        progress.Step();
+        hooks.Advance();
     }
-    progress.Finish();
-    if (scans.empty() && !options.scans.empty()) throw CInputError("none of the scans can be read; check the files");
-    for (const SurfelScan& scan : scans) Tell(scan.Warning(), options.general.isQuiet);
+    hooks.Finish();
+    if (scans.empty() && !options.scans.empty())
+        throw Zorvan::CInputError("none of the scans can be read; check the files");
+    for (const Zorvan::SurfelScan& scan : scans) Tell(scan.Warning(), options.general.isQuiet);
     return scans;
-}
-
-/// The median of what suits each scan.
-prereg::ConfigurationFPFH chooseSettings(const RegisterOptions& options, const std::vector<SurfelScan>& scans)
-{
-    const bson::object set = options.settings.Read(options.general.isQuiet);
-    std::vector<double> grids;
-    for (const SurfelScan& scan : scans) {
-        const prereg::CPointSet points(scan.points.data(), scan.normals.data(), scan.points.size());
-        grids.push_back(ChooseSettings(points, options.files.ToGrid()).dGrid);
-    }
-    const double grid = Zorvan::Median(std::move(grids));
-    prereg::ConfigurationFPFH config = WithSettings(AllSettingsForGrid(grid), set);
-    // Poses come from a search, so they are near when all points come into play.
-    config.icpConfig.dInitialQueryRadiusScaling = SettingsForRefinement(config).dInitialQueryRadiusScaling;
-    const double unit = options.files.dMmPerUnit;
-    Tell("grid " + ToText(grid / unit) + " " + UnitName(unit) + (options.hasGrid ? "" : ": the median over the scans") +
-             "; RMSE accepted up to " + ToText(config.icpConfig.dMaxRMSE / unit) + " " + UnitName(unit),
-         options.general.isQuiet);
-    return config;
 }
 
 /// Poses of one frame: that of the primary cluster of the file, or else of its first one.
@@ -236,13 +150,14 @@ public:
     explicit CInitialPoses(const RegisterOptions& options)
     {
         if (options.initial.empty()) return;
-        m_poses = ReadPoses(options.initial, options.files.dMmPerUnit);
-        const auto isPrimary = [](const PoseCluster& cluster) { return cluster.isPrimary; };
+        m_poses = Zorvan::ReadPoses(options.initial, options.files.dMmPerUnit);
+        const auto isPrimary = [](const Zorvan::PoseCluster& cluster) { return cluster.isPrimary; };
         const auto primary = std::find_if(m_poses.clusters.begin(), m_poses.clusters.end(), isPrimary);
         if (primary != m_poses.clusters.end()) m_cluster = static_cast<std::size_t>(primary - m_poses.clusters.begin());
         const auto hasPose = [this](const std::string& scan) { return static_cast<bool>(Of(scan)); };
         if (std::none_of(options.scans.begin(), options.scans.end(), hasPose))
-            throw CInputError(options.initial, "has no pose of any of the scans", "add some under their file names");
+            throw Zorvan::CInputError(options.initial, "has no pose of any of the scans",
+                                      "add some under their file names");
     }
 
     /// Invalid when the file has none.
@@ -253,119 +168,64 @@ public:
     }
 
 private:
-    PosesFile m_poses;
+    Zorvan::PosesFile m_poses;
     std::size_t m_cluster = 0;
 };
 
-/// Nothing for one whose sizes do not suit the settings, when the run goes on without it.
-std::shared_ptr<const prereg::CFPFHPointSet> computeFeatures(const RegisterOptions& options, const SurfelScan& scan,
-                                                             const prereg::ConfigurationFPFH& config,
-                                                             const GpuContext& gpu)
+/// The session to go on with. @throws CInputError also when one of the scans is in it already
+prereg::CSession load(RegisterOptions& options, const prereg::CSession::Group& group)
 {
-    try {
-        return ComputeFeatureSet(scan, config, options.general.uiNumThreads, options.files.dMmPerUnit, gpu);
-    } catch (const CInputError& error) {
-        if (!options.isKeptGoing) throw;
-        leaveOut(error.what());
-        return nullptr;
-    }
-}
-
-/// @return whether all scans could be added
-bool addScans(const RegisterOptions& options, const std::vector<SurfelScan>& scans, const CInitialPoses& initial,
-              CSession& session)
-{
-    const prereg::ConfigurationFPFH config = SettingsForSearch(session.GetRegistration().GetRegistrationConfig());
-    const GpuContext gpu = options.gpu.MakeContext(options.general.isQuiet);
-    CProgress progress("features", scans.size(), options.general.isQuiet);
-    std::string refused;
-    std::size_t added = 0;
-    for (const SurfelScan& scan : scans) {
-        const auto set = computeFeatures(options, scan, config, gpu);
-        if (set && session.Add(scan, set, initial.Of(scan.file)))
-            ++added;
-        else if (set)
-            refused += (refused.empty() ? "" : ", ") + scan.file.filename().string();
-        progress.Step();
-    }
-    progress.Finish();
-    if (!refused.empty()) leaveOut("too few points or features: " + refused);
-    return added == options.scans.size();
-}
-
-/// @param share  of the polygons that the settings allow
-prereg::CClusterRegistration::SearchFactory searchWith(Merges& merges, double share)
-{
-    return [&merges, share](const auto& fix, const auto& flt, const auto& config, const auto* oracle) {
-        prereg::ConfigurationFPFH search = SettingsForSearch(config);
-        search.uiNumPolygons = static_cast<unsigned>(std::ceil(share * search.uiNumPolygons));
-        const auto judge = SettingsForMerging(config, merges.TypicalRmse());
-        return std::make_unique<CWatchedSearch>(prereg::CRefinedPreRegistration(fix, flt, search, judge, oracle),
-                                                config.dGridSize, merges);
-    };
-}
-
-void run(const RegisterOptions& options, CSession& session, const CInterruption& interruption)
-{
-    // Most pairs of many scans have nothing in common, and most others are found soon.
-    constexpr double dQuickShare = 0.25;
-    prereg::CClusterRegistration& registration = session.GetRegistration();
-    const auto numClusters = [&] { return registration.GetClusterIDs().size(); };
-    CProgress progress("registering", std::max<std::size_t>(numClusters(), 1) - 1, options.general.isQuiet);
-    Merges merges{interruption, progress, {}};
-    for (const double share : {dQuickShare, 1.0}) {
-        if (numClusters() < 2 || interruption.IsRequested()) break;
-        registration.ForgetFailures();
-        registration.SetSearch(searchWith(merges, share));
-        registration.Run();
-    }
-    registration.SetSearch({});
-}
-
-void optimize(const RegisterOptions& options, CSession& session, const CInterruption& interruption)
-{
-    prereg::CClusterRegistration& registration = session.GetRegistration();
-    registration.SetFitToPrimary(true);
-    const std::vector<UniversalUniqueID> clusters = registration.GetClusterIDs();
-    CProgress progress("optimizing", clusters.size(), options.general.isQuiet);
-    for (const UniversalUniqueID& id : clusters) {
-        if (registration.Size(id) > 1) registration.OptimizeRegistration(id, true, false, interruption.GetFlag());
-        progress.Step();
-    }
-}
-
-/// The session to go on with, or a new one, and the scans that are new to it.
-std::pair<CSession, std::vector<SurfelScan>> begin(RegisterOptions& options, const CSession::Group& group,
-                                                   CStages& stages)
-{
-    if (options.session.empty()) {
-        std::vector<SurfelScan> scans = readScans(options);
-        CSession session(chooseSettings(options, scans), options.files.dMmPerUnit, group);
-        return {std::move(session), std::move(scans)};
-    }
-    CSession session = CSession::Load(options.session, group);
-    stages.End("session");
+    prereg::CSession session = prereg::CSession::Load(options.session, group);
     if (!options.hasScale) options.files.dMmPerUnit = session.GetMmPerUnit();
     for (const std::string& scan : options.scans) {
         if (session.Contains(nameOf(scan)))
-            throw CInputError(scan, "a scan of this name is in the session already", "rename it");
+            throw Zorvan::CInputError(scan, "a scan of this name is in the session already", "rename it");
     }
-    return {std::move(session), readScans(options)};
+    return session;
 }
 
-int report(const RegistrationTable& table, bool isComplete)
+prereg::RegisterOptions toOptions(const RegisterOptions& options, const CInitialPoses& initial,
+                                  const std::vector<Zorvan::SurfelScan>& scans)
 {
-    std::cout << ToText(table);
-    const auto isWithFirst = [&](const ScanRow& scan) { return scan.cluster == table.scans.front().cluster; };
-    return isComplete && std::all_of(table.scans.begin(), table.scans.end(), isWithFirst) ? Done : NotEveryScan;
+    prereg::RegisterOptions how;
+    how.isOptimized = options.isOptimized;
+    how.isKeptGoing = options.isKeptGoing;
+    for (const Zorvan::SurfelScan& scan : scans) how.startPoses.push_back(initial.Of(scan.file));
+    how.uiNumTasks = options.general.uiNumThreads;
+    how.gpu = options.gpu.MakeContext(options.general.isQuiet);
+    how.dMmPerUnit = options.files.dMmPerUnit;
+    if (!options.session.empty()) return how;
+    how.dGrid = options.files.ToGrid();
+    how.settings = options.settings.Read(options.general.isQuiet);
+    return how;
+}
+
+/// @param times  of what is done before the registration
+prereg::RegisterResult run(RegisterOptions& options, const CInitialPoses& initial, const CInterruption& interruption,
+                           prereg::CStageTimes& times)
+{
+    CProgress progress(options.general.isQuiet);
+    const Zorvan::Hooks hooks = progress.Hooks(interruption);
+    if (options.session.empty()) {
+        const std::vector<Zorvan::SurfelScan> scans = readScans(options, hooks);
+        times.End("reading");
+        return prereg::RegisterScans(scans, toOptions(options, initial, scans), hooks);
+    }
+    auto scheduler = std::make_shared<Zorvan::CJobScheduler>(options.general.uiNumThreads);
+    prereg::CSession session = load(options, scheduler->CreateJobGroup({}, {}));
+    times.End("session");
+    const std::vector<Zorvan::SurfelScan> scans = readScans(options, hooks);
+    times.End("reading");
+    return prereg::RegisterScans(std::move(scheduler), std::move(session), scans, toOptions(options, initial, scans),
+                                 hooks);
 }
 
 /// The folder is there, and every result can be written into it.
 void prepareFolder(const std::filesystem::path& folder)
 {
-    MakeFolder(folder);
-    RequireWritable(folder / sSession);
-    for (const char* name : resultFiles) RequireReplaceable(folder / name);
+    Zorvan::MakeFolder(folder);
+    Zorvan::RequireWritable(folder / sSession);
+    for (const char* name : prereg::resultFiles) Zorvan::RequireReplaceable(folder / name);
 }
 
 int registerScans(RegisterOptions options)
@@ -378,33 +238,25 @@ int registerScans(RegisterOptions options)
     const std::filesystem::path folder = options.folder;
     const CInitialPoses initial(options);
     prepareFolder(folder);
-    const std::vector<CFileLock> locks = lockSessions(options);
-    if (!options.session.empty()) TidyStagingFolders(std::filesystem::path(options.session).parent_path());
+    const std::vector<Zorvan::CFileLock> locks = lockSessions(options);
+    if (!options.session.empty()) Zorvan::TidyStagingFolders(std::filesystem::path(options.session).parent_path());
 
-    CStages stages;
-    Zorvan::CJobScheduler scheduler(options.general.uiNumThreads);
-    const CSession::Group group = scheduler.CreateJobGroup({}, {});
+    prereg::CStageTimes times;
     const CInterruption interruption;
-    auto [session, scans] = begin(options, group, stages);
-    stages.End("reading");
-    const bool isComplete = addScans(options, scans, initial, session);
-    stages.End("features");
-    run(options, session, interruption);
-    stages.End("registration");
-    if (options.isOptimized && !interruption.IsRequested()) {
-        optimize(options, session, interruption);
-        stages.End("optimization");
-    }
-    const RegistrationTable table = LookAtPoses(session, group);
-    WriteRegistration(folder, session, table);
-    stages.End("results");
+    const prereg::RegisterResult result = run(options, initial, interruption, times);
+    times.Append(result.times);
+    prereg::WriteRegistration(folder, result.session, result.table);
+    times.End("results");
 
-    Tell(stages.Words(), options.general.isQuiet);
-    if (interruption.IsRequested())
+    Tell(result.settingsWords, options.general.isQuiet);
+    for (const std::string& why : result.leftOut) leaveOut(why);
+    Tell(times.Words(), options.general.isQuiet);
+    if (result.isStopped)
         Tell("stopped; this is what was found so far, and --session " + sessionOf(options).string() +
                  " goes on from there",
              false);
-    return report(table, isComplete && !interruption.IsRequested());
+    std::cout << prereg::ToText(result.table);
+    return !options.isIncomplete && result.IsOneCluster() && !result.isStopped ? Done : NotEveryScan;
 }
 
 } // namespace

@@ -1,11 +1,12 @@
-#include "atomicfile.h"
-#include "autosettings.h"
 #include "commands.h"
 #include "options.h"
-#include "outputcheck.h"
-#include "settingsfile.h"
-#include "showntext.h"
-#include "textnumber.h"
+
+#include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/outputcheck.h"
+#include "zorvan/scans/showntext.h"
+#include "zorvan/scans/textnumber.h"
+#include "zorvan/workflow/autosettings.h"
+#include "zorvan/workflow/settingsfile.h"
 
 #include <iostream>
 #include <memory>
@@ -28,28 +29,28 @@ std::string write(const SettingsCall& call)
     std::string heading = "The library's own settings, for an intraoral scanner with points some 0.1 mm apart.";
     prereg::ConfigurationFPFH config;
     if (const std::optional<double> grid = call.files.ToGrid()) {
-        heading = "What the commands choose for a grid of " + ToText(*grid) + " mm.";
-        config = AllSettingsForGrid(*grid);
+        heading = "What the commands choose for a grid of " + Zorvan::ToText(*grid) + " mm.";
+        config = prereg::AllSettingsForGrid(*grid);
     }
     if (!call.settings.empty()) {
         heading += " Changed by " + call.settings + ".";
-        config = WithSettings(config, ReadSettingsFile(call.settings));
+        config = prereg::WithSettings(config, prereg::ReadSettingsFile(call.settings));
     }
-    return WriteSettingsText(config, ToShown(heading));
+    return prereg::WriteSettingsText(config, Zorvan::ToShown(heading));
 }
 
 int settings(const SettingsCall& call)
 {
     call.general.Apply();
     if (!call.output.empty()) {
-        RequireApart(call.output, {call.settings});
-        RequireWritable(call.output);
+        Zorvan::RequireApart(call.output, {call.settings});
+        Zorvan::RequireWritable(call.output);
     }
     const std::string text = write(call);
     if (call.output.empty())
         std::cout << text;
     else
-        WriteFileAtomically(call.output, text);
+        Zorvan::WriteFileAtomically(call.output, text);
     return Done;
 }
 

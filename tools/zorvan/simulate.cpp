@@ -1,19 +1,19 @@
-#include "atomicfile.h"
 #include "commands.h"
-#include "filelock.h"
-#include "inputerror.h"
-#include "jsonvalues.h"
 #include "options.h"
-#include "posesfile.h"
 #include "progress.h"
-#include "scanwriter.h"
-#include "showntext.h"
-#include "stagingfolder.h"
-#include "textnumber.h"
 
 #include "tools/virtualscanner/overlaptable.h"
 #include "tools/virtualscanner/virtualobjects.h"
 #include "tools/virtualscanner/virtualscanner.h"
+#include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/filelock.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/jsonvalues.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanwriter.h"
+#include "zorvan/scans/showntext.h"
+#include "zorvan/scans/stagingfolder.h"
+#include "zorvan/scans/textnumber.h"
 
 #include <algorithm>
 #include <array>
@@ -63,9 +63,9 @@ std::vector<prereg::CTrafo> posesInFirst(const CVirtualScanner& scanner)
     return poses;
 }
 
-PosesFile toFile(const std::vector<prereg::CTrafo>& poses, const std::string& id)
+Zorvan::PosesFile toFile(const std::vector<prereg::CTrafo>& poses, const std::string& id)
 {
-    PoseCluster cluster{id, true, {}};
+    Zorvan::PoseCluster cluster{id, true, {}};
     for (unsigned view = 0; view < poses.size(); ++view)
         cluster.scans.push_back({nameOf(view) + ".ply", nameOf(view), poses[view], {}});
     return {1.0, {cluster}};
@@ -74,15 +74,15 @@ PosesFile toFile(const std::vector<prereg::CTrafo>& poses, const std::string& id
 void check(const SimulateOptions& options)
 {
     if (options.noise && (!(*options.noise >= 0.0) || !(*options.noise <= 10.0)))
-        throw CInputError("--noise must be between 0 and 10 millimetres");
+        throw Zorvan::CInputError("--noise must be between 0 and 10 millimetres");
     if (options.field && (!options.IsJaw() || options.IsLidar()))
-        throw CInputError("--field goes with views along a jaw; other objects are seen whole");
+        throw Zorvan::CInputError("--field goes with views along a jaw; other objects are seen whole");
     if (options.uiNumPoints > 0 && options.IsLidar())
-        throw CInputError("--points does not go with a lidar: give --spacing, the one along its rings");
+        throw Zorvan::CInputError("--points does not go with a lidar: give --spacing, the one along its rings");
     try {
         (void)SensorFor(options.sensor, {});
     } catch (const std::invalid_argument& error) {
-        throw CInputError(std::string("--sensor: ") + error.what());
+        throw Zorvan::CInputError(std::string("--sensor: ") + error.what());
     }
 }
 
@@ -111,19 +111,21 @@ CVirtualScanner makeScanner(SimulateOptions options)
 
 /// Writes the views. @return their points
 std::vector<prereg::Vectors> writeViews(const SimulateOptions& options, const CVirtualScanner& scanner,
-                                        const CStagingFolder& staging)
+                                        const Zorvan::CStagingFolder& staging)
 {
     std::vector<prereg::Vectors> points;
-    CProgress progress("scanning", scanner.GetSettings().uiNumViews, options.general.isQuiet);
+    CProgress progress(options.general.isQuiet);
+    const Zorvan::Hooks hooks = progress.Hooks();
+    hooks.Start("scanning", scanner.GetSettings().uiNumViews);
     for (unsigned view = 0; view < scanner.GetSettings().uiNumViews; ++view) {
-        Scan scan = scanner.Render(view).scan;
+        Zorvan::Scan scan = scanner.Render(view).scan;
         scan.normals.clear(); // as from a scanner: readers take them from the faces
         if (!options.IsJaw() && !options.hasTriangles) scan.faces.clear();
-        WritePly(staging / (nameOf(view) + ".ply"), scan);
+        Zorvan::WritePly(staging / (nameOf(view) + ".ply"), scan);
         points.push_back(std::move(scan.points));
-        progress.Step();
+        hooks.Advance();
     }
-    progress.Finish();
+    hooks.Finish();
     return points;
 }
 
@@ -146,7 +148,7 @@ void writeOverlap(const std::filesystem::path& file, const std::vector<std::vect
             text += number.data();
         }
     }
-    WriteFileAtomically(file, text + '\n');
+    Zorvan::WriteFileAtomically(file, text + '\n');
 }
 
 /// What was scanned and how: enough to judge a pose that somebody found.
@@ -154,30 +156,31 @@ void writeObject(const std::filesystem::path& file, const SimulateOptions& optio
 {
     const ObjectTraits& traits = scanner.GetObject().GetTraits();
     const prereg::CTrafo toFirst = scanner.GetPose(0).GetInverse(true);
-    const Vector3 middle = toFirst * traits.middle;
-    nlohmann::ordered_json json = {{"object", options.object},
-                                   {"sensor", options.sensor},
-                                   {"seed", scanner.GetSettings().uiSeed},
-                                   {"unit", "mm"},
-                                   {"extent", JsonNumber(traits.dSize)},
-                                   {"spacing", JsonNumber(scanner.GetSettings().dPixelSpacing)},
-                                   {"noise", JsonNumber(scanner.GetSettings().dNoise)},
-                                   {"middle", {JsonNumber(middle.x), JsonNumber(middle.y), JsonNumber(middle.z)}},
-                                   {"symmetries", nlohmann::ordered_json::array()}};
+    const Zorvan::Vector3 middle = toFirst * traits.middle;
+    nlohmann::ordered_json json = {
+        {"object", options.object},
+        {"sensor", options.sensor},
+        {"seed", scanner.GetSettings().uiSeed},
+        {"unit", "mm"},
+        {"extent", Zorvan::JsonNumber(traits.dSize)},
+        {"spacing", Zorvan::JsonNumber(scanner.GetSettings().dPixelSpacing)},
+        {"noise", Zorvan::JsonNumber(scanner.GetSettings().dNoise)},
+        {"middle", {Zorvan::JsonNumber(middle.x), Zorvan::JsonNumber(middle.y), Zorvan::JsonNumber(middle.z)}},
+        {"symmetries", nlohmann::ordered_json::array()}};
     for (const prereg::CTrafo& symmetry : traits.symmetries)
-        json["symmetries"].push_back(JsonPose(toFirst * symmetry * scanner.GetPose(0), 1.0));
-    WriteFileAtomically(file, json.dump(1) + '\n');
+        json["symmetries"].push_back(Zorvan::JsonPose(toFirst * symmetry * scanner.GetPose(0), 1.0));
+    Zorvan::WriteFileAtomically(file, json.dump(1) + '\n');
 }
 
 void writeTruth(const SimulateOptions& options, const CVirtualScanner& scanner,
-                const std::vector<prereg::Vectors>& points, const CStagingFolder& staging)
+                const std::vector<prereg::Vectors>& points, const Zorvan::CStagingFolder& staging)
 {
     const std::vector<double> rough = ParseNumbers("--rough", options.rough, 2);
     const std::vector<prereg::CTrafo> truth = posesInFirst(scanner);
-    const Vector3 middle = scanner.GetPose(0).GetInverse(true) * scanner.GetObject().GetTraits().middle;
-    WritePoses(staging / "truth.json", toFile(truth, "truth"));
-    WritePoses(staging / "rough.json",
-               toFile(DisturbPoses(truth, middle, rough[0], rough[1], scanner.GetSettings().uiSeed), "rough"));
+    const Zorvan::Vector3 middle = scanner.GetPose(0).GetInverse(true) * scanner.GetObject().GetTraits().middle;
+    Zorvan::WritePoses(staging / "truth.json", toFile(truth, "truth"));
+    Zorvan::WritePoses(staging / "rough.json",
+                       toFile(DisturbPoses(truth, middle, rough[0], rough[1], scanner.GetSettings().uiSeed), "rough"));
     if (options.IsJaw() && !options.IsLidar() && !options.hasOverlap) return;
     writeObject(staging / "object.json", options, scanner);
     writeOverlap(staging / "overlap.csv", OverlapTable(points, truth, reachOf(options, scanner.GetSettings()),
@@ -189,14 +192,15 @@ int simulate(const SimulateOptions& options)
     options.general.Apply();
     check(options);
     const std::vector<double> rough = ParseNumbers("--rough", options.rough, 2);
-    MakeFolder(options.folder);
-    RequireWritable(options.folder / "truth.json");
-    const CFileLock lock(options.folder / "truth.json", [&](const std::string& holder) {
-        throw CInputError(options.folder, "in use by " + holder, "wait until it has ended, or give another folder");
+    Zorvan::MakeFolder(options.folder);
+    Zorvan::RequireWritable(options.folder / "truth.json");
+    const Zorvan::CFileLock lock(options.folder / "truth.json", [&](const std::string& holder) {
+        throw Zorvan::CInputError(options.folder, "in use by " + holder,
+                                  "wait until it has ended, or give another folder");
     });
 
     const CVirtualScanner scanner = makeScanner(options);
-    CStagingFolder staging(options.folder);
+    Zorvan::CStagingFolder staging(options.folder);
     const std::vector<prereg::Vectors> points = writeViews(options, scanner, staging);
     writeTruth(options, scanner, points, staging);
     staging.Publish();
@@ -204,8 +208,8 @@ int simulate(const SimulateOptions& options)
         std::accumulate(points.begin(), points.end(), std::size_t{0},
                         [](std::size_t sum, const prereg::Vectors& view) { return sum + view.size(); });
     std::cout << points.size() << " scans with " << total << " points, truth.json and rough.json (start poses off by "
-              << ToText(rough[0]) << " degrees and " << ToText(rough[1]) << " mm) are in "
-              << ToShown(options.folder.string()) << '\n';
+              << Zorvan::ToText(rough[0]) << " degrees and " << Zorvan::ToText(rough[1]) << " mm) are in "
+              << Zorvan::ToShown(options.folder.string()) << '\n';
     return Done;
 }
 

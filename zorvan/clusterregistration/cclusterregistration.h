@@ -1,6 +1,7 @@
 #pragma once
 
 #include "zorvan/core/ctrafo.h"
+#include "zorvan/core/hooks.h"
 #include "zorvan/core/vector.h"
 #include "zorvan/documents/bson.h"
 #include "zorvan/features/cfpfhpointset.h"
@@ -90,18 +91,23 @@ public:
                        const CTrafo& preTrafo, const std::vector<EntityTuple>& entities);
 
     /// Tries to register all pairs of clusters and merges those that fit, until none does. A pair that failed is not
-    /// tried again before one of the two has changed. Can take long and cannot be stopped, unless by a search of the
-    /// caller's own (`SetSearch`).
+    /// tried again before one of the two has changed. Can take long; see the overload for a way to stop it.
     /// @return  whether anything was merged
     bool Run();
+    /// The same, reporting merges. When it is stopped, what has been merged stays so, and the pair at hand counts as
+    /// not tried. The hooks are called under the lock.
+    bool Run(const Zorvan::Hooks& hooks);
     /// Refines the poses inside a cluster and takes it apart where the entities do not agree; see the multi-object
     /// ComputeICPRegistration, which tells what the two flags do.
     /// @param abort  polled; an aborted optimisation leaves everything as it was
     /// @return       the clusters that it became; empty for an unknown one
     std::vector<UniversalUniqueID> OptimizeRegistration(const UniversalUniqueID& clusterID, bool computeStatistics,
                                                         bool flag, const bool& abort);
+    std::vector<UniversalUniqueID> OptimizeRegistration(const UniversalUniqueID& clusterID, bool computeStatistics,
+                                                        const Zorvan::Hooks& hooks);
     /// The same for each cluster.
     std::vector<UniversalUniqueID> OptimizeRegistration(bool computeStatistics, bool flag, const bool& abort);
+    std::vector<UniversalUniqueID> OptimizeRegistration(bool computeStatistics, const Zorvan::Hooks& hooks);
     /// Keeps of a cluster's surfaces what the predicate accepts in world coordinates. Entities that are left too lean
     /// go; the cluster falls apart where its entities no longer overlap; then `Run`'s search starts anew.
     /// @param predicate  called on this thread, under the lock
@@ -204,11 +210,12 @@ private:
     [[nodiscard]] bool registrationFailedPreviously(const UniversalUniqueID& a, const UniversalUniqueID& b) const;
     void resetRegistrationFailures(const UniversalUniqueID& id);
 
-    bool registerClusters();
+    bool registerClusters(const Zorvan::Hooks& hooks);
     /// The next pair that fits is merged. @return whether there was one
-    bool mergeNextPair();
+    bool mergeNextPair(const Zorvan::Hooks& hooks);
     /// @return  b to a coordinates; invalid when they do not fit
-    [[nodiscard]] CTrafo registerClusters(const UniversalUniqueID& a, const UniversalUniqueID& b) const;
+    [[nodiscard]] CTrafo findPose(const UniversalUniqueID& a, const UniversalUniqueID& b,
+                                  const Zorvan::Hooks& hooks) const;
     UniversalUniqueID mergeClusters(UniversalUniqueID into, UniversalUniqueID from, CTrafo trafo);
     [[nodiscard]] float estimateOverlapRatio(const Entity& a, const Entity& b) const;
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "zorvan/core/ctrafo.h"
+#include "zorvan/core/hooks.h"
 #include "zorvan/features/cfpfhpointset.h"
 #include "zorvan/features/configurationfpfh.h"
 #include "zorvan/graphs/cdisjointsets.h"
@@ -79,7 +80,7 @@ struct Cluster
     /// @return  which entities still belong together, by their indices in `entitiesPrimaryFirst`
     [[nodiscard]] Zorvan::CDisjointSets OptimizeRegistration(const ConfigurationICP& config, std::mt19937& rng,
                                                              const PointSetJobGroup& group, bool computeStatistics,
-                                                             bool flag, const bool& abort, bool isFitToPrimary);
+                                                             const Zorvan::Hooks& hooks, bool isFitToPrimary);
 };
 
 } // namespace prereg

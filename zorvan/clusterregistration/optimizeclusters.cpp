@@ -28,8 +28,8 @@ CDisjointSets oneClass(std::size_t n)
 } // namespace
 
 CDisjointSets Cluster::OptimizeRegistration(const ConfigurationICP& config, std::mt19937& rng,
-                                            const PointSetJobGroup& group, bool computeStatistics, bool flag,
-                                            const bool& abort, bool isFitToPrimary)
+                                            const PointSetJobGroup& group, bool computeStatistics,
+                                            const Zorvan::Hooks& hooks, bool isFitToPrimary)
 {
     const std::vector<UniversalUniqueID> ids = entitiesPrimaryFirst();
     if (ids.empty()) return {};
@@ -39,8 +39,8 @@ CDisjointSets Cluster::OptimizeRegistration(const ConfigurationICP& config, std:
         sets.emplace_back(std::make_shared<const ICPPointSet>(entity.GetPointSet()), entity.trafo);
     }
     const auto [results, classes] =
-        ComputeICPRegistration(config, rng, sets, group, zScoreLimit, computeStatistics, flag, abort);
-    if (Zorvan::ReadSharedFlag(abort)) {
+        ComputeICPRegistration(config, rng, sets, group, zScoreLimit, computeStatistics, hooks);
+    if (hooks.IsAborted()) {
         logger.Warn(L"rejecting optimization result (aborted computation)");
         return oneClass(ids.size());
     }
@@ -53,20 +53,38 @@ CDisjointSets Cluster::OptimizeRegistration(const ConfigurationICP& config, std:
     return classes;
 }
 
-std::vector<UniversalUniqueID> CClusterRegistration::OptimizeRegistration(bool computeStatistics, bool flag,
+std::vector<UniversalUniqueID> CClusterRegistration::OptimizeRegistration(bool computeStatistics, bool,
                                                                           const bool& abort)
 {
+    return OptimizeRegistration(computeStatistics, Zorvan::Hooks([&] { return Zorvan::ReadSharedFlag(abort); }));
+}
+
+std::vector<UniversalUniqueID> CClusterRegistration::OptimizeRegistration(bool computeStatistics,
+                                                                          const Zorvan::Hooks& hooks)
+{
     std::vector<UniversalUniqueID> all;
-    for (const UniversalUniqueID& id : GetClusterIDs()) {
-        const auto parts = OptimizeRegistration(id, computeStatistics, flag, abort);
+    const std::vector<UniversalUniqueID> ids = GetClusterIDs();
+    hooks.Start("optimizing", ids.size());
+    for (const UniversalUniqueID& id : ids) {
+        const auto parts = OptimizeRegistration(id, computeStatistics, hooks);
         all.insert(all.end(), parts.begin(), parts.end());
+        hooks.Advance();
     }
+    hooks.Finish();
     return all;
 }
 
 std::vector<UniversalUniqueID> CClusterRegistration::OptimizeRegistration(const UniversalUniqueID& clusterID,
-                                                                          bool computeStatistics, bool flag,
+                                                                          bool computeStatistics, bool,
                                                                           const bool& abort)
+{
+    return OptimizeRegistration(clusterID, computeStatistics,
+                                Zorvan::Hooks([&] { return Zorvan::ReadSharedFlag(abort); }));
+}
+
+std::vector<UniversalUniqueID> CClusterRegistration::OptimizeRegistration(const UniversalUniqueID& clusterID,
+                                                                          bool computeStatistics,
+                                                                          const Zorvan::Hooks& hooks)
 {
     const std::lock_guard lock(m_mutex);
     const auto place = m_state.clusters.find(clusterID);
@@ -74,13 +92,13 @@ std::vector<UniversalUniqueID> CClusterRegistration::OptimizeRegistration(const 
         logger.Warn(L"cluster %ls not found!", std::wstring(clusterID));
         return {};
     }
-    if (Zorvan::ReadSharedFlag(abort)) {
+    if (hooks.IsAborted()) {
         logger.Warn(L"optimization of cluster %ls aborted!", std::wstring(clusterID));
         return {clusterID};
     }
     const std::shared_ptr<Cluster> cluster = place->second;
     const CDisjointSets classes = cluster->OptimizeRegistration(m_state.config.icpConfig, *m_state.rng, m_state.group,
-                                                                computeStatistics, flag, abort, m_state.isFitToPrimary);
+                                                                computeStatistics, hooks, m_state.isFitToPrimary);
     m_state.events += bson::element::make_uuid("optimize", &clusterID);
     for (const auto& [id, entity] : cluster->entities) m_state.changes[id] = cluster->GetTrafo(id);
     if (classes.GetNumClasses() < 2) {
@@ -249,7 +267,7 @@ void CClusterRegistration::ApplyCut(const UniversalUniqueID& clusterID, Predicat
         part->refreshMergedPointSet(m_state.config, m_state.group);
         logger.Info(L"id %ls (%zi entities)", std::wstring(id), part->entities.size());
     }
-    registerClusters();
+    registerClusters(Zorvan::Hooks::None());
     if (!m_state.clusters.empty() && clusterID == m_state.primaryClusterID) keepPrimaryID(parts);
 }
 

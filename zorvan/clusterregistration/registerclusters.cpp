@@ -7,6 +7,7 @@
 #include "zorvan/platform/stopwatch.h"
 #include "zorvan/preregistration/cfpfhpreregistration.h"
 
+#include <algorithm>
 #include <optional>
 #include <stdexcept>
 
@@ -43,40 +44,50 @@ void tryPreTrafo(IPreRegistration& search, const CTrafo& preTrafo, const Zorvan:
 
 } // namespace
 
-bool CClusterRegistration::Run()
+bool CClusterRegistration::Run() { return Run(Zorvan::Hooks::None()); }
+
+bool CClusterRegistration::Run(const Zorvan::Hooks& hooks)
 {
     const std::lock_guard lock(m_mutex);
-    const bool isAnyMerged = registerClusters();
+    const bool isAnyMerged = registerClusters(hooks);
     logger.Info(L"%s", getStatusString(4));
     m_state.events += bson::element("run", isAnyMerged);
     return isAnyMerged;
 }
 
-bool CClusterRegistration::registerClusters()
+bool CClusterRegistration::registerClusters(const Zorvan::Hooks& hooks)
 {
     bool isAnyMerged = false;
-    while (mergeNextPair()) isAnyMerged = true;
+    hooks.Start("registering", std::max<std::size_t>(m_state.clusters.size(), 1) - 1);
+    while (mergeNextPair(hooks)) {
+        isAnyMerged = true;
+        hooks.Advance();
+    }
+    hooks.Finish();
     return isAnyMerged;
 }
 
-bool CClusterRegistration::mergeNextPair()
+bool CClusterRegistration::mergeNextPair(const Zorvan::Hooks& hooks)
 {
     // Each pair is met once, the later one first, and so memoized in that order.
     for (const auto& [a, laterCluster] : m_state.clusters) {
         for (const auto& [b, earlierCluster] : m_state.clusters) {
             if (a == b) break;
             if (registrationFailedPreviously(a, b)) continue;
-            if (const CTrafo trafo = registerClusters(a, b)) {
+            if (hooks.IsAborted()) return false;
+            if (const CTrafo trafo = findPose(a, b, hooks)) {
                 mergeClusters(a, b, trafo);
                 return true;
             }
+            if (hooks.IsAborted()) return false;
             memoizeFailedRegistration(a, b);
         }
     }
     return false;
 }
 
-CTrafo CClusterRegistration::registerClusters(const UniversalUniqueID& a, const UniversalUniqueID& b) const
+CTrafo CClusterRegistration::findPose(const UniversalUniqueID& a, const UniversalUniqueID& b,
+                                      const Zorvan::Hooks& hooks) const
 {
     Cluster& fix = *m_state.clusters.at(a);
     Cluster& flt = *m_state.clusters.at(b);
@@ -92,7 +103,7 @@ CTrafo CClusterRegistration::registerClusters(const UniversalUniqueID& a, const 
     if (preTrafo) tryPreTrafo(*search, *preTrafo, watch);
     if (!search->HasMoreResults()) {
         logger.Info(L"computing preregistration ...");
-        search->Compute({});
+        search->Compute(Zorvan::Hooks([&hooks] { return hooks.IsAborted(); }));
         logger.Info(L"preregistration completed (%.3fs).", watch.Seconds());
     }
     if (!search->HasMoreResults()) {

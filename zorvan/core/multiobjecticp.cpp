@@ -39,9 +39,9 @@ struct Settings
     const JobGroup& group;
     double dZScoreLimit;
     bool bComputeStatistics;
-    const bool& abort;
+    const Zorvan::Hooks& hooks;
 
-    [[nodiscard]] bool IsAborted() const { return Zorvan::ReadSharedFlag(abort); }
+    [[nodiscard]] bool IsAborted() const { return hooks.IsAborted(); }
 };
 
 std::vector<ICPResult> resultsAtGivenPoses(const ICPPointSetsWithPoses& sets)
@@ -336,11 +336,20 @@ ComputeICPRegistration(const ConfigurationICP& config, std::mt19937& rng, const 
                        const std::shared_ptr<Zorvan::CJobScheduler::Group>& group, double zScoreLimit,
                        bool computeStatistics, bool, const bool& abort)
 {
+    const Zorvan::Hooks hooks([&abort] { return Zorvan::ReadSharedFlag(abort); });
+    return ComputeICPRegistration(config, rng, sets, group, zScoreLimit, computeStatistics, hooks);
+}
+
+std::pair<std::vector<ICPResult>, CDisjointSets>
+ComputeICPRegistration(const ConfigurationICP& config, std::mt19937& rng, const ICPPointSetsWithPoses& sets,
+                       const std::shared_ptr<Zorvan::CJobScheduler::Group>& group, double zScoreLimit,
+                       bool computeStatistics, const Zorvan::Hooks& hooks)
+{
     const auto isMissing = [](const auto& setWithPose) { return setWithPose.first == nullptr; };
     if (std::any_of(sets.begin(), sets.end(), isMissing)) throw std::invalid_argument("no point set");
 
     logger.Info(L"ICP: computation of statistics is %ls", computeStatistics ? L"ENABLED" : L"DISABLED");
-    const Settings settings{config, rng, group, zScoreLimit, computeStatistics, abort};
+    const Settings settings{config, rng, group, zScoreLimit, computeStatistics, hooks};
     Outcome outcome = computeICPRegistration_multiCluster(settings, sets);
     for (const auto& oneClass : outcome.second) {
         fixGauge(sets, std::vector<unsigned>(oneClass.begin(), oneClass.end()), outcome.first);

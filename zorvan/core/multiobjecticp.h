@@ -4,6 +4,7 @@
 #include "zorvan/core/cpointset.h"
 #include "zorvan/core/ctrafo.h"
 #include "zorvan/core/ellipsoid.h"
+#include "zorvan/core/hooks.h"
 #include "zorvan/core/icpresult.h"
 #include "zorvan/core/tkdtree.h"
 #include "zorvan/core/vector.h"
@@ -103,5 +104,10 @@ using ICPPointSetsWithPoses = std::vector<std::pair<std::shared_ptr<const ICPPoi
 ComputeICPRegistration(const ConfigurationICP& config, std::mt19937& rng, const ICPPointSetsWithPoses& sets,
                        const std::shared_ptr<Zorvan::CJobScheduler::Group>& group, double zScoreLimit,
                        bool computeStatistics, bool, const bool& abort);
+/// The same, stopped through the hooks, which are asked on the calling thread.
+[[nodiscard]] ZORVAN_API std::pair<std::vector<ICPResult>, Zorvan::CDisjointSets>
+ComputeICPRegistration(const ConfigurationICP& config, std::mt19937& rng, const ICPPointSetsWithPoses& sets,
+                       const std::shared_ptr<Zorvan::CJobScheduler::Group>& group, double zScoreLimit,
+                       bool computeStatistics, const Zorvan::Hooks& hooks);
 
 } // namespace prereg

@@ -32,6 +32,11 @@ bool isTooLean(const std::shared_ptr<const CFPFHPointSet>& set, const Configurat
 
 IPreRegistration::~IPreRegistration() = default;
 
+bool IPreRegistration::Compute(const Zorvan::Hooks& hooks)
+{
+    return Compute([&hooks] { return hooks.IsAborted(); });
+}
+
 std::size_t CFPFHPreRegistration::TrafoHash::operator()(const CTrafo& trafo) const
 {
     std::uint32_t crc = 0;
@@ -75,9 +80,11 @@ ICPResult CFPFHPreRegistration::crossed(ICPResult result) const
 
 bool CFPFHPreRegistration::isUsable() const { return !isTooLean(m_fix, m_config) && !isTooLean(m_flt, m_config); }
 
-bool CFPFHPreRegistration::Compute(std::function<bool()> abort)
+bool CFPFHPreRegistration::Compute(std::function<bool()> abort) { return Compute(Zorvan::Hooks(std::move(abort))); }
+
+bool CFPFHPreRegistration::Compute(const Zorvan::Hooks& hooks)
 {
-    const auto isAborted = [&abort] { return abort && abort(); };
+    const auto isAborted = [&hooks] { return hooks.IsAborted(); };
     if (isTooLean(m_fix, m_config)) {
         logger.Warn(L"too few features in point set 'fix'");
         return false;
@@ -90,7 +97,7 @@ bool CFPFHPreRegistration::Compute(std::function<bool()> abort)
     // Without a ball around them, polygons spread over the kinds of surface instead.
     if (m_config.dMaxPolygonDiameter < 0) m_analysis = CFPFHClusterAnalysis(getFlt(), m_config);
     if (isAborted()) return false;
-    const bool needsClustering = searchPolygons(isAborted);
+    const bool needsClustering = searchPolygons(hooks);
     if (isAborted()) return false;
     if (needsClustering) clusterTransformations();
     if (isAborted()) return false;
@@ -98,28 +105,30 @@ bool CFPFHPreRegistration::Compute(std::function<bool()> abort)
     return HasMoreResults();
 }
 
-bool CFPFHPreRegistration::searchPolygons(const std::function<bool()>& isAborted)
+bool CFPFHPreRegistration::searchPolygons(const Zorvan::Hooks& hooks)
 {
     bool needsClustering = true;
-    for (unsigned int k = 0; k < m_config.uiNumPolygons; ++k) {
-        if (isAborted()) break;
+    hooks.Start("searching", m_config.uiNumPolygons);
+    for (unsigned int k = 0; k < m_config.uiNumPolygons; ++k, hooks.Advance()) {
+        if (hooks.IsAborted()) break;
         const CFPFHPolygon polygon(m_random, getFlt(), m_analysis, m_config, -1.0);
         if (!polygon) {
             logger.Warn(L"seeding of polygon in 'flt' failed (probably too sparse)");
             continue;
         }
-        if (isAborted()) break;
+        if (hooks.IsAborted()) break;
         const CTrafo trafo = polygon.ComputePreRegistration(getFix(), getFlt(), m_config, m_candidates).first;
         if (!trafo) continue;
         m_proposed.push_back(trafo);
         if (m_config.uiTrafoClusteringQuorum == 0 || m_proposed.size() < m_config.uiTrafoClusteringQuorum) continue;
-        if (isAborted()) break;
+        if (hooks.IsAborted()) break;
         // Without a new success the clusters are those of the last time.
         if (!refineProposals() && !needsClustering) continue;
         clusterTransformations();
         needsClustering = false;
         if (hasQuorum(k + 1)) break;
     }
+    hooks.Finish();
     return needsClustering;
 }
 

@@ -58,6 +58,8 @@ public:
                          const ConfigurationFPFH& config);
 
     bool Compute(std::function<bool()> abort) override;
+    /// Reports polygons; a quorum ends the search before all of them.
+    bool Compute(const Zorvan::Hooks& hooks) override;
     [[nodiscard]] bool HasMoreResults() const override { return !m_results.empty(); }
     [[nodiscard]] ICPResult PeekBestResult() const override;
     ICPResult GetNextResult() override;
@@ -108,7 +110,7 @@ private:
     [[nodiscard]] bool readFlag(const char* name) const;
 
     /// @return  whether proposals came since the last clustering
-    [[nodiscard]] bool searchPolygons(const std::function<bool()>& isAborted);
+    [[nodiscard]] bool searchPolygons(const Zorvan::Hooks& hooks);
     [[nodiscard]] bool hasQuorum(unsigned int polygonsLookedAt) const;
     [[nodiscard]] ICPResult refine(const CTrafo& trafo);
 

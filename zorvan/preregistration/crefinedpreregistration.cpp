@@ -30,11 +30,13 @@ void CRefinedPreRegistration::SetEffort(std::size_t maxCandidates, bool refineAl
     m_refineAll = refineAll;
 }
 
-bool CRefinedPreRegistration::Compute(std::function<bool()> abort)
+bool CRefinedPreRegistration::Compute(std::function<bool()> abort) { return Compute(Zorvan::Hooks(std::move(abort))); }
+
+bool CRefinedPreRegistration::Compute(const Zorvan::Hooks& hooks)
 {
     const auto start = std::chrono::steady_clock::now();
     bool isAborted = false;
-    m_search.Compute([&] { return isAborted = isAborted || (abort && abort()); });
+    m_search.Compute(Zorvan::Hooks([&] { return isAborted = isAborted || hooks.IsAborted(); }, hooks.GetProgress()));
     if (isAborted) m_search.FinalizeAfterAbort();
     m_searchTime += std::chrono::steady_clock::now() - start;
     refineFound();

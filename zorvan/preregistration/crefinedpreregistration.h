@@ -46,6 +46,7 @@ public:
 
     /// An abort ends the search of `CFPFHPreRegistration`; what it has found until then is still refined.
     bool Compute(std::function<bool()> abort) override;
+    bool Compute(const Zorvan::Hooks& hooks) override;
     [[nodiscard]] bool HasMoreResults() const override { return !m_results.empty(); }
     [[nodiscard]] ICPResult PeekBestResult() const override;
     ICPResult GetNextResult() override;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "zorvan/core/hooks.h"
 #include "zorvan/core/icpresult.h"
 #include "zorvan/features/cfpfhpointset.h"
 #include "zorvan/platform/export.h"
@@ -19,6 +20,8 @@ public:
     /// Searches. @param abort  asked now and then on the calling thread, true ends the search; may be empty
     /// @return whether there are results
     virtual bool Compute(std::function<bool()> abort) = 0;
+    /// The same, and reports how far it is where the search can tell.
+    virtual bool Compute(const Zorvan::Hooks& hooks);
     [[nodiscard]] virtual bool HasMoreResults() const = 0;
     /// The best result; a default one when there is none.
     [[nodiscard]] virtual ICPResult PeekBestResult() const = 0;

@@ -19,9 +19,10 @@ namespace {
 
 } // namespace
 
-void AProgressMeter::Start(std::uint64_t totalSteps)
+void AProgressMeter::Start(std::uint64_t totalSteps, std::string_view stage)
 {
     const std::lock_guard lock(m_mutex);
+    begin(stage);
     m_totalSteps = totalSteps;
     m_doneSteps = 0;
     show(fraction());
@@ -54,7 +55,38 @@ void CStageProgressMeter::show(double fraction)
     m_parent.Advance(reached - std::exchange(m_passedOn, reached));
 }
 
-CTextProgressBar::CTextProgressBar(std::ostream& out, std::string label) : m_out(out), m_label(std::move(label)) {}
+CTextProgressBar::CTextProgressBar(std::ostream& out, std::string label, EStyle eStyle)
+    : m_out(out), m_label(std::move(label)), m_eStyle(eStyle)
+{
+}
+
+CTextProgressBar::~CTextProgressBar()
+{
+    if (m_eStyle == EStyle::Vanishing && m_percent >= 0 && m_percent < 100) finishLine();
+}
+
+void CTextProgressBar::begin(std::string_view stage)
+{
+    if (!stage.empty()) m_label = stage;
+    m_percent = -1;
+    m_start = std::chrono::steady_clock::now();
+}
+
+void CTextProgressBar::finishLine()
+{
+    m_out << (m_eStyle == EStyle::Vanishing ? "\r\x1b[K" : "\n");
+    m_out.flush();
+}
+
+std::string CTextProgressBar::timeLeft(double fraction) const
+{
+    constexpr double dFirstSeconds = 1.0; // before, a guess would jump about
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
+    if (fraction <= 0.0 || seconds < dFirstSeconds) return {};
+    const double left = seconds * (1.0 - fraction) / fraction;
+    if (left < 90) return ", about " + std::to_string(std::lround(left)) + " s left";
+    return ", about " + std::to_string(std::lround(left / 60)) + " min left";
+}
 
 void CTextProgressBar::show(double fraction)
 {
@@ -67,8 +99,9 @@ void CTextProgressBar::show(double fraction)
     m_out << '\r' << m_label << " [" << std::string(static_cast<std::size_t>(marks), '#')
           << std::string(static_cast<std::size_t>(iWidth - marks), ' ') << "] " << std::string(3 - number.size(), ' ')
           << number << '%';
-    if (percent == 100) m_out << '\n';
+    if (m_eStyle == EStyle::Vanishing) m_out << timeLeft(fraction) << "\x1b[K";
     m_out.flush();
+    if (percent == 100) finishLine();
 }
 
 } // namespace Zorvan

@@ -2,10 +2,12 @@
 
 #include "zorvan/platform/export.h"
 
+#include <chrono>
 #include <cstdint>
 #include <iosfwd>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 namespace Zorvan {
 
@@ -24,7 +26,8 @@ public:
     virtual ~AProgressMeter() = default;
 
     /// Begins anew with `totalSteps` ahead; 0 means that there is nothing to do, which is all done.
-    void Start(std::uint64_t totalSteps);
+    /// @param stage  what they are steps of, for the reader ("features"); empty: as before
+    void Start(std::uint64_t totalSteps, std::string_view stage = {});
     /// Steps beyond the total do not count.
     void Advance(std::uint64_t steps);
     /// All is done, whatever was counted.
@@ -35,6 +38,8 @@ public:
 protected:
     /// @param fraction  done, in [0, 1]; never falls between two calls of `Start`
     virtual void show(double fraction) = 0;
+    /// A stage begins; `show` follows.
+    virtual void begin(std::string_view) {}
 
 private:
     [[nodiscard]] double fraction() const;
@@ -60,18 +65,32 @@ private:
 };
 
 /// Draws `label [#####     ]  50%` over itself with carriage returns, and a line end at 100 %. Writes only when the
-/// picture changes. The caller decides whether the stream is a terminal.
+/// picture changes. The label of a stage takes the place of the one before it. The caller decides whether the stream is
+/// a terminal.
 class ZORVAN_API CTextProgressBar : public AProgressMeter
 {
 public:
-    CTextProgressBar(std::ostream& out, std::string label);
+    enum class EStyle
+    {
+        Line,     ///< stays, with a line end behind it
+        Vanishing ///< shows the time left as well, and is wiped at 100 % and at the end of its life; for a terminal
+    };
+
+    CTextProgressBar(std::ostream& out, std::string label, EStyle eStyle = EStyle::Line);
+    ~CTextProgressBar() override;
 
 private:
     void show(double fraction) override;
+    void begin(std::string_view stage) override;
+    void finishLine();
+    /// ", about 12 s left" as the steps so far suggest; empty while they say too little.
+    [[nodiscard]] std::string timeLeft(double fraction) const;
 
     std::ostream& m_out;
-    const std::string m_label;
+    std::string m_label;
+    const EStyle m_eStyle;
     int m_percent = -1; ///< as drawn last
+    std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
 };
 
 } // namespace Zorvan

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "zorvan/scans/export.h"
+
+#include <filesystem>
+#include <string_view>
+
+namespace Zorvan {
+
+/// Says in time that a file cannot be written: a missing folder, one without permission, a name that a folder has.
+/// Leaves nothing behind. @throws CInputError
+ZORVAN_SCANS_API void RequireWritable(const std::filesystem::path& file);
+
+/// Writes a whole file or nothing: the bytes go to a new file in a staging folder, which then takes the place of `file`
+/// in one step. An old file stays as it is when anything fails. @throws CInputError
+ZORVAN_SCANS_API void WriteFileAtomically(const std::filesystem::path& file, std::string_view bytes);
+
+/// Makes the folder and those above it. @throws CInputError
+ZORVAN_SCANS_API void MakeFolder(const std::filesystem::path& folder);
+
+} // namespace Zorvan

@@ -1,0 +1,12 @@
+#pragma once
+
+/// Marks what a host may call of zorvan::scans; everything else of that library stays hidden.
+#if defined(_WIN32)
+#if defined(ZORVAN_SCANS_BUILDING)
+#define ZORVAN_SCANS_API __declspec(dllexport)
+#else
+#define ZORVAN_SCANS_API __declspec(dllimport)
+#endif
+#else
+#define ZORVAN_SCANS_API __attribute__((visibility("default")))
+#endif

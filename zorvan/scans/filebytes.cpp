@@ -1,0 +1,52 @@
+#include "zorvan/scans/filebytes.h"
+
+#include "zorvan/platform/bytebuffer.h"
+#include "zorvan/scans/inputerror.h"
+
+#include <fstream>
+#include <system_error>
+
+namespace Zorvan {
+
+namespace {
+
+/// @throws CInputError when there is nothing to be read
+std::size_t demandSize(const std::filesystem::path& file)
+{
+    std::error_code error;
+    const auto status = std::filesystem::status(file, error);
+    if (!std::filesystem::exists(status)) throw CInputError(file, "no such file", "check the path");
+    if (!std::filesystem::is_regular_file(status)) throw CInputError(file, "not a file", "name a file, not a folder");
+
+    const auto size = std::filesystem::file_size(file, error);
+    if (error) throw CInputError(file, "cannot be read: " + error.message(), "check its permissions");
+    if (size == 0) throw CInputError(file, "empty (0 bytes)", "write or copy it again");
+    return size;
+}
+
+void read(const std::filesystem::path& file, char* to, std::size_t size)
+{
+    std::ifstream stream(file, std::ios::binary);
+    stream.read(to, static_cast<std::streamsize>(size));
+    if (stream.gcount() != static_cast<std::streamsize>(size))
+        throw CInputError(file, "cannot be read to its end", "check its permissions and the disk");
+}
+
+} // namespace
+
+std::string ReadFileBytes(const std::filesystem::path& file)
+{
+    std::string bytes(demandSize(file), '\0');
+    read(file, bytes.data(), bytes.size());
+    return bytes;
+}
+
+SharedBytes ReadFileShared(const std::filesystem::path& file)
+{
+    const std::size_t size = demandSize(file);
+    const auto bytes = Zorvan::MakeByteBuffer(size);
+    read(file, reinterpret_cast<char*>(bytes.get()), size);
+    return {bytes, size};
+}
+
+} // namespace Zorvan

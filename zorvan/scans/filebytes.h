@@ -1,0 +1,24 @@
+#pragma once
+
+#include "zorvan/scans/export.h"
+
+#include <cstddef>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+namespace Zorvan {
+
+/// The whole file as bytes.
+/// @throws CInputError when the file is missing, no regular file, empty or unreadable
+[[nodiscard]] ZORVAN_SCANS_API std::string ReadFileBytes(const std::filesystem::path& file);
+
+struct SharedBytes
+{
+    std::shared_ptr<const unsigned char[]> bytes;
+    std::size_t size;
+};
+/// The same for large files.
+[[nodiscard]] ZORVAN_SCANS_API SharedBytes ReadFileShared(const std::filesystem::path& file);
+
+} // namespace Zorvan

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "zorvan/scans/export.h"
+#include "zorvan/scans/scan.h"
+
+#include <filesystem>
+#include <string_view>
+
+namespace Zorvan {
+
+/// Reads STL (text or binary): triangles; the normals of the file are dropped, since they follow from the triangles.
+/// Every corner is a point of its own: see `JoinEqualPoints`.
+/// @throws CInputError, "truncated" for a binary file shorter than its count promises
+[[nodiscard]] ZORVAN_SCANS_API Scan ReadStl(std::string_view bytes, const std::filesystem::path& file);
+
+} // namespace Zorvan

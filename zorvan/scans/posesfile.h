@@ -1,0 +1,65 @@
+#pragma once
+
+#include "zorvan/core/ctrafo.h"
+#include "zorvan/scans/export.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Zorvan {
+
+/// How a registration ended, in numbers. Lengths in mm; what is not finite becomes null in the file.
+struct RegistrationSummary
+{
+    int iKind = -1; ///< a prereg::EICPResult
+    std::string text;
+    double dRmse = 0.0;
+    double dOverlap = 0.0;
+    double dSlip = 0.0;
+};
+
+struct ScanPose
+{
+    std::string file;
+    std::string id;
+    prereg::CTrafo pose = prereg::CTrafo::Invalid(); ///< scan to cluster coordinates, mm; invalid: it has none
+    std::optional<RegistrationSummary> result;       ///< written, not read
+};
+
+struct PoseCluster
+{
+    std::string id;
+    bool isPrimary = false;
+    std::vector<ScanPose> scans;
+};
+
+/// What POSES.json and truth.json hold. Everything in memory is in millimetres; `dMmPerUnit` is the unit in the file.
+struct ZORVAN_SCANS_API PosesFile
+{
+    double dMmPerUnit = 1.0;
+    std::vector<PoseCluster> clusters;
+    std::vector<ScanPose> candidates = {}; ///< other places of the scan, best first; written, not read
+
+    /// A scan with the number of its cluster; null when no scan has the name.
+    struct Found
+    {
+        const ScanPose* scan = nullptr;
+        std::size_t cluster = 0;
+    };
+    /// Folders in `file` and in the stored names do not count.
+    [[nodiscard]] Found Find(const std::filesystem::path& file) const;
+};
+
+/// Short name of a unit: "mm", "cm", "m", or "unit" for any other length.
+[[nodiscard]] ZORVAN_SCANS_API std::string UnitName(double dMmPerUnit);
+
+/// @param dDefaultMmPerUnit  for a file that tells neither "mm_per_unit" nor "unit"
+/// @throws CInputError: no JSON, not this form, a pose that is no rotation within 1e-3, a file name that appears twice
+[[nodiscard]] ZORVAN_SCANS_API PosesFile ReadPoses(const std::filesystem::path& file, double dDefaultMmPerUnit = 1.0);
+
+/// Writes whole or not at all; numbers with nine digits, which is all that a float has. @throws CInputError
+ZORVAN_SCANS_API void WritePoses(const std::filesystem::path& file, const PosesFile& poses);
+
+} // namespace Zorvan

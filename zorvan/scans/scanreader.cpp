@@ -1,0 +1,144 @@
+#include "zorvan/scans/scanreader.h"
+
+#include "zorvan/scans/filebytes.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/joinpoints.h"
+#include "zorvan/scans/meshreader.h"
+#include "zorvan/scans/objreader.h"
+#include "zorvan/scans/plyreader.h"
+#include "zorvan/scans/scanwriter.h"
+#include "zorvan/scans/showntext.h"
+#include "zorvan/scans/xyzreader.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <utility>
+#include <vector>
+
+namespace Zorvan {
+
+namespace {
+
+constexpr float fLargestCoordinate = 1e9F; // mm; the fourth power of a distance must stay a float
+constexpr std::size_t uiFewestPoints = 3;
+constexpr std::size_t uiNotable = 100; // one in so many
+constexpr std::uint32_t uiGone = std::numeric_limits<std::uint32_t>::max();
+
+std::string lowerEnding(const std::filesystem::path& file)
+{
+    std::string ending = file.extension().string();
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return ending;
+}
+
+void scaleScan(Scan& scan, double factor)
+{
+    const auto scaled = [factor](float v) { return ToFloat(static_cast<double>(v) * factor); };
+    for (Vector3& p : scan.points) p = {scaled(p.x), scaled(p.y), scaled(p.z)};
+}
+
+bool isUsable(const Vector3& p)
+{
+    return std::abs(p.x) <= fLargestCoordinate && std::abs(p.y) <= fLargestCoordinate &&
+           std::abs(p.z) <= fLargestCoordinate; // false for NaN
+}
+
+void dropFaces(std::vector<Face>& faces, const std::vector<std::uint32_t>& newIndex)
+{
+    for (Face& face : faces) face = {newIndex[face[0]], newIndex[face[1]], newIndex[face[2]]};
+    std::erase_if(faces, [](const Face& f) { return f[0] == uiGone || f[1] == uiGone || f[2] == uiGone; });
+}
+
+/// Keeps the points that `keep(i)` holds for, with their normals and the faces between them.
+template <typename Keep>
+std::size_t dropPoints(Scan& scan, const Keep& keep)
+{
+    std::vector<std::uint32_t> newIndex(scan.points.size(), uiGone);
+    std::uint32_t next = 0;
+    for (std::size_t i = 0; i < scan.points.size(); ++i) {
+        if (!keep(i)) continue;
+        scan.points[next] = scan.points[i];
+        if (!scan.normals.empty()) scan.normals[next] = scan.normals[i];
+        newIndex[i] = next++;
+    }
+    const std::size_t dropped = scan.points.size() - next;
+    scan.points.resize(next);
+    if (!scan.normals.empty()) scan.normals.resize(next);
+    if (dropped > 0) dropFaces(scan.faces, newIndex);
+    return dropped;
+}
+
+Sensor scaledSensor(const ScanOptions& options)
+{
+    if (!options.sensor) return std::nullopt;
+    const auto scaled = [&](float v) { return ToFloat(static_cast<double>(v) * options.dMmPerUnit); };
+    return Vector3(scaled(options.sensor->x), scaled(options.sensor->y), scaled(options.sensor->z));
+}
+
+void requirePoints(const SurfelScan& surfels, const Scan& scan, const std::string& what)
+{
+    if (scan.points.size() >= uiFewestPoints) return;
+    if (surfels.uiRead < uiFewestPoints)
+        throw CInputError(surfels.file,
+                          "holds " + std::to_string(surfels.uiRead) + (surfels.uiRead == 1 ? " point" : " points") +
+                              ", and no surface has fewer than " + std::to_string(uiFewestPoints),
+                          "give a scan of a surface");
+    throw CInputError(surfels.file,
+                      "only " + std::to_string(scan.points.size()) + " of " + std::to_string(surfels.uiRead) +
+                          " points " + what,
+                      "give a scan of a surface");
+}
+
+} // namespace
+
+Scan ReadScanFile(const std::filesystem::path& file)
+{
+    const std::string bytes = ReadFileBytes(file);
+    const std::string ending = lowerEnding(file);
+    if (ending == ".ply") return ReadPly(bytes, file);
+    if (ending == ".stl") return ReadStl(bytes, file);
+    if (ending == ".obj") return ReadObj(bytes, file);
+    if (ending == ".xyz" || ending == ".xyzn") return ReadXyz(bytes, file);
+    throw CInputError(file, "unknown kind of file", "PLY, STL, OBJ, XYZ and XYZN are read");
+}
+
+std::string SurfelScan::Warning() const
+{
+    std::string text;
+    if (isResult) text = "a merged or coloured cloud that zorvan has written is taken for a scan";
+    if (uiNotFinite > 0 || uiNoNormal * uiNotable >= uiRead) {
+        text += (text.empty() ? "of " : "; of ") + std::to_string(uiRead) + " points, dropped ";
+        if (uiNotFinite > 0) text += std::to_string(uiNotFinite) + " that are not finite or beyond 1e9 mm";
+        if (uiNotFinite > 0 && uiNoNormal > 0) text += " and ";
+        if (uiNoNormal > 0) text += std::to_string(uiNoNormal) + " without a normal";
+    }
+    return text.empty() ? text : ToShown(file.string()) + ": " + text;
+}
+
+SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& options)
+{
+    Scan scan = ReadScanFile(file);
+    SurfelScan surfels;
+    surfels.file = file;
+    surfels.isResult = IsColouredResult(file);
+    surfels.uiRead = scan.points.size();
+    scaleScan(scan, options.dMmPerUnit);
+    surfels.uiNotFinite = dropPoints(scan, [&](std::size_t i) { return isUsable(scan.points[i]); });
+    requirePoints(surfels, scan, "have finite coordinates below 1e9 mm");
+    surfels.uiJoined = JoinEqualPoints(scan);
+    requirePoints(surfels, scan, "are at places of their own");
+
+    if (scan.normals.empty()) surfels.eNormals = ComputeNormals(scan, scaledSensor(options));
+    for (Vector3& n : scan.normals) n = Normalized(n);
+    surfels.uiNoNormal = dropPoints(scan, [&](std::size_t i) { return scan.normals[i].LengthSq() > 0.0F; });
+    requirePoints(surfels, scan, "have a normal");
+    surfels.points = std::move(scan.points);
+    surfels.normals = std::move(scan.normals);
+    return surfels;
+}
+
+} // namespace Zorvan

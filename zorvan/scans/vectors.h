@@ -1,0 +1,32 @@
+#pragma once
+
+#include "zorvan/core/vector.h"
+
+#include <cmath>
+#include <limits>
+
+namespace Zorvan {
+
+using Vector3 = kdtree::Vector<3>;
+
+/// v at length 1; zero when v has no length or is not finite. Goes through double, so that no finite v overflows.
+[[nodiscard]] inline Vector3 Normalized(const Vector3& v)
+{
+    const double x = v.x;
+    const double y = v.y;
+    const double z = v.z;
+    const double length = std::sqrt(x * x + y * y + z * z);
+    if (!(length > 0.0) || !std::isfinite(length)) return {};
+    return {static_cast<float>(x / length), static_cast<float>(y / length), static_cast<float>(z / length)};
+}
+
+/// The nearest float; infinite for what no float can hold, where a plain conversion would be undefined.
+[[nodiscard]] inline float ToFloat(double value)
+{
+    constexpr double max = std::numeric_limits<float>::max();
+    if (value > max) return std::numeric_limits<float>::infinity();
+    if (value < -max) return -std::numeric_limits<float>::infinity();
+    return static_cast<float>(value);
+}
+
+} // namespace Zorvan

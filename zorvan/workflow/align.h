@@ -1,0 +1,73 @@
+#pragma once
+
+#include "zorvan/core/ctrafo.h"
+#include "zorvan/core/hooks.h"
+#include "zorvan/core/icpresult.h"
+#include "zorvan/documents/bson.h"
+#include "zorvan/features/configurationfpfh.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/workflow/export.h"
+#include "zorvan/workflow/pairsearch.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace prereg {
+
+/// How two scans are aligned. As it comes, everything is chosen from the scans.
+struct AlignOptions
+{
+    CTrafo start = CTrafo::Invalid(); ///< a rough pose of the floating scan in the fixed one's frame (mm), which is
+                                      ///< refined; invalid: the pose is searched for
+    std::optional<double> dGrid = {}; ///< point distance (mm) that all settings grow with; nothing: see ChooseSettings
+    bson::object settings = {};       ///< replace the automatic ones; see ReadSettingsText
+    bool isAll = false;               ///< refine all candidates, not only those up to the first accepted one
+    unsigned uiNumTasks = 1;          ///< threads that compute features; the result does not depend on it
+    GpuContext gpu = nullptr;         ///< computes the features, unless null
+    double dMmPerUnit = 1.0;          ///< unit of the lengths in words
+};
+
+struct AlignResult
+{
+    std::vector<PairCandidate> candidates; ///< best first
+    ConfigurationFPFH config;              ///< all settings, as they were used
+    std::string settingsWords;             ///< for people: what was chosen and why
+    std::string searchWords;               ///< what became of the proposals; empty without a search
+    std::string times;                     ///< what the search took; empty without one
+    bool isStopped = false;                ///< by the hooks; this is what was found until then
+
+    /// The first accepted candidate; when there is none, the rejected best one, or a default result.
+    [[nodiscard]] ICPResult Best() const
+    {
+        return candidates.empty() ? ICPResult() : candidates.front().refined;
+    }
+    /// Whether the scans are aligned.
+    explicit operator bool() const { return static_cast<bool>(Best()); }
+    /// Floating into fixed coordinates, mm; what refinement ended with when the scans are not aligned.
+    [[nodiscard]] CTrafo Pose() const { return Best().GetTrafo(); }
+};
+
+/// Finds the pose of `flt` in the frame of `fix`: settings from the fixed scan, features, search, refinement on all
+/// points. This is all that `zorvan align` does.
+///
+///     const auto fix = Zorvan::ReadScanFile("a.ply"), flt = Zorvan::ReadScanFile("b.stl");
+///     if (const auto result = prereg::Align(fix, flt)) use(result.Pose());
+///
+/// Same scans and options, same result.
+/// @throws CInputError when a scan has too few features for a search
+[[nodiscard]] ZORVAN_WORKFLOW_API AlignResult Align(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& flt,
+                                                    const AlignOptions& options = {},
+                                                    const Zorvan::Hooks& hooks = Zorvan::Hooks::None());
+
+/// The result as WritePoses writes it: one cluster, named after the fixed scan, with both scans in its frame; all
+/// candidates when `isAll`.
+[[nodiscard]] ZORVAN_WORKFLOW_API Zorvan::PosesFile ToPoses(const AlignResult& result, const Zorvan::SurfelScan& fix,
+                                                            const Zorvan::SurfelScan& flt, double dMmPerUnit,
+                                                            bool isAll);
+
+/// What a result says in numbers; what a run that ended early did not reach is NaN.
+[[nodiscard]] ZORVAN_WORKFLOW_API Zorvan::RegistrationSummary Summarize(const ICPResult& result);
+
+} // namespace prereg

@@ -1,0 +1,109 @@
+#include "zorvan/workflow/autosettings.h"
+
+#include "zorvan/scans/spacing.h"
+
+#include <algorithm>
+
+namespace prereg {
+
+namespace {
+
+constexpr double dFinest = 1.0 / 500; // of the diagonal
+constexpr double dCoarsest = 1.0 / 50;
+
+AutoSettings withGrid(double grid, std::string reason) { return {grid, std::move(reason), SettingsForGrid(grid)}; }
+
+} // namespace
+
+ConfigurationICP SettingsForGrid(double dGrid)
+{
+    ConfigurationICP config;
+    config.dMinQueryRadius = 1.5 * dGrid;
+    // Right poses of the bunny views come to 0.37 and 0.29 grids at most, the best wrong ones to 0.52 and 0.36.
+    config.dMaxRMSE = 0.45 * dGrid;
+    config.dMaxStdDev = 0.33 * dGrid;
+    config.dMinOverlapRatio = 0.05;
+    config.dMinSmallBigRatio = 0.3;
+    config.dSmallBigQueryRadiusScaling = 3;
+    // Far below the noise of any scanner, so that the slip tells what the samples say, down to the last iteration.
+    config.dPointAccuracy = 0.005 * dGrid;
+    // Twice the default samples and nearly all of them inliers: half of the default's errors on the bunny scans.
+    config.uiNumSamples = 1000;
+    config.dInlierScaling = 3.0;
+    return config;
+}
+
+ConfigurationFPFH AllSettingsForGrid(double dGrid)
+{
+    const double featureGrid = 4 * dGrid;
+    ConfigurationFPFH config;
+    config.dGridSize = dGrid;
+    config.dFeatureGridSize = featureGrid;
+    config.dFeatureRadius = 5 * featureGrid;
+    // Small polygons fit into small overlaps; most are wrong, so there are many of them, and three that agree end it.
+    config.uiNumPolygons = 4000;
+    config.uiNumPolygonVertices = 5;
+    config.dMaxPolygonDiameter = 15 * featureGrid;
+    config.dMaxPolygonVertexError = featureGrid;
+    config.dTrafoPositionClusteringBandwidth = 2 * featureGrid;
+    config.dTrafoOrientationClusteringBandwidth = 0.2;
+    config.uiTrafoClusteringQuorum = 3;
+    config.icpConfig = SettingsForGrid(dGrid);
+    return config;
+}
+
+ConfigurationFPFH SettingsForSearch(const ConfigurationFPFH& config)
+{
+    constexpr double dPlay = 1.5; // radii and errors need not grow as much as the grid does
+    constexpr double dShareOfSamples = 0.3;
+    constexpr double dShareOfOverlap = 0.6;
+    const bool hasGrids = config.dGridSize > 0 && config.dFeatureGridSize > config.dGridSize * dPlay;
+    const double scale = hasGrids ? config.dFeatureGridSize / config.dGridSize / dPlay : 1.0;
+    ConfigurationFPFH search = config;
+    search.icpConfig = config.icpConfig.Scale(scale);
+    search.icpConfig.uiNumSamples = static_cast<unsigned>(config.icpConfig.uiNumSamples * dShareOfSamples);
+    search.icpConfig.dInitialQueryRadiusScaling = std::min(2.5, config.icpConfig.dInitialQueryRadiusScaling);
+    search.icpConfig.dMinOverlapRatio *= dShareOfOverlap;
+    return search;
+}
+
+ConfigurationICP SettingsForRefinement(const ConfigurationFPFH& config)
+{
+    // Shares of the limits for a start pose that the user gives: what a search comes up with deserves less trust.
+    constexpr double dRmseShare = 0.93;
+    constexpr double dSlipShare = 0.67;
+    ConfigurationICP icp = config.icpConfig;
+    icp.dInitialQueryRadiusScaling = std::min(4.0, icp.dInitialQueryRadiusScaling);
+    icp.dMinSmallBigRatio = std::max(0.5, icp.dMinSmallBigRatio);
+    icp.dMaxRMSE *= dRmseShare;
+    icp.dMaxStdDev *= dSlipShare;
+    return icp;
+}
+
+ConfigurationICP SettingsForMerging(const ConfigurationFPFH& config, std::optional<double> dTypicalRmse)
+{
+    // benchmarks/README.md has the margins of right and wrong poses.
+    constexpr double dRmseShare = 0.97;
+    constexpr double dSlipShare = 0.57;
+    constexpr double dSlipShareWhenNoiseIsKnown = 0.9;
+    constexpr double dMaxTimesTypical = 1.6;
+    ConfigurationICP icp = SettingsForRefinement(config);
+    icp.dMinOverlapRatio = std::max(0.1, icp.dMinOverlapRatio);
+    icp.dMaxStdDev *= dTypicalRmse ? dSlipShareWhenNoiseIsKnown : dSlipShare;
+    icp.dMaxRMSE *= dRmseShare;
+    if (dTypicalRmse) icp.dMaxRMSE = std::min(icp.dMaxRMSE, dMaxTimesTypical * *dTypicalRmse);
+    return icp;
+}
+
+AutoSettings ChooseSettings(const CPointSet& scan, std::optional<double> dGrid, const std::string& name)
+{
+    if (dGrid) return withGrid(*dGrid, "as asked for");
+    const auto [low, high] = scan.GetAABB();
+    const double diagonal = static_cast<double>((high - low).Length());
+    const double spacing = Zorvan::MedianSpacing(scan.GetPoints(), scan.GetKdTree());
+    if (spacing < diagonal * dFinest) return withGrid(diagonal * dFinest, "1/500 of the extent of " + name);
+    if (spacing > diagonal * dCoarsest) return withGrid(diagonal * dCoarsest, "1/50 of the extent of " + name);
+    return withGrid(spacing, "the median point spacing of " + name);
+}
+
+} // namespace prereg

@@ -1,0 +1,137 @@
+#include "zorvan/workflow/lookatposes.h"
+
+#include "zorvan/core/icpregistration.h"
+#include "zorvan/core/multiobjecticp.h"
+#include "zorvan/numerics/quantile.h"
+
+#include <cmath>
+#include <limits>
+#include <map>
+#include <memory>
+#include <random>
+#include <utility>
+
+namespace prereg {
+
+namespace {
+
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+constexpr unsigned uiSeed = 47110815; // the same poses always look the same
+
+/// A scan where it is.
+struct Placed
+{
+    CClusterRegistration::PointSet set;
+    CTrafo pose;
+};
+
+/// Samples of `flt` that have a point of `fix` near, as a share, and how far they lie from its planes.
+std::pair<double, double> residual(const ConfigurationICP& config, const Placed& fix, const Placed& flt)
+{
+    if (flt.set->GetKdTree().Empty()) return {0.0, nan};
+    std::mt19937 rng(uiSeed);
+    std::uniform_int_distribution<int> draw(0, static_cast<int>(flt.set->GetKdTree().Size()) - 1);
+    const auto radius = static_cast<float>(config.dMinQueryRadius);
+    const CTrafo toFix = fix.pose.GetInverse(true) * flt.pose;
+    std::vector<PairWithError> pairs;
+    SamplePairs(
+        config, radius * radius, fix.set->GetPoints().data(), fix.set->GetNormals().data(), fix.set->GetKdTree(),
+        flt.set->GetPoints().data(), flt.set->GetNormals().data(), flt.set->GetKdTree(), toFix,
+        [&] { return draw(rng); }, &pairs, nullptr, true);
+    const auto [inliers, rmse] = ComputeNumberOfInliers(pairs, config.dInlierScaling);
+    if (inliers == 0) return {0.0, nan};
+    return {static_cast<double>(pairs.size()) / config.uiNumSamples, static_cast<double>(rmse)};
+}
+
+void lookAtPairs(const ConfigurationICP& config, const std::vector<Placed>& placed, RegistrationTable& table)
+{
+    for (std::size_t b = 1; b < placed.size(); ++b) {
+        for (std::size_t a = 0; a < b; ++a) {
+            if (table.scans[a].cluster != table.scans[b].cluster) continue;
+            // A small scan lies on a large one, and not the large one on it.
+            const auto pair = std::max(residual(config, placed[a], placed[b]), residual(config, placed[b], placed[a]));
+            if (pair.first < config.dMinOverlapRatio) continue;
+            table.pairs.push_back({a, b, pair.first, pair.second});
+        }
+    }
+}
+
+void summarizePairs(RegistrationTable& table)
+{
+    std::vector<std::vector<double>> overlaps(table.scans.size());
+    std::vector<std::vector<double>> errors(table.scans.size());
+    for (const PairRow& pair : table.pairs) {
+        for (const std::size_t scan : {pair.a, pair.b}) {
+            overlaps[scan].push_back(pair.dOverlap);
+            errors[scan].push_back(pair.dRmse);
+        }
+    }
+    const auto median = [](const std::vector<double>& values) { return values.empty() ? nan : Zorvan::Median(values); };
+    for (std::size_t i = 0; i < table.scans.size(); ++i) {
+        table.scans[i].dOverlap = median(overlaps[i]);
+        table.scans[i].dRmse = median(errors[i]);
+    }
+}
+
+/// The members of one cluster, its primary entity first: the others' slips are against it.
+void lookAtSlips(const ConfigurationICP& config, const std::vector<std::size_t>& members,
+                 const std::vector<Placed>& placed, const CSession::Group& group, RegistrationTable& table)
+{
+    if (members.size() < 2) return;
+    // One pass at the poses as they are, and only over points that lie near each other.
+    ConfigurationICP look = config;
+    look.uiMaxNumIterations = 0;
+    look.dInitialQueryRadiusScaling = 1.0;
+    ICPPointSetsWithPoses sets;
+    for (const std::size_t i : members)
+        sets.emplace_back(std::make_shared<const ICPPointSet>(placed[i].set), placed[i].pose);
+    std::mt19937 rng(uiSeed);
+    const bool abort = false;
+    const double anyZScore = std::numeric_limits<double>::infinity();
+    const auto [results, classes] = ComputeICPRegistration(look, rng, sets, group, anyZScore, true, false, abort);
+    for (std::size_t k = 0; k < members.size(); ++k) {
+        const double slip = static_cast<double>(results[k].GetStdDev());
+        if (std::isfinite(slip) && results[k].vStop_StdDev.x >= 0.0F) table.scans[members[k]].dSlip = slip;
+    }
+}
+
+ScanRow describe(const CSession::ScanFile& file, const CClusterRegistration& registration, const Placed& placed)
+{
+    const UniversalUniqueID cluster = registration.GetClusterID(file.id);
+    ScanRow row;
+    row.file = file.name;
+    row.id = file.id;
+    row.cluster = cluster;
+    row.isPrimary = cluster == registration.GetPrimaryClusterID();
+    row.pose = placed.pose;
+    row.uiPoints = placed.set->Size();
+    row.dOverlap = row.dRmse = row.dSlip = nan;
+    row.isPlaced = registration.Size(cluster) > 1;
+    row.verdict = row.isPlaced ? "registered" : "found no place";
+    return row;
+}
+
+} // namespace
+
+RegistrationTable LookAtPoses(const CSession& session, const CSession::Group& group)
+{
+    const CClusterRegistration& registration = session.GetRegistration();
+    RegistrationTable table{session.GetMmPerUnit(), {}, {}};
+    std::vector<Placed> placed;
+    std::map<std::string, std::vector<std::size_t>> clusters;
+    for (const CSession::ScanFile& file : session.GetFiles()) {
+        const auto [set, pose] = registration.GetPointSetAndTransform(file.id);
+        placed.push_back({set, pose});
+        table.scans.push_back(describe(file, registration, placed.back()));
+        auto& members = clusters[table.scans.back().cluster];
+        const bool isFirst = registration.GetClusterPrimaryID(registration.GetClusterID(file.id)) == file.id;
+        members.insert(isFirst ? members.begin() : members.end(), placed.size() - 1);
+    }
+    const ConfigurationICP config = registration.GetRegistrationConfig().icpConfig;
+    lookAtPairs(config, placed, table);
+    summarizePairs(table);
+    for (const auto& [id, members] : clusters) lookAtSlips(config, members, placed, group, table);
+    return table;
+}
+
+} // namespace prereg

@@ -1,0 +1,60 @@
+#include "zorvan/workflow/pairsearch.h"
+
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/textnumber.h"
+#include "zorvan/workflow/autosettings.h"
+
+#include <chrono>
+#include <cstddef>
+#include <limits>
+#include <memory>
+
+namespace prereg {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using SetPtr = std::shared_ptr<const CFPFHPointSet>;
+
+std::string milliseconds(Clock::duration time)
+{
+    return Zorvan::ToText(std::chrono::duration<double, std::milli>(time).count(), 3) + " ms";
+}
+
+void refuse(const Zorvan::SurfelScan& scan, const std::string& what)
+{
+    throw Zorvan::CInputError(scan.file, "has " + what + ", too few for a search",
+                              "give a larger scan or a finer --grid, or a rough pose with --initial");
+}
+
+SetPtr computeFeatures(const Zorvan::SurfelScan& scan, const ConfigurationFPFH& config,
+                       const PairSearchOptions& options)
+{
+    const SetPtr set = ComputeFeatureSet(scan, config, options.uiNumTasks, options.dMmPerUnit, options.gpu);
+    if (set->SizeFeatures() == 0) refuse(scan, "no features");
+    if (set->IsTooLean(config))
+        refuse(scan, std::to_string(set->Size()) + " points and " + std::to_string(set->SizeFeatures()) + " features");
+    return set;
+}
+
+} // namespace
+
+PairSearchResult SearchPair(const Zorvan::SurfelScan& fixScan, const Zorvan::SurfelScan& fltScan,
+                            const ConfigurationFPFH& config, const PairSearchOptions& options,
+                            const Zorvan::Hooks& hooks)
+{
+    const ConfigurationFPFH searchConfig = SettingsForSearch(config);
+    const auto start = Clock::now();
+    const SetPtr fix = computeFeatures(fixScan, searchConfig, options);
+    const SetPtr flt = computeFeatures(fltScan, searchConfig, options);
+    const auto featuresDone = Clock::now();
+    CRefinedPreRegistration search(fix, flt, searchConfig, SettingsForRefinement(config));
+    if (options.isAll) search.SetEffort(std::numeric_limits<std::size_t>::max(), true);
+    search.Compute(hooks);
+    const std::string times = "features " + milliseconds(featuresDone - start) + ", search " +
+                              milliseconds(search.GetSearchTime()) + ", refinement " +
+                              milliseconds(Clock::now() - featuresDone - search.GetSearchTime());
+    return {search.GetCandidates(), search.GetStatistics().ToString(), times, hooks.IsAborted()};
+}
+
+} // namespace prereg

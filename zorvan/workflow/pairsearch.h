@@ -1,0 +1,44 @@
+#pragma once
+
+#include "zorvan/core/hooks.h"
+#include "zorvan/core/icpresult.h"
+#include "zorvan/features/configurationfpfh.h"
+#include "zorvan/preregistration/crefinedpreregistration.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/workflow/export.h"
+#include "zorvan/workflow/featureset.h"
+
+#include <string>
+#include <vector>
+
+namespace prereg {
+
+using PairCandidate = CRefinedPreRegistration::Candidate;
+
+struct PairSearchResult
+{
+    std::vector<PairCandidate> candidates; ///< best first
+    std::string words;                     ///< for the user: what became of the proposals
+    std::string times;                     ///< and what it took
+    bool isStopped = false;
+};
+
+struct PairSearchOptions
+{
+    double dMmPerUnit = 1.0; ///< for the lengths in messages
+    unsigned uiNumTasks = 1;
+    GpuContext gpu;     ///< computes the features, unless null
+    bool isAll = false; ///< refine all candidates, not only those up to the first accepted one
+};
+
+/// Finds the pose of `flt` in the frame of `fix` without a start pose: features, search, refinement on all points.
+/// @param config  as AllSettingsForGrid makes them, with what the user has set
+/// @throws CInputError when a scan has too few features for a search
+/// A stop ends the search with what has been found. Same scans, same result.
+[[nodiscard]] ZORVAN_WORKFLOW_API PairSearchResult SearchPair(const Zorvan::SurfelScan& fix,
+                                                              const Zorvan::SurfelScan& flt,
+                                                              const ConfigurationFPFH& config,
+                                                              const PairSearchOptions& options,
+                                                              const Zorvan::Hooks& hooks);
+
+} // namespace prereg

@@ -1,0 +1,134 @@
+#include "zorvan/workflow/registerresults.h"
+
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanwriter.h"
+#include "zorvan/scans/showntext.h"
+#include "zorvan/scans/stagingfolder.h"
+#include "zorvan/scans/textnumber.h"
+#include "zorvan/workflow/report.h"
+#include "zorvan/workflow/scancolours.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iomanip>
+#include <map>
+#include <sstream>
+#include <vector>
+
+namespace prereg {
+
+namespace {
+
+constexpr int iFound = 0;    // success
+constexpr int iNoPlace = -1; // the numbers of outcomes have none for "fits nowhere"
+
+/// Members by cluster, the main one first.
+std::vector<std::vector<std::size_t>> membersByCluster(const RegistrationTable& table)
+{
+    std::map<std::string, std::vector<std::size_t>> clusters;
+    for (std::size_t i = 0; i < table.scans.size(); ++i) clusters[table.scans[i].cluster].push_back(i);
+    std::vector<std::vector<std::size_t>> sorted;
+    for (auto& [id, members] : clusters) sorted.push_back(std::move(members));
+    std::stable_sort(sorted.begin(), sorted.end(), [&](const auto& a, const auto& b) {
+        if (a.size() != b.size()) return a.size() > b.size();
+        if (table.scans[a.front()].isPrimary != table.scans[b.front()].isPrimary)
+            return table.scans[a.front()].isPrimary;
+        return a.front() < b.front();
+    });
+    return sorted;
+}
+
+Zorvan::PosesFile toPoses(const RegistrationTable& table)
+{
+    Zorvan::PosesFile poses{table.dMmPerUnit, {}};
+    for (const auto& members : membersByCluster(table)) {
+        const ScanRow& first = table.scans[members.front()];
+        Zorvan::PoseCluster cluster{first.cluster, first.isPrimary, {}};
+        for (const std::size_t i : members) {
+            const ScanRow& scan = table.scans[i];
+            const Zorvan::RegistrationSummary result{scan.isPlaced ? iFound : iNoPlace, scan.verdict, scan.dRmse,
+                                                     scan.dOverlap, scan.dSlip};
+            cluster.scans.push_back({scan.file, scan.id, scan.pose, result});
+        }
+        poses.clusters.push_back(std::move(cluster));
+    }
+    return poses;
+}
+
+void writeMerged(const std::filesystem::path& file, const CSession& session, const RegistrationTable& table)
+{
+    const std::string cluster = MainCluster(table);
+    Zorvan::Scan merged;
+    std::vector<Zorvan::Rgb> colours;
+    for (std::size_t i = 0; i < table.scans.size(); ++i) {
+        if (table.scans[i].cluster != cluster) continue;
+        const auto set = session.GetRegistration().GetPointSetAndTransform(session.GetFiles()[i].id).first;
+        for (std::size_t k = 0; k < set->Size(); ++k) {
+            const auto [point, normal] = table.scans[i].pose.Transform(set->GetPoint(k), set->GetNormal(k));
+            merged.points.push_back(point);
+            merged.normals.push_back(normal);
+            colours.push_back(ScanColour(i));
+        }
+    }
+    Zorvan::WritePly(file, merged, 1.0 / table.dMmPerUnit, colours);
+}
+
+std::string lengthText(double mm, double mmPerUnit)
+{
+    return std::isfinite(mm) ? Zorvan::ToText(mm / mmPerUnit, 3) : "-";
+}
+
+} // namespace
+
+std::string MainCluster(const RegistrationTable& table)
+{
+    const auto clusters = membersByCluster(table);
+    return clusters.empty() ? std::string() : table.scans[clusters.front().front()].cluster;
+}
+
+void WriteRegistration(const std::filesystem::path& folder, const CSession& session, const RegistrationTable& table)
+{
+    std::vector<SurfelSpan> surfaces;
+    for (const CSession::ScanFile& file : session.GetFiles()) {
+        const auto set = session.GetRegistration().GetPointSetAndTransform(file.id).first;
+        surfaces.push_back({set->GetPoints(), set->GetNormals()});
+    }
+    Zorvan::CStagingFolder staging(folder);
+    Zorvan::WritePoses(staging / "poses.json", toPoses(table));
+    writeMerged(staging / "merged.ply", session, table);
+    WriteReport(staging / "report.html", table, surfaces);
+    session.Save(staging / "session.zdoc");
+    staging.Publish();
+}
+
+std::string ToText(const RegistrationTable& table)
+{
+    const std::string unit = Zorvan::UnitName(table.dMmPerUnit);
+    std::size_t width = 4;
+    for (const ScanRow& scan : table.scans) width = std::max(width, Zorvan::ToShown(scan.file).size());
+    std::ostringstream out;
+    const auto line = [&](const std::string& scan, const std::string& cluster, const std::string& overlap,
+                          const std::string& rmse, const std::string& slip, const std::string& verdict) {
+        out << std::left << std::setw(static_cast<int>(width)) << scan << std::right << "  " << std::setw(7) << cluster
+            << "  " << std::setw(7) << overlap << "  " << std::setw(9) << rmse << "  " << std::setw(9) << slip << "  "
+            << verdict << '\n';
+    };
+    line("scan", "cluster", "overlap", "RMSE/" + unit, "slip/" + unit, "");
+    std::size_t number = 0;
+    for (const auto& members : membersByCluster(table)) {
+        ++number;
+        for (const std::size_t i : members) {
+            const ScanRow& scan = table.scans[i];
+            line(Zorvan::ToShown(scan.file), std::to_string(number),
+                 std::isfinite(scan.dOverlap) ? Zorvan::ToText(scan.dOverlap, 2) : "-",
+                 lengthText(scan.dRmse, table.dMmPerUnit), lengthText(scan.dSlip, table.dMmPerUnit), scan.verdict);
+        }
+    }
+    const auto placed =
+        std::count_if(table.scans.begin(), table.scans.end(), [](const ScanRow& scan) { return scan.isPlaced; });
+    out << placed << " of " << table.scans.size() << " scans registered, in " << number
+        << (number == 1 ? " cluster" : " clusters") << '\n';
+    return out.str();
+}
+
+} // namespace prereg

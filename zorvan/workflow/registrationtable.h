@@ -1,0 +1,45 @@
+#pragma once
+
+#include "zorvan/core/ctrafo.h"
+
+#include <cstddef>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace prereg {
+
+/// What a registration says of one scan. Lengths in mm; numbers that nobody knows are NaN.
+struct ScanRow
+{
+    std::string file; ///< as the user named it
+    std::string id;
+    std::string cluster;             ///< the cluster it is in; meaningless without a pose
+    bool isPrimary = false;          ///< that cluster is the main one
+    CTrafo pose = CTrafo::Invalid(); ///< scan to cluster coordinates, mm; invalid: it has none
+    std::size_t uiPoints = 0;        ///< all of them, before any thinning for display
+    double dOverlap = std::numeric_limits<double>::quiet_NaN(); ///< this and the next two: medians over its pairs
+    double dRmse = std::numeric_limits<double>::quiet_NaN();
+    double dSlip = std::numeric_limits<double>::quiet_NaN();
+    std::string verdict;   ///< a few words for people
+    bool isPlaced = false; ///< it found its place among other scans
+};
+
+/// Two scans that were found to overlap.
+struct PairRow
+{
+    std::size_t a = 0; ///< into the scans of the table, as `b`
+    std::size_t b = 0;
+    double dOverlap = std::numeric_limits<double>::quiet_NaN(); ///< share of the points
+    double dRmse = std::numeric_limits<double>::quiet_NaN();    ///< mm
+};
+
+/// A whole registration, as tables and pages show it. Scans are in the order of the call.
+struct RegistrationTable
+{
+    double dMmPerUnit = 1.0; ///< lengths are shown in this unit, that of the files
+    std::vector<ScanRow> scans;
+    std::vector<PairRow> pairs;
+};
+
+} // namespace prereg

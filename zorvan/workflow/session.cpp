@@ -1,0 +1,112 @@
+#include "zorvan/workflow/session.h"
+
+#include "zorvan/clusterregistration/clusterpersistence.h"
+#include "zorvan/documents/bson.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/util/csha1.h"
+#include "zorvan/workflow/documentfile.h"
+#include "zorvan/workflow/sessioncheck.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <string_view>
+#include <utility>
+
+namespace prereg {
+
+namespace {
+
+constexpr const char* sUnit = "mm_per_unit";
+constexpr const char* sFiles = "files";
+
+/// The registration goes through clusters in descending order of the texts of their identifiers, so the first scan gets
+/// the highest one. The other digits tell scans of the same number apart; version and variant are those of RFC 9562 for
+/// identifiers of one's own making.
+UniversalUniqueID makeID(std::size_t number, const std::string& name, const Vectors& points)
+{
+    const std::string bytes = name + Zorvan::CSHA1::Compute(points.data(), points.size() * sizeof points[0]).ToString();
+    const std::string hash = Zorvan::CSHA1::Compute(bytes.data(), bytes.size()).ToString();
+    char first[5];
+    std::snprintf(first, sizeof first, "%04x", static_cast<unsigned>(0xFFFFU - number % 0x10000U));
+    return UniversalUniqueID(first + hash.substr(0, 4) + "-" + hash.substr(4, 4) + "-8" + hash.substr(8, 3) + "-8" +
+                             hash.substr(11, 3) + "-" + hash.substr(14, 12));
+}
+
+std::vector<CSession::ScanFile> readFiles(const bson::object& document)
+{
+    std::vector<CSession::ScanFile> files;
+    for (const bson::element& e : document) {
+        const bson::object file = e.as_object();
+        files.push_back({UniversalUniqueID::Load(file.child("entity_id").as_uuid()), file.child("name").as_string()});
+    }
+    return files;
+}
+
+} // namespace
+
+CSession::CSession(const ConfigurationFPFH& config, double dMmPerUnit, const Group& group)
+    : CSession(CClusterRegistration(config, nullptr, group), dMmPerUnit, {})
+{
+}
+
+CSession::CSession(CClusterRegistration registration, double dMmPerUnit, std::vector<ScanFile> files)
+    : m_registration(std::move(registration)), m_mmPerUnit(dMmPerUnit), m_files(std::move(files))
+{
+}
+
+CSession CSession::Load(const std::filesystem::path& file, const Group& group)
+{
+    const bson::object document = ReadDocumentFile(file);
+    const auto refuse = [&](const std::string& why) {
+        throw Zorvan::CInputError(file, why, "give a session.zdoc that zorvan register has written");
+    };
+    try {
+        auto registration = CClusterRegistration::FromObject(document, group);
+        std::vector<ScanFile> files = readFiles(document.child(sFiles).as_object());
+        const double mmPerUnit = document.child(sUnit).as_double();
+        if (!(mmPerUnit > 0.0) || !std::isfinite(mmPerUnit)) refuse("damaged: its unit of length is no length");
+        if (const std::string why = WhatIsWrongWith(registration, files); !why.empty()) refuse("damaged: " + why);
+        return {std::move(registration), mmPerUnit, std::move(files)};
+    } catch (const Zorvan::CInputError&) {
+        throw;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception&) {
+        refuse("a saved document, but no session, or a damaged one");
+        throw;
+    }
+}
+
+void CSession::Save(const std::filesystem::path& file) const
+{
+    bson::object files;
+    for (const ScanFile& scan : m_files) {
+        files += bson::element(
+            "file", bson::object{bson::element::make_uuid("entity_id", &scan.id), bson::element("name", scan.name)});
+    }
+    bson::object document = m_registration.ToObject();
+    document += bson::element(sUnit, m_mmPerUnit);
+    document += bson::element(sFiles, files);
+    WriteDocumentFile(file, document);
+}
+
+bool CSession::Add(const Zorvan::SurfelScan& scan, const std::shared_ptr<const CFPFHPointSet>& set,
+                   const CTrafo& preTrafo)
+{
+    const std::string name = scan.file.filename().string();
+    const UniversalUniqueID id = makeID(m_files.size(), name, scan.points);
+    if (!m_registration.AddPointSet(id, set, &preTrafo)) return false;
+    m_files.push_back({id, name});
+    return true;
+}
+
+bool CSession::Contains(const std::string& name) const
+{
+    return std::any_of(m_files.begin(), m_files.end(), [&](const ScanFile& scan) { return scan.name == name; });
+}
+
+} // namespace prereg
