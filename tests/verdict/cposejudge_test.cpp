@@ -1,0 +1,179 @@
+#include "zorvan/verdict/cposejudge.h"
+#include "zorvan/verdict/pairverdict.h"
+
+#include "tests/verdict/sphereobject.h"
+#include "zorvan/verdict/verdictlimits.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace {
+
+using namespace prereg;
+using support::Vector3;
+
+CTrafo turn(const Vector3& axis, float degrees) { return {axis, degrees * 0.01745329F, Vector3()}; }
+
+/// Two scans of an object, the second one turned about y, with the true pose of the second in the first.
+struct Pair
+{
+    explicit Pair(const std::vector<support::Sphere>& spheres, float degrees = 40.0F, float noise = 0.02F)
+        : fixSet(support::PointSet(support::ScanSpheres(spheres, CTrafo(), 0.2F, noise, 1))),
+          fltSet(support::PointSet(support::ScanSpheres(spheres, turn({0, 1, 0}, degrees), 0.25F, noise, 2))),
+          fix(fixSet),
+          flt(fltSet),
+          judge(fix, flt),
+          truth(turn({0, 1, 0}, -degrees))
+    {
+    }
+
+    CPointSet fixSet;
+    CPointSet fltSet;
+    CScanView fix;
+    CScanView flt;
+    CPoseJudge judge;
+    CTrafo truth;
+};
+
+TEST(CPoseJudge, KeepsTheTruthAndRefutesEveryOtherTurn)
+{
+    const Pair pair(support::Cluster());
+    EXPECT_TRUE(pair.judge.Judge(pair.truth)) << pair.judge.Judge(pair.truth).ToString();
+    std::mt19937 rng(47110815);
+    for (int i = 0; i < 500; ++i) {
+        CTrafo pose = support::RandomPose(rng, 3.0F);
+        if (pair.judge.Distance(pose, pair.truth) < 1.0) continue;
+        EXPECT_FALSE(pair.judge.Judge(pose)) << i;
+    }
+    EXPECT_FALSE(pair.judge.Judge(CTrafo::Invalid()));
+    EXPECT_EQ(pair.judge.Judge(pair.truth.Translate({500, 0, 0})).eFinding, EFinding::SurfaceMissing);
+}
+
+TEST(CPoseJudge, SeesWhatIsWrongWithAPose)
+{
+    // A third small sphere that only one of the objects has.
+    std::vector<support::Sphere> object{{{0, 0, 0}, 8}, {{5, 5, 6}, 5}};
+    const auto with = support::PointSet(support::ScanSpheres(object, CTrafo(), 0.2F, 0.02F, 1));
+    object.pop_back();
+    const auto without = support::PointSet(support::ScanSpheres(object, CTrafo(), 0.2F, 0.02F, 2));
+    const CScanView a(with);
+    const CScanView b(without);
+    EXPECT_EQ(CPoseJudge(a, b).Judge(CTrafo()).eFinding, EFinding::SeenThrough);
+    EXPECT_EQ(CPoseJudge(b, a).Judge(CTrafo()).eFinding, EFinding::SeenThrough);
+    EXPECT_EQ(CPoseJudge(b, b).Judge(CTrafo()).eFinding, EFinding::Sliding); // a ball turns
+    // Without its sensor a surface sees through nothing, but the other scan still does.
+    const CScanView surface(with, {.isSurface = true});
+    EXPECT_EQ(CPoseJudge(surface, b).Judge(CTrafo()).eFinding, EFinding::SeenThrough);
+    EXPECT_EQ(CPoseJudge(surface, surface).Count(CTrafo()).Contradictions(), 0U);
+}
+
+TEST(CPoseJudge, FindsSurfaceThatShouldHaveBeenSeen)
+{
+    // The second scan has a plate beside the ball, which the first sensor would have seen.
+    const std::vector<support::Sphere> ball{{{0, 0, 0}, 8}};
+    const std::vector<support::Sphere> balls{{{0, 0, 0}, 8}, {{14, 0, 0}, 4}};
+    const auto few = support::PointSet(support::ScanSpheres(ball, CTrafo(), 0.2F, 0.02F, 1));
+    const auto more = support::PointSet(support::ScanSpheres(balls, CTrafo(), 0.2F, 0.02F, 2));
+    const CScanView a(few);
+    const CScanView b(more);
+    EXPECT_EQ(CPoseJudge(a, b).Judge(CTrafo()).eFinding, EFinding::SurfaceMissing);
+}
+
+TEST(CPoseJudge, CountsWhatLookingAtEverySurfelCounts)
+{
+    const Pair pair(support::Cluster());
+    const CTrafo wrong = turn({1, 1, 0}, 20) * pair.truth;
+    for (const CTrafo& pose : {pair.truth, wrong}) {
+        const CRangeImage& image = pair.fix.GetImage();
+        const CRangeImage& other = pair.flt.GetImage();
+        const CTrafo move = image.GetFrame() * pose * other.GetFrame().GetInverse(true);
+        const double noise = std::hypot(pair.fix.GetSampling().dNoise, pair.flt.GetSampling().dNoise);
+        const double front = verdict::dFrontPixels * pair.judge.GetPixelSize() + verdict::dFrontNoise * noise;
+        unsigned matched = 0;
+        unsigned inFront = 0;
+        for (int y = 0; y < other.GetHeight(); y += 2) {
+            for (int x = 0; x < other.GetWidth(); x += 2) {
+                if (!other.IsFilled({x, y})) continue;
+                const Vector3 p = move * other.GetSurfel({x, y}).point;
+                const Vector3 n = move.Rotate(other.GetSurfel({x, y}).normal);
+                const auto at = image.PixelAt(p);
+                float highest = -1e30F;
+                int around = 0;
+                const CRangeImage::Surfel* nearest = nullptr;
+                for (int v = 0; v < image.GetHeight(); ++v) {
+                    for (int u = 0; u < image.GetWidth(); ++u) {
+                        if (!image.IsFilled({u, v})) continue;
+                        const CRangeImage::Surfel& surfel = image.GetSurfel({u, v});
+                        if (std::abs(u - at.x) > 1 || std::abs(v - at.y) > 1) continue;
+                        ++around;
+                        highest = std::max(highest, surfel.point.z);
+                        if (!nearest || DistanceSq(surfel.point, p) < DistanceSq(nearest->point, p)) nearest = &surfel;
+                    }
+                }
+                const bool isInFront = around == 9 && static_cast<double>(p.z - highest) > front;
+                inFront += isInFront;
+                if (!nearest || isInFront) continue;
+                const double near =
+                    std::max(verdict::dNearPixels * pair.judge.GetPixelSize(), 2 * pair.judge.GetMatchLimit());
+                matched += static_cast<double>((nearest->point - p).Length()) < near &&
+                           static_cast<double>(std::abs(Dot(nearest->normal, p - nearest->point))) <=
+                               pair.judge.GetMatchLimit() &&
+                           Dot(nearest->normal, n) > static_cast<float>(verdict::dMatchCosine);
+            }
+        }
+        const PoseCounts counts = pair.judge.Count(pose);
+        EXPECT_NEAR(counts.matchedOf[1], matched, 3); // rounding in another order of poses
+        EXPECT_GE(counts.uiInFront + 3, inFront);
+        EXPECT_GT(matched, 100U);
+    }
+}
+
+TEST(CPoseJudge, TellsASurfaceThatSlidesFromOneThatHolds)
+{
+    const Pair pair(support::Cluster());
+    const PoseCounts counts = pair.judge.Count(pair.truth);
+    EXPECT_GE(pair.judge.SlideGrowth(pair.truth, counts), static_cast<int>(verdict::uiMinSlideGrowth));
+    const Pair ball({{{0, 0, 0}, 8}});
+    EXPECT_LT(ball.judge.SlideGrowth(ball.truth, ball.judge.Count(ball.truth)),
+              static_cast<int>(verdict::uiMinSlideGrowth));
+}
+
+TEST(JudgePoses, GivesEachOfTheFourVerdicts)
+{
+    const Pair pair(support::Cluster());
+    const CTrafo wrong = turn({0, 0, 1}, 70) * pair.truth;
+    const CTrafo far = pair.truth.Translate({12, 12, -25});
+    const auto verdictOn = [&](const std::vector<CTrafo>& poses) { return JudgePoses(pair.judge, poses); };
+    EXPECT_EQ(verdictOn({wrong, pair.truth, CTrafo::Invalid()}).eVerdict, EPairVerdict::Aligned);
+    EXPECT_EQ(verdictOn({wrong, pair.truth}).explanations, std::vector<std::size_t>{1});
+    EXPECT_EQ(verdictOn({wrong}).eVerdict, EPairVerdict::NotAligned);
+    EXPECT_EQ(verdictOn({}).eVerdict, EPairVerdict::TooLittle);
+    EXPECT_EQ(verdictOn({pair.truth, pair.truth.Translate({0.05F, 0, 0})}).eVerdict, EPairVerdict::Aligned);
+    EXPECT_NE(verdictOn({far}).eVerdict, EPairVerdict::Aligned);
+
+    // Six balls on a ring look the same at every sixth of a turn.
+    std::vector<support::Sphere> ring{{{0, 0, 0}, 6}};
+    for (int i = 0; i < 6; ++i) ring.push_back({turn({0, 0, 1}, 60.0F * static_cast<float>(i)) * Vector3(9, 0, 0), 3});
+    const Pair turns(ring, 25.0F);
+    const std::vector<CTrafo> sixths{turns.truth, turn({0, 0, 1}, 60) * turns.truth};
+    const PairVerdict ambiguous = JudgePoses(turns.judge, sixths);
+    EXPECT_EQ(ambiguous.eVerdict, EPairVerdict::Ambiguous) << ambiguous.ToString();
+    EXPECT_EQ(ambiguous.explanations.size(), 2U);
+
+    const Pair ball({{{0, 0, 0}, 8}});
+    EXPECT_EQ(JudgePoses(ball.judge, std::vector<CTrafo>{ball.truth}).eVerdict, EPairVerdict::Ambiguous);
+}
+
+TEST(JudgePoses, IsNeverSureWithoutAnyRay)
+{
+    const Pair pair(support::Cluster());
+    const CScanView fix(pair.fixSet, {.isSurface = true});
+    const CScanView flt(pair.fltSet, {.isSurface = true});
+    const PairVerdict verdict = JudgePoses(CPoseJudge(fix, flt), std::vector<CTrafo>{pair.truth});
+    EXPECT_EQ(verdict.eVerdict, EPairVerdict::Ambiguous);
+    EXPECT_TRUE(verdict.isRayUnknown);
+    EXPECT_EQ(JudgePoses(CPoseJudge(fix, pair.flt), std::vector<CTrafo>{pair.truth}).eVerdict, EPairVerdict::Aligned);
+}
+
+} // namespace

@@ -1,0 +1,135 @@
+#include "zorvan/verdict/crangeimage.h"
+
+#include "tests/verdict/rasterscans.h"
+
+#include <gtest/gtest.h>
+
+#include <numbers>
+
+namespace {
+
+using namespace prereg;
+using support::Vector3;
+using Pixel = CRangeImage::Pixel;
+
+CRangeImage imageOf(const support::Surface& scan, float spacing)
+{
+    return {scan.points, scan.normals, Vector3(0, 0, 1), static_cast<double>(spacing)};
+}
+
+template <typename Visit>
+void forEachPixel(const CRangeImage& image, Visit visit)
+{
+    for (int y = 0; y < image.GetHeight(); ++y)
+        for (int x = 0; x < image.GetWidth(); ++x) visit(Pixel{x, y});
+}
+
+// A tower on waves: steps, shadows and a hole.
+float tower(float x, float y)
+{
+    if (std::hypot(x - 4.0F, y) < 2.0F) return NAN;
+    return support::Waves(x, y) + (x < -5.0F ? 6.0F : 0.0F);
+}
+
+TEST(CRangeImage, HoldsTheHighestPointOfEachPixel)
+{
+    support::Surface scan = support::RasterScan(tower, 20.0F, 0.5F);
+    const std::size_t below = scan.points.size();
+    scan.points.emplace_back(0.0F, 0.0F, -30.0F);
+    scan.normals.emplace_back(0, 0, 1);
+    const CRangeImage image = imageOf(scan, 0.5F);
+    std::size_t filled = 0;
+    forEachPixel(image, [&](Pixel at) {
+        EXPECT_NE(image.GetPointIndex(at), below);
+        if (!image.IsFilled(at)) return;
+        ++filled;
+        const Vector3 p = image.GetFrame() * scan.points[image.GetPointIndex(at)];
+        EXPECT_EQ(p, image.GetSurfel(at).point);
+        EXPECT_LE(std::abs(image.PixelAt(p).x - at.x), 1); // a closed pixel shows a point beside it
+    });
+    EXPECT_EQ(filled, image.GetNumFilled());
+    const Vector3 under = image.GetFrame() * scan.points[below];
+    EXPECT_TRUE(image.IsFilled(image.PixelAt(under)));
+    EXPECT_NEAR(image.GetCompleteness(), 1.0 - 4.0 / 225.0, 0.01);
+}
+
+TEST(CRangeImage, AgreesWithLookingAtEveryPixel)
+{
+    const CRangeImage image = imageOf(support::RasterScan(tower, 20.0F, 0.5F), 0.5F);
+    const double slope = static_cast<double>(image.GetPixelSize()) / std::tan(std::numbers::pi / 6);
+    std::size_t numFull = 0;
+    forEachPixel(image, [&](Pixel at) {
+        double distance = 1e9;
+        double shadow = -1e9;
+        int around = 0;
+        forEachPixel(image, [&](Pixel other) {
+            if (!image.IsFilled(other)) return;
+            const double dx = std::abs(at.x - other.x);
+            const double dy = std::abs(at.y - other.y);
+            const double steps = std::max(dx, dy) + (std::numbers::sqrt2 - 1) * std::min(dx, dy);
+            distance = std::min(distance, steps);
+            shadow = std::max(shadow, static_cast<double>(image.GetSurfel(other).point.z) - steps * slope);
+            if (dx <= 1 && dy <= 1) ++around;
+        });
+        EXPECT_NEAR(static_cast<double>(image.GetDistanceToSilhouette(at)), distance, 1e-3);
+        EXPECT_NEAR(static_cast<double>(image.GetShadow(at)), shadow, 1e-3);
+        EXPECT_EQ(image.IsFull(at), around == 9);
+        numFull += around == 9;
+    });
+    EXPECT_GT(numFull, 1000U);
+}
+
+TEST(CRangeImage, SaysWhatASecondSurfaceMeans)
+{
+    const CRangeImage image = imageOf(support::RasterScan(tower, 20.0F, 0.5F), 0.5F);
+    const auto at = [&](float x, float y) { return image.PixelAt(image.GetFrame() * Vector3(x, y, 0)); };
+    EXPECT_TRUE(image.IsInFront(at(0, 0), 8.0F));
+    EXPECT_FALSE(image.IsInFront(at(0, 0), -8.0F)); // behind what was seen
+    EXPECT_FALSE(image.IsInFront(at(4, 0), 8.0F));  // nothing was seen there
+    EXPECT_TRUE(image.IsMissing(at(4, 0), 8.0F, 2.5F));
+    EXPECT_FALSE(image.IsMissing(at(4, 0), -8.0F, 2.5F)); // at the bottom of the hole: hidden from the light
+    EXPECT_FALSE(image.IsMissing(at(0, 0), 8.0F, 2.5F));
+    EXPECT_TRUE(image.IsMissing(at(0, 16.5F), 8.0F, 2.5F));
+    EXPECT_TRUE(image.IsMissing(at(0, 500.0F), -8.0F, 2.5F));
+    EXPECT_TRUE(image.IsMissing(at(-1e30F, 0), 0.0F, 2.5F)); // far outside of any pixel number
+}
+
+TEST(CRangeImage, DoesNotMissWhatLiesBeyondTheFieldOfView)
+{
+    const auto cut = [](float x, float y) { return x > 8.0F ? NAN : support::Waves(x, y); };
+    const CRangeImage image = imageOf(support::RasterScan(cut, 20.0F, 0.5F), 0.5F);
+    const auto isMissing = [&](float x, float y) {
+        return image.IsMissing(image.PixelAt(image.GetFrame() * Vector3(x, y, 0)), 8.0F, 2.5F);
+    };
+    EXPECT_FALSE(isMissing(11.0F, 0.0F));
+    EXPECT_FALSE(isMissing(300.0F, 0.0F));
+    EXPECT_TRUE(isMissing(-17.0F, 0.0F));
+    EXPECT_TRUE(isMissing(0.0F, 17.0F));
+}
+
+TEST(CRangeImage, WidensItsPixelsForLinesOfASpinningSensor)
+{
+    support::Surface lines;
+    for (int line = 0; line < 40; ++line) {
+        for (int i = 0; i < 400; ++i) {
+            lines.points.emplace_back(0.1F * static_cast<float>(i), static_cast<float>(line), 0.0F);
+            lines.normals.emplace_back(0, 0, 1);
+        }
+    }
+    const CRangeImage image = imageOf(lines, 0.1F);
+    EXPECT_GT(image.GetPixelSize(), 0.6F);
+    EXPECT_LT(image.GetPixelSize(), 1.6F);
+    EXPECT_GT(image.GetCompleteness(), 0.95);
+}
+
+TEST(CRangeImage, BoundsItsMemoryWhenAPointLiesFarAway)
+{
+    support::Surface scan = support::RasterScan(support::Waves, 20.0F, 0.5F);
+    scan.points.emplace_back(1e8F, -1e8F, 0.0F);
+    scan.normals.emplace_back(0, 0, 1);
+    const CRangeImage image = imageOf(scan, 0.5F);
+    EXPECT_LE(image.GetWidth(), 2020);
+    EXPECT_LE(image.GetHeight(), 2020);
+}
+
+} // namespace

@@ -1,0 +1,493 @@
+#include "zorvan/verdict/cposejudge.h"
+
+#include "zorvan/numerics/packedldlt.h"
+#include "zorvan/numerics/symsolvers.h"
+#include "zorvan/verdict/verdictlimits.h"
+
+#include <Eigen/Geometry>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <numbers>
+#include <optional>
+#include <random>
+#include <utility>
+
+namespace prereg {
+
+namespace {
+
+using Vector3 = kdtree::Vector<3>;
+
+constexpr std::size_t uiParts = 8; ///< of the samples; most wrong poses end after the first
+constexpr unsigned uiSeed = 47110815;
+
+bool isRayKnown(const CScanView& view)
+{
+    return view.GetRay().eKind == ERay::Found || view.GetRay().eKind == ERay::Given;
+}
+
+float pixelOf(const CScanView& view)
+{
+    return view.HasImage() ? view.GetImage().GetPixelSize()
+                           : static_cast<float>(verdict::dPixelPerSpacing * view.GetSampling().dSpacing);
+}
+
+/// What both surfaces hold of a pose, in the three turns and three shifts about a middle; turns count by what they move
+/// at the distance `radius`. Each surface brings its own normals: noise in one of them alone looks like a hold.
+class CHold
+{
+public:
+    CHold(const Vector3& middle, double radius) : m_middle(middle), m_radius(std::max(radius, 1e-30)) {}
+
+    void Add(const Vector3& point, const Vector3& normal, const Vector3& otherNormal)
+    {
+        const auto a = row(point, normal);
+        const auto b = row(point, otherNormal);
+        std::size_t at = 0;
+        for (std::size_t i = 0; i < iSize; ++i)
+            for (std::size_t j = 0; j <= i; ++j) m_sum[at++] += 0.5 * (a[i] * b[j] + a[j] * b[i]);
+    }
+
+    /// Motions of length `step` to and fro along each of the directions that are held least, the weakest first.
+    [[nodiscard]] std::vector<CTrafo> WeakestMotions(std::size_t count, double step) const
+    {
+        const Directions directions = decompose();
+        std::vector<CTrafo> motions;
+        for (std::size_t k = 0; k < count; ++k) {
+            motions.push_back(motion(directions.vectors[k], step));
+            motions.push_back(motion(directions.vectors[k], -step));
+        }
+        return motions;
+    }
+
+    /// The least hold over the greatest, in [0, 1]; negative values are noise.
+    [[nodiscard]] double Ratio() const
+    {
+        const Directions directions = decompose();
+        const double greatest = directions.values[iSize - 1];
+        return greatest > 0.0 ? std::max(0.0, directions.values[0]) / greatest : 0.0;
+    }
+
+    /// Full turns, in equal steps, about the axes that are held much less than the rest.
+    [[nodiscard]] std::vector<CTrafo> WeakTurns(std::size_t count, std::size_t steps) const
+    {
+        const Directions directions = decompose();
+        std::vector<CTrafo> turns;
+        for (std::size_t k = 0; k < count; ++k) {
+            if (directions.values[k] > verdict::dWeakHold * directions.values[iSize - 1]) break;
+            for (std::size_t i = 1; i < steps; ++i) {
+                const double angle = 2.0 * std::numbers::pi * static_cast<double>(i) / static_cast<double>(steps);
+                if (const auto turn = turnAbout(directions.vectors[k], angle)) turns.push_back(*turn);
+            }
+        }
+        return turns;
+    }
+
+private:
+    static constexpr std::size_t iSize = 6;
+    using Direction = std::array<double, iSize>;
+
+    struct Directions
+    {
+        std::array<double, iSize> values{}; ///< ascending
+        std::array<Direction, iSize> vectors{};
+    };
+
+    [[nodiscard]] Directions decompose() const
+    {
+        Directions result;
+        auto matrix = m_sum;
+        std::array<double, iSize * iSize> vectors{};
+        std::array<double, 2 * iSize> work{};
+        Zorvan::symsolvers::JacobiIteration(matrix.data(), result.values.data(), vectors.data(), iSize, 30,
+                                            work.data());
+        Zorvan::symsolvers::SortEigenV(result.values.data(), vectors.data(), iSize, true);
+        for (std::size_t k = 0; k < iSize; ++k)
+            for (std::size_t i = 0; i < iSize; ++i) result.vectors[k][i] = vectors[i * iSize + k];
+        return result;
+    }
+
+    /// Nothing for a direction that hardly turns.
+    [[nodiscard]] std::optional<CTrafo> turnAbout(const Direction& direction, double angle) const
+    {
+        constexpr double dMinTurn = 0.3; // of the unit length
+        const Eigen::Vector3d turn = Eigen::Vector3d(direction[0], direction[1], direction[2]) / m_radius;
+        const Eigen::Vector3d shift(direction[3], direction[4], direction[5]);
+        if (turn.norm() * m_radius < dMinTurn) return std::nullopt;
+        const Eigen::Vector3d offset = turn.cross(shift) / turn.squaredNorm(); // from the middle to the axis
+        const Eigen::Vector3d axis = turn.normalized();
+        const CTrafo rotation(toFloat(axis), static_cast<float>(angle), Vector3());
+        const Vector3 through = m_middle + toFloat(offset);
+        return rotation.Translate(through - rotation.Rotate(through));
+    }
+
+    [[nodiscard]] Direction row(const Vector3& point, const Vector3& normal) const
+    {
+        const Vector3 turn = Cross(point - m_middle, normal);
+        return {static_cast<double>(turn.x) / m_radius, static_cast<double>(turn.y) / m_radius,
+                static_cast<double>(turn.z) / m_radius, static_cast<double>(normal.x),
+                static_cast<double>(normal.y),          static_cast<double>(normal.z)};
+    }
+
+    /// The screw motion of a direction, so that a ball turns on its spot however far it turns. Source: Murray, Li and
+    /// Sastry, A Mathematical Introduction to Robotic Manipulation (1994), 2.36.
+    [[nodiscard]] CTrafo motion(const Direction& direction, double step) const
+    {
+        const Eigen::Vector3d turn = Eigen::Vector3d(direction[0], direction[1], direction[2]) * (step / m_radius);
+        const Eigen::Vector3d shift = Eigen::Vector3d(direction[3], direction[4], direction[5]) * step;
+        const double angle = turn.norm();
+        if (angle < 1e-9) return CTrafo().Translate(toFloat(shift));
+        const Eigen::Vector3d once = turn.cross(shift);
+        const Eigen::Vector3d moved = shift + once * ((1.0 - std::cos(angle)) / (angle * angle)) +
+                                      turn.cross(once) * ((angle - std::sin(angle)) / (angle * angle * angle));
+        const CTrafo rotation(toFloat(turn / angle), static_cast<float>(angle), Vector3());
+        return rotation.Translate(m_middle - rotation.Rotate(m_middle) + toFloat(moved));
+    }
+
+    static Vector3 toFloat(const Eigen::Vector3d& v)
+    {
+        return {static_cast<float>(v.x()), static_cast<float>(v.y()), static_cast<float>(v.z())};
+    }
+
+    Vector3 m_middle;
+    double m_radius;
+    std::array<double, Zorvan::symsolvers::PackedSize(iSize)> m_sum{};
+};
+
+template <typename Sample>
+void shuffle(std::vector<Sample>& samples)
+{
+    std::mt19937 rng(uiSeed);
+    for (std::size_t i = samples.size(); i > 1; --i) std::swap(samples[i - 1], samples[rng() % i]);
+}
+
+/// The largest of the contradictions.
+EFinding refutation(const PoseCounts& counts)
+{
+    if (counts.uiInFront >= std::max(counts.uiMissing, counts.uiOpposed)) return EFinding::SeenThrough;
+    return counts.uiMissing >= counts.uiOpposed ? EFinding::SurfaceMissing : EFinding::Opposed;
+}
+
+std::string percent(double share)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f %%", 100 * share);
+    return text;
+}
+
+} // namespace
+
+double PoseCounts::Contradiction() const
+{
+    const unsigned against = Contradictions();
+    return against == 0 ? 0.0 : static_cast<double>(against) / static_cast<double>(against + uiMatched);
+}
+
+double PoseCounts::TailShare() const
+{
+    return uiTail == 0 ? 0.0 : static_cast<double>(uiTail) / static_cast<double>(uiTail + uiMatched);
+}
+
+double PoseCounts::Score() const
+{
+    return static_cast<double>(uiMatched) - verdict::dContradictionWeight * static_cast<double>(Contradictions());
+}
+
+std::string PoseVerdict::ToString() const
+{
+    const double pairs = std::max(1U, counts.Contradictions() + counts.uiMatched);
+    switch (eFinding) {
+    case EFinding::Consistent:
+        return percent(counts.Contradiction()) + " of what can be compared speaks against it";
+    case EFinding::Doubtful:
+        return percent(counts.Contradiction()) + " of what can be compared speaks against it, more than usual";
+    case EFinding::Invalid:
+        return "there is no pose";
+    case EFinding::TooLittle:
+        return "the scans share hardly any surface there: " + std::to_string(counts.uiMatched) + " of " +
+               std::to_string(counts.uiSamples) + " samples match";
+    case EFinding::SeenThrough:
+        return percent(counts.uiInFront / pairs) + " lies where the other sensor looked through";
+    case EFinding::SurfaceMissing:
+        return percent(counts.uiMissing / pairs) + " should have been seen by the other sensor, and was not";
+    case EFinding::Opposed:
+        return percent(counts.uiOpposed / pairs) + " meets surface that looks another way";
+    case EFinding::Residuals:
+        return percent(counts.TailShare()) + " of what comes near the other surface stays off it by more than noise";
+    case EFinding::Sliding:
+        return "the pose may slide, and nothing would contradict it";
+    }
+    return {};
+}
+
+/// The nearest surface to a sample, in any common frame.
+struct CPoseJudge::Hit
+{
+    Vector3 point;
+    Vector3 normal;
+    float distSq = std::numeric_limits<float>::infinity();
+    float residual = 0.0F; ///< along the normal
+    float cosine = 0.0F;   ///< of the two normals
+
+    void Measure(const Sample& moved)
+    {
+        residual = std::abs(Dot(normal, moved.point - point));
+        cosine = Dot(normal, moved.normal);
+    }
+};
+
+CPoseJudge::CPoseJudge(const CScanView& fix, const CScanView& flt)
+    : m_pixel(std::max(pixelOf(fix), pixelOf(flt))), m_canMiss(isRayKnown(fix) || isRayKnown(flt))
+{
+    m_sides[0].view = &fix;
+    m_sides[1].view = &flt;
+    for (Side& side : m_sides) side.samples = takeSamples(*side.view);
+    const double noise = std::hypot(fix.GetSampling().dNoise, flt.GetSampling().dNoise);
+    const auto pixel = static_cast<double>(m_pixel);
+    m_matchLimit = static_cast<float>(std::max(verdict::dMatchNoise * noise, verdict::dMatchPixels * pixel));
+    m_frontLimit = static_cast<float>(verdict::dFrontPixels * pixel + verdict::dFrontNoise * noise);
+    const double near = std::max(verdict::dNearPixels * pixel, 2.0 * static_cast<double>(m_matchLimit));
+    m_nearSq = static_cast<float>(near * near);
+    const std::size_t smaller = std::min(m_sides[0].samples.size(), m_sides[1].samples.size());
+    m_minMatched = std::max(verdict::uiMinMatched,
+                            static_cast<unsigned>(verdict::dMinMatchedShare * static_cast<double>(smaller)));
+}
+
+std::vector<CPoseJudge::Sample> CPoseJudge::takeSamples(const CScanView& view) const
+{
+    std::vector<Sample> samples;
+    const double step = verdict::dSampleStep * static_cast<double>(m_pixel / pixelOf(view));
+    if (!view.HasImage()) {
+        const auto every = static_cast<std::size_t>(std::max(1.0, std::round(step * step)));
+        for (std::size_t i = 0; i < view.GetPoints().size(); i += every)
+            if (view.GetPoints()[i].IsFinite()) samples.push_back({view.GetPoints()[i], view.GetNormals()[i]});
+    } else {
+        const CRangeImage& image = view.GetImage();
+        const CTrafo back = image.GetFrame().GetInverse(true);
+        const int stride = std::max(1, static_cast<int>(std::lround(step)));
+        for (int y = 0; y < image.GetHeight(); y += stride) {
+            for (int x = 0; x < image.GetWidth(); x += stride) {
+                if (!image.IsFilled({x, y})) continue;
+                const CRangeImage::Surfel& surfel = image.GetSurfel({x, y});
+                samples.push_back({back * surfel.point, back.Rotate(surfel.normal)});
+            }
+        }
+    }
+    shuffle(samples);
+    return samples;
+}
+
+std::span<const CPoseJudge::Sample> CPoseJudge::partOf(std::size_t side, std::size_t part, std::size_t parts) const
+{
+    const std::span<const Sample> all = m_sides[side].samples;
+    const std::size_t first = all.size() * part / parts;
+    return all.subspan(first, all.size() * (part + 1) / parts - first);
+}
+
+CPoseJudge::Hit CPoseJudge::nearestInImage(const CRangeImage& image, CRangeImage::Pixel at, const Sample& moved)
+{
+    Hit hit;
+    for (int y = std::max(0, at.y - 1); y <= std::min(image.GetHeight() - 1, at.y + 1); ++y) {
+        for (int x = std::max(0, at.x - 1); x <= std::min(image.GetWidth() - 1, at.x + 1); ++x) {
+            const CRangeImage::Surfel& surfel = image.GetSurfel({x, y});
+            const float distSq = DistanceSq(surfel.point, moved.point);
+            if (!(distSq < hit.distSq)) continue;
+            hit.point = surfel.point;
+            hit.normal = surfel.normal;
+            hit.distSq = distSq;
+        }
+    }
+    if (hit.distSq < std::numeric_limits<float>::infinity()) hit.Measure(moved);
+    return hit;
+}
+
+CPoseJudge::Hit CPoseJudge::nearestInTree(const CScanView& view, const Sample& moved) const
+{
+    Hit hit;
+    Zorvan::NearestQuery query{moved.point, -1, m_nearSq};
+    view.GetTree().FindNearest(query);
+    if (query.index < 0) return hit;
+    hit.point = view.GetPoints()[static_cast<std::size_t>(query.index)];
+    hit.normal = view.GetNormals()[static_cast<std::size_t>(query.index)];
+    hit.distSq = query.distSq;
+    hit.Measure(moved);
+    return hit;
+}
+
+bool CPoseJudge::isMatch(const Hit& hit) const
+{
+    return hit.distSq < m_nearSq && hit.residual <= m_matchLimit &&
+           hit.cosine > static_cast<float>(verdict::dMatchCosine);
+}
+
+void CPoseJudge::addHit(const Hit& hit, std::size_t side, PoseCounts& counts) const
+{
+    if (isMatch(hit)) {
+        ++counts.uiMatched;
+        ++counts.matchedOf[side];
+        return;
+    }
+    if (!(hit.distSq < m_nearSq)) return;
+    const bool isOn = hit.residual <= m_matchLimit;
+    const bool isAlike = hit.cosine > static_cast<float>(verdict::dMatchCosine);
+    if (!isOn)
+        ++(isAlike ? counts.uiTail : counts.uiShallow);
+    else
+        counts.uiOpposed += hit.cosine < static_cast<float>(verdict::dOpposedCosine);
+}
+
+bool CPoseJudge::isInFrontOverCone(const CScanView& into, const CTrafo& pose, const Sample& sample) const
+{
+    const Vector3 p = pose * sample.point;
+    return std::all_of(into.GetImages().begin() + 1, into.GetImages().end(), [&](const CRangeImage& image) {
+        const Vector3 moved = image.GetFrame() * p;
+        return image.IsInFront(image.PixelAt(moved), moved.z - m_frontLimit);
+    });
+}
+
+void CPoseJudge::countInImage(std::size_t side, std::span<const Sample> samples, const CTrafo& pose,
+                              PoseCounts& counts) const
+{
+    const CScanView& into = *m_sides[1 - side].view;
+    const CRangeImage& image = into.GetImage();
+    const CTrafo toImage = image.GetFrame() * pose;
+    const bool canMiss = isRayKnown(into);
+    for (const Sample& sample : samples) {
+        const Sample moved{toImage * sample.point, toImage.Rotate(sample.normal)};
+        const CRangeImage::Pixel at = image.PixelAt(moved.point);
+        const bool isInside = image.Contains(at);
+        if (isInside && image.IsInFront(at, moved.point.z - m_frontLimit)) {
+            counts.uiInFront += isInFrontOverCone(into, pose, sample);
+        } else if (canMiss && moved.normal.z > static_cast<float>(verdict::dFacingCosine) &&
+                   image.IsMissing(at, moved.point.z, static_cast<float>(verdict::dMissingPixels))) {
+            ++counts.uiMissing;
+        } else if (isInside) {
+            addHit(nearestInImage(image, at, moved), side, counts);
+        }
+    }
+}
+
+void CPoseJudge::countInTree(std::size_t side, std::span<const Sample> samples, const CTrafo& pose,
+                             PoseCounts& counts) const
+{
+    for (const Sample& sample : samples) {
+        const Sample moved{pose * sample.point, pose.Rotate(sample.normal)};
+        addHit(nearestInTree(*m_sides[1 - side].view, moved), side, counts);
+    }
+}
+
+void CPoseJudge::countParts(const CTrafo& pose, std::size_t first, std::size_t last, PoseCounts& counts) const
+{
+    const CTrafo inverse = pose.GetInverse(true);
+    for (std::size_t side = 0; side < 2; ++side) {
+        const CTrafo& intoOther = side == 0 ? inverse : pose;
+        for (std::size_t part = first; part < last; ++part) {
+            const auto samples = partOf(side, part, uiParts);
+            counts.uiSamples += static_cast<unsigned>(samples.size());
+            if (m_sides[1 - side].view->HasImage())
+                countInImage(side, samples, intoOther, counts);
+            else
+                countInTree(side, samples, intoOther, counts);
+        }
+    }
+}
+
+PoseCounts CPoseJudge::Count(const CTrafo& pose) const
+{
+    PoseCounts counts;
+    if (pose) countParts(pose, 0, uiParts, counts);
+    return counts;
+}
+
+EFinding CPoseJudge::Weigh(const PoseCounts& counts) const
+{
+    if (counts.uiMatched < m_minMatched) return EFinding::TooLittle;
+    if (counts.Contradiction() > verdict::dMaxDoubt) return refutation(counts);
+    if (counts.TailShare() > verdict::dMaxTail) return EFinding::Residuals;
+    return counts.Contradiction() > verdict::dMaxContradiction ? EFinding::Doubtful : EFinding::Consistent;
+}
+
+PoseVerdict CPoseJudge::Judge(const CTrafo& pose) const
+{
+    if (!pose) return {};
+    PoseVerdict verdict;
+    countParts(pose, 0, 1, verdict.counts);
+    if (verdict.counts.Contradictions() >= verdict::uiMinEarlyContradictions &&
+        verdict.counts.Contradiction() > verdict::dEarlyFactor * verdict::dMaxDoubt) {
+        verdict.eFinding = refutation(verdict.counts);
+        return verdict;
+    }
+    countParts(pose, 1, uiParts, verdict.counts);
+    verdict.eFinding = Weigh(verdict.counts);
+    if (verdict && SlideGrowth(pose, verdict.counts) < static_cast<int>(verdict::uiMinSlideGrowth))
+        verdict.eFinding = EFinding::Sliding;
+    return verdict;
+}
+
+class CPoseJudge::CHoldAt : public CHold
+{
+public:
+    CHoldAt(const CPoseJudge& judge, const CTrafo& pose)
+        : CHold(pose * judge.GetFlt().GetMiddle(), judge.GetFlt().GetRadius())
+    {
+        const bool isIntoFix = judge.GetFix().HasImage();
+        const std::size_t side = isIntoFix ? 1 : 0;
+        const CScanView& into = *judge.m_sides[1 - side].view;
+        const CTrafo frame = into.HasImage() ? into.GetImage().GetFrame() : CTrafo();
+        const CTrafo toFrame = frame * (isIntoFix ? pose : pose.GetInverse(true));
+        const CTrafo back = (isIntoFix ? CTrafo() : pose) * frame.GetInverse(true);
+        for (const Sample& sample : judge.m_sides[side].samples) {
+            const Sample moved{toFrame * sample.point, toFrame.Rotate(sample.normal)};
+            const Hit hit = into.HasImage()
+                                ? nearestInImage(into.GetImage(), into.GetImage().PixelAt(moved.point), moved)
+                                : judge.nearestInTree(into, moved);
+            if (judge.isMatch(hit)) Add(back * hit.point, back.Rotate(hit.normal), back.Rotate(moved.normal));
+        }
+    }
+};
+
+double CPoseJudge::HoldRatio(const CTrafo& pose) const { return CHoldAt(*this, pose).Ratio(); }
+
+std::vector<CTrafo> CPoseJudge::Turns(const CTrafo& pose) const
+{
+    constexpr std::size_t uiAxes = 2;
+    constexpr std::size_t uiSteps = 24;
+    std::vector<CTrafo> turns = CHoldAt(*this, pose).WeakTurns(uiAxes, uiSteps);
+    for (CTrafo& turn : turns) turn = turn * pose;
+    return turns;
+}
+
+int CPoseJudge::SlideGrowth(const CTrafo& pose, const PoseCounts& at) const
+{
+    // Whatever no longer fits: on a surface that lets the pose slide, nothing does.
+    const auto misfits = [](const PoseCounts& c) {
+        return static_cast<int>(c.Contradictions() + c.uiTail + c.uiShallow);
+    };
+    int least = std::numeric_limits<int>::max();
+    constexpr std::size_t uiDirections = 3;
+    const double step = verdict::dSlidePixels * GetPixelSize();
+    const std::vector<CTrafo> motions = CHoldAt(*this, pose).WeakestMotions(uiDirections, step);
+    for (std::size_t i = 0; i + 1 < motions.size(); i += 2) {
+        int growth = 0; // a direction is free when the pose may go both ways
+        for (std::size_t k = i; k < i + 2; ++k)
+            growth = std::max(growth, misfits(Count(motions[k] * pose)) - misfits(at));
+        least = std::min(least, growth);
+    }
+    return least;
+}
+
+double CPoseJudge::Distance(const CTrafo& a, const CTrafo& b) const
+{
+    // Over points about their middle the turn and the shift of the middle add up in squares; the turn by what it moves
+    // at the radius, seen along its axis from two of three directions in the mean.
+    const CScanView& flt = GetFlt();
+    const auto shift = static_cast<double>((a * flt.GetMiddle() - b * flt.GetMiddle()).Length());
+    const double angle = static_cast<double>(a.GetRotationDistance(b));
+    const double turn = 2.0 * std::sin(0.5 * angle) * flt.GetRadius() * std::sqrt(2.0 / 3.0);
+    return std::hypot(shift, turn);
+}
+
+} // namespace prereg

@@ -1,0 +1,138 @@
+#pragma once
+
+#include "zorvan/core/ctrafo.h"
+#include "zorvan/core/vector.h"
+#include "zorvan/platform/export.h"
+#include "zorvan/verdict/cscanview.h"
+
+#include <array>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace prereg {
+
+/// What two scans say about a pose, in samples: points of each scan, equally far apart, looked up in the other.
+struct PoseCounts
+{
+    unsigned uiSamples = 0;              ///< of both scans
+    unsigned uiMatched = 0;              ///< on the other surface, normals agree
+    unsigned uiInFront = 0;              ///< the other sensor saw through it
+    unsigned uiMissing = 0;              ///< the other sensor should have seen it, and saw nothing
+    unsigned uiOpposed = 0;              ///< on the other surface, which looks elsewhere
+    unsigned uiTail = 0;                 ///< near the other surface and like it, but further off than noise explains
+    unsigned uiShallow = 0;              ///< near the other surface, off it, and unlike it
+    std::array<unsigned, 2> matchedOf{}; ///< matches among the samples of the fixed and of the floating scan
+
+    [[nodiscard]] unsigned Contradictions() const { return uiInFront + uiMissing + uiOpposed; }
+    /// Contradictions over contradictions and matches, in [0, 1]; 0 without any.
+    [[nodiscard]] ZORVAN_API double Contradiction() const;
+    /// Over tail and matches.
+    [[nodiscard]] ZORVAN_API double TailShare() const;
+    /// Rivals are compared by it: matches, less what speaks against the pose.
+    [[nodiscard]] ZORVAN_API double Score() const;
+
+    friend bool operator==(const PoseCounts&, const PoseCounts&) = default;
+};
+
+/// Why a pose stands or falls.
+enum class EFinding
+{
+    Consistent,
+    Doubtful,    ///< more speaks against it than against right poses of good scans, less than against most wrong ones
+    Invalid,     ///< there is no pose
+    TooLittle,   ///< the scans hardly share surface
+    SeenThrough, ///< surface of one scan where the other looked through
+    SurfaceMissing,
+    Opposed,
+    Residuals, ///< surfaces that come near do not meet
+    Sliding    ///< the pose may be moved and nothing contradicts it
+};
+
+struct PoseVerdict
+{
+    EFinding eFinding = EFinding::Invalid;
+    PoseCounts counts; ///< of a part of the samples for a pose that this part refuted
+
+    [[nodiscard]] explicit operator bool() const { return eFinding == EFinding::Consistent; }
+    /// One line for the user: the finding with its figure.
+    [[nodiscard]] ZORVAN_API std::string ToString() const;
+};
+
+/// Weighs poses of one scan in the frame of another by what contradicts them: free space that the other sensor looked
+/// through, surface that it should have seen, faces that look the other way. Agreement alone proves little: flat parts
+/// agree in many poses.
+///
+///     const CScanView fix(fixSet), flt(fltSet);
+///     const CPoseJudge judge(fix, flt);
+///     const PoseVerdict verdict = judge.Judge(pose); // 1 ms; wrong ones take a tenth
+///     if (!verdict) tell(verdict.ToString());
+///
+/// Poses map floating into fixed coordinates, refined: half a spacing off is too far. A scan without a viewing ray
+/// contradicts nothing. The views must outlive the judge. Immutable, safe to use from any thread; same views, same
+/// counts.
+class ZORVAN_API CPoseJudge
+{
+public:
+    CPoseJudge(const CScanView& fix, const CScanView& flt);
+
+    /// All counts, on all samples.
+    [[nodiscard]] PoseCounts Count(const CTrafo& pose) const;
+    /// The whole weighing, cheapest first: ends with the first finding that refutes the pose.
+    [[nodiscard]] PoseVerdict Judge(const CTrafo& pose) const;
+    /// The finding for such counts, without the question whether the pose slides.
+    [[nodiscard]] EFinding Weigh(const PoseCounts& counts) const;
+    /// Moves the pose to and fro along each of the three directions that both surfaces together hold least, and returns
+    /// the least growth of what does not fit, in samples. @param at  counts at the pose itself
+    [[nodiscard]] int SlideGrowth(const CTrafo& pose, const PoseCounts& at) const;
+    /// How well the two surfaces hold the pose in the direction that they hold least, against the one that they hold
+    /// best: in [0, 1], 0 for a ball or a plane.
+    [[nodiscard]] double HoldRatio(const CTrafo& pose) const;
+    /// Places where a part that is round, or nearly so, would fit as well: the pose turned about the axes that both
+    /// surfaces together hold least. Rough: to be refined before they are judged. Mostly none.
+    [[nodiscard]] std::vector<CTrafo> Turns(const CTrafo& pose) const;
+    /// How far apart two poses put the floating scan: root mean square over its points, mm.
+    [[nodiscard]] double Distance(const CTrafo& a, const CTrafo& b) const;
+
+    [[nodiscard]] const CScanView& GetFix() const { return *m_sides[0].view; }
+    [[nodiscard]] const CScanView& GetFlt() const { return *m_sides[1].view; }
+    /// At least one scan has a ray that is known well enough to tell that surface is missing.
+    [[nodiscard]] bool CanMissSurface() const { return m_canMiss; }
+    [[nodiscard]] double GetMatchLimit() const { return static_cast<double>(m_matchLimit); } ///< mm
+    [[nodiscard]] double GetPixelSize() const { return static_cast<double>(m_pixel); } ///< of the coarser scan, mm
+
+private:
+    struct Sample
+    {
+        kdtree::Vector<3> point;
+        kdtree::Vector<3> normal;
+    };
+    struct Side
+    {
+        const CScanView* view = nullptr;
+        std::vector<Sample> samples; ///< in scan coordinates, shuffled: any stretch of them covers the scan
+    };
+    struct Hit;
+    class CHoldAt;
+
+    [[nodiscard]] std::vector<Sample> takeSamples(const CScanView& view) const;
+    [[nodiscard]] static Hit nearestInImage(const CRangeImage& image, CRangeImage::Pixel at, const Sample& moved);
+    [[nodiscard]] Hit nearestInTree(const CScanView& view, const Sample& moved) const;
+    [[nodiscard]] std::span<const Sample> partOf(std::size_t side, std::size_t part, std::size_t parts) const;
+    void countInImage(std::size_t side, std::span<const Sample> samples, const CTrafo& pose, PoseCounts& counts) const;
+    void countInTree(std::size_t side, std::span<const Sample> samples, const CTrafo& pose, PoseCounts& counts) const;
+    [[nodiscard]] bool isInFrontOverCone(const CScanView& into, const CTrafo& pose, const Sample& sample) const;
+    [[nodiscard]] bool isMatch(const Hit& hit) const;
+    void addHit(const Hit& hit, std::size_t side, PoseCounts& counts) const;
+    void countParts(const CTrafo& pose, std::size_t first, std::size_t last, PoseCounts& counts) const;
+
+    std::array<Side, 2> m_sides; ///< fixed, floating
+    float m_pixel = 0.0F;
+    float m_matchLimit = 0.0F;
+    float m_frontLimit = 0.0F;
+    float m_nearSq = 0.0F;
+    unsigned m_minMatched = 0;
+    bool m_canMiss = false;
+};
+
+} // namespace prereg

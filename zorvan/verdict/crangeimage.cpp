@@ -1,0 +1,326 @@
+#include "zorvan/verdict/crangeimage.h"
+
+#include "zorvan/verdict/verdictlimits.h"
+
+#include <numbers>
+
+namespace prereg {
+
+namespace {
+
+using Vector3 = kdtree::Vector<3>;
+
+constexpr float fInfinity = std::numeric_limits<float>::infinity();
+
+CTrafo axesAlong(const Vector3& direction)
+{
+    // Of a scan in the frame of its sensor the axes stay what they are.
+    const Vector3 helper = std::abs(direction.x) < 0.9F ? Vector3(1, 0, 0) : Vector3(0, 1, 0);
+    Vector3 v = Cross(direction, helper);
+    v = v * (1.0F / v.Length());
+    return {Cross(v, direction), v, direction, Vector3()};
+}
+
+kdtree::Range<3> boxOf(const Vectors& points, const CTrafo& frame)
+{
+    kdtree::Range<3> box = kdtree::EmptyRange();
+    for (const Vector3& p : points) {
+        if (!p.IsFinite()) continue;
+        const Vector3 moved = frame * p;
+        box.low = Min(box.low, moved);
+        box.high = Max(box.high, moved);
+    }
+    return box;
+}
+
+CTrafo turned(const CTrafo& frame, double angle)
+{
+    return CTrafo(Vector3(0, 0, 1), static_cast<float>(-angle), Vector3()) * frame;
+}
+
+/// Points in the plane across the ray, sorted into coarse cells, to find what lies next to one of them.
+class CPlaneCells
+{
+public:
+    CPlaneCells(const Vectors& points, const CTrafo& frame, double cell) : m_cell(cell)
+    {
+        m_entries.reserve(points.size());
+        for (const Vector3& p : points) {
+            if (!p.IsFinite()) continue;
+            const Vector3 moved = frame * p;
+            m_entries.push_back({keyOf(moved, 0, 0), moved});
+        }
+        std::stable_sort(m_entries.begin(), m_entries.end());
+    }
+
+    [[nodiscard]] std::size_t Size() const { return m_entries.size(); }
+
+    /// Offset to the nearest other point, as (x, y, 0); zero when there is none in the cells around.
+    [[nodiscard]] Vector3 Nearest(std::size_t i) const
+    {
+        const Vector3& p = m_entries[i].point;
+        float nearestSq = fInfinity;
+        Vector3 nearest;
+        for (int k = 0; k < 9; ++k) {
+            const Entry first{keyOf(p, k % 3 - 1, k / 3 - 1), {}};
+            for (auto it = std::lower_bound(m_entries.begin(), m_entries.end(), first);
+                 it != m_entries.end() && it->key == first.key; ++it) {
+                const Vector3 d(it->point.x - p.x, it->point.y - p.y, 0.0F);
+                if (!(d.LengthSq() > 0.0F) || d.LengthSq() >= nearestSq) continue;
+                nearestSq = d.LengthSq();
+                nearest = d;
+            }
+        }
+        return nearest;
+    }
+
+private:
+    struct Entry
+    {
+        std::uint64_t key;
+        Vector3 point;
+
+        friend bool operator<(const Entry& a, const Entry& b) { return a.key < b.key; }
+    };
+
+    [[nodiscard]] std::uint64_t keyOf(const Vector3& p, int dx, int dy) const
+    {
+        const auto x = static_cast<std::int64_t>(std::floor(static_cast<double>(p.x) / m_cell)) + dx;
+        const auto y = static_cast<std::int64_t>(std::floor(static_cast<double>(p.y) / m_cell)) + dy;
+        return (static_cast<std::uint64_t>(y) << 32U) ^ static_cast<std::uint32_t>(x);
+    }
+
+    double m_cell;
+    std::vector<Entry> m_entries;
+};
+
+/// Angle of the raster's lines in the plane across the ray, within 45 degrees of x; 0 where there is no raster.
+double rasterAngle(const Vectors& points, const CTrafo& frame, double spacing)
+{
+    constexpr std::size_t uiProbes = 1500;
+    constexpr double dMinResultant = 0.3;
+    const CPlaneCells cells(points, frame, 2.0 * spacing);
+    double real = 0.0;
+    double imaginary = 0.0;
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < cells.Size(); i += std::max<std::size_t>(1, cells.Size() / uiProbes)) {
+        const Vector3 nearest = cells.Nearest(i);
+        if (!(nearest.LengthSq() > 0.0F)) continue;
+        // Lines and columns of a raster are the same up to quarter turns.
+        const double angle = 4.0 * std::atan2(static_cast<double>(nearest.y), static_cast<double>(nearest.x));
+        real += std::cos(angle);
+        imaginary += std::sin(angle);
+        ++count;
+    }
+    if (std::hypot(real, imaginary) < dMinResultant * static_cast<double>(count)) return 0.0;
+    return std::atan2(imaginary, real) / 4.0;
+}
+
+} // namespace
+
+CRangeImage::CRangeImage(const Vectors& points, const Vectors& normals, const Vector3& direction, double dSpacing)
+    : m_pixel(static_cast<float>(verdict::dPixelPerSpacing * dSpacing))
+{
+    m_frame = axesAlong(direction);
+    m_frame = turned(m_frame, rasterAngle(points, m_frame, dSpacing));
+    setFrame(points);
+    for (int i = 0;; ++i) {
+        rasterise(points);
+        if (i == verdict::iMaxPixelGrowths || meanFilledNeighbours() >= verdict::dMinFilledNeighbours) break;
+        m_pixel *= static_cast<float>(verdict::dPixelGrowth);
+        setFrame(points);
+    }
+    findCutSides();
+    closeSinglePixels();
+    storeSurfels(points, normals);
+    computeCeilings();
+    computeDistances();
+    computeCompleteness();
+}
+
+void CRangeImage::setFrame(const Vectors& points)
+{
+    constexpr float fMaxSide = 2000.0F; // pixels: an outlier far away must not cost memory
+    m_frame = m_frame.GetRotationPart(true);
+    const auto [low, high] = boxOf(points, m_frame);
+    if (!(high.x >= low.x)) { // not a single finite point
+        m_width = m_height = 2 * iMargin + 1;
+        m_perPixel = 1.0F;
+        return;
+    }
+    const Vector3 extent = high - low;
+    m_pixel = std::max({m_pixel, std::max(extent.x, extent.y) / fMaxSide, std::numeric_limits<float>::min()});
+    m_perPixel = 1.0F / m_pixel;
+    const float border = (static_cast<float>(iMargin) + 0.5F) * m_pixel; // half a pixel: points in their middles
+    m_frame = m_frame.Translate(Vector3(border - low.x, border - low.y, 0.0F));
+    m_width = floorToInt(extent.x * m_perPixel + 0.5F) + 1 + 2 * iMargin;
+    m_height = floorToInt(extent.y * m_perPixel + 0.5F) + 1 + 2 * iMargin;
+    const auto slope = 1.0 / std::tan(verdict::dShadowDegrees * std::numbers::pi / 180.0);
+    m_shadowSlope = static_cast<float>(slope) * m_pixel;
+}
+
+void CRangeImage::rasterise(const Vectors& points)
+{
+    const std::size_t size = static_cast<std::size_t>(m_width) * static_cast<std::size_t>(m_height);
+    m_indices.assign(size, uiNone);
+    std::vector<float> heights(size, fEmpty);
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        if (!points[i].IsFinite()) continue;
+        const Vector3 p = m_frame * points[i];
+        const std::size_t at = Index(clamped(PixelAt(p)));
+        if (p.z <= heights[at]) continue;
+        heights[at] = p.z;
+        m_indices[at] = static_cast<std::uint32_t>(i);
+    }
+}
+
+double CRangeImage::meanFilledNeighbours() const
+{
+    std::size_t filled = 0;
+    std::size_t neighbours = 0;
+    for (int y = iMargin; y < m_height - iMargin; ++y) {
+        for (int x = iMargin; x < m_width - iMargin; ++x) {
+            if (m_indices[Index({x, y})] == uiNone) continue;
+            ++filled;
+            for (int dy = -1; dy <= 1; ++dy)
+                for (int dx = -1; dx <= 1; ++dx) neighbours += m_indices[Index({x + dx, y + dy})] != uiNone;
+        }
+    }
+    return filled == 0 ? 8.0 : static_cast<double>(neighbours) / static_cast<double>(filled) - 1.0;
+}
+
+void CRangeImage::closeSinglePixels()
+{
+    // A point that was not taken, or fell into the next pixel, is no hole of the object.
+    constexpr int iMinNeighbours = 6;
+    const std::vector<std::uint32_t> before = m_indices;
+    for (int y = 1; y + 1 < m_height; ++y) {
+        for (int x = 1; x + 1 < m_width; ++x) {
+            if (before[Index({x, y})] != uiNone) continue;
+            int filled = 0;
+            std::uint32_t beside = uiNone;
+            for (int dy = -1; dy <= 1; ++dy) {
+                for (int dx = -1; dx <= 1; ++dx) {
+                    const std::uint32_t index = before[Index({x + dx, y + dy})];
+                    if (index == uiNone) continue;
+                    ++filled;
+                    if (beside == uiNone || (dx == 0) != (dy == 0)) beside = index;
+                }
+            }
+            if (filled >= iMinNeighbours) m_indices[Index({x, y})] = beside;
+        }
+    }
+}
+
+void CRangeImage::storeSurfels(const Vectors& points, const Vectors& normals)
+{
+    m_surfels.assign(m_indices.size(), {Vector3(0, 0, fEmpty), Vector3()});
+    for (std::size_t at = 0; at < m_indices.size(); ++at) {
+        if (m_indices[at] == uiNone) continue;
+        m_surfels[at] = {m_frame * points[m_indices[at]], m_frame.Rotate(normals[m_indices[at]])};
+        ++m_numFilled;
+    }
+}
+
+void CRangeImage::computeCeilings()
+{
+    m_ceilings.assign(m_indices.size(), fInfinity);
+    for (int y = 1; y + 1 < m_height; ++y) {
+        for (int x = 1; x + 1 < m_width; ++x) {
+            float highest = fEmpty;
+            bool isFull = true;
+            for (int dy = -1; dy <= 1; ++dy) {
+                for (int dx = -1; dx <= 1; ++dx) {
+                    const float z = m_surfels[Index({x + dx, y + dy})].point.z;
+                    isFull = isFull && z > fEmpty;
+                    highest = std::max(highest, z);
+                }
+            }
+            if (isFull) m_ceilings[Index({x, y})] = highest;
+        }
+    }
+}
+
+void CRangeImage::computeDistances()
+{
+    // Two passes over the image carry the distance, and the cone below each surface, from neighbour to neighbour.
+    // Steps are axial and diagonal, so both are up to 8 % off between these directions.
+    m_outside.assign(m_indices.size(), fInfinity);
+    m_shadows.resize(m_indices.size());
+    for (std::size_t at = 0; at < m_indices.size(); ++at) {
+        m_shadows[at] = m_surfels[at].point.z;
+        if (m_indices[at] != uiNone) m_outside[at] = 0.0F;
+    }
+    const auto take = [&](std::size_t at, std::size_t from, float step) {
+        m_outside[at] = std::min(m_outside[at], m_outside[from] + step);
+        m_shadows[at] = std::max(m_shadows[at], m_shadows[from] - step * m_shadowSlope);
+    };
+    constexpr float fDiagonal = std::numbers::sqrt2_v<float>;
+    const auto width = static_cast<std::ptrdiff_t>(m_width);
+    const auto pass = [&](std::ptrdiff_t sign) {
+        const auto size = static_cast<std::ptrdiff_t>(m_indices.size());
+        for (std::ptrdiff_t k = 0; k < size; ++k) {
+            const std::ptrdiff_t at = sign > 0 ? k : size - 1 - k;
+            const std::ptrdiff_t x = at % width;
+            const bool hasBefore = sign > 0 ? x > 0 : x + 1 < width;
+            const bool hasAfter = sign > 0 ? x + 1 < width : x > 0;
+            const std::ptrdiff_t row = at - sign * width;
+            const bool hasRow = row >= 0 && row < size;
+            if (hasBefore) take(static_cast<std::size_t>(at), static_cast<std::size_t>(at - sign), 1.0F);
+            if (!hasRow) continue;
+            take(static_cast<std::size_t>(at), static_cast<std::size_t>(row), 1.0F);
+            if (hasBefore) take(static_cast<std::size_t>(at), static_cast<std::size_t>(row - sign), fDiagonal);
+            if (hasAfter) take(static_cast<std::size_t>(at), static_cast<std::size_t>(row + sign), fDiagonal);
+        }
+    };
+    pass(1);
+    pass(-1);
+}
+
+void CRangeImage::findCutSides()
+{
+    // Where the field of view ends, the surface ends in a straight line along the raster: as long as the line a little
+    // further in. A silhouette that only touches the box grows longer inwards.
+    constexpr int iInwards = 3;
+    const auto filledInColumn = [&](int x) {
+        int filled = 0;
+        for (int y = 0; y < m_height; ++y) filled += m_indices[Index({x, y})] != uiNone;
+        return filled;
+    };
+    const auto filledInRow = [&](int y) {
+        const auto first = m_indices.begin() + static_cast<std::ptrdiff_t>(Index({0, y}));
+        return m_width - static_cast<int>(std::count(first, first + m_width, uiNone));
+    };
+    const auto isStraight = [](int outer, int inner) -> bool {
+        return outer >= verdict::iMinCutPixels && outer >= verdict::dMinCutStraightness * inner;
+    };
+    const int right = m_width - 1 - iMargin;
+    const int top = m_height - 1 - iMargin;
+    m_isCut = {isStraight(filledInColumn(iMargin), filledInColumn(iMargin + iInwards)),
+               isStraight(filledInColumn(right), filledInColumn(right - iInwards)),
+               isStraight(filledInRow(iMargin), filledInRow(iMargin + iInwards)),
+               isStraight(filledInRow(top), filledInRow(top - iInwards))};
+}
+
+void CRangeImage::computeCompleteness()
+{
+    // What the outside does not reach is enclosed.
+    std::vector<std::uint8_t> isReached(m_indices.size(), 0);
+    std::vector<Pixel> open{{0, 0}};
+    std::size_t numReached = 0;
+    isReached[0] = 1;
+    while (!open.empty()) {
+        const Pixel at = open.back();
+        open.pop_back();
+        ++numReached;
+        for (const Pixel next : {Pixel{at.x - 1, at.y}, {at.x + 1, at.y}, {at.x, at.y - 1}, {at.x, at.y + 1}}) {
+            if (!Contains(next) || isReached[Index(next)] != 0 || m_indices[Index(next)] != uiNone) continue;
+            isReached[Index(next)] = 1;
+            open.push_back(next);
+        }
+    }
+    const std::size_t covered = m_indices.size() - numReached;
+    m_completeness = covered == 0 ? 0.0 : static_cast<double>(m_numFilled) / static_cast<double>(covered);
+}
+
+} // namespace prereg

@@ -1,0 +1,128 @@
+#include "zorvan/verdict/pairverdict.h"
+
+#include "zorvan/platform/ctaskcollection.h"
+#include "zorvan/verdict/verdictlimits.h"
+
+#include <algorithm>
+#include <numeric>
+
+namespace prereg {
+
+namespace {
+
+std::vector<PoseVerdict> judgeAll(const CPoseJudge& judge, std::span<const CTrafo> poses)
+{
+    constexpr std::size_t uiPosesPerTask = 16;
+    std::vector<PoseVerdict> verdicts(poses.size());
+    Zorvan::CTaskCollection tasks;
+    for (std::size_t first = 0; first < poses.size(); first += uiPosesPerTask) {
+        tasks.Schedule([&, first] {
+            const std::size_t last = std::min(first + uiPosesPerTask, poses.size());
+            for (std::size_t i = first; i < last; ++i) verdicts[i] = judge.Judge(poses[i]);
+        });
+    }
+    tasks.RunAndWait();
+    return verdicts;
+}
+
+bool isExplanation(const PoseVerdict& verdict)
+{
+    return verdict || verdict.eFinding == EFinding::Sliding || verdict.eFinding == EFinding::Doubtful;
+}
+
+/// Poses that stand, best first, without those that say the same as a better one.
+std::vector<std::size_t> explanations(const CPoseJudge& judge, std::span<const CTrafo> poses,
+                                      const std::vector<PoseVerdict>& verdicts)
+{
+    std::vector<std::size_t> order;
+    for (std::size_t i = 0; i < poses.size(); ++i)
+        if (isExplanation(verdicts[i])) order.push_back(i);
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+        return verdicts[a].counts.Score() > verdicts[b].counts.Score();
+    });
+    const double distinct = verdict::dDistinctPixels * judge.GetPixelSize();
+    std::vector<std::size_t> kept;
+    for (const std::size_t i : order) {
+        const bool isNew = std::all_of(kept.begin(), kept.end(),
+                                       [&](std::size_t k) { return judge.Distance(poses[i], poses[k]) > distinct; });
+        if (isNew) kept.push_back(i);
+    }
+    return kept;
+}
+
+/// Of poses that fell: the one with the most matches for its contradictions.
+std::size_t nearestMiss(const std::vector<PoseVerdict>& verdicts)
+{
+    const auto merit = [](const PoseVerdict& v) {
+        // A pose that part of the samples refuted has the counts of that part: shares compare, amounts do not.
+        const double share = static_cast<double>(v.counts.uiMatched) / std::max(1U, v.counts.uiSamples);
+        return v.eFinding == EFinding::Invalid ? -1.0 : share * (1.0 - v.counts.Contradiction());
+    };
+    const auto best = std::max_element(verdicts.begin(), verdicts.end(),
+                                       [&](const auto& a, const auto& b) { return merit(a) < merit(b); });
+    return static_cast<std::size_t>(best - verdicts.begin());
+}
+
+bool sharesSurface(const PoseVerdict& verdict)
+{
+    return verdict.eFinding != EFinding::Invalid && verdict.eFinding != EFinding::TooLittle;
+}
+
+} // namespace
+
+const char* VerdictName(EPairVerdict eVerdict)
+{
+    switch (eVerdict) {
+    case EPairVerdict::Aligned:
+        return "aligned";
+    case EPairVerdict::Ambiguous:
+        return "ambiguous";
+    case EPairVerdict::NotAligned:
+        return "not aligned";
+    case EPairVerdict::TooLittle:
+        return "too little to go on";
+    }
+    return "";
+}
+
+std::string PairVerdict::ToString() const
+{
+    const std::string name = VerdictName(eVerdict);
+    if (eVerdict == EPairVerdict::Aligned)
+        return name + ": " + poses[explanations.front()].ToString() + ", and no other pose explains the scans as well";
+    if (eVerdict == EPairVerdict::NotAligned) return name + ": of the nearest miss " + poses[uiNearest].ToString();
+    if (eVerdict == EPairVerdict::TooLittle)
+        return name + (poses.empty() ? std::string(": no pose was proposed") : ": " + poses[uiNearest].ToString());
+    if (explanations.size() > 1)
+        return name + ": " + std::to_string(explanations.size()) +
+               " poses explain the scans equally well; a further scan would have to show surface where they differ";
+    if (isRayUnknown)
+        return name + ": nothing speaks against the pose, but neither scan shows from where it was taken, so that "
+                      "missing surface cannot speak against it; say where the sensor stood";
+    return name + ": " + poses[explanations.front()].ToString() +
+           "; a further scan would have to show surface that holds it";
+}
+
+PairVerdict JudgePoses(const CPoseJudge& judge, std::span<const CTrafo> poses)
+{
+    PairVerdict result;
+    result.poses = judgeAll(judge, poses);
+    result.explanations = explanations(judge, poses, result.poses);
+    result.isRayUnknown = !judge.CanMissSurface();
+    if (poses.empty()) return result;
+    if (result.explanations.empty()) {
+        result.uiNearest = nearestMiss(result.poses);
+        const bool isAnyShared = std::any_of(result.poses.begin(), result.poses.end(), sharesSurface);
+        result.eVerdict = isAnyShared ? EPairVerdict::NotAligned : EPairVerdict::TooLittle;
+        return result;
+    }
+    const PoseVerdict& best = result.poses[result.explanations.front()];
+    std::erase_if(result.explanations, [&](std::size_t i) {
+        return result.poses[i].counts.Score() < verdict::dRivalShare * best.counts.Score();
+    });
+    const bool isAlone = result.explanations.size() == 1 && best && !result.isRayUnknown;
+    result.eVerdict = isAlone ? EPairVerdict::Aligned : EPairVerdict::Ambiguous;
+    return result;
+}
+
+} // namespace prereg

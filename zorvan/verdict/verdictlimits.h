@@ -1,0 +1,92 @@
+#pragma once
+
+#include <cstddef>
+
+/// All numbers that decide what counts for or against a pose, with the data that each was chosen on. Lengths are in
+/// units of what was measured on the scans: noise (standard deviation along the normal), spacing, pixel of the range
+/// image. "Kept aside" below means sets that played no part in the choice; benchmarks/README.md has the rates on these.
+namespace prereg::verdict {
+
+// How a scan is measured ------------------------------------------------------------------------------------------
+
+constexpr std::size_t uiSpacingProbes = 2000; ///< the median of so many is good to some percent
+constexpr std::size_t uiNoiseProbes = 400;
+constexpr double dNoiseRadius = 3.0;    ///< spacings: some 28 neighbours, against six parameters of a quadric
+constexpr double dNoisePerRadius = 0.1; ///< a noise above this share of the radius asks for a wider neighbourhood
+constexpr int iMaxNoiseDoublings = 4;
+constexpr std::size_t uiMinQuadricPoints = 12; ///< twice the parameters
+constexpr std::size_t uiMaxQuadricPoints = 96; ///< more only take time
+
+// The viewing ray ---------------------------------------------------------------------------------------------------
+
+constexpr std::size_t uiRayProbes = 300;
+constexpr double dRayRadius = 4.5; ///< spacings: on a surface 75 degrees off the ray the next line is 3.9 away
+constexpr std::size_t uiMaxRayNeighbours = 64;
+constexpr std::size_t uiRayDirections = 400; ///< over the half sphere: 7 degrees apart, as wide as a peak
+/// q10 / q90 of the projected distances. Along the true ray of the bunny, the figures and the parts 0.8 to 1; on
+/// merged or thinned clouds 0.3 to 0.5 along any direction.
+constexpr double dMinRegularity = 0.65;
+constexpr double dRegularityTie = 0.015; ///< as regular as the best: the visible normals decide
+constexpr double dVisibleTie = 0.02;     ///< share of visible normals that makes no difference
+constexpr double dVisibleCosine = 0.1;
+constexpr double dMinMeanNormal = 0.5; ///< shorter, and the scan was not seen from one side: no ray at all
+constexpr double dConeDegrees = 15.0; ///< about a guessed ray: what is said to be in front must be so all over the cone
+
+// The range image -----------------------------------------------------------------------------------------------------
+
+/// A raster of points leaves no pixel empty when it drifts against the pixels.
+constexpr double dPixelPerSpacing = 1.25;
+constexpr double dPixelGrowth = 1.4; ///< while the image is full of holes, as with lines of a lidar
+constexpr int iMaxPixelGrowths = 6;
+constexpr double dMinFilledNeighbours = 6.5; ///< of 8, in the mean over filled pixels: below, the pixels are too small
+constexpr double dShadowDegrees = 30.0;      ///< between camera and light of a triangulating sensor
+/// A side of the image that so many pixels touch, in a line that is hardly longer three pixels further in, may be the
+/// end of the field of view. So are the sides of 8 views of a virtual jaw, and 1 of 120 of the bunny, figures and
+/// parts.
+constexpr int iMinCutPixels = 15;
+constexpr double dMinCutStraightness = 0.8;
+
+// What counts for and against a pose ----------------------------------------------------------------------------------
+
+constexpr double dSampleStep = 2.0; ///< pixels of the coarser scan, between the samples of either
+/// A point matches within this noise of both scans, or this share of a pixel where that is more: what curvature adds
+/// between the points.
+constexpr double dMatchNoise = 4.0;
+constexpr double dMatchPixels = 0.25;
+constexpr double dMatchCosine = 0.5;   ///< normals of a match differ by 60 degrees at most
+constexpr double dOpposedCosine = 0.2; ///< by 78 degrees and more: another face of the object
+constexpr double dNearPixels = 3.0;    ///< a point this near should match: it counts for the tail when it does not
+constexpr double dFrontPixels = 3.0;   ///< in front of the highest of nine pixels by more: the sensor looked through it
+constexpr double dFrontNoise = 5.0;
+constexpr double dFacingCosine = 0.4;  ///< flatter surface a sensor may lose
+constexpr double dMissingPixels = 2.5; ///< outside the silhouette: edges are lost too
+
+// What a pose must pass -----------------------------------------------------------------------------------------------
+
+constexpr unsigned uiMinMatched = 60;     ///< samples
+constexpr double dMinMatchedShare = 0.02; ///< of the samples of the smaller scan
+/// Of right poses with an overlap above 0.1 (606 of the bunny, figures and parts) 0.021 at most but for one; of 15,710
+/// wrong ones 80 stay below, 78 of them on a flange that is right but for a detail at every sixth of a turn.
+constexpr double dMaxContradiction = 0.03;
+/// Scanners with other errors than noise show up to 0.083 at right poses; 126 of the wrong ones stay below.
+constexpr double dMaxDoubt = 0.085;
+/// An eighth of the samples refutes a pose by so many contradictions, and this multiple of the limit: a right pose at
+/// the limit shows the multiple in less than one of 10,000 such draws.
+constexpr unsigned uiMinEarlyContradictions = 15;
+constexpr double dEarlyFactor = 3.0;
+constexpr double dMaxTail = 0.5;     ///< bunny: up to 0.45 where views were taken of a surface that had moved a little
+constexpr double dSlidePixels = 6.0; ///< how far a pose is moved along what the surface holds least
+constexpr unsigned uiMinSlideGrowth = 25; ///< samples that fit no longer after such a move
+
+constexpr double dWeakHold = 0.03; ///< of the strongest hold: an axis to turn about in search of rivals
+/// Right poses of the bunny and figures hold 0.005 and more in nine of ten pairs, those of plane parts next to nothing:
+/// a single proposal that passes does for the former, while of the latter there may be other poses as good.
+constexpr double dFirmHold = 0.005;
+
+// What a list of poses says -------------------------------------------------------------------------------------------
+
+constexpr double dRivalShare = 0.9;          ///< of the best score: a pose that explains the scans as well
+constexpr double dContradictionWeight = 4.0; ///< in the score, against a match
+constexpr double dDistinctPixels = 4.0;      ///< poses nearer to one another are one
+
+} // namespace prereg::verdict
