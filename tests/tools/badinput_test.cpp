@@ -181,6 +181,11 @@ TEST_F(BadInput, OfTheCallIsRefusedInOneLine)
         {"simulate -o old.json", "old.json: cannot be written"},
         {"simulate -o new --views 0", "--views"},
         {"simulate -o new --rough 5", "--rough"},
+        {"simulate -o new --object cube", "--object"},
+        {"simulate -o new --sensor sonar", "no virtual sensor is called \"sonar\""},
+        {"simulate -o new --sensor lidar+warped", "no other effect"},
+        {"simulate -o new --object gear --field 20", "--field"},
+        {"simulate -o new --object gear --sensor lidar --points 5000", "--spacing"},
         {"evaluate p.json old.json", "no JSON"},
     };
     for (const auto& c : cases) expectRefused(folder.Run(c.arguments), c.words);

@@ -22,7 +22,7 @@ TEST(VirtualScanner, PutsPointsOnTheSurfaceWithinTheNoise)
             ASSERT_GT(scan.scan.points.size(), 1500U);
             for (const Vector3& p : scan.scan.points) {
                 // Six standard deviations, and what a ray may end before the surface.
-                const double limit = tools::CVirtualJaw::fSteepest * 6 * noise + 0.001;
+                const double limit = scanner.GetObject().GetTraits().steepest * 6 * noise + 0.001;
                 ASSERT_LE(std::abs(scanner.GetObject().Distance(scan.pose * p)), limit) << "view " << view;
             }
         }

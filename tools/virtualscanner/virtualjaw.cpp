@@ -1,5 +1,8 @@
 #include "virtualjaw.h"
 
+#include "distancefields.h"
+#include "randomness.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -11,6 +14,8 @@ namespace {
 
 constexpr double dHalfWidth = 25.0; // of the arch, a parabola
 constexpr double dLength = 42.0;
+constexpr float fReach = 42.0F; // from the origin to the last molar and the foot of the gum
+constexpr double dSize = 60.0;
 constexpr std::size_t uiGumParts = 28;
 constexpr float fGumRadius = 5.0F;
 constexpr float fGumDepth = -3.5F;
@@ -44,45 +49,6 @@ Zorvan::Vector3 vector(double x, double y, double z)
 
 double around(std::mt19937& rng, double middle, double share) { return middle * Uniform(rng, 1 - share, 1 + share); }
 
-// Quadratic blend of two fields over the width k. Source: I. Quilez, "Smooth minimum", 2013.
-float smoothMin(float a, float b, float k)
-{
-    const float h = std::max(k - std::abs(a - b), 0.0F) / k;
-    return std::min(a, b) - h * h * k * 0.25F;
-}
-
-float smoothMax(float a, float b, float k) { return -smoothMin(-a, -b, k); }
-
-Zorvan::Vector3 divided(const Zorvan::Vector3& a, const Zorvan::Vector3& b)
-{
-    return {a.x / b.x, a.y / b.y, a.z / b.z};
-}
-
-// First-order distance: the value of the implicit form over the length of its gradient.
-float ellipsoidDistance(const Zorvan::Vector3& p, const Zorvan::Vector3& halfAxes)
-{
-    const Zorvan::Vector3 q = divided(p, halfAxes);
-    const float gradient = divided(q, halfAxes).Length();
-    const float k = q.Length();
-    if (gradient <= 0.0F) return -std::min({halfAxes.x, halfAxes.y, halfAxes.z});
-    return k * (k - 1.0F) / gradient;
-}
-
-float roundedBoxDistance(const Zorvan::Vector3& p, const Zorvan::Vector3& half, float rounding)
-{
-    const Zorvan::Vector3 q(std::abs(p.x) - half.x + rounding, std::abs(p.y) - half.y + rounding,
-                            std::abs(p.z) - half.z + rounding);
-    const float outside = Zorvan::Vector3(std::max(q.x, 0.0F), std::max(q.y, 0.0F), std::max(q.z, 0.0F)).Length();
-    return outside + std::min(std::max({q.x, q.y, q.z}), 0.0F) - rounding;
-}
-
-float segmentDistance(const Zorvan::Vector3& p, const Zorvan::Vector3& a, const Zorvan::Vector3& b)
-{
-    const Zorvan::Vector3 ab = b - a;
-    const float t = std::clamp(kdtree::Dot(p - a, ab) / ab.LengthSq(), 0.0F, 1.0F);
-    return (p - a - t * ab).Length();
-}
-
 /// Arc length along the parabola, as a table over x.
 class CArchLength
 {
@@ -115,13 +81,13 @@ private:
 
 } // namespace
 
-double Uniform(std::mt19937& rng, double low, double high)
-{
-    return low + (high - low) * (static_cast<double>(rng()) / 4294967296.0);
-}
-
 CVirtualJaw::CVirtualJaw(unsigned uiSeed)
 {
+    m_traits = {.middle = {0, 0, 0},
+                .radius = fReach,
+                .dSize = dSize,
+                .steepest = fSteepest,
+                .symmetries = {prereg::CTrafo::Identity()}};
     std::mt19937 rng(uiSeed);
     constexpr std::array<std::size_t, 14> row{6, 5, 4, 3, 2, 1, 0, 0, 1, 2, 3, 4, 5, 6};
     const double total = std::accumulate(row.begin(), row.end(), 0.0,
@@ -207,11 +173,11 @@ float CVirtualJaw::toothDistance(const Tooth& tooth, const Zorvan::Vector3& p)
     const Zorvan::Vector3 d = p - tooth.place;
     const Zorvan::Vector3 local(kdtree::Dot(d, tooth.axes[0]), kdtree::Dot(d, tooth.axes[1]),
                                 kdtree::Dot(d, tooth.axes[2]));
-    float distance = roundedBoxDistance(local, tooth.halfBody, tooth.rounding);
+    float distance = RoundedBoxDistance(local, tooth.halfBody, tooth.rounding);
     for (const Lobe& cusp : tooth.cusps)
-        distance = smoothMin(distance, ellipsoidDistance(local - cusp.center, cusp.halfAxes), fCuspBlend);
+        distance = SmoothMin(distance, EllipsoidDistance(local - cusp.center, cusp.halfAxes), fCuspBlend);
     for (const Lobe& fissure : tooth.fissures)
-        distance = smoothMax(distance, -ellipsoidDistance(local - fissure.center, fissure.halfAxes), fFissureBlend);
+        distance = SmoothMax(distance, -EllipsoidDistance(local - fissure.center, fissure.halfAxes), fFissureBlend);
     return distance;
 }
 
@@ -219,7 +185,7 @@ float CVirtualJaw::gumDistance(const Zorvan::Vector3& p) const
 {
     float distance = std::numeric_limits<float>::max();
     for (std::size_t i = 1; i < m_gum.size(); ++i)
-        distance = std::min(distance, segmentDistance(p, m_gum[i - 1], m_gum[i]));
+        distance = std::min(distance, SegmentDistance(p, m_gum[i - 1], m_gum[i]));
     return distance - fGumRadius;
 }
 
@@ -238,16 +204,9 @@ float CVirtualJaw::Distance(const Zorvan::Vector3& p) const
         // A tooth that cannot change the blend is not worth its ellipsoids.
         const float atLeast = (p - tooth.place).Length() - tooth.reach;
         if (atLeast > distance + fGumBlend) continue;
-        distance = smoothMin(distance, atLeast > 2.0F ? atLeast : toothDistance(tooth, p), fGumBlend);
+        distance = SmoothMin(distance, atLeast > 2.0F ? atLeast : toothDistance(tooth, p), fGumBlend);
     }
     return distance > 1.0F ? distance - fHighest : distance - bumps(p);
-}
-
-Zorvan::Vector3 CVirtualJaw::Normal(const Zorvan::Vector3& p) const
-{
-    constexpr float h = 0.02F;
-    const auto slope = [&](const Zorvan::Vector3& step) { return Distance(p + step) - Distance(p - step); };
-    return Zorvan::Normalized({slope({h, 0, 0}), slope({0, h, 0}), slope({0, 0, h})});
 }
 
 } // namespace tools

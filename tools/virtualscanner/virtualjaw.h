@@ -1,6 +1,6 @@
 #pragma once
 
-#include "zorvan/scans/vectors.h"
+#include "virtualobject.h"
 
 #include <array>
 #include <cstddef>
@@ -9,25 +9,21 @@
 
 namespace tools {
 
-/// Uniform in [low, high); the same on every system, which the distributions of the standard library do not promise.
-[[nodiscard]] double Uniform(std::mt19937& rng, double low, double high);
-
 /// A row of fourteen teeth on an arch of gum, some 60 mm across, as a signed distance field in millimetres: x to the
 /// side, y to the front, z away from the gum. Every tooth is drawn anew from the seed and bumps cover everything, so no
 /// stretch looks like another and none is symmetric. Const operations are safe from several threads.
 ///
 /// The field is zero on the surface and negative inside; elsewhere it is only near the distance, and its gradient stays
 /// below `fSteepest`.
-class CVirtualJaw
+class CVirtualJaw : public AVirtualObject
 {
 public:
     static constexpr float fSteepest = 1.7F;
 
     explicit CVirtualJaw(unsigned uiSeed);
 
-    [[nodiscard]] float Distance(const Zorvan::Vector3& p) const;
-    /// Unit normal of the surface of equal distance through p, outward.
-    [[nodiscard]] Zorvan::Vector3 Normal(const Zorvan::Vector3& p) const;
+    [[nodiscard]] float Distance(const Zorvan::Vector3& p) const override;
+    [[nodiscard]] const ObjectTraits& GetTraits() const override { return m_traits; }
 
     /// A place on the arch with its directions, unit vectors in the plane of the arch.
     struct Station
@@ -71,6 +67,7 @@ private:
     [[nodiscard]] float gumDistance(const Zorvan::Vector3& p) const;
     [[nodiscard]] float bumps(const Zorvan::Vector3& p) const;
 
+    ObjectTraits m_traits;
     std::vector<Tooth> m_teeth;
     std::vector<Zorvan::Vector3> m_gum; ///< the middle line of the gum, left to right
     std::array<Wave, 6> m_waves;

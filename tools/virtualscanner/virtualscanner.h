@@ -1,11 +1,15 @@
 #pragma once
 
-#include "virtualjaw.h"
+#include "raytracing.h"
+#include "sensoreffects.h"
+#include "viewpoints.h"
+#include "virtualobject.h"
 
 #include "zorvan/core/ctrafo.h"
 #include "zorvan/scans/scan.h"
 
 #include <cstddef>
+#include <memory>
 #include <vector>
 
 namespace tools {
@@ -15,22 +19,22 @@ struct VirtualScannerSettings
     unsigned uiSeed = 1;
     unsigned uiNumViews = 6;
     double dNoise = 0.01;        ///< standard deviation along the ray, mm
-    double dPixelSpacing = 0.12; ///< mm
-    double dFieldOfView = 40.0;  ///< width and height of a view, mm
+    double dPixelSpacing = 0.12; ///< mm; of a lidar along its rings
+    double dFieldOfView = 40.0;  ///< width and height of a view of a jaw, mm; others are seen whole
     unsigned uiNumThreads = 1;   ///< does not change the result
 };
 
 /// What one view of the scanner saw. The scan lies in the frame of the sensor, which looks along -z: points (mm),
-/// normals from the faces, faces between neighbouring pixels.
+/// normals from the faces, faces between neighbouring pixels. Rings have points only, and z is the axis of the spin.
 struct VirtualScan
 {
     Zorvan::Scan scan;
-    prereg::CTrafo pose; ///< sensor to object coordinates, the truth
+    prereg::CTrafo pose; ///< scan to object coordinates, the truth
 };
 
-/// A depth camera with parallel rays that looks at a `CVirtualJaw` from several places along its arch. Neighbouring
-/// views share more than half of what they see. Noise lies along the rays; pixels on steep places (beyond 75 degrees),
-/// at steps in depth and in some small random holes stay empty.
+/// A depth camera with parallel rays that looks at a `CVirtualJaw` from several places along its arch, or at any object
+/// from all around, and then with the effects of other sensors. Noise lies along the rays; pixels on steep places
+/// (beyond 75 degrees) and at steps in depth stay empty, and for a jaw some small random holes.
 ///
 ///     const tools::CVirtualScanner scanner({.uiSeed = 7, .uiNumViews = 2});
 ///     const tools::VirtualScan a = scanner.Render(0);
@@ -41,29 +45,36 @@ struct VirtualScan
 class CVirtualScanner
 {
 public:
+    /// Looks at a jaw of the seed along its arch.
     explicit CVirtualScanner(const VirtualScannerSettings& settings);
+    /// Looks at an object from all around; a lidar walks around it.
+    CVirtualScanner(std::shared_ptr<const AVirtualObject> object, const SensorEffects& effects,
+                    const VirtualScannerSettings& settings, EDirections directions = EDirections::Fibonacci);
+    /// Looks at a jaw of the seed along its arch, with the effects of a sensor that takes images. Its holes are those
+    /// of the effects, when they have any. @throws std::invalid_argument for rings
+    CVirtualScanner(const SensorEffects& effects, const VirtualScannerSettings& settings);
 
-    [[nodiscard]] const CVirtualJaw& GetObject() const { return m_jaw; }
+    [[nodiscard]] const AVirtualObject& GetObject() const { return *m_object; }
     [[nodiscard]] const VirtualScannerSettings& GetSettings() const { return m_settings; }
-    /// Sensor to object coordinates of a view.
-    [[nodiscard]] prereg::CTrafo GetPose(unsigned view) const { return m_poses[view]; }
+    /// Scan to object coordinates of a view.
+    [[nodiscard]] prereg::CTrafo GetPose(unsigned view) const;
     [[nodiscard]] VirtualScan Render(unsigned view) const;
 
-    /// Pixel spacing (mm) at which a view has about `uiNumPoints` points in the mean over all views.
+    /// Pixel spacing (mm) at which a view has about `uiNumPoints` points in the mean over all views; not for rings.
     [[nodiscard]] double FindSpacing(std::size_t uiNumPoints) const;
 
 private:
-    struct DepthMap;
-
     [[nodiscard]] DepthMap traceAll(unsigned view, double spacing) const;
-    void traceRow(const prereg::CTrafo& pose, std::size_t row, DepthMap& map) const;
-    [[nodiscard]] float trace(const Zorvan::Vector3& start, const Zorvan::Vector3& direction) const;
     [[nodiscard]] std::vector<bool> findHoles(unsigned view, const DepthMap& map) const;
-    [[nodiscard]] VirtualScan assemble(unsigned view, const DepthMap& map) const;
+    [[nodiscard]] Zorvan::Scan renderRings(unsigned view) const;
+    [[nodiscard]] Zorvan::Scan assemble(unsigned view, const DepthMap& map) const;
+    void turnFromRays(Zorvan::Scan& scan) const;
 
     VirtualScannerSettings m_settings;
-    CVirtualJaw m_jaw;
-    std::vector<prereg::CTrafo> m_poses;
+    SensorEffects m_effects;
+    std::shared_ptr<const AVirtualObject> m_object;
+    RayBundle m_rays;
+    std::vector<prereg::CTrafo> m_poses; ///< of the rays
 };
 
 /// The same poses, each turned by `dDegrees` about a random axis through `middle` and shifted by `dMm` in a random

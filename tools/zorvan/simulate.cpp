@@ -1,21 +1,30 @@
 #include "commands.h"
 #include "options.h"
 #include "progress.h"
-#include "tools/virtualscanner/virtualscanner.h"
 
+#include "tools/virtualscanner/overlaptable.h"
+#include "tools/virtualscanner/virtualobjects.h"
+#include "tools/virtualscanner/virtualscanner.h"
 #include "zorvan/scans/atomicfile.h"
 #include "zorvan/scans/filelock.h"
 #include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/jsonvalues.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanwriter.h"
 #include "zorvan/scans/showntext.h"
 #include "zorvan/scans/stagingfolder.h"
 #include "zorvan/scans/textnumber.h"
 
-#include <cmath>
+#include <algorithm>
+#include <array>
+#include <cstdio>
 #include <iostream>
 #include <memory>
+#include <numeric>
+#include <optional>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tools {
@@ -25,10 +34,21 @@ namespace {
 struct SimulateOptions
 {
     std::filesystem::path folder;
-    std::size_t uiNumPoints = 0; ///< a view; 0: by the default pixel spacing
+    std::string object = "jaw";
+    std::string sensor = "depth";
+    std::size_t uiNumPoints = 0;   ///< a view; 0: by the pixel spacing
+    std::optional<double> spacing; ///< mm; without one, that of the kind of object
+    std::optional<double> noise;   ///< mm; without one, that of the kind of object and sensor
+    std::optional<double> field;   ///< mm; of a jaw
+    bool isRandom = false;         ///< views from anywhere, not evenly spread
+    bool hasTriangles = false;     ///< also for what is no jaw
+    bool hasOverlap = false;       ///< also for a jaw
     std::string rough = "5,1";
     VirtualScannerSettings scanner;
     GeneralOptions general;
+
+    [[nodiscard]] bool IsJaw() const { return object == "jaw"; }
+    [[nodiscard]] bool IsLidar() const { return sensor.find("lidar") != std::string::npos; }
 };
 
 std::string nameOf(unsigned view) { return (view < 10 ? "view0" : "view") + std::to_string(view); }
@@ -51,33 +71,126 @@ Zorvan::PosesFile toFile(const std::vector<prereg::CTrafo>& poses, const std::st
     return {1.0, {cluster}};
 }
 
-void checkNoise(double noise)
+void check(const SimulateOptions& options)
 {
-    if (!(noise >= 0.0) || !(noise <= 10.0)) throw Zorvan::CInputError("--noise must be between 0 and 10 millimetres");
+    if (options.noise && (!(*options.noise >= 0.0) || !(*options.noise <= 10.0)))
+        throw Zorvan::CInputError("--noise must be between 0 and 10 millimetres");
+    if (options.field && (!options.IsJaw() || options.IsLidar()))
+        throw Zorvan::CInputError("--field goes with views along a jaw; other objects are seen whole");
+    if (options.uiNumPoints > 0 && options.IsLidar())
+        throw Zorvan::CInputError("--points does not go with a lidar: give --spacing, the one along its rings");
+    try {
+        (void)SensorFor(options.sensor, {});
+    } catch (const std::invalid_argument& error) {
+        throw Zorvan::CInputError(std::string("--sensor: ") + error.what());
+    }
 }
 
-std::size_t writeViews(const SimulateOptions& options, const CVirtualScanner& scanner,
-                       const Zorvan::CStagingFolder& staging)
+/// A jaw keeps the small holes and the whole points that it has always had; what else is simulated is a coarser scan of
+/// a larger thing.
+CVirtualScanner makeScanner(const SimulateOptions& options, VirtualScannerSettings settings)
 {
-    std::size_t points = 0;
+    settings.dPixelSpacing = options.spacing.value_or(options.IsJaw() && !options.IsLidar() ? 0.12 : 0.3);
+    settings.dNoise = options.noise.value_or(options.IsLidar() ? 0.1 : options.IsJaw() ? 0.01 : 0.02);
+    settings.dFieldOfView = options.field.value_or(settings.dFieldOfView);
+    const auto object = MakeObject(options.object, settings.uiSeed);
+    SensorEffects effects = SensorFor(options.sensor, object->GetTraits());
+    if (!options.IsJaw() || options.IsLidar())
+        return {object, effects, settings, options.isRandom ? EDirections::Random : EDirections::Fibonacci};
+    effects.dMissing = 0.0;
+    return {effects, settings};
+}
+
+CVirtualScanner makeScanner(SimulateOptions options)
+{
+    VirtualScannerSettings settings = options.scanner;
+    settings.uiNumThreads = options.general.uiNumThreads;
+    if (options.uiNumPoints > 0) options.spacing = makeScanner(options, settings).FindSpacing(options.uiNumPoints);
+    return makeScanner(options, settings);
+}
+
+/// Writes the views. @return their points
+std::vector<prereg::Vectors> writeViews(const SimulateOptions& options, const CVirtualScanner& scanner,
+                                        const Zorvan::CStagingFolder& staging)
+{
+    std::vector<prereg::Vectors> points;
     CProgress progress(options.general.isQuiet);
     const Zorvan::Hooks hooks = progress.Hooks();
     hooks.Start("scanning", scanner.GetSettings().uiNumViews);
     for (unsigned view = 0; view < scanner.GetSettings().uiNumViews; ++view) {
         Zorvan::Scan scan = scanner.Render(view).scan;
-        points += scan.points.size();
         scan.normals.clear(); // as from a scanner: readers take them from the faces
+        if (!options.IsJaw() && !options.hasTriangles) scan.faces.clear();
         Zorvan::WritePly(staging / (nameOf(view) + ".ply"), scan);
+        points.push_back(std::move(scan.points));
         hooks.Advance();
     }
     hooks.Finish();
     return points;
 }
 
+/// Within three spacings; rings are further apart than that, and much noise drives points apart.
+double reachOf(const SimulateOptions& options, const VirtualScannerSettings& settings)
+{
+    const double rings = options.IsLidar() ? Rings{}.dRatio * settings.dPixelSpacing : 0.0;
+    return std::max({3.0 * settings.dPixelSpacing, rings, 3.0 * settings.dNoise});
+}
+
+void writeOverlap(const std::filesystem::path& file, const std::vector<std::vector<double>>& table)
+{
+    std::string text = "scan";
+    for (unsigned view = 0; view < table.size(); ++view) text += ',' + nameOf(view);
+    for (unsigned view = 0; view < table.size(); ++view) {
+        text += '\n' + nameOf(view);
+        for (const double share : table[view]) {
+            std::array<char, 16> number{};
+            std::snprintf(number.data(), number.size(), ",%.3f", share);
+            text += number.data();
+        }
+    }
+    Zorvan::WriteFileAtomically(file, text + '\n');
+}
+
+/// What was scanned and how: enough to judge a pose that somebody found.
+void writeObject(const std::filesystem::path& file, const SimulateOptions& options, const CVirtualScanner& scanner)
+{
+    const ObjectTraits& traits = scanner.GetObject().GetTraits();
+    const prereg::CTrafo toFirst = scanner.GetPose(0).GetInverse(true);
+    const Zorvan::Vector3 middle = toFirst * traits.middle;
+    nlohmann::ordered_json json = {
+        {"object", options.object},
+        {"sensor", options.sensor},
+        {"seed", scanner.GetSettings().uiSeed},
+        {"unit", "mm"},
+        {"extent", Zorvan::JsonNumber(traits.dSize)},
+        {"spacing", Zorvan::JsonNumber(scanner.GetSettings().dPixelSpacing)},
+        {"noise", Zorvan::JsonNumber(scanner.GetSettings().dNoise)},
+        {"middle", {Zorvan::JsonNumber(middle.x), Zorvan::JsonNumber(middle.y), Zorvan::JsonNumber(middle.z)}},
+        {"symmetries", nlohmann::ordered_json::array()}};
+    for (const prereg::CTrafo& symmetry : traits.symmetries)
+        json["symmetries"].push_back(Zorvan::JsonPose(toFirst * symmetry * scanner.GetPose(0), 1.0));
+    Zorvan::WriteFileAtomically(file, json.dump(1) + '\n');
+}
+
+void writeTruth(const SimulateOptions& options, const CVirtualScanner& scanner,
+                const std::vector<prereg::Vectors>& points, const Zorvan::CStagingFolder& staging)
+{
+    const std::vector<double> rough = ParseNumbers("--rough", options.rough, 2);
+    const std::vector<prereg::CTrafo> truth = posesInFirst(scanner);
+    const Zorvan::Vector3 middle = scanner.GetPose(0).GetInverse(true) * scanner.GetObject().GetTraits().middle;
+    Zorvan::WritePoses(staging / "truth.json", toFile(truth, "truth"));
+    Zorvan::WritePoses(staging / "rough.json",
+                       toFile(DisturbPoses(truth, middle, rough[0], rough[1], scanner.GetSettings().uiSeed), "rough"));
+    if (options.IsJaw() && !options.IsLidar() && !options.hasOverlap) return;
+    writeObject(staging / "object.json", options, scanner);
+    writeOverlap(staging / "overlap.csv", OverlapTable(points, truth, reachOf(options, scanner.GetSettings()),
+                                                       scanner.GetSettings().uiNumThreads));
+}
+
 int simulate(const SimulateOptions& options)
 {
     options.general.Apply();
-    checkNoise(options.scanner.dNoise);
+    check(options);
     const std::vector<double> rough = ParseNumbers("--rough", options.rough, 2);
     Zorvan::MakeFolder(options.folder);
     Zorvan::RequireWritable(options.folder / "truth.json");
@@ -86,24 +199,40 @@ int simulate(const SimulateOptions& options)
                                   "wait until it has ended, or give another folder");
     });
 
-    VirtualScannerSettings settings = options.scanner;
-    settings.uiNumThreads = options.general.uiNumThreads;
-    if (options.uiNumPoints > 0) settings.dPixelSpacing = CVirtualScanner(settings).FindSpacing(options.uiNumPoints);
-    const CVirtualScanner scanner(settings);
+    const CVirtualScanner scanner = makeScanner(options);
     Zorvan::CStagingFolder staging(options.folder);
-    const std::size_t points = writeViews(options, scanner, staging);
-
-    const std::vector<prereg::CTrafo> truth = posesInFirst(scanner);
-    const Zorvan::Vector3 middle = scanner.GetPose(0).GetInverse(true) * Zorvan::Vector3(0, 0, 0);
-    Zorvan::WritePoses(staging / "truth.json", toFile(truth, "truth"));
-    Zorvan::WritePoses(staging / "rough.json",
-                       toFile(DisturbPoses(truth, middle, rough[0], rough[1], settings.uiSeed), "rough"));
+    const std::vector<prereg::Vectors> points = writeViews(options, scanner, staging);
+    writeTruth(options, scanner, points, staging);
     staging.Publish();
-    std::cout << settings.uiNumViews << " scans with " << points
-              << " points, truth.json and rough.json (start poses off by " << Zorvan::ToText(rough[0])
-              << " degrees and " << Zorvan::ToText(rough[1]) << " mm) are in "
+    const std::size_t total =
+        std::accumulate(points.begin(), points.end(), std::size_t{0},
+                        [](std::size_t sum, const prereg::Vectors& view) { return sum + view.size(); });
+    std::cout << points.size() << " scans with " << total << " points, truth.json and rough.json (start poses off by "
+              << Zorvan::ToText(rough[0]) << " degrees and " << Zorvan::ToText(rough[1]) << " mm) are in "
               << Zorvan::ToShown(options.folder.string()) << '\n';
     return Done;
+}
+
+std::string joined(const std::vector<std::string>& words)
+{
+    std::string text;
+    for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
+    return text;
+}
+
+/// What is scanned, and by what.
+void addKinds(CLI::App& command, SimulateOptions& options)
+{
+    command.add_option("--object", options.object, "One of " + joined(ObjectNames()) + " (default jaw)")
+        ->check(CLI::IsMember(ObjectNames()));
+    command.add_option("--sensor", options.sensor,
+                       "One of " + joined(SensorNames()) + ",\nor several joined by + (default depth)");
+    command.add_option("--seed", options.scanner.uiSeed,
+                       "Another seed gives another object and other views (default 1)");
+    command.add_flag("--random-views", options.isRandom, "Look from random sides, not from evenly spread ones");
+    command.add_flag("--triangles", options.hasTriangles, "Write triangles too; a jaw has them always");
+    command.add_flag("--overlap", options.hasOverlap,
+                     "Write overlap.csv and object.json; without it for all but a jaw");
 }
 
 } // namespace
@@ -112,18 +241,23 @@ void AddSimulate(CLI::App& app, int& exitCode)
 {
     const auto options = std::make_shared<SimulateOptions>();
     CLI::App* const command =
-        app.add_subcommand("simulate", "A virtual scanner: scans of a row of teeth with known poses");
+        app.add_subcommand("simulate", "A virtual scanner: scans with known poses of teeth, machine parts, figures");
     command
         ->add_option("-o,--output", options->folder, "Folder for view00.ply, view01.ply, ..., truth.json, rough.json")
         ->required();
+    addKinds(*command, *options);
     command->add_option("--views", options->scanner.uiNumViews, "Number of scans (default 6)")
         ->check(CLI::Range(1, 1000));
-    command->add_option("--noise", options->scanner.dNoise, "Standard deviation along the ray in mm (default 0.01)");
-    command->add_option("--field", options->scanner.dFieldOfView, "Width and height of a view in mm (default 40)")
+    command->add_option(
+        "--noise", options->noise,
+        "Standard deviation along the ray in mm\n(default 0.01 for a jaw, 0.02 for others, 0.1 for a lidar)");
+    command
+        ->add_option("--spacing", options->spacing,
+                     "Of the pixels, or along the rings of a lidar, in mm\n(default 0.12 for a jaw, else 0.3)")
+        ->check(CLI::Range(0.01, 10.0));
+    command->add_option("--field", options->field, "Width and height of a view of a jaw in mm (default 40)")
         ->check(CLI::Range(5.0, 80.0));
-    command->add_option("--seed", options->scanner.uiSeed,
-                        "Another seed gives another object and other views (default 1)");
-    command->add_option("--points", options->uiNumPoints, "About so many points a scan (default: pixels 0.12 mm apart)")
+    command->add_option("--points", options->uiNumPoints, "About so many points a scan, instead of a spacing")
         ->check(CLI::Range(100, 20000000));
     command->add_option("--rough", options->rough,
                         "Turn in degrees and shift in mm of the start poses in rough.json,\n"
@@ -132,7 +266,9 @@ void AddSimulate(CLI::App& app, int& exitCode)
     command->footer("Examples:\n"
                     "  zorvan simulate -o demo\n"
                     "  zorvan simulate -o arch --views 24 --field 16\n"
-                    "  zorvan simulate -o big --views 2 --points 4000000 --threads 8");
+                    "  zorvan simulate -o big --views 2 --points 4000000 --threads 8\n"
+                    "  zorvan simulate -o gear --object gear --sensor triangulation --seed 5 --views 12\n"
+                    "  zorvan simulate -o street --object housing --sensor lidar+outliers --noise 0.5");
     command->callback([options, &exitCode] { exitCode = simulate(*options); });
 }
 

@@ -1,0 +1,179 @@
+#!/usr/bin/env python3
+"""Scans virtual objects with virtual sensors, aligns all pairs of their views with automatic settings, and tabulates per
+kind of object and sensor how the answers are.
+
+    benchmarks/virtual_pairs.py [--program build/release/bin/zorvan] [--seed 1000] [--scenes 32] [--views 11] [--jobs 2]
+
+32 scenes (an object of its own seed, a sensor) of 11 views are 1,760 pairs. With another --seed all objects are others: a
+figure to report comes from a seed that nobody has looked at. Right means within 5 degrees and 2 % of the object's size of
+the truth, or of the truth moved by a motion that carries the object onto itself.
+
+Columns: pairs of so much overlap (the smaller of both directions) that are called aligned and right ("found"), aligned
+but wrong, ambiguous with and without the right pose in the list, not aligned, too little to go on. Every wrong one is
+listed. Exit code 1 when more than --max-wrong (a share of the answers "aligned") are wrong.
+"""
+import argparse
+import collections
+import concurrent.futures
+import csv
+import itertools
+import json
+import os
+import pathlib
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+from posemath import apply, errors, inverse, product
+
+OBJECTS = ["bracket", "figure", "flange", "gear", "housing", "jaw", "part-on-table", "shell", "steps"]
+SENSORS = ["depth", "oblique", "triangulation", "quantised", "warped", "lidar", "outliers", "patches",
+           "oblique+triangulation", "triangulation+outliers+patches"]
+VERDICTS = ["aligned", "ambiguous", "not aligned", "too little to go on"]
+MAX_DEGREES, MAX_SHARE = 5.0, 0.02
+
+
+class Scene:
+    def __init__(self, number, seed, args):
+        # Both lists are walked at steps that share no factor with their lengths: all kinds come early and evenly.
+        self.object = OBJECTS[number % len(OBJECTS)]
+        self.sensor = SENSORS[(number * 7 + number // len(OBJECTS)) % len(SENSORS)]
+        self.seed = seed + number
+        self.name = f"{self.object}, {self.sensor}, seed {self.seed}"
+        self.views = args.views
+
+    def simulate(self, program, folder):
+        self.folder = pathlib.Path(folder) / f"scene{self.seed}"
+        subprocess.run([program, "simulate", "-o", self.folder, "--object", self.object, "--sensor", self.sensor,
+                        "--seed", str(self.seed), "--views", str(self.views), "--overlap", "--quiet"],
+                       check=True, stdout=subprocess.DEVNULL)
+        self.about = json.loads((self.folder / "object.json").read_text())
+        scans = json.loads((self.folder / "truth.json").read_text())["clusters"][0]["scans"]
+        self.truth = {scan["id"]: scan["pose"] for scan in scans}
+        with open(self.folder / "overlap.csv", encoding="utf8") as file:
+            self.overlap = {row["scan"]: row for row in csv.DictReader(file)}
+
+    def pairs(self):
+        return [Pair(self, fix, flt) for fix, flt in itertools.combinations(self.truth, 2)]
+
+
+class Pair:
+    def __init__(self, scene, fix, flt):
+        self.scene, self.fix, self.flt = scene, fix, flt
+        self.overlap = min(float(scene.overlap[fix][flt]), float(scene.overlap[flt][fix]))
+        to_fix = inverse(scene.truth[fix])
+        self.truths = [product(to_fix, product(s, scene.truth[flt])) for s in scene.about["symmetries"]]
+        self.middle = apply(inverse(scene.truth[flt]), scene.about["middle"])
+
+    def is_right(self, pose):
+        largest = MAX_SHARE * self.scene.about["extent"]
+        return any(degrees < MAX_DEGREES and mm < largest
+                   for degrees, mm in (errors(pose, truth, self.middle) for truth in self.truths))
+
+    def align(self, args):
+        out = self.scene.folder / f"{self.fix}-{self.flt}.json"
+        start = time.monotonic()
+        run = subprocess.run([args.program, "align", self.scene.folder / f"{self.fix}.ply",
+                              self.scene.folder / f"{self.flt}.ply", "-o", out, *args.option],
+                             capture_output=True, text=True, check=False)
+        self.seconds = time.monotonic() - start
+        answer = json.loads(out.read_text()) if run.returncode in (0, 1) and out.exists() else {}
+        self.verdict = verdict_of(answer, run)
+        listed = list(poses_of(answer, f"{self.flt}.ply"))
+        self.is_found = bool(listed) and self.is_right(listed[0])
+        self.is_listed = any(self.is_right(pose) for pose in listed)
+
+
+def verdict_of(answer, run):
+    """As the poses file has it; a program that writes none has two verdicts, its exit codes. Scans in which no features
+    are found are too little to go on."""
+    for member in members(answer):
+        if isinstance(member, dict):
+            for key in ("verdict", "name", "text"):
+                if member.get(key) in VERDICTS:
+                    return member[key]
+    return {0: "aligned", 1: "not aligned"}.get(run.returncode, "too little to go on")
+
+
+def poses_of(answer, file):
+    """All poses of a scan in a file, that of its cluster first."""
+    for member in members(answer):
+        if isinstance(member, dict) and member.get("file") == file and member.get("pose"):
+            yield member["pose"]
+
+
+def members(value):
+    """A JSON value with all inside it, in the order of the file."""
+    yield value
+    for inner in value.values() if isinstance(value, dict) else value if isinstance(value, list) else []:
+        yield from members(inner)
+
+
+def outcome(pair):
+    if pair.verdict == "aligned":
+        return "found" if pair.is_found else "wrong"
+    if pair.verdict == "ambiguous":
+        return "ambiguous, listed" if pair.is_listed else "ambiguous, not listed"
+    return pair.verdict
+
+
+COLUMNS = ["found", "wrong", "ambiguous, listed", "ambiguous, not listed", "not aligned", "too little to go on"]
+
+
+def table(title, pairs, key):
+    groups = collections.defaultdict(list)
+    for pair in pairs:
+        groups[key(pair)].append(pair)
+    print(f"\n| {title} | pairs | > 0.3 found | 0.1 to 0.3 found | {' | '.join(COLUMNS)} | median s |")
+    print("|" + "---|" * (len(COLUMNS) + 5))
+    for name, group in [*sorted(groups.items()), ("all", pairs)]:
+        counts = collections.Counter(map(outcome, group))
+        recall = []
+        for low, high in ((0.3, 2.0), (0.1, 0.3)):
+            some = [p for p in group if low < p.overlap <= high]
+            recall.append(f"{sum(outcome(p) == 'found' for p in some)}/{len(some)}")
+        cells = [name, len(group), *recall, *(counts[c] for c in COLUMNS),
+                 f"{statistics.median(p.seconds for p in group):.2f}"]
+        print("| " + " | ".join(map(str, cells)) + " |")
+
+
+def report(pairs, args):
+    table("object", pairs, lambda p: p.scene.object)
+    table("sensor", pairs, lambda p: p.scene.sensor)
+    wrong = [p for p in pairs if outcome(p) == "wrong"]
+    for p in wrong:
+        print(f"wrong: {p.flt} on {p.fix}, overlap {p.overlap:.2f}: {p.scene.name}")
+    aligned = sum(p.verdict == "aligned" for p in pairs)
+    print(f"{len(wrong)} of {aligned} answers \"aligned\" are wrong, in {len(pairs)} pairs of "
+          f"{len({p.scene.seed for p in pairs})} scenes")
+    return len(wrong) <= args.max_wrong * max(aligned, 1)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--program", default="build/release/bin/zorvan")
+    parser.add_argument("--seed", type=int, default=1000, help="of the first scene; the others follow")
+    parser.add_argument("--scenes", type=int, default=32)
+    parser.add_argument("--views", type=int, default=11)
+    parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="pairs at the same time")
+    parser.add_argument("--object", choices=OBJECTS, action="append", help="only these; may be repeated")
+    parser.add_argument("--option", action="append", default=[], help="passed on to align, as --option=--grid=2")
+    parser.add_argument("--max-wrong", type=float, default=0.002)
+    args = parser.parse_args()
+    scenes = [Scene(number, args.seed, args) for number in range(args.scenes)]
+    scenes = [s for s in scenes if not args.object or s.object in args.object]
+    pairs = []
+    with tempfile.TemporaryDirectory() as folder, concurrent.futures.ThreadPoolExecutor(args.jobs) as pool:
+        list(pool.map(lambda scene: scene.simulate(args.program, folder), scenes))
+        for done, scene in enumerate(scenes, 1):
+            some = scene.pairs()
+            list(pool.map(lambda pair: pair.align(args), some))
+            pairs += some
+            print(f"{done} of {len(scenes)} scenes: {scene.name}", file=sys.stderr)
+    sys.exit(0 if report(pairs, args) else 1)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "zorvan/scans/vectors.h"
+
+#include <random>
+
+namespace tools {
+
+/// What random numbers are drawn for: each purpose has a sequence of its own, so that one effect does not shift
+/// another.
+enum ERandomPurpose : unsigned
+{
+    Views,
+    Noise,
+    Holes,
+    Disturbance,
+    Missing,
+    Obliquity,
+    Warping
+};
+
+/// The engine of one row of one view: rows may be made in any order, on any thread.
+[[nodiscard]] std::mt19937 EngineFor(unsigned seed, ERandomPurpose purpose, unsigned view, unsigned row = 0);
+
+/// Uniform in [low, high); the same on every system, which the distributions of the standard library do not promise.
+[[nodiscard]] inline double Uniform(std::mt19937& rng, double low, double high)
+{
+    return low + (high - low) * (static_cast<double>(rng()) / 4294967296.0);
+}
+
+/// A whole number in [low, high].
+[[nodiscard]] int UniformInteger(std::mt19937& rng, int low, int high);
+
+/// A unit vector, uniform over the sphere.
+[[nodiscard]] Zorvan::Vector3 RandomDirection(std::mt19937& rng);
+
+} // namespace tools
