@@ -22,6 +22,13 @@ inline Float4 operator+(Float4 a, Float4 b) { return {_mm_add_ps(a.v, b.v)}; }
 inline Float4 operator-(Float4 a, Float4 b) { return {_mm_sub_ps(a.v, b.v)}; }
 inline Float4 operator*(Float4 a, Float4 b) { return {_mm_mul_ps(a.v, b.v)}; }
 
+/// Lane k in all lanes.
+template <int k>
+inline Float4 Splat(Float4 a)
+{
+    return {_mm_shuffle_ps(a.v, a.v, _MM_SHUFFLE(k, k, k, k))};
+}
+
 /// Lane-wise; b where either lane is NaN.
 inline Float4 Min(Float4 a, Float4 b) { return {_mm_min_ps(a.v, b.v)}; }
 inline Float4 Max(Float4 a, Float4 b) { return {_mm_max_ps(a.v, b.v)}; }
