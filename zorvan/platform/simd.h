@@ -76,6 +76,13 @@ struct Float4
 /// b where the mask is set, else a.
 inline Float4 Select(Float4 a, Float4 b, Float4 mask) { return {_mm_blendv_ps(a.v, b.v, mask.v)}; }
 
+/// Lane k in all lanes.
+template <int k>
+inline Float4 Splat(Float4 a)
+{
+    return {_mm_shuffle_ps(a.v, a.v, _MM_SHUFFLE(k, k, k, k))};
+}
+
 /// Lane-wise; b where either lane is NaN.
 inline Float4 Min(Float4 a, Float4 b) { return {_mm_min_ps(a.v, b.v)}; }
 inline Float4 Max(Float4 a, Float4 b) { return {_mm_max_ps(a.v, b.v)}; }

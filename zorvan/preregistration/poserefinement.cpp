@@ -19,24 +19,57 @@ constexpr float facing = 0.4F;     // a surface as steep as this may be missing 
 constexpr float minPixels = 2.5F;  // outside the silhouette
 constexpr float minEdgeCos = 0.8F; // of edges that match: pixels make directions coarse
 
+Vector<3> toVector(simd::Float4 v)
+{
+    Vector<3> out;
+    simd::Store(&out.x, v);
+    return out;
+}
+
 /// The side that shows what has this normal best.
-const CProjectedSurface& sideFor(const MatchedScan& scan, const Vector<3>& normal)
+const CProjectedSurface& sideFor(const MatchedScan& scan, simd::Float4 normal)
 {
     std::size_t best = 0;
+    if (scan.sides.size() == 1) return scan.sides[best];
+    const Vector<3> n = toVector(normal);
     for (std::size_t k = 1; k < scan.sides.size(); ++k)
-        if (kdtree::Dot(scan.sides[k].Direction(), normal) > kdtree::Dot(scan.sides[best].Direction(), normal))
-            best = k;
+        if (kdtree::Dot(scan.sides[k].Direction(), n) > kdtree::Dot(scan.sides[best].Direction(), n)) best = k;
     return scan.sides[best];
 }
 
-/// What a sample means that does not match.
-void countAgainst(MatchCounts& counts, const CRangeImage& image, const Vector<3>& p, const Vector<3>& n, float inFront)
+/// A sample of one scan, moved, over what the other one shows in its place.
+struct Projection
 {
-    const Vector<3> q = image.GetFrame() * p;
+    Projection(const MatchedScan& seen, const LaneMotion& motion, const Vector<3>& sample, const Vector<3>& direction)
+        : point(motion.Point(LaneMotion::toLanes(sample))),
+          normal(motion.Direction(LaneMotion::toLanes(direction))),
+          side(sideFor(seen, normal)),
+          plane(side.PlaneAt(side.PixelOf(point))),
+          distance(simd::Sum3(plane.Lanes() * point) - plane.offset)
+    {
+    }
+    [[nodiscard]] bool Matches(float tolerance, float minCos) const
+    {
+        return std::abs(distance) < tolerance && simd::Sum3(plane.Lanes() * normal) > minCos;
+    }
+
+    simd::Float4 point;
+    simd::Float4 normal;
+    const CProjectedSurface& side;
+    const Plane& plane;
+    float distance;
+};
+
+/// What a sample means that does not match.
+void countAgainst(MatchCounts& counts, const Projection& sample, float inFront)
+{
+    const CRangeImage& image = sample.side.Image();
+    const Vector<3> q = image.GetFrame() * toVector(sample.point);
     const CRangeImage::Pixel at = image.PixelAt(q);
     if (image.IsInFront(at, q.z - inFront)) {
         ++counts.iInFront;
-    } else if (image.GetFrame().Rotate(n).z > facing && image.IsMissing(at, q.z, minPixels)) {
+    } else if (kdtree::Dot(sample.side.Direction(), toVector(sample.normal)) > facing &&
+               image.IsMissing(at, q.z, minPixels)) {
         ++counts.iUnseen;
     }
 }
@@ -44,18 +77,16 @@ void countAgainst(MatchCounts& counts, const CRangeImage& image, const Vector<3>
 void countInto(MatchCounts& counts, const MatchedScan& seen, const MatchedScan& samples, const CTrafo& pose,
                const MatchLimits& limits)
 {
+    const LaneMotion motion(pose);
     const std::size_t count = std::min(limits.uiSamples, samples.points.size());
     for (std::size_t i = 0; i < count; ++i) {
         if (counts.iInFront + counts.iUnseen > limits.iMostAgainst) return;
-        const auto [p, n] = pose.Transform(samples.points[i], samples.normals[i]);
-        const CProjectedSurface& side = sideFor(seen, n);
-        const Plane& plane = side.PlaneAt(side.PixelOf(p));
-        const float distance = plane.DistanceOf(p);
-        if (std::abs(distance) < limits.tolerance && kdtree::Dot(plane.Normal(), n) > limits.minCos) {
+        const Projection sample(seen, motion, samples.points[i], samples.normals[i]);
+        if (sample.Matches(limits.tolerance, limits.minCos)) {
             ++counts.iMatched;
-            counts.fSumSquares += distance * distance;
+            counts.fSumSquares += sample.distance * sample.distance;
         } else if (seen.hasSensor) {
-            countAgainst(counts, side.Image(), p, n, limits.inFront);
+            countAgainst(counts, sample, limits.inFront);
         }
     }
 }
@@ -64,35 +95,37 @@ void countInto(MatchCounts& counts, const MatchedScan& seen, const MatchedScan& 
 struct EdgeMatch
 {
     const SurfaceEdge* edge = nullptr; ///< null: none
+    Vector<3> point;                   ///< of the moved one
     bool isOtherFace = false;          ///< each scan sees the face on its own side of the edge
 };
 
-EdgeMatch matchingEdge(const MatchedScan& seen, const SurfaceEdge& moved, float tolerance)
+EdgeMatch matchingEdge(const MatchedScan& seen, const LaneMotion& motion, const SurfaceEdge& sample, float tolerance)
 {
-    const CProjectedSurface& side = sideFor(seen, moved.normal);
-    const int index = side.EdgeAt(side.PixelOf(moved.point));
+    const simd::Float4 normalLanes = motion.Direction(LaneMotion::toLanes(sample.normal));
+    const simd::Float4 pointLanes = motion.Point(LaneMotion::toLanes(sample.point));
+    const CProjectedSurface& side = sideFor(seen, normalLanes);
+    const int index = side.EdgeAt(side.PixelOf(pointLanes));
     if (index < 0) return {};
     const SurfaceEdge& edge = seen.edges[static_cast<std::size_t>(index)];
-    const Vector<3> d = moved.point - edge.point;
+    const Vector<3> point = toVector(pointLanes);
+    const Vector<3> d = point - edge.point;
     if (std::abs(kdtree::Dot(d, edge.outward)) > tolerance || std::abs(kdtree::Dot(d, edge.normal)) > tolerance)
         return {};
-    if (kdtree::Dot(edge.outward, moved.outward) > minEdgeCos && kdtree::Dot(edge.normal, moved.normal) > minEdgeCos)
-        return {&edge, false};
-    if (kdtree::Dot(edge.outward, moved.normal) > minEdgeCos && kdtree::Dot(edge.normal, moved.outward) > minEdgeCos)
-        return {&edge, true};
+    const Vector<3> normal = toVector(normalLanes);
+    const Vector<3> outward = toVector(motion.Direction(LaneMotion::toLanes(sample.outward)));
+    if (kdtree::Dot(edge.outward, outward) > minEdgeCos && kdtree::Dot(edge.normal, normal) > minEdgeCos)
+        return {&edge, point, false};
+    if (kdtree::Dot(edge.outward, normal) > minEdgeCos && kdtree::Dot(edge.normal, outward) > minEdgeCos)
+        return {&edge, point, true};
     return {};
-}
-
-SurfaceEdge movedBy(const CTrafo& pose, const SurfaceEdge& edge)
-{
-    return {pose * edge.point, pose.Rotate(edge.normal), pose.Rotate(edge.outward)};
 }
 
 void countEdges(MatchCounts& counts, const MatchedScan& seen, const MatchedScan& samples, const CTrafo& pose,
                 float tolerance)
 {
+    const LaneMotion motion(pose);
     for (std::size_t i = 0; i < samples.uiEdgeSamples; ++i)
-        counts.iEdges += matchingEdge(seen, movedBy(pose, samples.edges[i]), tolerance).edge != nullptr;
+        counts.iEdges += matchingEdge(seen, motion, samples.edges[i], tolerance).edge != nullptr;
 }
 
 /// Normal equations of a small motion of the floating scan, in coordinates of the fixed one about a centre.
@@ -156,22 +189,20 @@ template <class Add>
 void forEachRow(const MatchedScan& seen, const MatchedScan& samples, const CTrafo& pose,
                 const RefinementSettings& settings, float tolerance, const Add& add)
 {
+    const LaneMotion motion(pose);
     const std::size_t count = std::min(settings.uiSamples, samples.points.size());
     for (std::size_t i = 0; i < count; ++i) {
-        const auto [p, n] = pose.Transform(samples.points[i], samples.normals[i]);
-        const CProjectedSurface& side = sideFor(seen, n);
-        const Plane& plane = side.PlaneAt(side.PixelOf(p));
-        const float distance = plane.DistanceOf(p);
-        if (std::abs(distance) < tolerance && kdtree::Dot(plane.Normal(), n) > settings.minCos)
-            add(plane.Normal(), p, samples.points[i], distance);
+        const Projection sample(seen, motion, samples.points[i], samples.normals[i]);
+        if (sample.Matches(tolerance, settings.minCos))
+            add(sample.plane.Normal(), toVector(sample.point), samples.points[i], sample.distance);
     }
     for (std::size_t i = 0; i < samples.uiEdgeSamples; ++i) {
-        const SurfaceEdge moved = movedBy(pose, samples.edges[i]);
-        const auto [edge, isOtherFace] = matchingEdge(seen, moved, tolerance);
+        const SurfaceEdge& sample = samples.edges[i];
+        const auto [edge, point, isOtherFace] = matchingEdge(seen, motion, sample, tolerance);
         if (edge == nullptr) continue;
-        const Vector<3> d = moved.point - edge->point;
-        add(edge->outward, moved.point, samples.edges[i].point, kdtree::Dot(d, edge->outward));
-        if (isOtherFace) add(edge->normal, moved.point, samples.edges[i].point, kdtree::Dot(d, edge->normal));
+        const Vector<3> d = point - edge->point;
+        add(edge->outward, point, sample.point, kdtree::Dot(d, edge->outward));
+        if (isOtherFace) add(edge->normal, point, sample.point, kdtree::Dot(d, edge->normal));
     }
 }
 

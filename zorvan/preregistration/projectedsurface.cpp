@@ -8,18 +8,26 @@ namespace prereg {
 
 using kdtree::Vector;
 
+namespace {
+
+/// From coordinates of the scan to pixels: row k of the frame.
+Vector<3> pixelRow(const CRangeImage& image, unsigned k)
+{
+    const CTrafo& frame = image.GetFrame();
+    return (1.0F / image.GetPixelSize()) * Vector<3>(frame(k, 0), frame(k, 1), frame(k, 2));
+}
+
+} // namespace
+
 CProjectedSurface::CProjectedSurface(CRangeImage image, std::span<const SurfaceEdge> edges)
     : m_image(std::move(image)),
+      m_direction(m_image.GetFrame()(2, 0), m_image.GetFrame()(2, 1), m_image.GetFrame()(2, 2)),
+      m_toPixels(pixelRow(m_image, 0), pixelRow(m_image, 1), {},
+                 (1.0F / m_image.GetPixelSize()) * m_image.GetFrame().GetTranslation()),
+      m_stride(static_cast<std::uint32_t>(m_image.GetWidth())),
       m_width(static_cast<float>(m_image.GetWidth())),
       m_height(static_cast<float>(m_image.GetHeight()))
 {
-    const CTrafo& frame = m_image.GetFrame();
-    const float perPixel = 1.0F / m_image.GetPixelSize();
-    for (unsigned k = 0; k < 2; ++k) {
-        m_across[k] = perPixel * Vector<3>(frame(k, 0), frame(k, 1), frame(k, 2));
-        m_across[k].w = perPixel * frame(k, 3);
-    }
-    m_direction = {frame(2, 0), frame(2, 1), frame(2, 2)};
     setPlanes();
     spread(edges);
 }

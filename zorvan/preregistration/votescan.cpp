@@ -72,7 +72,8 @@ MatchedScan toMatched(const VotingScan& scan, const Surfels& surfels, float size
     }
     matched.edges = edgesOf(scan);
     matched.uiEdgeSamples = std::min(uiEdgeSamples, matched.edges.size());
-    matched.hasSensor = scan.view->HasImage();
+    const ERay eRay = scan.view->GetRay().eKind;
+    matched.hasSensor = eRay == ERay::Found || eRay == ERay::Given; // a guessed ray may be 30 degrees off
     const double spacing =
         std::max(scan.view->GetSampling().dSpacing, dPixel * static_cast<double>(size) / verdict::dPixelPerSpacing);
     for (const Vector<3>& side : sidesOf(*scan.view))

@@ -24,12 +24,15 @@ Vector<3> middleOf(const Vectors& points)
     return points.empty() ? sum : (1.0F / static_cast<float>(points.size())) * sum;
 }
 
-bool areNear(const CTrafo& a, const CTrafo& b, const Vector<3>& middle, float cosine, float distance)
+/// Cosine of the angle between two rotations, from the trace of their quotient.
+float cosineBetween(const CTrafo& a, const CTrafo& b)
 {
+    const auto m = a.GetMatrix();
+    const auto n = b.GetMatrix();
     float trace = 0.0F;
-    for (unsigned r = 0; r < 3; ++r)
-        for (unsigned c = 0; c < 3; ++c) trace += a(r, c) * b(r, c);
-    return 0.5F * (trace - 1.0F) > cosine && kdtree::DistanceSq(a * middle, b * middle) < distance * distance;
+    for (std::size_t r = 0; r < 3; ++r)
+        for (std::size_t c = 0; c < 3; ++c) trace += m[r][c] * n[r][c];
+    return 0.5F * (trace - 1.0F);
 }
 
 } // namespace
@@ -127,12 +130,17 @@ std::vector<T> CVoteSearch::distinct(std::vector<T> all, std::size_t most, float
 {
     std::stable_sort(all.begin(), all.end(), [](const T& a, const T& b) { return a.score > b.score; });
     std::vector<T> kept;
+    Vectors places; // of the middle of the floating scan; most pairs lie apart there already
     for (const T& candidate : all) {
         if (kept.size() == most) break;
-        const auto isNear = [&](const T& other) {
-            return areNear(other.pose, candidate.pose, m_middle, cosine, distance);
-        };
-        if (std::none_of(kept.begin(), kept.end(), isNear)) kept.push_back(candidate);
+        const Vector<3> place = candidate.pose * m_middle;
+        bool isNear = false;
+        for (std::size_t i = 0; i < kept.size() && !isNear; ++i)
+            isNear = kdtree::DistanceSq(places[i], place) < distance * distance &&
+                     cosineBetween(kept[i].pose, candidate.pose) > cosine;
+        if (isNear) continue;
+        kept.push_back(candidate);
+        places.push_back(place);
     }
     return kept;
 }
