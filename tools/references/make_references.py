@@ -238,7 +238,7 @@ def numbers(values):
 
 def print_header(tables):
     print("""\
-// Made by: measure_shapes | tools/references/make_references.py > zorvan/features/cpointfeaturehistogram_referencetables.h
+// Made by: measure_shapes | tools/references/make_references.py
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// Made by: measure_shapes | tools/references/make_references.py > zorvan/features/cpointfeaturehistogram_referencetables.h
+// Made by: measure_shapes | tools/references/make_references.py
 #pragma once
 
 #include <cstddef>
