@@ -7,11 +7,11 @@
 // maps a part onto itself is wrong. Times are processor times, without reading, features and views. "strangers" in the
 // place of a SET takes 30 pairs of scans of different sets, where there is nothing to find, and gives the times alone.
 
-#include "tools/zorvan/autosettings.h"
-#include "tools/zorvan/featureset.h"
-#include "tools/zorvan/inputerror.h"
-#include "tools/zorvan/posesfile.h"
-#include "tools/zorvan/scanreader.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/workflow/autosettings.h"
+#include "zorvan/workflow/featureset.h"
 
 #include "zorvan/numerics/quantile.h"
 #include "zorvan/platform/clogger.h"
@@ -91,27 +91,27 @@ Set load(const std::filesystem::path& folder)
     set.name = folder.filename();
     const double mmPerUnit = set.name == "bunny" ? 1000.0 : 1.0;
     set.overlap = readOverlap(folder / "overlap.csv");
-    const tools::PosesFile truth = tools::ReadPoses(folder / "truth.json", mmPerUnit);
-    std::vector<tools::SurfelScan> files;
+    const Zorvan::PosesFile truth = Zorvan::ReadPoses(folder / "truth.json", mmPerUnit);
+    std::vector<Zorvan::SurfelScan> files;
     std::vector<double> grids;
     kdtree::Range<3> box = kdtree::EmptyRange();
-    for (const tools::ScanPose& scan : truth.clusters.at(0).scans) {
-        files.push_back(tools::LoadScan(folder / scan.file, {mmPerUnit, {}}));
+    for (const Zorvan::ScanPose& scan : truth.clusters.at(0).scans) {
+        files.push_back(Zorvan::ReadScan(folder / scan.file, {mmPerUnit, {}}));
         const auto& points = files.back().points;
         for (const auto& p : points) {
             box.low = kdtree::Min(box.low, scan.pose * p);
             box.high = kdtree::Max(box.high, scan.pose * p);
         }
         const prereg::CPointSet measured(points.data(), files.back().normals.data(), points.size());
-        grids.push_back(tools::ChooseSettings(measured, std::nullopt).dGrid);
+        grids.push_back(prereg::ChooseSettings(measured, std::nullopt).dGrid);
         set.scans.push_back({std::filesystem::path(scan.file).stem(), {}, scan.pose, middleOf(points)});
     }
     const auto extent = box.high - box.low;
     set.dSize = static_cast<double>(std::max({extent.x, extent.y, extent.z}));
-    set.config = tools::AllSettingsForGrid(Zorvan::Median(grids));
+    set.config = prereg::AllSettingsForGrid(Zorvan::Median(grids));
     for (std::size_t i = 0; i < files.size(); ++i) {
         auto& [points, view] = set.scans[i].voting;
-        points = tools::ComputeFeatureSet(files[i], tools::SettingsForSearch(set.config), 1, mmPerUnit);
+        points = prereg::ComputeFeatureSet(files[i], prereg::SettingsForSearch(set.config), 1, mmPerUnit);
         view = std::make_shared<const prereg::CScanView>(*points);
     }
     return set;
@@ -125,8 +125,8 @@ struct Proposer
 
 Poses byPolygons(const Set& set, const Scan& fix, const Scan& flt)
 {
-    prereg::CRefinedPreRegistration search(fix.voting.set, flt.voting.set, tools::SettingsForSearch(set.config),
-                                           tools::SettingsForRefinement(set.config));
+    prereg::CRefinedPreRegistration search(fix.voting.set, flt.voting.set, prereg::SettingsForSearch(set.config),
+                                           prereg::SettingsForRefinement(set.config));
     search.SetEffort(std::numeric_limits<std::size_t>::max(), true);
     search.Compute({});
     Poses poses;
@@ -278,7 +278,7 @@ int main(int argc, char** argv)
             else
                 run(load(std::filesystem::path(data) / name), all, isVerbose);
         }
-    } catch (const tools::CInputError& error) {
+    } catch (const Zorvan::CInputError& error) {
         std::fprintf(stderr, "%s\n", error.what());
         return 2;
     }
