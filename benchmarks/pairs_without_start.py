@@ -2,14 +2,17 @@
 """Aligns pairs of scans without a start pose, and says how many are found, how many wrong ones are called a success, and
 how long a pair takes.
 
-    benchmarks/pairs_without_start.py [--program build/release/bin/zorvan] [bunny] [teeth] [strangers]
+    benchmarks/pairs_without_start.py [--program build/release/bin/zorvan] [bunny] [teeth] [strangers] [cow ...]
 
 bunny      all 45 pairs of the ten real views in the folder that the environment variable ZORVAN_DATA names; found means
            within 5 degrees and 3.1 mm (2 % of the object) of the truth. --min-overlap leaves out pairs that share less
 teeth      30 pairs of neighbouring views of the virtual scanner, each of another object; found: 1 degree, 1 mm
 strangers  50 pairs of views of different virtual objects: there is nothing to find
+any other  all pairs of the scans in the folder of that name below ZORVAN_DATA; found means within 5 degrees and 2 % of the
+           object; pairs are classed by the smaller of their two overlaps
 
-Without a name, all three. Automatic settings for all, one thread; times are what the program reports for features of
+Without a name, the first three. Sets of a folder end in a table of verdicts: found / pairs by overlap, ambiguous with
+the right pose among those listed, and wrong poses called aligned. Automatic settings for all, one thread; times are what the program reports for features of
 both scans, search and refinement, without reading the files. Exit code 1 when a wrong pose is called a success, or fewer
 than --min-found (a share of the pairs with something to find) are found.
 """
@@ -52,9 +55,19 @@ class Pair:
         self.is_success = run.returncode == 0
         stages = re.search(r"features (\S+) ms, search (\S+) ms, refinement (\S+) ms", run.stderr)
         self.stages = [float(x) for x in stages.groups()]
-        pose = json.loads(out.read_text())["clusters"][0]["scans"][1]["pose"]
-        self.errors = errors(pose, self.truth, self.middle, self.scale) if self.is_success and self.truth else None
-        self.is_found = self.errors is not None and all(e < limit for e, limit in zip(self.errors, self.limits))
+        written = json.loads(out.read_text())
+        flt = written["clusters"][0]["scans"][1]
+        self.verdict = flt["verdict"]["name"]
+        self.errors = self.errors_of(flt["pose"]) if self.is_success and self.truth else None
+        self.is_found = self.errors is not None and self.is_right(self.errors)
+        self.is_listed = bool(self.truth) and any(
+            self.is_right(self.errors_of(candidate["pose"])) for candidate in written.get("candidates", []))
+
+    def errors_of(self, pose):
+        return errors(pose, self.truth, self.middle, self.scale)
+
+    def is_right(self, error):
+        return all(e < limit for e, limit in zip(error, self.limits))
 
 
 def truth_of(folder):
@@ -77,6 +90,27 @@ def bunny(args, _):
             middle = apply(inverse(truth[f"{flt}.ply"]), MIDDLE)
             pairs.append(Pair(data / f"{fix}.ply", data / f"{flt}.ply", 1000.0, pose, share, middle))
     return pairs
+
+
+def folder_of_scans(name):
+    def load(args, _):
+        data = pathlib.Path(os.environ["ZORVAN_DATA"]) / name
+        document = json.loads((data / "truth.json").read_text())
+        truth, scale, size = truth_of(data), document.get("mm_per_unit", 1.0), document["extent_mm"]
+        with open(data / "overlap.csv", encoding="utf8") as file:
+            overlap = {row["scan"]: row for row in csv.DictReader(file)}
+        names, pairs = list(overlap), []
+        for i, fix in enumerate(names):
+            for flt in names[i + 1:]:
+                share = min(float(overlap[fix][flt]), float(overlap[flt][fix]))
+                if share < args.min_overlap:
+                    continue
+                pose = product(inverse(truth[f"{fix}.ply"]), truth[f"{flt}.ply"])
+                middle = apply(inverse(truth[f"{flt}.ply"]), [0.0, 0.0, 0.0])
+                pairs.append(Pair(data / f"{fix}.ply", data / f"{flt}.ply", scale, pose, share, middle,
+                                  (5.0, 0.02 * size)))
+        return pairs
+    return load
 
 
 @functools.lru_cache(maxsize=None)
@@ -110,7 +144,24 @@ def median_ms(pairs):
     return f"{statistics.median(sum(p.stages) for p in pairs):.0f} ms a pair in the median ({stages})"
 
 
+def verdict_table(name, pairs):
+    classes = [("> 0.3", 0.3, 2.0), ("0.1 to 0.3", 0.1, 0.3), ("below", -1.0, 0.1)]
+    cells = []
+    for title, low, high in classes:
+        group = [p for p in pairs if low < p.overlap <= high]
+        found = sum(p.is_found for p in group)
+        listed = sum(p.verdict == "ambiguous" and p.is_listed for p in group)
+        cells.append(f"{title}: {found}/{len(group)} found, {listed} ambiguous with the right pose")
+    counts = {v: sum(p.verdict == v for p in pairs) for v in ("aligned", "ambiguous", "not aligned", "too little to go on")}
+    wrong = sum(p.is_success and not p.is_found for p in pairs)
+    print(f"{name}: " + "; ".join(cells))
+    print(f"{name}: {wrong} wrong of {counts['aligned']} called aligned; " +
+          ", ".join(f"{n} {v}" for v, n in counts.items()), flush=True)
+
+
 def report(name, pairs, minimum):
+    if pairs and all(p.overlap is not None for p in pairs):
+        verdict_table(name, pairs)
     wrong = [p for p in pairs if p.is_success and not p.is_found]
     for p in wrong:
         print(f"wrong: {p.flt.stem} on {p.fix.stem}")
@@ -145,10 +196,15 @@ def main():
     parser.add_argument("--jobs", type=int, default=1, help="pairs at the same time; for tests, where time does not count")
     args = parser.parse_args()
     sets = {"bunny": bunny, "teeth": teeth, "strangers": strangers}
+    usual = list(sets)
+    data = pathlib.Path(os.environ.get("ZORVAN_DATA", "."))
+    for name in args.sets:
+        if name not in sets and (data / name / "truth.json").is_file():
+            sets[name] = folder_of_scans(name)
     if wrong := [name for name in args.sets if name not in sets]:
-        parser.error(f"{wrong[0]} is none of {', '.join(sets)}")
+        parser.error(f"{wrong[0]} is none of {', '.join(sets)}, and no folder of ZORVAN_DATA with a truth.json")
     good = True
-    for name in args.sets or sets:
+    for name in args.sets or usual:
         if name == "bunny" and "ZORVAN_DATA" not in os.environ:
             print("skipped: ZORVAN_DATA does not name the folder of the real scans")
             continue

@@ -7,11 +7,11 @@
 // Sets are folders below the one that ZORVAN_DATA names, with truth.json and overlap.csv. --csv writes every pose with
 // its counts, --from weighs the poses of such a file again, without a search.
 
-#include "tools/zorvan/autosettings.h"
-#include "tools/zorvan/featureset.h"
-#include "tools/zorvan/inputerror.h"
-#include "tools/zorvan/posesfile.h"
-#include "tools/zorvan/scanreader.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/workflow/autosettings.h"
+#include "zorvan/workflow/featureset.h"
 
 #include "zorvan/numerics/quantile.h"
 #include "zorvan/platform/clogger.h"
@@ -74,7 +74,7 @@ struct Row
 
 struct View
 {
-    tools::SurfelScan file;
+    Zorvan::SurfelScan file;
     std::shared_ptr<const prereg::CPointSet> points;
     std::shared_ptr<const prereg::CScanView> view;
     SetPtr features;
@@ -99,7 +99,7 @@ struct Object
 
 SetPtr featuresOf(const View& view, const prereg::ConfigurationFPFH& config)
 {
-    return tools::ComputeFeatureSet(view.file, tools::SettingsForSearch(config), 1, 1.0);
+    return prereg::ComputeFeatureSet(view.file, prereg::SettingsForSearch(config), 1, 1.0);
 }
 
 void readOverlap(const std::filesystem::path& file, Object& object)
@@ -122,18 +122,18 @@ Object load(const std::filesystem::path& folder)
     Object object;
     object.name = folder.filename();
     readOverlap(folder / "overlap.csv", object);
-    const tools::PosesFile truth = tools::ReadPoses(folder / "truth.json");
+    const Zorvan::PosesFile truth = Zorvan::ReadPoses(folder / "truth.json");
     std::vector<double> grids;
     kdtree::Range<3> box = kdtree::EmptyRange();
-    for (const tools::ScanPose& scan : truth.clusters.at(0).scans) {
+    for (const Zorvan::ScanPose& scan : truth.clusters.at(0).scans) {
         View view;
-        view.file = tools::LoadScan(folder / scan.file, {truth.dMmPerUnit, {}});
+        view.file = Zorvan::ReadScan(folder / scan.file, {truth.dMmPerUnit, {}});
         view.truth = scan.pose;
         const auto& file = view.file;
         view.points =
             std::make_shared<const prereg::CPointSet>(file.points.data(), file.normals.data(), file.points.size());
         view.view = std::make_shared<const prereg::CScanView>(*view.points);
-        grids.push_back(tools::ChooseSettings(*view.points, std::nullopt).dGrid);
+        grids.push_back(prereg::ChooseSettings(*view.points, std::nullopt).dGrid);
         for (const Vector3& p : file.points) {
             box.low = Min(box.low, view.truth * p);
             box.high = Max(box.high, view.truth * p);
@@ -142,7 +142,7 @@ Object load(const std::filesystem::path& folder)
     }
     const Vector3 extent = box.high - box.low;
     object.dSize = static_cast<double>(std::max({extent.x, extent.y, extent.z}));
-    object.config = tools::AllSettingsForGrid(Zorvan::Median(grids));
+    object.config = prereg::AllSettingsForGrid(Zorvan::Median(grids));
     return object;
 }
 
@@ -196,9 +196,9 @@ std::vector<Row> candidatesOf(const Pair& pair, unsigned numStarts, unsigned see
 {
     std::vector<Row> rows;
     const auto& config = pair.object->config;
-    const prereg::ConfigurationICP icp = tools::SettingsForRefinement(config);
+    const prereg::ConfigurationICP icp = prereg::SettingsForRefinement(config);
     const SetPtr flt = pair.isStranger ? featuresOf(*pair.flt, config) : pair.flt->features;
-    prereg::CRefinedPreRegistration search(pair.fix->features, flt, tools::SettingsForSearch(config), icp);
+    prereg::CRefinedPreRegistration search(pair.fix->features, flt, prereg::SettingsForSearch(config), icp);
     search.SetEffort(std::numeric_limits<std::size_t>::max(), true);
     search.Compute({});
     for (const auto& [found, refined] : search.GetCandidates()) {
@@ -399,7 +399,7 @@ int main(int argc, char** argv)
     Logging::SetLogLevel(Logging::ELogLevel::Error);
     try {
         return run(options);
-    } catch (const tools::CInputError& error) {
+    } catch (const Zorvan::CInputError& error) {
         std::fprintf(stderr, "%s\n", error.what());
         return 2;
     }

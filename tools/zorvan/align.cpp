@@ -116,16 +116,30 @@ void printPose(const prereg::CTrafo& pose, double mmPerUnit)
     }
 }
 
-// The library's text of a success only says the RMSE again, and in millimetres.
-void printVerdict(const AlignOptions& options, const prereg::ICPResult& result)
+const char* verdictWords(prereg::EPairVerdict eVerdict)
 {
-    const Zorvan::RegistrationSummary summary = prereg::Summarize(result);
-    std::cout << Zorvan::ToShown(nameOf(options.flt)) << (result ? " is aligned to " : " is NOT aligned to ")
+    switch (eVerdict) {
+    case prereg::EPairVerdict::Aligned:
+        return " is aligned to ";
+    case prereg::EPairVerdict::Ambiguous:
+        return " is ambiguous on ";
+    case prereg::EPairVerdict::NotAligned:
+        return " is NOT aligned to ";
+    case prereg::EPairVerdict::TooLittle:
+        return " shares too little to go on with ";
+    }
+    return " ";
+}
+
+void printVerdict(const AlignOptions& options, const prereg::AlignResult& result)
+{
+    const Zorvan::RegistrationSummary summary = prereg::Summarize(result.Best());
+    std::cout << Zorvan::ToShown(nameOf(options.flt)) << verdictWords(result.verdict.eVerdict)
               << Zorvan::ToShown(nameOf(options.fix));
-    if (!result) std::cout << ", " << summary.text;
     if (std::isfinite(summary.dRmse)) std::cout << ", RMSE " << length(summary.dRmse, options);
     if (std::isfinite(summary.dOverlap)) std::cout << ", overlap " << Zorvan::ToText(summary.dOverlap, 3);
     if (std::isfinite(summary.dSlip)) std::cout << ", slip " << length(summary.dSlip, options);
+    if (!result) std::cout << ": " << result.verdict.Reason();
     std::cout << '\n';
 }
 
@@ -144,12 +158,13 @@ int align(AlignOptions options)
     const prereg::ICPResult result = found.Best();
     const std::string stopped = found.isStopped ? "stopped; this is what was found so far: " : "";
     for (const std::string& words :
-         {pair.fix.Warning(), pair.flt.Warning(), found.settingsWords, stopped + found.searchWords, found.times})
+         {pair.fix.Warning(), pair.flt.Warning(), found.settingsWords, stopped + found.searchWords, found.times,
+          found ? found.verdict.Reason() : std::string()})
         Tell(words, options.general.isQuiet);
     if (!options.output.empty())
         Zorvan::WritePoses(options.output,
                            prereg::ToPoses(found, pair.fix, pair.flt, options.files.dMmPerUnit, options.isAll));
-    printVerdict(options, result);
+    printVerdict(options, found);
     if (result && options.output.empty()) printPose(result.GetTrafo(), options.files.dMmPerUnit);
     return result ? Done : NotEveryScan;
 }
@@ -166,18 +181,20 @@ void AddAlign(CLI::App& app, int& exitCode)
                         "Poses file with a rough pose of FLT, and of FIX unless it is the\n"
                         "identity; without it the pose is searched for");
     command->add_option("-o,--output", options->output, "Poses file to write; without it the pose is printed");
-    command->add_flag("--all", options->isAll, "Write every candidate of the search with its verdict, best first");
+    command->add_flag("--all", options->isAll,
+                      "Write every candidate with its verdict, best first; without it those\n"
+                      "that explain ambiguous scans equally well");
     options->files.AddTo(*command);
     options->settings.AddTo(*command);
     options->gpu.AddTo(*command);
     options->general.AddTo(*command, "Threads that compute features; the result does not depend on it");
-    command->footer(
-        "Ctrl-C ends the search and keeps what has been found.\n"
-        "Exit code 0: aligned; 1: no pose was found; 2: wrong call, unreadable input or unwritable output.\n\n"
-        "Examples:\n"
-        "  zorvan align a.ply b.ply -o poses.json\n"
-        "  zorvan align bun000.ply bun090.ply --scale 1000 --all -o candidates.json\n"
-        "  zorvan align a.ply b.ply --initial rough.json --settings mine.txt");
+    command->footer("Ctrl-C ends the search and keeps what has been found.\n"
+                    "Exit code 0: aligned; 1: ambiguous, not aligned or too little to go on; 2: wrong call, unreadable "
+                    "input or unwritable output.\n\n"
+                    "Examples:\n"
+                    "  zorvan align a.ply b.ply -o poses.json\n"
+                    "  zorvan align bun000.ply bun090.ply --scale 1000 --all -o candidates.json\n"
+                    "  zorvan align a.ply b.ply --initial rough.json --settings mine.txt");
     command->callback([options, &exitCode] { exitCode = align(*options); });
 }
 

@@ -15,6 +15,7 @@ enum EExit : int
 /// Each adds its subcommand with options and help. When the user calls it, it runs at the end of parsing and leaves the
 /// exit code; wrong input is thrown as CInputError.
 void AddAlign(CLI::App& app, int& exitCode);
+void AddJudge(CLI::App& app, int& exitCode);
 void AddRegister(CLI::App& app, int& exitCode);
 void AddFeatures(CLI::App& app, int& exitCode);
 void AddFit(CLI::App& app, int& exitCode);

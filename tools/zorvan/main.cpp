@@ -55,6 +55,7 @@ int run(int argc, char** argv)
     app.set_version_flag("--version", version);
     app.footer("zorvan COMMAND --help shows options and examples.");
     tools::AddAlign(app, exitCode);
+    tools::AddJudge(app, exitCode);
     tools::AddRegister(app, exitCode);
     tools::AddFeatures(app, exitCode);
     tools::AddFit(app, exitCode);

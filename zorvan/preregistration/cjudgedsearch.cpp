@@ -72,36 +72,27 @@ CJudgedSearch::CJudgedSearch(SearchedScan fix, SearchedScan flt, const Configura
 {
 }
 
-bool CJudgedSearch::Compute(const std::function<bool()>& abort)
+bool CJudgedSearch::Compute(const Zorvan::Hooks& hooks)
 {
-    const auto isAborted = [&] { return abort && abort(); };
     if (m_fix.set->SizeFeatures() > 0 && m_flt.set->SizeFeatures() > 0) {
-        proposeByFeatures(abort);
+        proposeByFeatures(hooks);
         proposeTurns();
     }
-    if (!isAborted() && !isSettled()) {
-        proposeByVote(abort);
+    if (!hooks.IsAborted() && !isSettled()) {
+        proposeByVote(hooks);
         proposeTurns();
     }
-    sort();
+    SortByVerdict(m_candidates, m_verdict);
     return static_cast<bool>(m_verdict);
 }
 
-bool CJudgedSearch::ComputeFromStart(const CTrafo& start)
-{
-    m_candidates.push_back({RefinePose(*m_fix.set, *m_flt.set, m_refinementConfig, start), {}, EProposer::Start});
-    weigh();
-    sort();
-    return static_cast<bool>(m_verdict);
-}
-
-void CJudgedSearch::proposeByFeatures(const std::function<bool()>& abort)
+void CJudgedSearch::proposeByFeatures(const Zorvan::Hooks& hooks)
 {
     {
         const CStopwatch watch(m_times.features);
         CRefinedPreRegistration search(m_fix.set, m_flt.set, m_searchConfig, m_refinementConfig);
         search.SetEffort(std::numeric_limits<std::size_t>::max(), true);
-        search.Compute(abort);
+        search.Compute(hooks);
         m_statistics = search.GetStatistics();
         for (const auto& [found, refined] : search.GetCandidates())
             m_candidates.push_back({refined, {}, EProposer::Features});
@@ -117,7 +108,7 @@ void CJudgedSearch::proposeTurns()
     weigh();
 }
 
-void CJudgedSearch::proposeByVote(const std::function<bool()>& abort)
+void CJudgedSearch::proposeByVote(const Zorvan::Hooks& hooks)
 {
     std::vector<CTrafo> poses;
     {
@@ -125,7 +116,7 @@ void CJudgedSearch::proposeByVote(const std::function<bool()>& abort)
         ConfigurationVote config;
         config.uiNumTasks = m_uiNumTasks;
         CVotePreRegistration vote({m_fix.set, m_fix.view}, {m_flt.set, m_flt.view}, config);
-        vote.Compute(abort);
+        vote.Compute([&] { return hooks.IsAborted(); });
         for (const auto& candidate : vote.GetCandidates()) poses.push_back(candidate.pose);
     }
     refineAndAdd(hopeful(poses), EProposer::Vote);
@@ -178,22 +169,22 @@ bool CJudgedSearch::isSettled() const
            m_judge.HoldRatio(m_candidates[m_verdict.explanations.front()].refined.GetTrafo()) >= verdict::dFirmHold;
 }
 
-void CJudgedSearch::sort()
+void SortByVerdict(std::vector<CJudgedSearch::Candidate>& candidates, PairVerdict& verdict)
 {
-    std::vector<Candidate> sorted;
-    std::vector<unsigned char> isTaken(m_candidates.size());
+    std::vector<CJudgedSearch::Candidate> sorted;
+    std::vector<unsigned char> isTaken(candidates.size());
     const auto take = [&](std::size_t i) {
         if (isTaken[i] != 0) return;
         isTaken[i] = 1;
-        sorted.push_back(m_candidates[i]);
+        sorted.push_back(candidates[i]);
     };
-    for (const std::size_t i : m_verdict.explanations) take(i);
-    if (m_verdict.explanations.empty() && !m_candidates.empty()) take(m_verdict.uiNearest);
-    for (std::size_t i = 0; i < m_candidates.size(); ++i) take(i);
-    m_candidates = std::move(sorted);
-    for (std::size_t i = 0; i < m_candidates.size(); ++i) m_verdict.poses[i] = m_candidates[i].verdict;
-    for (std::size_t i = 0; i < m_verdict.explanations.size(); ++i) m_verdict.explanations[i] = i;
-    m_verdict.uiNearest = 0;
+    for (const std::size_t i : verdict.explanations) take(i);
+    if (verdict.explanations.empty() && !candidates.empty()) take(verdict.uiNearest);
+    for (std::size_t i = 0; i < candidates.size(); ++i) take(i);
+    candidates = std::move(sorted);
+    for (std::size_t i = 0; i < candidates.size(); ++i) verdict.poses[i] = candidates[i].verdict;
+    for (std::size_t i = 0; i < verdict.explanations.size(); ++i) verdict.explanations[i] = i;
+    verdict.uiNearest = 0;
 }
 
 const char* ProposerName(CJudgedSearch::EProposer eProposer)

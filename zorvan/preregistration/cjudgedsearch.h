@@ -1,6 +1,7 @@
 #pragma once
 
 #include "zorvan/core/configurationicp.h"
+#include "zorvan/core/hooks.h"
 #include "zorvan/core/icpresult.h"
 #include "zorvan/features/cfpfhpointset.h"
 #include "zorvan/features/configurationfpfh.h"
@@ -11,7 +12,6 @@
 #include "zorvan/verdict/pairverdict.h"
 
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <span>
 #include <vector>
@@ -31,7 +31,7 @@ struct SearchedScan
 /// best pose are tried as rivals too.
 ///
 ///     CJudgedSearch search({fixSet, fixView}, {fltSet, fltView}, searchSettings, settingsForAllPoints);
-///     search.Compute({});
+///     search.Compute(Zorvan::Hooks::None());
 ///     if (search.GetVerdict()) use(search.GetCandidates().front().refined.GetTrafo());
 ///
 /// Same scans and settings, same bytes, whatever the number of tasks. Used by one thread at a time.
@@ -71,9 +71,7 @@ public:
 
     /// Searches. An abort ends it with what has been found and weighed until then.
     /// @return whether the scans are aligned
-    bool Compute(const std::function<bool()>& abort);
-    /// Refines and weighs a single pose. Rivals are not looked for: who gives a start has made the choice.
-    bool ComputeFromStart(const CTrafo& start);
+    bool Compute(const Zorvan::Hooks& hooks);
 
     /// Indices are those of the candidates: explanations are the first ones.
     [[nodiscard]] const PairVerdict& GetVerdict() const { return m_verdict; }
@@ -84,12 +82,11 @@ public:
     [[nodiscard]] const Times& GetTimes() const { return m_times; }
 
 private:
-    void proposeByFeatures(const std::function<bool()>& abort);
+    void proposeByFeatures(const Zorvan::Hooks& hooks);
     void proposeTurns();
-    void proposeByVote(const std::function<bool()>& abort);
+    void proposeByVote(const Zorvan::Hooks& hooks);
     void refineAndAdd(std::span<const CTrafo> poses, EProposer eProposer);
     void weigh();
-    void sort();
     [[nodiscard]] bool isSettled() const;
     [[nodiscard]] std::vector<CTrafo> hopeful(const std::vector<CTrafo>& poses) const;
 
@@ -106,6 +103,10 @@ private:
     CFPFHPreRegistration::Statistics m_statistics;
     Times m_times;
 };
+
+/// Puts the explanations of a verdict first, best first, or the nearest miss where there is none; the others keep their
+/// order. The verdict's indices follow.
+ZORVAN_API void SortByVerdict(std::vector<CJudgedSearch::Candidate>& candidates, PairVerdict& verdict);
 
 /// A word for a proposer: "start", "features", "turn", "vote".
 [[nodiscard]] ZORVAN_API const char* ProposerName(CJudgedSearch::EProposer eProposer);

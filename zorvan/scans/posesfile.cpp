@@ -62,6 +62,7 @@ public:
             fail("has no list \"clusters\"");
         m_poses.dMmPerUnit = parseUnit(json, defaultMmPerUnit);
         for (const Json& cluster : json["clusters"]) parseCluster(cluster);
+        if (json.contains("candidates")) parseCandidates(json["candidates"]);
         return std::move(m_poses);
     }
 
@@ -103,6 +104,15 @@ private:
         cluster.isPrimary = json.contains("primary") && json["primary"] == true;
         for (const Json& scan : json["scans"]) cluster.scans.push_back(parseScan(scan));
         m_poses.clusters.push_back(std::move(cluster));
+    }
+
+    void parseCandidates(const Json& json)
+    {
+        if (!json.is_array()) fail("\"candidates\" is no list");
+        for (const Json& candidate : json) {
+            m_names.clear(); // one scan has many candidates
+            m_poses.candidates.push_back(parseScan(candidate));
+        }
     }
 
     [[nodiscard]] static std::string textOf(const Json& json, const char* key)
@@ -160,12 +170,23 @@ Json resultJson(const RegistrationSummary& result, double mmPerUnit)
             {"slip", JsonNumber(result.dSlip / mmPerUnit)}};
 }
 
+Json verdictJson(const VerdictSummary& verdict)
+{
+    Json json = {{"name", verdict.name},
+                 {"text", verdict.text},
+                 {"proposer", verdict.proposer},
+                 {"contradiction", JsonNumber(verdict.dContradiction)}};
+    for (const auto& [name, count] : verdict.counts) json[name] = count;
+    return json;
+}
+
 Json scansJson(const std::vector<ScanPose>& scans, double mmPerUnit)
 {
     Json all = Json::array();
     for (const ScanPose& scan : scans) {
         Json json = {{"file", scan.file}, {"id", scan.id}, {"pose", JsonPose(scan.pose, mmPerUnit)}};
         if (scan.result) json["result"] = resultJson(*scan.result, mmPerUnit);
+        if (scan.verdict) json["verdict"] = verdictJson(*scan.verdict);
         all.push_back(std::move(json));
     }
     return all;

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Zorvan {
@@ -20,12 +21,23 @@ struct RegistrationSummary
     double dSlip = 0.0;
 };
 
+/// What speaks for and against a pose, in words and numbers.
+struct VerdictSummary
+{
+    std::string name;
+    std::string text;
+    std::string proposer; ///< who came up with the pose
+    double dContradiction = 0.0;
+    std::vector<std::pair<std::string, unsigned>> counts; ///< of samples, by what they say
+};
+
 struct ScanPose
 {
     std::string file;
     std::string id;
     prereg::CTrafo pose = prereg::CTrafo::Invalid(); ///< scan to cluster coordinates, mm; invalid: it has none
     std::optional<RegistrationSummary> result;       ///< written, not read
+    std::optional<VerdictSummary> verdict = {};      ///< written, not read
 };
 
 struct PoseCluster
@@ -40,7 +52,7 @@ struct ZORVAN_SCANS_API PosesFile
 {
     double dMmPerUnit = 1.0;
     std::vector<PoseCluster> clusters;
-    std::vector<ScanPose> candidates = {}; ///< other places of the scan, best first; written, not read
+    std::vector<ScanPose> candidates = {}; ///< other places of the scan, best first
 
     /// A scan with the number of its cluster; null when no scan has the name.
     struct Found

@@ -196,6 +196,31 @@ double PoseCounts::Score() const
     return static_cast<double>(uiMatched) - verdict::dContradictionWeight * static_cast<double>(Contradictions());
 }
 
+const char* FindingName(EFinding eFinding)
+{
+    switch (eFinding) {
+    case EFinding::Consistent:
+        return "consistent";
+    case EFinding::Doubtful:
+        return "doubtful";
+    case EFinding::Invalid:
+        return "no pose";
+    case EFinding::TooLittle:
+        return "too little shared";
+    case EFinding::SeenThrough:
+        return "seen through";
+    case EFinding::SurfaceMissing:
+        return "surface missing";
+    case EFinding::Opposed:
+        return "surface looks another way";
+    case EFinding::Residuals:
+        return "surfaces do not meet";
+    case EFinding::Sliding:
+        return "may slide";
+    }
+    return "";
+}
+
 std::string PoseVerdict::ToString() const
 {
     const double pairs = std::max(1U, counts.Contradictions() + counts.uiMatched);

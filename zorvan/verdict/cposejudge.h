@@ -49,6 +49,9 @@ enum class EFinding
     Sliding    ///< the pose may be moved and nothing contradicts it
 };
 
+/// A word or two: "consistent", "seen through".
+[[nodiscard]] ZORVAN_API const char* FindingName(EFinding eFinding);
+
 struct PoseVerdict
 {
     EFinding eFinding = EFinding::Invalid;

@@ -70,22 +70,22 @@ const char* VerdictName(EPairVerdict eVerdict)
     return "";
 }
 
-std::string PairVerdict::ToString() const
+std::string PairVerdict::ToString() const { return std::string(VerdictName(eVerdict)) + ": " + Reason(); }
+
+std::string PairVerdict::Reason() const
 {
-    const std::string name = VerdictName(eVerdict);
     if (eVerdict == EPairVerdict::Aligned)
-        return name + ": " + poses[explanations.front()].ToString() + ", and no other pose explains the scans as well";
-    if (eVerdict == EPairVerdict::NotAligned) return name + ": of the nearest miss " + poses[uiNearest].ToString();
-    if (eVerdict == EPairVerdict::TooLittle)
-        return name + (poses.empty() ? std::string(": no pose was proposed") : ": " + poses[uiNearest].ToString());
+        return poses[explanations.front()].ToString() + ", and no other pose explains the scans as well";
+    if (explanations.empty())
+        return poses.empty() ? "no pose was proposed" : "of the nearest miss: " + poses[uiNearest].ToString();
     if (explanations.size() > 1)
-        return name + ": " + std::to_string(explanations.size()) +
+        return std::to_string(explanations.size()) +
                " poses explain the scans equally well; a further scan would have to show surface where they differ";
-    if (isRayUnknown)
-        return name + ": nothing speaks against the pose, but neither scan shows from where it was taken, so that "
-                      "missing surface cannot speak against it; say where the sensor stood";
-    return name + ": " + poses[explanations.front()].ToString() +
-           "; a further scan would have to show surface that holds it";
+    const PoseVerdict& best = poses[explanations.front()];
+    if (best && isRayUnknown)
+        return "nothing speaks against the pose, but neither scan shows from where it was taken, so that missing "
+               "surface cannot speak against it; say where the sensor stood";
+    return best.ToString() + "; a further scan would have to show surface that holds it";
 }
 
 PairVerdict JudgePoses(const CPoseJudge& judge, std::span<const CTrafo> poses, unsigned uiNumTasks)

@@ -30,7 +30,9 @@ struct PairVerdict
     bool isRayUnknown = false;             ///< no scan can tell that surface is missing: hence not more than ambiguous
 
     [[nodiscard]] explicit operator bool() const { return eVerdict == EPairVerdict::Aligned; }
-    /// The verdict in a sentence or two: what speaks for it, what came nearest, what a further scan would have to show.
+    /// In a sentence or two: what speaks for the verdict, what came nearest, what a further scan would have to show.
+    [[nodiscard]] ZORVAN_API std::string Reason() const;
+    /// The verdict with its reason.
     [[nodiscard]] ZORVAN_API std::string ToString() const;
 };
 

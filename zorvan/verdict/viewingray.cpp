@@ -178,6 +178,11 @@ ViewingRay FindViewingRay(const Vectors& points, const Vectors& normals, const Z
     const Vector3 mean = meanNormal(normals);
     if (!(static_cast<double>(mean.Length()) > verdict::dMinMeanNormal)) return {};
     CProbes probes(points, tree, dSpacing);
+    // Most scans lie in the frame of their sensor: the search (20 ms) is for the others.
+    const Vector3 zAxis(0.0F, 0.0F, mean.z < 0.0F ? -1.0F : 1.0F);
+    const double zRegularity = probes.Regularity(zAxis);
+    if (zRegularity >= verdict::dSureRegularity && visibleShare(normals, zAxis) >= verdict::dSureVisible)
+        return {ERay::Found, zAxis, zRegularity};
     std::vector<Ray> rays = regularRays(probes);
     for (Ray& ray : rays) {
         if (Dot(ray.direction, mean) < 0.0F) ray.direction = -ray.direction;

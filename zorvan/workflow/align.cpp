@@ -1,20 +1,18 @@
 #include "zorvan/workflow/align.h"
 
 #include "zorvan/core/cpointset.h"
+#include "zorvan/preregistration/crefinedpreregistration.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/textnumber.h"
 #include "zorvan/workflow/autosettings.h"
 #include "zorvan/workflow/settingsfile.h"
 
 #include <limits>
-#include <random>
 #include <utility>
 
 namespace prereg {
 
 namespace {
-
-constexpr unsigned uiSeed = 47110815; // the same scans always give the same pose
 
 CPointSet toPointSet(const Zorvan::SurfelScan& scan)
 {
@@ -27,11 +25,49 @@ std::string describe(const AutoSettings& chosen, const ConfigurationICP& judge, 
     return "grid " + length(chosen.dGrid) + ": " + chosen.reason + "; RMSE accepted up to " + length(judge.dMaxRMSE);
 }
 
-void refineStart(const CPointSet& fix, const Zorvan::SurfelScan& flt, const CTrafo& start, AlignResult& result)
+AlignResult prepared(const CPointSet& fix, const AlignOptions& options, bool hasStart)
 {
-    std::mt19937 rng(uiSeed);
-    result.candidates.push_back(
-        {{}, fix.ComputeICPRegistration(result.config.icpConfig, rng, toPointSet(flt), start, nullptr, false)});
+    const AutoSettings chosen = ChooseSettings(fix, options.dGrid);
+    AlignResult result;
+    result.config = WithSettings(AllSettingsForGrid(chosen.dGrid), options.settings);
+    const ConfigurationICP judge = hasStart ? result.config.icpConfig : SettingsForRefinement(result.config);
+    result.settingsWords = describe(chosen, judge, options.dMmPerUnit);
+    return result;
+}
+
+/// The verdict has the last word on each result; who overrules a success says so in it.
+void markOverruled(AlignResult& result)
+{
+    for (std::size_t i = 0; i < result.candidates.size(); ++i) {
+        int& kind = result.candidates[i].refined.eICPResult;
+        if (i == 0 && result.verdict)
+            kind = ICP_Success;
+        else if (kind == ICP_Success)
+            kind = ICP_SuccessRejected;
+    }
+}
+
+std::vector<CTrafo> posesOf(const std::vector<PairCandidate>& candidates)
+{
+    std::vector<CTrafo> poses;
+    for (const PairCandidate& candidate : candidates) poses.push_back(candidate.refined.GetTrafo());
+    return poses;
+}
+
+Zorvan::VerdictSummary summarize(const PairCandidate& candidate)
+{
+    const PoseCounts& counts = candidate.verdict.counts;
+    return {FindingName(candidate.verdict.eFinding),
+            candidate.verdict.ToString(),
+            ProposerName(candidate.eProposer),
+            counts.Contradiction(),
+            {{"samples", counts.uiSamples},
+             {"matched", counts.uiMatched},
+             {"seen_through", counts.uiInFront},
+             {"missing", counts.uiMissing},
+             {"opposed", counts.uiOpposed},
+             {"tail", counts.uiTail},
+             {"shallow", counts.uiShallow}}};
 }
 
 } // namespace
@@ -39,23 +75,39 @@ void refineStart(const CPointSet& fix, const Zorvan::SurfelScan& flt, const CTra
 AlignResult Align(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& flt, const AlignOptions& options,
                   const Zorvan::Hooks& hooks)
 {
-    const bool hasStart = static_cast<bool>(options.start);
-    const CPointSet fixSet = toPointSet(fix);
-    const AutoSettings chosen = ChooseSettings(fixSet, options.dGrid);
-    AlignResult result;
-    result.config = WithSettings(AllSettingsForGrid(chosen.dGrid), options.settings);
-    const ConfigurationICP judge = hasStart ? result.config.icpConfig : SettingsForRefinement(result.config);
-    result.settingsWords = describe(chosen, judge, options.dMmPerUnit);
-    if (hasStart) {
-        refineStart(fixSet, flt, options.start, result);
-        return result;
-    }
-    PairSearchResult found = SearchPair(
-        fix, flt, result.config, {options.dMmPerUnit, options.uiNumTasks, options.gpu, options.isAll}, hooks);
+    if (options.start) return WeighPoses(fix, flt, {options.start}, options);
+    AlignResult result = prepared(toPointSet(fix), options, false);
+    PairSearchResult found =
+        SearchPair(fix, flt, result.config,
+                   {options.dMmPerUnit, options.uiNumTasks, options.gpu, static_cast<bool>(options.settings)}, hooks);
     result.candidates = std::move(found.candidates);
+    result.verdict = std::move(found.verdict);
     result.searchWords = std::move(found.words);
     result.times = std::move(found.times);
     result.isStopped = found.isStopped;
+    markOverruled(result);
+    return result;
+}
+
+AlignResult WeighPoses(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& flt, const std::vector<CTrafo>& poses,
+                       const AlignOptions& options)
+{
+    const CPointSet fixSet = toPointSet(fix);
+    const CPointSet fltSet = toPointSet(flt);
+    AlignResult result = prepared(fixSet, options, true);
+    const CScanView fixView(fixSet);
+    const CScanView fltView(fltSet);
+    const CPoseJudge judge(fixView, fltView);
+    std::vector<PoseVerdict> verdicts;
+    for (const CTrafo& pose : poses) {
+        const ICPResult refined = RefinePose(fixSet, fltSet, result.config.icpConfig, pose);
+        const bool isAllowed = refined || !options.settings;
+        verdicts.push_back(isAllowed ? judge.Judge(refined.GetTrafo()) : PoseVerdict());
+        result.candidates.push_back({refined, verdicts.back(), CJudgedSearch::EProposer::Start});
+    }
+    result.verdict = DecideOnPoses(judge, posesOf(result.candidates), std::move(verdicts));
+    SortByVerdict(result.candidates, result.verdict);
+    markOverruled(result);
     return result;
 }
 
@@ -73,18 +125,22 @@ Zorvan::PosesFile ToPoses(const AlignResult& result, const Zorvan::SurfelScan& f
     const auto entry = [](const Zorvan::SurfelScan& scan) {
         return Zorvan::ScanPose{scan.file.filename().string(), scan.file.stem().string(), {}, {}};
     };
-    const auto withResult = [&](const ICPResult& icp) {
+    const auto withResult = [&](const PairCandidate& candidate) {
         Zorvan::ScanPose pose = entry(flt);
-        pose.pose = icp.GetTrafo();
-        pose.result = Summarize(icp);
+        pose.pose = candidate.refined.GetTrafo();
+        pose.result = Summarize(candidate.refined);
+        pose.verdict = summarize(candidate);
         return pose;
     };
     const Zorvan::ScanPose fixPose = entry(fix);
-    Zorvan::ScanPose fltPose = withResult(result.Best());
+    Zorvan::ScanPose fltPose = withResult(result.candidates.empty() ? PairCandidate() : result.candidates.front());
     if (!result) fltPose.pose = CTrafo::Invalid();
+    fltPose.verdict->name = VerdictName(result.verdict.eVerdict);
+    fltPose.verdict->text = result.verdict.Reason();
     Zorvan::PosesFile poses{dMmPerUnit, {{fixPose.id, true, {fixPose, fltPose}}}};
-    if (!isAll) return poses;
-    for (const PairCandidate& candidate : result.candidates) poses.candidates.push_back(withResult(candidate.refined));
+    const std::size_t numExplanations = result ? 0 : result.verdict.explanations.size();
+    for (std::size_t i = 0; i < (isAll ? result.candidates.size() : numExplanations); ++i)
+        poses.candidates.push_back(withResult(result.candidates[i]));
     return poses;
 }
 

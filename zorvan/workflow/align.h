@@ -23,7 +23,7 @@ struct AlignOptions
                                       ///< refined; invalid: the pose is searched for
     std::optional<double> dGrid = {}; ///< point distance (mm) that all settings grow with; nothing: see ChooseSettings
     bson::object settings = {};       ///< replace the automatic ones; see ReadSettingsText
-    bool isAll = false;               ///< refine all candidates, not only those up to the first accepted one
+    bool isAll = false;               ///< no effect: all candidates are refined and weighed in any case
     unsigned uiNumTasks = 1;          ///< threads that compute features; the result does not depend on it
     GpuContext gpu = nullptr;         ///< computes the features, unless null
     double dMmPerUnit = 1.0;          ///< unit of the lengths in words
@@ -31,26 +31,27 @@ struct AlignOptions
 
 struct AlignResult
 {
-    std::vector<PairCandidate> candidates; ///< best first
+    std::vector<PairCandidate> candidates; ///< those that nothing contradicts first, best first
+    PairVerdict verdict;                   ///< on the candidates
     ConfigurationFPFH config;              ///< all settings, as they were used
     std::string settingsWords;             ///< for people: what was chosen and why
     std::string searchWords;               ///< what became of the proposals; empty without a search
     std::string times;                     ///< what the search took; empty without one
     bool isStopped = false;                ///< by the hooks; this is what was found until then
 
-    /// The first accepted candidate; when there is none, the rejected best one, or a default result.
-    [[nodiscard]] ICPResult Best() const
-    {
-        return candidates.empty() ? ICPResult() : candidates.front().refined;
-    }
+    /// The first candidate; when nothing explains the scans, the nearest miss, or a default result. A success only when
+    /// the scans are aligned.
+    [[nodiscard]] ICPResult Best() const { return candidates.empty() ? ICPResult() : candidates.front().refined; }
     /// Whether the scans are aligned.
-    explicit operator bool() const { return static_cast<bool>(Best()); }
+    explicit operator bool() const { return static_cast<bool>(verdict); }
     /// Floating into fixed coordinates, mm; what refinement ended with when the scans are not aligned.
     [[nodiscard]] CTrafo Pose() const { return Best().GetTrafo(); }
 };
 
 /// Finds the pose of `flt` in the frame of `fix`: settings from the fixed scan, features, search, refinement on all
-/// points. This is all that `zorvan align` does.
+/// points, and a verdict by what contradicts each pose; see CJudgedSearch. A start pose is weighed in the same way, but
+/// rivals are not looked for. Where settings are given, a pose must pass their limits too. This is all that `zorvan
+/// align` does.
 ///
 ///     const auto fix = Zorvan::ReadScanFile("a.ply"), flt = Zorvan::ReadScanFile("b.stl");
 ///     if (const auto result = prereg::Align(fix, flt)) use(result.Pose());
@@ -61,8 +62,14 @@ struct AlignResult
                                                     const AlignOptions& options = {},
                                                     const Zorvan::Hooks& hooks = Zorvan::Hooks::None());
 
+/// Refines and weighs poses that were found elsewhere, `flt` in the frame of `fix`, and compares them with one another.
+/// The start pose of the options has no effect.
+[[nodiscard]] ZORVAN_WORKFLOW_API AlignResult WeighPoses(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& flt,
+                                                         const std::vector<CTrafo>& poses,
+                                                         const AlignOptions& options = {});
+
 /// The result as WritePoses writes it: one cluster, named after the fixed scan, with both scans in its frame; all
-/// candidates when `isAll`.
+/// candidates when `isAll`, else those that explain the scans equally well.
 [[nodiscard]] ZORVAN_WORKFLOW_API Zorvan::PosesFile ToPoses(const AlignResult& result, const Zorvan::SurfelScan& fix,
                                                             const Zorvan::SurfelScan& flt, double dMmPerUnit,
                                                             bool isAll);

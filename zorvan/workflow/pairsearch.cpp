@@ -6,7 +6,6 @@
 
 #include <chrono>
 #include <cstddef>
-#include <limits>
 #include <memory>
 
 namespace prereg {
@@ -37,6 +36,11 @@ SetPtr computeFeatures(const Zorvan::SurfelScan& scan, const ConfigurationFPFH& 
     return set;
 }
 
+std::shared_ptr<const CScanView> viewOf(const Zorvan::SurfelScan& scan)
+{
+    return std::make_shared<const CScanView>(CPointSet(scan.points.data(), scan.normals.data(), scan.points.size()));
+}
+
 } // namespace
 
 PairSearchResult SearchPair(const Zorvan::SurfelScan& fixScan, const Zorvan::SurfelScan& fltScan,
@@ -48,13 +52,16 @@ PairSearchResult SearchPair(const Zorvan::SurfelScan& fixScan, const Zorvan::Sur
     const SetPtr fix = computeFeatures(fixScan, searchConfig, options);
     const SetPtr flt = computeFeatures(fltScan, searchConfig, options);
     const auto featuresDone = Clock::now();
-    CRefinedPreRegistration search(fix, flt, searchConfig, SettingsForRefinement(config));
-    if (options.isAll) search.SetEffort(std::numeric_limits<std::size_t>::max(), true);
+    CJudgedSearch search({fix, viewOf(fixScan)}, {flt, viewOf(fltScan)}, searchConfig, SettingsForRefinement(config));
+    search.RequireLimits(options.areLimitsRequired);
+    search.SetNumTasks(options.uiNumTasks);
     search.Compute(hooks);
-    const std::string times = "features " + milliseconds(featuresDone - start) + ", search " +
-                              milliseconds(search.GetSearchTime()) + ", refinement " +
-                              milliseconds(Clock::now() - featuresDone - search.GetSearchTime());
-    return {search.GetCandidates(), search.GetStatistics().ToString(), times, hooks.IsAborted()};
+    const CJudgedSearch::Times& times = search.GetTimes();
+    const std::string words = "features " + milliseconds(featuresDone - start) + ", search " +
+                              milliseconds(times.features + times.vote) + ", refinement " +
+                              milliseconds(Clock::now() - featuresDone - times.features - times.vote) +
+                              (times.vote > Clock::duration() ? "; the vote took " + milliseconds(times.vote) : "");
+    return {search.GetCandidates(), search.GetVerdict(), search.GetStatistics().ToString(), words, hooks.IsAborted()};
 }
 
 } // namespace prereg

@@ -3,7 +3,7 @@
 #include "zorvan/core/hooks.h"
 #include "zorvan/core/icpresult.h"
 #include "zorvan/features/configurationfpfh.h"
-#include "zorvan/preregistration/crefinedpreregistration.h"
+#include "zorvan/preregistration/cjudgedsearch.h"
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/workflow/export.h"
 #include "zorvan/workflow/featureset.h"
@@ -13,11 +13,12 @@
 
 namespace prereg {
 
-using PairCandidate = CRefinedPreRegistration::Candidate;
+using PairCandidate = CJudgedSearch::Candidate;
 
 struct PairSearchResult
 {
-    std::vector<PairCandidate> candidates; ///< best first
+    std::vector<PairCandidate> candidates; ///< explanations first, best first
+    PairVerdict verdict;                   ///< on the candidates
     std::string words;                     ///< for the user: what became of the proposals
     std::string times;                     ///< and what it took
     bool isStopped = false;
@@ -27,11 +28,12 @@ struct PairSearchOptions
 {
     double dMmPerUnit = 1.0; ///< for the lengths in messages
     unsigned uiNumTasks = 1;
-    GpuContext gpu;     ///< computes the features, unless null
-    bool isAll = false; ///< refine all candidates, not only those up to the first accepted one
+    GpuContext gpu;                 ///< computes the features, unless null
+    bool areLimitsRequired = false; ///< a pose must also pass the limits of the ICP
 };
 
-/// Finds the pose of `flt` in the frame of `fix` without a start pose: features, search, refinement on all points.
+/// Finds the pose of `flt` in the frame of `fix` without a start pose: features, search, refinement on all points,
+/// verdict.
 /// @param config  as AllSettingsForGrid makes them, with what the user has set
 /// @throws CInputError when a scan has too few features for a search
 /// A stop ends the search with what has been found. Same scans, same result.

@@ -1,0 +1,113 @@
+#include "commands.h"
+#include "options.h"
+#include "progress.h"
+
+#include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/outputcheck.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/scans/showntext.h"
+#include "zorvan/workflow/align.h"
+
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tools {
+
+namespace {
+
+struct JudgeOptions
+{
+    std::string fix;
+    std::string flt;
+    std::string poses;
+    std::string output;
+    GeneralOptions general;
+    ScanFileOptions files;
+    SettingsOptions settings;
+};
+
+/// All poses that the file has for the floating scan, in the frame of the fixed one.
+std::vector<prereg::CTrafo> readPoses(const JudgeOptions& options)
+{
+    const Zorvan::PosesFile file = Zorvan::ReadPoses(options.poses, options.files.dMmPerUnit);
+    const std::filesystem::path name = std::filesystem::path(options.flt).filename();
+    const auto [flt, fltCluster] = file.Find(options.flt);
+    const auto [fix, fixCluster] = file.Find(options.fix);
+    const bool hasFix = fix != nullptr && fix->pose;
+    std::vector<prereg::CTrafo> poses;
+    if (flt != nullptr && flt->pose && (!hasFix || fixCluster == fltCluster))
+        poses.push_back(hasFix ? fix->pose.GetInverse(true) * flt->pose : flt->pose);
+    for (const Zorvan::ScanPose& candidate : file.candidates) {
+        if (candidate.pose && std::filesystem::path(candidate.file).filename() == name) poses.push_back(candidate.pose);
+    }
+    if (poses.empty())
+        throw Zorvan::CInputError(options.poses,
+                                  "has no pose of " + name.string() + " in the frame of " +
+                                      std::filesystem::path(options.fix).filename().string(),
+                                  "add one under this file name, in a cluster or in the list \"candidates\"");
+    return poses;
+}
+
+void printPoses(const prereg::AlignResult& result)
+{
+    for (std::size_t i = 0; i < result.candidates.size(); ++i) {
+        const prereg::PoseVerdict& verdict = result.candidates[i].verdict;
+        std::cout << "pose " << i + 1 << ": " << prereg::FindingName(verdict.eFinding) << ", "
+                  << verdict.counts.uiMatched << " of " << verdict.counts.uiSamples << " samples match; "
+                  << verdict.ToString() << '\n';
+    }
+    std::cout << result.verdict.ToString() << '\n';
+}
+
+int judge(const JudgeOptions& options)
+{
+    options.general.Apply();
+    if (!options.output.empty()) {
+        Zorvan::RequireApart(options.output, {options.fix, options.flt, options.poses, options.settings.file});
+        Zorvan::RequireWritable(options.output);
+    }
+    prereg::AlignOptions how;
+    how.dGrid = options.files.ToGrid();
+    how.settings = options.settings.Read(options.general.isQuiet);
+    how.dMmPerUnit = options.files.dMmPerUnit;
+    const std::vector<prereg::CTrafo> poses = readPoses(options);
+    const Zorvan::SurfelScan fix = Zorvan::ReadScan(options.fix, options.files.ToScanOptions());
+    const Zorvan::SurfelScan flt = Zorvan::ReadScan(options.flt, options.files.ToScanOptions());
+    const prereg::AlignResult result = prereg::WeighPoses(fix, flt, poses, how);
+    for (const std::string& words : {fix.Warning(), flt.Warning(), result.settingsWords})
+        Tell(words, options.general.isQuiet);
+    if (!options.output.empty())
+        Zorvan::WritePoses(options.output, prereg::ToPoses(result, fix, flt, options.files.dMmPerUnit, true));
+    printPoses(result);
+    return result ? Done : NotEveryScan;
+}
+
+} // namespace
+
+void AddJudge(CLI::App& app, int& exitCode)
+{
+    const auto options = std::make_shared<JudgeOptions>();
+    CLI::App* const command = app.add_subcommand(
+        "judge", "Weigh poses of the scan FLT in the frame of the scan FIX that were found elsewhere");
+    command->add_option("FIX", options->fix, "The scan that stays: PLY, STL, OBJ, XYZ or XYZN")->required();
+    command->add_option("FLT", options->flt, "The scan that moves")->required();
+    command->add_option("POSES", options->poses, "Poses file: a pose of FLT, its \"candidates\", or both")->required();
+    command->add_option("-o,--output", options->output,
+                        "Poses file to write: refined poses, best first, with verdicts");
+    options->files.AddTo(*command);
+    options->settings.AddTo(*command);
+    options->general.AddTo(*command, "No effect");
+    command->footer("Each pose is refined before it is weighed, and the poses are compared with one another.\n"
+                    "Exit code 0: one pose explains both scans; 1: ambiguous, not aligned or too little to go on;\n"
+                    "2: wrong call, unreadable input or unwritable output.\n\n"
+                    "Example:\n"
+                    "  zorvan judge a.ply b.ply candidates.json");
+    command->callback([options, &exitCode] { exitCode = judge(*options); });
+}
+
+} // namespace tools
