@@ -22,7 +22,7 @@ constexpr float minEdgeCos = 0.8F; // of edges that match: pixels make direction
 Vector<3> toVector(simd::Float4 v)
 {
     Vector<3> out;
-    simd::Store(&out.x, v);
+    v.Store(&out.x);
     return out;
 }
 
@@ -139,10 +139,10 @@ public:
     {
         const Vector<3> lever = m_perRadius * kdtree::Cross(p - m_centre, n);
         const std::array<float, 8> row = {lever.x, lever.y, lever.z, n.x, n.y, n.z, -distance, 0.0F};
-        const simd::Float4 low = simd::Load(row.data());
-        const simd::Float4 high = simd::Load(row.data() + 4);
+        const simd::Float4 low = simd::Float4::Load(row.data());
+        const simd::Float4 high = simd::Float4::Load(row.data() + 4);
         for (std::size_t i = 0; i < 6; ++i) {
-            const simd::Float4 factor = simd::Set1(row[i]);
+            const simd::Float4 factor = simd::Float4::Set1(row[i]);
             m_low[i] = m_low[i] + factor * low;
             m_high[i] = m_high[i] + factor * high;
         }
@@ -161,8 +161,8 @@ public:
         std::array<double, 6> work{};
         for (std::size_t i = 0; i < 6; ++i) {
             std::array<float, 8> row{};
-            simd::Store(row.data(), m_low[i]);
-            simd::Store(row.data() + 4, m_high[i]);
+            m_low[i].Store(row.data());
+            m_high[i].Store(row.data() + 4);
             std::copy_n(row.begin(), i + 1, a.begin() + static_cast<std::ptrdiff_t>(i * (i + 1) / 2));
             a[i * (i + 3) / 2] += static_cast<double>(damping * static_cast<float>(m_count));
             b[i] = static_cast<double>(row[6]);

@@ -42,7 +42,7 @@ struct LaneMotion
     }
     [[nodiscard]] Float4 Point(Float4 p) const { return Direction(p) + t; }
 
-    static Float4 toLanes(const kdtree::Vector<3>& v) { return Zorvan::simd::Load(&v.x); }
+    static Float4 toLanes(const kdtree::Vector<3>& v) { return Float4::Load(&v.x); }
 
     Float4 x, y, z, t;
 };
@@ -57,7 +57,7 @@ public:
     {
         float nx, ny, nz, offset;
 
-        [[nodiscard]] Zorvan::simd::Float4 Lanes() const { return Zorvan::simd::Load(&nx); }
+        [[nodiscard]] Zorvan::simd::Float4 Lanes() const { return Zorvan::simd::Float4::Load(&nx); }
         [[nodiscard]] kdtree::Vector<3> Normal() const { return {nx, ny, nz}; }
     };
 
@@ -73,7 +73,7 @@ public:
     [[nodiscard]] std::uint32_t PixelOf(Zorvan::simd::Float4 p) const
     {
         std::array<float, 4> at{};
-        Zorvan::simd::Store(at.data(), m_toPixels.Point(p));
+        m_toPixels.Point(p).Store(at.data());
         if (!(at[0] >= 0.0F && at[1] >= 0.0F && at[0] < m_width && at[1] < m_height)) return outside;
         return static_cast<std::uint32_t>(static_cast<std::int32_t>(at[1])) * m_stride +
                static_cast<std::uint32_t>(static_cast<std::int32_t>(at[0]));

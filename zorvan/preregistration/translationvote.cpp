@@ -132,24 +132,24 @@ void CTranslationVote::turn(const CTrafo& rotation, Ballot& ballot) const
 {
     const float unit = static_cast<float>(1U << (bitsPerAxis - m_cellBits)) / m_cell;
     constexpr float half = 0.4999F * binsPerAxis; // 1 falls into the last bin, not behind it
-    const simd::Float4 toBin = simd::Set1(half);
-    const simd::Float4 beforeBin = simd::Set1(0.5F * binsPerAxis - 0.5F);
-    const simd::Float4 lowest = simd::Set1(0.0F);
-    const simd::Float4 highest = simd::Set1(binsPerAxis - 1.0F);
+    const simd::Float4 toBin = simd::Float4::Set1(half);
+    const simd::Float4 beforeBin = simd::Float4::Set1(0.5F * binsPerAxis - 0.5F);
+    const simd::Float4 lowest = simd::Float4::Set1(0.0F);
+    const simd::Float4 highest = simd::Float4::Set1(binsPerAxis - 1.0F);
     ballot.positions.resize(m_stride);
     ballot.bins.resize(m_stride);
     simd::Float4 m[3][3];
     for (unsigned r = 0; r < 3; ++r)
-        for (unsigned c = 0; c < 3; ++c) m[r][c] = simd::Set1(rotation(r, c));
+        for (unsigned c = 0; c < 3; ++c) m[r][c] = simd::Float4::Set1(rotation(r, c));
     for (std::size_t i = 0; i < m_stride; i += lanes) {
         std::int32_t at[3][lanes];
         std::int32_t bin[3][lanes];
         simd::Float4 v[6];
-        for (std::size_t k = 0; k < 6; ++k) v[k] = simd::Load(m_flt.data() + k * m_stride + i);
+        for (std::size_t k = 0; k < 6; ++k) v[k] = simd::Float4::Load(m_flt.data() + k * m_stride + i);
         for (unsigned r = 0; r < 3; ++r) {
-            simd::RoundToInt((m[r][0] * v[0] + m[r][1] * v[1] + m[r][2] * v[2]) * simd::Set1(unit), at[r]);
+            ((m[r][0] * v[0] + m[r][1] * v[1] + m[r][2] * v[2]) * simd::Float4::Set1(unit)).StoreRounded(at[r]);
             const simd::Float4 normal = m[r][0] * v[3] + m[r][1] * v[4] + m[r][2] * v[5];
-            simd::RoundToInt(simd::Max(lowest, simd::Min(highest, normal * toBin + beforeBin)), bin[r]);
+            simd::Max(lowest, simd::Min(highest, normal * toBin + beforeBin)).StoreRounded(bin[r]);
         }
         for (std::size_t k = 0; k < lanes; ++k) {
             ballot.positions[i + k] = pack(at[0][k], at[1][k], at[2][k]);
