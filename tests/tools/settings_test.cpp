@@ -98,6 +98,7 @@ TEST(SettingsText, IsRefusedWithPlaceAndReason)
         {"{'dMaxRMSE' : .5}", "column 15: a digit must stand before"},
         {"{'dMaxRMSE' : 2147483648}", "too large"},
         {"{'dMaxRMSE' : 1e999}", "a value is needed"},
+        {"{'dMaxRMSE' : -1}", "line 1, column 2: dMaxRMSE needs a number that is not negative"},
         {"{'uiNumSamples' : -1}", "whole number from 0"},
         {"{'uiNumSamples' : 1000001}", "whole number from 0 to 1000000"},
         {"{'uiNumNeighbors' : 101}", "uiNumNeighbors needs a whole number from 0 to 100"},
