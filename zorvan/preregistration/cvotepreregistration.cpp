@@ -17,13 +17,15 @@ struct CVotePreRegistration::Prepared
 
 namespace {
 
-/// Of two scans of the same object: the smaller one, since it is that one which has to be found. A model may be much
-/// larger than the scan of a part of it; then the number of its surfels sets the limit.
+/// Two views of one object: the larger size, which is nearer to that of the object. A model may be much larger than the
+/// scan of a part of it: then the cells must suit the scan, as far as the number of the model's surfels allows.
 float commonSize(float a, float b)
 {
-    constexpr float smallest = 0.4F;
-    if (a == 0.0F || b == 0.0F) return 0.0F;
-    return std::max(std::min(a, b), smallest * std::max(a, b));
+    constexpr float mostOfSmaller = 2.0F;
+    constexpr float leastOfLarger = 0.4F;
+    const auto [smaller, larger] = std::minmax(a, b);
+    if (smaller == 0.0F) return 0.0F;
+    return std::max(std::min(larger, mostOfSmaller * smaller), leastOfLarger * larger);
 }
 
 ICPResult toResult(const CVotePreRegistration::Candidate& candidate)
