@@ -1,5 +1,6 @@
 #include "workfolder.h"
 
+#include "zorvan/platform/cpufeatures.h"
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/scans/scanwriter.h"
 #include "zorvan/workflow/colourscale.h"
@@ -109,6 +110,19 @@ TEST(FeaturesCommand, WithoutAnyFeatureSaysWhatToDoAndKeepsTheOldFile)
     EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
     EXPECT_EQ(countOf("feature points", outcome.out), 4U);
     EXPECT_EQ(folder.Read("old.ply"), "old");
+}
+
+TEST(FeaturesCommand, UsesTheVectorUnitThatTheEnvironmentChooses)
+{
+    const WorkFolder folder;
+    const auto version = folder.Run("--version", ">stdout.txt", "ZORVAN_SIMD=baseline ");
+    EXPECT_EQ(version.exitCode, 0) << version.err;
+    EXPECT_NE(version.out.find(" (baseline)\n"), std::string::npos) << version.out;
+    const auto refused = folder.Run("features few.xyzn", ">stdout.txt", "ZORVAN_SIMD=baseline ");
+    EXPECT_EQ(refused.exitCode, 2);
+    EXPECT_NE(refused.err.find("features need a processor with AVX"), std::string::npos) << refused.err;
+    if (!Zorvan::GetCpuFeatures().bAvx) GTEST_SKIP() << "no AVX here";
+    EXPECT_NE(folder.Run("--version").out.find(" (avx)\n"), std::string::npos);
 }
 
 TEST(DescribeFeatures, TellsSharesQuantilesAndTheSideOfTheNeighbours)

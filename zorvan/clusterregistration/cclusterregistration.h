@@ -50,9 +50,8 @@ struct Entity;
 /// entities came without a pose floats, and then its frame stands in for the world. Lengths in mm.
 ///
 /// Any thread may call any operation. Each takes the one lock of the object for its whole time, also the long ones, so
-/// calls queue behind a running `Run`; callbacks must not call back, and one that throws leaves
-/// all as it was. The same calls in the same order give the same
-/// poses, for any number of threads.
+/// calls queue behind a running `Run`; callbacks must not call back, and one that throws leaves all as it was. The same
+/// calls in the same order give the same poses, for any number of threads.
 class ZORVAN_API CClusterRegistration
 {
 public:
@@ -67,8 +66,8 @@ public:
         const PointSet& fix, const PointSet& flt, const ConfigurationFPFH& config, const CTrafo* oracle)>;
 
     /// @param config logged as a warning where it makes no sense (`WhatIsWrong`), and taken as it is
-    /// @param rng    the caller's engine, which is seeded with 47110815 and has to outlive this object; null: an own
-    /// one
+    /// @param rng    the caller's engine, which is seeded with 47110815 and has to outlive this object. Null: an own
+    ///               engine
     /// @param group  where jobs run; its scheduler has to outlive this object and must be running whenever it works.
     ///               Null: an own scheduler with one worker
     CClusterRegistration(const ConfigurationFPFH& config, std::mt19937* rng, Group group);

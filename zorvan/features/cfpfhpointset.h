@@ -19,8 +19,8 @@ class CFPFHDataSource;
 /// CFPFHDataSource, and what registration without a start pose works on.
 ///
 ///     const CFPFHPointSet set(source);
-///     for (const auto& [index, distSq] : set.LookupSimilarFeatures(histogram, 10, 2.0F))
-///     use(set.GetFeaturePoint(index));
+///     for (const auto& similar : set.LookupSimilarFeatures(histogram, 10, 2.0F))
+///         use(set.GetFeaturePoint(similar.index));
 ///
 /// Points that cannot be used leave an empty set: ask `SizeFeatures()`. Lengths in mm. Const operations are safe from
 /// several threads.

@@ -48,14 +48,15 @@ struct Clustering
 
 /// What a search needs to know of its data:
 ///
-///     using Point = ...;                                     // copied, compared with ==
-///     std::size_t Size() const;
-///     std::size_t MaxRounds() const;                         // a seed that has not converged by then leaves no
-///     cluster static constexpr bool clearsPick;                      // see Search::takeSeed Point At(std::size_t i)
-///     const; float DistanceSq(const Point& a, const Point& b) const; void MoveHalfway(Point& centre, const Point& to)
-///     const;
-///     /// Calls taken(i) for all data near `centre` and stores their mean. @return false when there are none
-///     bool MeanAround(const Point& centre, float radiusSq, Point& mean, auto&& taken) const;
+///     Point                          copied, compared with ==
+///     Size(), MaxRounds()            how many data; a seed that has not converged by then leaves no cluster
+///     clearsPick                     see Search::takeSeed
+///     At(i)                          a datum
+///     DistanceSq(a, b)               of two points
+///     MoveHalfway(centre, to)        changes the centre
+///     MeanAround(centre, radiusSq, mean, taken)
+///                                    calls taken(i) for all data near the centre and stores their mean; false when
+///                                    there are none
 ///
 /// Source: Comaniciu, Meer, Mean Shift: A Robust Approach Toward Feature Space Analysis, PAMI 24 (2002). Seeds are
 /// drawn from the data that no kernel has met yet, and a datum belongs to the mode whose kernels met it most often.

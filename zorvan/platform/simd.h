@@ -45,10 +45,7 @@ struct Float4
     }
     void Store(float* p) const { _mm_storeu_ps(p, v); }
     /// Each lane to the nearest integer, ties to even; NaN and what does not fit become the lowest number.
-    void StoreRounded(std::int32_t* p) const
-    {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_cvtps_epi32(v));
-    }
+    void StoreRounded(std::int32_t* p) const { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_cvtps_epi32(v)); }
 
     friend Float4 operator+(Float4 a, Float4 b) { return {_mm_add_ps(a.v, b.v)}; }
     friend Float4 operator-(Float4 a, Float4 b) { return {_mm_sub_ps(a.v, b.v)}; }

@@ -1,13 +1,11 @@
 #include "zorvan/preregistration/cfpfhpolygon.h"
 
-#include "zorvan/numerics/symsolvers.h"
 #include "zorvan/platform/clogger.h"
 #include "zorvan/preregistration/featurecandidates.h"
 #include "zorvan/preregistration/polygonmatching.h"
 #include "zorvan/preregistration/randomdraws.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <numbers>
 
@@ -67,29 +65,17 @@ std::vector<Correspondence> weigh(const std::vector<Vertex>& vertices, const Rin
 
 CTrafo fit(const CFPFHPointSet& fix, const CFPFHPointSet& flt, const std::vector<Correspondence>& pairs)
 {
-    std::vector<double> from;
-    std::vector<double> to;
+    std::vector<Vector3> from;
+    std::vector<Vector3> to;
     std::vector<double> weights;
-    const auto append = [](std::vector<double>& values, const Vector3& p) {
-        values.insert(values.end(), {p.x, p.y, p.z});
-    };
     for (const Correspondence& pair : pairs) {
-        append(from, flt.GetFeaturePoint(pair.fltIndex));
-        append(to, fix.GetFeaturePoint(pair.fixIndex));
+        from.push_back(flt.GetFeaturePoint(pair.fltIndex));
+        to.push_back(fix.GetFeaturePoint(pair.fixIndex));
         weights.push_back(pair.weight);
     }
-    std::array<double, 4> q{};
-    double R[3][3];
-    std::array<double, 3> t{};
-    if (!Zorvan::symsolvers::Procrustes(from.data(), to.data(), weights.data(), q.data(), R, t.data(),
-                                        static_cast<unsigned>(pairs.size()))) {
-        logger.Trace(L"unreliable Procrustes result (%u points)", static_cast<unsigned>(pairs.size()));
-        return CTrafo::Invalid();
-    }
-    const auto toVector = [](const double* v) {
-        return Vector3(static_cast<float>(v[0]), static_cast<float>(v[1]), static_cast<float>(v[2]));
-    };
-    return {toVector(R[0]), toVector(R[1]), toVector(R[2]), toVector(t.data())};
+    const CTrafo trafo = CTrafo::LeastSquaresFit(from.data(), to.data(), pairs.size(), weights.data());
+    if (!trafo) logger.Trace(L"unreliable Procrustes result (%u points)", static_cast<unsigned>(pairs.size()));
+    return trafo;
 }
 
 // The features around each of ten draws, counted up to what a disc can hold; the fullest wins.

@@ -55,9 +55,9 @@ class CPosesParser
 public:
     explicit CPosesParser(const std::filesystem::path& file) : m_file(file) {}
 
-    PosesFile Parse(double defaultMmPerUnit)
+    PosesFile Parse(std::string_view text, double defaultMmPerUnit)
     {
-        const Json json = parseText();
+        const Json json = parseText(text);
         if (!json.is_object() || !json.contains("clusters") || !json["clusters"].is_array())
             fail("has no list \"clusters\"");
         m_poses.dMmPerUnit = parseUnit(json, defaultMmPerUnit);
@@ -72,10 +72,10 @@ private:
         throw CInputError(m_file, why, "docs/formats.md shows the form of a poses file");
     }
 
-    [[nodiscard]] Json parseText() const
+    [[nodiscard]] Json parseText(std::string_view text) const
     {
         try {
-            return Json::parse(ReadFileBytes(m_file));
+            return Json::parse(text);
         } catch (const Json::exception& error) {
             fail(std::string("no JSON: ") + error.what());
         }
@@ -218,10 +218,15 @@ std::string UnitName(double dMmPerUnit)
 
 PosesFile ReadPoses(const std::filesystem::path& file, double dDefaultMmPerUnit)
 {
-    return CPosesParser(file).Parse(dDefaultMmPerUnit);
+    return ReadPosesText(ReadFileBytes(file), file, dDefaultMmPerUnit);
 }
 
-void WritePoses(const std::filesystem::path& file, const PosesFile& poses)
+PosesFile ReadPosesText(std::string_view text, const std::filesystem::path& file, double dDefaultMmPerUnit)
+{
+    return CPosesParser(file).Parse(text, dDefaultMmPerUnit);
+}
+
+std::string WritePosesText(const PosesFile& poses)
 {
     Json json = {{"unit", UnitName(poses.dMmPerUnit)}};
     if (poses.dMmPerUnit != 1.0) json["mm_per_unit"] = poses.dMmPerUnit;
@@ -229,7 +234,12 @@ void WritePoses(const std::filesystem::path& file, const PosesFile& poses)
     for (const PoseCluster& cluster : poses.clusters)
         json["clusters"].push_back(clusterJson(cluster, poses.dMmPerUnit));
     if (!poses.candidates.empty()) json["candidates"] = scansJson(poses.candidates, poses.dMmPerUnit);
-    WriteFileAtomically(file, json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n");
+    return json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+void WritePoses(const std::filesystem::path& file, const PosesFile& poses)
+{
+    WriteFileAtomically(file, WritePosesText(poses));
 }
 
 } // namespace Zorvan

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -70,8 +71,13 @@ struct ZORVAN_SCANS_API PosesFile
 /// @param dDefaultMmPerUnit  for a file that tells neither "mm_per_unit" nor "unit"
 /// @throws CInputError: no JSON, not this form, a pose that is no rotation within 1e-3, a file name that appears twice
 [[nodiscard]] ZORVAN_SCANS_API PosesFile ReadPoses(const std::filesystem::path& file, double dDefaultMmPerUnit = 1.0);
+/// The same for a text. @param file  what messages name
+[[nodiscard]] ZORVAN_SCANS_API PosesFile ReadPosesText(std::string_view text, const std::filesystem::path& file,
+                                                       double dDefaultMmPerUnit = 1.0);
 
-/// Writes whole or not at all; numbers with nine digits, which is all that a float has. @throws CInputError
+/// Numbers have nine digits, which is all that a float has.
+[[nodiscard]] ZORVAN_SCANS_API std::string WritePosesText(const PosesFile& poses);
+/// The same to a file, whole or not at all. @throws CInputError
 ZORVAN_SCANS_API void WritePoses(const std::filesystem::path& file, const PosesFile& poses);
 
 } // namespace Zorvan
