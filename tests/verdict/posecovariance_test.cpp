@@ -1,0 +1,147 @@
+#include "zorvan/verdict/posecovariance.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <functional>
+#include <random>
+
+namespace {
+
+using prereg::CPointSet;
+using prereg::CTrafo;
+using prereg::EstimatePose;
+using prereg::PoseEstimate;
+using prereg::ScanSampling;
+using Vector3 = kdtree::Vector<3>;
+
+constexpr double dSpacing = 0.5;
+
+/// Heights over a square of 20 mm with noise along z, and normals with the noise that fitting leaves.
+struct Sheet
+{
+    prereg::Vectors points;
+    prereg::Vectors normals;
+
+    Sheet(const std::function<double(double, double)>& height, double noise, double offset, std::mt19937& rng)
+    {
+        std::normal_distribution<double> normal;
+        constexpr double h = 1e-3;
+        for (double x = -10 + offset; x < 10; x += dSpacing) {
+            for (double y = -10 + offset; y < 10; y += dSpacing) {
+                const double dx =
+                    (height(x + h, y) - height(x - h, y)) / (2 * h) + 0.3 * noise / dSpacing * normal(rng);
+                const double dy =
+                    (height(x, y + h) - height(x, y - h)) / (2 * h) + 0.3 * noise / dSpacing * normal(rng);
+                const double length = std::sqrt(1 + dx * dx + dy * dy);
+                const auto f = [](double v) { return static_cast<float>(v); };
+                points.emplace_back(f(x), f(y), f(height(x, y) + noise * normal(rng)));
+                normals.emplace_back(f(-dx / length), f(-dy / length), f(1 / length));
+            }
+        }
+    }
+};
+
+PoseEstimate estimate(const std::function<double(double, double)>& height, double noise, std::mt19937& rng)
+{
+    const Sheet a(height, noise, 0.0, rng);
+    const Sheet b(height, noise, 0.2, rng);
+    const CPointSet fix(a.points.data(), a.normals.data(), a.points.size());
+    const CPointSet flt(b.points.data(), b.normals.data(), b.points.size());
+    const ScanSampling sampling{dSpacing, noise};
+    return EstimatePose(fix, flt, CTrafo(Vector3(0.002F, -0.003F, 0.002F), Vector3(0.05F, 0.1F, -0.08F)), sampling,
+                        sampling);
+}
+
+double hills(double x, double y)
+{
+    return 1.5 * std::sin(0.55 * x) * std::cos(0.5 * y) + 0.8 * std::sin(0.4 * x + 0.6 * y);
+}
+
+TEST(EstimatePose, CoversTheErrorsOfRepeatedScans)
+{
+    std::mt19937 rng(47110815);
+    constexpr double dNoise = 0.01; // the table in benchmarks/README.md has others
+    constexpr int iRuns = 60;
+    int within1 = 0;
+    int within2 = 0;
+    for (int i = 0; i < iRuns; ++i) {
+        const PoseEstimate found = estimate(hills, dNoise, rng);
+        ASSERT_TRUE(found);
+        ASSERT_TRUE(found.free.empty()) << found.ToString();
+        const auto deviations = found.GetStdDevs();
+        const auto q = found.pose.GetQuaternion();
+        const Vector3 shift = found.pose * found.centre - found.centre;
+        const std::array<double, 6> errors{2 * q.x, 2 * q.y, 2 * q.z, shift.x, shift.y, shift.z};
+        for (std::size_t k = 0; k < 6; ++k) {
+            within1 += std::abs(errors[k]) < deviations[k];
+            within2 += std::abs(errors[k]) < 2 * deviations[k];
+        }
+    }
+    // 68.3 and 95.4 % of a normal error; 360 of them, of which those of one run hang together.
+    EXPECT_NEAR(within1, 0.683 * 6 * iRuns, 0.08 * 6 * iRuns);
+    EXPECT_GT(within2, 0.89 * 6 * iRuns);
+    EXPECT_LT(within2, 0.99 * 6 * iRuns);
+}
+
+TEST(EstimatePose, SaysWhatTheSurfaceDoesNotHold)
+{
+    std::mt19937 rng(47110815);
+    const PoseEstimate bowl = estimate([](double x, double y) { return 0.02 * (x * x + y * y); }, 0.02, rng);
+    ASSERT_FALSE(bowl.free.empty()); // nearly a ball: it may roll a little too
+    EXPECT_TRUE(bowl.free[0].isTurn);
+    EXPECT_GT(std::abs(bowl.free[0].axis.z), 0.95F);
+    EXPECT_GT(bowl.free[0].dMoves, 0.125);
+    EXPECT_EQ(bowl.ToString().rfind("free to turn about the axis (", 0), 0U) << bowl.ToString();
+
+    const PoseEstimate groove = estimate([](double x, double) { return 2 * std::sin(0.5 * x); }, 0.02, rng);
+    ASSERT_EQ(groove.free.size(), 1U) << groove.ToString();
+    EXPECT_FALSE(groove.free[0].isTurn);
+    EXPECT_GT(std::abs(groove.free[0].axis.y), 0.95F);
+
+    EXPECT_EQ(estimate([](double, double) { return 0.0; }, 0.02, rng).free.size(), 3U) << "a plane holds three of six";
+    EXPECT_EQ(estimate(hills, 0.02, rng).ToString(), "the surfaces hold the pose in all directions");
+}
+
+TEST(EstimatePose, GrowsWithTheNoiseAndCountsNeighboursThatHangTogether)
+{
+    std::mt19937 rng(47110815);
+    const PoseEstimate fine = estimate(hills, 0.01, rng);
+    const PoseEstimate rough = estimate(hills, 0.04, rng);
+    EXPECT_NEAR(rough.GetStdDevs()[5] / fine.GetStdDevs()[5], 4.0, 1.2);
+    EXPECT_NEAR(fine.dResidual, 0.01 * std::sqrt(2.0), 0.004);
+    EXPECT_LE(fine.dEffectivePairs, static_cast<double>(fine.uiPairs));
+
+    // Every point four times over is no more knowledge.
+    Sheet a(hills, 0.02, 0.0, rng);
+    Sheet b(hills, 0.02, 0.2, rng);
+    const ScanSampling sampling{dSpacing, 0.02};
+    const CPointSet fix(a.points.data(), a.normals.data(), a.points.size());
+    const auto deviationOf = [&](int times) {
+        prereg::Vectors points;
+        prereg::Vectors normals;
+        for (int i = 0; i < times; ++i) {
+            points.insert(points.end(), b.points.begin(), b.points.end());
+            normals.insert(normals.end(), b.normals.begin(), b.normals.end());
+        }
+        const CPointSet flt(points.data(), normals.data(), points.size());
+        return EstimatePose(fix, flt, CTrafo::Identity(), sampling, sampling).GetStdDevs()[5];
+    };
+    EXPECT_NEAR(deviationOf(4) / deviationOf(1), 1.0, 0.01);
+}
+
+TEST(EstimatePose, SaysNothingWithoutMatches)
+{
+    std::mt19937 rng(1);
+    const Sheet a(hills, 0.01, 0.0, rng);
+    const CPointSet set(a.points.data(), a.normals.data(), a.points.size());
+    const ScanSampling sampling{dSpacing, 0.01};
+    const CTrafo away(Vector3(0, 0, 0), Vector3(500, 0, 0));
+    EXPECT_FALSE(EstimatePose(set, set, away, sampling, sampling));
+    EXPECT_FALSE(EstimatePose(set, set, CTrafo::Invalid(), sampling, sampling));
+    EXPECT_FALSE(EstimatePose(set, set, CTrafo::Identity(), {}, {}));
+    EXPECT_FALSE(EstimatePose(set, set, away, sampling, sampling).ToString().empty());
+}
+
+} // namespace

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "zorvan/core/cpointset.h"
+#include "zorvan/core/ctrafo.h"
+#include "zorvan/platform/export.h"
+#include "zorvan/verdict/scansampling.h"
+
+#include <array>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace prereg {
+
+using Matrix6 = std::array<std::array<double, 6>, 6>;
+
+/// A motion that the surfaces hold badly, or not at all.
+struct FreeMotion
+{
+    kdtree::Vector<3> axis;  ///< unit length, in coordinates of the fixed scan
+    bool isTurn = false;     ///< about the axis; else along it
+    double dDeviation = 0.0; ///< standard deviation: radians of a turn, mm of a shift
+    double dMoves = 0.0;     ///< root mean square over the matched points of what it moves them, mm
+};
+
+/// A pose with what is known of its error.
+struct PoseEstimate
+{
+    CTrafo pose = CTrafo::Invalid(); ///< floating into fixed coordinates
+    /// Of the error as a small motion of the fixed scan's frame, done after the pose: a rotation vector (radians) about
+    /// `centre`, then a shift (mm). Rotation first.
+    Matrix6 covariance{};
+    kdtree::Vector<3> centre; ///< mean of the matched points, fixed coordinates, mm
+    double dRadius = 0.0;     ///< root mean square distance of the matched points from it, mm
+    std::size_t uiPairs = 0;
+    double dEffectivePairs = 0.0; ///< as many independent pairs would know the pose as well
+    double dResidual = 0.0;       ///< root mean square over the pairs, mm
+    std::vector<FreeMotion> free; ///< worst first; what moves the points by over a quarter of the spacing (1 sigma)
+
+    /// Enough pairs to say something.
+    [[nodiscard]] explicit operator bool() const { return uiPairs > 0; }
+    /// Standard deviations in the order of the covariance.
+    [[nodiscard]] ZORVAN_API std::array<double, 6> GetStdDevs() const;
+    /// "free to turn about the axis (0.1, 0, 0.99): 2.1 degrees; free to shift along (1, 0, 0): 0.3 mm", or that the
+    /// surfaces hold the pose in all directions.
+    [[nodiscard]] ZORVAN_API std::string ToString() const;
+};
+
+/// Moves a pose to where all matching points of both scans agree best, and estimates its covariance there.
+///
+/// Residuals lie along the mean of both normals (S. Rusinkiewicz, ACM Trans. Graph. 38 (2019)), so that a curved
+/// surface does not pull. Their noise is taken as it is found: as the covariance is that of a least-squares estimate,
+/// H^-1 B H^-1 (A. Censi, ICRA 2007), with B the sum over patches of the surface of the squared sum of what each pulls
+/// (R. White 1980; K.-Y. Liang and S. Zeger, Biometrika 73 (1986), for clusters). Residuals of one patch are not
+/// independent: they share points of the fixed scan, normals that were fitted to the same neighbours, and errors of the
+/// sensor; O. Bengtsson and A.-J. Baerveldt (Robotics and Autonomous Systems 44 (2003)) show how far a count of pairs
+/// as independent misleads. H is built from the normals of one scan times those of the other: noise of one alone looks
+/// like a hold. What all patches have in common, as a wrong scale or a bent sensor, no residual shows.
+/// @param start  rough pose, within a spacing or two of the right one
+/// @return       uiPairs 0 for an invalid pose, or fewer than 60 pairs or 12 patches that match
+/// Same input, same bytes. 30 ms for scans of 6,000 points.
+[[nodiscard]] ZORVAN_API PoseEstimate EstimatePose(const IPointSet& fix, const IPointSet& flt, const CTrafo& start,
+                                                   const ScanSampling& fixSampling, const ScanSampling& fltSampling);
+
+} // namespace prereg
