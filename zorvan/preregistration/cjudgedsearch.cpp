@@ -3,6 +3,7 @@
 #include "zorvan/platform/ctaskcollection.h"
 #include "zorvan/preregistration/crefinedpreregistration.h"
 #include "zorvan/preregistration/cvotepreregistration.h"
+#include "zorvan/verdict/planeshare.h"
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <algorithm>
@@ -165,7 +166,8 @@ void CJudgedSearch::weigh()
 
 bool CJudgedSearch::isSettled() const
 {
-    return m_verdict &&
+    const double planes = std::max(PlaneShare(m_fix.set->GetNormals()), PlaneShare(m_flt.set->GetNormals()));
+    return planes <= verdict::dMaxPlaneShare && m_verdict &&
            m_judge.HoldRatio(m_candidates[m_verdict.explanations.front()].refined.GetTrafo()) >= verdict::dFirmHold;
 }
 

@@ -35,6 +35,15 @@ std::vector<std::size_t> explanations(const CPoseJudge& judge, std::span<const C
     return kept;
 }
 
+/// Explains the scans as well as the best one, or less of them but more cleanly. The best one is its own rival.
+bool isRival(const PoseCounts& counts, const PoseCounts& best)
+{
+    if (counts.Score() >= verdict::dRivalShare * best.Score()) return true;
+    return best.Contradictions() >= verdict::uiMinSuspicious &&
+           counts.Contradictions() <= verdict::dCleanRivalFactor * best.Contradictions() &&
+           counts.uiMatched >= verdict::dCleanRivalShare * best.uiMatched;
+}
+
 /// Of poses that fell: the one with the most matches for its contradictions.
 std::size_t nearestMiss(const std::vector<PoseVerdict>& verdicts)
 {
@@ -116,9 +125,7 @@ PairVerdict DecideOnPoses(const CPoseJudge& judge, std::span<const CTrafo> poses
         return result;
     }
     const PoseVerdict& best = result.poses[result.explanations.front()];
-    std::erase_if(result.explanations, [&](std::size_t i) {
-        return result.poses[i].counts.Score() < verdict::dRivalShare * best.counts.Score();
-    });
+    std::erase_if(result.explanations, [&](std::size_t i) { return !isRival(result.poses[i].counts, best.counts); });
     const bool isAlone = result.explanations.size() == 1 && best && !result.isRayUnknown;
     result.eVerdict = isAlone ? EPairVerdict::Aligned : EPairVerdict::Ambiguous;
     return result;

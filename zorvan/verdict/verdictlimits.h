@@ -85,13 +85,20 @@ constexpr double dWeakHold = 0.03; ///< of the strongest hold: an axis to turn a
 /// Right poses of the bunny and figures hold 0.005 and more in nine of ten pairs, those of plane parts next to nothing:
 /// a single proposal that passes does for the former, while of the latter there may be other poses as good.
 constexpr double dFirmHold = 0.005;
+/// A scan with more of its surface in one direction is a part, made of planes, and may fit in many places.
+constexpr double dMaxPlaneShare = 0.25;
 
 /// Of a pose that is still to be refined; a degree or a spacing off, right ones stay far below.
 constexpr double dMaxRoughContradiction = 0.3;
 
 // What a list of poses says -------------------------------------------------------------------------------------------
 
-constexpr double dRivalShare = 0.9;          ///< of the best score: a pose that explains the scans as well
+constexpr double dRivalShare = 0.9; ///< of the best score: a pose that explains the scans as well
+/// So is one with fewer contradictions, by a factor, and this share of the best one's matches: on the flange turns that
+/// hide a missing detail match more than the truth, and show a few contradictions where the truth has none.
+constexpr double dCleanRivalShare = 0.5;
+constexpr double dCleanRivalFactor = 0.5;
+constexpr unsigned uiMinSuspicious = 10;     ///< contradictions of the best pose that can be told from stray points
 constexpr double dContradictionWeight = 4.0; ///< in the score, against a match
 constexpr double dDistinctPixels = 4.0;      ///< poses nearer to one another are one
 
