@@ -90,6 +90,7 @@ constexpr double dMaxPlaneShare = 0.25;
 
 /// Of a pose that is still to be refined; a degree or a spacing off, right ones stay far below.
 constexpr double dMaxRoughContradiction = 0.3;
+constexpr std::size_t uiMaxHopeful = 60; ///< proposals of the vote that are refined on all points
 
 // What a list of poses says -------------------------------------------------------------------------------------------
 
