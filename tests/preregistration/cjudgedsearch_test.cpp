@@ -13,11 +13,13 @@ using support::Vector3;
 
 CTrafo turn(float degrees) { return {Vector3(0, 1, 0), degrees * 0.01745329F, Vector3()}; }
 
+/// With a single feature, too few to search by.
 SearchedScan scanOf(const std::vector<support::Sphere>& object, const CTrafo& pose, std::uint32_t seed)
 {
     const auto scan = support::ScanSpheres(object, pose, 0.25F, 0.02F, seed);
-    return {std::make_shared<const CFPFHPointSet>(scan.points, scan.normals, Vectors{}, Vectors{},
-                                                  std::vector<CPointFeatureHistogram>{}),
+    const Vectors first{scan.points.front()};
+    return {std::make_shared<const CFPFHPointSet>(scan.points, scan.normals, first, first,
+                                                  std::vector<CPointFeatureHistogram>(1)),
             std::make_shared<const CScanView>(support::PointSet(scan))};
 }
 
@@ -52,6 +54,7 @@ TEST(CJudgedSearch, AlignsWithoutFeaturesAndWithAnyNumberOfTasks)
         CJudgedSearch search(fix, flt, ConfigurationFPFH(), refinement());
         search.SetNumTasks(tasks);
         EXPECT_TRUE(search.Compute(Zorvan::Hooks::None())) << search.GetVerdict().ToString();
+        ASSERT_FALSE(search.GetCandidates().empty());
         const auto& best = search.GetCandidates().front();
         EXPECT_EQ(best.eProposer, CJudgedSearch::EProposer::Vote);
         EXPECT_LT(static_cast<double>(best.refined.GetTrafo().GetRotationDistance(truth)), 0.01);

@@ -3,6 +3,7 @@
 #include "zorvan/platform/ctaskcollection.h"
 #include "zorvan/preregistration/crefinedpreregistration.h"
 #include "zorvan/preregistration/cvotepreregistration.h"
+#include "zorvan/verdict/planeshare.h"
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <algorithm>
@@ -123,19 +124,27 @@ void CJudgedSearch::proposeByVote(const Zorvan::Hooks& hooks)
     weigh();
 }
 
-/// Poses that may be right once they are refined: judging costs less than refinement.
+/// Poses that may be right once they are refined, the best ones: judging costs less than refinement.
 std::vector<CTrafo> CJudgedSearch::hopeful(const std::vector<CTrafo>& poses) const
 {
-    std::vector<unsigned char> isHopeful(poses.size());
-    forEach(poses.size(), m_uiNumTasks, [&](std::size_t i) {
-        const PoseCounts counts = m_judge.Judge(poses[i]).counts;
-        const unsigned touching = counts.uiMatched + counts.uiTail + counts.uiShallow;
-        isHopeful[i] =
-            counts.Contradictions() <= verdict::dMaxRoughContradiction * (counts.Contradictions() + touching);
-    });
+    std::vector<PoseCounts> counts(poses.size());
+    forEach(poses.size(), m_uiNumTasks, [&](std::size_t i) { counts[i] = m_judge.Judge(poses[i]).counts; });
+    // A pose that part of the samples refuted has the counts of that part: shares compare, amounts do not.
+    const auto merit = [&](std::size_t i) {
+        const PoseCounts& c = counts[i];
+        const double touching = c.uiMatched + c.uiTail + c.uiShallow;
+        return (touching - verdict::dContradictionWeight * c.Contradictions()) / std::max(1U, c.uiSamples);
+    };
+    std::vector<std::size_t> order;
+    for (std::size_t i = 0; i < poses.size(); ++i) {
+        const PoseCounts& c = counts[i];
+        const unsigned touching = c.uiMatched + c.uiTail + c.uiShallow;
+        if (c.Contradictions() <= verdict::dMaxRoughContradiction * (c.Contradictions() + touching)) order.push_back(i);
+    }
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return merit(a) > merit(b); });
+    order.resize(std::min(order.size(), verdict::uiMaxHopeful));
     std::vector<CTrafo> kept;
-    for (std::size_t i = 0; i < poses.size(); ++i)
-        if (isHopeful[i] != 0) kept.push_back(poses[i]);
+    for (const std::size_t i : order) kept.push_back(poses[i]);
     return kept;
 }
 
@@ -165,7 +174,8 @@ void CJudgedSearch::weigh()
 
 bool CJudgedSearch::isSettled() const
 {
-    return m_verdict &&
+    const double planes = std::max(PlaneShare(m_fix.set->GetNormals()), PlaneShare(m_flt.set->GetNormals()));
+    return planes <= verdict::dMaxPlaneShare && m_verdict &&
            m_judge.HoldRatio(m_candidates[m_verdict.explanations.front()].refined.GetTrafo()) >= verdict::dFirmHold;
 }
 

@@ -35,6 +35,13 @@ std::vector<std::size_t> explanations(const CPoseJudge& judge, std::span<const C
     return kept;
 }
 
+/// Explains the scans about as well as the best one, which is its own rival.
+bool isRival(const PoseVerdict& verdict, const PoseCounts& best)
+{
+    const double share = verdict ? verdict::dCleanRivalShare : verdict::dRivalShare;
+    return verdict.counts.Score() >= share * best.Score();
+}
+
 /// Of poses that fell: the one with the most matches for its contradictions.
 std::size_t nearestMiss(const std::vector<PoseVerdict>& verdicts)
 {
@@ -115,10 +122,8 @@ PairVerdict DecideOnPoses(const CPoseJudge& judge, std::span<const CTrafo> poses
         result.eVerdict = isAnyShared ? EPairVerdict::NotAligned : EPairVerdict::TooLittle;
         return result;
     }
-    const PoseVerdict& best = result.poses[result.explanations.front()];
-    std::erase_if(result.explanations, [&](std::size_t i) {
-        return result.poses[i].counts.Score() < verdict::dRivalShare * best.counts.Score();
-    });
+    const PoseVerdict best = result.poses[result.explanations.front()];
+    std::erase_if(result.explanations, [&](std::size_t i) { return !isRival(result.poses[i], best.counts); });
     const bool isAlone = result.explanations.size() == 1 && best && !result.isRayUnknown;
     result.eVerdict = isAlone ? EPairVerdict::Aligned : EPairVerdict::Ambiguous;
     return result;

@@ -40,7 +40,7 @@ struct PairVerdict
 [[nodiscard]] ZORVAN_API const char* VerdictName(EPairVerdict eVerdict);
 
 /// Weighs each pose, and the poses against one another: "aligned" takes that no other place of the floating scan
-/// explains nine tenths as much. So the list should hold rivals too: all that a search has found, refined.
+/// explains about as much. So the list should hold rivals too: all that a search has found, refined.
 /// @param uiNumTasks  side by side; the result does not depend on it
 [[nodiscard]] ZORVAN_API PairVerdict JudgePoses(const CPoseJudge& judge, std::span<const CTrafo> poses,
                                                 unsigned uiNumTasks = 1);

@@ -85,13 +85,20 @@ constexpr double dWeakHold = 0.03; ///< of the strongest hold: an axis to turn a
 /// Right poses of the bunny and figures hold 0.005 and more in nine of ten pairs, those of plane parts next to nothing:
 /// a single proposal that passes does for the former, while of the latter there may be other poses as good.
 constexpr double dFirmHold = 0.005;
+/// A scan with more of its surface in one direction is a part, made of planes, and may fit in many places.
+constexpr double dMaxPlaneShare = 0.25;
 
 /// Of a pose that is still to be refined; a degree or a spacing off, right ones stay far below.
 constexpr double dMaxRoughContradiction = 0.3;
+constexpr std::size_t uiMaxHopeful = 60; ///< proposals of the vote that are refined on all points
 
 // What a list of poses says -------------------------------------------------------------------------------------------
 
-constexpr double dRivalShare = 0.9;          ///< of the best score: a pose that explains the scans as well
+/// Of the best score: a pose that slides, or that something speaks against, explains the scans as well from here on.
+constexpr double dRivalShare = 0.9;
+/// And one that nothing speaks against: on the flange, turns that hide its one detail match more than the truth does,
+/// in 6 of 66 pairs without a contradiction; no wrong pose of the bunny and the figures stands at all.
+constexpr double dCleanRivalShare = 0.5;
 constexpr double dContradictionWeight = 4.0; ///< in the score, against a match
 constexpr double dDistinctPixels = 4.0;      ///< poses nearer to one another are one
 
