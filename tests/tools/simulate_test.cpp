@@ -26,7 +26,7 @@ Views readViews(const WorkFolder& folder, const std::string& name, int count)
     Views views;
     for (int view = 0; view < count; ++view) {
         const std::string file = "view0" + std::to_string(view) + ".ply";
-        views.scans.push_back(Zorvan::LoadScan(folder / name / file, {.dMmPerUnit = 1.0, .sensor = {}}).points);
+        views.scans.push_back(Zorvan::ReadScan(folder / name / file, {.dMmPerUnit = 1.0, .sensor = {}}).points);
         views.poses.push_back(truth.Find(file).scan->pose);
     }
     return views;

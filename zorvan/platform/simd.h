@@ -1,7 +1,7 @@
 #pragma once
 
-// Four single-precision lanes, SSE4.2, in the vocabulary that simd_avx.h has for eight; four lanes of 32 and eight of 16
-// bits; and what else needs intrinsics of the baseline. Not installed: intrinsics stay inside the library.
+// Four single-precision lanes, SSE4.2, in the vocabulary that simd_avx.h has for eight; four lanes of 32 and eight of
+// 16 bits; and what else needs intrinsics of the baseline. Not installed: intrinsics stay inside the library.
 
 #include <nmmintrin.h>
 

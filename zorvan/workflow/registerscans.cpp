@@ -105,7 +105,7 @@ public:
             m_times.End("optimization");
         }
         RegistrationTable table = LookAtPoses(session, scheduler->CreateJobGroup({}, {}));
-        return {std::move(scheduler), std::move(session), std::move(table), m_settingsWords, m_leftOut,
+        return {std::move(scheduler), std::move(session), std::move(table),   m_settingsWords, m_leftOut,
                 m_times.Words(),      isComplete,         m_hooks.IsAborted()};
     }
 
@@ -119,7 +119,8 @@ private:
     {
         std::vector<double> grids;
         for (const Zorvan::SurfelScan& scan : scans)
-            grids.push_back(ChooseSettings(CPointSet(scan.points.data(), scan.normals.data(), scan.points.size()), {}).dGrid);
+            grids.push_back(
+                ChooseSettings(CPointSet(scan.points.data(), scan.normals.data(), scan.points.size()), {}).dGrid);
         return Zorvan::Median(std::move(grids));
     }
 

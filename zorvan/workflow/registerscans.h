@@ -21,16 +21,16 @@ namespace prereg {
 /// How many scans are registered. As it comes, everything is chosen from the scans.
 struct RegisterOptions
 {
-    bool isOptimized = false;             ///< refines all poses together afterwards; scans that disagree leave the rest
-    bool isKeptGoing = false;             ///< leaves out a scan whose sizes suit no settings, instead of throwing
-    std::vector<CTrafo> startPoses = {};  ///< of the scans to one frame (mm), tried before a search; invalid ones are
-                                          ///< not known; empty: none is
-    std::optional<double> dGrid = {};     ///< point distance (mm) that all settings grow with; nothing: the median of
-                                          ///< what ChooseSettings finds for each scan
-    bson::object settings = {};           ///< replace the automatic ones; see ReadSettingsText
-    unsigned uiNumTasks = 1;              ///< threads that work; the result does not depend on it
-    GpuContext gpu = nullptr;             ///< computes the features, unless null
-    double dMmPerUnit = 1.0;              ///< unit of the lengths in words and results
+    bool isOptimized = false;            ///< refines all poses together afterwards; scans that disagree leave the rest
+    bool isKeptGoing = false;            ///< leaves out a scan whose sizes suit no settings, instead of throwing
+    std::vector<CTrafo> startPoses = {}; ///< of the scans to one frame (mm), tried before a search; invalid ones are
+                                         ///< not known; empty: none is
+    std::optional<double> dGrid = {};    ///< point distance (mm) that all settings grow with; nothing: the median of
+                                         ///< what ChooseSettings finds for each scan
+    bson::object settings = {};          ///< replace the automatic ones; see ReadSettingsText
+    unsigned uiNumTasks = 1;             ///< threads that work; the result does not depend on it
+    GpuContext gpu = nullptr;            ///< computes the features, unless null
+    double dMmPerUnit = 1.0;             ///< unit of the lengths in words and results
 };
 
 /// Scans in clusters, each with a frame of its own, and how well they fit there.
