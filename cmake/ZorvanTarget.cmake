@@ -32,6 +32,7 @@ function(zorvan_library target)
         EXPORT_NAME ${name}
         VERSION ${PROJECT_VERSION}
         SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
+        INSTALL_RPATH "$ORIGIN"
         VERIFY_INTERFACE_HEADER_SETS ON)
     # Headers hold arithmetic whose order is behaviour, so hosts must not contract it either.
     target_compile_options(${target} INTERFACE -ffp-contract=off)

@@ -53,7 +53,7 @@ struct AlignResult
 /// rivals are not looked for. Where settings are given, a pose must pass their limits too. This is all that `zorvan
 /// align` does.
 ///
-///     const auto fix = Zorvan::ReadScanFile("a.ply"), flt = Zorvan::ReadScanFile("b.stl");
+///     const auto fix = Zorvan::ReadScan("a.ply"), flt = Zorvan::ReadScan("b.stl");
 ///     if (const auto result = prereg::Align(fix, flt)) use(result.Pose());
 ///
 /// Same scans and options, same result.
