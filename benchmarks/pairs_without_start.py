@@ -75,21 +75,26 @@ def truth_of(folder):
     return {scan["file"]: scan["pose"] for cluster in clusters for scan in cluster["scans"]}
 
 
-def bunny(args, _):
-    data = pathlib.Path(os.environ["ZORVAN_DATA"]) / "bunny"
-    truth = truth_of(data)
+def pairs_of(data, truth, min_overlap, of_both, middle, scale, **how):
+    """All pairs of a folder whose overlap is enough. of_both: which of its two directions counts; middle: of the object."""
     with open(data / "overlap.csv", encoding="utf8") as file:
         overlap = {row["scan"]: row for row in csv.DictReader(file)}
     names, pairs = list(overlap), []
     for i, fix in enumerate(names):
         for flt in names[i + 1:]:
-            share = max(float(overlap[fix][flt]), float(overlap[flt][fix]))
-            if share < args.min_overlap:
+            share = of_both(float(overlap[fix][flt]), float(overlap[flt][fix]))
+            if share < min_overlap:
                 continue
+            to_flt = inverse(truth[f"{flt}.ply"])
             pose = product(inverse(truth[f"{fix}.ply"]), truth[f"{flt}.ply"])
-            middle = apply(inverse(truth[f"{flt}.ply"]), MIDDLE)
-            pairs.append(Pair(data / f"{fix}.ply", data / f"{flt}.ply", 1000.0, pose, share, middle))
+            pairs.append(Pair(data / f"{fix}.ply", data / f"{flt}.ply", scale, pose, share, apply(to_flt, middle), **how))
     return pairs
+
+
+def bunny(args, _):
+    data = pathlib.Path(os.environ["ZORVAN_DATA"]) / "bunny"
+    truth = truth_of(data)
+    return pairs_of(data, truth, args.min_overlap, max, MIDDLE, 1000.0)
 
 
 def folder_of_scans(name):
@@ -97,19 +102,7 @@ def folder_of_scans(name):
         data = pathlib.Path(os.environ["ZORVAN_DATA"]) / name
         document = json.loads((data / "truth.json").read_text())
         truth, scale, size = truth_of(data), document.get("mm_per_unit", 1.0), document["extent_mm"]
-        with open(data / "overlap.csv", encoding="utf8") as file:
-            overlap = {row["scan"]: row for row in csv.DictReader(file)}
-        names, pairs = list(overlap), []
-        for i, fix in enumerate(names):
-            for flt in names[i + 1:]:
-                share = min(float(overlap[fix][flt]), float(overlap[flt][fix]))
-                if share < args.min_overlap:
-                    continue
-                pose = product(inverse(truth[f"{fix}.ply"]), truth[f"{flt}.ply"])
-                middle = apply(inverse(truth[f"{flt}.ply"]), [0.0, 0.0, 0.0])
-                pairs.append(Pair(data / f"{fix}.ply", data / f"{flt}.ply", scale, pose, share, middle,
-                                  (5.0, 0.02 * size)))
-        return pairs
+        return pairs_of(data, truth, args.min_overlap, min, [0.0, 0.0, 0.0], scale, limits=(5.0, 0.02 * size))
     return load
 
 

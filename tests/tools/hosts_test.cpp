@@ -60,7 +60,7 @@ TEST_F(Hosts, GetThePosesOfAlign)
     ASSERT_EQ(folder->Run("align view00.ply view01.ply --all -o program.json").exitCode, 0);
     const auto scans = ReadViews();
     CListener listener;
-    const auto result = prereg::Align(scans[0], scans[1], {.isAll = true}, Zorvan::Hooks({}, &listener));
+    const auto result = prereg::Align(scans[0], scans[1], {}, Zorvan::Hooks({}, &listener));
     ASSERT_TRUE(result);
     Zorvan::WritePoses(*folder / "library.json", prereg::ToPoses(result, scans[0], scans[1], 1.0, true));
     EXPECT_EQ(folder->Read("library.json"), folder->Read("program.json"));

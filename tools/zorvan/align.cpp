@@ -97,7 +97,6 @@ prereg::AlignResult run(const AlignOptions& options, const Pair& pair, const pre
     how.start = start;
     how.dGrid = options.files.ToGrid();
     how.settings = settings;
-    how.isAll = options.isAll;
     how.uiNumTasks = options.general.uiNumThreads;
     if (!start) how.gpu = options.gpu.MakeContext(options.general.isQuiet);
     how.dMmPerUnit = options.files.dMmPerUnit;

@@ -206,14 +206,14 @@ void forEachRow(const MatchedScan& seen, const MatchedScan& samples, const CTraf
     }
 }
 
-Vector<3> middleOf(const Vectors& points)
+} // namespace
+
+Vector<3> MiddleOf(const Vectors& points)
 {
     Vector<3> sum;
     for (const Vector<3>& p : points) sum = sum + p;
     return points.empty() ? sum : (1.0F / static_cast<float>(points.size())) * sum;
 }
-
-} // namespace
 
 MatchCounts CountMatches(const MatchedScan& fix, const MatchedScan& flt, const CTrafo& pose, const MatchLimits& limits)
 {
@@ -232,7 +232,7 @@ CTrafo RefinePose(const MatchedScan& fix, const MatchedScan& flt, const CTrafo& 
                   const RefinementSettings& settings)
 {
     CTrafo pose = start;
-    const Vector<3> centre = middleOf(fix.points);
+    const Vector<3> centre = MiddleOf(fix.points);
     const float steps = static_cast<float>(std::max(2U, settings.uiPasses) - 1);
     const float narrowing = std::pow(settings.last / settings.first, 1.0F / steps);
     float tolerance = settings.first;

@@ -47,6 +47,9 @@ struct MatchLimits
     std::size_t uiSamples = 0;                          ///< of each scan, at most
 };
 
+/// The mean of the points; the origin of none.
+[[nodiscard]] kdtree::Vector<3> MiddleOf(const Vectors& points);
+
 /// @param pose  `flt` to `fix`
 [[nodiscard]] MatchCounts CountMatches(const MatchedScan& fix, const MatchedScan& flt, const CTrafo& pose,
                                        const MatchLimits& limits);

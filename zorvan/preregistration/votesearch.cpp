@@ -17,13 +17,6 @@ using kdtree::Vector;
 
 constexpr float cosFarthestViews = -0.602F; // 127 degrees: beyond, two views share less than a tenth of the surface
 
-Vector<3> middleOf(const Vectors& points)
-{
-    Vector<3> sum;
-    for (const Vector<3>& p : points) sum = sum + p;
-    return points.empty() ? sum : (1.0F / static_cast<float>(points.size())) * sum;
-}
-
 /// Cosine of the angle between two rotations, from the trace of their quotient.
 float cosineBetween(const CTrafo& a, const CTrafo& b)
 {
@@ -58,7 +51,7 @@ CVoteSearch::CVoteSearch(const VoteScan& fix, const VoteScan& flt, const Configu
       m_config(config),
       m_limits(limits),
       m_abort(std::move(abort)),
-      m_middle(middleOf(flt.matched.points))
+      m_middle(MiddleOf(flt.matched.points))
 {
 }
 

@@ -23,7 +23,6 @@ struct AlignOptions
                                       ///< refined; invalid: the pose is searched for
     std::optional<double> dGrid = {}; ///< point distance (mm) that all settings grow with; nothing: see ChooseSettings
     bson::object settings = {};       ///< replace the automatic ones; see ReadSettingsText
-    bool isAll = false;               ///< no effect: all candidates are refined and weighed in any case
     unsigned uiNumTasks = 1;          ///< threads that compute features; the result does not depend on it
     GpuContext gpu = nullptr;         ///< computes the features, unless null
     double dMmPerUnit = 1.0;          ///< unit of the lengths in words
