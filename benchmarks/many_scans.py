@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Registers many scans without start poses, and says how many find their place, how far off they are before and after
 the optimisation, and what it costs.
 

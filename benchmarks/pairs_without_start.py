@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Aligns pairs of scans without a start pose, and says how many are found, how many wrong ones are called a success, and
 how long a pair takes.
 

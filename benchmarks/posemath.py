@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """How far two poses (4x4, row by row) lie apart; for the scripts of this folder."""
 import math
 

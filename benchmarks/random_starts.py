@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Aligns bun045 to bun000 from random start poses and says how many ended in success, and how far off.
 
     benchmarks/random_starts.py [--program build/release/bin/zorvan] [--starts 50] [--degrees 10] [--mm 5] [--seed 1]

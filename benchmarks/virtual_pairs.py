@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Scans virtual objects with virtual sensors, aligns all pairs of their views with automatic settings, and tabulates per
 kind of object and sensor how the answers are.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The smallest host: two arrays of points with normals in, the pose of the second in the first out.
 
 #include "zorvan/core/cpointset.h"

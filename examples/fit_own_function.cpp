@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A host's own function under the least-squares solver: how fast does a part cool, and to what temperature?
 
 #include "zorvan/numerics/cnlssolver.h"

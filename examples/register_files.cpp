@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Registers the scans that are named: first the two at the front, then all together.
 //
 //     register_files a.ply b.ply c.ply

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Frozen documents of sessions, for the scripts that make seeds."""
 
 import struct

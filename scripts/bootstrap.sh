@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs the packages that building, testing and benchmarking need; does nothing when all are there.
 # Debian 12 or a system with the same package names. Needs root or sudo only when something is missing.
 set -euo pipefail

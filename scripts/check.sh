@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Formatting and static checks of our own code.
 #
 #   scripts/check.sh           clang-format on everything; clang-tidy on the library and the program

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # From a fresh clone to two aligned scans: packages, build, virtual scans, alignment, comparison with the truth.
 set -euo pipefail
 cd "$(dirname "$0")/.."

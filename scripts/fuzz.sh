@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Runs every fuzz target over its seeds and on from there. New inputs go to build/fuzz/found; a crash leaves its input in
 # build/fuzz and ends with an exit code that is not 0.
 #

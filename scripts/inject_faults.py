@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Puts faults into the code, one after another, and says which of them the tests let pass.
 
     scripts/inject_faults.py tests/faults/core.txt                  every fault of the list

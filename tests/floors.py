@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Fails when a file of the library includes a folder that stands beside or below its own, or when two files include
 each other in a loop.
 
@@ -34,6 +35,7 @@ ANYWHERE = {"zorvan/platform/export.h"}
 # The rooms that keep intrinsics: everything else of the library goes through them.
 INTRINSICS = re.compile(r"#include <(?:[a-z]mmintrin|immintrin|x86intrin)\.h>")
 MAY_USE_INTRINSICS = re.compile(r"platform/simd(_avx)?\.h$")
+LICENSED = "// SPDX-License-Identifier: MIT\n"
 INCLUDE = re.compile(r'^#include "(zorvan/[^"]+)"', re.MULTILINE)
 
 
@@ -77,6 +79,8 @@ def main():
     faults = [*wrong_arrows(root, includes), *loops(includes)]
     faults += [f"{file}: intrinsics outside simd.h and simd_avx.h" for file, text in texts.items()
                if INTRINSICS.search(text) and not MAY_USE_INTRINSICS.search(file)]
+    faults += [f"{file}: does not begin with {LICENSED.strip()}" for file, text in texts.items()
+               if not text.startswith(LICENSED)]
     print("\n".join(faults) or f"{len(includes)} files, every include points upward")
     sys.exit(bool(faults))
 

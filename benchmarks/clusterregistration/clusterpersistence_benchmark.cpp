@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What it costs to save a registration of a hundred scans and to go on with it later, beside what it costs to register
 // two of its scans: normals, features of both, and the search for their pose. A floating cluster, as registering
 // without start poses makes them; 24 surfaces take turns under the hundred identifiers.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Rows of sRGB pixels to Lab and back: whole rows, the colours one by one, and the formulas as textbooks print them,
 // with powers and roots of the standard library and without tables. All three have to agree before they are timed.
 

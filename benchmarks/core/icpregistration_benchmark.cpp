@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One whole pairwise ICP from 5 degrees and 2 mm off, trees built before. Errors stand beside the time: their median
 // and worst over the start poses and engine states of the run.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Multi-object ICP: one iteration for a growing strip of scans, and a whole run on the real scans. Pose errors stand
 // beside the time.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The k-d tree beside nanoflann (leaf size 10), same points, same queries, same run.
 
 #include "benchmarks/support/scans.h"

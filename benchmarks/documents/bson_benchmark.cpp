@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Documents beside a plain copy of their bytes in one run: one with the payload of a large point set, where only the
 // bytes count, and one of many small elements, where only the elements do.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Meshes in OBJ beside assimp in one run: a lattice with texture coordinates, read and written through files.
 
 #include "tests/support/temporaryfolder.h"

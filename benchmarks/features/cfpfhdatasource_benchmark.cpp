@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What it costs to turn a surface into features, to follow a change, and to look features up.
 //
 // BM_Features takes points as they are (no grid inside), so that it does the work that other libraries do with the same

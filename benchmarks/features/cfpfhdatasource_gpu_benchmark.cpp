@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What features cost on the best compute device, by stage, beside this processor. The points are taken as they are (no
 // grid inside), with a radius of five spacings.
 

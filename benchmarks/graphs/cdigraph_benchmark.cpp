@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A node with many edges: filled, walked and emptied. The time an edge should not grow with their number.
 
 #include "zorvan/graphs/cdigraph.h"

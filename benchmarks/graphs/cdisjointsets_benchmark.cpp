@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Walking and printing all classes of a partition: the time an element should not grow with their number.
 
 #include "zorvan/graphs/cdisjointsets.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The solver on published least-squares problems, as a table of Markdown: digits of agreement with the published
 // minimum, iterations and result code, with numerical and with exact derivatives. No timing.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Fits of simulated spheres, cylinders and cones, as a table of Markdown: errors against the truth beside the standard
 // deviations that the covariance predicts, and the same problem through Ceres where it was found: the ratio of the
 // RMSE and the processor time of both, problems built before. Times are medians of nine fits that alternate with those

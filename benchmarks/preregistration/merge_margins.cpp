@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How far right and wrong poses lie from the limits that decide on a merge. For random pairs of scans with known poses,
 // or of a scan and a cluster of neighbouring ones, every candidate of a search is refined; those that pass the limits
 // for a given start pose are counted as right or wrong, and again under those for a pair without one and for a merge.

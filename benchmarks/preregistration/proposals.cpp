@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How often the right pose is among the proposals, by set, overlap and proposer, and what a pair costs.
 //
 //   ZORVAN_DATA=... proposals [SET...] [--only PROPOSER...] [--tasks 2] [--verbose]

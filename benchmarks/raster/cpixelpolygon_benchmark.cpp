@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The regions of a mask of 4000 x 4000 pixels, beside OpenCV's findContours where it is installed; and dilation. Both
 // tracers have to find the same contours, pixel by pixel in number, before they are timed.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a job costs beyond its own work: empty jobs in a long queue, in a group, and one at a time, beside tasks of
 // oneTBB in the same run. A round ends when all of its jobs have ended, and counts them. Besides the time, which
 // depends on what else the machine does, a row gives the processor time of all threads and how often a thread went to

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bytes a second from one process to another: our pipe beside a Unix stream socket and a copy within one process, in
 // one run. Each message is answered by its last byte, so that a message counts when the other side holds all of it.
 

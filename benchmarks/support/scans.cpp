@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "benchmarks/support/scans.h"
 
 #include "tools/virtualscanner/virtualscanner.h"

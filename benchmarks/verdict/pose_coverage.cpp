@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How often the error of a pose lies within one and two of the standard deviations that EstimatePose gives it.
 //
 //     pose_coverage [REPETITIONS] [PAIR]

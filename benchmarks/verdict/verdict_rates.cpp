@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How often the judge keeps a wrong pose and loses a right one. For every pair of the scans of an object it weighs all
 // candidates of a search, wrong starts refined by ICP, and the refined truth; between scans of different objects, every
 // candidate is wrong.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "fuzz/law.h"
 
 #include "zorvan/clusterregistration/clusterpersistence.h"

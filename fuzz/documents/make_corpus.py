@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Writes the binary seeds of the corpus; run it after adding one. The texts beside them are written by hand."""
 
 import pathlib

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Writes the seeds of the corpus; run it after adding one."""
 
 import pathlib

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "fuzz/scans/scanlaws.h"
 
 #include "zorvan/scans/inputerror.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Damages a session at each of its keys and values, one at a time, and goes on with each damaged one.
 
     fuzz/tools/damage_session.py PROGRAM session.zdoc

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "fuzz/law.h"
 #include "tests/support/temporaryfolder.h"
 #include "tools/zorvan/commands.h"

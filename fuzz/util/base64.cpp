@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "fuzz/law.h"
 
 #include "zorvan/util/base64.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Refining clusters, and taking them apart.
 
 #include "tests/clusterregistration/scans.h"

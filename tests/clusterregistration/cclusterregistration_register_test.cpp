@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How clusters find together.
 
 #include "tests/clusterregistration/scans.h"

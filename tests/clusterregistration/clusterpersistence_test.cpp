@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/clusterregistration/clusterpersistence.h"
 
 #include "tests/clusterregistration/scans.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/colour/din99o.h"
 #include "zorvan/colour/hsl.h"
 #include "zorvan/colour/hsv.h"

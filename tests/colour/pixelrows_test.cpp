@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/colour/pixelrows.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/commalocale.h"
 #include "tests/support/temporaryfolder.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/clouds.h"
 #include "zorvan/core/csearchgrid.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/clouds.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/matchers.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/core/configurationicp.h"
 #include "zorvan/core/icpresult.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/clouds.h"
 #include "zorvan/core/tkdtree.h"
 #include "zorvan/platform/cpufeatures.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/documents/bson.h"
 
 #include "tests/documents/samples.h"

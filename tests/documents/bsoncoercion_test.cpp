@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/documents/samples.h"
 
 #include "zorvan/documents/bson.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/exchange/cobjparser.h"
 #include "zorvan/exchange/cobjwriter.h"
 

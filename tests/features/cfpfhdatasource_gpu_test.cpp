@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/features/cfpfhdatasource_gpu.h"
 
 #include "tests/support/clouds.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/features/configurationfpfh.h"
 #include "zorvan/features/configurationfpfh_fields.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/features/cfpfhdatasource.h"
 #include "zorvan/features/cpointfeaturehistogram.h"
 #include "zorvan/features/cpointfeaturehistogram_referencetables.h"

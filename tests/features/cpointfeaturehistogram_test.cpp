@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/features/cpointfeaturehistogram.h"
 #include "zorvan/platform/cpufeatures.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/numerics/clpsolver.h"
 
 #include <gtest/gtest.h>

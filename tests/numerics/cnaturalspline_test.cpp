@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/numerics/cnaturalspline.h"
 
 #include <gtest/gtest.h>

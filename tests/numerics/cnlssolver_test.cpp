@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/numerics/cnlssolver.h"
 
 #include "tests/support/leastsquaresproblems.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/numerics/citerativeconefit.h"
 #include "zorvan/numerics/citerativecylinderfit.h"
 #include "zorvan/numerics/citerativespherefit.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/numerics/quantile.h"
 
 #include <gmock/gmock.h>

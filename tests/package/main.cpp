@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A host outside our tree, compiled for a processor with fused multiply-add: it must get the library's own bits from
 // the inline arithmetic of the headers, and find everything that the program stands on.
 #include <zorvan/core/cpointset.h>

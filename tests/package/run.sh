@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs the build into a scratch folder, builds a host against it with find_package, and runs the host.
 #   run.sh BUILD_DIR CONSUMER_DIR COMPILER SANITIZERS
 set -euo pipefail

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/persistence/bsonserialization.h"
 
 #include "tests/support/clouds.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/logcapture.h"
 #include "zorvan/platform/clogger.h"
 

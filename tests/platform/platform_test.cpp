@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/platform/hfexception.h"
 #include "zorvan/platform/hfmatrix.h"
 #include "zorvan/platform/unicode.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/preregistration/crefinedpreregistration.h"
 
 #include "tests/preregistration/measuredsurface.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The pure functions that a vote over rotations is made of.
 
 #include "tests/preregistration/boxscans.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/raster/masks.h"
 
 #include "zorvan/raster/cpixelpolygon.h"

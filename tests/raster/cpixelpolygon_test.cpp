@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/raster/cpixelpolygon.h"
 
 #include "tests/raster/masks.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/runtime/cjobscheduler.h"
 
 #include "zorvan/runtime/sharedflag.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/platform/ckernelobjects.h"
 
 #include "tests/support/childprocess.h"

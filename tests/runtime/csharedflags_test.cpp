@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/runtime/csharedflags.h"
 
 #include "tests/support/childprocess.h"

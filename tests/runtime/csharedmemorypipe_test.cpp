@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/runtime/csharedmemorypipe.h"
 
 #include "tests/support/childprocess.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/platform/ctaskcollection.h"
 
 #include <gmock/gmock.h>

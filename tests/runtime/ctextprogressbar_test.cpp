@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/runtime/ctextprogressbar.h"
 
 #include <gtest/gtest.h>

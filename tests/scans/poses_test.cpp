@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/temporaryfolder.h"
 
 #include "zorvan/scans/inputerror.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/temporaryfolder.h"
 
 #include "zorvan/scans/inputerror.h"
@@ -178,6 +179,17 @@ TEST(ScanReader, ReadsTextWithCommentsSignsAndExtraColumns)
     EXPECT_TRUE(points.normals.empty());
     const Scan surfels = Zorvan::ReadScanFile(folder.Write("a.xyzn", "1 2 3 0 0 1 255 0 0\n4 5 6 0 1 0\n"));
     EXPECT_EQ(surfels.normals, (prereg::Vectors{{0, 0, 1}, {0, 1, 0}}));
+}
+
+TEST(ScanReader, RoundsToTheNearestFloat)
+{
+    const TemporaryFolder folder;
+    constexpr float max = std::numeric_limits<float>::max();
+    const auto xyz = folder.Write("a.xyz", "3.40282347e38 -3.40282347e38 1\n3.4028236e38 -3.4028236e38 1e-46\n");
+    const Scan scan = Zorvan::ReadScanFile(xyz);
+    ASSERT_EQ(scan.points.size(), 2U);
+    EXPECT_EQ(scan.points[0], Vector3(max, -max, 1));
+    EXPECT_TRUE(std::isinf(scan.points[1].x) && std::isinf(scan.points[1].y) && scan.points[1].z == 0.0F);
 }
 
 std::string binaryStl(const Scan& scan)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/faultpoints.h"
 
 #include <dlfcn.h>

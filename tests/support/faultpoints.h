@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 /// System calls that change files, made by this test program itself, pass a counter: at a chosen one the process dies

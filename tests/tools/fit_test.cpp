@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "workfolder.h"
 
 #include "tests/support/simulatedprimitives.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a host gets from the library is what the program writes.
 #include "workfolder.h"
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Registers patches of a virtual row of teeth, one of them with a hostile name, beside a stranger, and has a browser look
 # at the report.
 #

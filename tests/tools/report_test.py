@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Opens the page of a registration in Chromium and looks at it as a reader would.
 
     tests/tools/report_test.py out/report.html --poses out/poses.json [--screenshot page.png]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "workfolder.h"
 
 #include "zorvan/workflow/autosettings.h"

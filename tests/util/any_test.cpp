@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/util/any.h"
 
 #include <gtest/gtest.h>

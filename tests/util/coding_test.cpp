@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/util/base64.h"
 #include "zorvan/util/csha1.h"
 #include "zorvan/util/rle.h"

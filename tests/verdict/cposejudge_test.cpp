@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/verdict/cposejudge.h"
 #include "zorvan/verdict/pairverdict.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/verdict/cscanview.h"
 
 #include "tests/verdict/rasterscans.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/verdict/posecovariance.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/virtualscanner/overlaptable.h"
 #include "tools/virtualscanner/virtualobjects.h"
 #include "tools/virtualscanner/virtualscanner.h"

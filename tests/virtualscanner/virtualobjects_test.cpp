@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/virtualscanner/randomness.h"
 #include "tools/virtualscanner/virtualobjects.h"
 #include "zorvan/core/cpointset.h"

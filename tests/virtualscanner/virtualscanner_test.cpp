@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/virtualscanner/virtualscanner.h"
 
 #include <gtest/gtest.h>

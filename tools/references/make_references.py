@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Fits the splines of the reference features to measured ideal shapes and prints them as a header.
 
     measure_shapes | tools/references/make_references.py > zorvan/features/cpointfeaturehistogram_referencetables.h

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Measures the features of ideal spheres and cylinder mantles: their mean over all points and some positions of the
 // shape in the grid.
 //

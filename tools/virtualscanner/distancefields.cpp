@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "distancefields.h"
 
 #include <algorithm>

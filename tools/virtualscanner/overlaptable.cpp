@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "overlaptable.h"
 
 #include "raytracing.h"

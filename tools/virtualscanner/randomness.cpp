@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "randomness.h"
 
 #include <cmath>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "raytracing.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ringscan.h"
 
 #include "randomness.h"

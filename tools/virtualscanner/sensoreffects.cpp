@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sensoreffects.h"
 
 #include "randomness.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "solid.h"
 
 #include "distancefields.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "viewpoints.h"
 
 #include "randomness.h"

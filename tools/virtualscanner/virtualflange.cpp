@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "virtualobjects.h"
 
 #include "randomness.h"

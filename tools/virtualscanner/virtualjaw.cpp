@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "virtualjaw.h"
 
 #include "distancefields.h"

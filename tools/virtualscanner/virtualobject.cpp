@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "virtualobject.h"
 
 namespace tools {

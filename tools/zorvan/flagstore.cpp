@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "flagstore.h"
 
 #include "zorvan/runtime/csharedmemory.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "outlinepicture.h"
 
 #include "zorvan/scans/textnumber.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/clusterregistration/cclusterregistration.h"
 
 #include "zorvan/clusterregistration/cluster.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Refining clusters, and taking them apart where their entities do not belong together.
 
 #include "zorvan/clusterregistration/cclusterregistration.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the registration tells of its clusters and entities.
 
 #include "zorvan/clusterregistration/cclusterregistration.h"

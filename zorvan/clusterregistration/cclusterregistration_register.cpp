@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which clusters fit together, and how two become one.
 
 #include "zorvan/clusterregistration/cclusterregistration.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/clusterregistration/cluster.h"
 
 #include "zorvan/features/cfpfhdatasource.h"

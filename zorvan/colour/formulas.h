@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // The steps of the conversions, shared by the colours one by one and by the rows of pixels, so that both give the same

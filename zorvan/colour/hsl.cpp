@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/colour/hsl.h"
 
 #include "zorvan/colour/ccolortransfercurve.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/colour/hsv.h"
 
 #include "zorvan/colour/ccolortransfercurve.h"

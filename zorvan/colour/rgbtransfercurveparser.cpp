@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/colour/rgbtransfercurveparser.h"
 
 namespace Zorvan {

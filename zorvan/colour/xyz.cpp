@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/colour/xyz.h"
 
 #include "zorvan/colour/ccolortransfercurve.h"

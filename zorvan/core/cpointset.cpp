@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/core/cpointset.h"
 
 #include "zorvan/core/icpregistration.h"

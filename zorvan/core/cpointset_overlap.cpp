@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How much of a set's surface another set covers.
 
 #include "zorvan/core/bloomfilter.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/core/csearchgrid.h"
 
 #include "zorvan/platform/simd.h"

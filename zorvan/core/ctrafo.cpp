@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/core/ctrafo.h"
 
 #include "zorvan/numerics/symsolvers.h"

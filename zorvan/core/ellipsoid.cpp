@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/core/ellipsoid.h"
 
 #include "zorvan/core/ctrafo.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/core/groupwork.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/core/icpregistration.h"
 
 #include "zorvan/core/icpsamples.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The run of a pairwise ICP: start, loop, acceptance.
 
 #include "zorvan/core/icpregistration.h"

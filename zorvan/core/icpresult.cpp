@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/core/icpresult.h"
 
 #include <fmt/printf.h>

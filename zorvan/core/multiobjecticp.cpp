@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The run of a multi-object ICP: one group, its parts, and where the parts come to lie.
 
 #include "zorvan/core/multiobjecticp.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sampling: which sets of a group touch, and where.
 
 #include "zorvan/core/groupwork.h"

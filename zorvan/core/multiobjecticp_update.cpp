@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The joint system: equations of all pairs, their solution, and how certain it is.
 
 #include "zorvan/core/groupwork.h"

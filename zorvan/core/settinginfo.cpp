@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/core/settinginfo.h"
 
 #include <cmath>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/core/tkdtree.h"
 
 #include "zorvan/core/tkdtree_kernels.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The searches of TKdTree, written once over the lanes of simd.h and simd_avx.h. Included by one source file per width,
 // inside an unnamed namespace, so that no search of one width can be taken for that of another. There `Lanes` is the
 // width and WIDE the attribute that compiles one function for it. All widths add in the same order, so they find the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/documents/bson.h"
 #include "zorvan/documents/bsonnumbers.h"
 #include "zorvan/documents/bsonwire.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/documents/bsonjson.h"
 
 #include "zorvan/documents/bsonsink.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/documents/bsonnumbers.h"
 
 #include <charconv>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Documents that are read where they lie.
 
 #include "zorvan/documents/bson.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/documents/bsonstream.h"
 
 #include <utility>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Documents that are read from a stream.
 
 #include "zorvan/documents/bson.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/exchange/cobjwriter.h"
 
 #include "zorvan/exchange/pngfile.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/exchange/meshtopology.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/exchange/surfacemesh.h"
 
 #include <algorithm>

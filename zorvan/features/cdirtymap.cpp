@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/features/cdirtymap.h"
 
 #include <utility>

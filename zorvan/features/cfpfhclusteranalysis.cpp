@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/features/cfpfhclusteranalysis.h"
 
 #include "zorvan/features/cmeanshiftclusterer.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The features of a source's points.
 
 #include "zorvan/features/cfpfhdatasource.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Features by two kernels on a compute device.
 
 #include "zorvan/features/cfpfhdatasource_gpu.h"

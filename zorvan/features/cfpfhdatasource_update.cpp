@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Updates: which regions of the surface changed, and their replacement.
 
 #include "zorvan/features/cfpfhdatasource.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/features/cfpfhpointset.h"
 
 #include "zorvan/core/icpregistration.h"

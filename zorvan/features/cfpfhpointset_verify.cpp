@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whether the features that an alignment brings together look alike.
 
 #include "zorvan/features/cfpfhpointset.h"

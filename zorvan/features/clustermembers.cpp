@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/features/clustermembers.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/features/cmeanshiftclusterer3d.h"
 
 #include "zorvan/features/meanshift.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bins 0 to 31 in four rounds of eight lanes, bin 32 alone.
 
 #include "zorvan/features/histogramlanes.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The features of ideal spheres and cylinder mantles, looked up in splines over the radius.
 
 #include "zorvan/features/cpointfeaturehistogram.h"

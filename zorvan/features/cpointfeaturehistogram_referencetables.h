@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Made by: measure_shapes | tools/references/make_references.py
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/features/dirtyboxes.h"
 
 #include <algorithm>

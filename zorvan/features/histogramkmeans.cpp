@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/features/histogramkmeans.h"
 
 #include "zorvan/features/uniformdraw.h"

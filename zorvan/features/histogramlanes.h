@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // The histogram operations in eight lanes, behind the check for AVX in cpointfeaturehistogram.cpp.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/features/latticemap.h"
 
 #include "zorvan/platform/simd.h"

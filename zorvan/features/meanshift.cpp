@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/features/meanshift.h"
 
 namespace Zorvan::meanshift {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Mean shift with a flat kernel, for the clusterers of rows and of points in space. Not installed.

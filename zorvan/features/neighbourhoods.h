@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Who the neighbours of a feature point are, and the two sums over them that make a feature. The grid is shared, each

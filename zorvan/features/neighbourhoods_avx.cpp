@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sums over a neighbourhood, eight neighbours at a time. Operation by operation the same as
 // CPointFeatureHistogram::Update and Add, so the results agree to the last bit with a loop over those.
 

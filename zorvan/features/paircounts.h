@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // How one pair of surfels falls into the bins of a CPointFeatureHistogram.

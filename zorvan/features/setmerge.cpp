@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/features/setmerge.h"
 
 #include "zorvan/features/cfpfhpointset.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/features/surfacereduction.h"
 
 #include "zorvan/features/cfpfhdatasource.h"

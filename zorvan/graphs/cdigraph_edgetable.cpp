@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/graphs/cdigraph.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/graphs/cdisjointsets.h"
 
 #include <algorithm>

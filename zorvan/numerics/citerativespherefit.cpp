@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/numerics/citerativespherefit.h"
 
 #include "zorvan/numerics/primitivegeometry.h"

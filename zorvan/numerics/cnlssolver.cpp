@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/numerics/cnlssolver.h"
 
 #include "zorvan/numerics/quantile.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/numerics/symsolvers.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/platform/bytebuffer.h"
 
 #include <cstdint>

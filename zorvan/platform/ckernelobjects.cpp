@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/platform/ckernelobjects.h"
 
 #include <fmt/printf.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/platform/clogger.h"
 
 #include "zorvan/platform/unicode.h"

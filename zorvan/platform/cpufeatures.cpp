@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/platform/cpufeatures.h"
 
 #include "zorvan/platform/simd.h"

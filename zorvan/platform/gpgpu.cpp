@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/platform/gpgpu.h"
 
 #include "zorvan/platform/gpgpu_opencl.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The compute service over OpenCL 1.2.
 
 #include "zorvan/platform/gpgpu_opencl.h"

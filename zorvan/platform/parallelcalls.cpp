@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/platform/parallelcalls.h"
 
 #include <tbb/parallel_for.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Four single-precision lanes, SSE4.2, in the vocabulary that simd_avx.h has for eight; four lanes of 32 and eight of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Eight single-precision lanes, AVX, in the vocabulary of simd.h. For files named *_avx.cpp: only functions marked WIDE

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which of the proposed poses agree, and which survive.
 
 #include "zorvan/preregistration/cfpfhpreregistration.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/preregistration/cvotepreregistration.h"
 
 #include "zorvan/preregistration/votescan.h"

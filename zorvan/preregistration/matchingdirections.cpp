@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/preregistration/matchingdirections.h"
 
 #include "zorvan/core/csearchgrid.h"

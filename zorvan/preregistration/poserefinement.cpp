@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/preregistration/poserefinement.h"
 
 #include "zorvan/numerics/packedldlt.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/preregistration/settingsserialization.h"
 
 #include "zorvan/features/configurationfpfh_fields.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/preregistration/surfaceedges.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/preregistration/surfelthinning.h"
 
 #include <algorithm>

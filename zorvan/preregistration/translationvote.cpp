@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/preregistration/translationvote.h"
 
 #include "zorvan/platform/simd.h"

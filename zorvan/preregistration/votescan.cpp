@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/preregistration/votescan.h"
 
 #include "zorvan/verdict/verdictlimits.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/preregistration/votesearch.h"
 
 #include "zorvan/platform/ctaskcollection.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/raster/chainedpixel.h"
 
 #include <algorithm>

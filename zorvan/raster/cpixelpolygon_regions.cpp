@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/raster/cpixelpolygon.h"
 
 #include "zorvan/raster/pixelmask.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/raster/pixelmask.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/runtime/csharedmemory.h"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/scans/atomicfile.h"
 
 #include "zorvan/scans/stagingfolder.h"

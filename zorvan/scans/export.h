@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 /// Marks what a host may call of zorvan::scans; everything else of that library stays hidden.

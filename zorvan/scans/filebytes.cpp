@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/scans/filebytes.h"
 
 #include "zorvan/platform/bytebuffer.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/scans/jsonvalues.h"
 
 #include "zorvan/scans/textnumber.h"

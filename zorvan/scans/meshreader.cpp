@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/scans/meshreader.h"
 
 #include "zorvan/scans/inputerror.h"

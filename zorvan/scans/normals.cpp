@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/scans/normals.h"
 
 #include "zorvan/scans/smoothnormals.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/scans/objtext.h"
 
 #include "zorvan/scans/inputerror.h"

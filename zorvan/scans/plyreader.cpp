@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/scans/plyreader.h"
 
 #include "zorvan/scans/inputerror.h"

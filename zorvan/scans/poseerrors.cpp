@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/scans/poseerrors.h"
 
 #include "zorvan/scans/vectors.h"

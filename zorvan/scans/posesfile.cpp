@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/scans/posesfile.h"
 
 #include "zorvan/scans/atomicfile.h"

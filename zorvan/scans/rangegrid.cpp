@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/scans/rangegrid.h"
 
 #include "zorvan/scans/vectors.h"

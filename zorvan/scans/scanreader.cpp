@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/scans/scanreader.h"
 
 #include "zorvan/scans/filebytes.h"

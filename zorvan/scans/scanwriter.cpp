@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/scans/scanwriter.h"
 
 #include "zorvan/scans/atomicfile.h"

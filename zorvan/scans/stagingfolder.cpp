@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/scans/stagingfolder.h"
 
 #include "zorvan/scans/filelock.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "zorvan/core/vector.h"
@@ -23,10 +24,11 @@ using Vector3 = kdtree::Vector<3>;
 /// The nearest float; infinite for what no float can hold, where a plain conversion would be undefined.
 [[nodiscard]] inline float ToFloat(double value)
 {
-    constexpr double max = std::numeric_limits<float>::max();
-    if (value > max) return std::numeric_limits<float>::infinity();
-    if (value < -max) return -std::numeric_limits<float>::infinity();
-    return static_cast<float>(value);
+    constexpr float max = std::numeric_limits<float>::max();
+    constexpr double halfway = static_cast<double>(max) + 0x1p103; // half a unit in the last place beyond
+    if (!(std::abs(value) > static_cast<double>(max))) return static_cast<float>(value);
+    const float nearest = std::abs(value) < halfway ? max : std::numeric_limits<float>::infinity();
+    return value > 0.0 ? nearest : -nearest;
 }
 
 } // namespace Zorvan

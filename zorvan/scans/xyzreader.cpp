@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/scans/xyzreader.h"
 
 #include "zorvan/scans/inputerror.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/util/astreamparser.h"
 
 #include "zorvan/platform/unicode.h"

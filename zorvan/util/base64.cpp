@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/util/base64.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/util/csha1.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/util/universaluniqueid.h"
 
 #include <algorithm>

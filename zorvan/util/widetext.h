@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 /// Wide character classes and numbers that do not depend on the locale of the host.

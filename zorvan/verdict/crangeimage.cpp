@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/verdict/crangeimage.h"
 
 #include "zorvan/verdict/verdictlimits.h"

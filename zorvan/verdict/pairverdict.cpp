@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/verdict/pairverdict.h"
 
 #include "zorvan/platform/ctaskcollection.h"

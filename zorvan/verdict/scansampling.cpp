@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/verdict/scansampling.h"
 
 #include "zorvan/numerics/packedldlt.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/verdict/viewingray.h"
 
 #include "zorvan/verdict/verdictlimits.h"

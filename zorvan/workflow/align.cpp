@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/align.h"
 
 #include "zorvan/core/cpointset.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/autosettings.h"
 
 #include "zorvan/scans/spacing.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/cloudlattice.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/colourscale.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/documentfile.h"
 
 #include "zorvan/scans/atomicfile.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/documenttext.h"
 
 #include "zorvan/scans/inputerror.h"

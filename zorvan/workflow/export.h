@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 /// Marks what a host may call of zorvan::workflow; everything else of that library stays hidden.

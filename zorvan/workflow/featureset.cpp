@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/featureset.h"
 
 #include "zorvan/platform/cpufeatures.h"

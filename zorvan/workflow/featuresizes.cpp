@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/featuresizes.h"
 
 #include "zorvan/scans/inputerror.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/featuresummary.h"
 
 #include "zorvan/scans/textnumber.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/lookatposes.h"
 
 #include "zorvan/core/icpregistration.h"

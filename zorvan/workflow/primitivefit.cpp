@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/primitivefit.h"
 
 #include "zorvan/numerics/citerativeconefit.h"

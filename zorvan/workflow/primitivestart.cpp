@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/primitivestart.h"
 
 #include <Eigen/Cholesky>

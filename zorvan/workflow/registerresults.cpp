@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/registerresults.h"
 
 #include "zorvan/scans/posesfile.h"

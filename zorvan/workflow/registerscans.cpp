@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/registerscans.h"
 
 #include "zorvan/core/cpointset.h"

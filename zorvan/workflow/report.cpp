@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/report.h"
 
 #include "reporttemplate.h"

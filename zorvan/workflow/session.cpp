@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/session.h"
 
 #include "zorvan/clusterregistration/clusterpersistence.h"

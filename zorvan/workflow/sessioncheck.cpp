@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/sessioncheck.h"
 
 #include "zorvan/core/icpresult.h"

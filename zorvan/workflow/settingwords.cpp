@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zorvan/workflow/settingwords.h"
 
 #include "zorvan/features/configurationfpfh_fields.h"
