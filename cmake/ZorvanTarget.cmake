@@ -21,6 +21,20 @@ function(zorvan_target_settings target)
     endif()
 endfunction()
 
+# zorvan_precompile(TARGET HEADER...): with ZORVAN_PRECOMPILE, what most sources of the target include is parsed once.
+# The build that users take goes without, so that each source names what it needs.
+function(zorvan_precompile target)
+    if(ZORVAN_PRECOMPILE)
+        target_precompile_headers(${target} PRIVATE
+            <algorithm> <array> <cmath> <cstddef> <cstdint> <filesystem> <functional> <limits> <map> <memory> <optional>
+            <random> <span> <sstream> <stdexcept> <string> <string_view> <utility> <vector> ${ARGN})
+        set_target_properties(${target} PROPERTIES PCH_INSTANTIATE_TEMPLATES OFF) # clang 14 crashes on some
+        # What ccache needs to see through them.
+        target_compile_options(${target} PRIVATE
+            $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess> $<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>)
+    endif()
+endfunction()
+
 # zorvan_library(TARGET): what all installed libraries share. zorvan_<name> is zorvan::<name> for hosts. Headers of the
 # file set HEADERS are installed, and `all_verify_interface_header_sets` compiles each of them alone.
 function(zorvan_library target)

@@ -10,10 +10,10 @@ cd "$(dirname "$0")/.."
 seconds=${1:-60}
 
 scripts/bootstrap.sh
-cmake --preset fuzz >/dev/null
+cmake --preset asan >/dev/null
 targets=()
 for corpus in fuzz/*/corpus/*/; do targets+=("$(basename "$corpus")"); done
-cmake --build build/fuzz --target "${targets[@]}"
+cmake --build --preset asan --target "${targets[@]}"
 
 fuzz_one() {
     local corpus=$1 target found log
@@ -21,7 +21,7 @@ fuzz_one() {
     found=build/fuzz/found/$target
     log=build/fuzz/$target.log
     mkdir -p "$found"
-    if ! build/fuzz/bin/"$target" -max_total_time="$seconds" -print_final_stats=1 -artifact_prefix=build/fuzz/ \
+    if ! build/asan/bin/"$target" -max_total_time="$seconds" -print_final_stats=1 -artifact_prefix=build/fuzz/ \
         -rss_limit_mb=1024 -timeout=60 "$found" "$corpus" >"$log" 2>&1; then
         tail -n 40 "$log"
         echo "$target failed; its input is in build/fuzz"

@@ -85,8 +85,8 @@ TEST(CTrafo, InvalidPosesAreFarFromEverything)
 TEST(CTrafo, ElementsOutsideTheMatrixThrow)
 {
     EXPECT_EQ(CTrafo()(3, 3), 1.0F);
-    for (const auto& [row, col] : {std::pair(3U, 4U), std::pair(4U, 0U)}) {
-        EXPECT_THAT([&] { (void)CTrafo()(row, col); },
+    for (const auto& at : {std::pair(3U, 4U), std::pair(4U, 0U)}) {
+        EXPECT_THAT([&] { (void)CTrafo()(at.first, at.second); },
                     testing::ThrowsMessage<std::invalid_argument>("invalid row or column index"));
     }
 }

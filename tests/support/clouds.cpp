@@ -9,6 +9,15 @@ namespace support {
 
 namespace {
 
+/// The same from every compiler; as arguments of one call they would come in an order that each chooses.
+template <class Distribution>
+Vector3 drawVector(Distribution& draw, std::mt19937& rng)
+{
+    const float z = draw(rng);
+    const float y = draw(rng);
+    return {draw(rng), y, z};
+}
+
 constexpr float inf = std::numeric_limits<float>::infinity();
 constexpr float nan = std::numeric_limits<float>::quiet_NaN();
 
@@ -92,7 +101,7 @@ std::vector<Vector3> QueriesAround(const Cloud& cloud, std::size_t n)
     for (std::size_t i = 0; i < n; ++i) {
         const Vector3 p = cloud.points[pick(rng)];
         const Vector3 q = cloud.points[pick(rng)];
-        const Vector3 offset(draw(rng), draw(rng), draw(rng));
+        const Vector3 offset = drawVector(draw, rng);
         switch (i % 4) {
         case 0:
             queries.push_back(p);
@@ -114,7 +123,7 @@ std::vector<Vector3> QueriesAround(const Cloud& cloud, std::size_t n)
 Vector3 RandomDirection(std::mt19937& rng)
 {
     std::normal_distribution<float> draw;
-    const Vector3 v(draw(rng), draw(rng), draw(rng));
+    const Vector3 v = drawVector(draw, rng);
     return v * (1.0F / v.Length());
 }
 
@@ -126,7 +135,7 @@ prereg::CTrafo RandomPose(std::mt19937& rng, float shift)
     const double x = component(rng);
     const double y = component(rng);
     const auto q = prereg::Quaternion(w, x, y, component(rng)).GetNormalized();
-    return {q, Vector3(draw(rng), draw(rng), draw(rng))};
+    return {q, drawVector(draw, rng)};
 }
 
 Surface BumpySurface(std::size_t n, std::uint32_t seed, float noise)

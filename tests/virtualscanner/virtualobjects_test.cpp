@@ -110,7 +110,7 @@ TEST(VirtualObjects, SeedDecidesAndAnotherSeedIsAnotherObject)
         EXPECT_GT(one->GetTraits().dSize, 35.0) << name;
         EXPECT_LT(one->GetTraits().dSize, 80.0) << name;
     }
-    EXPECT_THROW(tools::MakeObject("cube", 1), std::invalid_argument);
+    EXPECT_THROW((void)tools::MakeObject("cube", 1), std::invalid_argument);
 }
 
 } // namespace

@@ -50,6 +50,16 @@ Zorvan::Vector3 vector(double x, double y, double z)
 
 double around(std::mt19937& rng, double middle, double share) { return middle * Uniform(rng, 1 - share, 1 + share); }
 
+/// Draws z first and x last: arguments of a call come in an order that each compiler chooses, and the jaw of a seed is
+/// the same from all of them.
+template <class X, class Y, class Z>
+Zorvan::Vector3 drawn(X&& drawX, Y&& drawY, Z&& drawZ)
+{
+    const double z = drawZ();
+    const double y = drawY();
+    return vector(drawX(), y, z);
+}
+
 /// Arc length along the parabola, as a table over x.
 class CArchLength
 {
@@ -103,8 +113,8 @@ CVirtualJaw::CVirtualJaw(unsigned uiSeed)
         m_gum.push_back(place + vector(0, 0, fGumDepth + Uniform(rng, -0.7, 0.7)));
     }
     for (Wave& wave : m_waves) {
-        const Zorvan::Vector3 direction =
-            Zorvan::Normalized(vector(Uniform(rng, -1, 1), Uniform(rng, -1, 1), Uniform(rng, -1, 1)));
+        const auto component = [&] { return Uniform(rng, -1, 1); };
+        const Zorvan::Vector3 direction = Zorvan::Normalized(drawn(component, component, component));
         wave.direction = direction * static_cast<float>(2.0 * 3.14159265358979 / Uniform(rng, 2.2, 6.5));
         wave.phase = static_cast<float>(Uniform(rng, 0.0, 6.28));
     }
@@ -124,14 +134,17 @@ CVirtualJaw::Tooth CVirtualJaw::makeTooth(std::mt19937& rng, std::size_t kind, d
     const Kind& k = kinds[kind];
     const Station station = OnArch(share);
     Tooth tooth;
-    tooth.place = station.place + station.outward * static_cast<float>(Uniform(rng, -0.6, 0.6)) +
-                  vector(0, 0, 0.35 * k.height + Uniform(rng, -0.4, 0.4));
-    const Zorvan::Vector3 up = Zorvan::Normalized(vector(Uniform(rng, -0.14, 0.14), Uniform(rng, -0.14, 0.14), 1));
+    const double rise = 0.35 * k.height + Uniform(rng, -0.4, 0.4);
+    const auto outOfLine = static_cast<float>(Uniform(rng, -0.6, 0.6));
+    tooth.place = station.place + station.outward * outOfLine + vector(0, 0, rise);
+    const auto lean = [&] { return Uniform(rng, -0.14, 0.14); };
+    const Zorvan::Vector3 up = Zorvan::Normalized(drawn(lean, lean, [] { return 1.0; }));
     const Zorvan::Vector3 turned = station.along + station.outward * static_cast<float>(Uniform(rng, -0.15, 0.15));
     const Zorvan::Vector3 outward = Zorvan::Normalized(kdtree::Cross(up, turned));
     tooth.axes = {kdtree::Cross(outward, up), outward, up};
     tooth.halfBody =
-        vector(around(rng, 0.47 * k.width, 0.06), around(rng, 0.5 * k.depth, 0.1), around(rng, 0.5 * k.height, 0.08));
+        drawn([&] { return around(rng, 0.47 * k.width, 0.06); }, [&] { return around(rng, 0.5 * k.depth, 0.1); },
+              [&] { return around(rng, 0.5 * k.height, 0.08); });
     tooth.rounding = 0.8F * std::min(tooth.halfBody.x, tooth.halfBody.y);
     addCusps(rng, kind, tooth);
     addFissures(rng, kind, tooth);
@@ -150,10 +163,12 @@ void CVirtualJaw::addCusps(std::mt19937& rng, std::size_t kind, Tooth& tooth)
         const double x = isFront ? (i - 0.5 * (count - 1)) * 0.55 : 0.5 * std::cos(angle);
         const double y = isFront ? 0.0 : 0.5 * std::sin(angle);
         const double size = isFront ? 0.3 : 0.36;
+        const Zorvan::Vector3 centre = drawn([&] { return half.x * (x + Uniform(rng, -0.08, 0.08)); },
+                                             [&] { return half.y * (y + Uniform(rng, -0.08, 0.08)); },
+                                             [&] { return half.z * Uniform(rng, 0.72, 0.95); });
         tooth.cusps.push_back(
-            {vector(half.x * (x + Uniform(rng, -0.08, 0.08)), half.y * (y + Uniform(rng, -0.08, 0.08)),
-                    half.z * Uniform(rng, 0.72, 0.95)),
-             vector(half.x * around(rng, size, 0.2), half.y * around(rng, size, 0.2), around(rng, 1.6, 0.25))});
+            {centre, drawn([&] { return half.x * around(rng, size, 0.2); },
+                           [&] { return half.y * around(rng, size, 0.2); }, [&] { return around(rng, 1.6, 0.25); })});
     }
 }
 
@@ -162,11 +177,17 @@ void CVirtualJaw::addFissures(std::mt19937& rng, std::size_t kind, Tooth& tooth)
     if (kind < uiFirstPremolar) return;
     const Zorvan::Vector3& half = tooth.halfBody;
     const auto depth = [&] { return half.z + Uniform(rng, 0.0, 0.3); };
-    tooth.fissures.push_back({vector(0, half.y * Uniform(rng, -0.12, 0.12), depth()),
-                              vector(0.75 * half.x, around(rng, 0.5, 0.2), around(rng, 1.5, 0.2))});
+    const auto none = [] { return 0.0; };
+    const auto width = [&] { return around(rng, 0.5, 0.2); };
+    const Zorvan::Vector3 along = drawn(
+        none, [&] { return half.y * Uniform(rng, -0.12, 0.12); }, depth);
+    tooth.fissures.push_back(
+        {along, drawn([&] { return 0.75 * half.x; }, width, [&] { return around(rng, 1.5, 0.2); })});
     if (kind < uiFirstMolar) return;
-    tooth.fissures.push_back({vector(half.x * Uniform(rng, -0.15, 0.15), 0, depth()),
-                              vector(around(rng, 0.5, 0.2), 0.75 * half.y, around(rng, 1.3, 0.2))});
+    const Zorvan::Vector3 across = drawn([&] { return half.x * Uniform(rng, -0.15, 0.15); }, none, depth);
+    tooth.fissures.push_back(
+        {across, drawn(
+                     width, [&] { return 0.75 * half.y; }, [&] { return around(rng, 1.3, 0.2); })});
 }
 
 float CVirtualJaw::toothDistance(const Tooth& tooth, const Zorvan::Vector3& p)
