@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "workfolder.h"
 
-#include "tools/zorvan/picture.h"
+#include "tools/pictures/picture.h"
 
 #include "zorvan/exchange/cobjparser.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/zorvan/picture.h"
+#include "tools/pictures/picture.h"
 #include "workfolder.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
 #include "options.h"
-#include "picture.h"
 
+#include "tools/pictures/picture.h"
 #include "zorvan/exchange/cobjwriter.h"
 #include "zorvan/scans/atomicfile.h"
 #include "zorvan/scans/filebytes.h"

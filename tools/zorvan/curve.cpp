@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
 #include "options.h"
-#include "picture.h"
+#include "tools/pictures/picture.h"
 
 #include "zorvan/colour/rgbtransfercurveparser.h"
 #include "zorvan/scans/atomicfile.h"

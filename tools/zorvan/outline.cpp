@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
 #include "options.h"
-#include "outlinepicture.h"
-#include "picture.h"
 
+#include "tools/pictures/outlinepicture.h"
+#include "tools/pictures/picture.h"
 #include "zorvan/colour/rgb.h"
 #include "zorvan/raster/cpixelpolygon.h"
 #include "zorvan/scans/atomicfile.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "outlinepicture.h"
+#include "tools/pictures/outlinepicture.h"
 
 #include "zorvan/scans/textnumber.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "picture.h"
+#include "tools/pictures/picture.h"
 
 #include "zorvan/scans/atomicfile.h"
 #include "zorvan/scans/filebytes.h"
