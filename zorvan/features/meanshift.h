@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <concepts>
 #include <cstddef>
 #include <limits>
 #include <numeric>
@@ -47,21 +48,39 @@ struct Clustering
     Mapping mapping;
 };
 
-/// What a search needs to know of its data:
-///
-///     Point                          copied, compared with ==
-///     Size(), MaxRounds()            how many data; a seed that has not converged by then leaves no cluster
-///     clearsPick                     see Search::takeSeed
-///     At(i)                          a datum
-///     DistanceSq(a, b)               of two points
-///     MoveHalfway(centre, to)        changes the centre
-///     MeanAround(centre, radiusSq, mean, taken)
-///                                    calls taken(i) for all data near the centre and stores their mean; false when
-///                                    there are none
-///
+/// What a search needs to know of its data: how many there are, each of them, distances, and the mean of those near a
+/// centre, for which it calls `taken` with each (false when there are none). A seed that has not converged after
+/// `MaxRounds` leaves no cluster; for `clearsPick` see Search::takeSeed.
+template <typename T>
+concept SearchSpace = std::copyable<typename T::Point> && std::equality_comparable<typename T::Point> &&
+    requires(const T& space, std::size_t i, typename T::Point& p, float radiusSq, void (&taken)(std::size_t))
+{
+    {
+        space.Size()
+        } -> std::same_as<std::size_t>;
+    {
+        space.MaxRounds()
+        } -> std::same_as<std::size_t>;
+    {
+        T::clearsPick
+        } -> std::convertible_to<bool>;
+    {
+        space.At(i)
+        } -> std::convertible_to<typename T::Point>;
+    {
+        space.DistanceSq(p, p)
+        } -> std::same_as<float>;
+    {
+        space.MoveHalfway(p, p)
+        } -> std::same_as<void>;
+    {
+        space.MeanAround(p, radiusSq, p, taken)
+        } -> std::same_as<bool>;
+};
+
 /// Source: Comaniciu, Meer, Mean Shift: A Robust Approach Toward Feature Space Analysis, PAMI 24 (2002). Seeds are
 /// drawn from the data that no kernel has met yet, and a datum belongs to the mode whose kernels met it most often.
-template <typename Space>
+template <SearchSpace Space>
 class Search
 {
 public:
