@@ -29,6 +29,26 @@ enum ERandomPurpose : unsigned
     return low + (high - low) * (static_cast<double>(rng()) / 4294967296.0);
 }
 
+struct Range
+{
+    double low;
+    double high;
+};
+
+/// Three numbers of which z is drawn first: as arguments of one call, draws would come in an order that each compiler
+/// chooses, and an object would not be the same everywhere.
+struct DrawnTriple
+{
+    DrawnTriple(std::mt19937& rng, const Range& ofX, const Range& ofY, const Range& ofZ)
+        : z(Uniform(rng, ofZ.low, ofZ.high)), y(Uniform(rng, ofY.low, ofY.high)), x(Uniform(rng, ofX.low, ofX.high))
+    {
+    }
+
+    double z;
+    double y;
+    double x;
+};
+
 /// A whole number in [low, high].
 [[nodiscard]] int UniformInteger(std::mt19937& rng, int low, int high);
 

@@ -76,7 +76,8 @@ std::vector<prereg::CTrafo> ViewsAround(const ObjectTraits& object, unsigned uiC
         const double share = isEven ? (view + 0.5) / uiCount : Uniform(rng, 0, 1);
         const double turn = isEven ? view * dGoldenAngle : Uniform(rng, 0, 2.0 * dPi);
         const Zorvan::Vector3 toward = pattern.Rotate(onSphere(share, turn, lowest));
-        const Zorvan::Vector3 place = object.middle + RandomDirection(rng) * Zorvan::ToFloat(Uniform(rng, 0, farthest));
+        const float away = Zorvan::ToFloat(Uniform(rng, 0, farthest));
+        const Zorvan::Vector3 place = object.middle + RandomDirection(rng) * away;
         views.push_back(lookingAt(place, toward, RandomDirection(rng)));
     }
     return views;

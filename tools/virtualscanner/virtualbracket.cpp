@@ -38,7 +38,8 @@ void openWall(CSolid& bracket, std::mt19937& rng, const Plate& base, double wall
     bracket.Cut(Cylinder(Uniform(rng, 3.0, 6.0), 2.0 * wall), At(Point(x, y, z), across));
     if (UniformInteger(rng, 0, 1) == 0) return;
     const double side = y > 0 ? -1.0 : 1.0;
-    bracket.Cut(Box(2.0 * wall, 1.5, Uniform(rng, 3.0, 6.0), 1.4), At(Point(x, y + side * Uniform(rng, 9.0, 11.0), z)));
+    const double beside = side * Uniform(rng, 9.0, 11.0);
+    bracket.Cut(Box(2.0 * wall, 1.5, Uniform(rng, 3.0, 6.0), 1.4), At(Point(x, y + beside, z)));
 }
 
 /// Right-angled triangles that stiffen the corner between base and wall.

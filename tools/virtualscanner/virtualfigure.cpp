@@ -37,7 +37,8 @@ void addLegs(CSolid& figure, std::mt19937& rng, const Build& body)
 void addHead(CSolid& figure, std::mt19937& rng, const Build& body)
 {
     const Zorvan::Vector3 neck = Point(0.8 * body.halfLength, 0, 0.4 * body.halfHeight);
-    const Zorvan::Vector3 head = neck + Point(Uniform(rng, 4, 9), Uniform(rng, -3, 3), Uniform(rng, 8, 14));
+    const DrawnTriple reach(rng, {4, 9}, {-3, 3}, {8, 14});
+    const Zorvan::Vector3 head = neck + Point(reach.x, reach.y, reach.z);
     const double size = Uniform(rng, 5.5, 8.0);
     const double look = Uniform(rng, -0.5, 0.5);
     const Zorvan::Vector3 ahead = Point(std::cos(look), std::sin(look), -0.2);
@@ -76,7 +77,8 @@ CSolid MakeFigure(unsigned uiSeed)
     CSolid figure;
     figure.Add(Ellipsoid(body.halfLength, body.halfWidth, body.halfHeight), At({}));
     const double belly = Uniform(rng, 0.7, 0.95) * body.halfHeight;
-    figure.Add(Ellipsoid(1.1 * belly, belly, belly), At(Point(Uniform(rng, -8, 8), 0, Uniform(rng, -3, 2))), dBlend);
+    const double below = Uniform(rng, -3, 2);
+    figure.Add(Ellipsoid(1.1 * belly, belly, belly), At(Point(Uniform(rng, -8, 8), 0, below)), dBlend);
     addLegs(figure, rng, body);
     addHead(figure, rng, body);
     addTail(figure, rng, body);

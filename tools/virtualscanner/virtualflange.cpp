@@ -28,7 +28,8 @@ CSolid MakeFlange(unsigned uiSeed)
     // Without this one keyway it would fit at every turn by one hole. It is off the middle of a sector, so that not
     // even a mirror would find it twice.
     const double at = 6.28318530717959 * Uniform(rng, 0.1, 0.4) / holes;
-    flange.Cut(Box(Uniform(rng, 1.5, 3.0), Uniform(rng, 1.5, 3.0), 2.0 * halfHeight),
+    const double keyHalfWidth = Uniform(rng, 1.5, 3.0);
+    flange.Cut(Box(Uniform(rng, 1.5, 3.0), keyHalfWidth, 2.0 * halfHeight),
                At(Point(radius * std::cos(at), radius * std::sin(at), 0), Point(0, 0, at)));
     return flange;
 }

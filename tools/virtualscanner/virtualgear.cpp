@@ -71,8 +71,10 @@ CSolid MakeGear(unsigned uiSeed)
     if (hasHub) gear.Add(Cylinder(hub, 4.0), At(Point(0, 0, wheel.halfWidth)));
     gear.Cut(Cylinder(bore, 3.0 * wheel.halfWidth), At({}));
     const bool hasKeyway = UniformInteger(rng, 0, 1) == 0;
-    if (hasKeyway)
-        gear.Cut(Box(Uniform(rng, 1.2, 1.8), Uniform(rng, 1.5, 2.5), 3.0 * wheel.halfWidth), At(Point(bore, 0, 0)));
+    if (hasKeyway) {
+        const double halfWidth = Uniform(rng, 1.5, 2.5);
+        gear.Cut(Box(Uniform(rng, 1.2, 1.8), halfWidth, 3.0 * wheel.halfWidth), At(Point(bore, 0, 0)));
+    }
     // A keyway on x still lets a flat gear be turned over about x.
     gear.SetSymmetries(TurnsOfWheel(hasKeyway ? 1 : sectors, !hasHub));
     return gear;

@@ -12,12 +12,14 @@ constexpr double dBlend = 8.0;
 /// Swells that flow into one another, off the middle so that no half looks like the other.
 void addSwells(CSolid& shell, std::mt19937& rng)
 {
-    shell.Add(Ellipsoid(Uniform(rng, 27, 32), Uniform(rng, 18, 24), Uniform(rng, 14, 20)), At({}));
+    const DrawnTriple half(rng, {27, 32}, {18, 24}, {14, 20});
+    shell.Add(Ellipsoid(half.x, half.y, half.z), At({}));
     const int count = UniformInteger(rng, 1, 3);
     for (int i = 0; i < count; ++i) {
-        const Zorvan::Vector3 place = Point(Uniform(rng, -16, 16), Uniform(rng, -10, 10), Uniform(rng, 4, 9));
-        const Shape swell = Ellipsoid(Uniform(rng, 8, 13), Uniform(rng, 8, 13), Uniform(rng, 8, 12));
-        shell.Add(swell, At(place, Point(0, 0, Uniform(rng, -1.5, 1.5))), dBlend);
+        const DrawnTriple place(rng, {-16, 16}, {-10, 10}, {4, 9});
+        const DrawnTriple swell(rng, {8, 13}, {8, 13}, {8, 12});
+        const Zorvan::Vector3 turn = Point(0, 0, Uniform(rng, -1.5, 1.5));
+        shell.Add(Ellipsoid(swell.x, swell.y, swell.z), At(Point(place.x, place.y, place.z), turn), dBlend);
     }
 }
 
@@ -25,7 +27,8 @@ void cutOpenings(CSolid& shell, std::mt19937& rng)
 {
     const int count = UniformInteger(rng, 1, 4);
     for (int i = 0; i < count; ++i) {
-        const Zorvan::Vector3 place = Point(Uniform(rng, -20, 20), Uniform(rng, -14, 14), 15);
+        const double across = Uniform(rng, -14, 14);
+        const Zorvan::Vector3 place = Point(Uniform(rng, -20, 20), across, 15);
         const bool isRound = UniformInteger(rng, 0, 1) == 0;
         const double half = Uniform(rng, 2.0, 4.0);
         const double length = Uniform(rng, 4.0, 8.0);
