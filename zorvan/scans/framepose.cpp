@@ -42,6 +42,12 @@ FramePose Compose(const FramePose& outer, const FramePose& inner)
     return {Transform(outer, inner.position), toArray(quaternionOf(outer) * quaternionOf(inner))};
 }
 
+FramePose Inverse(const FramePose& pose)
+{
+    const Eigen::Quaterniond back = quaternionOf(pose).conjugate();
+    return {toPosition(-(back * toEigen(pose.position))), toArray(back)};
+}
+
 std::optional<FramePose> Normalized(const FramePose& pose)
 {
     const Eigen::Quaterniond q = quaternionOf(pose);

@@ -14,6 +14,8 @@ namespace Zorvan {
 [[nodiscard]] ZORVAN_SCANS_API Position Transform(const FramePose& pose, const Position& v);
 /// First `inner`, then `outer`.
 [[nodiscard]] ZORVAN_SCANS_API FramePose Compose(const FramePose& outer, const FramePose& inner);
+/// The other way round.
+[[nodiscard]] ZORVAN_SCANS_API FramePose Inverse(const FramePose& pose);
 
 /// With a unit quaternion; nothing when any number is not finite or the quaternion has no length.
 [[nodiscard]] ZORVAN_SCANS_API std::optional<FramePose> Normalized(const FramePose& pose);

@@ -6,10 +6,13 @@
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/joinpoints.h"
 #include "zorvan/scans/joinscans.h"
+#include "zorvan/scans/lasreader.h"
 #include "zorvan/scans/meshreader.h"
 #include "zorvan/scans/objreader.h"
 #include "zorvan/scans/pcdreader.h"
 #include "zorvan/scans/plyreader.h"
+#include "zorvan/scans/ptsreader.h"
+#include "zorvan/scans/ptxreader.h"
 #include "zorvan/scans/scanwriter.h"
 #include "zorvan/scans/showntext.h"
 #include "zorvan/scans/xyzreader.h"
@@ -42,27 +45,33 @@ std::string lowerEnding(const std::filesystem::path& file)
     return ending;
 }
 
-using Reader = Scan (*)(std::string_view bytes, const std::filesystem::path& file);
+using Scans = std::vector<Scan>;
+
+/// A format that holds one scan a file.
+template <Scan (*Read)(std::string_view, const std::filesystem::path&)>
+Scans readOne(std::string_view bytes, const std::filesystem::path& file)
+{
+    Scans scans;
+    scans.push_back(Read(bytes, file));
+    return scans;
+}
 
 struct Format
 {
     std::string_view ending;
-    Reader read;
+    Scans (*read)(std::string_view bytes, const std::filesystem::path& file);
 };
 
-constexpr std::array<Format, 6> formats{{{".ply", ReadPly},
-                                         {".stl", ReadStl},
-                                         {".obj", ReadObj},
-                                         {".pcd", ReadPcd},
-                                         {".xyz", ReadXyz},
-                                         {".xyzn", ReadXyz}}};
-
-std::vector<Scan> only(Scan scan)
-{
-    std::vector<Scan> scans;
-    scans.push_back(std::move(scan));
-    return scans;
-}
+constexpr std::array<Format, 10> formats{{{".ply", readOne<ReadPly>},
+                                          {".stl", readOne<ReadStl>},
+                                          {".obj", readOne<ReadObj>},
+                                          {".pcd", readOne<ReadPcd>},
+                                          {".las", readOne<ReadLas>},
+                                          {".laz", readOne<ReadLas>},
+                                          {".ptx", ReadPtx},
+                                          {".pts", readOne<ReadPts>},
+                                          {".xyz", readOne<ReadXyz>},
+                                          {".xyzn", readOne<ReadXyz>}}};
 
 Scan joined(const std::filesystem::path& file)
 {
@@ -150,9 +159,9 @@ std::vector<Scan> ReadScans(const std::filesystem::path& file)
     const std::string bytes = ReadFileBytes(file);
     const std::string ending = lowerEnding(file);
     for (const Format& format : formats) {
-        if (ending == format.ending) return only(format.read(bytes, file));
+        if (ending == format.ending) return format.read(bytes, file);
     }
-    throw CInputError(file, "unknown kind of file", "PLY, STL, OBJ, XYZ, XYZN and PCD are read");
+    throw CInputError(file, "unknown kind of file", "PLY, STL, OBJ, PCD, LAS, PTX, PTS, XYZ and XYZN are read");
 }
 
 Scan ReadScanFile(const std::filesystem::path& file)
