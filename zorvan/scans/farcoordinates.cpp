@@ -61,7 +61,7 @@ Position shiftForProbes(const std::vector<Position>& probes)
     const double step = std::pow(10.0, std::ceil(std::log10(extent)));
     if (!(step > 0.0) || !std::isfinite(distance / step)) return {};
     for (double& c : middle) c = std::abs(c) > step ? std::round(c / step) * step : 0.0;
-    return middle;
+    return isFinite(middle) ? middle : Position{};
 }
 
 Vector3 aboutShift(const Position& p, const Position& shift)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/scans/scanreader.h"
 
+#include "zorvan/scans/e57reader.h"
 #include "zorvan/scans/farcoordinates.h"
 #include "zorvan/scans/filebytes.h"
 #include "zorvan/scans/inputerror.h"
@@ -62,12 +63,13 @@ struct Format
     Scans (*read)(std::string_view bytes, const std::filesystem::path& file);
 };
 
-constexpr std::array<Format, 10> formats{{{".ply", readOne<ReadPly>},
+constexpr std::array<Format, 11> formats{{{".ply", readOne<ReadPly>},
                                           {".stl", readOne<ReadStl>},
                                           {".obj", readOne<ReadObj>},
                                           {".pcd", readOne<ReadPcd>},
                                           {".las", readOne<ReadLas>},
                                           {".laz", readOne<ReadLas>},
+                                          {".e57", ReadE57},
                                           {".ptx", ReadPtx},
                                           {".pts", readOne<ReadPts>},
                                           {".xyz", readOne<ReadXyz>},
@@ -161,7 +163,7 @@ std::vector<Scan> ReadScans(const std::filesystem::path& file)
     for (const Format& format : formats) {
         if (ending == format.ending) return format.read(bytes, file);
     }
-    throw CInputError(file, "unknown kind of file", "PLY, STL, OBJ, PCD, LAS, PTX, PTS, XYZ and XYZN are read");
+    throw CInputError(file, "unknown kind of file", "PLY, STL, OBJ, PCD, LAS, E57, PTX, PTS, XYZ and XYZN are read");
 }
 
 Scan ReadScanFile(const std::filesystem::path& file)
