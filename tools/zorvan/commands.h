@@ -24,6 +24,7 @@ void AddSimulate(CLI::App& app, int& exitCode);
 void AddEvaluate(CLI::App& app, int& exitCode);
 void AddSettings(CLI::App& app, int& exitCode);
 void AddFlags(CLI::App& app, int& exitCode);
+void AddInfo(CLI::App& app, int& exitCode);
 void AddDump(CLI::App& app, int& exitCode);
 void AddCurve(CLI::App& app, int& exitCode);
 void AddOutline(CLI::App& app, int& exitCode);

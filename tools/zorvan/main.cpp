@@ -64,6 +64,7 @@ int run(int argc, char** argv)
     tools::AddEvaluate(app, exitCode);
     tools::AddSettings(app, exitCode);
     tools::AddFlags(app, exitCode);
+    tools::AddInfo(app, exitCode);
     tools::AddDump(app, exitCode);
     tools::AddCurve(app, exitCode);
     tools::AddOutline(app, exitCode);

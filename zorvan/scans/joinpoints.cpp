@@ -55,6 +55,16 @@ private:
     std::vector<std::uint32_t> m_numbers;
 };
 
+template <typename T>
+void keepFirsts(std::vector<T>& values, const CPointNumbers& numbers)
+{
+    std::uint32_t next = 0;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        if (numbers[i] == next) values[next++] = values[i];
+    }
+    values.resize(next);
+}
+
 // In place: a point's new number is never above its old one, and the first of equal points comes first.
 void renumberVertices(Scan& scan, const CPointNumbers& numbers)
 {
@@ -77,6 +87,8 @@ std::size_t JoinEqualPoints(Scan& scan)
     const std::size_t joined = scan.points.size() - numbers.Count();
     if (joined == 0) return 0;
     renumberVertices(scan, numbers);
+    keepFirsts(scan.colours, numbers);
+    keepFirsts(scan.intensities, numbers);
     for (Face& face : scan.faces) face = {numbers[face[0]], numbers[face[1]], numbers[face[2]]};
     std::erase_if(scan.faces, [](const Face& f) { return f[0] == f[1] || f[1] == f[2] || f[2] == f[0]; });
     return joined;

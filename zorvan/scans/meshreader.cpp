@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/scans/meshreader.h"
 
+#include "zorvan/scans/farcoordinates.h"
 #include "zorvan/scans/inputerror.h"
 
 #include <assimp/IOSystem.hpp>
@@ -104,6 +105,7 @@ Scan ReadStl(std::string_view bytes, const std::filesystem::path& file)
 {
     Scan scan = importMesh(isTextStl(bytes) ? bytes : checkedBinaryStl(bytes, file), "stl", file);
     scan.normals.clear();
+    ShiftFarPoints(scan);
     return scan;
 }
 

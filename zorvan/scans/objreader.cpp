@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/scans/objreader.h"
 
+#include "zorvan/scans/farcoordinates.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/objtext.h"
 #include "zorvan/scans/vectors.h"
@@ -49,6 +50,7 @@ Scan ReadObj(std::string_view bytes, const std::filesystem::path& file)
     if (scan.faces.empty())
         for (const auto& v : parser.GetVertices()) scan.points.push_back(toVector(v));
     if (scan.points.empty()) throw CInputError(file, "holds no point", "export points or a mesh");
+    ShiftFarPoints(scan);
     return scan;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/scans/plyreader.h"
 
+#include "zorvan/scans/farcoordinates.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/plyheader.h"
 #include "zorvan/scans/rangegrid.h"
@@ -110,11 +111,19 @@ struct VertexColumns
 {
     std::array<int, 3> point{};
     std::array<int, 3> normal{};
+    std::array<int, 3> colour{};
+    int intensity = -1;
 
     explicit VertexColumns(const PlyElement& vertex)
         : point{vertex.FindScalar("x"), vertex.FindScalar("y"), vertex.FindScalar("z")},
-          normal{vertex.FindScalar("nx"), vertex.FindScalar("ny"), vertex.FindScalar("nz")}
+          normal{vertex.FindScalar("nx"), vertex.FindScalar("ny"), vertex.FindScalar("nz")},
+          colour{vertex.FindScalar("red"), vertex.FindScalar("green"), vertex.FindScalar("blue")},
+          intensity(vertex.FindScalar("intensity"))
     {
+        if (!IsComplete(colour))
+            colour = {vertex.FindScalar("diffuse_red"), vertex.FindScalar("diffuse_green"),
+                      vertex.FindScalar("diffuse_blue")};
+        if (intensity < 0) intensity = vertex.FindScalar("scalar_Intensity");
     }
 
     [[nodiscard]] static bool IsComplete(const std::array<int, 3>& columns)
@@ -122,6 +131,14 @@ struct VertexColumns
         return std::all_of(columns.begin(), columns.end(), [](int column) { return column >= 0; });
     }
 };
+
+/// A part of a colour as a byte: real numbers run to 1, those of 16 bits to 65535.
+std::uint8_t toByte(double value, EPlyType type)
+{
+    if (type == EPlyType::Float32 || type == EPlyType::Float64) value *= 255.0;
+    if (type == EPlyType::UInt16) value /= 257.0;
+    return static_cast<std::uint8_t>(value > 0.0 ? std::min(value + 0.5, 255.0) : 0.0); // false for NaN
+}
 
 template <class Source>
 class CBodyReader
@@ -135,6 +152,10 @@ public:
     Scan Read()
     {
         for (const PlyElement& element : m_header.elements) readElement(element);
+        if (m_places.empty())
+            ShiftFarPoints(m_scan);
+        else
+            SetPoints(m_scan, m_places);
         if (m_scan.faces.empty() && !m_grid.cells.empty()) m_scan.faces = FacesFromRangeGrid(m_scan.points, m_grid);
         return std::move(m_scan);
     }
@@ -184,19 +205,49 @@ private:
     {
         const VertexColumns columns(element);
         const bool hasNormals = VertexColumns::IsComplete(columns.normal);
-        m_scan.points.reserve(element.count);
+        const bool hasColours = VertexColumns::IsComplete(columns.colour);
+        const bool isDouble = hasMoreDigits(element, columns.point);
+        if (isDouble)
+            m_places.reserve(element.count);
+        else
+            m_scan.points.reserve(element.count);
         if (hasNormals) m_scan.normals.reserve(element.count);
+        if (hasColours) m_scan.colours.reserve(element.count);
+        if (columns.intensity >= 0) m_scan.intensities.reserve(element.count);
         for (std::uint64_t i = 0; i < element.count; ++i) {
             readEntry(element);
-            m_scan.points.push_back(takeVector(columns.point));
+            if (isDouble)
+                m_places.push_back({cell(columns.point[0]), cell(columns.point[1]), cell(columns.point[2])});
+            else
+                m_scan.points.push_back(takeVector(columns.point));
             if (hasNormals) m_scan.normals.push_back(takeVector(columns.normal));
+            if (hasColours) m_scan.colours.push_back(takeColour(element, columns.colour));
+            if (columns.intensity >= 0) m_scan.intensities.push_back(ToFloat(cell(columns.intensity)));
         }
+    }
+
+    /// Whether coordinates may have more digits than a float; those of a text always may.
+    [[nodiscard]] bool hasMoreDigits(const PlyElement& vertex, const std::array<int, 3>& columns) const
+    {
+        return m_header.format == EPlyFormat::Ascii || std::ranges::any_of(columns, [&](int column) {
+                   const EPlyType type = vertex.properties[static_cast<std::size_t>(column)].type;
+                   return type == EPlyType::Float64 || type == EPlyType::Int32 || type == EPlyType::UInt32;
+               });
+    }
+
+    [[nodiscard]] double cell(int column) const { return m_row[static_cast<std::size_t>(column)]; }
+
+    [[nodiscard]] Rgb takeColour(const PlyElement& vertex, const std::array<int, 3>& columns) const
+    {
+        const auto take = [&](std::size_t i) {
+            return toByte(cell(columns[i]), vertex.properties[static_cast<std::size_t>(columns[i])].type);
+        };
+        return {take(0), take(1), take(2)};
     }
 
     [[nodiscard]] Vector3 takeVector(const std::array<int, 3>& columns) const
     {
-        const auto take = [&](std::size_t i) { return ToFloat(m_row[static_cast<std::size_t>(columns[i])]); };
-        return {take(0), take(1), take(2)};
+        return {ToFloat(cell(columns[0])), ToFloat(cell(columns[1])), ToFloat(cell(columns[2]))};
     }
 
     void readFaces(const PlyElement& element)
@@ -243,6 +294,7 @@ private:
     double m_numVertices;
     std::vector<double> m_row;
     std::vector<double> m_list;
+    std::vector<Position> m_places; ///< of the vertices, when they may have more digits than a float
     RangeGrid m_grid;
     Scan m_scan;
 };

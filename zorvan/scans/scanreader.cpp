@@ -1,21 +1,30 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/scans/scanreader.h"
 
+#include "zorvan/scans/e57reader.h"
+#include "zorvan/scans/farcoordinates.h"
 #include "zorvan/scans/filebytes.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/joinpoints.h"
+#include "zorvan/scans/joinscans.h"
+#include "zorvan/scans/lasreader.h"
 #include "zorvan/scans/meshreader.h"
 #include "zorvan/scans/objreader.h"
+#include "zorvan/scans/pcdreader.h"
 #include "zorvan/scans/plyreader.h"
+#include "zorvan/scans/ptsreader.h"
+#include "zorvan/scans/ptxreader.h"
 #include "zorvan/scans/scanwriter.h"
 #include "zorvan/scans/showntext.h"
 #include "zorvan/scans/xyzreader.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -25,7 +34,8 @@ namespace {
 
 constexpr float fLargestCoordinate = 1e9F; // mm; the fourth power of a distance must stay a float
 constexpr std::size_t uiFewestPoints = 3;
-constexpr std::size_t uiNotable = 100; // one in so many
+constexpr std::size_t uiMostPoints = 2147483647; // indices are 31 bits wide in the search tree
+constexpr std::size_t uiNotable = 100;           // one in so many
 constexpr std::uint32_t uiGone = std::numeric_limits<std::uint32_t>::max();
 
 std::string lowerEnding(const std::filesystem::path& file)
@@ -36,10 +46,52 @@ std::string lowerEnding(const std::filesystem::path& file)
     return ending;
 }
 
+using Scans = std::vector<Scan>;
+
+/// A format that holds one scan a file.
+template <Scan (*Read)(std::string_view, const std::filesystem::path&)>
+Scans readOne(std::string_view bytes, const std::filesystem::path& file)
+{
+    Scans scans;
+    scans.push_back(Read(bytes, file));
+    return scans;
+}
+
+struct Format
+{
+    std::string_view ending;
+    Scans (*read)(std::string_view bytes, const std::filesystem::path& file);
+};
+
+constexpr std::array<Format, 11> formats{{{".ply", readOne<ReadPly>},
+                                          {".stl", readOne<ReadStl>},
+                                          {".obj", readOne<ReadObj>},
+                                          {".pcd", readOne<ReadPcd>},
+                                          {".las", readOne<ReadLas>},
+                                          {".laz", readOne<ReadLas>},
+                                          {".e57", ReadE57},
+                                          {".ptx", ReadPtx},
+                                          {".pts", readOne<ReadPts>},
+                                          {".xyz", readOne<ReadXyz>},
+                                          {".xyzn", readOne<ReadXyz>}}};
+
+Scan joined(const std::filesystem::path& file)
+{
+    std::vector<Scan> scans = ReadScans(file);
+    std::size_t total = 0;
+    for (const Scan& scan : scans) total += scan.points.size();
+    if (total > uiMostPoints)
+        throw CInputError(file, "holds " + std::to_string(total) + " points in all", "split it into its scans");
+    return JoinScans(std::move(scans));
+}
+
 void scaleScan(Scan& scan, double factor)
 {
     const auto scaled = [factor](float v) { return ToFloat(static_cast<double>(v) * factor); };
     for (Vector3& p : scan.points) p = {scaled(p.x), scaled(p.y), scaled(p.z)};
+    for (double& c : scan.shift) c *= factor;
+    if (!scan.sensor) return;
+    for (double& c : scan.sensor->position) c *= factor;
 }
 
 bool isUsable(const Vector3& p)
@@ -73,11 +125,19 @@ std::size_t dropPoints(Scan& scan, const Keep& keep)
     return dropped;
 }
 
-Sensor scaledSensor(const ScanOptions& options)
+/// Where the user says that the sensor stood, else where the file does; about the shift of the scan, mm.
+Sensor sensorOf(const Scan& scan, const ScanOptions& options)
 {
-    if (!options.sensor) return std::nullopt;
-    const auto scaled = [&](float v) { return ToFloat(static_cast<double>(v) * options.dMmPerUnit); };
-    return Vector3(scaled(options.sensor->x), scaled(options.sensor->y), scaled(options.sensor->z));
+    if (options.sensor) {
+        const auto scaled = [&](float v, double shift) {
+            return ToFloat(static_cast<double>(v) * options.dMmPerUnit - shift);
+        };
+        return Vector3(scaled(options.sensor->x, scan.shift[0]), scaled(options.sensor->y, scan.shift[1]),
+                       scaled(options.sensor->z, scan.shift[2]));
+    }
+    if (!scan.sensor) return std::nullopt;
+    const Position& place = scan.sensor->position;
+    return Vector3(ToFloat(place[0]), ToFloat(place[1]), ToFloat(place[2]));
 }
 
 void requirePoints(const SurfelScan& surfels, const Scan& scan, const std::string& what)
@@ -96,15 +156,21 @@ void requirePoints(const SurfelScan& surfels, const Scan& scan, const std::strin
 
 } // namespace
 
-Scan ReadScanFile(const std::filesystem::path& file)
+std::vector<Scan> ReadScans(const std::filesystem::path& file)
 {
     const std::string bytes = ReadFileBytes(file);
     const std::string ending = lowerEnding(file);
-    if (ending == ".ply") return ReadPly(bytes, file);
-    if (ending == ".stl") return ReadStl(bytes, file);
-    if (ending == ".obj") return ReadObj(bytes, file);
-    if (ending == ".xyz" || ending == ".xyzn") return ReadXyz(bytes, file);
-    throw CInputError(file, "unknown kind of file", "PLY, STL, OBJ, XYZ and XYZN are read");
+    for (const Format& format : formats) {
+        if (ending == format.ending) return format.read(bytes, file);
+    }
+    throw CInputError(file, "unknown kind of file", "PLY, STL, OBJ, PCD, LAS, E57, PTX, PTS, XYZ and XYZN are read");
+}
+
+Scan ReadScanFile(const std::filesystem::path& file)
+{
+    Scan scan = joined(file);
+    SetShift(scan, {});
+    return scan;
 }
 
 std::string SurfelScan::Warning() const
@@ -122,18 +188,22 @@ std::string SurfelScan::Warning() const
 
 SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& options)
 {
-    Scan scan = ReadScanFile(file);
+    Scan scan = options.isShifted ? joined(file) : ReadScanFile(file);
+    scan.colours.clear();
+    scan.intensities.clear();
     SurfelScan surfels;
     surfels.file = file;
     surfels.isResult = IsColouredResult(file);
     surfels.uiRead = scan.points.size();
     scaleScan(scan, options.dMmPerUnit);
+    surfels.shift = scan.shift;
+    surfels.sensor = scan.sensor;
     surfels.uiNotFinite = dropPoints(scan, [&](std::size_t i) { return isUsable(scan.points[i]); });
     requirePoints(surfels, scan, "have finite coordinates below 1e9 mm");
     surfels.uiJoined = JoinEqualPoints(scan);
     requirePoints(surfels, scan, "are at places of their own");
 
-    if (scan.normals.empty()) surfels.eNormals = ComputeNormals(scan, scaledSensor(options));
+    if (scan.normals.empty()) surfels.eNormals = ComputeNormals(scan, sensorOf(scan, options));
     for (Vector3& n : scan.normals) n = Normalized(n);
     surfels.uiNoNormal = dropPoints(scan, [&](std::size_t i) { return scan.normals[i].LengthSq() > 0.0F; });
     requirePoints(surfels, scan, "have a normal");

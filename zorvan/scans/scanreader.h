@@ -7,18 +7,28 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace Zorvan {
 
-/// What the file holds: PLY, STL, OBJ, XYZ and XYZN; the ending of the name decides, in any case of letters.
+/// The scans of a file: PLY, STL, OBJ, XYZ, XYZN, PCD, LAS, PTX, PTS and E57; the ending of the name decides, in any
+/// case of letters. PTX and E57 can hold several, each in the frame of its sensor with the pose that the file gives it;
+/// at least one comes back, none without points. Coordinates far from the origin come about a shift.
+/// @throws CInputError
+[[nodiscard]] ZORVAN_SCANS_API std::vector<Scan> ReadScans(const std::filesystem::path& file);
+
+/// The same as one scan in the frame that the scans of the file share, at the coordinates of the file: without shift
+/// and pose, and rounded to single precision.
 /// @throws CInputError
 [[nodiscard]] ZORVAN_SCANS_API Scan ReadScanFile(const std::filesystem::path& file);
 
 struct ScanOptions
 {
     double dMmPerUnit = 1.0; ///< millimetres per unit of the file
-    Sensor sensor;           ///< in the unit of the file
+    Sensor sensor;           ///< in the unit of the file; without, the sensor that the file tells
+    bool isShifted = false;  ///< points far from the origin stay about the shift that keeps their digits
 };
 
 /// A scan that is ready for registration: millimetres, every point finite and with a unit normal, none twice.
@@ -28,18 +38,21 @@ struct ZORVAN_SCANS_API SurfelScan
     prereg::Vectors points;
     prereg::Vectors normals;
     ENormalSource eNormals = ENormalSource::File;
-    std::size_t uiRead = 0;      ///< points in the file
-    std::size_t uiNotFinite = 0; ///< dropped: a coordinate is NaN or beyond 1e9 mm
-    std::size_t uiJoined = 0;    ///< dropped: another point is at exactly the same place
-    std::size_t uiNoNormal = 0;  ///< dropped: no normal could be found
-    bool isResult = false;       ///< a coloured cloud that the program has written itself
+    Position shift = {};                  ///< mm: a point p stands at p + shift; zeros unless it was asked for
+    std::optional<FramePose> sensor = {}; ///< that the file tells: its frame in that of the points, mm
+    std::size_t uiRead = 0;               ///< points in the file
+    std::size_t uiNotFinite = 0;          ///< dropped: a coordinate is NaN or beyond 1e9 mm
+    std::size_t uiJoined = 0;             ///< dropped: another point is at exactly the same place
+    std::size_t uiNoNormal = 0;           ///< dropped: no normal could be found
+    bool isResult = false;                ///< a coloured cloud that the program has written itself
 
     /// One line for the user when points were dropped that should not have been there, or when this is no scan, else
     /// empty. Joined points are not worth a word.
     [[nodiscard]] std::string Warning() const;
 };
 
-/// Reads a scan and makes it ready. Normals of the file are kept, at unit length; without any, see `ComputeNormals`.
+/// Reads a scan and makes it ready; of several in one file, one in the frame that they share. Normals of the file are
+/// kept, at unit length; without any, see `ComputeNormals`.
 /// @throws CInputError also when fewer than 3 usable points remain
 [[nodiscard]] ZORVAN_SCANS_API SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& options = {});
 

@@ -2,9 +2,9 @@
 #include "zorvan/scans/scanwriter.h"
 
 #include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/littleendian.h"
 #include "zorvan/scans/vectors.h"
 
-#include <bit>
 #include <cstdint>
 #include <fstream>
 #include <string>
@@ -16,15 +16,16 @@ namespace {
 const std::string sStart = "ply\nformat binary_little_endian 1.0\n";
 const std::string sResult = "comment a result of zorvan, not a scan\n";
 
-void append(std::string& bytes, std::uint32_t value)
-{
-    for (unsigned shift = 0; shift < 32; shift += 8) bytes.push_back(static_cast<char>(value >> shift));
-}
-
 void append(std::string& bytes, const Vector3& v, double factor)
 {
-    for (const float value : {v.x, v.y, v.z})
-        append(bytes, std::bit_cast<std::uint32_t>(ToFloat(static_cast<double>(value) * factor)));
+    for (const float value : {v.x, v.y, v.z}) AppendLittle(bytes, ToFloat(static_cast<double>(value) * factor));
+}
+
+/// Where the point stands in the file: double, since single precision does not reach there.
+void appendFar(std::string& bytes, const Vector3& v, const Position& shift, double factor)
+{
+    for (unsigned axis = 0; axis < 3; ++axis)
+        AppendLittle(bytes, (static_cast<double>(v[axis]) + shift[axis]) * factor);
 }
 
 void append(std::string& bytes, const Rgb& colour)
@@ -32,12 +33,16 @@ void append(std::string& bytes, const Rgb& colour)
     for (const std::uint8_t value : colour) bytes.push_back(static_cast<char>(value));
 }
 
-std::string headerOf(const Scan& scan, bool isColoured)
+/// The scan's own colours do not make a result of it.
+std::string headerOf(const Scan& scan, bool isFar, bool isResult)
 {
-    std::string header = sStart + (isColoured ? sResult : "") + "element vertex " + std::to_string(scan.points.size()) +
-                         "\nproperty float x\nproperty float y\nproperty float z\n";
+    const std::string type = isFar ? "double" : "float";
+    std::string header = sStart + (isResult ? sResult : "") + "element vertex " + std::to_string(scan.points.size());
+    for (const char* const axis : {"x", "y", "z"}) header += "\nproperty " + type + " " + axis;
+    header += '\n';
     if (!scan.normals.empty()) header += "property float nx\nproperty float ny\nproperty float nz\n";
-    if (isColoured) header += "property uchar red\nproperty uchar green\nproperty uchar blue\n";
+    if (isResult || !scan.colours.empty()) header += "property uchar red\nproperty uchar green\nproperty uchar blue\n";
+    if (!scan.intensities.empty()) header += "property float intensity\n";
     if (!scan.faces.empty())
         header += "element face " + std::to_string(scan.faces.size()) + "\nproperty list uchar int vertex_indices\n";
     return header + "end_header\n";
@@ -47,16 +52,22 @@ std::string headerOf(const Scan& scan, bool isColoured)
 
 void WritePly(const std::filesystem::path& file, const Scan& scan, double unitsPerMm, std::span<const Rgb> colours)
 {
-    std::string bytes = headerOf(scan, !colours.empty());
-    bytes.reserve(bytes.size() + scan.points.size() * 27 + scan.faces.size() * 13);
+    const bool isFar = scan.shift != Position{};
+    std::string bytes = headerOf(scan, isFar, !colours.empty());
+    if (colours.empty()) colours = scan.colours;
+    bytes.reserve(bytes.size() + scan.points.size() * (isFar ? 43 : 31) + scan.faces.size() * 13);
     for (std::size_t i = 0; i < scan.points.size(); ++i) {
-        append(bytes, scan.points[i], unitsPerMm);
+        if (isFar)
+            appendFar(bytes, scan.points[i], scan.shift, unitsPerMm);
+        else
+            append(bytes, scan.points[i], unitsPerMm);
         if (!scan.normals.empty()) append(bytes, scan.normals[i], 1.0);
         if (!colours.empty()) append(bytes, colours[i]);
+        if (!scan.intensities.empty()) AppendLittle(bytes, scan.intensities[i]);
     }
     for (const Face& face : scan.faces) {
         bytes.push_back('\3');
-        for (const std::uint32_t corner : face) append(bytes, corner);
+        for (const std::uint32_t corner : face) AppendLittle(bytes, corner);
     }
     WriteFileAtomically(file, bytes);
 }

@@ -9,10 +9,11 @@
 
 namespace Zorvan {
 
-/// Writes points, normals and colours when there are any, and faces as binary little-endian PLY, whole or not at all.
-/// A coloured cloud is a result to look at, and a comment in its header says so.
+/// Writes points, normals, colours and intensities when there are any, and faces as binary little-endian PLY, whole or
+/// not at all. Points about a shift are written where they stand, in double precision.
 /// @param unitsPerMm  factor from the scan's millimetres to the unit of the file
-/// @param colours     empty, or one a point
+/// @param colours     empty, or one a point instead of the scan's own: the cloud is then a result to look at, and a
+///                    comment in its header says so
 /// @throws CInputError when the file cannot be written
 ZORVAN_SCANS_API void WritePly(const std::filesystem::path& file, const Scan& scan, double unitsPerMm = 1.0,
                                std::span<const Rgb> colours = {});

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: MIT
+#include "zorvan/scans/e57pages.h"
+
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/littleendian.h"
+
+#include <algorithm>
+#include <array>
+
+namespace Zorvan {
+
+namespace {
+
+constexpr std::size_t uiHeaderBytes = 48;
+constexpr std::uint64_t uiChecksum = 4;
+constexpr std::uint64_t uiSmallestPage = 64;
+constexpr std::uint64_t uiLargestPage = 1U << 20U;
+constexpr const char* sCopyAgain = "the file is damaged: write or copy it again";
+
+constexpr std::array<std::uint32_t, 256> crcTable = [] {
+    std::array<std::uint32_t, 256> table{};
+    for (std::uint32_t i = 0; i < 256; ++i) {
+        std::uint32_t value = i;
+        for (int bit = 0; bit < 8; ++bit) value = (value >> 1U) ^ ((value & 1U) != 0 ? 0x82F63B78U : 0U);
+        table[i] = value;
+    }
+    return table;
+}();
+
+std::uint32_t bigEndian(std::string_view bytes)
+{
+    std::uint32_t value = 0;
+    for (const char byte : bytes) value = (value << 8U) | static_cast<unsigned char>(byte);
+    return value;
+}
+
+} // namespace
+
+std::uint32_t Crc32c(std::string_view bytes)
+{
+    std::uint32_t crc = ~0U;
+    for (const char byte : bytes) crc = (crc >> 8U) ^ crcTable[(crc ^ static_cast<unsigned char>(byte)) & 0xFFU];
+    return ~crc;
+}
+
+CE57Pages::CE57Pages(std::string_view bytes, const std::filesystem::path& file) : m_bytes(bytes), m_file(file)
+{
+    if (!bytes.starts_with("ASTM-E57"))
+        throw CInputError(file, "byte 0: does not begin with \"ASTM-E57\"", "check that it is an E57 file");
+    if (bytes.size() < uiHeaderBytes)
+        throw CInputError(file, "truncated: " + std::to_string(bytes.size()) + " bytes are no E57 file",
+                          "write or copy it again");
+    const auto major = LoadLittle<std::uint32_t>(bytes, 8);
+    if (major != 1)
+        throw CInputError(file, "byte 8: version " + std::to_string(major), "version 1 is read: export it in that");
+    const auto length = LoadLittle<std::uint64_t>(bytes, 16);
+    m_xmlPlace = LoadLittle<std::uint64_t>(bytes, 24);
+    m_xmlLength = LoadLittle<std::uint64_t>(bytes, 32);
+    m_pageSize = LoadLittle<std::uint64_t>(bytes, 40);
+    if (length > bytes.size())
+        throw CInputError(file,
+                          "truncated: the header promises " + std::to_string(length) + " bytes, the file has " +
+                              std::to_string(bytes.size()),
+                          "write or copy it again");
+    if (m_pageSize < uiSmallestPage || m_pageSize > uiLargestPage)
+        Fail(40, "pages of " + std::to_string(m_pageSize) + " bytes");
+    m_bytes = bytes.substr(0, length);
+}
+
+std::string CE57Pages::Xml() { return Read(m_xmlPlace, m_xmlLength); }
+
+std::uint64_t CE57Pages::ContentBefore(std::uint64_t place) const { return place - place / m_pageSize * uiChecksum; }
+
+std::string CE57Pages::Read(std::uint64_t place, std::uint64_t length)
+{
+    const std::uint64_t content = m_pageSize - uiChecksum;
+    std::uint64_t at = place % m_pageSize;
+    if (place >= m_bytes.size() || at >= content || length > m_bytes.size() - m_read)
+        Fail(place, std::to_string(length) + " bytes are promised there");
+    m_read += length;
+    std::string result;
+    result.reserve(length);
+    for (std::uint64_t begin = place - at; result.size() < length; begin += m_pageSize, at = 0) {
+        if (begin + m_pageSize > m_bytes.size())
+            Fail(begin, "truncated: " + std::to_string(length - result.size()) + " bytes are missing");
+        const std::string_view page = m_bytes.substr(begin, m_pageSize);
+        if (Crc32c(page.substr(0, content)) != bigEndian(page.substr(content)))
+            Fail(begin, "the checksum of the page does not fit");
+        result += page.substr(at, std::min(content - at, length - result.size()));
+    }
+    return result;
+}
+
+void CE57Pages::Fail(std::uint64_t place, const std::string& why) const
+{
+    throw CInputError(m_file, "byte " + std::to_string(place) + ": " + why, sCopyAgain);
+}
+
+} // namespace Zorvan

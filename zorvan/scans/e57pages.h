@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zorvan/scans/export.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace Zorvan {
+
+/// CRC-32C (Castagnoli): polynomial 0x1EDC6F41, reflected.
+[[nodiscard]] ZORVAN_SCANS_API std::uint32_t Crc32c(std::string_view bytes);
+
+/// The pages of an E57 file: all but the last four bytes of each are content, and those are its CRC-32C, most
+/// significant byte first. "Place" is a byte of the file; content is counted without the checksums. Source of the
+/// format: ASTM E2807-11.
+class ZORVAN_SCANS_API CE57Pages
+{
+public:
+    /// @param bytes, file  must outlive this
+    /// @throws CInputError when this is no E57 file, or not all of it
+    CE57Pages(std::string_view bytes, const std::filesystem::path& file);
+
+    /// The XML text.
+    [[nodiscard]] std::string Xml();
+    /// So many bytes of content from a place on, with their pages checked.
+    /// @throws CInputError when they are not all in the file, a checksum does not fit, or more has been read in all
+    /// than
+    ///         the file holds: its parts do not overlap, and a file that says so could keep us busy for good
+    [[nodiscard]] std::string Read(std::uint64_t place, std::uint64_t length);
+    /// Bytes of content before a place.
+    [[nodiscard]] std::uint64_t ContentBefore(std::uint64_t place) const;
+
+    /// @throws CInputError that names the byte
+    [[noreturn]] void Fail(std::uint64_t place, const std::string& why) const;
+
+private:
+    std::string_view m_bytes;
+    const std::filesystem::path& m_file;
+    std::uint64_t m_pageSize = 0;
+    std::uint64_t m_xmlPlace = 0;
+    std::uint64_t m_xmlLength = 0;
+    std::uint64_t m_read = 0; ///< bytes in all
+};
+
+} // namespace Zorvan
