@@ -11,7 +11,8 @@ the truth, or of the truth moved by a motion that carries the object onto itself
 
 Columns: pairs of so much overlap (the smaller of both directions) that are called aligned and right ("found"), aligned
 but wrong, ambiguous with and without the right pose in the list, not aligned, too little to go on. Every wrong one is
-listed. Exit code 1 when more than --max-wrong (a share of the answers "aligned") are wrong.
+listed. With --mesh, each view is aligned to the mesh of its object instead, and all of them count as overlapping. Exit
+code 1 when more than --max-wrong (a share of the answers "aligned") are wrong.
 """
 import argparse
 import collections
@@ -44,11 +45,13 @@ class Scene:
         self.seed = seed + number
         self.name = f"{self.object}, {self.sensor}, seed {self.seed}"
         self.views = args.views
+        self.mesh = args.mesh
 
     def simulate(self, program, folder):
         self.folder = pathlib.Path(folder) / f"scene{self.seed}"
         subprocess.run([program, "simulate", "-o", self.folder, "--object", self.object, "--sensor", self.sensor,
-                        "--seed", str(self.seed), "--views", str(self.views), "--overlap", "--quiet"],
+                        "--seed", str(self.seed), "--views", str(self.views), "--overlap", "--quiet",
+                        *(["--mesh"] if self.mesh else [])],
                        check=True, stdout=subprocess.DEVNULL)
         self.about = json.loads((self.folder / "object.json").read_text())
         scans = json.loads((self.folder / "truth.json").read_text())["clusters"][0]["scans"]
@@ -57,13 +60,16 @@ class Scene:
             self.overlap = {row["scan"]: row for row in csv.DictReader(file)}
 
     def pairs(self):
-        return [Pair(self, fix, flt) for fix, flt in itertools.combinations(self.truth, 2)]
+        if self.mesh:
+            return [Pair(self, "object", flt) for flt in self.overlap]
+        return [Pair(self, fix, flt) for fix, flt in itertools.combinations(self.overlap, 2)]
 
 
 class Pair:
     def __init__(self, scene, fix, flt):
         self.scene, self.fix, self.flt = scene, fix, flt
-        self.overlap = min(float(scene.overlap[fix][flt]), float(scene.overlap[flt][fix]))
+        self.fix_file = f"{fix}.stl" if scene.mesh else f"{fix}.ply"
+        self.overlap = 1.0 if scene.mesh else min(float(scene.overlap[fix][flt]), float(scene.overlap[flt][fix]))
         to_fix = inverse(scene.truth[fix])
         self.truths = [product(to_fix, product(s, scene.truth[flt])) for s in scene.about["symmetries"]]
         self.middle = apply(inverse(scene.truth[flt]), scene.about["middle"])
@@ -76,7 +82,7 @@ class Pair:
     def align(self, args):
         out = self.scene.folder / f"{self.fix}-{self.flt}.json"
         start = time.monotonic()
-        run = subprocess.run([args.program, "align", self.scene.folder / f"{self.fix}.ply",
+        run = subprocess.run([args.program, "align", self.scene.folder / self.fix_file,
                               self.scene.folder / f"{self.flt}.ply", "-o", out, *args.option],
                              capture_output=True, text=True, check=False)
         self.seconds = time.monotonic() - start
@@ -160,6 +166,7 @@ def main():
     parser.add_argument("--views", type=int, default=11)
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="pairs at the same time")
     parser.add_argument("--object", choices=OBJECTS, action="append", help="only these; may be repeated")
+    parser.add_argument("--mesh", action="store_true", help="align each view to the mesh of its object")
     parser.add_argument("--option", action="append", default=[], help="passed on to align, as --option=--grid=2")
     parser.add_argument("--max-wrong", type=float, default=0.002)
     args = parser.parse_args()

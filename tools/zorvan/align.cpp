@@ -3,6 +3,7 @@
 #include "gpu.h"
 #include "interruption.h"
 #include "options.h"
+#include "pairoptions.h"
 #include "progress.h"
 
 #include "zorvan/scans/atomicfile.h"
@@ -18,6 +19,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <numbers>
 #include <string>
 
 namespace tools {
@@ -33,6 +35,7 @@ struct AlignOptions
     bool isAll = false;
     GeneralOptions general;
     ScanFileOptions files;
+    PairOptions pair;
     SettingsOptions settings;
     GpuOptions gpu;
 };
@@ -82,11 +85,10 @@ struct Pair
 
 Pair read(const AlignOptions& options, const Zorvan::Hooks& hooks)
 {
-    const Zorvan::ScanOptions scanOptions = options.files.ToScanOptions();
     hooks.Start("reading", 2);
-    Pair pair{Zorvan::ReadScan(options.fix, scanOptions), {}};
+    Pair pair{Zorvan::ReadScan(options.fix, options.pair.ForFix(options.files)), {}};
     hooks.Advance();
-    pair.flt = Zorvan::ReadScan(options.flt, scanOptions);
+    pair.flt = Zorvan::ReadScan(options.flt, options.pair.ForFlt(options.files));
     hooks.Finish();
     return pair;
 }
@@ -101,6 +103,7 @@ prereg::AlignResult run(const AlignOptions& options, const Pair& pair, const pre
     how.uiNumTasks = options.general.uiNumThreads;
     if (!start) how.gpu = options.gpu.MakeContext(options.general.isQuiet);
     how.dMmPerUnit = options.files.dMmPerUnit;
+    options.pair.Apply(options.files, how);
     const CInterruption interruption;
     return prereg::Align(pair.fix, pair.flt, how, progress.Hooks(interruption));
 }
@@ -143,6 +146,23 @@ void printVerdict(const AlignOptions& options, const prereg::AlignResult& result
     std::cout << '\n';
 }
 
+/// "turns known to 0.01, 0.02, 0.01 degrees, shifts to 0.003, 0.002, 0.002 mm (1 sigma); the surfaces hold ..."
+std::string uncertaintyWords(const AlignOptions& options, const prereg::PoseEstimate& estimate)
+{
+    if (!estimate) return {};
+    constexpr double dDegrees = 180.0 / std::numbers::pi;
+    const auto deviations = estimate.GetStdDevs();
+    const auto list = [&](std::size_t first, double factor) {
+        std::string text;
+        for (std::size_t k = first; k < first + 3; ++k)
+            text += (text.empty() ? "" : ", ") + Zorvan::ToText(deviations[k] * factor, 2);
+        return text;
+    };
+    return "turns about x, y, z are known to " + list(0, dDegrees) + " degrees and shifts to " +
+           list(3, 1.0 / options.files.dMmPerUnit) + " " + Zorvan::UnitName(options.files.dMmPerUnit) + " (1 sigma); " +
+           estimate.ToString();
+}
+
 int align(AlignOptions options)
 {
     const bool hasStart = !options.initial.empty();
@@ -159,7 +179,7 @@ int align(AlignOptions options)
     const std::string stopped = found.isStopped ? "stopped; this is what was found so far: " : "";
     for (const std::string& words :
          {pair.fix.Warning(), pair.flt.Warning(), found.settingsWords, stopped + found.searchWords, found.times,
-          found ? found.verdict.Reason() : std::string()})
+          found ? found.verdict.Reason() : std::string(), uncertaintyWords(options, found.estimate)})
         Tell(words, options.general.isQuiet);
     if (!options.output.empty())
         Zorvan::WritePoses(options.output,
@@ -175,7 +195,9 @@ void AddAlign(CLI::App& app, int& exitCode)
 {
     const auto options = std::make_shared<AlignOptions>();
     CLI::App* const command = app.add_subcommand("align", "Find the pose of the scan FLT in the frame of the scan FIX");
-    command->add_option("FIX", options->fix, "The scan that stays: PLY, STL, OBJ, XYZ or XYZN")->required();
+    command
+        ->add_option("FIX", options->fix, "The scan that stays, or a model of the object: PLY, STL, OBJ, XYZ or XYZN")
+        ->required();
     command->add_option("FLT", options->flt, "The scan that moves")->required();
     command->add_option("--initial", options->initial,
                         "Poses file with a rough pose of FLT, and of FIX unless it is the\n"
@@ -185,6 +207,7 @@ void AddAlign(CLI::App& app, int& exitCode)
                       "Write every candidate with its verdict, best first; without it those\n"
                       "that explain ambiguous scans equally well");
     options->files.AddTo(*command);
+    options->pair.AddTo(*command);
     options->settings.AddTo(*command);
     options->gpu.AddTo(*command);
     options->general.AddTo(*command, "Threads that compute features; the result does not depend on it");
@@ -194,6 +217,7 @@ void AddAlign(CLI::App& app, int& exitCode)
                     "Examples:\n"
                     "  zorvan align a.ply b.ply -o poses.json\n"
                     "  zorvan align bun000.ply bun090.ply --scale 1000 --all -o candidates.json\n"
+                    "  zorvan align part.stl scan.ply\n"
                     "  zorvan align a.ply b.ply --initial rough.json --settings mine.txt");
     command->callback([options, &exitCode] { exitCode = align(*options); });
 }

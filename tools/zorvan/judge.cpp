@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
 #include "options.h"
+#include "pairoptions.h"
 #include "progress.h"
 
 #include "zorvan/scans/atomicfile.h"
@@ -29,6 +30,7 @@ struct JudgeOptions
     std::string output;
     GeneralOptions general;
     ScanFileOptions files;
+    PairOptions pair;
     SettingsOptions settings;
 };
 
@@ -76,9 +78,10 @@ int judge(const JudgeOptions& options)
     how.dGrid = options.files.ToGrid();
     how.settings = options.settings.Read(options.general.isQuiet);
     how.dMmPerUnit = options.files.dMmPerUnit;
+    options.pair.Apply(options.files, how);
     const std::vector<prereg::CTrafo> poses = readPoses(options);
-    const Zorvan::SurfelScan fix = Zorvan::ReadScan(options.fix, options.files.ToScanOptions());
-    const Zorvan::SurfelScan flt = Zorvan::ReadScan(options.flt, options.files.ToScanOptions());
+    const Zorvan::SurfelScan fix = Zorvan::ReadScan(options.fix, options.pair.ForFix(options.files));
+    const Zorvan::SurfelScan flt = Zorvan::ReadScan(options.flt, options.pair.ForFlt(options.files));
     const prereg::AlignResult result = prereg::WeighPoses(fix, flt, poses, how);
     for (const std::string& words : {fix.Warning(), flt.Warning(), result.settingsWords})
         Tell(words, options.general.isQuiet);
@@ -95,12 +98,15 @@ void AddJudge(CLI::App& app, int& exitCode)
     const auto options = std::make_shared<JudgeOptions>();
     CLI::App* const command = app.add_subcommand(
         "judge", "Weigh poses of the scan FLT in the frame of the scan FIX that were found elsewhere");
-    command->add_option("FIX", options->fix, "The scan that stays: PLY, STL, OBJ, XYZ or XYZN")->required();
+    command
+        ->add_option("FIX", options->fix, "The scan that stays, or a model of the object: PLY, STL, OBJ, XYZ or XYZN")
+        ->required();
     command->add_option("FLT", options->flt, "The scan that moves")->required();
     command->add_option("POSES", options->poses, "Poses file: a pose of FLT, its \"candidates\", or both")->required();
     command->add_option("-o,--output", options->output,
                         "Poses file to write: refined poses, best first, with verdicts");
     options->files.AddTo(*command);
+    options->pair.AddTo(*command);
     options->settings.AddTo(*command);
     options->general.AddTo(*command, "No effect");
     command->footer("Each pose is refined before it is weighed, and the poses are compared with one another.\n"

@@ -3,6 +3,7 @@
 #include "options.h"
 #include "progress.h"
 
+#include "tools/virtualscanner/objectmesh.h"
 #include "tools/virtualscanner/overlaptable.h"
 #include "tools/virtualscanner/virtualobjects.h"
 #include "tools/virtualscanner/virtualscanner.h"
@@ -14,6 +15,7 @@
 #include "zorvan/scans/scanwriter.h"
 #include "zorvan/scans/showntext.h"
 #include "zorvan/scans/stagingfolder.h"
+#include "zorvan/scans/stlwriter.h"
 #include "zorvan/scans/textnumber.h"
 
 #include <algorithm>
@@ -44,6 +46,7 @@ struct SimulateOptions
     bool isRandom = false;         ///< views from anywhere, not evenly spread
     bool hasTriangles = false;     ///< also for what is no jaw
     bool hasOverlap = false;       ///< also for a jaw
+    bool hasMesh = false;          ///< of the object itself
     std::string rough = "5,1";
     VirtualScannerSettings scanner;
     GeneralOptions general;
@@ -51,6 +54,8 @@ struct SimulateOptions
     [[nodiscard]] bool IsJaw() const { return object == "jaw"; }
     [[nodiscard]] bool IsLidar() const { return sensor.find("lidar") != std::string::npos; }
 };
+
+constexpr const char* sMeshFile = "object.stl";
 
 std::string nameOf(unsigned view) { return (view < 10 ? "view0" : "view") + std::to_string(view); }
 
@@ -173,13 +178,24 @@ void writeObject(const std::filesystem::path& file, const SimulateOptions& optio
     Zorvan::WriteFileAtomically(file, json.dump(1) + '\n');
 }
 
+/// As a maker has it: corners where the edges are, closed.
+void writeMesh(const CVirtualScanner& scanner, const Zorvan::CStagingFolder& staging)
+{
+    constexpr double dCells = 120; // along the object; its walls are 1/30 thick and more
+    const AVirtualObject& object = scanner.GetObject();
+    Zorvan::WriteStl(staging / sMeshFile, MeshObject(object, object.GetTraits().dSize / dCells));
+}
+
 void writeTruth(const SimulateOptions& options, const CVirtualScanner& scanner,
                 const std::vector<prereg::Vectors>& points, const Zorvan::CStagingFolder& staging)
 {
     const std::vector<double> rough = ParseNumbers("--rough", options.rough, 2);
     const std::vector<prereg::CTrafo> truth = posesInFirst(scanner);
-    const Zorvan::Vector3 middle = scanner.GetPose(0).GetInverse(true) * scanner.GetObject().GetTraits().middle;
-    Zorvan::WritePoses(staging / "truth.json", toFile(truth, "truth"));
+    const prereg::CTrafo toFirst = scanner.GetPose(0).GetInverse(true);
+    const Zorvan::Vector3 middle = toFirst * scanner.GetObject().GetTraits().middle;
+    Zorvan::PosesFile truthFile = toFile(truth, "truth");
+    if (options.hasMesh) truthFile.clusters[0].scans.push_back({sMeshFile, "object", toFirst, {}});
+    Zorvan::WritePoses(staging / "truth.json", truthFile);
     Zorvan::WritePoses(staging / "rough.json",
                        toFile(DisturbPoses(truth, middle, rough[0], rough[1], scanner.GetSettings().uiSeed), "rough"));
     if (options.IsJaw() && !options.IsLidar() && !options.hasOverlap) return;
@@ -204,6 +220,7 @@ int simulate(const SimulateOptions& options)
     Zorvan::CStagingFolder staging(options.folder);
     const std::vector<prereg::Vectors> points = writeViews(options, scanner, staging);
     writeTruth(options, scanner, points, staging);
+    if (options.hasMesh) writeMesh(scanner, staging);
     staging.Publish();
     const std::size_t total =
         std::accumulate(points.begin(), points.end(), std::size_t{0},
@@ -234,6 +251,8 @@ void addKinds(CLI::App& command, SimulateOptions& options)
     command.add_flag("--triangles", options.hasTriangles, "Write triangles too; a jaw has them always");
     command.add_flag("--overlap", options.hasOverlap,
                      "Write overlap.csv and object.json; without it for all but a jaw");
+    command.add_flag("--mesh", options.hasMesh,
+                     "Write object.stl, the surface of the object as its maker has it; truth.json\nhas its pose");
 }
 
 } // namespace

@@ -181,6 +181,25 @@ Json verdictJson(const VerdictSummary& verdict)
     return json;
 }
 
+Json uncertaintyJson(const PoseUncertainty& uncertainty, double mmPerUnit)
+{
+    Json rows = Json::array();
+    for (std::size_t i = 0; i < 6; ++i) {
+        Json row = Json::array();
+        for (std::size_t j = 0; j < 6; ++j) {
+            const double units = (i < 3 ? 1.0 : mmPerUnit) * (j < 3 ? 1.0 : mmPerUnit);
+            row.push_back(JsonNumber(uncertainty.covariance[i][j] / units));
+        }
+        rows.push_back(std::move(row));
+    }
+    Json centre = Json::array();
+    for (const double c : uncertainty.centre) centre.push_back(JsonNumber(c / mmPerUnit));
+    return {{"text", uncertainty.text},
+            {"order", {"turn x", "turn y", "turn z", "shift x", "shift y", "shift z"}},
+            {"covariance", std::move(rows)},
+            {"centre", std::move(centre)}};
+}
+
 Json scansJson(const std::vector<ScanPose>& scans, double mmPerUnit)
 {
     Json all = Json::array();
@@ -188,6 +207,7 @@ Json scansJson(const std::vector<ScanPose>& scans, double mmPerUnit)
         Json json = {{"file", scan.file}, {"id", scan.id}, {"pose", JsonPose(scan.pose, mmPerUnit)}};
         if (scan.result) json["result"] = resultJson(*scan.result, mmPerUnit);
         if (scan.verdict) json["verdict"] = verdictJson(*scan.verdict);
+        if (scan.uncertainty) json["uncertainty"] = uncertaintyJson(*scan.uncertainty, mmPerUnit);
         all.push_back(std::move(json));
     }
     return all;

@@ -4,6 +4,7 @@
 #include "zorvan/core/ctrafo.h"
 #include "zorvan/scans/export.h"
 
+#include <array>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -33,6 +34,15 @@ struct VerdictSummary
     std::vector<std::pair<std::string, unsigned>> counts; ///< of samples, by what they say
 };
 
+/// How far off a pose may be: a small turn (a rotation vector, radians) about `centre`, then a shift (mm), both in
+/// cluster coordinates and done after the pose.
+struct PoseUncertainty
+{
+    std::array<std::array<double, 6>, 6> covariance{}; ///< turn about x, y, z, then shift along x, y, z
+    std::array<double, 3> centre{};                    ///< mm
+    std::string text;                                  ///< what is not held, in words
+};
+
 struct ScanPose
 {
     std::string file;
@@ -40,6 +50,7 @@ struct ScanPose
     prereg::CTrafo pose = prereg::CTrafo::Invalid(); ///< scan to cluster coordinates, mm; invalid: it has none
     std::optional<RegistrationSummary> result;       ///< written, not read
     std::optional<VerdictSummary> verdict = {};      ///< written, not read
+    std::optional<PoseUncertainty> uncertainty = {}; ///< written, not read
 };
 
 struct PoseCluster

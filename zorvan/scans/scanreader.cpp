@@ -140,6 +140,17 @@ Sensor sensorOf(const Scan& scan, const ScanOptions& options)
     return Vector3(ToFloat(place[0]), ToFloat(place[1]), ToFloat(place[2]));
 }
 
+/// Faces and corners of a model, looking outward; nothing of a scan.
+Scan modelOf(const Scan& scan, EMesh eMesh, const std::filesystem::path& file)
+{
+    if (scan.faces.empty() && eMesh == EMesh::Model)
+        throw CInputError(file, "has no faces, so it is no model of a surface", "take it for a scan");
+    if (scan.faces.empty() || eMesh == EMesh::Scan || (eMesh == EMesh::Auto && !IsSurfaceModel(scan))) return {};
+    Scan model{scan.points, {}, scan.faces};
+    TurnOutward(model);
+    return model;
+}
+
 void requirePoints(const SurfelScan& surfels, const Scan& scan, const std::string& what)
 {
     if (scan.points.size() >= uiFewestPoints) return;
@@ -203,6 +214,7 @@ SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& option
     surfels.uiJoined = JoinEqualPoints(scan);
     requirePoints(surfels, scan, "are at places of their own");
 
+    surfels.model = modelOf(scan, options.eMesh, file);
     if (scan.normals.empty()) surfels.eNormals = ComputeNormals(scan, sensorOf(scan, options));
     for (Vector3& n : scan.normals) n = Normalized(n);
     surfels.uiNoNormal = dropPoints(scan, [&](std::size_t i) { return scan.normals[i].LengthSq() > 0.0F; });

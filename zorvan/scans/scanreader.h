@@ -4,6 +4,7 @@
 #include "zorvan/scans/export.h"
 #include "zorvan/scans/normals.h"
 #include "zorvan/scans/scan.h"
+#include "zorvan/scans/surfacemodel.h"
 
 #include <cstddef>
 #include <filesystem>
@@ -29,6 +30,7 @@ struct ScanOptions
     double dMmPerUnit = 1.0; ///< millimetres per unit of the file
     Sensor sensor;           ///< in the unit of the file; without, the sensor that the file tells
     bool isShifted = false;  ///< points far from the origin stay about the shift that keeps their digits
+    EMesh eMesh = EMesh::Auto;
 };
 
 /// A scan that is ready for registration: millimetres, every point finite and with a unit normal, none twice.
@@ -45,14 +47,16 @@ struct ZORVAN_SCANS_API SurfelScan
     std::size_t uiJoined = 0;             ///< dropped: another point is at exactly the same place
     std::size_t uiNoNormal = 0;           ///< dropped: no normal could be found
     bool isResult = false;                ///< a coloured cloud that the program has written itself
+    Scan model;                           ///< points and faces of what is no scan but a model of a surface; else empty
 
     /// One line for the user when points were dropped that should not have been there, or when this is no scan, else
     /// empty. Joined points are not worth a word.
     [[nodiscard]] std::string Warning() const;
 };
 
-/// Reads a scan and makes it ready; of several in one file, one in the frame that they share. Normals of the file are
-/// kept, at unit length; without any, see `ComputeNormals`.
+/// Reads a scan and makes it ready; of several in one file, one in the frame that they share. Of a mesh that is a model
+/// of a surface, the points are its corners. Normals of the file are kept, at unit length; without any, see
+/// `ComputeNormals`.
 /// @throws CInputError also when fewer than 3 usable points remain
 [[nodiscard]] ZORVAN_SCANS_API SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& options = {});
 

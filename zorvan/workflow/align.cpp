@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/align.h"
 
-#include "zorvan/core/cpointset.h"
 #include "zorvan/preregistration/crefinedpreregistration.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/textnumber.h"
 #include "zorvan/workflow/autosettings.h"
+#include "zorvan/workflow/readypair.h"
 #include "zorvan/workflow/settingsfile.h"
 
+#include <cmath>
 #include <limits>
 #include <utility>
 
@@ -15,24 +16,22 @@ namespace prereg {
 
 namespace {
 
-CPointSet toPointSet(const Zorvan::SurfelScan& scan)
-{
-    return {scan.points.data(), scan.normals.data(), scan.points.size()};
-}
+constexpr double dMostEstimateStep = 0.5; // of the grid
 
-std::string describe(const AutoSettings& chosen, const ConfigurationICP& judge, double mmPerUnit)
+std::string describe(const CReadyPair& pair, const ConfigurationICP& judge, double mmPerUnit)
 {
     const auto length = [&](double mm) { return Zorvan::ToText(mm / mmPerUnit) + " " + Zorvan::UnitName(mmPerUnit); };
-    return "grid " + length(chosen.dGrid) + ": " + chosen.reason + "; RMSE accepted up to " + length(judge.dMaxRMSE);
+    const AutoSettings& chosen = pair.GetSettings();
+    return "grid " + length(chosen.dGrid) + ": " + chosen.reason + "; RMSE accepted up to " + length(judge.dMaxRMSE) +
+           (pair.GetWords().empty() ? "" : "; " + pair.GetWords());
 }
 
-AlignResult prepared(const CPointSet& fix, const AlignOptions& options, bool hasStart)
+AlignResult prepared(const CReadyPair& pair, const AlignOptions& options, bool hasStart)
 {
-    const AutoSettings chosen = ChooseSettings(fix, options.dGrid);
     AlignResult result;
-    result.config = WithSettings(AllSettingsForGrid(chosen.dGrid), options.settings);
+    result.config = WithSettings(AllSettingsForGrid(pair.GetSettings().dGrid), options.settings);
     const ConfigurationICP judge = hasStart ? result.config.icpConfig : SettingsForRefinement(result.config);
-    result.settingsWords = describe(chosen, judge, options.dMmPerUnit);
+    result.settingsWords = describe(pair, judge, options.dMmPerUnit);
     return result;
 }
 
@@ -46,6 +45,24 @@ void markOverruled(AlignResult& result)
         else if (kind == ICP_Success)
             kind = ICP_SuccessRejected;
     }
+}
+
+/// Puts the best explanation where all points agree best, and says how well they hold it there. What has to be moved by
+/// half the grid for that was no pose to begin with.
+void estimateBest(AlignResult& result, const CReadyPair& pair)
+{
+    if (result.verdict.explanations.empty()) return;
+    const auto samplingOf = [](const CPointSet& set) { return MeasureSampling(set.GetPoints(), set.GetKdTree()); };
+    CTrafo& pose = result.candidates.front().refined.trafo;
+    PoseEstimate estimate = EstimatePose(pair.GetFixSet(), pair.GetFltSet(), pose, samplingOf(pair.GetFixSet()),
+                                         samplingOf(pair.GetFltSet()));
+    if (!estimate) return;
+    const CTrafo step = estimate.pose * pose.GetInverse(true);
+    const double turn = static_cast<double>(step.GetRotationDistance(CTrafo::Identity())) * estimate.dRadius;
+    const auto shift = static_cast<double>((step * estimate.centre - estimate.centre).Length());
+    if (!(std::hypot(turn, shift) < dMostEstimateStep * pair.GetSettings().dGrid)) return;
+    pose = estimate.pose;
+    result.estimate = std::move(estimate);
 }
 
 std::vector<CTrafo> posesOf(const std::vector<PairCandidate>& candidates)
@@ -71,37 +88,44 @@ Zorvan::VerdictSummary summarize(const PairCandidate& candidate)
              {"shallow", counts.uiShallow}}};
 }
 
+Zorvan::PoseUncertainty summarize(const PoseEstimate& estimate)
+{
+    return {estimate.covariance, {estimate.centre.x, estimate.centre.y, estimate.centre.z}, estimate.ToString()};
+}
+
 } // namespace
 
 AlignResult Align(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& flt, const AlignOptions& options,
                   const Zorvan::Hooks& hooks)
 {
     if (options.start) return WeighPoses(fix, flt, {options.start}, options);
-    AlignResult result = prepared(toPointSet(fix), options, false);
-    PairSearchResult found =
-        SearchPair(fix, flt, result.config,
-                   {options.dMmPerUnit, options.uiNumTasks, options.gpu, static_cast<bool>(options.settings)}, hooks);
+    const CReadyPair pair(fix, flt, options);
+    AlignResult result = prepared(pair, options, false);
+    PairSearchResult found = SearchPair(pair.GetFix(), pair.GetFlt(), result.config,
+                                        {options.dMmPerUnit, options.uiNumTasks, options.gpu,
+                                         static_cast<bool>(options.settings), pair.GetFixSensor(), pair.GetFltSensor()},
+                                        hooks);
     result.candidates = std::move(found.candidates);
     result.verdict = std::move(found.verdict);
     result.searchWords = std::move(found.words);
     result.times = std::move(found.times);
     result.isStopped = found.isStopped;
     markOverruled(result);
+    estimateBest(result, pair);
     return result;
 }
 
 AlignResult WeighPoses(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& flt, const std::vector<CTrafo>& poses,
                        const AlignOptions& options)
 {
-    const CPointSet fixSet = toPointSet(fix);
-    const CPointSet fltSet = toPointSet(flt);
-    AlignResult result = prepared(fixSet, options, true);
-    const CScanView fixView(fixSet);
-    const CScanView fltView(fltSet);
+    const CReadyPair pair(fix, flt, options);
+    AlignResult result = prepared(pair, options, true);
+    const CScanView fixView(pair.GetFixSet(), pair.GetFixSensor());
+    const CScanView fltView(pair.GetFltSet(), pair.GetFltSensor());
     const CPoseJudge judge(fixView, fltView);
     std::vector<PoseVerdict> verdicts;
     for (const CTrafo& pose : poses) {
-        const ICPResult refined = RefinePose(fixSet, fltSet, result.config.icpConfig, pose);
+        const ICPResult refined = RefinePose(pair.GetFixSet(), pair.GetFltSet(), result.config.icpConfig, pose);
         const bool isAllowed = refined || !options.settings;
         verdicts.push_back(isAllowed ? judge.Judge(refined.GetTrafo()) : PoseVerdict());
         result.candidates.push_back({refined, verdicts.back(), CJudgedSearch::EProposer::Start});
@@ -109,6 +133,7 @@ AlignResult WeighPoses(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& 
     result.verdict = DecideOnPoses(judge, posesOf(result.candidates), std::move(verdicts));
     SortByVerdict(result.candidates, result.verdict);
     markOverruled(result);
+    estimateBest(result, pair);
     return result;
 }
 
@@ -135,6 +160,7 @@ Zorvan::PosesFile ToPoses(const AlignResult& result, const Zorvan::SurfelScan& f
     };
     const Zorvan::ScanPose fixPose = entry(fix);
     Zorvan::ScanPose fltPose = withResult(result.candidates.empty() ? PairCandidate() : result.candidates.front());
+    if (result && result.estimate) fltPose.uncertainty = summarize(result.estimate);
     if (!result) fltPose.pose = CTrafo::Invalid();
     fltPose.verdict->name = VerdictName(result.verdict.eVerdict);
     fltPose.verdict->text = result.verdict.Reason();
@@ -142,6 +168,7 @@ Zorvan::PosesFile ToPoses(const AlignResult& result, const Zorvan::SurfelScan& f
     const std::size_t numExplanations = result ? 0 : result.verdict.explanations.size();
     for (std::size_t i = 0; i < (isAll ? result.candidates.size() : numExplanations); ++i)
         poses.candidates.push_back(withResult(result.candidates[i]));
+    if (result.estimate && !poses.candidates.empty()) poses.candidates[0].uncertainty = summarize(result.estimate);
     return poses;
 }
 

@@ -8,6 +8,8 @@
 #include "zorvan/features/configurationfpfh.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanreader.h"
+#include "zorvan/verdict/cscanview.h"
+#include "zorvan/verdict/posecovariance.h"
 #include "zorvan/workflow/export.h"
 #include "zorvan/workflow/pairsearch.h"
 
@@ -27,12 +29,15 @@ struct AlignOptions
     unsigned uiNumTasks = 1;          ///< threads that compute features; the result does not depend on it
     GpuContext gpu = nullptr;         ///< computes the features, unless null
     double dMmPerUnit = 1.0;          ///< unit of the lengths in words
+    SensorKnowledge fixSensor = {};   ///< of the fixed scan, in its coordinates; what is left out is measured
+    SensorKnowledge fltSensor = {};   ///< of the floating scan, in its own; a model has none, whatever stands here
 };
 
 struct AlignResult
 {
     std::vector<PairCandidate> candidates; ///< those that nothing contradicts first, best first
     PairVerdict verdict;                   ///< on the candidates
+    PoseEstimate estimate;                 ///< of the first candidate where it explains the scans: how well it is held
     ConfigurationFPFH config;              ///< all settings, as they were used
     std::string settingsWords;             ///< for people: what was chosen and why
     std::string searchWords;               ///< what became of the proposals; empty without a search
@@ -50,7 +55,9 @@ struct AlignResult
 
 /// Finds the pose of `flt` in the frame of `fix`: settings from the fixed scan, features, search, refinement on all
 /// points, and a verdict by what contradicts each pose; see CJudgedSearch. A start pose is weighed in the same way, but
-/// rivals are not looked for. Where settings are given, a pose must pass their limits too. This is all that `zorvan
+/// rivals are not looked for. A mesh that is a model (`SurfelScan::model`: CAD, STL, a merged skin) is a surface: it is
+/// sampled by area at the grid of the other scan and has no sensor, so that only what that scan saw contradicts a pose.
+/// Where settings are given, a pose must pass their limits too. This is all that `zorvan
 /// align` does.
 ///
 ///     const auto fix = Zorvan::ReadScan("a.ply"), flt = Zorvan::ReadScan("b.stl");

@@ -1,9 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/autosettings.h"
 
+#include "zorvan/numerics/quantile.h"
 #include "zorvan/scans/spacing.h"
+#include "zorvan/verdict/scansampling.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numbers>
+#include <utility>
+#include <vector>
 
 namespace prereg {
 
@@ -11,6 +18,58 @@ namespace {
 
 constexpr double dFinest = 1.0 / 500; // of the diagonal
 constexpr double dCoarsest = 1.0 / 50;
+
+/// How the points around a point lie.
+struct Neighbourhood
+{
+    double dSide = 0.0;   ///< of the square that each point stands for, mm
+    double dAcross = 0.0; ///< the nearest eight points: their extent across their main direction, over that along it
+};
+
+Neighbourhood neighbourhoodOf(const CPointSet& scan, std::size_t i, std::vector<Zorvan::IndexAndDist>& found)
+{
+    constexpr int iNear = 8;
+    constexpr int iWide = 50;
+    const auto limit = std::numeric_limits<float>::max();
+    const kdtree::Vector<3> p = scan.GetPoint(i);
+    scan.GetKdTree().FindKNearest(p, found, iWide, limit);
+    float farthest = 0.0F;
+    for (const auto& hit : found) farthest = std::max(farthest, hit.distSq);
+    Neighbourhood result;
+    result.dSide = std::sqrt(std::numbers::pi * static_cast<double>(farthest) / iWide);
+    scan.GetKdTree().FindKNearest(p, found, iNear, limit);
+    kdtree::Vector<3> along;
+    float most = 0.0F;
+    for (const auto& hit : found) {
+        if (hit.distSq <= most) continue;
+        most = hit.distSq;
+        along = scan.GetPoint(hit.index) - p;
+    }
+    if (!(most > 0.0F)) return result;
+    float across = 0.0F;
+    for (const auto& hit : found)
+        across = std::max(across, Cross(scan.GetPoint(hit.index) - p, along).LengthSq() / most);
+    result.dAcross = std::sqrt(static_cast<double>(across / most));
+    return result;
+}
+
+/// The side of the square that a point stands for where the points lie in lines; 0 where they lie in a raster or
+/// anyhow.
+double lineSide(const CPointSet& scan)
+{
+    constexpr std::size_t uiProbes = 200;
+    constexpr double dLine = 0.35; // in a raster the eight neighbours are as far across as along
+    std::vector<double> sides;
+    std::vector<double> across;
+    std::vector<Zorvan::IndexAndDist> found;
+    for (std::size_t i = 0; i < scan.Size(); i += std::max<std::size_t>(1, scan.Size() / uiProbes)) {
+        const Neighbourhood around = neighbourhoodOf(scan, i, found);
+        sides.push_back(around.dSide);
+        across.push_back(around.dAcross);
+    }
+    if (sides.empty() || Zorvan::Median(std::move(across)) > dLine) return 0.0;
+    return Zorvan::Median(std::move(sides));
+}
 
 AutoSettings withGrid(double grid, std::string reason) { return {grid, std::move(reason), SettingsForGrid(grid)}; }
 
@@ -105,6 +164,28 @@ AutoSettings ChooseSettings(const CPointSet& scan, std::optional<double> dGrid, 
     if (spacing < diagonal * dFinest) return withGrid(diagonal * dFinest, "1/500 of the extent of " + name);
     if (spacing > diagonal * dCoarsest) return withGrid(diagonal * dCoarsest, "1/50 of the extent of " + name);
     return withGrid(spacing, "the median point spacing of " + name);
+}
+
+AutoSettings ChoosePairSettings(const CPointSet* fix, const CPointSet* flt, std::optional<double> dGrid)
+{
+    constexpr double dOfNoise = 2.0;
+    constexpr double dOtherSpacing = 2.0;
+    const std::string fixName = "the fixed scan";
+    const std::string fltName = "the floating scan";
+    AutoSettings chosen = ChooseSettings(fix != nullptr ? *fix : *flt, dGrid, fix != nullptr ? fixName : fltName);
+    if (dGrid) return chosen;
+    const double first = chosen.dGrid;
+    const auto raise = [&](double grid, const std::string& reason) {
+        if (grid > chosen.dGrid) chosen = withGrid(grid, reason);
+    };
+    for (const auto& [scan, name] : {std::pair(fix, fixName), std::pair(flt, fltName)}) {
+        if (scan == nullptr) continue;
+        const ScanSampling sampling = MeasureSampling(scan->GetPoints(), scan->GetKdTree());
+        if (sampling.dSpacing > dOtherSpacing * first) raise(sampling.dSpacing, "the median point spacing of " + name);
+        raise(dOfNoise * sampling.dNoise, "twice the noise of " + name);
+        raise(lineSide(*scan), "the mean point spacing of " + name + ", whose points lie in lines");
+    }
+    return chosen;
 }
 
 } // namespace prereg

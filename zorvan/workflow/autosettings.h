@@ -47,4 +47,14 @@ struct AutoSettings
 [[nodiscard]] ZORVAN_WORKFLOW_API AutoSettings ChooseSettings(const CPointSet& scan, std::optional<double> dGrid,
                                                               const std::string& name = "the fixed scan");
 
+/// Settings for a pair: those of the fixed scan, on a grid that is raised where either scan asks for it:
+/// - twice its noise (mm, see MeasureSampling), so that the radius of 1.5 grids holds 95 % of the pairs of two such
+///   scans;
+/// - its spacing, where that is more than twice the other scan's;
+/// - of a scan whose points lie in lines, as those of a spinning lidar, the side of the square that each point stands
+///   for: along the lines alone, the pattern of one scan fits on that of the other wherever the sensors stood.
+/// @param fix, flt  null: a model, which has neither; one of them is a scan
+[[nodiscard]] ZORVAN_WORKFLOW_API AutoSettings ChoosePairSettings(const CPointSet* fix, const CPointSet* flt,
+                                                                  std::optional<double> dGrid);
+
 } // namespace prereg

@@ -37,9 +37,10 @@ SetPtr computeFeatures(const Zorvan::SurfelScan& scan, const ConfigurationFPFH& 
     return set;
 }
 
-std::shared_ptr<const CScanView> viewOf(const Zorvan::SurfelScan& scan)
+std::shared_ptr<const CScanView> viewOf(const Zorvan::SurfelScan& scan, const SensorKnowledge& sensor)
 {
-    return std::make_shared<const CScanView>(CPointSet(scan.points.data(), scan.normals.data(), scan.points.size()));
+    const CPointSet set(scan.points.data(), scan.normals.data(), scan.points.size());
+    return std::make_shared<const CScanView>(set, sensor);
 }
 
 } // namespace
@@ -53,7 +54,8 @@ PairSearchResult SearchPair(const Zorvan::SurfelScan& fixScan, const Zorvan::Sur
     const SetPtr fix = computeFeatures(fixScan, searchConfig, options);
     const SetPtr flt = computeFeatures(fltScan, searchConfig, options);
     const auto featuresDone = Clock::now();
-    CJudgedSearch search({fix, viewOf(fixScan)}, {flt, viewOf(fltScan)}, searchConfig, SettingsForRefinement(config));
+    CJudgedSearch search({fix, viewOf(fixScan, options.fixSensor)}, {flt, viewOf(fltScan, options.fltSensor)},
+                         searchConfig, SettingsForRefinement(config));
     search.RequireLimits(options.areLimitsRequired);
     search.SetNumTasks(options.uiNumTasks);
     search.Compute(hooks);

@@ -31,6 +31,8 @@ struct PairSearchOptions
     unsigned uiNumTasks = 1;
     GpuContext gpu;                 ///< computes the features, unless null
     bool areLimitsRequired = false; ///< a pose must also pass the limits of the ICP
+    SensorKnowledge fixSensor = {};
+    SensorKnowledge fltSensor = {};
 };
 
 /// Finds the pose of `flt` in the frame of `fix` without a start pose: features, search, refinement on all points,

@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: MIT
+#include "pairoptions.h"
+
+#include "zorvan/scans/inputerror.h"
+
+#include <array>
+#include <vector>
+
+namespace tools {
+
+namespace {
+
+Zorvan::Vector3 parsePoint(const std::string& option, const std::string& text, double mmPerUnit)
+{
+    std::vector<double> xyz = ParseNumbers(option, text, 3);
+    std::array<float, 3> mm{};
+    for (std::size_t k = 0; k < 3; ++k) mm[k] = Zorvan::ToFloat(xyz[k] * mmPerUnit);
+    return {mm[0], mm[1], mm[2]};
+}
+
+Zorvan::Vector3 parseDirection(const std::string& option, const std::string& text)
+{
+    const Zorvan::Vector3 direction = Zorvan::Normalized(parsePoint(option, text, 1.0));
+    if (!(direction.LengthSq() > 0.0F)) throw Zorvan::CInputError(option + ": a direction has a length");
+    return direction;
+}
+
+/// @param name  "fix" or "flt", as in the options
+prereg::SensorKnowledge knowledge(const std::string& name, const std::string& sensor, const std::string& ray,
+                                  const ScanFileOptions& files)
+{
+    if (!sensor.empty() && !ray.empty())
+        throw Zorvan::CInputError("--sensor-" + name + " and --ray-" + name + " say the same; give one of them");
+    prereg::SensorKnowledge known;
+    if (!ray.empty()) known.direction = parseDirection("--ray-" + name, ray);
+    if (!sensor.empty())
+        known.position = parsePoint("--sensor-" + name, sensor, files.dMmPerUnit);
+    else if (ray.empty() && !files.sensor.empty())
+        known.position = parsePoint("--sensor", files.sensor, files.dMmPerUnit);
+    return known;
+}
+
+Zorvan::EMesh meshOf(const std::string& mesh, const char* name)
+{
+    if (mesh == "auto") return Zorvan::EMesh::Auto;
+    return mesh == "both" || mesh == name ? Zorvan::EMesh::Model : Zorvan::EMesh::Scan;
+}
+
+Zorvan::ScanOptions readOptions(const ScanFileOptions& files, const std::string& option, const std::string& sensor,
+                                Zorvan::EMesh eMesh)
+{
+    Zorvan::ScanOptions options = files.ToScanOptions();
+    if (!sensor.empty()) options.sensor = parsePoint(option, sensor, 1.0);
+    options.eMesh = eMesh;
+    return options;
+}
+
+} // namespace
+
+void PairOptions::AddTo(CLI::App& command)
+{
+    command
+        .add_option("--mesh", mesh,
+                    "Which file is a model, whose surface is meant and not its corners:\n"
+                    "auto, fixed, floating, both or none (default auto: closed meshes, and those\n"
+                    "with triangles of very different sizes)")
+        ->check(CLI::IsMember({"auto", "fixed", "floating", "both", "none"}));
+    command.add_option("--sensor-fix", fixSensor,
+                       "Where the sensor of FIX stood, x,y,z in file units and coordinates of FIX;\n"
+                       "--sensor says so of both (default: found from the raster of the points)");
+    command.add_option("--sensor-flt", fltSensor, "The same of FLT, in its own coordinates");
+    command.add_option("--ray-fix", fixRay,
+                       "Direction from FIX to a sensor far away, x,y,z, where no position is known");
+    command.add_option("--ray-flt", fltRay, "The same of FLT");
+}
+
+Zorvan::ScanOptions PairOptions::ForFix(const ScanFileOptions& files) const
+{
+    return readOptions(files, "--sensor-fix", fixSensor, meshOf(mesh, "fixed"));
+}
+
+Zorvan::ScanOptions PairOptions::ForFlt(const ScanFileOptions& files) const
+{
+    return readOptions(files, "--sensor-flt", fltSensor, meshOf(mesh, "floating"));
+}
+
+void PairOptions::Apply(const ScanFileOptions& files, prereg::AlignOptions& options) const
+{
+    options.fixSensor = knowledge("fix", fixSensor, fixRay, files);
+    options.fltSensor = knowledge("flt", fltSensor, fltRay, files);
+}
+
+} // namespace tools

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+#include "zorvan/scans/surfacemodel.h"
+
+#include "zorvan/scans/vectors.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace Zorvan {
+
+namespace {
+
+constexpr double dLongestRim = 1.0;     // sides of a square of the mesh's area
+constexpr double dLargeTriangle = 10.0; // times the median area
+constexpr double dLargeShare = 0.5;
+
+using Edge = std::pair<std::uint32_t, std::uint32_t>;
+
+double areaOf(const Scan& mesh, const Face& face)
+{
+    const Vector3& a = mesh.points[face[0]];
+    return 0.5 * static_cast<double>(Cross(mesh.points[face[1]] - a, mesh.points[face[2]] - a).Length());
+}
+
+std::vector<double> areasOf(const Scan& mesh)
+{
+    std::vector<double> areas;
+    for (const Face& face : mesh.faces) {
+        const double area = areaOf(mesh, face);
+        if (area > 0.0 && std::isfinite(area)) areas.push_back(area);
+    }
+    return areas;
+}
+
+double sumOf(const std::vector<double>& values)
+{
+    double sum = 0.0;
+    for (const double value : values) sum += value;
+    return sum;
+}
+
+/// Length of all edges that one face alone has.
+double rimOf(const Scan& mesh)
+{
+    std::vector<Edge> edges;
+    edges.reserve(3 * mesh.faces.size());
+    for (const Face& face : mesh.faces)
+        for (std::size_t k = 0; k < 3; ++k) edges.push_back(std::minmax({face[k], face[(k + 1) % 3]}));
+    std::sort(edges.begin(), edges.end());
+    double rim = 0.0;
+    for (std::size_t i = 0; i < edges.size();) {
+        std::size_t next = i + 1;
+        while (next < edges.size() && edges[next] == edges[i]) ++next;
+        if (next == i + 1)
+            rim += static_cast<double>((mesh.points[edges[i].first] - mesh.points[edges[i].second]).Length());
+        i = next;
+    }
+    return rim;
+}
+
+bool isClosed(const Scan& mesh, double area) { return rimOf(mesh) < dLongestRim * std::sqrt(area); }
+
+bool isUneven(std::vector<double> areas, double area)
+{
+    const auto middle = areas.begin() + static_cast<std::ptrdiff_t>(areas.size() / 2);
+    std::nth_element(areas.begin(), middle, areas.end());
+    const double large = dLargeTriangle * *middle;
+    double inLarge = 0.0;
+    for (const double one : areas) inLarge += one > large ? one : 0.0;
+    return inLarge > dLargeShare * area;
+}
+
+/// Six times the volume, measured from a corner of the mesh, so that it may lie anywhere.
+double volumeOf(const Scan& mesh)
+{
+    const Vector3& origin = mesh.points[mesh.faces.front()[0]];
+    double volume = 0.0;
+    for (const Face& face : mesh.faces)
+        volume += static_cast<double>(
+            Dot(mesh.points[face[0]] - origin, Cross(mesh.points[face[1]] - origin, mesh.points[face[2]] - origin)));
+    return volume;
+}
+
+} // namespace
+
+bool IsSurfaceModel(const Scan& mesh)
+{
+    const std::vector<double> areas = areasOf(mesh);
+    const double area = sumOf(areas);
+    return area > 0.0 && (isUneven(areas, area) || isClosed(mesh, area));
+}
+
+void TurnOutward(Scan& mesh)
+{
+    if (mesh.faces.empty() || !isClosed(mesh, sumOf(areasOf(mesh))) || volumeOf(mesh) >= 0.0) return;
+    for (Face& face : mesh.faces) std::swap(face[1], face[2]);
+}
+
+} // namespace Zorvan

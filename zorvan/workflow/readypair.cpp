@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#include "zorvan/workflow/readypair.h"
+
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/meshsampling.h"
+#include "zorvan/scans/showntext.h"
+
+#include <cmath>
+#include <utility>
+
+namespace prereg {
+
+namespace {
+
+constexpr double dPointsOfModels = 30000; ///< of the fixed one, where no scan says how densely
+
+/// Of two models.
+AutoSettings settingsByArea(const Zorvan::Scan& model, const std::optional<double>& dGrid)
+{
+    const double area = Zorvan::SampleMesh(model, 1.0, 1).dArea;
+    const double grid = dGrid.value_or(std::sqrt(area / dPointsOfModels));
+    return {grid, dGrid ? "as asked for" : "30000 points on the fixed model", SettingsForGrid(grid)};
+}
+
+} // namespace
+
+void CReadyPair::Side::MakeSet()
+{
+    const Zorvan::SurfelScan& points = Get();
+    set = std::make_unique<CPointSet>(points.points.data(), points.normals.data(), points.points.size());
+}
+
+CReadyPair::CReadyPair(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& flt, const AlignOptions& options)
+    : m_fix{&fix, options.fixSensor}, m_flt{&flt, options.fltSensor}
+{
+    for (Side* side : {&m_fix, &m_flt})
+        if (!side->IsModel()) side->MakeSet();
+    m_settings = m_fix.set || m_flt.set ? ChoosePairSettings(m_fix.set.get(), m_flt.set.get(), options.dGrid)
+                                        : settingsByArea(fix.model, options.dGrid);
+    for (Side* side : {&m_fix, &m_flt})
+        if (side->IsModel()) sample(*side);
+}
+
+void CReadyPair::sample(Side& side)
+{
+    Zorvan::MeshSamples samples = Zorvan::SampleMesh(side.scan->model, m_settings.dGrid);
+    side.sampled.file = side.scan->file;
+    side.sampled.points = std::move(samples.points);
+    side.sampled.normals = std::move(samples.normals);
+    side.sampled.eNormals = Zorvan::ENormalSource::Faces;
+    if (side.sampled.points.size() < 3)
+        throw Zorvan::CInputError(side.scan->file, "is a model smaller than the grid",
+                                  "give both in the same unit, or a finer --grid");
+    side.sensor = {.isSurface = true};
+    side.MakeSet();
+    m_words += (m_words.empty() ? "" : "; ") + Zorvan::ToShown(side.scan->file.filename().string()) +
+               " is a model: " + std::to_string(side.sampled.points.size()) + " points on its surface";
+}
+
+} // namespace prereg

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/verdict/cscanview.h"
+#include "zorvan/workflow/align.h"
+#include "zorvan/workflow/autosettings.h"
+
+#include <memory>
+#include <string>
+
+namespace prereg {
+
+/// Two scans as registration wants them: a model is a surface sampled by area, one point per square of the grid, and
+/// has no sensor. The grid comes from the scan, of two scans from the fixed one. Not installed.
+class CReadyPair
+{
+public:
+    /// The scans must outlive it.
+    CReadyPair(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& flt, const AlignOptions& options);
+
+    [[nodiscard]] const Zorvan::SurfelScan& GetFix() const { return m_fix.Get(); }
+    [[nodiscard]] const Zorvan::SurfelScan& GetFlt() const { return m_flt.Get(); }
+    [[nodiscard]] const CPointSet& GetFixSet() const { return *m_fix.set; }
+    [[nodiscard]] const CPointSet& GetFltSet() const { return *m_flt.set; }
+    [[nodiscard]] const SensorKnowledge& GetFixSensor() const { return m_fix.sensor; }
+    [[nodiscard]] const SensorKnowledge& GetFltSensor() const { return m_flt.sensor; }
+    [[nodiscard]] const AutoSettings& GetSettings() const { return m_settings; }
+    /// For people, of each model: its name and how many points stand for it. Empty for two scans.
+    [[nodiscard]] const std::string& GetWords() const { return m_words; }
+
+private:
+    struct Side
+    {
+        const Zorvan::SurfelScan* scan;
+        SensorKnowledge sensor;
+        Zorvan::SurfelScan sampled = {}; ///< of a model
+        std::unique_ptr<CPointSet> set = {};
+
+        [[nodiscard]] bool IsModel() const { return !scan->model.faces.empty(); }
+        [[nodiscard]] const Zorvan::SurfelScan& Get() const { return IsModel() ? sampled : *scan; }
+        void MakeSet();
+    };
+
+    void sample(Side& side);
+
+    Side m_fix;
+    Side m_flt;
+    AutoSettings m_settings;
+    std::string m_words;
+};
+
+} // namespace prereg
