@@ -269,6 +269,22 @@ TEST(ScanReader, JoinsTheCornersOfStlAndObj)
     }
 }
 
+TEST(ScanReader, NoticesEveryMissingByteOfStl)
+{
+    const TemporaryFolder folder;
+    for (const std::string& whole : {binaryStl(sample), std::string(textStl)}) {
+        const std::size_t last = whole.find(" a\n", 10) == std::string::npos ? 1 : 4; // the name behind endsolid may go
+        for (std::size_t length = 1; length + last <= whole.size(); ++length)
+            EXPECT_THROW(static_cast<void>(Zorvan::ReadScanFile(folder.Write("a.stl", whole.substr(0, length)))),
+                         Zorvan::CInputError)
+                << length << " of " << whole.size();
+    }
+    const Scan polygon = Zorvan::ReadScanFile(folder.Write(
+        "b.stl", "solid\n FACET\nouter loop\nvertex 0 0 0\nvertex 1 0 0\nvertex 1 1 0\nvertex 0 1 0\nendloop\n"
+                 "endfacet\nendsolid\n"));
+    EXPECT_EQ(polygon.faces.size(), 2U);
+}
+
 TEST(ScanReader, ReadsObjWithoutFacesAndWithNormals)
 {
     const TemporaryFolder folder;
