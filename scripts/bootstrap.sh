@@ -9,8 +9,9 @@ packages=(
     libfmt-dev libspdlog-dev libtbb-dev libutfcpp-dev            # the library
     libeigen3-dev libpng-dev                                     # the library
     ocl-icd-opencl-dev opencl-headers pocl-opencl-icd            # the library; the processor as a compute device
-    libcli11-dev nlohmann-json3-dev libassimp-dev libpugixml-dev # the program; headers of E57 files
+    libcli11-dev nlohmann-json3-dev libpugixml-dev               # the program; headers of E57 files
     libgtest-dev libgmock-dev chromium chromium-driver           # tests; the browser looks at the report
+    libassimp-dev                                                # tests and benchmarks: meshes beside ours
     libbenchmark-dev libnanoflann-dev                            # benchmarks
     clang-format clang-tidy                                      # checks of CI
     clang libclang-rt-14-dev libomp-dev                          # fuzzing; clang's OpenMP, for its checks too

@@ -4,6 +4,7 @@
 
 #include "zorvan/scans/e57pages.h"
 #include "zorvan/scans/e57reader.h"
+#include "zorvan/scans/e57writer.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/littleendian.h"
 #include "zorvan/scans/scanreader.h"
@@ -214,6 +215,24 @@ TEST(E57, RefusesDamageWithPlaceAndAdvice)
     EXPECT_THAT(with("<rowIndex", "<!-- <rowIndex"), testing::HasSubstr("the XML is damaged"));
     EXPECT_THAT(with("<remark type='String'/>", ""), testing::HasSubstr("not as many fields as the header"));
     EXPECT_THAT(with("cartesianY", "cartesianU"), testing::HasSubstr("the scan has no coordinates"));
+}
+
+TEST(E57, IsReadBackAsWritten)
+{
+    std::vector<Scan> scans{SampleScan({}, 5000), SampleScan({500000, 5.4e6, 300}), {}, {}}; // several packets, doubles
+    scans[0].name = "a <b> & ]]> c\n";
+    scans[0].pose = Zorvan::Normalized(Zorvan::FramePose{{500, 20, -3}, {1, 2, -3, 4}});
+    scans[2].points = {{1, 2, 3}};
+    const std::string bytes = Zorvan::WriteE57Bytes(scans);
+    EXPECT_EQ(bytes, Zorvan::WriteE57Bytes(scans)) << "same scans, same bytes";
+    const std::vector<Scan> read = Zorvan::ReadE57(bytes, "a.e57");
+    ASSERT_EQ(read.size(), 3U) << "one without points is none";
+    for (std::size_t i = 0; i < 3; ++i) ExpectSameScan(read[i], scans[i]);
+    EXPECT_EQ(read[0].name, "a <b> & ]]> c ");
+    ASSERT_TRUE(read[0].pose);
+    ExpectNear(Transform(*read[0].pose, {1, 2, 3}), Transform(*scans[0].pose, {1, 2, 3}), 1e-9);
+    EXPECT_FALSE(read[1].pose || read[1].sensor);
+    EXPECT_EQ(Zorvan::ReadE57(Zorvan::WriteE57Bytes(scans, 0.001), "a")[0].pose->position[0], 0.5);
 }
 
 TEST(E57, OfOtherProgramsIsReadWithinItsOwnBounds)

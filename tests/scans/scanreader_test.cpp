@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "tests/scans/scansamples.h"
 #include "tests/support/temporaryfolder.h"
 
 #include "zorvan/scans/inputerror.h"
@@ -153,6 +154,50 @@ TEST(ScanWriter, IsReadBackBitForBit)
     expectSame(Zorvan::ReadScanFile(folder / "a.ply"), scan);
 }
 
+TEST(ScanWriter, KeepsColoursAndIntensitiesWithoutMakingAResultOfTheScan)
+{
+    const TemporaryFolder folder;
+    for (const Scan& scan : {SampleScan(), SampleScan({500000, 5.4e6, 300})}) {
+        Zorvan::WritePly(folder / "a.ply", scan);
+        ExpectSameScan(Zorvan::ReadScans(folder / "a.ply").front(), scan);
+        EXPECT_FALSE(Zorvan::IsColouredResult(folder / "a.ply"));
+        Zorvan::WritePly(folder / "a.ply", scan, 1.0, std::vector<Zorvan::Rgb>(scan.points.size(), {1, 2, 3}));
+        EXPECT_EQ(Zorvan::ReadScans(folder / "a.ply").front().colours[5], (Zorvan::Rgb{1, 2, 3}));
+        EXPECT_TRUE(Zorvan::IsColouredResult(folder / "a.ply"));
+    }
+}
+
+TEST(ScanReader, TakesColoursOfEveryTypeAndOtherNames)
+{
+    const std::string xyz = "ply\nformat ascii 1.0\nelement vertex 1\nproperty int x\nproperty int y\nproperty int z\n";
+    const TemporaryFolder folder;
+    const Scan a = Zorvan::ReadScanFile(folder.Write("a.ply", xyz + "property float red\nproperty ushort green\n"
+                                                                    "property uchar blue\nproperty float intensity\n"
+                                                                    "end_header\n1 2 3 0.5 65535 7 0.25\n"));
+    EXPECT_EQ(a.colours, (std::vector<Zorvan::Rgb>{{128, 255, 7}}));
+    EXPECT_EQ(a.intensities, std::vector<float>{0.25F});
+    const Scan b = Zorvan::ReadScanFile(
+        folder.Write("b.ply", xyz + "property double diffuse_red\nproperty int diffuse_green\n"
+                                    "property short diffuse_blue\nproperty ushort scalar_Intensity\n"
+                                    "end_header\n1 2 3 nan 300 -1 9\n"));
+    EXPECT_EQ(b.colours, (std::vector<Zorvan::Rgb>{{0, 255, 0}}));
+    EXPECT_EQ(b.intensities, std::vector<float>{9});
+}
+
+TEST(ScanReader, TurnsNormalsTowardTheSensorOfTheFileUnlessOneIsGiven)
+{
+    const TemporaryFolder folder;
+    std::string pcd = "FIELDS x y z\nWIDTH 100\nVIEWPOINT 0 0 -50 1 0 0 0\nDATA ascii\n";
+    for (int i = 0; i < 100; ++i) pcd += std::to_string(i % 10) + " " + std::to_string(i / 10) + " 7\n";
+    const auto file = folder.Write("a.pcd", pcd);
+    const Zorvan::SurfelScan scan = Zorvan::ReadScan(file, {.dMmPerUnit = 1000, .sensor = {}});
+    EXPECT_EQ(scan.normals.front(), Vector3(0, 0, -1));
+    ASSERT_TRUE(scan.sensor);
+    EXPECT_EQ(scan.sensor->position, (Zorvan::Position{0, 0, -50000}));
+    const Zorvan::SurfelScan above = Zorvan::ReadScan(file, {.dMmPerUnit = 1000, .sensor = Vector3(0, 0, 50)});
+    EXPECT_EQ(above.normals.front(), Vector3(0, 0, 1));
+}
+
 TEST(ScanReader, JoinsRangeGridToFacesButNotAcrossSteps)
 {
     // Three columns and two rows one apart; the last column lies 50 deeper, and one corner of the first square is
@@ -222,6 +267,22 @@ TEST(ScanReader, JoinsTheCornersOfStlAndObj)
         EXPECT_EQ(scan.points, sample.points) << file;
         EXPECT_EQ(scan.eNormals, Zorvan::ENormalSource::Faces) << file;
     }
+}
+
+TEST(ScanReader, NoticesEveryMissingByteOfStl)
+{
+    const TemporaryFolder folder;
+    for (const std::string& whole : {binaryStl(sample), std::string(textStl)}) {
+        const std::size_t last = whole.find(" a\n", 10) == std::string::npos ? 1 : 4; // the name behind endsolid may go
+        for (std::size_t length = 1; length + last <= whole.size(); ++length)
+            EXPECT_THROW(static_cast<void>(Zorvan::ReadScanFile(folder.Write("a.stl", whole.substr(0, length)))),
+                         Zorvan::CInputError)
+                << length << " of " << whole.size();
+    }
+    const Scan polygon = Zorvan::ReadScanFile(folder.Write(
+        "b.stl", "solid\n FACET\nouter loop\nvertex 0 0 0\nvertex 1 0 0\nvertex 1 1 0\nvertex 0 1 0\nendloop\n"
+                 "endfacet\nendsolid\n"));
+    EXPECT_EQ(polygon.faces.size(), 2U);
 }
 
 TEST(ScanReader, ReadsObjWithoutFacesAndWithNormals)

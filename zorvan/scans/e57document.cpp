@@ -45,7 +45,8 @@ private:
     E57ScanHeader readScan(const pugi::xml_node& node) const
     {
         E57ScanHeader scan;
-        scan.name = node.child_value("name");
+        // A text with the end of a CDATA section in it stands in two of them.
+        for (const pugi::xml_node& part : node.child("name").children()) scan.name += part.value();
         scan.pose = readPose(node.child("pose"));
         const pugi::xml_node points = node.child("points");
         scan.points = static_cast<std::uint64_t>(integer(points, "recordCount", 0));

@@ -13,6 +13,7 @@ namespace {
 
 constexpr std::size_t uiHeaderBytes = 48;
 constexpr std::uint64_t uiChecksum = 4;
+constexpr std::uint64_t uiPage = 1024; // that is written
 constexpr std::uint64_t uiSmallestPage = 64;
 constexpr std::uint64_t uiLargestPage = 1U << 20U;
 constexpr const char* sCopyAgain = "the file is damaged: write or copy it again";
@@ -41,6 +42,35 @@ std::uint32_t Crc32c(std::string_view bytes)
     std::uint32_t crc = ~0U;
     for (const char byte : bytes) crc = (crc >> 8U) ^ crcTable[(crc ^ static_cast<unsigned char>(byte)) & 0xFFU];
     return ~crc;
+}
+
+std::uint64_t E57PlaceOf(std::uint64_t content)
+{
+    constexpr std::uint64_t each = uiPage - uiChecksum;
+    return content / each * uiPage + content % each;
+}
+
+std::string E57Pages(std::string content, std::size_t xml)
+{
+    constexpr std::size_t each = uiPage - uiChecksum;
+    const std::size_t xmlLength = content.size() - xml;
+    const std::size_t pages = (content.size() + each - 1) / each;
+    content.resize(pages * each, '\0');
+    std::string header = "ASTM-E57";
+    for (const std::uint32_t version : {1U, 0U}) AppendLittle(header, version);
+    for (const std::uint64_t value :
+         {static_cast<std::uint64_t>(pages * uiPage), E57PlaceOf(xml), static_cast<std::uint64_t>(xmlLength), uiPage})
+        AppendLittle(header, value);
+    content.replace(0, header.size(), header);
+    std::string file;
+    file.reserve(pages * uiPage);
+    for (std::size_t at = 0; at < content.size(); at += each) {
+        const std::string_view page = std::string_view(content).substr(at, each);
+        file += page;
+        const std::uint32_t crc = Crc32c(page);
+        for (const unsigned shift : {24U, 16U, 8U, 0U}) file.push_back(static_cast<char>(crc >> shift));
+    }
+    return file;
 }
 
 CE57Pages::CE57Pages(std::string_view bytes, const std::filesystem::path& file) : m_bytes(bytes), m_file(file)

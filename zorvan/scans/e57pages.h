@@ -14,6 +14,14 @@ namespace Zorvan {
 /// CRC-32C (Castagnoli): polynomial 0x1EDC6F41, reflected.
 [[nodiscard]] ZORVAN_SCANS_API std::uint32_t Crc32c(std::string_view bytes);
 
+/// Byte of the file at which a byte of content stands, in pages of 1024 bytes.
+[[nodiscard]] ZORVAN_SCANS_API std::uint64_t E57PlaceOf(std::uint64_t content);
+
+/// Cuts content into pages of 1024 bytes with their checksums, and fills in the header.
+/// @param content  begins with 48 bytes for the header
+/// @param xml      where in it the XML begins, which goes to its end
+[[nodiscard]] ZORVAN_SCANS_API std::string E57Pages(std::string content, std::size_t xml);
+
 /// The pages of an E57 file: all but the last four bytes of each are content, and those are its CRC-32C, most
 /// significant byte first. "Place" is a byte of the file; content is counted without the checksums. Source of the
 /// format: ASTM E2807-11.

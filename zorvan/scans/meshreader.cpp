@@ -3,15 +3,15 @@
 
 #include "zorvan/scans/farcoordinates.h"
 #include "zorvan/scans/inputerror.h"
-
-#include <assimp/IOSystem.hpp>
-#include <assimp/Importer.hpp>
-#include <assimp/postprocess.h>
-#include <assimp/scene.h>
+#include "zorvan/scans/littleendian.h"
+#include "zorvan/scans/textnumber.h"
+#include "zorvan/scans/vectors.h"
 
 #include <algorithm>
+#include <array>
+#include <cctype>
 #include <cstdint>
-#include <span>
+#include <optional>
 #include <string>
 
 namespace Zorvan {
@@ -21,16 +21,9 @@ namespace {
 constexpr std::size_t uiStlHeader = 84; // 80 bytes of text and the number of triangles
 constexpr std::size_t uiStlTriangle = 50;
 
-std::uint32_t littleEndian(std::string_view bytes)
-{
-    std::uint32_t value = 0;
-    for (std::size_t i = 4; i-- > 0;) value = (value << 8U) | static_cast<unsigned char>(bytes[i]);
-    return value;
-}
-
 std::uint64_t sizeOfBinaryStl(std::string_view bytes)
 {
-    return uiStlHeader + uiStlTriangle * std::uint64_t{littleEndian(bytes.substr(80, 4))};
+    return uiStlHeader + uiStlTriangle * std::uint64_t{LoadLittle<std::uint32_t>(bytes, 80)};
 }
 
 // Binary files may begin with "solid" too: their exact size or a zero byte gives them away.
@@ -43,7 +36,7 @@ bool isTextStl(std::string_view bytes)
     return bytes.size() < uiStlHeader || sizeOfBinaryStl(bytes) != bytes.size();
 }
 
-// The importer wants a binary file that ends with its last triangle.
+/// Without what stands behind the last triangle.
 std::string_view checkedBinaryStl(std::string_view bytes, const std::filesystem::path& file)
 {
     if (bytes.size() < uiStlHeader)
@@ -58,53 +51,98 @@ std::string_view checkedBinaryStl(std::string_view bytes, const std::filesystem:
                       "write or copy it again");
 }
 
-/// A mesh may name further files (materials), anywhere and of any kind: a pipe among them would hold us for good, and
-/// nothing in them is wanted.
-class CNoOtherFiles : public Assimp::IOSystem
+void appendTriangle(Scan& scan)
 {
-public:
-    bool Exists(const char* /*file*/) const override { return false; }
-    char getOsSeparator() const override { return '/'; }
-    Assimp::IOStream* Open(const char* /*file*/, const char* /*mode*/) override { return nullptr; }
-    void Close(Assimp::IOStream* /*file*/) override {}
-};
-
-void appendMesh(Scan& scan, const aiMesh& mesh)
-{
-    const auto first = static_cast<std::uint32_t>(scan.points.size());
-    for (const aiVector3D& p : std::span(mesh.mVertices, mesh.mNumVertices)) scan.points.emplace_back(p.x, p.y, p.z);
-    if (mesh.HasNormals()) {
-        for (const aiVector3D& n : std::span(mesh.mNormals, mesh.mNumVertices))
-            scan.normals.emplace_back(n.x, n.y, n.z);
-    }
-    for (const aiFace& face : std::span(mesh.mFaces, mesh.mNumFaces)) {
-        if (face.mNumIndices != 3) continue;
-        const auto index = [&](unsigned i) { return first + face.mIndices[i]; };
-        scan.faces.push_back({index(0), index(1), index(2)});
-    }
+    const auto first = static_cast<std::uint32_t>(scan.points.size()) - 3;
+    scan.faces.push_back({first, first + 1, first + 2});
 }
 
-Scan importMesh(std::string_view bytes, const char* hint, const std::filesystem::path& file)
+Scan readBinary(std::string_view bytes)
 {
-    Assimp::Importer importer;
-    importer.SetIOHandler(new CNoOtherFiles); // which the importer deletes
-    const aiScene* const scene = importer.ReadFileFromMemory(bytes.data(), bytes.size(), aiProcess_Triangulate, hint);
-    if (scene == nullptr)
-        throw CInputError(file, std::string("cannot be read: ") + importer.GetErrorString(), "export it again");
     Scan scan;
-    for (const aiMesh* const mesh : std::span(scene->mMeshes, scene->mNumMeshes)) appendMesh(scan, *mesh);
-    // Some meshes with normals and some without: none can be used, since points and normals go together.
-    if (scan.normals.size() != scan.points.size()) scan.normals.clear();
-    if (scan.points.empty()) throw CInputError(file, "holds no point", "export points or a mesh");
+    for (std::size_t at = uiStlHeader; at < bytes.size(); at += uiStlTriangle) {
+        for (std::size_t corner = 1; corner <= 3; ++corner) { // behind the normal
+            const auto number = [&](std::size_t k) { return LoadLittle<float>(bytes, at + 12 * corner + 4 * k); };
+            scan.points.emplace_back(number(0), number(1), number(2));
+        }
+        appendTriangle(scan);
+    }
     return scan;
 }
+
+/// Solids of facets of loops of vertices, a keyword a line.
+class CTextStlParser
+{
+public:
+    explicit CTextStlParser(const std::filesystem::path& file) : m_file(file) {}
+
+    Scan Parse(std::string_view rest)
+    {
+        while (!rest.empty()) {
+            ++m_line;
+            parseLine(NextLine(rest));
+        }
+        if (m_isInSolid) fail("truncated: the solid has no endsolid");
+        return std::move(m_scan);
+    }
+
+private:
+    void parseLine(std::string_view line)
+    {
+        std::string keyword(NextWord(line));
+        std::ranges::transform(keyword, keyword.begin(),
+                               [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        if (keyword == "solid" || keyword == "endsolid")
+            m_isInSolid = keyword == "solid";
+        else if (keyword == "vertex")
+            parseVertex(line);
+        else if (keyword == "endloop")
+            endLoop();
+        else if (!keyword.empty() && keyword != "facet" && keyword != "outer" && keyword != "endfacet")
+            fail("unknown keyword " + Quoted(keyword));
+    }
+
+    void parseVertex(std::string_view line)
+    {
+        std::array<float, 3> numbers{};
+        for (float& number : numbers) {
+            const std::string_view word = NextWord(line);
+            const std::optional<double> value = ParseNumber(word);
+            if (!value) fail(Quoted(word) + " is not a number");
+            number = ToFloat(*value);
+        }
+        m_loop.emplace_back(numbers[0], numbers[1], numbers[2]);
+    }
+
+    /// More than three corners are cut into triangles as a fan.
+    void endLoop()
+    {
+        if (m_loop.size() < 3) fail("a loop of " + std::to_string(m_loop.size()) + " corners");
+        for (std::size_t i = 2; i < m_loop.size(); ++i) {
+            m_scan.points.insert(m_scan.points.end(), {m_loop[0], m_loop[i - 1], m_loop[i]});
+            appendTriangle(m_scan);
+        }
+        m_loop.clear();
+    }
+
+    [[noreturn]] void fail(const std::string& why) const
+    {
+        throw CInputError(m_file, "line " + std::to_string(m_line) + ": " + why, "export the file again");
+    }
+
+    const std::filesystem::path& m_file;
+    std::size_t m_line = 0;
+    bool m_isInSolid = false;
+    prereg::Vectors m_loop; ///< corners since the last one ended
+    Scan m_scan;
+};
 
 } // namespace
 
 Scan ReadStl(std::string_view bytes, const std::filesystem::path& file)
 {
-    Scan scan = importMesh(isTextStl(bytes) ? bytes : checkedBinaryStl(bytes, file), "stl", file);
-    scan.normals.clear();
+    Scan scan = isTextStl(bytes) ? CTextStlParser(file).Parse(bytes) : readBinary(checkedBinaryStl(bytes, file));
+    if (scan.points.empty()) throw CInputError(file, "holds no point", "export points or a mesh");
     ShiftFarPoints(scan);
     return scan;
 }

@@ -9,9 +9,11 @@
 
 namespace Zorvan {
 
-/// Reads STL (text or binary): triangles; the normals of the file are dropped, since they follow from the triangles.
-/// Every corner is a point of its own: see `JoinEqualPoints`.
-/// @throws CInputError, "truncated" for a binary file shorter than its count promises
+/// Reads STL (text or binary): triangles, and larger facets of a text cut into them as fans; the normals of the file
+/// are dropped, since they follow from the triangles. Every corner is a point of its own: see `JoinEqualPoints`.
+/// @throws CInputError naming the line of a text; "truncated" for a binary file shorter than its count promises, and
+/// for a
+///         text whose last solid does not end
 [[nodiscard]] ZORVAN_SCANS_API Scan ReadStl(std::string_view bytes, const std::filesystem::path& file);
 
 } // namespace Zorvan
