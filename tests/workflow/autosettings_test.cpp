@@ -31,18 +31,18 @@ CPointSet sheet(double alongRows, double betweenRows, double noise)
 TEST(ChoosePairSettings, FollowsSpacingNoiseAndLines)
 {
     const CPointSet raster = sheet(0.3, 0.3, 0.02);
-    const CPointSet noisy = sheet(0.3, 0.3, 0.5);
-    const CPointSet lines = sheet(0.2, 2.0, 0.01);
+    const CPointSet noisy = sheet(0.3, 0.3, 0.2);
+    const CPointSet lines = sheet(0.15, 1.5, 0.01);
     const CPointSet coarse = sheet(0.9, 0.9, 0.02);
     EXPECT_NEAR(ChoosePairSettings(&raster, &raster, {}).dGrid, 0.3, 0.05);
     for (const auto& pair : {ChoosePairSettings(&raster, &noisy, {}), ChoosePairSettings(nullptr, &noisy, {})}) {
-        EXPECT_NEAR(pair.dGrid, 1.0, 0.15) << pair.reason;
+        EXPECT_NEAR(pair.dGrid, 0.4, 0.06) << pair.reason;
         EXPECT_EQ(pair.reason, "twice the noise of the floating scan");
     }
     const auto onLines = ChoosePairSettings(&lines, &raster, {});
-    EXPECT_NEAR(onLines.dGrid, std::sqrt(0.2 * 2.0), 0.15) << onLines.reason;
+    EXPECT_NEAR(onLines.dGrid, std::sqrt(0.15 * 1.5), 0.1) << onLines.reason;
     EXPECT_NE(onLines.reason.find("of the fixed scan, whose points lie in lines"), std::string::npos);
-    EXPECT_NEAR(ChoosePairSettings(&raster, &coarse, {}).dGrid, 0.9, 0.1);
+    EXPECT_NEAR(ChoosePairSettings(&raster, &coarse, {}).dGrid, 0.57, 0.03) << "a hundredth of the extent at most";
     EXPECT_NEAR(ChoosePairSettings(&coarse, &raster, {}).dGrid, 0.9, 0.1);
     EXPECT_EQ(ChoosePairSettings(&lines, &noisy, 0.25).dGrid, 0.25);
 }

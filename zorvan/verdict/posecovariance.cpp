@@ -32,7 +32,8 @@ struct Match
 struct Limits
 {
     float reachSq;     ///< between the points of a match
-    double residual;   ///< mm, while the pose is rough
+    double residual;   ///< mm
+    double cosine;     ///< between the normals of a match
     double leastLimit; ///< mm; noise alone may reach this
     double patch;      ///< side of a patch, mm
     double spacing;
@@ -44,14 +45,13 @@ Limits limitsOf(const ScanSampling& fix, const ScanSampling& flt)
     const double noise = std::hypot(fix.dNoise, flt.dNoise);
     const double rough = std::max(verdict::dPoseResidualNoise * noise, spacing);
     const double reach = verdict::dPoseReach * spacing + verdict::dPoseResidualNoise * noise;
-    return {static_cast<float>(reach * reach), rough, verdict::dPoseResidualNoise * noise,
-            verdict::dPosePatch * spacing, spacing};
+    return {static_cast<float>(reach * reach), rough,  verdict::dPoseCosine, verdict::dPoseResidualNoise * noise,
+            verdict::dPosePatch * spacing,     spacing};
 }
 
 Eigen::Vector3d toEigen(const Vector3& v) { return {v.x, v.y, v.z}; }
 
-std::vector<Match> findMatches(const IPointSet& fix, const IPointSet& flt, const CTrafo& pose, const Limits& limits,
-                               double mostResidual)
+std::vector<Match> findMatches(const IPointSet& fix, const IPointSet& flt, const CTrafo& pose, const Limits& limits)
 {
     std::vector<Match> matches;
     for (std::size_t i = 0; i < flt.Size(); ++i) {
@@ -62,10 +62,10 @@ std::vector<Match> findMatches(const IPointSet& fix, const IPointSet& flt, const
         const auto j = static_cast<std::size_t>(query.index);
         const Eigen::Vector3d fixNormal = toEigen(fix.GetNormal(j));
         const Eigen::Vector3d fltNormal = toEigen(pose.Rotate(flt.GetNormal(i)));
-        if (!(fixNormal.dot(fltNormal) > verdict::dPoseCosine)) continue;
+        if (!(fixNormal.dot(fltNormal) > limits.cosine)) continue;
         Match match{toEigen(moved), fixNormal, fltNormal, (fixNormal + fltNormal).normalized(), 0.0};
         match.residual = match.normal.dot(match.moved - toEigen(fix.GetPoint(j)));
-        if (std::abs(match.residual) <= mostResidual) matches.push_back(match);
+        if (std::abs(match.residual) <= limits.residual) matches.push_back(match);
     }
     return matches;
 }
@@ -92,26 +92,28 @@ struct Frame
         row << (match.moved - centre).cross(normal) / radius, normal;
         return row;
     }
+
+    /// From the normals of one scan times those of the other: noise of one alone looks like a hold.
+    [[nodiscard]] Matrix6d HoldOf(const Match& match) const
+    {
+        const Vector6d fixRow = Row(match, match.fixNormal);
+        const Vector6d fltRow = Row(match, match.fltNormal);
+        return 0.5 * (fixRow * fltRow.transpose() + fltRow * fixRow.transpose());
+    }
 };
 
-/// The matches as equations for a small motion.
+/// The matches as equations of least squares for a small motion.
 struct Equations
 {
-    Matrix6d normal = Matrix6d::Zero(); ///< of the least squares
-    Matrix6d hold = Matrix6d::Zero();   ///< the same without what noise of the normals adds
+    Matrix6d normal = Matrix6d::Zero();
     Vector6d pull = Vector6d::Zero();
-    double sumSq = 0.0;
 
     Equations(const std::vector<Match>& matches, const Frame& frame)
     {
         for (const Match& match : matches) {
             const Vector6d row = frame.Row(match, match.normal);
-            const Vector6d fixRow = frame.Row(match, match.fixNormal);
-            const Vector6d fltRow = frame.Row(match, match.fltNormal);
             normal += row * row.transpose();
-            hold += 0.5 * (fixRow * fltRow.transpose() + fltRow * fixRow.transpose());
             pull += row * match.residual;
-            sumSq += match.residual * match.residual;
         }
     }
 };
@@ -136,15 +138,32 @@ Matrix6d boundedInverse(const Matrix6d& matrix)
     return solver.eigenvectors() * inverse.asDiagonal() * solver.eigenvectors().transpose();
 }
 
+double medianOf(std::vector<double> values)
+{
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
 /// What the residuals of most matches stay below: as wide as their middle half says, were they normal.
-double nextLimit(const std::vector<Match>& matches, const Limits& limits)
+double nextResidual(const std::vector<Match>& matches, const Limits& limits)
 {
     std::vector<double> sizes;
     for (const Match& match : matches) sizes.push_back(std::abs(match.residual));
-    const auto middle = sizes.begin() + static_cast<std::ptrdiff_t>(sizes.size() / 2);
-    std::nth_element(sizes.begin(), middle, sizes.end());
-    const double spread = verdict::dPoseResidualNoise * 1.4826 * *middle;
+    const double spread = verdict::dPoseResidualNoise * 1.4826 * medianOf(std::move(sizes));
     return std::clamp(spread, std::min(limits.leastLimit, limits.residual), limits.residual);
+}
+
+/// What noise of the normals explains. A fitted normal is a mean over its neighbours, and beside an edge that of no
+/// surface there; as the points of two scans lie differently about the edge, so do their normals. The error is the same
+/// in every scan of the part: it would not average out but move the pose.
+double nextCosine(const std::vector<Match>& matches)
+{
+    std::vector<double> angles;
+    for (const Match& match : matches)
+        angles.push_back(std::acos(std::clamp(match.fixNormal.dot(match.fltNormal), -1.0, 1.0)));
+    const double angle = verdict::dPoseNormalNoise * medianOf(std::move(angles));
+    return std::cos(std::clamp(angle, std::acos(verdict::dPoseLeastCosine), std::acos(verdict::dPoseCosine)));
 }
 
 struct Polished
@@ -153,45 +172,78 @@ struct Polished
     std::vector<Match> matches; ///< at the pose
 };
 
-/// Least-squares steps until they no longer count.
-Polished polish(const IPointSet& fix, const IPointSet& flt, CTrafo pose, const Limits& limits)
+/// Least-squares steps until they no longer count. What a rough pose leaves far off has to pull until the pose rests:
+/// on a part most points lie on a few planes, fit within noise at once, and a limit drawn from these would leave out
+/// the faces that tell where the part slides to.
+Polished polish(const IPointSet& fix, const IPointSet& flt, CTrafo pose, Limits limits)
 {
-    double mostResidual = limits.residual;
+    bool isLimitDrawn = false;
     for (int i = 0;; ++i) {
-        std::vector<Match> matches = findMatches(fix, flt, pose, limits, mostResidual);
+        std::vector<Match> matches = findMatches(fix, flt, pose, limits);
         if (matches.size() < verdict::uiMinMatched) return {};
         const Frame frame(matches);
         const Equations equations(matches, frame);
         const Vector6d step = -boundedInverse(equations.normal) * equations.pull;
-        if (step.norm() < verdict::dPoseLastStep * limits.spacing || i == verdict::iPoseMaxSteps)
-            return {pose, std::move(matches)};
+        const bool isLast = isLimitDrawn && step.norm() < verdict::dPoseLastStep * limits.spacing;
+        if (isLast || i == verdict::iPoseMaxSteps) return {pose, std::move(matches)};
         pose = motion(step, frame) * pose;
-        mostResidual = nextLimit(matches, limits);
+        if (step.norm() > verdict::dPoseRest * limits.spacing) continue;
+        limits.residual = std::max(0.5 * limits.residual, nextResidual(matches, limits));
+        if (!isLimitDrawn) limits.cosine = nextCosine(matches);
+        isLimitDrawn = true;
     }
 }
 
-/// Sum over patches of the squared pull of each.
-struct PatchSums
+/// What the estimate is made of, patch by patch.
+class CPatches
 {
-    Matrix6d together = Matrix6d::Zero();
-    Matrix6d apart = Matrix6d::Zero(); ///< as if all pairs were independent
-    std::size_t patches = 0;
-
-    PatchSums(const std::vector<Match>& matches, const Frame& frame, double side)
+public:
+    CPatches(const std::vector<Match>& matches, const Frame& frame, double side)
     {
-        std::map<std::array<long, 3>, Vector6d> pulls;
         for (const Match& match : matches) {
             const Eigen::Vector3d cell = match.moved / side;
             const std::array<long, 3> key{std::lround(cell.x()), std::lround(cell.y()), std::lround(cell.z())};
+            Patch& patch = m_patches[key];
             const Vector6d pull = frame.Row(match, match.normal) * match.residual;
-            pulls.try_emplace(key, Vector6d::Zero()).first->second += pull;
-            apart += pull * pull.transpose();
+            patch.pull += pull;
+            patch.hold += frame.HoldOf(match);
+            m_hold += frame.HoldOf(match);
+            m_apart += pull * pull.transpose();
         }
-        patches = pulls.size();
-        for (const auto& [key, pull] : pulls) together += pull * pull.transpose();
-        // Six parameters were fitted to these pulls.
-        if (patches > 6) together *= static_cast<double>(patches) / static_cast<double>(patches - 6);
     }
+
+    [[nodiscard]] std::size_t GetCount() const { return m_patches.size(); }
+
+    /// Of the pose: the delete-one jackknife over the patches. A patch that alone holds a direction counts as what it
+    /// is; the plain sum of squared pulls would take its residual, which the fit has made small, for its error.
+    [[nodiscard]] Matrix6d Jackknife() const
+    {
+        Matrix6d sum = Matrix6d::Zero();
+        for (const auto& [key, patch] : m_patches) {
+            const Vector6d step = boundedInverse(m_hold - patch.hold) * patch.pull;
+            sum += step * step.transpose();
+        }
+        const auto count = static_cast<double>(m_patches.size());
+        return sum * ((count - 1.0) / count);
+    }
+
+    /// As if all pairs were independent.
+    [[nodiscard]] Matrix6d Apart() const
+    {
+        const Matrix6d inverse = boundedInverse(m_hold);
+        return inverse * m_apart * inverse;
+    }
+
+private:
+    struct Patch
+    {
+        Vector6d pull = Vector6d::Zero();
+        Matrix6d hold = Matrix6d::Zero();
+    };
+
+    std::map<std::array<long, 3>, Patch> m_patches;
+    Matrix6d m_hold = Matrix6d::Zero();
+    Matrix6d m_apart = Matrix6d::Zero();
 };
 
 /// @param covariance  turns in units of 1 / radius: its deviations are what a motion moves the points, in mm
@@ -225,11 +277,9 @@ Matrix6 unscaled(const Matrix6d& covariance, double radius)
 PoseEstimate estimateAt(const Polished& at, const Limits& limits)
 {
     const Frame frame(at.matches);
-    const PatchSums sums(at.matches, frame, limits.patch);
-    if (sums.patches < verdict::uiPoseMinPatches) return {};
-    const Equations equations(at.matches, frame);
-    const Matrix6d inverse = boundedInverse(equations.hold);
-    const Matrix6d covariance = inverse * sums.together * inverse;
+    const CPatches patches(at.matches, frame, limits.patch);
+    if (patches.GetCount() < verdict::uiPoseMinPatches) return {};
+    const Matrix6d covariance = patches.Jackknife();
     const auto count = static_cast<double>(at.matches.size());
     PoseEstimate estimate;
     estimate.pose = at.pose;
@@ -238,8 +288,10 @@ PoseEstimate estimateAt(const Polished& at, const Limits& limits)
                        static_cast<float>(frame.centre.z())};
     estimate.dRadius = frame.radius;
     estimate.uiPairs = at.matches.size();
-    estimate.dEffectivePairs = count * std::min(1.0, (inverse * sums.apart * inverse).trace() / covariance.trace());
-    estimate.dResidual = std::sqrt(equations.sumSq / count);
+    estimate.dEffectivePairs = count * std::min(1.0, patches.Apart().trace() / covariance.trace());
+    double sumSq = 0.0;
+    for (const Match& match : at.matches) sumSq += match.residual * match.residual;
+    estimate.dResidual = std::sqrt(sumSq / count);
     estimate.free = freeMotions(covariance, frame.radius, verdict::dPoseFreeSpacings * limits.spacing);
     return estimate;
 }

@@ -107,11 +107,14 @@ constexpr double dDistinctPixels = 4.0;      ///< poses nearer to one another ar
 
 constexpr double dPoseResidualNoise = 5.0; ///< deviations: of normal noise, one residual in two million is lost
 constexpr double dPoseReach = 1.0;         ///< spacings along the surface: a point off its end has no match
-constexpr double dPoseCosine = 0.966; ///< normals of a match differ by 15 degrees at most: fitted ones err at edges
+constexpr double dPoseCosine = 0.966;    ///< normals of a match differ by 15 degrees at most: fitted ones err at edges
+constexpr double dPoseNormalNoise = 2.0; ///< of the median angle: of normal noise, six in a hundred are lost
+constexpr double dPoseLeastCosine = 0.9986; ///< 3 degrees, which a curved surface turns by between the points
 /// Normals are fitted to neighbours within two or three spacings, so residuals this far apart have little in common.
 constexpr double dPosePatch = 6.0;           ///< spacings
 constexpr std::size_t uiPoseMinPatches = 12; ///< twice the parameters
 constexpr int iPoseMaxSteps = 30;
+constexpr double dPoseRest = 0.01;         ///< spacings: after a step below, residuals are noise and no longer the pose
 constexpr double dPoseLastStep = 1e-4;     ///< spacings
 constexpr double dPoseLeastHold = 1e-5;    ///< of the best held direction: less is noise, and keeps a deviation finite
 constexpr double dPoseFreeSpacings = 0.25; ///< a motion of so much is said in words

@@ -18,6 +18,7 @@ namespace {
 
 constexpr double dFinest = 1.0 / 500; // of the diagonal
 constexpr double dCoarsest = 1.0 / 50;
+constexpr double dCoarsestRaised = 1.0 / 100;
 
 /// How the points around a point lie.
 struct Neighbourhood
@@ -175,8 +176,11 @@ AutoSettings ChoosePairSettings(const CPointSet* fix, const CPointSet* flt, std:
     AutoSettings chosen = ChooseSettings(fix != nullptr ? *fix : *flt, dGrid, fix != nullptr ? fixName : fltName);
     if (dGrid) return chosen;
     const double first = chosen.dGrid;
+    const auto [low, high] = (fix != nullptr ? fix : flt)->GetAABB();
+    const double coarsest = static_cast<double>((high - low).Length()) * dCoarsestRaised;
     const auto raise = [&](double grid, const std::string& reason) {
-        if (grid > chosen.dGrid) chosen = withGrid(grid, reason);
+        const double bounded = std::min(grid, coarsest); // else hardly a feature is left
+        if (bounded > chosen.dGrid) chosen = withGrid(bounded, reason);
     };
     for (const auto& [scan, name] : {std::pair(fix, fixName), std::pair(flt, fltName)}) {
         if (scan == nullptr) continue;
