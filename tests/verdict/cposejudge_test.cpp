@@ -198,6 +198,20 @@ TEST(JudgePoses, GivesEachOfTheFourVerdicts)
     EXPECT_EQ(JudgePoses(ball.judge, std::vector<CTrafo>{ball.truth}).eVerdict, EPairVerdict::Ambiguous);
 }
 
+TEST(DecideOnPoses, IsNotSureOfAPoseThatOneThatFellOutdoes)
+{
+    const Pair pair(support::Cluster());
+    const std::vector<CTrafo> poses{pair.truth, turn({0, 0, 1}, 70) * pair.truth};
+    PoseVerdict best{EFinding::Consistent, {}};
+    best.counts.uiMatched = 500;
+    PoseVerdict fallen{EFinding::SeenThrough, {}};
+    fallen.counts.uiInFront = 100;
+    fallen.counts.uiMatched = 950; // scores 550
+    EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, fallen}).eVerdict, EPairVerdict::Ambiguous);
+    fallen.counts.uiMatched = 850;
+    EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, fallen}).eVerdict, EPairVerdict::Aligned);
+}
+
 TEST(JudgePoses, IsNeverSureWithoutAnyRay)
 {
     const Pair pair(support::Cluster());

@@ -24,6 +24,7 @@ using Vector3 = kdtree::Vector<3>;
 
 constexpr std::size_t uiParts = 8; ///< of the samples; most wrong poses end after the first
 constexpr unsigned uiSeed = 47110815;
+constexpr std::size_t uiHoldSamples = 4000; ///< directions and shares of a hold need no more
 
 bool isRayKnown(const CScanView& view)
 {
@@ -494,7 +495,8 @@ public:
         const CTrafo frame = into.HasImage() ? into.GetImage().GetFrame() : CTrafo();
         const CTrafo toFrame = frame * (isIntoFix ? pose : pose.GetInverse(true));
         const CTrafo back = (isIntoFix ? CTrafo() : pose) * frame.GetInverse(true);
-        for (const Sample& sample : judge.m_sides[side].samples) {
+        const std::span<const Sample> samples = judge.m_sides[side].samples;
+        for (const Sample& sample : samples.first(std::min(samples.size(), uiHoldSamples))) {
             const Sample moved{toFrame * sample.point, toFrame.Rotate(sample.normal)};
             const Hit hit = into.HasImage()
                                 ? nearestInImage(into.GetImage(), into.GetImage().PixelAt(moved.point), moved)
@@ -519,11 +521,24 @@ int CPoseJudge::SlideGrowth(const CTrafo& pose, const PoseCounts& at) const
 {
     // Whatever speaks against the pose. What is shallow does not: there become fewer where the overlap shrinks.
     const auto misfits = [](const PoseCounts& c) { return static_cast<int>(c.Contradictions() + c.uiTail); };
-    int least = std::numeric_limits<int>::max();
+    const auto misfitsOfPart = [&](const CTrafo& moved) {
+        PoseCounts counts;
+        Fronts fronts;
+        countParts(moved, 0, 1, counts, fronts);
+        return misfits(counts);
+    };
     constexpr std::size_t uiDirections = 3;
-    const double step = verdict::dSlidePixels * GetPixelSize();
-    for (const CTrafo& motion : CHoldAt(*this, pose).WeakestMotions(uiDirections, step))
-        least = std::min(least, misfits(Count(motion * pose)) - misfits(at));
+    constexpr int iEnough = verdict::uiMinSlideGrowth;
+    const int before = misfitsOfPart(pose);
+    int least = std::numeric_limits<int>::max();
+    for (const CTrafo& motion :
+         CHoldAt(*this, pose).WeakestMotions(uiDirections, verdict::dSlidePixels * GetPixelSize())) {
+        const CTrafo moved = motion * pose;
+        int growth = misfitsOfPart(moved) - before;
+        if (growth < iEnough) growth = misfits(Count(moved)) - misfits(at);
+        least = std::min(least, growth);
+        if (least < iEnough) break;
+    }
     return least;
 }
 

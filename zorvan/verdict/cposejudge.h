@@ -89,8 +89,8 @@ public:
     /// The finding for such counts, without the question whether the pose slides.
     [[nodiscard]] EFinding Weigh(const PoseCounts& counts) const;
     /// Moves the pose to and fro along each of the three directions that both surfaces together hold least, and returns
-    /// the least growth of what does not fit, in samples. A pose that may leave to one side is not held: it is one end
-    /// of a row of poses that fit as well. @param at  counts at the pose itself
+    /// the least growth of what speaks against it, in samples; counted no further than it takes to see whether it is
+    /// enough. A pose that may leave to one side is not held. @param at  counts at the pose itself
     [[nodiscard]] int SlideGrowth(const CTrafo& pose, const PoseCounts& at) const;
     /// How well the two surfaces hold the pose in the direction that they hold least, against the one that they hold
     /// best: in [0, 1], 0 for a ball or a plane.
