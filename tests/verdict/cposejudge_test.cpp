@@ -69,6 +69,20 @@ TEST(CPoseJudge, SeesWhatIsWrongWithAPose)
     EXPECT_EQ(CPoseJudge(surface, surface).Count(CTrafo()).Contradictions(), 0U);
 }
 
+TEST(CPoseJudge, IsRefutedByASmallPatchThatTheOtherSensorLookedThrough)
+{
+    // A bump that only one ball has: 1 % of what can be compared, but in one piece.
+    const auto with = support::PointSet(support::ScanSpheres({{{0, 0, 0}, 9}, {{0, 0, 9}, 2}}, CTrafo(), 0.2F, 0, 1));
+    const auto without = support::PointSet(support::ScanSpheres({{{0, 0, 0}, 9}}, CTrafo(), 0.2F, 0, 2));
+    const CScanView a(with);
+    const CScanView b(without);
+    const PoseVerdict verdict = CPoseJudge(a, b).Judge(CTrafo());
+    EXPECT_EQ(verdict.eFinding, EFinding::SeenThrough);
+    EXPECT_LT(verdict.counts.Contradiction(), verdict::dMaxContradiction);
+    EXPECT_GE(verdict.counts.uiSolid, verdict::uiMinSolid);
+    EXPECT_LT(verdict.counts.uiSolid, verdict.counts.uiInFront); // the rim of the bump has samples beside it that match
+}
+
 TEST(CPoseJudge, FindsSurfaceThatShouldHaveBeenSeen)
 {
     // The second scan has a plate beside the ball, which the first sensor would have seen.
@@ -140,6 +154,24 @@ TEST(CPoseJudge, TellsASurfaceThatSlidesFromOneThatHolds)
               static_cast<int>(verdict::uiMinSlideGrowth));
 }
 
+TEST(CPoseJudge, SeesThatAPoseMayLeaveToOneSide)
+{
+    // Waves along x; a wall that one scan shows stops the other, which does not show it, on its way to it only.
+    const auto isInside = [](float x, float y) { return std::abs(x) <= 10.0F && std::abs(y) <= 10.0F; };
+    const auto waves = [](float x) { return 1.5F * std::sin(0.5F * x) + 0.02F * x * x; };
+    const auto wall = [&](float x, float y) { return isInside(x, y) ? waves(x) + (y < -6.0F ? 3.0F : 0.0F) : NAN; };
+    const auto open = [&](float x, float y) { return isInside(x, y) && y > -6.0F ? waves(x) : NAN; };
+    const auto fixSet = support::PointSet(support::RasterScan(wall, 12.0F, 0.2F, 0.02F, 1));
+    const auto fltSet = support::PointSet(support::RasterScan(open, 12.0F, 0.2F, 0.02F, 2));
+    const CScanView fix(fixSet);
+    const CScanView flt(fltSet);
+    const CPoseJudge judge(fix, flt);
+    const auto contradictions = [&](float y) { return judge.Count(CTrafo().Translate({0, y, 0})).Contradictions(); };
+    EXPECT_GT(contradictions(-1.5F), contradictions(0) + 2 * verdict::uiMinSlideGrowth);
+    EXPECT_LT(contradictions(1.5F), contradictions(0) + verdict::uiMinSlideGrowth);
+    EXPECT_EQ(judge.Judge(CTrafo()).eFinding, EFinding::Sliding);
+}
+
 TEST(JudgePoses, GivesEachOfTheFourVerdicts)
 {
     const Pair pair(support::Cluster());
@@ -164,6 +196,20 @@ TEST(JudgePoses, GivesEachOfTheFourVerdicts)
 
     const Pair ball({{{0, 0, 0}, 8}});
     EXPECT_EQ(JudgePoses(ball.judge, std::vector<CTrafo>{ball.truth}).eVerdict, EPairVerdict::Ambiguous);
+}
+
+TEST(DecideOnPoses, IsNotSureOfAPoseThatOneThatFellOutdoes)
+{
+    const Pair pair(support::Cluster());
+    const std::vector<CTrafo> poses{pair.truth, turn({0, 0, 1}, 70) * pair.truth};
+    PoseVerdict best{EFinding::Consistent, {}};
+    best.counts.uiMatched = 500;
+    PoseVerdict fallen{EFinding::SeenThrough, {}};
+    fallen.counts.uiInFront = 100;
+    fallen.counts.uiMatched = 950; // scores 550
+    EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, fallen}).eVerdict, EPairVerdict::Ambiguous);
+    fallen.counts.uiMatched = 850;
+    EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, fallen}).eVerdict, EPairVerdict::Aligned);
 }
 
 TEST(JudgePoses, IsNeverSureWithoutAnyRay)

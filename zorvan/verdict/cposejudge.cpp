@@ -24,6 +24,7 @@ using Vector3 = kdtree::Vector<3>;
 
 constexpr std::size_t uiParts = 8; ///< of the samples; most wrong poses end after the first
 constexpr unsigned uiSeed = 47110815;
+constexpr std::size_t uiHoldSamples = 4000; ///< directions and shares of a hold need no more
 
 bool isRayKnown(const CScanView& view)
 {
@@ -270,7 +271,7 @@ CPoseJudge::CPoseJudge(const CScanView& fix, const CScanView& flt)
 {
     m_sides[0].view = &fix;
     m_sides[1].view = &flt;
-    for (Side& side : m_sides) side.samples = takeSamples(*side.view);
+    for (Side& side : m_sides) takeSamples(side);
     const double noise = std::hypot(fix.GetSampling().dNoise, flt.GetSampling().dNoise);
     const auto pixel = static_cast<double>(m_pixel);
     m_matchLimit = static_cast<float>(std::max(verdict::dMatchNoise * noise, verdict::dMatchPixels * pixel));
@@ -282,28 +283,30 @@ CPoseJudge::CPoseJudge(const CScanView& fix, const CScanView& flt)
                             static_cast<unsigned>(verdict::dMinMatchedShare * static_cast<double>(smaller)));
 }
 
-std::vector<CPoseJudge::Sample> CPoseJudge::takeSamples(const CScanView& view) const
+void CPoseJudge::takeSamples(Side& side) const
 {
-    std::vector<Sample> samples;
+    const CScanView& view = *side.view;
     const double step = verdict::dSampleStep * static_cast<double>(m_pixel / pixelOf(view));
     if (!view.HasImage()) {
         const auto every = static_cast<std::size_t>(std::max(1.0, std::round(step * step)));
         for (std::size_t i = 0; i < view.GetPoints().size(); i += every)
-            if (view.GetPoints()[i].IsFinite()) samples.push_back({view.GetPoints()[i], view.GetNormals()[i]});
+            if (view.GetPoints()[i].IsFinite()) side.samples.push_back({view.GetPoints()[i], view.GetNormals()[i]});
     } else {
         const CRangeImage& image = view.GetImage();
         const CTrafo back = image.GetFrame().GetInverse(true);
         const int stride = std::max(1, static_cast<int>(std::lround(step)));
+        side.uiRowLength = static_cast<std::uint32_t>(image.GetWidth() / stride + 2); // no row meets the next one
         for (int y = 0; y < image.GetHeight(); y += stride) {
             for (int x = 0; x < image.GetWidth(); x += stride) {
                 if (!image.IsFilled({x, y})) continue;
                 const CRangeImage::Surfel& surfel = image.GetSurfel({x, y});
-                samples.push_back({back * surfel.point, back.Rotate(surfel.normal)});
+                const auto cell = static_cast<std::uint32_t>(y / stride + 1) * side.uiRowLength +
+                                  static_cast<std::uint32_t>(x / stride + 1);
+                side.samples.push_back({back * surfel.point, back.Rotate(surfel.normal), cell});
             }
         }
     }
-    shuffle(samples);
-    return samples;
+    shuffle(side.samples);
 }
 
 std::span<const CPoseJudge::Sample> CPoseJudge::partOf(std::size_t side, std::size_t part, std::size_t parts) const
@@ -374,8 +377,8 @@ bool CPoseJudge::isInFrontOverCone(const CScanView& into, const CTrafo& pose, co
     });
 }
 
-void CPoseJudge::countInImage(std::size_t side, std::span<const Sample> samples, const CTrafo& pose,
-                              PoseCounts& counts) const
+void CPoseJudge::countInImage(std::size_t side, std::span<const Sample> samples, const CTrafo& pose, PoseCounts& counts,
+                              std::vector<std::uint32_t>& fronts) const
 {
     const CScanView& into = *m_sides[1 - side].view;
     const CRangeImage& image = into.GetImage();
@@ -386,7 +389,9 @@ void CPoseJudge::countInImage(std::size_t side, std::span<const Sample> samples,
         const CRangeImage::Pixel at = image.PixelAt(moved.point);
         const bool isInside = image.Contains(at);
         if (isInside && image.IsInFront(at, moved.point.z - m_frontLimit)) {
-            counts.uiInFront += isInFrontOverCone(into, pose, sample);
+            if (!isInFrontOverCone(into, pose, sample)) continue;
+            ++counts.uiInFront;
+            fronts.push_back(sample.uiCell);
         } else if (canMiss && moved.normal.z > static_cast<float>(verdict::dFacingCosine) &&
                    image.IsMissing(at, moved.point.z, static_cast<float>(verdict::dMissingPixels))) {
             ++counts.uiMissing;
@@ -405,7 +410,8 @@ void CPoseJudge::countInTree(std::size_t side, std::span<const Sample> samples, 
     }
 }
 
-void CPoseJudge::countParts(const CTrafo& pose, std::size_t first, std::size_t last, PoseCounts& counts) const
+void CPoseJudge::countParts(const CTrafo& pose, std::size_t first, std::size_t last, PoseCounts& counts,
+                            Fronts& fronts) const
 {
     const CTrafo inverse = pose.GetInverse(true);
     for (std::size_t side = 0; side < 2; ++side) {
@@ -414,17 +420,38 @@ void CPoseJudge::countParts(const CTrafo& pose, std::size_t first, std::size_t l
             const auto samples = partOf(side, part, uiParts);
             counts.uiSamples += static_cast<unsigned>(samples.size());
             if (m_sides[1 - side].view->HasImage())
-                countInImage(side, samples, intoOther, counts);
+                countInImage(side, samples, intoOther, counts, fronts[side]);
             else
                 countInTree(side, samples, intoOther, counts);
         }
     }
 }
 
+unsigned CPoseJudge::countSolid(Fronts& fronts) const
+{
+    unsigned solid = 0;
+    for (std::size_t side = 0; side < 2; ++side) {
+        std::vector<std::uint32_t>& cells = fronts[side];
+        if (m_sides[side].uiRowLength == 0) continue; // samples without a raster
+        std::sort(cells.begin(), cells.end());
+        const auto isRowFull = [&](std::uint32_t middle) {
+            const auto at = std::lower_bound(cells.begin(), cells.end(), middle - 1);
+            return cells.end() - at >= 3 && *at == middle - 1 && *(at + 2) == middle + 1;
+        };
+        const std::uint32_t row = m_sides[side].uiRowLength;
+        for (const std::uint32_t cell : cells)
+            solid += isRowFull(cell) && isRowFull(cell - row) && isRowFull(cell + row);
+    }
+    return solid;
+}
+
 PoseCounts CPoseJudge::Count(const CTrafo& pose) const
 {
     PoseCounts counts;
-    if (pose) countParts(pose, 0, uiParts, counts);
+    Fronts fronts;
+    if (!pose) return counts;
+    countParts(pose, 0, uiParts, counts, fronts);
+    counts.uiSolid = countSolid(fronts);
     return counts;
 }
 
@@ -432,6 +459,7 @@ EFinding CPoseJudge::Weigh(const PoseCounts& counts) const
 {
     if (counts.uiMatched < m_minMatched) return EFinding::TooLittle;
     if (counts.Contradiction() > verdict::dMaxDoubt) return refutation(counts);
+    if (counts.uiSolid >= verdict::uiMinSolid) return EFinding::SeenThrough;
     if (counts.TailShare() > verdict::dMaxTail) return EFinding::Residuals;
     return counts.Contradiction() > verdict::dMaxContradiction ? EFinding::Doubtful : EFinding::Consistent;
 }
@@ -440,13 +468,15 @@ PoseVerdict CPoseJudge::Judge(const CTrafo& pose) const
 {
     if (!pose) return {};
     PoseVerdict verdict;
-    countParts(pose, 0, 1, verdict.counts);
+    Fronts fronts;
+    countParts(pose, 0, 1, verdict.counts, fronts);
     if (verdict.counts.Contradictions() >= verdict::uiMinEarlyContradictions &&
         verdict.counts.Contradiction() > verdict::dEarlyFactor * verdict::dMaxDoubt) {
         verdict.eFinding = refutation(verdict.counts);
         return verdict;
     }
-    countParts(pose, 1, uiParts, verdict.counts);
+    countParts(pose, 1, uiParts, verdict.counts, fronts);
+    verdict.counts.uiSolid = countSolid(fronts);
     verdict.eFinding = Weigh(verdict.counts);
     if (verdict && SlideGrowth(pose, verdict.counts) < static_cast<int>(verdict::uiMinSlideGrowth))
         verdict.eFinding = EFinding::Sliding;
@@ -465,7 +495,8 @@ public:
         const CTrafo frame = into.HasImage() ? into.GetImage().GetFrame() : CTrafo();
         const CTrafo toFrame = frame * (isIntoFix ? pose : pose.GetInverse(true));
         const CTrafo back = (isIntoFix ? CTrafo() : pose) * frame.GetInverse(true);
-        for (const Sample& sample : judge.m_sides[side].samples) {
+        const std::span<const Sample> samples = judge.m_sides[side].samples;
+        for (const Sample& sample : samples.first(std::min(samples.size(), uiHoldSamples))) {
             const Sample moved{toFrame * sample.point, toFrame.Rotate(sample.normal)};
             const Hit hit = into.HasImage()
                                 ? nearestInImage(into.GetImage(), into.GetImage().PixelAt(moved.point), moved)
@@ -488,19 +519,25 @@ std::vector<CTrafo> CPoseJudge::Turns(const CTrafo& pose) const
 
 int CPoseJudge::SlideGrowth(const CTrafo& pose, const PoseCounts& at) const
 {
-    // Whatever no longer fits: on a surface that lets the pose slide, nothing does.
-    const auto misfits = [](const PoseCounts& c) {
-        return static_cast<int>(c.Contradictions() + c.uiTail + c.uiShallow);
+    // Whatever speaks against the pose. What is shallow does not: there become fewer where the overlap shrinks.
+    const auto misfits = [](const PoseCounts& c) { return static_cast<int>(c.Contradictions() + c.uiTail); };
+    const auto misfitsOfPart = [&](const CTrafo& moved) {
+        PoseCounts counts;
+        Fronts fronts;
+        countParts(moved, 0, 1, counts, fronts);
+        return misfits(counts);
     };
-    int least = std::numeric_limits<int>::max();
     constexpr std::size_t uiDirections = 3;
-    const double step = verdict::dSlidePixels * GetPixelSize();
-    const std::vector<CTrafo> motions = CHoldAt(*this, pose).WeakestMotions(uiDirections, step);
-    for (std::size_t i = 0; i + 1 < motions.size(); i += 2) {
-        int growth = 0; // a direction is free when the pose may go both ways
-        for (std::size_t k = i; k < i + 2; ++k)
-            growth = std::max(growth, misfits(Count(motions[k] * pose)) - misfits(at));
+    constexpr int iEnough = verdict::uiMinSlideGrowth;
+    const int before = misfitsOfPart(pose);
+    int least = std::numeric_limits<int>::max();
+    for (const CTrafo& motion :
+         CHoldAt(*this, pose).WeakestMotions(uiDirections, verdict::dSlidePixels * GetPixelSize())) {
+        const CTrafo moved = motion * pose;
+        int growth = misfitsOfPart(moved) - before;
+        if (growth < iEnough) growth = misfits(Count(moved)) - misfits(at);
         least = std::min(least, growth);
+        if (least < iEnough) break;
     }
     return least;
 }

@@ -7,6 +7,7 @@
 #include "zorvan/verdict/cscanview.h"
 
 #include <array>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
@@ -19,6 +20,7 @@ struct PoseCounts
     unsigned uiSamples = 0;              ///< of both scans
     unsigned uiMatched = 0;              ///< on the other surface, normals agree
     unsigned uiInFront = 0;              ///< the other sensor saw through it
+    unsigned uiSolid = 0;                ///< of these, with all samples around them: wider than any error of an edge
     unsigned uiMissing = 0;              ///< the other sensor should have seen it, and saw nothing
     unsigned uiOpposed = 0;              ///< on the other surface, which looks elsewhere
     unsigned uiTail = 0;                 ///< near the other surface and like it, but further off than noise explains
@@ -87,7 +89,8 @@ public:
     /// The finding for such counts, without the question whether the pose slides.
     [[nodiscard]] EFinding Weigh(const PoseCounts& counts) const;
     /// Moves the pose to and fro along each of the three directions that both surfaces together hold least, and returns
-    /// the least growth of what does not fit, in samples. @param at  counts at the pose itself
+    /// the least growth of what speaks against it, in samples; counted no further than it takes to see whether it is
+    /// enough. A pose that may leave to one side is not held. @param at  counts at the pose itself
     [[nodiscard]] int SlideGrowth(const CTrafo& pose, const PoseCounts& at) const;
     /// How well the two surfaces hold the pose in the direction that they hold least, against the one that they hold
     /// best: in [0, 1], 0 for a ball or a plane.
@@ -110,25 +113,31 @@ private:
     {
         kdtree::Vector<3> point;
         kdtree::Vector<3> normal;
+        std::uint32_t uiCell = 0; ///< in the raster of the samples; 0 for those of a scan without an image
     };
+    /// Cells of the samples in front, of either side.
+    using Fronts = std::array<std::vector<std::uint32_t>, 2>;
     struct Side
     {
         const CScanView* view = nullptr;
-        std::vector<Sample> samples; ///< in scan coordinates, shuffled: any stretch of them covers the scan
+        std::vector<Sample> samples;   ///< in scan coordinates, shuffled: any stretch of them covers the scan
+        std::uint32_t uiRowLength = 0; ///< cells between a sample and the one below it
     };
     struct Hit;
     class CHoldAt;
 
-    [[nodiscard]] std::vector<Sample> takeSamples(const CScanView& view) const;
+    void takeSamples(Side& side) const;
     [[nodiscard]] static Hit nearestInImage(const CRangeImage& image, CRangeImage::Pixel at, const Sample& moved);
     [[nodiscard]] Hit nearestInTree(const CScanView& view, const Sample& moved) const;
     [[nodiscard]] std::span<const Sample> partOf(std::size_t side, std::size_t part, std::size_t parts) const;
-    void countInImage(std::size_t side, std::span<const Sample> samples, const CTrafo& pose, PoseCounts& counts) const;
+    void countInImage(std::size_t side, std::span<const Sample> samples, const CTrafo& pose, PoseCounts& counts,
+                      std::vector<std::uint32_t>& fronts) const;
     void countInTree(std::size_t side, std::span<const Sample> samples, const CTrafo& pose, PoseCounts& counts) const;
     [[nodiscard]] bool isInFrontOverCone(const CScanView& into, const CTrafo& pose, const Sample& sample) const;
     [[nodiscard]] bool isMatch(const Hit& hit) const;
     void addHit(const Hit& hit, std::size_t side, PoseCounts& counts) const;
-    void countParts(const CTrafo& pose, std::size_t first, std::size_t last, PoseCounts& counts) const;
+    void countParts(const CTrafo& pose, std::size_t first, std::size_t last, PoseCounts& counts, Fronts& fronts) const;
+    [[nodiscard]] unsigned countSolid(Fronts& fronts) const;
 
     std::array<Side, 2> m_sides; ///< fixed, floating
     float m_pixel = 0.0F;

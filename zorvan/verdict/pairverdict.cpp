@@ -43,6 +43,20 @@ bool isRival(const PoseVerdict& verdict, const PoseCounts& best)
     return verdict.counts.Score() >= share * best.Score();
 }
 
+/// A pose that fell, elsewhere, with more to say for it than the best of those that stand: then the object agrees with
+/// itself by more than what the best one rests on.
+bool isOutdone(const CPoseJudge& judge, std::span<const CTrafo> poses, const std::vector<PoseVerdict>& verdicts,
+               std::size_t best)
+{
+    const double distinct = verdict::dDistinctPixels * judge.GetPixelSize();
+    for (std::size_t i = 0; i < poses.size(); ++i) {
+        if (verdicts[i].counts.Score() > verdicts[best].counts.Score() &&
+            judge.Distance(poses[i], poses[best]) > distinct)
+            return true;
+    }
+    return false;
+}
+
 /// Of poses that fell: the one with the most matches for its contradictions.
 std::size_t nearestMiss(const std::vector<PoseVerdict>& verdicts)
 {
@@ -93,6 +107,9 @@ std::string PairVerdict::Reason() const
     if (best && isRayUnknown)
         return "nothing speaks against the pose, but neither scan shows from where it was taken, so that missing "
                "surface cannot speak against it; say where the sensor stood";
+    if (best && isOutdone)
+        return "nothing speaks against the pose, but more surface agrees in others, which some of it contradicts; a "
+               "further scan would have to share more with this pose";
     return best.ToString() + "; a further scan would have to show surface that holds it";
 }
 
@@ -125,8 +142,9 @@ PairVerdict DecideOnPoses(const CPoseJudge& judge, std::span<const CTrafo> poses
     }
     const PoseVerdict best = result.poses[result.explanations.front()];
     std::erase_if(result.explanations, [&](std::size_t i) { return !isRival(result.poses[i], best.counts); });
+    result.isOutdone = isOutdone(judge, poses, result.poses, result.explanations.front());
     const bool isAlone = result.explanations.size() == 1 && best && !result.isRayUnknown;
-    result.eVerdict = isAlone ? EPairVerdict::Aligned : EPairVerdict::Ambiguous;
+    result.eVerdict = isAlone && !result.isOutdone ? EPairVerdict::Aligned : EPairVerdict::Ambiguous;
     return result;
 }
 
