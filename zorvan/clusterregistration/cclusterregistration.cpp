@@ -66,6 +66,7 @@ CClusterRegistration::State CClusterRegistration::takeState()
     rest.scheduler = m_state.scheduler;
     rest.group = m_state.group;
     rest.makeSearch = m_state.makeSearch;
+    rest.arrange = m_state.arrange;
     rest.isFitToPrimary = m_state.isFitToPrimary;
     return std::exchange(m_state, std::move(rest));
 }
@@ -209,6 +210,12 @@ void CClusterRegistration::SetSearch(SearchFactory makeSearch)
 {
     const std::lock_guard lock(m_mutex);
     m_state.makeSearch = std::move(makeSearch);
+}
+
+void CClusterRegistration::SetArranger(Arranger arrange)
+{
+    const std::lock_guard lock(m_mutex);
+    m_state.arrange = std::move(arrange);
 }
 
 void CClusterRegistration::SetFitToPrimary(bool isOn)

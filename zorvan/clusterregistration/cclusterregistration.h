@@ -66,6 +66,11 @@ public:
     using SearchFactory = std::function<std::unique_ptr<IPreRegistration>(
         const PointSet& fix, const PointSet& flt, const ConfigurationFPFH& config, const CTrafo* oracle)>;
 
+    /// Clusters with their entities.
+    using ClusterContents = std::map<UniversalUniqueID, std::vector<EntityTuple>>;
+    /// Says which entities belong together, and where they lie: poses to any common frame, a map for each cluster.
+    using Arranger = std::function<std::vector<Trafos>(const ClusterContents& clusters, const Zorvan::Hooks& hooks)>;
+
     /// @param config logged as a warning where it makes no sense (`WhatIsWrong`), and taken as it is
     /// @param rng    the caller's engine, which is seeded with 47110815 and has to outlive this object. Null: an own
     ///               engine
@@ -124,6 +129,15 @@ public:
     void SetPrimaryClusterID(const UniversalUniqueID& id);
     /// Another way to search than `CFPFHPreRegistration`, such as `CRefinedPreRegistration`; empty: back to that one.
     void SetSearch(SearchFactory makeSearch);
+    /// Another way to merge than pair by pair: `Run` asks once, and brings the clusters into the order that it is told;
+    /// clusters may be taken apart as well. An entity that is left out of the answer comes to lie by itself. A cluster
+    /// keeps its identifier and its frame while most of its entities stay together, the primary one goes first; an
+    /// entity that is taken out floats, or is where the caller first said. Empty: back to merging pair by pair. Not
+    /// saved with the state.
+    ///
+    /// `Run` throws std::invalid_argument, with nothing changed, for an answer with an unknown entity, one that occurs
+    /// twice, or an invalid pose.
+    void SetArranger(Arranger arrange);
     /// Where an optimisation puts a cluster. By itself it leaves the refined poses where the whole comes nearest to its
     /// old place, and the primary entity where it was; so that one alone is off, by what it would have moved itself.
     /// With true, all that belong with the primary entity move together until they fit it. In a strip of five patches
@@ -185,6 +199,7 @@ private:
         std::unordered_map<UniversalUniqueID, std::pair<std::weak_ptr<const CFPFHPointSet>, PointSet>>
             primaryPointSetCache;
         SearchFactory makeSearch;
+        Arranger arrange;
         bool isFitToPrimary = false;
     };
 
@@ -212,6 +227,8 @@ private:
     void resetRegistrationFailures(const UniversalUniqueID& id);
 
     bool registerClusters(const Zorvan::Hooks& hooks);
+    /// As the arranger says. @return whether anything changed
+    bool arrangeClusters(const Zorvan::Hooks& hooks);
     /// The next pair that fits is merged. @return whether there was one
     bool mergeNextPair(const Zorvan::Hooks& hooks);
     /// @return  b to a coordinates; invalid when they do not fit

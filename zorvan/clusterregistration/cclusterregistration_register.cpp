@@ -58,6 +58,7 @@ bool CClusterRegistration::Run(const Zorvan::Hooks& hooks)
 
 bool CClusterRegistration::registerClusters(const Zorvan::Hooks& hooks)
 {
+    if (m_state.arrange) return arrangeClusters(hooks);
     bool isAnyMerged = false;
     hooks.Start("registering", std::max<std::size_t>(m_state.clusters.size(), 1) - 1);
     while (mergeNextPair(hooks)) {

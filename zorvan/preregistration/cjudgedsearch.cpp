@@ -80,7 +80,7 @@ bool CJudgedSearch::Compute(const Zorvan::Hooks& hooks)
         proposeByFeatures(hooks);
         proposeTurns();
     }
-    if (!hooks.IsAborted() && !isSettled()) {
+    if (m_hasVote && !hooks.IsAborted() && !isSettled()) {
         proposeByVote(hooks);
         proposeTurns();
     }

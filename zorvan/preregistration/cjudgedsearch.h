@@ -69,6 +69,9 @@ public:
     /// counts.
     void RequireLimits(bool isRequired) { m_requiresLimits = isRequired; }
     void SetNumTasks(unsigned uiNumTasks) { m_uiNumTasks = uiNumTasks; }
+    /// Without the vote a search ends with what the features propose, settled or not: cheap, for many pairs of which
+    /// most have nothing in common.
+    void SetVote(bool isOn) { m_hasVote = isOn; }
 
     /// Searches. An abort ends it with what has been found and weighed until then.
     /// @return whether the scans are aligned
@@ -81,6 +84,8 @@ public:
     /// Of the search on the features.
     [[nodiscard]] const CFPFHPreRegistration::Statistics& GetStatistics() const { return m_statistics; }
     [[nodiscard]] const Times& GetTimes() const { return m_times; }
+    /// Aligned at a pose that is held so well that the vote has nothing to add.
+    [[nodiscard]] bool IsSettled() const { return isSettled(); }
 
 private:
     void proposeByFeatures(const Zorvan::Hooks& hooks);
@@ -98,6 +103,7 @@ private:
     CPoseJudge m_judge;
     bool m_requiresLimits = false;
     unsigned m_uiNumTasks = 1;
+    bool m_hasVote = true;
     std::vector<Candidate> m_candidates;
     std::size_t m_numWeighed = 0; ///< candidates that have their verdict
     PairVerdict m_verdict;

@@ -108,16 +108,41 @@ ScanRow describe(const CSession::ScanFile& file, const CClusterRegistration& reg
     row.uiPoints = placed.set->Size();
     row.dOverlap = row.dRmse = row.dSlip = nan;
     row.isPlaced = registration.Size(cluster) > 1;
-    row.verdict = row.isPlaced ? "registered" : "found no place";
     return row;
+}
+
+/// What the placing says of each scan, and each pair that was searched.
+void sayWhy(const Placing& placing, RegistrationTable& table)
+{
+    for (std::size_t i = 0; i < table.scans.size(); ++i) {
+        // An optimisation may have taken a scan out afterwards: it did not agree with the others.
+        ScanPlace place = placing.places[i];
+        if (table.scans[i].isPlaced)
+            place.ePlace = EPlace::Placed;
+        else if (place.ePlace == EPlace::Placed)
+            place.ePlace = EPlace::Alone;
+        table.scans[i].ePlace = place.ePlace;
+        table.scans[i].verdict = PlaceWords(place, table.scans[place.uiRefuter].file);
+    }
+    std::map<ScanPair, SearchRow> last;
+    for (std::size_t i = 0; i < placing.searched.size(); ++i) {
+        const auto& [pair, finding] = std::pair{placing.searched[i], placing.findings[i]};
+        SearchRow row{pair.first, pair.second, VerdictName(finding.eVerdict), finding.places.size(), 0, 0};
+        if (!finding.places.empty()) {
+            row.uiMatched = finding.places.front().counts.uiMatched;
+            row.uiContradictions = finding.places.front().counts.Contradictions();
+        }
+        last[pair] = row;
+    }
+    for (auto& [pair, row] : last) table.searches.push_back(std::move(row));
 }
 
 } // namespace
 
-RegistrationTable LookAtPoses(const CSession& session, const CSession::Group& group)
+RegistrationTable LookAtPoses(const CSession& session, const Placing& placing, const CSession::Group& group)
 {
     const CClusterRegistration& registration = session.GetRegistration();
-    RegistrationTable table{session.GetMmPerUnit(), {}, {}};
+    RegistrationTable table{session.GetMmPerUnit(), {}, {}, {}};
     std::vector<Placed> placed;
     std::map<std::string, std::vector<std::size_t>> clusters;
     for (const CSession::ScanFile& file : session.GetFiles()) {
@@ -128,6 +153,7 @@ RegistrationTable LookAtPoses(const CSession& session, const CSession::Group& gr
         const bool isFirst = registration.GetClusterPrimaryID(registration.GetClusterID(file.id)) == file.id;
         members.insert(isFirst ? members.begin() : members.end(), placed.size() - 1);
     }
+    sayWhy(placing, table);
     const ConfigurationICP config = registration.GetRegistrationConfig().icpConfig;
     lookAtPairs(config, placed, table);
     summarizePairs(table);

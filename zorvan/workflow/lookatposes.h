@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zorvan/workflow/export.h"
+#include "zorvan/workflow/placing.h"
 #include "zorvan/workflow/registrationtable.h"
 #include "zorvan/workflow/session.h"
 
@@ -9,7 +10,9 @@ namespace prereg {
 
 /// How well the scans of a session fit where they are: overlap and residual of every pair in one cluster, and the slip
 /// of each scan against the first one of its cluster. The poses stay as they are.
-/// @param group  does the work; see the multi-object ComputeICPRegistration
-[[nodiscard]] ZORVAN_WORKFLOW_API RegistrationTable LookAtPoses(const CSession& session, const CSession::Group& group);
+/// @param placing  why each scan is where it is
+/// @param group    does the work; see the multi-object ComputeICPRegistration
+[[nodiscard]] ZORVAN_WORKFLOW_API RegistrationTable LookAtPoses(const CSession& session, const Placing& placing,
+                                                                const CSession::Group& group);
 
 } // namespace prereg

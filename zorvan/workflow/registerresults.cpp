@@ -14,6 +14,7 @@
 #include <iomanip>
 #include <map>
 #include <sstream>
+#include <utility>
 #include <vector>
 
 namespace prereg {
@@ -79,6 +80,21 @@ std::string lengthText(double mm, double mmPerUnit)
     return std::isfinite(mm) ? Zorvan::ToText(mm / mmPerUnit, 3) : "-";
 }
 
+/// "; 3 ambiguous, 1 alone"
+std::string leftOutWords(const RegistrationTable& table)
+{
+    std::string words;
+    for (const auto& [place, name] : {std::pair{EPlace::Ambiguous, "ambiguous"},
+                                      {EPlace::Contradicted, "contradicted"},
+                                      {EPlace::Alone, "alone"}}) {
+        const auto count =
+            std::count_if(table.scans.begin(), table.scans.end(),
+                          [&, kind = place](const ScanRow& scan) { return !scan.isPlaced && scan.ePlace == kind; });
+        if (count > 0) words += (words.empty() ? "; " : ", ") + std::to_string(count) + " " + name;
+    }
+    return words;
+}
+
 } // namespace
 
 std::string MainCluster(const RegistrationTable& table)
@@ -128,7 +144,7 @@ std::string ToText(const RegistrationTable& table)
     const auto placed =
         std::count_if(table.scans.begin(), table.scans.end(), [](const ScanRow& scan) { return scan.isPlaced; });
     out << placed << " of " << table.scans.size() << " scans registered, in " << number
-        << (number == 1 ? " cluster" : " clusters") << '\n';
+        << (number == 1 ? " cluster" : " clusters") << leftOutWords(table) << '\n';
     return out.str();
 }
 

@@ -3,17 +3,18 @@
 
 #include "zorvan/core/cpointset.h"
 #include "zorvan/numerics/quantile.h"
-#include "zorvan/preregistration/crefinedpreregistration.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/textnumber.h"
 #include "zorvan/workflow/autosettings.h"
 #include "zorvan/workflow/lookatposes.h"
+#include "zorvan/workflow/placing.h"
+#include "zorvan/workflow/scanpairs.h"
 #include "zorvan/workflow/settingsfile.h"
 #include "zorvan/workflow/stagetimes.h"
 
 #include <algorithm>
-#include <cmath>
+#include <map>
 #include <stdexcept>
 #include <utility>
 
@@ -21,59 +22,50 @@ namespace prereg {
 
 namespace {
 
-/// The errors of the merges so far.
-class CMergeErrors
+/// Puts the scans of a session where all pairs agree. Goes on where it stopped when it is asked again.
+class CArranger
 {
 public:
-    void Add(double rmse) { m_errors.push_back(rmse); }
-
-    /// The median (mm), once there are enough to tell the noise of these scans.
-    [[nodiscard]] std::optional<double> Typical() const
+    CArranger(const CSession& session, const CSession::Group& group) : m_pairs(session, group)
     {
-        constexpr std::size_t uiEnough = 3;
-        if (m_errors.size() < uiEnough) return std::nullopt;
-        return Zorvan::Median(m_errors);
+        for (const CSession::ScanFile& file : session.GetFiles()) m_ids.push_back(file.id);
+        m_placing = Placing::Apart(m_ids.size());
     }
+
+    std::vector<CClusterRegistration::Trafos> Arrange(const CClusterRegistration::ClusterContents& clusters,
+                                                      const Zorvan::Hooks& hooks)
+    {
+        take(clusters);
+        m_placing = PlaceScans(m_pairs, std::move(m_placing), hooks);
+        std::map<std::size_t, CClusterRegistration::Trafos> groups;
+        for (std::size_t i = 0; i < m_ids.size(); ++i) groups[m_placing.group[i]][m_ids[i]] = m_placing.poses[i];
+        std::vector<CClusterRegistration::Trafos> answer;
+        for (auto& [name, group] : groups) answer.push_back(std::move(group));
+        return answer;
+    }
+
+    [[nodiscard]] const Placing& GetPlacing() const { return m_placing; }
 
 private:
-    std::vector<double> m_errors;
-};
-
-/// The search for one pair of clusters, which remembers the error of a merge.
-class CMergeSearch : public CRefinedPreRegistration
-{
-public:
-    CMergeSearch(CRefinedPreRegistration search, double grid, CMergeErrors& errors)
-        : CRefinedPreRegistration(std::move(search)), m_grid(grid), m_errors(errors)
+    /// Groups and poses as the clusters have them; what has been searched stays known.
+    void take(const CClusterRegistration::ClusterContents& clusters)
     {
+        std::map<UniversalUniqueID, std::size_t> numbers;
+        for (std::size_t i = 0; i < m_ids.size(); ++i) numbers[m_ids[i]] = i;
+        for (const auto& [id, entities] : clusters) {
+            std::size_t name = m_ids.size();
+            for (const auto& [entity, pose, start, set] : entities) name = std::min(name, numbers.at(entity));
+            for (const auto& [entity, pose, start, set] : entities) {
+                m_placing.group[numbers.at(entity)] = name;
+                m_placing.poses[numbers.at(entity)] = pose;
+            }
+        }
     }
 
-    ICPResult GetNextResult() override
-    {
-        constexpr double dCopyShare = 0.01;
-        const ICPResult result = CRefinedPreRegistration::GetNextResult();
-        const auto error = static_cast<double>(result.GetError());
-        // A scan that meets its own copy says nothing about the noise.
-        if (error > dCopyShare * m_grid) m_errors.Add(error);
-        return result;
-    }
-
-private:
-    double m_grid; ///< of the points (mm)
-    CMergeErrors& m_errors;
+    CScanPairs m_pairs;
+    std::vector<UniversalUniqueID> m_ids;
+    Placing m_placing;
 };
-
-/// @param share  of the polygons that the settings allow
-CClusterRegistration::SearchFactory searchWith(CMergeErrors& errors, double share)
-{
-    return [&errors, share](const auto& fix, const auto& flt, const auto& config, const auto* oracle) {
-        ConfigurationFPFH search = SettingsForSearch(config);
-        search.uiNumPolygons = static_cast<unsigned>(std::ceil(share * search.uiNumPolygons));
-        const auto judge = SettingsForMerging(config, errors.Typical());
-        return std::make_unique<CMergeSearch>(CRefinedPreRegistration(fix, flt, search, judge, oracle),
-                                              config.dGridSize, errors);
-    };
-}
 
 /// One call of RegisterScans, stage by stage.
 class CRegistrationRun
@@ -97,15 +89,9 @@ public:
     {
         const bool isComplete = addScans(scans, session);
         m_times.End("features");
-        merge(session.GetRegistration());
-        m_times.End("registration");
-        const bool isStopped = m_hooks.IsAborted();
-        if (m_options.isOptimized && !isStopped) {
-            session.GetRegistration().SetFitToPrimary(true);
-            session.GetRegistration().OptimizeRegistration(true, m_hooks);
-            m_times.End("optimization");
-        }
-        RegistrationTable table = LookAtPoses(session, scheduler->CreateJobGroup({}, {}));
+        CArranger arranger(session, scheduler->CreateJobGroup({}, {}));
+        placeAndOptimize(session.GetRegistration(), arranger);
+        RegistrationTable table = LookAtPoses(session, arranger.GetPlacing(), scheduler->CreateJobGroup({}, {}));
         return {std::move(scheduler), std::move(session), std::move(table),   m_settingsWords, m_leftOut,
                 m_times.Words(),      isComplete,         m_hooks.IsAborted()};
     }
@@ -160,18 +146,21 @@ private:
         return added == scans.size();
     }
 
-    void merge(CClusterRegistration& registration)
+    void placeAndOptimize(CClusterRegistration& registration, CArranger& arranger)
     {
-        // Most pairs of many scans have nothing in common, and most others are found soon.
-        constexpr double dQuickShare = 0.25;
-        CMergeErrors errors;
-        for (const double share : {dQuickShare, 1.0}) {
-            if (registration.GetClusterIDs().size() < 2 || m_hooks.IsAborted()) break;
-            registration.ForgetFailures();
-            registration.SetSearch(searchWith(errors, share));
-            registration.Run(m_hooks);
+        registration.SetArranger(
+            [&](const auto& clusters, const Zorvan::Hooks& hooks) { return arranger.Arrange(clusters, hooks); });
+        registration.SetFitToPrimary(true);
+        registration.Run(m_hooks);
+        m_times.End("registration");
+        // What lies better after an optimisation may speak against what seemed to fit before, and for what did not.
+        constexpr int iMaxRounds = 2;
+        for (int round = 0; m_options.isOptimized && round < iMaxRounds && !m_hooks.IsAborted(); ++round) {
+            registration.OptimizeRegistration(true, m_hooks);
+            m_times.End("optimization");
+            if (m_hooks.IsAborted() || !registration.Run(m_hooks)) break;
         }
-        registration.SetSearch({});
+        registration.SetArranger({});
     }
 
     const RegisterOptions& m_options;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zorvan/core/ctrafo.h"
+#include "zorvan/workflow/placing.h"
 
 #include <cstddef>
 #include <limits>
@@ -22,8 +23,9 @@ struct ScanRow
     double dOverlap = std::numeric_limits<double>::quiet_NaN(); ///< this and the next two: medians over its pairs
     double dRmse = std::numeric_limits<double>::quiet_NaN();
     double dSlip = std::numeric_limits<double>::quiet_NaN();
-    std::string verdict;   ///< a few words for people
-    bool isPlaced = false; ///< it found its place among other scans
+    EPlace ePlace = EPlace::Alone; ///< why it is where it is
+    std::string verdict;           ///< the same in a few words for people
+    bool isPlaced = false;         ///< it found its place among other scans
 };
 
 /// Two scans that were found to overlap.
@@ -35,12 +37,24 @@ struct PairRow
     double dRmse = std::numeric_limits<double>::quiet_NaN();    ///< mm
 };
 
+/// Two scans that were searched for a common place.
+struct SearchRow
+{
+    std::size_t a = 0; ///< into the scans of the table, as `b`
+    std::size_t b = 0;
+    std::string verdict;           ///< on the pair alone
+    std::size_t uiPlaces = 0;      ///< that explain both scans
+    unsigned uiMatched = 0;        ///< samples, at the best of these places
+    unsigned uiContradictions = 0; ///< there
+};
+
 /// A whole registration, as tables and pages show it. Scans are in the order of the call.
 struct RegistrationTable
 {
     double dMmPerUnit = 1.0; ///< lengths are shown in this unit, that of the files
     std::vector<ScanRow> scans;
     std::vector<PairRow> pairs;
+    std::vector<SearchRow> searches = {};
 };
 
 } // namespace prereg

@@ -5,6 +5,8 @@
 #include "zorvan/documents/bson.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/util/csha1.h"
+#include "zorvan/verdict/scansampling.h"
+#include "zorvan/verdict/viewingray.h"
 #include "zorvan/workflow/documentfile.h"
 #include "zorvan/workflow/sessioncheck.h"
 
@@ -14,6 +16,7 @@
 #include <cstdio>
 #include <exception>
 #include <new>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -23,6 +26,7 @@ namespace {
 
 constexpr const char* sUnit = "mm_per_unit";
 constexpr const char* sFiles = "files";
+constexpr const char* sRay = "ray";
 
 /// The registration goes through clusters in descending order of the texts of their identifiers, so the first scan gets
 /// the highest one. The other digits tell scans of the same number apart; version and variant are those of RFC 9562 for
@@ -37,12 +41,43 @@ UniversalUniqueID makeID(std::size_t number, const std::string& name, const Vect
                              hash.substr(11, 3) + "-" + hash.substr(14, 12));
 }
 
+/// All points are needed for that: those of the set have been thinned.
+std::optional<kdtree::Vector<3>> rayOf(const Zorvan::SurfelScan& scan)
+{
+    const CPointSet set(scan.points.data(), scan.normals.data(), scan.points.size());
+    const double spacing = MeasureSampling(set.GetPoints(), set.GetKdTree()).dSpacing;
+    const ViewingRay ray = FindViewingRay(set.GetPoints(), set.GetNormals(), set.GetKdTree(), spacing);
+    if (ray.eKind != ERay::Found) return {};
+    return ray.direction;
+}
+
+bson::object toObject(const kdtree::Vector<3>& v)
+{
+    return {bson::element("x", static_cast<double>(v.x)), bson::element("y", static_cast<double>(v.y)),
+            bson::element("z", static_cast<double>(v.z))};
+}
+
+/// Nothing in sessions of earlier versions, and for a scan that does not show it.
+std::optional<kdtree::Vector<3>> readRay(const bson::object& file)
+{
+    for (const bson::element& e : file) {
+        if (e.name() != std::string_view(sRay)) continue;
+        const bson::object ray = e.as_object();
+        const auto read = [&](const char* axis) { return static_cast<float>(ray.child(axis).as_double()); };
+        const kdtree::Vector<3> direction(read("x"), read("y"), read("z"));
+        if (!direction.IsFinite() || !(direction.LengthSq() > 0.0F)) throw std::invalid_argument("no direction");
+        return direction;
+    }
+    return {};
+}
+
 std::vector<CSession::ScanFile> readFiles(const bson::object& document)
 {
     std::vector<CSession::ScanFile> files;
     for (const bson::element& e : document) {
         const bson::object file = e.as_object();
-        files.push_back({UniversalUniqueID::Load(file.child("entity_id").as_uuid()), file.child("name").as_string()});
+        files.push_back({UniversalUniqueID::Load(file.child("entity_id").as_uuid()), file.child("name").as_string(),
+                         readRay(file)});
     }
     return files;
 }
@@ -86,8 +121,9 @@ void CSession::Save(const std::filesystem::path& file) const
 {
     bson::object files;
     for (const ScanFile& scan : m_files) {
-        files += bson::element(
-            "file", bson::object{bson::element::make_uuid("entity_id", &scan.id), bson::element("name", scan.name)});
+        bson::object entry{bson::element::make_uuid("entity_id", &scan.id), bson::element("name", scan.name)};
+        if (scan.ray) entry += bson::element(sRay, toObject(*scan.ray));
+        files += bson::element("file", entry);
     }
     bson::object document = m_registration.ToObject();
     document += bson::element(sUnit, m_mmPerUnit);
@@ -101,7 +137,7 @@ bool CSession::Add(const Zorvan::SurfelScan& scan, const std::shared_ptr<const C
     const std::string name = scan.file.filename().string();
     const UniversalUniqueID id = makeID(m_files.size(), name, scan.points);
     if (!m_registration.AddPointSet(id, set, &preTrafo)) return false;
-    m_files.push_back({id, name});
+    m_files.push_back({id, name, rayOf(scan)});
     return true;
 }
 

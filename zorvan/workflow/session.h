@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zorvan/clusterregistration/cclusterregistration.h"
+#include "zorvan/core/vector.h"
 #include "zorvan/features/configurationfpfh.h"
 #include "zorvan/runtime/cjobscheduler.h"
 #include "zorvan/scans/scanreader.h"
@@ -12,6 +13,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,7 +30,8 @@ public:
     struct ScanFile
     {
         UniversalUniqueID id;
-        std::string name; ///< without folder
+        std::string name;                          ///< without folder
+        std::optional<kdtree::Vector<3>> ray = {}; ///< to the sensor, in scan coordinates, where the points show it
     };
 
     CSession(const ConfigurationFPFH& config, double dMmPerUnit, const Group& group);

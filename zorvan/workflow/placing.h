@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zorvan/core/ctrafo.h"
+#include "zorvan/core/hooks.h"
+#include "zorvan/verdict/cposejudge.h"
+#include "zorvan/verdict/pairverdict.h"
+#include "zorvan/workflow/export.h"
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace prereg {
+
+/// Two scans by their numbers, the smaller one first; poses map the second into the frame of the first.
+using ScanPair = std::pair<std::size_t, std::size_t>;
+
+/// What a search has found for a pair.
+struct PairFinding
+{
+    struct Place
+    {
+        CTrafo pose;
+        PoseCounts counts;
+        bool isHeld = true; ///< false: it may slide, so that it is no place to put a scan, only a rival
+    };
+    EPairVerdict eVerdict = EPairVerdict::TooLittle;
+    std::vector<Place> places; ///< that explain both scans, best first
+
+    [[nodiscard]] bool IsAligned() const { return eVerdict == EPairVerdict::Aligned && !places.empty(); }
+};
+
+/// What two scans say of a pose that others brought about.
+enum class EEvidence
+{
+    Silent,
+    Supports,
+    Refutes
+};
+
+struct PairEvidence
+{
+    EEvidence eEvidence = EEvidence::Silent;
+    PoseCounts counts;
+};
+
+/// All that placing asks of the scans. Tests make theirs up.
+class ZORVAN_WORKFLOW_API IScanPairs
+{
+public:
+    virtual ~IScanPairs();
+
+    [[nodiscard]] virtual std::size_t GetNumScans() const = 0;
+    /// Searches pairs, side by side where it can.
+    /// @param isThorough  false: cheap, and hence of no avail for many pairs
+    /// @return            one a pair; fewer when the hooks stop it
+    [[nodiscard]] virtual std::vector<PairFinding> Search(std::span<const ScanPair> pairs, bool isThorough,
+                                                          const Zorvan::Hooks& hooks) = 0;
+    /// Whether the cheap search may find something.
+    [[nodiscard]] virtual bool IsWorthAGlance(ScanPair pair) const = 0;
+    /// Weighs poses, one a pair. Each may be off by what a chain of poses adds up to.
+    [[nodiscard]] virtual std::vector<PairEvidence> Weigh(std::span<const std::pair<ScanPair, CTrafo>> poses) const = 0;
+    /// Whether two poses of a scan are places of their own.
+    [[nodiscard]] virtual bool AreDistinct(std::size_t scan, const CTrafo& a, const CTrafo& b) const = 0;
+
+protected:
+    IScanPairs() = default;
+    IScanPairs(const IScanPairs&) = default;
+    IScanPairs(IScanPairs&&) = default;
+    IScanPairs& operator=(const IScanPairs&) = default;
+    IScanPairs& operator=(IScanPairs&&) = default;
+};
+
+/// What became of a scan.
+enum class EPlace
+{
+    Placed,
+    Ambiguous,    ///< several places explain it equally well
+    Contradicted, ///< each place that was found is refuted by other scans
+    Alone         ///< no place was found
+};
+
+struct ScanPlace
+{
+    EPlace ePlace = EPlace::Alone;
+    std::size_t uiPlaces = 0;  ///< of an ambiguous one
+    std::size_t uiRefuter = 0; ///< of a contradicted one: the scan that speaks against it most
+};
+
+/// Scans in groups, each with a frame of its own.
+struct Placing
+{
+    std::vector<std::size_t> group;    ///< of each scan; a group is named by the smallest number of its scans
+    std::vector<CTrafo> poses;         ///< of each scan in the frame of its group
+    std::vector<ScanPlace> places;     ///< why each scan is where it is
+    std::vector<PairFinding> findings; ///< of each pair that was searched
+    std::vector<ScanPair> searched;    ///< as many, in the order of the search
+
+    /// Every scan for itself.
+    [[nodiscard]] ZORVAN_WORKFLOW_API static Placing Apart(std::size_t numScans);
+    [[nodiscard]] ZORVAN_WORKFLOW_API std::vector<std::size_t> MembersOf(std::size_t name) const;
+};
+
+/// Puts scans into common frames, so that all pairs of a group agree, not only those that were found.
+///
+/// Aligned pairs are joined first, best first; whatever a join brings together is weighed pair by pair, and
+/// contradictions add up: it stands where hardly a pair refutes it, and where each other place that was found, or that
+/// a near symmetry of the object suggests, is worse by a margin. Ambiguous pairs wait until the scans around them
+/// decide. At the end each scan is weighed against all others once more; one that they refute is taken out, and one
+/// that fits better elsewhere moves there. What stays out has no place, or several.
+///
+/// @param start  groups to go on with: they are weighed first, and what does not hold is taken out
+/// Same pairs, same placing. A stop ends it with what has been placed until then.
+[[nodiscard]] ZORVAN_WORKFLOW_API Placing PlaceScans(IScanPairs& pairs, Placing start, const Zorvan::Hooks& hooks);
+
+/// For people: "placed", "ambiguous: two places", "contradicted by b.ply", "alone".
+[[nodiscard]] ZORVAN_WORKFLOW_API std::string PlaceWords(const ScanPlace& place, const std::string& refuter);
+
+} // namespace prereg

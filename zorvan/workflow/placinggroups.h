@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zorvan/workflow/placing.h"
+
+#include <map>
+#include <optional>
+#include <vector>
+
+namespace prereg {
+
+/// Some scans and their poses in a common frame.
+struct PlacedGroup
+{
+    std::vector<std::size_t> members; ///< ascending
+    const std::vector<CTrafo>* poses; ///< of all scans; those of the members count
+
+    [[nodiscard]] const CTrafo& PoseOf(std::size_t scan) const { return (*poses)[scan]; }
+};
+
+/// A pose that would join two groups, with what all their pairs say of it.
+struct Hypothesis
+{
+    CTrafo pose = CTrafo::Invalid();   ///< second to first group
+    bool isAligned = false;            ///< a pair is aligned there
+    bool isHeld = false;               ///< a pair holds it in all directions
+    PoseCounts counts;                 ///< of all pairs
+    std::size_t uiSupports = 0;        ///< pairs
+    std::vector<std::size_t> refuters; ///< scans of the first group that refute it, ascending
+    std::size_t uiRefutations = 0;     ///< pairs
+    std::size_t uiWorstRefuter = 0;    ///< the scan of the first group with the most contradictions
+
+    /// Hardly a pair refutes it. One in five may: a sensor loses surface for reasons that nobody foresees.
+    [[nodiscard]] bool Stands() const;
+};
+
+struct JoinDecision
+{
+    CTrafo pose = CTrafo::Invalid(); ///< second to first group
+    double dScore = 0.0;
+    ScanPlace place; ///< why not
+
+    [[nodiscard]] explicit operator bool() const { return static_cast<bool>(pose); }
+};
+
+/// Weighs what groups of scans say of each other.
+class CPlacingWeigher
+{
+public:
+    explicit CPlacingWeigher(IScanPairs& pairs) : m_pairs(pairs) {}
+
+    /// The last one for a pair counts.
+    void AddFinding(ScanPair pair, PairFinding finding);
+    /// Of pairs between two groups that have places.
+    [[nodiscard]] std::size_t GetNumFindings(const std::vector<std::size_t>& a,
+                                             const std::vector<std::size_t>& b) const;
+
+    /// Each place that the findings suggest, weighed by all pairs.
+    [[nodiscard]] std::vector<Hypothesis> Hypotheses(const PlacedGroup& a, const PlacedGroup& b) const;
+    /// The pose that beats all others, near symmetries of the object included, or why there is none.
+    /// @param present  where the second group is now, which is a hypothesis too
+    [[nodiscard]] JoinDecision Decide(const PlacedGroup& a, const PlacedGroup& b,
+                                      const std::optional<CTrafo>& present = {}) const;
+    /// The scan that the others of its group refute most; nothing when they refute none.
+    [[nodiscard]] std::optional<std::size_t> FindRefuted(const PlacedGroup& group) const;
+    /// What the pairs of a group say for it.
+    [[nodiscard]] double Score(const PlacedGroup& group) const;
+
+private:
+    void addPlaces(const PlacedGroup& a, const PlacedGroup& b, std::vector<Hypothesis>& all) const;
+    void addTurned(const PlacedGroup& a, const PlacedGroup& b, std::vector<Hypothesis>& all) const;
+    bool addDistinct(const PlacedGroup& b, Hypothesis hypothesis, std::vector<Hypothesis>& all) const;
+    void weigh(const PlacedGroup& a, const PlacedGroup& b, Hypothesis& hypothesis) const;
+    [[nodiscard]] std::vector<PairEvidence> evidenceIn(const PlacedGroup& group, std::vector<ScanPair>& pairs) const;
+    void addSymmetries(const PlacedGroup& group, std::vector<CTrafo>& motions) const;
+
+    IScanPairs& m_pairs;
+    std::map<ScanPair, PairFinding> m_findings;
+};
+
+} // namespace prereg

@@ -1,0 +1,217 @@
+// SPDX-License-Identifier: MIT
+#include "zorvan/workflow/scanpairs.h"
+
+#include "zorvan/preregistration/crefinedpreregistration.h"
+#include "zorvan/verdict/planeshare.h"
+#include "zorvan/verdict/verdictlimits.h"
+#include "zorvan/workflow/autosettings.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <future>
+#include <utility>
+
+namespace prereg {
+
+namespace {
+
+constexpr std::size_t uiMaxPlaces = 6; ///< of a pair
+/// The cheap search draws so many of the polygons: most pairs of many scans have nothing in common, and most others are
+/// found soon.
+constexpr double dQuickShare = 0.25;
+/// Pixels: a chain of poses may be off by so much, and what lies nearer to each other than that is one place.
+constexpr double dPlayPixels = 6.0;
+constexpr std::size_t uiMaxJudges = 2000; ///< some 200 KB each
+
+/// Contradictions from which on a pair refutes a pose: where the scans share surface, what refutes a pair alone; where
+/// they hardly do, more than the edges of thin walls bring about, 0.5 % of the samples on flange and bracket.
+bool isRefuted(EFinding eFinding, const PoseCounts& counts)
+{
+    constexpr unsigned uiMinAlone = 25;
+    constexpr double dMinShareAlone = 0.01;
+    if (counts.Contradiction() <= verdict::dMaxDoubt) return false;
+    if (eFinding != EFinding::TooLittle) return counts.Contradictions() >= verdict::uiMinEarlyContradictions;
+    return counts.Contradictions() >= std::max(uiMinAlone, static_cast<unsigned>(dMinShareAlone * counts.uiSamples));
+}
+
+EEvidence evidenceOf(EFinding eFinding, const PoseCounts& counts)
+{
+    if (isRefuted(eFinding, counts)) return EEvidence::Refutes;
+    const bool isSupport = eFinding == EFinding::Consistent || eFinding == EFinding::Doubtful;
+    return isSupport ? EEvidence::Supports : EEvidence::Silent;
+}
+
+} // namespace
+
+CScanPairs::CScanPairs(const CSession& session, CSession::Group group)
+    : m_group(std::move(group)), m_config(session.GetRegistration().GetRegistrationConfig())
+{
+    m_scans.resize(session.GetFiles().size());
+    std::vector<std::future<void>> done;
+    for (std::size_t i = 0; i < m_scans.size(); ++i) {
+        done.push_back(m_group->Schedule([this, &session, i] {
+            const CSession::ScanFile& file = session.GetFiles()[i];
+            Scan& scan = m_scans[i];
+            const CClusterRegistration& registration = session.GetRegistration();
+            if (registration.GetClusterTrafo(registration.GetClusterID(file.id)))
+                scan.start = registration.GetTrafo(file.id);
+            scan.searched.set = registration.GetPointSetAndTransform(file.id).first;
+            scan.searched.view =
+                std::make_shared<const CScanView>(*scan.searched.set, SensorKnowledge{false, {}, file.ray});
+            scan.isPlane = PlaneShare(scan.searched.set->GetNormals()) > verdict::dMaxPlaneShare;
+            scan.box = OrientedBox::FromCorners(scan.searched.set->GetAABB());
+        }));
+    }
+    for (std::future<void>& job : done) job.get();
+}
+
+bool CScanPairs::IsWorthAGlance(ScanPair pair) const
+{
+    return !m_scans[pair.first].isPlane && !m_scans[pair.second].isPlane;
+}
+
+std::vector<PairFinding> CScanPairs::Search(std::span<const ScanPair> pairs, bool isThorough,
+                                            const Zorvan::Hooks& hooks)
+{
+    std::atomic<bool> isAborted = false;
+    const Zorvan::Hooks jobHooks([&] { return isAborted.load(); });
+    std::vector<PairFinding> found(pairs.size());
+    std::vector<std::future<void>> jobs;
+    for (std::size_t i = 0; i < pairs.size(); ++i)
+        jobs.push_back(m_group->Schedule([&, i] { found[i] = search(pairs[i], isThorough, jobHooks); }));
+    // The caller's question is for this thread alone.
+    for (std::future<void>& job : jobs)
+        while (job.wait_for(std::chrono::milliseconds(5)) != std::future_status::ready)
+            isAborted = hooks.IsAborted() || isAborted;
+    if (isAborted) found.clear();
+    for (std::future<void>& job : jobs) job.get();
+    return found;
+}
+
+PairFinding CScanPairs::search(ScanPair pair, bool isThorough, const Zorvan::Hooks& hooks) const
+{
+    if (hooks.IsAborted()) return {};
+    if (PairFinding start = weighStart(pair); start.IsAligned()) return start;
+    ConfigurationFPFH config = SettingsForSearch(m_config);
+    // Without polygons the user wants no search at all.
+    if (config.uiNumPolygons == 0) return {};
+    if (!isThorough) config.uiNumPolygons = static_cast<unsigned>(std::ceil(dQuickShare * config.uiNumPolygons));
+    CJudgedSearch judged(m_scans[pair.first].searched, m_scans[pair.second].searched, config,
+                         SettingsForRefinement(m_config));
+    judged.SetVote(isThorough);
+    judged.Compute(hooks);
+    if (!isThorough && !judged.IsSettled()) return {};
+    return findingOf(pair, judged);
+}
+
+/// A pose that the caller gave needs no search for rivals: it says which of several places is meant.
+PairFinding CScanPairs::weighStart(ScanPair pair) const
+{
+    const CTrafo& a = m_scans[pair.first].start;
+    const CTrafo& b = m_scans[pair.second].start;
+    if (!a || !b) return {};
+    const ICPResult refined = RefinePose(*m_scans[pair.first].searched.set, *m_scans[pair.second].searched.set,
+                                         m_config.icpConfig, a.GetInverse(false) * b);
+    const PoseVerdict verdict = judgeOf(pair)->Judge(refined.GetTrafo());
+    if (!refined || (!verdict && verdict.eFinding != EFinding::Sliding)) return {};
+    return {EPairVerdict::Aligned, {{refined.GetTrafo(), verdict.counts, true}}};
+}
+
+PairFinding CScanPairs::findingOf(ScanPair pair, const CJudgedSearch& search) const
+{
+    const PairVerdict& verdict = search.GetVerdict();
+    PairFinding finding{verdict.eVerdict, {}};
+    for (const std::size_t i : verdict.explanations) {
+        if (finding.places.size() == uiMaxPlaces) break;
+        const CJudgedSearch::Candidate& candidate = search.GetCandidates()[i];
+        finding.places.push_back(
+            {candidate.refined.GetTrafo(), candidate.verdict.counts, candidate.verdict.eFinding != EFinding::Sliding});
+    }
+    if (finding.places.size() != 1 || !verdict.isRayUnknown || !verdict.poses[verdict.explanations.front()])
+        return finding;
+    // Nothing can contradict scans whose sensors are unknown; then the limits of the ICP decide.
+    const ICPResult refined = RefinePose(*m_scans[pair.first].searched.set, *m_scans[pair.second].searched.set,
+                                         SettingsForMerging(m_config, {}), finding.places.front().pose);
+    if (refined) finding.eVerdict = EPairVerdict::Aligned;
+    return finding;
+}
+
+std::shared_ptr<const CPoseJudge> CScanPairs::judgeOf(ScanPair pair) const
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        if (const auto known = m_known.find(pair); known != m_known.end() && known->second.judge)
+            return known->second.judge;
+    }
+    auto judge =
+        std::make_shared<const CPoseJudge>(*m_scans[pair.first].searched.view, *m_scans[pair.second].searched.view);
+    const std::lock_guard lock(m_mutex);
+    if (m_known.size() > uiMaxJudges)
+        for (auto& [other, known] : m_known) known.judge = nullptr;
+    m_known[pair].judge = judge;
+    return judge;
+}
+
+std::vector<PairEvidence> CScanPairs::Weigh(std::span<const std::pair<ScanPair, CTrafo>> poses) const
+{
+    std::vector<PairEvidence> evidence(poses.size());
+    const std::size_t step = std::min<std::size_t>(poses.size(), m_group->GetMaxConcurrency());
+    std::vector<std::future<void>> jobs;
+    for (std::size_t first = 0; first < step; ++first) {
+        jobs.push_back(m_group->Schedule([&, first] {
+            for (std::size_t i = first; i < poses.size(); i += step)
+                evidence[i] = weigh(poses[i].first, poses[i].second);
+        }));
+    }
+    for (const std::future<void>& job : jobs) job.wait();
+    for (std::future<void>& job : jobs) job.get();
+    return evidence;
+}
+
+PairEvidence CScanPairs::weigh(ScanPair pair, const CTrafo& pose) const
+{
+    constexpr double dSamePixels = 0.02; // the same pose, composed in another order
+    if (!Overlap(m_scans[pair.first].box, m_scans[pair.second].box.Moved(pose))) return {};
+    const auto judge = judgeOf(pair);
+    {
+        const std::lock_guard lock(m_mutex);
+        for (const auto& [known, evidence] : m_known[pair].weighed)
+            if (judge->Distance(known, pose) < dSamePixels * judge->GetPixelSize()) return evidence;
+    }
+    const PairEvidence evidence = weighAnew(pair, *judge, pose);
+    const std::lock_guard lock(m_mutex);
+    m_known[pair].weighed.emplace_back(pose, evidence);
+    return evidence;
+}
+
+PairEvidence CScanPairs::weighAnew(ScanPair pair, const CPoseJudge& judge, const CTrafo& pose) const
+{
+    PoseCounts counts = judge.Count(pose);
+    EFinding eFinding = judge.Weigh(counts);
+    const unsigned touching = counts.uiMatched + counts.uiTail + counts.uiShallow;
+    if (eFinding == EFinding::Consistent || touching < verdict::uiMinMatched)
+        return {evidenceOf(eFinding, counts), counts};
+    // What a chain of poses has added up to is no contradiction.
+    const ICPResult refined = RefinePose(*m_scans[pair.first].searched.set, *m_scans[pair.second].searched.set,
+                                         SettingsForRefinement(m_config), pose);
+    if (refined.GetTrafo() && judge.Distance(refined.GetTrafo(), pose) <= dPlayPixels * judge.GetPixelSize()) {
+        const PoseCounts there = judge.Count(refined.GetTrafo());
+        if (there.Score() > counts.Score()) counts = there;
+        eFinding = judge.Weigh(counts);
+    }
+    return {evidenceOf(eFinding, counts), counts};
+}
+
+bool CScanPairs::AreDistinct(std::size_t scan, const CTrafo& a, const CTrafo& b) const
+{
+    const CScanView& view = *m_scans[scan].searched.view;
+    const double pixel = view.HasImage() ? static_cast<double>(view.GetImage().GetPixelSize())
+                                         : verdict::dPixelPerSpacing * view.GetSampling().dSpacing;
+    const auto shift = static_cast<double>((a * view.GetMiddle() - b * view.GetMiddle()).Length());
+    const double turn = 2.0 * std::sin(0.5 * static_cast<double>(a.GetRotationDistance(b))) * view.GetRadius();
+    return std::hypot(shift, turn) > dPlayPixels * pixel;
+}
+
+} // namespace prereg

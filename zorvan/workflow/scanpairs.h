@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zorvan/core/orientedbox.h"
+#include "zorvan/features/configurationfpfh.h"
+#include "zorvan/preregistration/cjudgedsearch.h"
+#include "zorvan/workflow/placing.h"
+#include "zorvan/workflow/session.h"
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace prereg {
+
+/// The scans of a session, searched and weighed as `Align` does it. A view is made of the points of the session, so
+/// that a scan that comes tomorrow is weighed as one that came today.
+class CScanPairs : public IScanPairs
+{
+public:
+    /// @param group  where pairs are searched and weighed side by side
+    CScanPairs(const CSession& session, CSession::Group group);
+
+    [[nodiscard]] std::size_t GetNumScans() const override { return m_scans.size(); }
+    [[nodiscard]] std::vector<PairFinding> Search(std::span<const ScanPair> pairs, bool isThorough,
+                                                  const Zorvan::Hooks& hooks) override;
+    [[nodiscard]] bool IsWorthAGlance(ScanPair pair) const override;
+    [[nodiscard]] std::vector<PairEvidence> Weigh(std::span<const std::pair<ScanPair, CTrafo>> poses) const override;
+    [[nodiscard]] bool AreDistinct(std::size_t scan, const CTrafo& a, const CTrafo& b) const override;
+
+private:
+    struct Scan
+    {
+        SearchedScan searched;
+        CTrafo start = CTrafo::Invalid(); ///< what the caller gave
+        bool isPlane = false;             ///< made of planes: what the features find is never the last word
+        OrientedBox box{};
+    };
+    struct Known
+    {
+        std::shared_ptr<const CPoseJudge> judge;
+        std::vector<std::pair<CTrafo, PairEvidence>> weighed;
+    };
+
+    [[nodiscard]] PairFinding search(ScanPair pair, bool isThorough, const Zorvan::Hooks& hooks) const;
+    [[nodiscard]] PairFinding weighStart(ScanPair pair) const;
+    [[nodiscard]] PairFinding findingOf(ScanPair pair, const CJudgedSearch& search) const;
+    [[nodiscard]] PairEvidence weigh(ScanPair pair, const CTrafo& pose) const;
+    [[nodiscard]] PairEvidence weighAnew(ScanPair pair, const CPoseJudge& judge, const CTrafo& pose) const;
+    [[nodiscard]] std::shared_ptr<const CPoseJudge> judgeOf(ScanPair pair) const;
+
+    CSession::Group m_group;
+    ConfigurationFPFH m_config;
+    std::vector<Scan> m_scans;
+    mutable std::mutex m_mutex;
+    mutable std::map<ScanPair, Known> m_known;
+};
+
+} // namespace prereg
