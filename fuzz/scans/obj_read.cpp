@@ -16,7 +16,7 @@ std::string textOf(const Zorvan::Scan& scan)
     std::string text;
     const auto append = [&](const char* keyword, const auto& v) {
         text += keyword;
-        for (const float c : {v.x, v.y, v.z}) text += " " + Zorvan::ToText(static_cast<double>(c), 9);
+        for (const float c : {v.x, v.y, v.z}) text.append(" ").append(Zorvan::ToText(static_cast<double>(c), 9));
         text += '\n';
     };
     for (const auto& p : scan.points) append("v", p);
@@ -25,7 +25,8 @@ std::string textOf(const Zorvan::Scan& scan)
         text += 'f';
         for (const std::uint32_t corner : face) {
             const std::string index = std::to_string(corner + 1);
-            text += " " + index + (scan.normals.empty() ? "" : "//" + index);
+            text.append(" ").append(index);
+            if (!scan.normals.empty()) text.append("//").append(index);
         }
         text += '\n';
     }
