@@ -78,6 +78,7 @@ TEST(FarCoordinates, GoOverToACommonShiftAndBackWithTheSensor)
     EXPECT_EQ(Zorvan::CommonShift({}), Position{});
     Zorvan::SetShift(scan, {500000, 5400000, 0});
     ExpectSameScan(scan, before, 1e-4);
+    EXPECT_NEAR(scan.sensor->position[1], before.sensor->position[1] + before.shift[1] - 5400000, 1e-8);
     Zorvan::SetShift(scan, before.shift);
     ExpectSameScan(scan, before, 1e-4);
     EXPECT_EQ(scan.sensor->position, before.sensor->position);
