@@ -208,6 +208,9 @@ TEST(DecideOnPoses, IsNotSureOfAPoseThatOneThatFellOutdoes)
     fallen.counts.uiInFront = 100;
     fallen.counts.uiMatched = 950; // scores 550
     EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, fallen}).eVerdict, EPairVerdict::Ambiguous);
+    PoseVerdict sliding{EFinding::Sliding, {}};
+    sliding.counts.uiMatched = 300; // more than half of the best score: the right one may be held badly
+    EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, sliding}).explanations.size(), 2U);
     fallen.counts.uiMatched = 850;
     EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, fallen}).eVerdict, EPairVerdict::Aligned);
 }

@@ -39,7 +39,8 @@ std::vector<std::size_t> explanations(const CPoseJudge& judge, std::span<const C
 /// Explains the scans about as well as the best one, which is its own rival.
 bool isRival(const PoseVerdict& verdict, const PoseCounts& best)
 {
-    const double share = verdict ? verdict::dCleanRivalShare : verdict::dRivalShare;
+    const bool isClean = verdict || verdict.eFinding == EFinding::Sliding; // may be the right one, not quite held
+    const double share = isClean ? verdict::dCleanRivalShare : verdict::dRivalShare;
     return verdict.counts.Score() >= share * best.Score();
 }
 

@@ -103,10 +103,11 @@ constexpr std::size_t uiMaxHopeful = 60; ///< proposals of the vote that are ref
 
 // What a list of poses says -------------------------------------------------------------------------------------------
 
-/// Of the best score: a pose that slides, or that something speaks against, explains the scans as well from here on.
+/// Of the best score: a pose that something speaks against explains the scans as well from here on.
 constexpr double dRivalShare = 0.9;
-/// And one that nothing speaks against: on the flange, turns that hide its one detail match more than the truth does,
-/// in 6 of 66 pairs without a contradiction; no wrong pose of the bunny and the figures stands at all.
+/// And one that nothing speaks against, even if it may slide: on the flange, turns that hide its one detail match more
+/// than the truth does, in 6 of 66 pairs without a contradiction; no wrong pose of the bunny and the figures stands at
+/// all.
 constexpr double dCleanRivalShare = 0.5;
 constexpr double dContradictionWeight = 4.0; ///< in the score, against a match
 constexpr double dDistinctPixels = 4.0;      ///< poses nearer to one another are one
