@@ -27,10 +27,11 @@ struct Hypothesis
     PoseCounts counts;                 ///< of all pairs
     std::size_t uiSupports = 0;        ///< pairs
     std::vector<std::size_t> refuters; ///< scans of the first group that refute it, ascending
-    std::size_t uiRefutations = 0;     ///< pairs
+    std::size_t uiVotesAgainst = 0;    ///< of pairs; a refutation has two
     std::size_t uiWorstRefuter = 0;    ///< the scan of the first group with the most contradictions
 
-    /// Hardly a pair refutes it. One in five may: a sensor loses surface for reasons that nobody foresees.
+    /// Few pairs refute it, and little of what can be compared: a sensor loses surface for reasons that nobody
+    /// foresees.
     [[nodiscard]] bool Stands() const;
 };
 
