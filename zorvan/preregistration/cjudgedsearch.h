@@ -84,8 +84,6 @@ public:
     /// Of the search on the features.
     [[nodiscard]] const CFPFHPreRegistration::Statistics& GetStatistics() const { return m_statistics; }
     [[nodiscard]] const Times& GetTimes() const { return m_times; }
-    /// Aligned at a pose that is held so well that the vote has nothing to add.
-    [[nodiscard]] bool IsSettled() const { return isSettled(); }
 
 private:
     void proposeByFeatures(const Zorvan::Hooks& hooks);

@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -45,6 +46,13 @@ public:
     }
 
     [[nodiscard]] const Placing& GetPlacing() const { return m_placing; }
+    /// "19 of 66 pairs searched"
+    [[nodiscard]] std::string Words() const
+    {
+        const std::set<ScanPair> pairs(m_placing.searched.begin(), m_placing.searched.end());
+        return std::to_string(pairs.size()) + " of " + std::to_string(m_ids.size() * (m_ids.size() - 1) / 2) +
+               " pairs searched";
+    }
 
 private:
     /// Groups and poses as the clusters have them; what has been searched stays known.
@@ -92,8 +100,9 @@ public:
         CArranger arranger(session, scheduler->CreateJobGroup({}, {}));
         placeAndOptimize(session.GetRegistration(), arranger);
         RegistrationTable table = LookAtPoses(session, arranger.GetPlacing(), scheduler->CreateJobGroup({}, {}));
-        return {std::move(scheduler), std::move(session), std::move(table),   m_settingsWords, m_leftOut,
-                m_times.Words(),      isComplete,         m_hooks.IsAborted()};
+        return {std::move(scheduler), std::move(session), std::move(table),
+                m_settingsWords,      m_leftOut,          m_times.Words() + ", " + arranger.Words(),
+                isComplete,           m_hooks.IsAborted()};
     }
 
 private:

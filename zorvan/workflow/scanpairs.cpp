@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/scanpairs.h"
 
+#include "zorvan/platform/clogger.h"
 #include "zorvan/preregistration/crefinedpreregistration.h"
 #include "zorvan/verdict/planeshare.h"
 #include "zorvan/verdict/verdictlimits.h"
@@ -16,6 +17,8 @@
 namespace prereg {
 
 namespace {
+
+const Logging::CLogger logger(L"QAV.Workflow");
 
 constexpr std::size_t uiMaxPlaces = 6; ///< of a pair
 /// The cheap search draws so many of the polygons: most pairs of many scans have nothing in common, and most others are
@@ -38,7 +41,10 @@ bool isRefuted(EFinding eFinding, const PoseCounts& counts)
 
 EEvidence evidenceOf(EFinding eFinding, const PoseCounts& counts)
 {
-    if (isRefuted(eFinding, counts)) return EEvidence::Refutes;
+    // A sensor may lose surface, and its field of view ends: over many pairs missing surface alone refutes nothing.
+    PoseCounts seen = counts;
+    seen.uiMissing = 0;
+    if (isRefuted(eFinding, seen)) return EEvidence::Refutes;
     const bool isSupport = eFinding == EFinding::Consistent || eFinding == EFinding::Doubtful;
     return isSupport ? EEvidence::Supports : EEvidence::Silent;
 }
@@ -98,11 +104,13 @@ PairFinding CScanPairs::search(ScanPair pair, bool isThorough, const Zorvan::Hoo
     // Without polygons the user wants no search at all.
     if (config.uiNumPolygons == 0) return {};
     if (!isThorough) config.uiNumPolygons = static_cast<unsigned>(std::ceil(dQuickShare * config.uiNumPolygons));
+    logger.Info(L"computing preregistration of scans %zu and %zu ...", pair.first, pair.second);
     CJudgedSearch judged(m_scans[pair.first].searched, m_scans[pair.second].searched, config,
                          SettingsForRefinement(m_config));
     judged.SetVote(isThorough);
     judged.Compute(hooks);
-    if (!isThorough && !judged.IsSettled()) return {};
+    // What the features leave open the vote has to settle.
+    if (!isThorough && !judged.GetVerdict()) return {};
     return findingOf(pair, judged);
 }
 
