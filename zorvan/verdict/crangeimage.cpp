@@ -131,7 +131,7 @@ CRangeImage::CRangeImage(const Vectors& points, const Vectors& normals, const Ve
         m_pixel *= static_cast<float>(verdict::dPixelGrowth);
         setFrame(points);
     }
-    findCutSides();
+    findCuts();
     closeSinglePixels();
     storeSurfels(points, normals);
     computeCeilings();
@@ -278,7 +278,7 @@ void CRangeImage::computeDistances()
     pass(-1);
 }
 
-void CRangeImage::findCutSides()
+void CRangeImage::findCuts()
 {
     // Where the field of view ends, the surface ends in a straight line along the raster: as long as the line a little
     // further in. A silhouette that only touches the box grows longer inwards.
@@ -297,10 +297,11 @@ void CRangeImage::findCutSides()
     };
     const int right = m_width - 1 - iMargin;
     const int top = m_height - 1 - iMargin;
-    m_isCut = {isStraight(filledInColumn(iMargin), filledInColumn(iMargin + iInwards)),
-               isStraight(filledInColumn(right), filledInColumn(right - iInwards)),
-               isStraight(filledInRow(iMargin), filledInRow(iMargin + iInwards)),
-               isStraight(filledInRow(top), filledInRow(top - iInwards))};
+    // Where it cuts one side it may cut the others as well, with hardly any surface there to show it.
+    m_isPartial = isStraight(filledInColumn(iMargin), filledInColumn(iMargin + iInwards)) ||
+                  isStraight(filledInColumn(right), filledInColumn(right - iInwards)) ||
+                  isStraight(filledInRow(iMargin), filledInRow(iMargin + iInwards)) ||
+                  isStraight(filledInRow(top), filledInRow(top - iInwards));
 }
 
 void CRangeImage::computeCompleteness()

@@ -116,8 +116,8 @@ private:
     }
     [[nodiscard]] bool isBeyondView(Pixel at) const
     {
-        return (m_isCut[0] && at.x < iMargin) || (m_isCut[1] && at.x >= m_width - iMargin) ||
-               (m_isCut[2] && at.y < iMargin) || (m_isCut[3] && at.y >= m_height - iMargin);
+        return m_isPartial &&
+               (at.x < iMargin || at.x >= m_width - iMargin || at.y < iMargin || at.y >= m_height - iMargin);
     }
     void setFrame(const Vectors& points);
     void rasterise(const Vectors& points);
@@ -126,7 +126,7 @@ private:
     void storeSurfels(const Vectors& points, const Vectors& normals);
     void computeCeilings();
     void computeDistances();
-    void findCutSides();
+    void findCuts();
     void computeCompleteness();
 
     CTrafo m_frame;
@@ -137,7 +137,7 @@ private:
     int m_height = 0;
     std::size_t m_numFilled = 0;
     double m_completeness = 0.0;
-    std::array<bool, 4> m_isCut{}; ///< low x, high x, low y, high y: the surface goes on beyond the field of view
+    bool m_isPartial = false; ///< the surface goes on beyond the field of view, on which side ever
     std::vector<std::uint32_t> m_indices;
     std::vector<Surfel> m_surfels;
     std::vector<float> m_ceilings;
