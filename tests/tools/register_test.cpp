@@ -95,6 +95,17 @@ TEST_F(RegisteredPatches, ComeIntoOneFrameAndAreWrittenInEveryForm)
     EXPECT_NE(folder->Read("all/report.html").find("view03.ply"), std::string::npos);
 }
 
+TEST_F(RegisteredPatches, ArePlacedWhereAllPairsAgree)
+{
+    const auto outcome = folder->Run("register view0?.ply stranger.ply -o weighed --optimize --weighed");
+    EXPECT_EQ(outcome.exitCode, 1) << outcome.out << outcome.err;
+    EXPECT_NE(outcome.out.find("6 of 7 scans registered, in 2 clusters; 1 "), std::string::npos) << outcome.out;
+    EXPECT_NE(outcome.err.find(" of 21 pairs searched"), std::string::npos) << outcome.err;
+    ExpectNearTruth("weighed/poses.json");
+    ASSERT_EQ(folder->Run("register view0?.ply stranger.ply -o more --optimize --weighed --threads 3 --quiet").err, "");
+    EXPECT_EQ(folder->Read("more/poses.json"), folder->Read("weighed/poses.json"));
+}
+
 TEST_F(RegisteredPatches, AreTheSameForAnyNumberOfThreads)
 {
     ASSERT_EQ(folder->Run("register view0?.ply -o threads --optimize --threads 3 --quiet").err, "");

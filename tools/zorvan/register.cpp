@@ -40,6 +40,7 @@ struct RegisterOptions
     std::string session;
     std::string initial;
     bool isOptimized = false;
+    bool isWeighed = false;
     bool isKeptGoing = false; ///< without scans that cannot be read
     bool isWaiting = false;   ///< for the lock of another run
     bool hasScale = false;    ///< given by the user
@@ -190,6 +191,7 @@ prereg::RegisterOptions toOptions(const RegisterOptions& options, const CInitial
 {
     prereg::RegisterOptions how;
     how.isOptimized = options.isOptimized;
+    how.isWeighed = options.isWeighed;
     how.isKeptGoing = options.isKeptGoing;
     for (const Zorvan::SurfelScan& scan : scans) how.startPoses.push_back(initial.Of(scan.file));
     how.uiNumTasks = options.general.uiNumThreads;
@@ -275,6 +277,9 @@ void AddRegister(CLI::App& app, int& exitCode)
                         "Poses file with rough poses of some or all scans; they are tried before a\nsearch");
     command->add_flag("--optimize", options->isOptimized,
                       "Refine all poses together afterwards; scans that do not agree with the others\nleave them");
+    command->add_flag("--weighed", options->isWeighed,
+                      "Place scans where all pairs agree, instead of merging the first pair that fits, and\n"
+                      "leave out what has several places: slower, for parts that fit in many places");
     command->add_flag("--keep-going", options->isKeptGoing,
                       "Leave out scans that cannot be read, instead of ending; those with too few points\n"
                       "or features are always left out");

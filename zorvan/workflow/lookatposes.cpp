@@ -108,6 +108,7 @@ ScanRow describe(const CSession::ScanFile& file, const CClusterRegistration& reg
     row.uiPoints = placed.set->Size();
     row.dOverlap = row.dRmse = row.dSlip = nan;
     row.isPlaced = registration.Size(cluster) > 1;
+    row.verdict = row.isPlaced ? "registered" : "found no place";
     return row;
 }
 
@@ -139,7 +140,7 @@ void sayWhy(const Placing& placing, RegistrationTable& table)
 
 } // namespace
 
-RegistrationTable LookAtPoses(const CSession& session, const Placing& placing, const CSession::Group& group)
+RegistrationTable LookAtPoses(const CSession& session, const Placing* placing, const CSession::Group& group)
 {
     const CClusterRegistration& registration = session.GetRegistration();
     RegistrationTable table{session.GetMmPerUnit(), {}, {}, {}};
@@ -153,7 +154,7 @@ RegistrationTable LookAtPoses(const CSession& session, const Placing& placing, c
         const bool isFirst = registration.GetClusterPrimaryID(registration.GetClusterID(file.id)) == file.id;
         members.insert(isFirst ? members.begin() : members.end(), placed.size() - 1);
     }
-    sayWhy(placing, table);
+    if (placing) sayWhy(*placing, table);
     const ConfigurationICP config = registration.GetRegistrationConfig().icpConfig;
     lookAtPairs(config, placed, table);
     summarizePairs(table);

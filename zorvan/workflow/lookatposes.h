@@ -10,9 +10,9 @@ namespace prereg {
 
 /// How well the scans of a session fit where they are: overlap and residual of every pair in one cluster, and the slip
 /// of each scan against the first one of its cluster. The poses stay as they are.
-/// @param placing  why each scan is where it is
+/// @param placing  why each scan is where it is; null: pairs were merged as they fitted
 /// @param group    does the work; see the multi-object ComputeICPRegistration
-[[nodiscard]] ZORVAN_WORKFLOW_API RegistrationTable LookAtPoses(const CSession& session, const Placing& placing,
+[[nodiscard]] ZORVAN_WORKFLOW_API RegistrationTable LookAtPoses(const CSession& session, const Placing* placing,
                                                                 const CSession::Group& group);
 
 } // namespace prereg

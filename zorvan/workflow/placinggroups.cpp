@@ -62,8 +62,9 @@ const Hypothesis* winner(const std::vector<Hypothesis>& standing)
 
 bool Hypothesis::Stands() const
 {
-    return uiSupports > 0 && uiRefutations * uiSupportsPerRefutation <= uiSupports &&
-           counts.Contradiction() <= verdict::dMaxDoubt;
+    // Where no pair is aligned by itself, all of them together must be as sure as one that is.
+    const double limit = isAligned ? verdict::dMaxDoubt : verdict::dMaxContradiction;
+    return uiSupports > 0 && uiRefutations * uiSupportsPerRefutation <= uiSupports && counts.Contradiction() <= limit;
 }
 
 void CPlacingWeigher::AddFinding(ScanPair pair, PairFinding finding)

@@ -8,6 +8,7 @@
 #include "zorvan/scans/textnumber.h"
 #include "zorvan/workflow/autosettings.h"
 #include "zorvan/workflow/lookatposes.h"
+#include "zorvan/workflow/mergepairs.h"
 #include "zorvan/workflow/placing.h"
 #include "zorvan/workflow/scanpairs.h"
 #include "zorvan/workflow/settingsfile.h"
@@ -97,12 +98,21 @@ public:
     {
         const bool isComplete = addScans(scans, session);
         m_times.End("features");
-        CArranger arranger(session, scheduler->CreateJobGroup({}, {}));
-        placeAndOptimize(session.GetRegistration(), arranger);
-        RegistrationTable table = LookAtPoses(session, arranger.GetPlacing(), scheduler->CreateJobGroup({}, {}));
-        return {std::move(scheduler), std::move(session), std::move(table),
-                m_settingsWords,      m_leftOut,          m_times.Words() + ", " + arranger.Words(),
-                isComplete,           m_hooks.IsAborted()};
+        const auto group = scheduler->CreateJobGroup({}, {});
+        std::string times;
+        RegistrationTable table;
+        if (m_options.isWeighed) {
+            CArranger arranger(session, group);
+            placeAndOptimize(session.GetRegistration(), arranger);
+            table = LookAtPoses(session, &arranger.GetPlacing(), group);
+            times = m_times.Words() + ", " + arranger.Words();
+        } else {
+            mergeAndOptimize(session.GetRegistration());
+            table = LookAtPoses(session, nullptr, group);
+            times = m_times.Words();
+        }
+        return {std::move(scheduler), std::move(session), std::move(table),   m_settingsWords, m_leftOut,
+                std::move(times),     isComplete,         m_hooks.IsAborted()};
     }
 
 private:
@@ -145,7 +155,7 @@ private:
         for (std::size_t i = 0; i < scans.size(); ++i, m_hooks.Advance()) {
             const auto set = computeFeatures(scans[i], config);
             const CTrafo start = m_options.startPoses.empty() ? CTrafo::Invalid() : m_options.startPoses[i];
-            if (set && session.Add(scans[i], set, start))
+            if (set && session.Add(scans[i], set, start, m_options.isWeighed))
                 ++added;
             else if (set)
                 refused += (refused.empty() ? "" : ", ") + scans[i].file.filename().string();
@@ -153,6 +163,16 @@ private:
         m_hooks.Finish();
         if (!refused.empty()) m_leftOut.push_back("too few points or features: " + refused);
         return added == scans.size();
+    }
+
+    void mergeAndOptimize(CClusterRegistration& registration)
+    {
+        MergePairs(registration, m_hooks);
+        m_times.End("registration");
+        if (!m_options.isOptimized || m_hooks.IsAborted()) return;
+        registration.SetFitToPrimary(true);
+        registration.OptimizeRegistration(true, m_hooks);
+        m_times.End("optimization");
     }
 
     void placeAndOptimize(CClusterRegistration& registration, CArranger& arranger)

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <limits>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,9 +24,9 @@ struct ScanRow
     double dOverlap = std::numeric_limits<double>::quiet_NaN(); ///< this and the next two: medians over its pairs
     double dRmse = std::numeric_limits<double>::quiet_NaN();
     double dSlip = std::numeric_limits<double>::quiet_NaN();
-    EPlace ePlace = EPlace::Alone; ///< why it is where it is
-    std::string verdict;           ///< the same in a few words for people
-    bool isPlaced = false;         ///< it found its place among other scans
+    std::optional<EPlace> ePlace = {}; ///< why it is where it is, when all pairs were weighed
+    std::string verdict;               ///< a few words for people
+    bool isPlaced = false;             ///< it found its place among other scans
 };
 
 /// Two scans that were found to overlap.

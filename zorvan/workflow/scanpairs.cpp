@@ -41,10 +41,7 @@ bool isRefuted(EFinding eFinding, const PoseCounts& counts)
 
 EEvidence evidenceOf(EFinding eFinding, const PoseCounts& counts)
 {
-    // A sensor may lose surface, and its field of view ends: over many pairs missing surface alone refutes nothing.
-    PoseCounts seen = counts;
-    seen.uiMissing = 0;
-    if (isRefuted(eFinding, seen)) return EEvidence::Refutes;
+    if (isRefuted(eFinding, counts)) return EEvidence::Refutes;
     const bool isSupport = eFinding == EFinding::Consistent || eFinding == EFinding::Doubtful;
     return isSupport ? EEvidence::Supports : EEvidence::Silent;
 }

@@ -132,12 +132,12 @@ void CSession::Save(const std::filesystem::path& file) const
 }
 
 bool CSession::Add(const Zorvan::SurfelScan& scan, const std::shared_ptr<const CFPFHPointSet>& set,
-                   const CTrafo& preTrafo)
+                   const CTrafo& preTrafo, bool isRayKept)
 {
     const std::string name = scan.file.filename().string();
     const UniversalUniqueID id = makeID(m_files.size(), name, scan.points);
     if (!m_registration.AddPointSet(id, set, &preTrafo)) return false;
-    m_files.push_back({id, name, rayOf(scan)});
+    m_files.push_back({id, name, isRayKept ? rayOf(scan) : std::nullopt});
     return true;
 }
 

@@ -42,9 +42,11 @@ public:
 
     /// Adds a scan as a cluster of its own, under an identifier made of its number, name and points; clusters are tried
     /// in the order of identifiers, so in the order in which scans come, and neighbours meet early.
-    /// @param preTrafo  scan to world coordinates (mm), or invalid
-    /// @return          false when it has too few points or features
-    bool Add(const Zorvan::SurfelScan& scan, const std::shared_ptr<const CFPFHPointSet>& set, const CTrafo& preTrafo);
+    /// @param preTrafo   scan to world coordinates (mm), or invalid
+    /// @param isRayKept  finds the way to the sensor while all points are there, for those who weigh pairs later
+    /// @return           false when it has too few points or features
+    bool Add(const Zorvan::SurfelScan& scan, const std::shared_ptr<const CFPFHPointSet>& set, const CTrafo& preTrafo,
+             bool isRayKept = false);
     [[nodiscard]] bool Contains(const std::string& name) const;
 
     [[nodiscard]] double GetMmPerUnit() const { return m_mmPerUnit; }
