@@ -45,8 +45,8 @@ constexpr int iMaxPixelGrowths = 6;
 constexpr double dMinFilledNeighbours = 6.5; ///< of 8, in the mean over filled pixels: below, the pixels are too small
 constexpr double dShadowDegrees = 30.0;      ///< between camera and light of a triangulating sensor
 /// A side of the image that so many pixels touch, in a line that is hardly longer three pixels further in, may be the
-/// end of the field of view. So are the sides of 8 views of a virtual jaw, and 1 of 120 of the bunny, figures and
-/// parts.
+/// end of the field of view, and the other sides too. So are the sides of 8 views of a virtual jaw, and 1 of 120 of the
+/// bunny, figures and parts.
 constexpr int iMinCutPixels = 15;
 constexpr double dMinCutStraightness = 0.8;
 
@@ -85,7 +85,7 @@ constexpr double dEarlyFactor = 3.0;
 constexpr unsigned uiMinSolid = 4;
 constexpr double dMaxTail = 0.5;     ///< bunny: up to 0.45 where views were taken of a surface that had moved a little
 constexpr double dSlidePixels = 6.0; ///< how far a pose is moved along what the surface holds least
-/// Samples that speak against the pose after such a move, either way. Of right poses of the bunny and figures 26 at
+/// Samples that speak against the pose after such a move, either way. Of right poses of the bunny, cow and homer 26 at
 /// least (41), of a bracket and steps above an overlap of 0.3 in 20 of 25; of three wrong ones of these that nothing
 /// else spoke against -38 to -1: they could be left to one side.
 constexpr unsigned uiMinSlideGrowth = 25;
