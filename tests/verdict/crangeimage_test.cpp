@@ -104,8 +104,9 @@ TEST(CRangeImage, DoesNotMissWhatLiesBeyondTheFieldOfView)
     };
     EXPECT_FALSE(isMissing(11.0F, 0.0F));
     EXPECT_FALSE(isMissing(300.0F, 0.0F));
-    EXPECT_TRUE(isMissing(-17.0F, 0.0F));
-    EXPECT_TRUE(isMissing(0.0F, 17.0F));
+    EXPECT_FALSE(isMissing(-17.0F, 0.0F)); // may be cut there as well
+    EXPECT_FALSE(isMissing(0.0F, 17.0F));
+    EXPECT_TRUE(isMissing(-12.0F, -12.0F)); // in view, beside the surface
 }
 
 TEST(CRangeImage, WidensItsPixelsForLinesOfASpinningSensor)
