@@ -3,8 +3,10 @@
 # Runs every fuzz target over its seeds and on from there. New inputs go to build/fuzz/found; a crash leaves its input in
 # build/fuzz and ends with an exit code that is not 0.
 #
-#   scripts/fuzz.sh            60 seconds a target
-#   scripts/fuzz.sh 3600       an hour a target
+#   scripts/fuzz.sh                        60 seconds a target
+#   FUZZ_SEED=7 scripts/fuzz.sh 3600       an hour a target, another way than last time
+#
+# The seed is the same unless told: a change is not to fail for what another one did.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
@@ -21,7 +23,7 @@ fuzz_one() {
     found=build/fuzz/found/$target
     log=build/fuzz/$target.log
     mkdir -p "$found"
-    if ! build/asan/bin/"$target" -max_total_time="$seconds" -print_final_stats=1 -artifact_prefix=build/fuzz/ \
+    if ! build/asan/bin/"$target" -max_total_time="$seconds" -seed="${FUZZ_SEED:-1}" -print_final_stats=1 -artifact_prefix=build/fuzz/ \
         -rss_limit_mb=1024 -timeout=60 "$found" "$corpus" >"$log" 2>&1; then
         tail -n 40 "$log"
         echo "$target failed; its input is in build/fuzz"
