@@ -10,8 +10,8 @@ namespace prereg {
 
 namespace {
 
-/// So many pairs must support a pose for each that refutes it. Of 66 pairs at the true poses of the figures and parts
-/// none refutes; of the bunny's 45 one does, where its ear was moved between two scans.
+/// So many pairs must support a pose for each that refutes it. At the true poses one of the bunny's 45 pairs refutes,
+/// where its ear was moved between two scans.
 constexpr std::size_t uiSupportsPerRefutation = 4;
 
 /// A place falls behind another one by so many more contradictions: on a flange whose keyway tells its six turns apart
