@@ -138,6 +138,7 @@ inline std::uint16_t Largest(UShort8 a)
 }
 
 /// One step of CRC-32C (Castagnoli), without the inversions at start and end.
+inline std::uint32_t Crc32(std::uint32_t crc, std::uint8_t value) { return _mm_crc32_u8(crc, value); }
 inline std::uint32_t Crc32(std::uint32_t crc, std::uint32_t value) { return _mm_crc32_u32(crc, value); }
 inline std::uint32_t Crc32(std::uint32_t crc, std::uint64_t value)
 {

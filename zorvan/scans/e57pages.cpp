@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/scans/e57pages.h"
 
+#include "zorvan/platform/simd.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/littleendian.h"
 
 #include <algorithm>
-#include <array>
 
 namespace Zorvan {
 
@@ -18,16 +18,6 @@ constexpr std::uint64_t uiSmallestPage = 64;
 constexpr std::uint64_t uiLargestPage = 1U << 20U;
 constexpr const char* sCopyAgain = "the file is damaged: write or copy it again";
 
-constexpr std::array<std::uint32_t, 256> crcTable = [] {
-    std::array<std::uint32_t, 256> table{};
-    for (std::uint32_t i = 0; i < 256; ++i) {
-        std::uint32_t value = i;
-        for (int bit = 0; bit < 8; ++bit) value = (value >> 1U) ^ ((value & 1U) != 0 ? 0x82F63B78U : 0U);
-        table[i] = value;
-    }
-    return table;
-}();
-
 std::uint32_t bigEndian(std::string_view bytes)
 {
     std::uint32_t value = 0;
@@ -39,8 +29,11 @@ std::uint32_t bigEndian(std::string_view bytes)
 
 std::uint32_t Crc32c(std::string_view bytes)
 {
+    constexpr std::size_t uiWord = sizeof(std::uint64_t);
     std::uint32_t crc = ~0U;
-    for (const char byte : bytes) crc = (crc >> 8U) ^ crcTable[(crc ^ static_cast<unsigned char>(byte)) & 0xFFU];
+    for (; bytes.size() >= uiWord; bytes.remove_prefix(uiWord))
+        crc = simd::Crc32(crc, LoadLittle<std::uint64_t>(bytes, 0));
+    for (const char byte : bytes) crc = simd::Crc32(crc, static_cast<std::uint8_t>(byte));
     return ~crc;
 }
 

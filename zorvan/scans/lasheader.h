@@ -13,7 +13,7 @@
 namespace Zorvan {
 
 /// A checked LAS header: the points that it promises are in the file.
-/// Source of the format: ASPRS, "LAS Specification 1.4 - R15" (2019), and those of 1.2 and 1.3.
+/// Source of the format: ASPRS, LAS 1.4 R15 (2019), and the documents of 1.2 and 1.3.
 struct LasHeader
 {
     unsigned minor = 0;     ///< of version 1.0 to 1.4

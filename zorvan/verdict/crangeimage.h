@@ -7,7 +7,6 @@
 #include "zorvan/platform/export.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
