@@ -21,17 +21,22 @@ function(zorvan_target_settings target)
     endif()
 endfunction()
 
-# zorvan_precompile(TARGET HEADER...): with ZORVAN_PRECOMPILE, what most sources of the target include is parsed once.
-# The build that users take goes without, so that each source names what it needs.
+# zorvan_precompile(TARGET HEADER...): what most sources of the target include is parsed once. zorvan_precompile_sanitized
+# does so with ZORVAN_PRECOMPILE only: the build that users take parses each source of the libraries and the program alone,
+# so that each names what it needs.
 function(zorvan_precompile target)
+    target_precompile_headers(${target} PRIVATE
+        <algorithm> <array> <cmath> <cstddef> <cstdint> <filesystem> <functional> <limits> <map> <memory> <optional>
+        <random> <span> <sstream> <stdexcept> <string> <string_view> <utility> <vector> ${ARGN})
+    set_target_properties(${target} PROPERTIES PCH_INSTANTIATE_TEMPLATES OFF) # clang 14 crashes on some
+    # What ccache needs to see through them.
+    target_compile_options(${target} PRIVATE
+        $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess> $<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>)
+endfunction()
+
+function(zorvan_precompile_sanitized target)
     if(ZORVAN_PRECOMPILE)
-        target_precompile_headers(${target} PRIVATE
-            <algorithm> <array> <cmath> <cstddef> <cstdint> <filesystem> <functional> <limits> <map> <memory> <optional>
-            <random> <span> <sstream> <stdexcept> <string> <string_view> <utility> <vector> ${ARGN})
-        set_target_properties(${target} PROPERTIES PCH_INSTANTIATE_TEMPLATES OFF) # clang 14 crashes on some
-        # What ccache needs to see through them.
-        target_compile_options(${target} PRIVATE
-            $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess> $<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>)
+        zorvan_precompile(${target} ${ARGN})
     endif()
 endfunction()
 

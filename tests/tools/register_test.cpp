@@ -62,11 +62,9 @@ protected:
         return CChildProcess([&] {
                    std::filesystem::current_path(folder->Path());
                    faults::KillAtRename(deadlyRename);
-                   CLI::App app;
-                   int exitCode = tools::WrongInput;
-                   tools::AddRegister(app, exitCode);
-                   app.parse(arguments);
-                   return exitCode == tools::Done;
+                   tools::CCommandLine program("zorvan", "");
+                   tools::AddRegister(program.Root());
+                   return program.Run(arguments) == tools::Done;
                })
             .Succeeded();
     }

@@ -191,35 +191,35 @@ int align(AlignOptions options)
 
 } // namespace
 
-void AddAlign(CLI::App& app, int& exitCode)
+void AddAlign(CCommand app)
 {
     const auto options = std::make_shared<AlignOptions>();
-    CLI::App* const command = app.add_subcommand("align", "Find the pose of the scan FLT in the frame of the scan FIX");
-    command
-        ->add_option("FIX", options->fix, "The scan that stays, or a model of the object: PLY, STL, OBJ, XYZ or XYZN")
-        ->required();
-    command->add_option("FLT", options->flt, "The scan that moves")->required();
-    command->add_option("--initial", options->initial,
-                        "Poses file with a rough pose of FLT, and of FIX unless it is the\n"
-                        "identity; without it the pose is searched for");
-    command->add_option("-o,--output", options->output, "Poses file to write; without it the pose is printed");
-    command->add_flag("--all", options->isAll,
-                      "Write every candidate with its verdict, best first; without it those\n"
-                      "that explain ambiguous scans equally well");
-    options->files.AddTo(*command);
-    options->pair.AddTo(*command);
-    options->settings.AddTo(*command);
-    options->gpu.AddTo(*command);
-    options->general.AddTo(*command, "Threads that compute features; the result does not depend on it");
-    command->footer("Ctrl-C ends the search and keeps what has been found.\n"
-                    "Exit code 0: aligned; 1: ambiguous, not aligned or too little to go on; 2: wrong call, unreadable "
-                    "input or unwritable output.\n\n"
-                    "Examples:\n"
-                    "  zorvan align a.ply b.ply -o poses.json\n"
-                    "  zorvan align bun000.ply bun090.ply --scale 1000 --all -o candidates.json\n"
-                    "  zorvan align part.stl scan.ply\n"
-                    "  zorvan align a.ply b.ply --initial rough.json --settings mine.txt");
-    command->callback([options, &exitCode] { exitCode = align(*options); });
+    CCommand command = app.AddCommand("align", "Find the pose of the scan FLT in the frame of the scan FIX");
+    command.AddOption("FIX", options->fix, "The scan that stays, or a model of the object: PLY, STL, OBJ, XYZ or XYZN")
+        .Required();
+    command.AddOption("FLT", options->flt, "The scan that moves").Required();
+    command.AddOption("--initial", options->initial,
+                      "Poses file with a rough pose of FLT, and of FIX unless it is the\n"
+                      "identity; without it the pose is searched for");
+    command.AddOption("-o,--output", options->output, "Poses file to write; without it the pose is printed");
+    command.AddFlag("--all", options->isAll,
+                    "Write every candidate with its verdict, best first; without it those\n"
+                    "that explain ambiguous scans equally well");
+    options->files.AddTo(command);
+    options->pair.AddTo(command);
+    options->settings.AddTo(command);
+    options->gpu.AddTo(command);
+    options->general.AddTo(command, "Threads that compute features; the result does not depend on it");
+    command.SetFooter(
+        "Ctrl-C ends the search and keeps what has been found.\n"
+        "Exit code 0: aligned; 1: ambiguous, not aligned or too little to go on; 2: wrong call, unreadable "
+        "input or unwritable output.\n\n"
+        "Examples:\n"
+        "  zorvan align a.ply b.ply -o poses.json\n"
+        "  zorvan align bun000.ply bun090.ply --scale 1000 --all -o candidates.json\n"
+        "  zorvan align part.stl scan.ply\n"
+        "  zorvan align a.ply b.ply --initial rough.json --settings mine.txt");
+    command.SetAction([options] { return align(*options); });
 }
 
 } // namespace tools

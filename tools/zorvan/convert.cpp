@@ -199,20 +199,20 @@ int convert(const ConvertOptions& options)
 
 } // namespace
 
-void AddConvert(CLI::App& app, int& exitCode)
+void AddConvert(CCommand app)
 {
     const auto options = std::make_shared<ConvertOptions>();
-    CLI::App* const command = app.add_subcommand("convert", "A mesh in OBJ, split by material, with its textures");
-    command->add_option("IN.obj", options->file, "Mesh in OBJ, with MTL and PNG where it says")->required();
-    command->add_option("-o,--output", options->folder, "Folder for NAME.obj, NAME.mtl and NAME_MATERIAL.png")
-        ->required();
-    options->general.AddTo(*command, "Accepted for all commands; this one uses one");
-    command->footer("Each material that has faces becomes a mesh of its own: NAME is that of IN.obj, and with several\n"
-                    "materials the material's behind it.\n"
-                    "Exit code 1: some faces or textures could not be taken over, with a line for each kind.\n\n"
-                    "Examples:\n"
-                    "  zorvan convert jaw.obj -o out");
-    command->callback([options, &exitCode] { exitCode = convert(*options); });
+    CCommand command = app.AddCommand("convert", "A mesh in OBJ, split by material, with its textures");
+    command.AddOption("IN.obj", options->file, "Mesh in OBJ, with MTL and PNG where it says").Required();
+    command.AddOption("-o,--output", options->folder, "Folder for NAME.obj, NAME.mtl and NAME_MATERIAL.png").Required();
+    options->general.AddTo(command, "Accepted for all commands; this one uses one");
+    command.SetFooter(
+        "Each material that has faces becomes a mesh of its own: NAME is that of IN.obj, and with several\n"
+        "materials the material's behind it.\n"
+        "Exit code 1: some faces or textures could not be taken over, with a line for each kind.\n\n"
+        "Examples:\n"
+        "  zorvan convert jaw.obj -o out");
+    command.SetAction([options] { return convert(*options); });
 }
 
 } // namespace tools

@@ -43,13 +43,13 @@ int listDevices()
 
 } // namespace
 
-void AddDevices(CLI::App& app, int& exitCode)
+void AddDevices(CCommand app)
 {
-    CLI::App* const command = app.add_subcommand("devices", "List the compute devices that --gpu can use");
-    command->footer("Exit code 0: there is one; 1: there is none.\n\n"
-                    "Example:\n"
-                    "  zorvan devices");
-    command->callback([&exitCode] { exitCode = listDevices(); });
+    CCommand command = app.AddCommand("devices", "List the compute devices that --gpu can use");
+    command.SetFooter("Exit code 0: there is one; 1: there is none.\n\n"
+                      "Example:\n"
+                      "  zorvan devices");
+    command.SetAction(listDevices);
 }
 
 } // namespace tools

@@ -28,18 +28,18 @@ int dump(const DumpOptions& options)
 
 } // namespace
 
-void AddDump(CLI::App& app, int& exitCode)
+void AddDump(CCommand app)
 {
     const auto options = std::make_shared<DumpOptions>();
-    CLI::App* const command = app.add_subcommand("dump", "A saved document as text");
-    command->add_option("FILE", options->file, "A frozen document, such as session.zdoc")->required();
-    options->general.AddTo(*command, "Accepted for all commands; this one uses one");
-    command->footer("Binary values above 16 bytes are shown by their length; numbers have 6 digits.\n"
-                    "Exit code 2: the file is no whole document.\n\n"
-                    "Examples:\n"
-                    "  zorvan dump session.zdoc\n"
-                    "  zorvan dump session.zdoc | grep dMaxRMSE");
-    command->callback([options, &exitCode] { exitCode = dump(*options); });
+    CCommand command = app.AddCommand("dump", "A saved document as text");
+    command.AddOption("FILE", options->file, "A frozen document, such as session.zdoc").Required();
+    options->general.AddTo(command, "Accepted for all commands; this one uses one");
+    command.SetFooter("Binary values above 16 bytes are shown by their length; numbers have 6 digits.\n"
+                      "Exit code 2: the file is no whole document.\n\n"
+                      "Examples:\n"
+                      "  zorvan dump session.zdoc\n"
+                      "  zorvan dump session.zdoc | grep dMaxRMSE");
+    command.SetAction([options] { return dump(*options); });
 }
 
 } // namespace tools

@@ -82,21 +82,21 @@ int evaluate(const EvaluateOptions& options)
 
 } // namespace
 
-void AddEvaluate(CLI::App& app, int& exitCode)
+void AddEvaluate(CCommand app)
 {
     const auto options = std::make_shared<EvaluateOptions>();
-    CLI::App* const command = app.add_subcommand("evaluate", "Errors of poses against the true ones, scan by scan");
-    command->add_option("POSES.json", options->poses, "Poses to judge")->required();
-    command->add_option("TRUTH.json", options->truth, "True poses; scans are matched by file name")->required();
-    command->add_option("--max-degrees", options->dMaxDegrees, "Exit code 1 when a rotation is further off");
-    command->add_option("--max-mm", options->dMaxMm, "Exit code 1 when a translation is further off");
-    options->general.AddTo(*command, "Accepted for all commands; evaluating uses one");
-    command->footer("Exit code 0: every scan of the truth has a place, within the limits; 1: not so.\n"
-                    "In each cluster, poses are compared relative to its first scan.\n\n"
-                    "Examples:\n"
-                    "  zorvan evaluate poses.json demo/truth.json\n"
-                    "  zorvan evaluate poses.json demo/truth.json --max-degrees 0.1 --max-mm 0.05");
-    command->callback([options, &exitCode] { exitCode = evaluate(*options); });
+    CCommand command = app.AddCommand("evaluate", "Errors of poses against the true ones, scan by scan");
+    command.AddOption("POSES.json", options->poses, "Poses to judge").Required();
+    command.AddOption("TRUTH.json", options->truth, "True poses; scans are matched by file name").Required();
+    command.AddOption("--max-degrees", options->dMaxDegrees, "Exit code 1 when a rotation is further off");
+    command.AddOption("--max-mm", options->dMaxMm, "Exit code 1 when a translation is further off");
+    options->general.AddTo(command, "Accepted for all commands; evaluating uses one");
+    command.SetFooter("Exit code 0: every scan of the truth has a place, within the limits; 1: not so.\n"
+                      "In each cluster, poses are compared relative to its first scan.\n\n"
+                      "Examples:\n"
+                      "  zorvan evaluate poses.json demo/truth.json\n"
+                      "  zorvan evaluate poses.json demo/truth.json --max-degrees 0.1 --max-mm 0.05");
+    command.SetAction([options] { return evaluate(*options); });
 }
 
 } // namespace tools

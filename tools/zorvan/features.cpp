@@ -193,26 +193,27 @@ int showFeatures(const FeaturesOptions& options)
 
 } // namespace
 
-void AddFeatures(CLI::App& app, int& exitCode)
+void AddFeatures(CCommand app)
 {
     const auto options = std::make_shared<FeaturesOptions>();
-    CLI::App* const command =
-        app.add_subcommand("features", "What the features see: how many there are, and how curved the surface is");
-    command->add_option("SCAN", options->scan, "The scan: PLY, STL, OBJ, XYZ or XYZN")->required();
-    command->add_option("-o,--output", options->output,
-                        "PLY to write: all feature points with normals, coloured from dark blue (flat)\n"
-                        "to yellow (strongly curved); grey where there are too few neighbours");
-    options->files.AddTo(*command);
-    options->settings.AddTo(*command);
-    options->gpu.AddTo(*command);
-    options->general.AddTo(*command, "Tasks that share the work; the features do not depend on it (default 1)");
-    command->footer("With --quiet only the counts are printed. Exit code 0: there are features; 1: there is none, and\n"
-                    "no file is written; 2: wrong call or unreadable input.\n\n"
-                    "Examples:\n"
-                    "  zorvan features scan.ply\n"
-                    "  zorvan features bun000.ply --scale 1000 --threads 4 -o coloured.ply\n"
-                    "  zorvan features scan.ply --grid 0.3 --settings mine.txt");
-    command->callback([options, &exitCode] { exitCode = showFeatures(*options); });
+    CCommand command =
+        app.AddCommand("features", "What the features see: how many there are, and how curved the surface is");
+    command.AddOption("SCAN", options->scan, "The scan: PLY, STL, OBJ, XYZ or XYZN").Required();
+    command.AddOption("-o,--output", options->output,
+                      "PLY to write: all feature points with normals, coloured from dark blue (flat)\n"
+                      "to yellow (strongly curved); grey where there are too few neighbours");
+    options->files.AddTo(command);
+    options->settings.AddTo(command);
+    options->gpu.AddTo(command);
+    options->general.AddTo(command, "Tasks that share the work; the features do not depend on it (default 1)");
+    command.SetFooter(
+        "With --quiet only the counts are printed. Exit code 0: there are features; 1: there is none, and\n"
+        "no file is written; 2: wrong call or unreadable input.\n\n"
+        "Examples:\n"
+        "  zorvan features scan.ply\n"
+        "  zorvan features bun000.ply --scale 1000 --threads 4 -o coloured.ply\n"
+        "  zorvan features scan.ply --grid 0.3 --settings mine.txt");
+    command.SetAction([options] { return showFeatures(*options); });
 }
 
 } // namespace tools

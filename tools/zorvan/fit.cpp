@@ -191,30 +191,30 @@ int fitScan(const FitOptions& options)
 
 } // namespace
 
-void AddFit(CLI::App& app, int& exitCode)
+void AddFit(CCommand app)
 {
     const auto options = std::make_shared<FitOptions>();
-    CLI::App* const command = app.add_subcommand("fit", "Fits a sphere, cylinder or cone to a scan");
-    command->add_option("PRIMITIVE", options->primitive, "sphere, cylinder or cone")
-        ->required()
-        ->check(CLI::IsMember({"sphere", "cylinder", "cone"}));
-    command->add_option("SCAN", options->scan, "The scan: PLY, STL, OBJ, XYZ or XYZN")->required();
-    command->add_option("--fix", options->fixed, "radius=R: the radius is known, in file units")->expected(1);
-    command->add_option("--bound", options->bounded, "radius=LOW:HIGH: the radius lies between, in file units")
-        ->expected(1);
-    command->add_option("-o,--output", options->output,
-                        "JSON to write; beside it the scan as NAME_residuals.ply, coloured from dark blue (3 RMSE\n"
-                        "inside the surface) to yellow (3 RMSE outside)");
-    options->files.AddTo(*command);
-    options->general.AddTo(*command, "Accepted for all commands; fitting uses one");
-    command->footer("Behind +- stands one standard deviation, from the scatter of the points about the surface.\n"
-                    "Exit code 0: fitted; 1: no such primitive fits, and no file is written; 2: wrong call or\n"
-                    "unreadable input.\n\n"
-                    "Examples:\n"
-                    "  zorvan fit sphere ball.ply\n"
-                    "  zorvan fit cylinder bore.ply --fix radius=2.5 -o bore.json\n"
-                    "  zorvan fit cylinder bore.ply --bound radius=2:3");
-    command->callback([options, &exitCode] { exitCode = fitScan(*options); });
+    CCommand command = app.AddCommand("fit", "Fits a sphere, cylinder or cone to a scan");
+    command.AddOption("PRIMITIVE", options->primitive, "sphere, cylinder or cone")
+        .Required()
+        .Among({"sphere", "cylinder", "cone"});
+    command.AddOption("SCAN", options->scan, "The scan: PLY, STL, OBJ, XYZ or XYZN").Required();
+    command.AddOption("--fix", options->fixed, "radius=R: the radius is known, in file units").TakesOneValue();
+    command.AddOption("--bound", options->bounded, "radius=LOW:HIGH: the radius lies between, in file units")
+        .TakesOneValue();
+    command.AddOption("-o,--output", options->output,
+                      "JSON to write; beside it the scan as NAME_residuals.ply, coloured from dark blue (3 RMSE\n"
+                      "inside the surface) to yellow (3 RMSE outside)");
+    options->files.AddTo(command);
+    options->general.AddTo(command, "Accepted for all commands; fitting uses one");
+    command.SetFooter("Behind +- stands one standard deviation, from the scatter of the points about the surface.\n"
+                      "Exit code 0: fitted; 1: no such primitive fits, and no file is written; 2: wrong call or\n"
+                      "unreadable input.\n\n"
+                      "Examples:\n"
+                      "  zorvan fit sphere ball.ply\n"
+                      "  zorvan fit cylinder bore.ply --fix radius=2.5 -o bore.json\n"
+                      "  zorvan fit cylinder bore.ply --bound radius=2:3");
+    command.SetAction([options] { return fitScan(*options); });
 }
 
 } // namespace tools

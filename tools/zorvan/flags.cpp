@@ -160,57 +160,56 @@ int clearFlags(const FlagsOptions& options)
 
 using Action = int (*)(const FlagsOptions&);
 
-CLI::App* addAction(CLI::App& flags, const std::string& verb, const std::string& help,
-                    const std::shared_ptr<FlagsOptions>& options, int& exitCode, Action action)
+CCommand addAction(CCommand flags, const std::string& verb, const std::string& help,
+                   const std::shared_ptr<FlagsOptions>& options, Action action)
 {
-    CLI::App* const command = flags.add_subcommand(verb, help);
-    command->add_option("--store", options->store, std::string("Name of the store (default ") + sDefaultStore + ")");
-    options->general.AddTo(*command, "Accepted for all commands; this one uses one");
-    command->callback([options, &exitCode, action] { exitCode = action(*options); });
+    CCommand command = flags.AddCommand(verb, help);
+    command.AddOption("--store", options->store, std::string("Name of the store (default ") + sDefaultStore + ")");
+    options->general.AddTo(command, "Accepted for all commands; this one uses one");
+    command.SetAction([options, action] { return action(*options); });
     return command;
 }
 
-void addSet(CLI::App& flags, const std::shared_ptr<FlagsOptions>& options, int& exitCode)
+void addSet(CCommand flags, const std::shared_ptr<FlagsOptions>& options)
 {
-    CLI::App* const set = addAction(flags, "set", "Set a flag and hold it", options, exitCode, setFlag);
-    set->add_option("NAME", options->name, "Name of the flag")->required();
-    set->add_option("VALUE", options->value, "Number, true, false, null, '\"word\"' or '{\"name\" : value, ...}'")
-        ->required();
-    set->add_option("--hold", options->dHold,
-                    "Seconds to keep the store alive (default: until Ctrl-C). With 0 the value lives\n"
-                    "only while another process holds the store; exit code 1 when none does");
-    set->footer("Examples:\n"
-                "  zorvan flags set debug_icp true\n"
-                "  zorvan flags set ConfigurationFPFH '{\"dMaxRMSE\" : 0.1}' --hold 60\n"
-                "  zorvan flags set my_count 3 --hold 0");
+    CCommand set = addAction(flags, "set", "Set a flag and hold it", options, setFlag);
+    set.AddOption("NAME", options->name, "Name of the flag").Required();
+    set.AddOption("VALUE", options->value, "Number, true, false, null, '\"word\"' or '{\"name\" : value, ...}'")
+        .Required();
+    set.AddOption("--hold", options->dHold,
+                  "Seconds to keep the store alive (default: until Ctrl-C). With 0 the value lives\n"
+                  "only while another process holds the store; exit code 1 when none does");
+    set.SetFooter("Examples:\n"
+                  "  zorvan flags set debug_icp true\n"
+                  "  zorvan flags set ConfigurationFPFH '{\"dMaxRMSE\" : 0.1}' --hold 60\n"
+                  "  zorvan flags set my_count 3 --hold 0");
 }
 
 } // namespace
 
-void AddFlags(CLI::App& app, int& exitCode)
+void AddFlags(CCommand app)
 {
     const auto options = std::make_shared<FlagsOptions>();
-    CLI::App* const command =
-        app.add_subcommand("flags", "The store of flags that running programs share: set, get, list, clear");
-    command->require_subcommand(1);
-    command->footer(
+    CCommand command = app.AddCommand("flags", "The store of flags that running programs share: set, get, list, clear");
+    command.RequireCommand();
+    command.SetFooter(
         "A store lives as long as some process holds it. Settings under ConfigurationFPFH change the\n"
         "commands that name it with --store. Exit code 0: done; 1: there is no such flag; 2: wrong call.\n\n"
         "Examples:\n"
         "  zorvan flags set ConfigurationFPFH '{\"uiNumSamples\" : 2000}' --hold 60 &\n"
         "  zorvan flags list\n"
         "  zorvan flags clear ConfigurationFPFH");
-    addSet(*command, options, exitCode);
-    CLI::App* const get = addAction(*command, "get", "Print the value of a flag", options, exitCode, getFlag);
-    get->add_option("NAME", options->name, "Name of the flag; also one inside another flag")->required();
-    get->footer("Exit code 1: there is no such flag.\n\nExamples:\n  zorvan flags get debug_icp\n"
-                "  zorvan flags get dMaxRMSE --store other.host");
-    addAction(*command, "list", "Print all flags", options, exitCode, listFlags)
-        ->footer("Examples:\n  zorvan flags list\n  zorvan flags list --store other.host");
-    CLI::App* const clear = addAction(*command, "clear", "Remove a flag, or all", options, exitCode, clearFlags);
-    clear->add_option("NAME", options->name, "Name of the flag (default: all)");
-    clear->footer("Exit code 1: there is no such flag.\n\nExamples:\n  zorvan flags clear debug_icp\n"
-                  "  zorvan flags clear");
+    addSet(command, options);
+    CCommand get = addAction(command, "get", "Print the value of a flag", options, getFlag);
+    get.AddOption("NAME", options->name, "Name of the flag; also one inside another flag").Required();
+    get.SetFooter("Exit code 1: there is no such flag.\n\nExamples:\n  zorvan flags get debug_icp\n"
+                  "  zorvan flags get dMaxRMSE --store other.host");
+    addAction(command, "list", "Print all flags", options, listFlags)
+        .SetFooter("Examples:\n  zorvan flags list\n  zorvan flags list --store other.host");
+    CCommand clear = addAction(command, "clear", "Remove a flag, or all", options, clearFlags);
+    clear.AddOption("NAME", options->name, "Name of the flag (default: all)");
+    clear.SetFooter("Exit code 1: there is no such flag.\n\nExamples:\n  zorvan flags clear debug_icp\n"
+                    "  zorvan flags clear");
 }
 
 } // namespace tools

@@ -4,10 +4,10 @@
 
 namespace tools {
 
-void GpuOptions::AddTo(CLI::App& command)
+void GpuOptions::AddTo(CCommand command)
 {
-    command.add_flag("--gpu", isWanted,
-                     "Compute features on the best OpenCL device (see zorvan devices); without one,\non the processor");
+    command.AddFlag("--gpu", isWanted,
+                    "Compute features on the best OpenCL device (see zorvan devices); without one,\non the processor");
 }
 
 std::shared_ptr<prereg::CFPFHDataSource::GPUContext> GpuOptions::MakeContext(bool isQuiet) const

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "zorvan/features/cfpfhdatasource_gpu.h"
+#include "commandline.h"
 
-#include <CLI/CLI.hpp>
+#include "zorvan/features/cfpfhdatasource_gpu.h"
 
 #include <memory>
 
@@ -14,7 +14,7 @@ struct GpuOptions
 {
     bool isWanted = false;
 
-    void AddTo(CLI::App& command);
+    void AddTo(CCommand command);
     /// The best device, made ready. Null when none is wanted, and also when none works: the processor then does the
     /// work, and one line says so unless `isQuiet`.
     [[nodiscard]] std::shared_ptr<prereg::CFPFHDataSource::GPUContext> MakeContext(bool isQuiet) const;

@@ -128,8 +128,9 @@ void print(const std::filesystem::path& file, const std::vector<ScanInfo>& scans
               << scans.size() << (scans.size() == 1 ? " scan\n" : " scans\n");
     for (std::size_t i = 0; i < scans.size(); ++i) {
         const ScanInfo& info = scans[i];
-        std::cout << "scan " << i + 1 << (info.name.empty() ? "" : " " + Zorvan::ToShown(info.name)) << ": "
-                  << info.points << " points";
+        std::cout << "scan " << i + 1;
+        if (!info.name.empty()) std::cout << ' ' << Zorvan::ToShown(info.name);
+        std::cout << ": " << info.points << " points";
         if (info.faces > 0) std::cout << ", " << info.faces << " faces";
         for (const std::string& field : info.fields) std::cout << ", " << field;
         const Position size{info.high[0] - info.low[0], info.high[1] - info.low[1], info.high[2] - info.low[2]};
@@ -207,21 +208,21 @@ int info(const InfoOptions& options)
 
 } // namespace
 
-void AddInfo(CLI::App& app, int& exitCode)
+void AddInfo(CCommand app)
 {
     const auto options = std::make_shared<InfoOptions>();
-    CLI::App* const command = app.add_subcommand("info", "What is in files of scans");
-    command->add_option("FILE", options->files, "Scans of any kind that is read")->required();
-    command->add_flag("--json", options->isJson, "Print a list with an entry a file");
-    options->general.AddTo(*command, "No effect");
-    command->footer(
+    CCommand command = app.AddCommand("info", "What is in files of scans");
+    command.AddOption("FILE", options->files, "Scans of any kind that is read").Required();
+    command.AddFlag("--json", options->isJson, "Print a list with an entry a file");
+    options->general.AddTo(command, "No effect");
+    command.SetFooter(
         "Lengths and places are in the unit and the frame of the file. Spacing is the median distance of a\n"
         "point to its nearest neighbour, noise the standard deviation about curved patches.\n"
         "Exit code 2: a file cannot be read; the others are described all the same.\n\n"
         "Examples:\n"
         "  zorvan info scans/*.ply\n"
         "  zorvan info site.ptx --json");
-    command->callback([options, &exitCode] { exitCode = info(*options); });
+    command.SetAction([options] { return info(*options); });
 }
 
 } // namespace tools

@@ -93,28 +93,26 @@ int judge(const JudgeOptions& options)
 
 } // namespace
 
-void AddJudge(CLI::App& app, int& exitCode)
+void AddJudge(CCommand app)
 {
     const auto options = std::make_shared<JudgeOptions>();
-    CLI::App* const command = app.add_subcommand(
-        "judge", "Weigh poses of the scan FLT in the frame of the scan FIX that were found elsewhere");
-    command
-        ->add_option("FIX", options->fix, "The scan that stays, or a model of the object: PLY, STL, OBJ, XYZ or XYZN")
-        ->required();
-    command->add_option("FLT", options->flt, "The scan that moves")->required();
-    command->add_option("POSES", options->poses, "Poses file: a pose of FLT, its \"candidates\", or both")->required();
-    command->add_option("-o,--output", options->output,
-                        "Poses file to write: refined poses, best first, with verdicts");
-    options->files.AddTo(*command);
-    options->pair.AddTo(*command);
-    options->settings.AddTo(*command);
-    options->general.AddTo(*command, "No effect");
-    command->footer("Each pose is refined before it is weighed, and the poses are compared with one another.\n"
-                    "Exit code 0: one pose explains both scans; 1: ambiguous, not aligned or too little to go on;\n"
-                    "2: wrong call, unreadable input or unwritable output.\n\n"
-                    "Example:\n"
-                    "  zorvan judge a.ply b.ply candidates.json");
-    command->callback([options, &exitCode] { exitCode = judge(*options); });
+    CCommand command =
+        app.AddCommand("judge", "Weigh poses of the scan FLT in the frame of the scan FIX that were found elsewhere");
+    command.AddOption("FIX", options->fix, "The scan that stays, or a model of the object: PLY, STL, OBJ, XYZ or XYZN")
+        .Required();
+    command.AddOption("FLT", options->flt, "The scan that moves").Required();
+    command.AddOption("POSES", options->poses, "Poses file: a pose of FLT, its \"candidates\", or both").Required();
+    command.AddOption("-o,--output", options->output, "Poses file to write: refined poses, best first, with verdicts");
+    options->files.AddTo(command);
+    options->pair.AddTo(command);
+    options->settings.AddTo(command);
+    options->general.AddTo(command, "No effect");
+    command.SetFooter("Each pose is refined before it is weighed, and the poses are compared with one another.\n"
+                      "Exit code 0: one pose explains both scans; 1: ambiguous, not aligned or too little to go on;\n"
+                      "2: wrong call, unreadable input or unwritable output.\n\n"
+                      "Example:\n"
+                      "  zorvan judge a.ply b.ply candidates.json");
+    command.SetAction([options] { return judge(*options); });
 }
 
 } // namespace tools

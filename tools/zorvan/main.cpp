@@ -5,8 +5,6 @@
 
 #include "zorvan/platform/cpufeatures.h"
 
-#include <CLI/CLI.hpp>
-
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -50,33 +48,24 @@ std::string version() { return ZORVAN_VERSION " (" + std::string(Zorvan::NameOf(
 
 int run(int argc, char** argv)
 {
-    int exitCode = tools::Done;
-    CLI::App app("Registers 3D surface scans.", "zorvan");
-    app.require_subcommand(1);
-    app.set_version_flag("--version", version);
-    app.footer("zorvan COMMAND --help shows options and examples.");
-    tools::AddAlign(app, exitCode);
-    tools::AddJudge(app, exitCode);
-    tools::AddRegister(app, exitCode);
-    tools::AddFeatures(app, exitCode);
-    tools::AddFit(app, exitCode);
-    tools::AddSimulate(app, exitCode);
-    tools::AddEvaluate(app, exitCode);
-    tools::AddSettings(app, exitCode);
-    tools::AddFlags(app, exitCode);
-    tools::AddInfo(app, exitCode);
-    tools::AddDump(app, exitCode);
-    tools::AddCurve(app, exitCode);
-    tools::AddOutline(app, exitCode);
-    tools::AddConvert(app, exitCode);
-    tools::AddDevices(app, exitCode);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) return app.exit(error);
-        return refuse(std::string(error.what()) + "; zorvan --help shows how to call it");
-    }
-    return exitCode;
+    tools::CCommandLine program("zorvan", "Registers 3D surface scans.");
+    program.SetVersion(version);
+    tools::AddAlign(program.Root());
+    tools::AddJudge(program.Root());
+    tools::AddRegister(program.Root());
+    tools::AddFeatures(program.Root());
+    tools::AddFit(program.Root());
+    tools::AddSimulate(program.Root());
+    tools::AddEvaluate(program.Root());
+    tools::AddSettings(program.Root());
+    tools::AddFlags(program.Root());
+    tools::AddInfo(program.Root());
+    tools::AddDump(program.Root());
+    tools::AddCurve(program.Root());
+    tools::AddOutline(program.Root());
+    tools::AddConvert(program.Root());
+    tools::AddDevices(program.Root());
+    return program.Run(argc, argv);
 }
 
 } // namespace

@@ -29,11 +29,11 @@ double positive(const std::string& option, double value)
 
 } // namespace
 
-void GeneralOptions::AddTo(CLI::App& command, const std::string& threadsHelp)
+void GeneralOptions::AddTo(CCommand command, const std::string& threadsHelp)
 {
-    command.add_option("--threads", uiNumThreads, threadsHelp)->check(CLI::Range(1, 1024));
-    command.add_flag("--quiet", isQuiet, "Print the result and errors only");
-    command.add_option("--log", logLevel, "What the library tells: trace, debug, info, warn, error or fatal");
+    command.AddOption("--threads", uiNumThreads, threadsHelp).Between(1, 1024);
+    command.AddFlag("--quiet", isQuiet, "Print the result and errors only");
+    command.AddOption("--log", logLevel, "What the library tells: trace, debug, info, warn, error or fatal");
 }
 
 void GeneralOptions::Apply() const
@@ -45,14 +45,14 @@ void GeneralOptions::Apply() const
     Logging::SetLogLevel(static_cast<Logging::ELogLevel>(found - levels.begin()));
 }
 
-void ScanFileOptions::AddTo(CLI::App& command)
+void ScanFileOptions::AddTo(CCommand command)
 {
-    command.add_option("--scale", dMmPerUnit, "Millimetres per unit of the scan files; 1000 for metres (default 1)");
-    command.add_option("--grid", grid,
-                       "Typical point distance, in file units; all settings grow with it (default auto)");
-    command.add_option("--sensor", sensor,
-                       "Where the sensor stood, x,y,z in file units; computed normals turn toward it\n"
-                       "(default: far along +z)");
+    command.AddOption("--scale", dMmPerUnit, "Millimetres per unit of the scan files; 1000 for metres (default 1)");
+    command.AddOption("--grid", grid,
+                      "Typical point distance, in file units; all settings grow with it (default auto)");
+    command.AddOption("--sensor", sensor,
+                      "Where the sensor stood, x,y,z in file units; computed normals turn toward it\n"
+                      "(default: far along +z)");
 }
 
 Zorvan::ScanOptions ScanFileOptions::ToScanOptions() const
@@ -70,13 +70,13 @@ std::optional<double> ScanFileOptions::ToGrid() const
     return positive("--grid", ParseNumbers("--grid", grid, 1).front() * dMmPerUnit);
 }
 
-void SettingsOptions::AddTo(CLI::App& command)
+void SettingsOptions::AddTo(CCommand command)
 {
-    command.add_option("--settings", file,
-                       "File with settings that replace the automatic ones; zorvan settings prints all");
-    command.add_option("--store", store,
-                       std::string("Store of flags whose settings count even more, such as ") + sDefaultStore +
-                           ";\nsee zorvan flags (default: none)");
+    command.AddOption("--settings", file,
+                      "File with settings that replace the automatic ones; zorvan settings prints all");
+    command.AddOption("--store", store,
+                      std::string("Store of flags whose settings count even more, such as ") + sDefaultStore +
+                          ";\nsee zorvan flags (default: none)");
 }
 
 bson::object SettingsOptions::Read(bool isQuiet) const

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "commandline.h"
 #include "flagstore.h"
 
 #include "zorvan/documents/bson.h"
 #include "zorvan/scans/scanreader.h"
-
-#include <CLI/CLI.hpp>
 
 #include <cstddef>
 #include <optional>
@@ -23,7 +22,7 @@ struct GeneralOptions
     std::string logLevel; ///< empty: warn, or error when quiet
 
     /// @param threadsHelp  what the number of threads does in this subcommand
-    void AddTo(CLI::App& command, const std::string& threadsHelp);
+    void AddTo(CCommand command, const std::string& threadsHelp);
     /// Passes the level on to the library. @throws CInputError for an unknown one
     void Apply() const;
 };
@@ -35,7 +34,7 @@ struct ScanFileOptions
     std::string grid = "auto";
     std::string sensor;
 
-    void AddTo(CLI::App& command);
+    void AddTo(CCommand command);
     /// @throws CInputError when a value makes no sense
     [[nodiscard]] Zorvan::ScanOptions ToScanOptions() const;
     /// In millimetres; nothing for "auto". @throws CInputError
@@ -48,7 +47,7 @@ struct SettingsOptions
     std::string file;
     std::string store; ///< empty: none is looked at
 
-    void AddTo(CLI::App& command);
+    void AddTo(CCommand command);
     /// Both in one document, the store's over the file's; empty when nothing is set. Says so when the store has some,
     /// unless `isQuiet`. @throws CInputError
     [[nodiscard]] bson::object Read(bool isQuiet) const;

@@ -24,7 +24,7 @@ namespace {
 
 using Zorvan::CPixelPolygon;
 
-constexpr unsigned uiMostDilation = 10000;
+constexpr int iMostDilation = 10000;
 
 struct OutlineOptions
 {
@@ -97,22 +97,22 @@ int outline(const OutlineOptions& options)
 
 } // namespace
 
-void AddOutline(CLI::App& app, int& exitCode)
+void AddOutline(CCommand app)
 {
     const auto options = std::make_shared<OutlineOptions>();
-    CLI::App* const command = app.add_subcommand("outline", "Traces the regions of a mask and measures them");
+    CCommand command = app.AddCommand("outline", "Traces the regions of a mask and measures them");
     command
-        ->add_option("IN", options->input, "The mask, PNG: regions are bright, what is around them dark or transparent")
-        ->required();
-    command->add_option("-o,--output", options->output, "SVG to write: one path a region, numbered as in the table")
-        ->required();
-    command->add_option("--dilate", options->uiDilation, "Pixels by which each region grows to all sides (default 0)")
-        ->check(CLI::Range(0U, uiMostDilation));
-    command->add_option("--threshold", options->iThreshold, "How bright a pixel of a region is at least (default 128)")
-        ->check(CLI::Range(1, 255));
-    command->add_option("--min-area", options->iLeastArea, "Regions of fewer pixels are left out (default 1)");
-    options->general.AddTo(*command, "Accepted for all commands; this one uses one");
-    command->footer(
+        .AddOption("IN", options->input, "The mask, PNG: regions are bright, what is around them dark or transparent")
+        .Required();
+    command.AddOption("-o,--output", options->output, "SVG to write: one path a region, numbered as in the table")
+        .Required();
+    command.AddOption("--dilate", options->uiDilation, "Pixels by which each region grows to all sides (default 0)")
+        .Between(0, iMostDilation);
+    command.AddOption("--threshold", options->iThreshold, "How bright a pixel of a region is at least (default 128)")
+        .Between(1, 255);
+    command.AddOption("--min-area", options->iLeastArea, "Regions of fewer pixels are left out (default 1)");
+    options->general.AddTo(command, "Accepted for all commands; this one uses one");
+    command.SetFooter(
         "The table: area in pixels, holes included; perimeter from centre to centre of the outermost pixels;\n"
         "roundness, perimeter^2 / area, 12.57 for a disc and more for all else; centre of gravity.\n"
         "Pixels that touch at a corner hang together. Regions that grow into one another stay apart.\n"
@@ -120,7 +120,7 @@ void AddOutline(CLI::App& app, int& exitCode)
         "unreadable input.\n\n"
         "Example:\n"
         "  zorvan outline mask.png -o outlines.svg --dilate 2 --min-area 20");
-    command->callback([options, &exitCode] { exitCode = outline(*options); });
+    command.SetAction([options] { return outline(*options); });
 }
 
 } // namespace tools

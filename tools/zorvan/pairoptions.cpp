@@ -57,21 +57,21 @@ Zorvan::ScanOptions readOptions(const ScanFileOptions& files, const std::string&
 
 } // namespace
 
-void PairOptions::AddTo(CLI::App& command)
+void PairOptions::AddTo(CCommand command)
 {
     command
-        .add_option("--mesh", mesh,
-                    "Which file is a model, whose surface is meant and not its corners:\n"
-                    "auto, fixed, floating, both or none (default auto: closed meshes, and those\n"
-                    "with triangles of very different sizes)")
-        ->check(CLI::IsMember({"auto", "fixed", "floating", "both", "none"}));
-    command.add_option("--sensor-fix", fixSensor,
-                       "Where the sensor of FIX stood, x,y,z in file units and coordinates of FIX;\n"
-                       "--sensor says so of both (default: found from the raster of the points)");
-    command.add_option("--sensor-flt", fltSensor, "The same of FLT, in its own coordinates");
-    command.add_option("--ray-fix", fixRay,
-                       "Direction from FIX to a sensor far away, x,y,z, where no position is known");
-    command.add_option("--ray-flt", fltRay, "The same of FLT");
+        .AddOption("--mesh", mesh,
+                   "Which file is a model, whose surface is meant and not its corners:\n"
+                   "auto, fixed, floating, both or none (default auto: closed meshes, and those\n"
+                   "with triangles of very different sizes)")
+        .Among({"auto", "fixed", "floating", "both", "none"});
+    command.AddOption("--sensor-fix", fixSensor,
+                      "Where the sensor of FIX stood, x,y,z in file units and coordinates of FIX;\n"
+                      "--sensor says so of both (default: found from the raster of the points)");
+    command.AddOption("--sensor-flt", fltSensor, "The same of FLT, in its own coordinates");
+    command.AddOption("--ray-fix", fixRay,
+                      "Direction from FIX to a sensor far away, x,y,z, where no position is known");
+    command.AddOption("--ray-flt", fltRay, "The same of FLT");
 }
 
 Zorvan::ScanOptions PairOptions::ForFix(const ScanFileOptions& files) const

@@ -6,8 +6,6 @@
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/workflow/align.h"
 
-#include <CLI/CLI.hpp>
-
 #include <string>
 
 namespace tools {
@@ -22,7 +20,7 @@ struct PairOptions
     std::string fixRay;
     std::string fltRay;
 
-    void AddTo(CLI::App& command);
+    void AddTo(CCommand command);
     /// How the two files are to be read. @param files  what holds for both @throws CInputError
     [[nodiscard]] Zorvan::ScanOptions ForFix(const ScanFileOptions& files) const;
     [[nodiscard]] Zorvan::ScanOptions ForFlt(const ScanFileOptions& files) const;

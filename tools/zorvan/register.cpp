@@ -264,42 +264,41 @@ int registerScans(RegisterOptions options)
 
 } // namespace
 
-void AddRegister(CLI::App& app, int& exitCode)
+void AddRegister(CCommand app)
 {
     const auto options = std::make_shared<RegisterOptions>();
-    CLI::App* const command = app.add_subcommand("register", "Bring many scans into one frame");
-    command->add_option("SCAN", options->scans, "Scans, best in the order in which they were taken");
-    command
-        ->add_option("-o,--output", options->folder, "Folder for poses.json, merged.ply, report.html and session.zdoc")
-        ->required();
-    command->add_option("--session", options->session, "A session.zdoc to go on with; the scans are added to it");
-    command->add_option("--initial", options->initial,
-                        "Poses file with rough poses of some or all scans; they are tried before a\nsearch");
-    command->add_flag("--optimize", options->isOptimized,
-                      "Refine all poses together afterwards; scans that do not agree with the others\nleave them");
-    command->add_flag("--weighed", options->isWeighed,
-                      "Place scans where all pairs agree, instead of merging the first pair that fits, and\n"
-                      "leave out what has several places: slower, for parts that fit in many places");
-    command->add_flag("--keep-going", options->isKeptGoing,
-                      "Leave out scans that cannot be read, instead of ending; those with too few points\n"
-                      "or features are always left out");
-    command->add_flag("--wait", options->isWaiting,
-                      "Wait for another run that uses the session or the folder, instead of ending");
-    options->files.AddTo(*command);
-    options->settings.AddTo(*command);
-    options->gpu.AddTo(*command);
-    options->general.AddTo(*command, "Threads that work; the result does not depend on it");
-    command->footer("Ctrl-C and SIGTERM end the search and write what has been found.\n"
-                    "Exit code 0: all scans are in one frame; 1: not all, or one was left out; 2: wrong call,\n"
-                    "unreadable input or unwritable output.\n\n"
-                    "Examples:\n"
-                    "  zorvan register scans/*.ply -o out --optimize\n"
-                    "  zorvan register bunny/*.ply --scale 1000 -o out\n"
-                    "  zorvan register new.ply --session out/session.zdoc -o out2");
-    command->callback([options, command, &exitCode] {
-        options->hasScale = command->count("--scale") > 0;
-        options->hasGrid = command->count("--grid") > 0;
-        exitCode = registerScans(*options);
+    CCommand command = app.AddCommand("register", "Bring many scans into one frame");
+    command.AddOption("SCAN", options->scans, "Scans, best in the order in which they were taken");
+    command.AddOption("-o,--output", options->folder, "Folder for poses.json, merged.ply, report.html and session.zdoc")
+        .Required();
+    command.AddOption("--session", options->session, "A session.zdoc to go on with; the scans are added to it");
+    command.AddOption("--initial", options->initial,
+                      "Poses file with rough poses of some or all scans; they are tried before a\nsearch");
+    command.AddFlag("--optimize", options->isOptimized,
+                    "Refine all poses together afterwards; scans that do not agree with the others\nleave them");
+    command.AddFlag("--weighed", options->isWeighed,
+                    "Place scans where all pairs agree, instead of merging the first pair that fits, and\n"
+                    "leave out what has several places: slower, for parts that fit in many places");
+    command.AddFlag("--keep-going", options->isKeptGoing,
+                    "Leave out scans that cannot be read, instead of ending; those with too few points\n"
+                    "or features are always left out");
+    command.AddFlag("--wait", options->isWaiting,
+                    "Wait for another run that uses the session or the folder, instead of ending");
+    options->files.AddTo(command);
+    options->settings.AddTo(command);
+    options->gpu.AddTo(command);
+    options->general.AddTo(command, "Threads that work; the result does not depend on it");
+    command.SetFooter("Ctrl-C and SIGTERM end the search and write what has been found.\n"
+                      "Exit code 0: all scans are in one frame; 1: not all, or one was left out; 2: wrong call,\n"
+                      "unreadable input or unwritable output.\n\n"
+                      "Examples:\n"
+                      "  zorvan register scans/*.ply -o out --optimize\n"
+                      "  zorvan register bunny/*.ply --scale 1000 -o out\n"
+                      "  zorvan register new.ply --session out/session.zdoc -o out2");
+    command.SetAction([options, command] {
+        options->hasScale = command.IsGiven("--scale");
+        options->hasGrid = command.IsGiven("--grid");
+        return registerScans(*options);
     });
 }
 

@@ -57,24 +57,24 @@ int settings(const SettingsCall& call)
 
 } // namespace
 
-void AddSettings(CLI::App& app, int& exitCode)
+void AddSettings(CCommand app)
 {
     const auto call = std::make_shared<SettingsCall>();
-    CLI::App* const command = app.add_subcommand("settings", "All settings as text, to edit and to give to --settings");
-    command->add_option("--grid", call->files.grid,
-                        "What the commands choose for this point distance, in file units\n"
-                        "(default: the library's own settings)");
-    command->add_option("--scale", call->files.dMmPerUnit, "Millimetres per unit of the scan files (default 1)");
-    command->add_option("--settings", call->settings, "Settings file to check and to merge in");
-    command->add_option("-o,--output", call->output, "File to write; without it the text is printed");
-    call->general.AddTo(*command, "Accepted for all commands; this one uses one");
-    command->footer("The text is a JSON-like document with a comment behind each value. A file for --settings\n"
-                    "may hold any part of it; the settings of the ICP may stand inside icpConfig or beside it.\n\n"
-                    "Examples:\n"
-                    "  zorvan settings\n"
-                    "  zorvan settings --grid 0.2 -o mine.txt\n"
-                    "  zorvan settings --settings mine.txt");
-    command->callback([call, &exitCode] { exitCode = settings(*call); });
+    CCommand command = app.AddCommand("settings", "All settings as text, to edit and to give to --settings");
+    command.AddOption("--grid", call->files.grid,
+                      "What the commands choose for this point distance, in file units\n"
+                      "(default: the library's own settings)");
+    command.AddOption("--scale", call->files.dMmPerUnit, "Millimetres per unit of the scan files (default 1)");
+    command.AddOption("--settings", call->settings, "Settings file to check and to merge in");
+    command.AddOption("-o,--output", call->output, "File to write; without it the text is printed");
+    call->general.AddTo(command, "Accepted for all commands; this one uses one");
+    command.SetFooter("The text is a JSON-like document with a comment behind each value. A file for --settings\n"
+                      "may hold any part of it; the settings of the ICP may stand inside icpConfig or beside it.\n\n"
+                      "Examples:\n"
+                      "  zorvan settings\n"
+                      "  zorvan settings --grid 0.2 -o mine.txt\n"
+                      "  zorvan settings --settings mine.txt");
+    command.SetAction([call] { return settings(*call); });
 }
 
 } // namespace tools

@@ -239,57 +239,54 @@ std::string joined(const std::vector<std::string>& words)
 }
 
 /// What is scanned, and by what.
-void addKinds(CLI::App& command, SimulateOptions& options)
+void addKinds(CCommand command, SimulateOptions& options)
 {
-    command.add_option("--object", options.object, "One of " + joined(ObjectNames()) + " (default jaw)")
-        ->check(CLI::IsMember(ObjectNames()));
-    command.add_option("--sensor", options.sensor,
-                       "One of " + joined(SensorNames()) + ",\nor several joined by + (default depth)");
-    command.add_option("--seed", options.scanner.uiSeed,
-                       "Another seed gives another object and other views (default 1)");
-    command.add_flag("--random-views", options.isRandom, "Look from random sides, not from evenly spread ones");
-    command.add_flag("--triangles", options.hasTriangles, "Write triangles too; a jaw has them always");
-    command.add_flag("--overlap", options.hasOverlap,
-                     "Write overlap.csv and object.json; without it for all but a jaw");
-    command.add_flag("--mesh", options.hasMesh,
-                     "Write object.stl, the surface of the object as its maker has it; truth.json\nhas its pose");
+    command.AddOption("--object", options.object, "One of " + joined(ObjectNames()) + " (default jaw)")
+        .Among(ObjectNames());
+    command.AddOption("--sensor", options.sensor,
+                      "One of " + joined(SensorNames()) + ",\nor several joined by + (default depth)");
+    command.AddOption("--seed", options.scanner.uiSeed,
+                      "Another seed gives another object and other views (default 1)");
+    command.AddFlag("--random-views", options.isRandom, "Look from random sides, not from evenly spread ones");
+    command.AddFlag("--triangles", options.hasTriangles, "Write triangles too; a jaw has them always");
+    command.AddFlag("--overlap", options.hasOverlap, "Write overlap.csv and object.json; without it for all but a jaw");
+    command.AddFlag("--mesh", options.hasMesh,
+                    "Write object.stl, the surface of the object as its maker has it; truth.json\nhas its pose");
 }
 
 } // namespace
 
-void AddSimulate(CLI::App& app, int& exitCode)
+void AddSimulate(CCommand app)
 {
     const auto options = std::make_shared<SimulateOptions>();
-    CLI::App* const command =
-        app.add_subcommand("simulate", "A virtual scanner: scans with known poses of teeth, machine parts, figures");
-    command
-        ->add_option("-o,--output", options->folder, "Folder for view00.ply, view01.ply, ..., truth.json, rough.json")
-        ->required();
-    addKinds(*command, *options);
-    command->add_option("--views", options->scanner.uiNumViews, "Number of scans (default 6)")
-        ->check(CLI::Range(1, 1000));
-    command->add_option(
+    CCommand command =
+        app.AddCommand("simulate", "A virtual scanner: scans with known poses of teeth, machine parts, figures");
+    command.AddOption("-o,--output", options->folder, "Folder for view00.ply, view01.ply, ..., truth.json, rough.json")
+        .Required();
+    addKinds(command, *options);
+    command.AddOption("--views", options->scanner.uiNumViews, "Number of scans (default 6)").Between(1, 1000);
+    command.AddOption(
         "--noise", options->noise,
         "Standard deviation along the ray in mm\n(default 0.01 for a jaw, 0.02 for others, 0.1 for a lidar)");
     command
-        ->add_option("--spacing", options->spacing,
-                     "Of the pixels, or along the rings of a lidar, in mm\n(default 0.12 for a jaw, else 0.3)")
-        ->check(CLI::Range(0.01, 10.0));
-    command->add_option("--field", options->field, "Width and height of a view of a jaw in mm (default 40)")
-        ->check(CLI::Range(5.0, 80.0));
-    command->add_option("--points", options->uiNumPoints, "About so many points a scan, instead of a spacing")
-        ->check(CLI::Range(100, 20000000));
-    command->add_option("--rough", options->rough,
-                        "Turn in degrees and shift in mm of the start poses in rough.json,\n"
-                        "all but the first one's (default 5,1)");
-    options->general.AddTo(*command, "Threads that scan; the files do not depend on it (default 1)");
-    command->footer("Examples:\n"
-                    "  zorvan simulate -o demo\n"
-                    "  zorvan simulate -o arch --views 24 --field 16\n"
-                    "  zorvan simulate -o big --views 2 --points 4000000 --threads 8\n"
-                    "  zorvan simulate -o gear --object gear --sensor triangulation --seed 5 --views 12\n"
-                    "  zorvan simulate -o street --object housing --sensor lidar+outliers --noise 0.5");
-    command->callback([options, &exitCode] { exitCode = simulate(*options); });
+        .AddOption("--spacing", options->spacing,
+                   "Of the pixels, or along the rings of a lidar, in mm\n(default 0.12 for a jaw, else 0.3)")
+        .Between(0.01, 10.0);
+    command.AddOption("--field", options->field, "Width and height of a view of a jaw in mm (default 40)")
+        .Between(5.0, 80.0);
+    command.AddOption("--points", options->uiNumPoints, "About so many points a scan, instead of a spacing")
+        .Between(100, 20000000);
+    command.AddOption("--rough", options->rough,
+                      "Turn in degrees and shift in mm of the start poses in rough.json,\n"
+                      "all but the first one's (default 5,1)");
+    options->general.AddTo(command, "Threads that scan; the files do not depend on it (default 1)");
+    command.SetFooter("Examples:\n"
+                      "  zorvan simulate -o demo\n"
+                      "  zorvan simulate -o arch --views 24 --field 16\n"
+                      "  zorvan simulate -o big --views 2 --points 4000000 --threads 8\n"
+                      "  zorvan simulate -o gear --object gear --sensor triangulation --seed 5 --views 12\n"
+                      "  zorvan simulate -o street --object housing --sensor lidar+outliers --noise 0.5");
+    command.SetAction([options] { return simulate(*options); });
 }
 
 } // namespace tools
