@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "virtualscanner.h"
+
+#include "zorvan/core/hooks.h"
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace tools {
+
+/// What is scanned and how, and what is written of it.
+struct Scene
+{
+    std::string object = "jaw";    ///< one of ObjectNames()
+    std::string sensor = "depth";  ///< of SensorNames(), joined by +
+    std::size_t uiNumPoints = 0;   ///< a view; 0: by the pixel spacing
+    std::optional<double> spacing; ///< mm; without one, that of the kind of object
+    std::optional<double> noise;   ///< mm; without one, that of the kind of object and sensor
+    std::optional<double> field;   ///< mm; of a jaw
+    bool isRandom = false;         ///< views from anywhere, not evenly spread
+    bool hasTriangles = false;     ///< also for what is no jaw
+    bool hasOverlap = false;       ///< also for a jaw
+    bool hasMesh = false;          ///< of the object itself
+    double dRoughDegrees = 5.0;    ///< by which the start poses in rough.json are turned
+    double dRoughMm = 1.0;         ///< and shifted
+    VirtualScannerSettings scanner;
+
+    [[nodiscard]] bool IsJaw() const { return object == "jaw"; }
+    [[nodiscard]] bool IsLidar() const { return sensor.find("lidar") != std::string::npos; }
+};
+
+struct SceneCount
+{
+    std::size_t uiViews = 0;
+    std::size_t uiPoints = 0; ///< of all views
+};
+
+/// @throws std::invalid_argument for a sensor or an object that there is not
+[[nodiscard]] CVirtualScanner MakeScanner(Scene scene);
+
+/// Writes view00.ply, view01.ply, ..., their true poses (truth.json) and disturbed ones (rough.json) in the frame of
+/// the first view; object.json and overlap.csv, and object.stl, as the scene says. All appear together. @throws
+/// CInputError
+SceneCount WriteScene(const Scene& scene, const std::filesystem::path& folder, const Zorvan::Hooks& hooks);
+
+} // namespace tools
