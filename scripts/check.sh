@@ -2,17 +2,35 @@
 # SPDX-License-Identifier: MIT
 # Formatting and static checks of our own code.
 #
-#   scripts/check.sh           clang-format on everything; clang-tidy on the library and the program
-#   scripts/check.sh format    clang-format only
+#   scripts/check.sh                    clang-format and clang-tidy on everything: library, program, tests, benchmarks
+#   scripts/check.sh format             clang-format only
+#   scripts/check.sh changed [COMMIT]   and clang-tidy on the sources that differ from COMMIT (default: see below)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+
+# All of this commit was checked. Who checks everything again moves it on.
+checked=44caca6
 
 sources=$(git ls-files '*.cpp' '*.h')
 # shellcheck disable=SC2086  # our file names hold no blanks
 clang-format --dry-run --Werror $sources
 echo "formatting: $(wc -w <<<"$sources") files as .clang-format wants them"
-[ "${1:-all}" = format ] && exit 0
+
+folders=('zorvan/*.cpp' 'tools/*.cpp' 'tests/*.cpp' 'benchmarks/*.cpp')
+case ${1:-all} in
+format) exit 0 ;;
+all) wanted=$(git ls-files "${folders[@]}") ;;
+changed)
+    since=${2:-$checked}
+    git cat-file -e "$since^{commit}" 2>/dev/null || { echo "clang-tidy: $since is not in this history"; exit 1; }
+    wanted=$(git diff --name-only --diff-filter=d "$since" -- "${folders[@]}")
+    ;;
+*) sed -n '3,7s/^# \{0,1\}//p' "$0" >&2; exit 2 ;;
+esac
 
 cmake --preset release >/dev/null
-git ls-files 'zorvan/*.cpp' 'tools/*.cpp' | xargs -P "$(nproc)" -n 4 clang-tidy -p build/release --quiet 2>/dev/null
-echo "clang-tidy: nothing found"
+# What clang-tidy counts on standard error is shown only when it has found something.
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+xargs -r -P "$(nproc)" -n 4 clang-tidy -p build/release --quiet <<<"$wanted" 2>"$log" || { cat "$log" >&2; exit 1; }
+echo "clang-tidy: nothing found in $(wc -w <<<"$wanted") sources"
