@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include "zorvan/exchange/cobjparser.h"
 #include "zorvan/exchange/cobjwriter.h"
 
 #include "textfile.h"
@@ -177,43 +176,6 @@ struct Sheet
 
 /// Six digits were written.
 bool isSame(float a, float b) { return std::abs(a - b) <= 5.1e-6F * std::abs(a) + 1e-9F; }
-
-TEST(OBJWriter, IsReadBackByOurselves)
-{
-    const Sheet sheet(40);
-    Written out(sheet.mesh, Sheet::IsTextured, Sheet::At);
-    ASSERT_TRUE(out.writer.Write());
-    COBJParser parser(out.writer.GetOBJFilename());
-    parser.Parse();
-    const Surface_mesh& read = parser.GetGrapheneMesh(false);
-    ASSERT_EQ(read.GetNumVertices(), sheet.mesh.GetNumVertices());
-    ASSERT_EQ(read.GetNumFaces(), sheet.mesh.GetNumFaces());
-    EXPECT_EQ(parser.GetNormals().size(), sheet.mesh.GetNumVertices());
-    for (const auto v : read.GetVertices())
-        for (int i = 0; i < 3; ++i) ASSERT_TRUE(isSame(read.GetPosition(v)[i], sheet.mesh.GetPosition(v)[i]));
-
-    // Textured faces stand first in the file.
-    std::vector<Surface_mesh::Face> order;
-    for (const bool wanted : {true, false})
-        for (const auto f : sheet.mesh.GetFaces())
-            if (Sheet::IsTextured(f) == wanted) order.push_back(f);
-    const auto coords = read.GetHalfedgeProperty<Coords>("h:texturecoords");
-    for (const auto f : read.GetFaces()) {
-        const auto original = order[f.GetIndex()];
-        const bool isTextured = Sheet::IsTextured(original);
-        EXPECT_EQ(read.GetFaceProperty<int>("f:texture")[f], isTextured ? 0 : 1);
-        auto h = sheet.mesh.GetHalfedge(original);
-        read.ForEachHalfedge(f, [&](auto corner) {
-            ASSERT_EQ(read.GetFromVertex(corner), sheet.mesh.GetFromVertex(h));
-            const Coords uv = isTextured ? Coords(Sheet::At(h)[0], 1 - Sheet::At(h)[1]) : Coords(0, 1);
-            ASSERT_TRUE(isSame(coords[corner][0], uv[0]) && isSame(coords[corner][1], uv[1]));
-            h = sheet.mesh.GetNext(h);
-        });
-    }
-    ASSERT_EQ(parser.GetNumMeshes(), 2U);
-    EXPECT_EQ(parser.GetMaterials()[0].map_Kd, out.writer.GetAtlasBitmapFilename("textured"));
-    EXPECT_TRUE(isSame(parser.GetMaterials()[1].Kd.y, 234.0F / 255.0F));
-}
 
 TEST(OBJWriter, IsReadBackByAssimp)
 {
