@@ -76,17 +76,6 @@ TEST(OBJWriter, WritesTheseBytes)
     EXPECT_EQ(out.writer.GetAtlasBitmapFilename("other"), "");
 }
 
-TEST(OBJWriter, SharesOneCoordinateAmongFacesWithoutTexture)
-{
-    const Surface_mesh mesh = folded();
-    Written out(mesh);
-    ASSERT_TRUE(out.writer.Write());
-    const std::string text = out.Read("m.obj");
-    EXPECT_EQ(text.substr(text.find("usemtl")),
-              "usemtl textured\nusemtl untextured\nvt 0 1\nf 1/1 2/1 3/1\nf 1/1 4/1 2/1\n");
-    EXPECT_NE(out.Read("m.mtl").find("Kd 1 0.917647 0.560784\n"), std::string::npos) << "the colour by default";
-}
-
 TEST(OBJWriter, LeavesOutDeletedElements)
 {
     Surface_mesh mesh = folded();
