@@ -108,7 +108,6 @@ std::vector<PixelSpan> CTriangle2D::GetSpans(const PixelRect& clip) const
     const double first = std::max<double>(std::ceil(top), clip.ymin);
     const double last = std::min<double>(std::floor(bottom), clip.ymax);
     if (first > last) return spans;
-    spans.reserve(static_cast<std::size_t>(last - first) + 1);
     for (auto y = static_cast<std::int64_t>(first); y <= static_cast<std::int64_t>(last); ++y)
         if (const auto span = spanOf(static_cast<int>(y), clip)) spans.push_back(*span);
     return spans;
