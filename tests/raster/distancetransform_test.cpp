@@ -10,6 +10,7 @@
 #include <limits>
 #include <random>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -72,9 +73,8 @@ TEST(DistanceTransform, RefusesSizesThatDoNotFit)
     std::vector<float> distances(12);
     const std::vector<unsigned char> mask(12);
     EXPECT_NO_THROW(ComputeDistanceTransform({}, 0, 7, {}));
-    EXPECT_THROW(ComputeDistanceTransform(mask, 5, 3, distances), std::invalid_argument);
-    EXPECT_THROW(ComputeDistanceTransform(mask, -4, -3, distances), std::invalid_argument);
-    EXPECT_THROW(ComputeDistanceTransform(mask, 3, 4, std::span(distances).first(11)), std::invalid_argument);
+    for (const auto& [width, height] : {std::pair(5, 3), {-4, -3}, {4, 2}})
+        EXPECT_THROW(ComputeDistanceTransform(mask, width, height, distances), std::invalid_argument);
 }
 
 } // namespace

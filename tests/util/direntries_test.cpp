@@ -72,20 +72,15 @@ TEST(DirEntries, KnowTheirKind)
     ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
     fs::create_symlink("file", folder / "link");
     fs::create_symlink("gone", folder / "dangling");
-    const struct
-    {
-        const char* name;
-        bool isFolder;
-        bool isFile;
-        bool exists;
-    } cases[] = {{"", true, false, true},        {"file", false, true, true},   {"link", false, true, true},
-                 {"pipe", false, false, true},   {"gone", false, false, false}, {"dangling", false, false, false},
-                 {"file/x", false, false, false}};
-    for (const auto& c : cases) {
-        const fs::path path = folder.Path() / c.name;
-        EXPECT_EQ(IsFolder(path), c.isFolder) << c.name;
-        EXPECT_EQ(IsRegularFile(path), c.isFile) << c.name;
-        EXPECT_EQ(FileOrFolderExists(path), c.exists) << c.name;
+    const std::pair<const char*, const char*> cases[] = {
+        {"", "folder exists"}, {"file", "file exists"}, {"link", "file exists"}, {"pipe", "exists"},
+        {"gone", ""},          {"dangling", ""},        {"file/x", ""}};
+    for (const auto& [name, kind] : cases) {
+        const fs::path path = folder.Path() / name;
+        EXPECT_EQ(std::string(IsFolder(path) ? "folder " : "") + (IsRegularFile(path) ? "file " : "") +
+                      (FileOrFolderExists(path) ? "exists" : ""),
+                  kind)
+            << name;
     }
 }
 
