@@ -77,11 +77,7 @@ TEST(RGBTransferCurveParser, SortsChannelsAndKeepsTheLastOfEach)
 
 TEST(RGBTransferCurveParser, DropsWhatLiesOutsideTheRange)
 {
-    const auto [channels, error] =
-        curvesOf("(time 0)" + section("red", "smooth", "9 -1 0.5 0.5 -0.1 0.25 0.5 1.1 0.3 0.75 1.01 1e999 0.1", "0") +
-                 section("green", "free", "0", "3 7 -1 9 10 11") + section("blue", "free", "0", "1 7 8") +
-                 section("alpha", "free", "0", "0 7") + section("value", "smooth", "0", "0"));
-    EXPECT_NE(error, "") << "1e999 is no number";
+    EXPECT_NE(curvesOf("(time 0)" + section("red", "smooth", "1 1e999 0.1", "0")).error, "") << "1e999 is no number";
     const Curves good =
         curvesOf("(time 0)" + section("red", "smooth", "9 -1 0.5 0.5 -0.1 0.25 0.5 1.1 0.3 0.75 1.01", "0") +
                  section("green", "free", "0", "3 7 -1 9 10 11") + section("blue", "free", "0", "1 7 8") +

@@ -71,17 +71,6 @@ INSTANTIATE_TEST_SUITE_P(CSearchGrid, GridClouds, testing::ValuesIn(support::Har
     return name;
 });
 
-TEST(CSearchGrid, OnePoint)
-{
-    const std::array<float, 3> point = {5, -3, 2};
-    const CSearchGrid grid(1.0, &point, 1);
-    const auto statistics = grid.GetStatistics();
-    EXPECT_EQ(statistics.cellsX * statistics.cellsY * statistics.cellsZ, 1U);
-    EXPECT_EQ(statistics.meanPointsPerCell, 1.0);
-    EXPECT_EQ(statistics.stdDevPointsPerCell, 0.0);
-    EXPECT_EQ(grid.GetMemUsage(), 144 + 4 * (1 + 1 + 1 + 5U));
-}
-
 TEST(CSearchGrid, StatisticsAreThoseOfTheOccupiedCells)
 {
     // Four points in one cell, two in another.
@@ -135,11 +124,8 @@ TEST(CSearchGrid, IsEmptyAfterItWasMoved)
         std::vector<unsigned> found;
         moved->QueryRange(found, {points[3], 0.25F});
         EXPECT_TRUE(found.empty());
-        EXPECT_TRUE(moved->Empty());
         EXPECT_EQ(moved->Query_NN(points[3], 1.0F, nullptr), -1);
-        EXPECT_EQ(moved->GetStatistics().occupiedCells + moved->GetStatistics().cellsX, 0U);
-        EXPECT_EQ(moved->GetQueryRadiusSupremumSq(), 0.0F);
-        EXPECT_EQ(moved->GetAABB().low.x, inf);
+        EXPECT_EQ(moved->GetStatistics().occupiedCells, 0U);
     }
 }
 

@@ -139,12 +139,4 @@ TEST(CTrafo, LeastSquaresFitRecoversRandomMotions)
     EXPECT_FALSE(CTrafo::LeastSquaresFit(nullptr, two, 2, nullptr));
 }
 
-TEST(CTrafo, DumpPrintsTheMatrix)
-{
-    testing::internal::CaptureStdout();
-    CTrafo().Translate(Vector3(1, 2, 3)).Dump();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), " 1.000 0.000 0.000 1.000\n 0.000 1.000 0.000 2.000\n"
-                                                      " 0.000 0.000 1.000 3.000\n 0.000 0.000 0.000 1.000\n");
-}
-
 } // namespace

@@ -2,7 +2,9 @@
 #include "zorvan/core/configurationicp.h"
 #include "zorvan/core/icpresult.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <utility>
 
 namespace {
 
@@ -68,70 +70,34 @@ TEST(ICPResult, SaysWhatHappened)
     }
 }
 
-// Each row: how the better result differs from the worse one.
-struct Difference
-{
-    const char* name;
-    std::function<void(ICPResult&)> change;
-};
-
-ICPResult typical()
+ICPResult resultOf(float slip, float ratio, float rmse, float overlap, int inliers)
 {
     ICPResult result;
-    result.vStop_StdDev = {0.01F, 0, 0};
-    result.fStop_SmallBigRatio = 0.8F;
-    result.fStop_RMSE = 0.02F;
-    result.fStop_OverlapRatio = 0.5F;
-    result.iStop_NumberOfInliers = 100;
+    result.vStop_StdDev = {slip, 0, 0};
+    result.fStop_SmallBigRatio = ratio;
+    result.fStop_RMSE = rmse;
+    result.fStop_OverlapRatio = overlap;
+    result.iStop_NumberOfInliers = inliers;
     return result;
 }
 
+// Each row is better by one key, and worse by the next where that must not count.
 TEST(ICPResult, BetterResultsComeFirstKeyByKey)
 {
-    const Difference better[] = {
-        {"smaller slip",
-         [](ICPResult& r) {
-             r.vStop_StdDev.x = 0.0089F;
-             r.fStop_SmallBigRatio = 0;
-         }},
-        {"larger ratio",
-         [](ICPResult& r) {
-             r.fStop_SmallBigRatio = 0.806F;
-             r.fStop_RMSE = 1;
-         }},
-        {"smaller RMSE",
-         [](ICPResult& r) {
-             r.fStop_RMSE = 0.018F;
-             r.fStop_OverlapRatio = 0;
-         }},
-        {"larger overlap",
-         [](ICPResult& r) {
-             r.fStop_OverlapRatio = 0.516F;
-             r.iStop_NumberOfInliers = 0;
-         }},
-        {"more inliers",
-         [](ICPResult& r) {
-             r.iStop_NumberOfInliers = 110;
-             r.fStop_OverlapRatio = 0.505F;
-         }},
-        {"smaller overlap within the tolerance",
-         [](ICPResult& r) {
-             r.fStop_OverlapRatio = 0.49F;
-             r.iStop_NumberOfInliers = 105;
-         }},
+    const ICPResult typical = resultOf(0.01F, 0.8F, 0.02F, 0.5F, 100);
+    const std::pair<const char*, ICPResult> better[] = {
+        {"smaller slip", resultOf(0.0089F, 0, 0.02F, 0.5F, 100)},
+        {"larger ratio", resultOf(0.01F, 0.806F, 1, 0.5F, 100)},
+        {"smaller RMSE", resultOf(0.01F, 0.8F, 0.018F, 0, 100)},
+        {"larger overlap", resultOf(0.01F, 0.8F, 0.02F, 0.516F, 0)},
+        {"more inliers", resultOf(0.01F, 0.8F, 0.02F, 0.505F, 110)},
+        {"smaller overlap within the tolerance", resultOf(0.01F, 0.8F, 0.02F, 0.49F, 105)},
     };
-    for (const auto& [name, change] : better) {
-        ICPResult a = typical();
-        const ICPResult b = typical();
-        change(a);
-        EXPECT_TRUE(a < b) << name;
-        EXPECT_TRUE(b > a) << name;
-        EXPECT_FALSE(b < a) << name;
-        EXPECT_FALSE(a > b) << name;
+    for (const auto& [name, result] : better) {
+        EXPECT_TRUE(result < typical && typical > result) << name;
+        EXPECT_FALSE(typical < result || result > typical) << name;
     }
-    EXPECT_FALSE(typical() < typical());
-    EXPECT_FALSE(typical() > typical());
-    EXPECT_FALSE(ICPResult() < ICPResult());
+    EXPECT_FALSE(typical < typical || typical > typical || ICPResult() < ICPResult());
 }
 
 } // namespace

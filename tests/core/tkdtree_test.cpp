@@ -193,15 +193,6 @@ TEST(TKdTree, BallGivesTreeOrder)
     EXPECT_TRUE(std::is_sorted(positions.begin(), positions.end()));
 }
 
-TEST(TKdTree, CopiesStandAlone)
-{
-    const auto cloud = support::HardClouds().front();
-    auto original = std::make_unique<Tree>(cloud.points.data(), cloud.points.size());
-    const Tree copy = *original;
-    original.reset();
-    EXPECT_EQ(nearest(copy, cloud.points[17], 1.0F).index, 17);
-}
-
 TEST(TKdTree, KNearestInHistogramSpaceFindsTheNearest)
 {
     using Row = kdtree::Vector<33>;

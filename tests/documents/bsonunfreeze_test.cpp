@@ -198,16 +198,6 @@ TEST(Unfreeze, StringsWithoutTheirNULAreEmpty)
     }
 }
 
-TEST(Unfreeze, LargePayloadTakesOneBlockOfItsSize)
-{
-    const std::string payload(10000000, 'x');
-    const std::string bytes = Bytes(element("o", object{{"small", 1}, {"b", payload.data(), payload.size()}}));
-    uiLargestAllocation = 0;
-    const object read = object::unfreeze(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
-    EXPECT_LE(uiLargestAllocation, bytes.size());
-    EXPECT_EQ(std::get<1>(read.child("b").as_binary()), payload.size());
-}
-
 TEST(Unfreeze, PartsOfSharedBytesLieInThemAndKeepThem)
 {
     const std::string payload(10000000, 'x');

@@ -248,24 +248,16 @@ TEST(OBJParser, SplitsTheMeshByMaterial)
     }
 }
 
-/// The test files of a public parser, by what is said of each, up to the name in it.
-const std::map<std::wstring, std::string> refusedFiles{
-    {L"invalid vertex index", "cornell_box cornell_box_multimaterial invalid-relative-texture-index "
-                              "invalid-relative-vertex-index issue-140-zero-face-idx no_material "},
-    {L"invalid normal index", "catmark_torus_creases0 smoothing-group-two-squares "},
-    {L"expected token [fp. number], found [identifier].", "test-nan "},
-    {L"usemtl: unknown material", "issue-161-inconsistent-f missing_material_file "},
-    {L"Failed to open MTL file ",
-     "issue-244-mtl-searchpaths mtl filename with whitespace issue46 mtllib-multiple-files-issue-112 "},
-    {L"Error parsing MTL file ",
-     "colorspace-issue-184 issue-138 issue-162-smoothing-group issue-95 issue-95-2 leading-decimal-dot-issue-201 "
-     "leading-zero-in-exponent-notation-issue-210 map-bump norm-texopt pbr-mat-ext refl "
-     "texture-filename-with-whitespace texture-options-issue-85 tr-and-d-issue-43 "}};
+/// How many test files of a public parser are refused for each reason.
+const std::map<std::wstring, int> refusedFiles{
+    {L"invalid vertex index", 6},     {L"invalid normal index", 2},
+    {L"usemtl: unknown material", 2}, {L"expected token [fp. number], found [identifier].", 1},
+    {L"Failed to open MTL file ", 3}, {L"Error parsing MTL file ", 14}};
 
 std::wstring kindOf(const std::wstring& outcome)
 {
     const std::wstring message = outcome.substr(outcome.find(L' ') + 1);
-    for (const auto& [kind, files] : refusedFiles)
+    for (const auto& [kind, count] : refusedFiles)
         if (message.starts_with(kind)) return kind;
     return message;
 }
@@ -279,12 +271,12 @@ TEST(OBJParser, ReadsOrRefusesRealFiles)
         if (entry.path().extension() == ".obj") files.insert(entry.path().parent_path() / entry.path().stem());
 
     const support::LogCapture quiet;
-    std::map<std::wstring, std::string> refused;
+    std::map<std::wstring, int> refused;
     std::size_t faces = 0;
     for (const auto& file : files) {
         COBJParser parser(file.string() + ".obj");
         const std::wstring outcome = outcomeOf(parser);
-        if (!outcome.empty()) refused[kindOf(outcome)] += file.stem().string() + " ";
+        if (!outcome.empty()) ++refused[kindOf(outcome)];
         if (outcome.empty()) faces += parser.GetFaces().size();
         EXPECT_LE(parser.GetGrapheneMesh(false).GetNumFaces(), parser.GetFaces().size());
     }

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include "zorvan/exchange/cobjparser.h"
 #include "zorvan/exchange/cobjwriter.h"
 
 #include "textfile.h"
@@ -75,17 +74,6 @@ TEST(OBJWriter, WritesTheseBytes)
               "newmtl untextured\nKa 0 0 0\nKd 1 0 0\nKs 1 1 1\nsharpness 33\n\n");
     EXPECT_EQ(out.writer.GetAtlasBitmapFilename("textured"), (out / "m_textured.png").string());
     EXPECT_EQ(out.writer.GetAtlasBitmapFilename("other"), "");
-}
-
-TEST(OBJWriter, SharesOneCoordinateAmongFacesWithoutTexture)
-{
-    const Surface_mesh mesh = folded();
-    Written out(mesh);
-    ASSERT_TRUE(out.writer.Write());
-    const std::string text = out.Read("m.obj");
-    EXPECT_EQ(text.substr(text.find("usemtl")),
-              "usemtl textured\nusemtl untextured\nvt 0 1\nf 1/1 2/1 3/1\nf 1/1 4/1 2/1\n");
-    EXPECT_NE(out.Read("m.mtl").find("Kd 1 0.917647 0.560784\n"), std::string::npos) << "the colour by default";
 }
 
 TEST(OBJWriter, LeavesOutDeletedElements)
@@ -177,43 +165,6 @@ struct Sheet
 
 /// Six digits were written.
 bool isSame(float a, float b) { return std::abs(a - b) <= 5.1e-6F * std::abs(a) + 1e-9F; }
-
-TEST(OBJWriter, IsReadBackByOurselves)
-{
-    const Sheet sheet(40);
-    Written out(sheet.mesh, Sheet::IsTextured, Sheet::At);
-    ASSERT_TRUE(out.writer.Write());
-    COBJParser parser(out.writer.GetOBJFilename());
-    parser.Parse();
-    const Surface_mesh& read = parser.GetGrapheneMesh(false);
-    ASSERT_EQ(read.GetNumVertices(), sheet.mesh.GetNumVertices());
-    ASSERT_EQ(read.GetNumFaces(), sheet.mesh.GetNumFaces());
-    EXPECT_EQ(parser.GetNormals().size(), sheet.mesh.GetNumVertices());
-    for (const auto v : read.GetVertices())
-        for (int i = 0; i < 3; ++i) ASSERT_TRUE(isSame(read.GetPosition(v)[i], sheet.mesh.GetPosition(v)[i]));
-
-    // Textured faces stand first in the file.
-    std::vector<Surface_mesh::Face> order;
-    for (const bool wanted : {true, false})
-        for (const auto f : sheet.mesh.GetFaces())
-            if (Sheet::IsTextured(f) == wanted) order.push_back(f);
-    const auto coords = read.GetHalfedgeProperty<Coords>("h:texturecoords");
-    for (const auto f : read.GetFaces()) {
-        const auto original = order[f.GetIndex()];
-        const bool isTextured = Sheet::IsTextured(original);
-        EXPECT_EQ(read.GetFaceProperty<int>("f:texture")[f], isTextured ? 0 : 1);
-        auto h = sheet.mesh.GetHalfedge(original);
-        read.ForEachHalfedge(f, [&](auto corner) {
-            ASSERT_EQ(read.GetFromVertex(corner), sheet.mesh.GetFromVertex(h));
-            const Coords uv = isTextured ? Coords(Sheet::At(h)[0], 1 - Sheet::At(h)[1]) : Coords(0, 1);
-            ASSERT_TRUE(isSame(coords[corner][0], uv[0]) && isSame(coords[corner][1], uv[1]));
-            h = sheet.mesh.GetNext(h);
-        });
-    }
-    ASSERT_EQ(parser.GetNumMeshes(), 2U);
-    EXPECT_EQ(parser.GetMaterials()[0].map_Kd, out.writer.GetAtlasBitmapFilename("textured"));
-    EXPECT_TRUE(isSame(parser.GetMaterials()[1].Kd.y, 234.0F / 255.0F));
-}
 
 TEST(OBJWriter, IsReadBackByAssimp)
 {

@@ -152,18 +152,6 @@ TEST_F(GpuFeatures, AnUpdateKeepsWhatDidNotChange)
     expectSame(gpu, cpu);
 }
 
-TEST_F(GpuFeatures, IrregularPointsEmptyTheSource)
-{
-    auto s = BumpySurface(2000, 10);
-    auto source = makeSource(sharedContext());
-    source.Update(s.points, s.normals, nullptr);
-    s.points[17].y = std::numeric_limits<float>::quiet_NaN();
-    const support::LogCapture log;
-    EXPECT_TRUE(source.Update(s.points, s.normals, nullptr));
-    EXPECT_TRUE(log.Has(L"rejecting update: detected (only) irregular points (Inf/NaN/dupes) ?!"));
-    EXPECT_EQ(source.GetNumPoints(), 0U);
-}
-
 // Points with nobody near: the limit is on how many there are, and this way they cost little.
 Surface lonelyPoints(std::size_t n)
 {

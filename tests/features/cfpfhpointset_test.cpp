@@ -9,8 +9,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <limits>
 #include <numbers>
 
@@ -235,21 +233,6 @@ TEST(CFPFHPointSet, IsTooLeanBelowTenFeaturesAVertex)
             EXPECT_EQ(set.IsTooLean(config), samples == 31 || vertices == 4);
         }
     }
-}
-
-TEST(CFPFHPointSet, WritesItsFeaturePoints)
-{
-    const Vectors points = {{1, 2, 3.5F}};
-    const CFPFHPointSet set(points, {{0, 0, 1}}, points, {{0, 0, 1}}, {CPointFeatureHistogram::Plane()});
-    const auto file = std::filesystem::path(testing::TempDir()) / "features.xyzn";
-    for (const auto& [color, line] :
-         {std::pair(0xFFFFFFFFU, "1 2 3.5 0 0 1"), std::pair(0x00FF0000U, "1 2 3.5 0 0 1 255 0 0")}) {
-        set.SaveFeaturePointsXYZN(file.string(), color);
-        std::string text;
-        std::getline(std::ifstream(file), text);
-        EXPECT_EQ(text, line);
-    }
-    EXPECT_THROW(set.SaveFeaturePointsXYZN("", 0), std::invalid_argument);
 }
 
 } // namespace

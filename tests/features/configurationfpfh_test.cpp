@@ -12,21 +12,16 @@
 
 using prereg::ConfigurationFPFH;
 
+// Which of them are lengths is said by their units, below.
 TEST(ConfigurationFPFH, ScalesLengthsAndLeavesAllElse)
 {
-    ConfigurationFPFH expected;
-    expected.dMaxPolygonVertexError = 2.0;
-    expected.dFeatureRadius = 3.0;
-    expected.dGridSize = 0.6;
-    expected.dFeatureGridSize = 0.6;
-    expected.dTrafoPositionClusteringBandwidth = 10.0;
-    expected.icpConfig = expected.icpConfig.Scale(2.0);
-    EXPECT_EQ(ConfigurationFPFH().Scale(2.0), expected);
-    EXPECT_NE(ConfigurationFPFH().Scale(2.0).icpConfig, ConfigurationFPFH().icpConfig);
-
-    ConfigurationFPFH ball;
-    ball.dMaxPolygonDiameter = 4.0;
-    EXPECT_EQ(ball.Scale(0.5).dMaxPolygonDiameter, 2.0);
+    ConfigurationFPFH config;
+    const ConfigurationFPFH twice = config.Scale(2.0);
+    EXPECT_EQ(twice.dFeatureRadius, 3.0);
+    EXPECT_EQ(twice.icpConfig, config.icpConfig.Scale(2.0));
+    EXPECT_EQ(twice.dMaxPolygonDiameter, config.dMaxPolygonDiameter) << "below 0 it is no length";
+    config.dMaxPolygonDiameter = 4.0;
+    EXPECT_EQ(config.Scale(0.5).dMaxPolygonDiameter, 2.0);
 }
 
 TEST(ConfigurationFPFH, SaysWhatIsWrong)

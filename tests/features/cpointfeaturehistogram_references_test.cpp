@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "zorvan/features/cfpfhdatasource.h"
 #include "zorvan/features/cpointfeaturehistogram.h"
 #include "zorvan/features/cpointfeaturehistogram_referencetables.h"
 
-#include "tests/support/clouds.h"
 #include "tests/support/logcapture.h"
 
 #include <gmock/gmock.h>
@@ -175,39 +173,6 @@ TEST(FeatureReferences, WarnOfWhatTheyWereNotMadeFor)
     EXPECT_THAT(warningsOf(cylinderOf, 2.0, 1.5, static_cast<double>(0.3F)), ElementsAre(grid));
     EXPECT_THAT(warningsOf(sphereOf, 0.79, 1.5, 0.3), ElementsAre(ball));
     EXPECT_THAT(warningsOf(cylinderOf, 5.21, 0, 0), ElementsAre(tube, grid, feature));
-}
-
-CPointFeatureHistogram measuredSphere(float radius)
-{
-    std::mt19937 rng(47110815);
-    std::vector<support::Vector3> points;
-    std::vector<support::Vector3> normals;
-    for (int i = 0; i < static_cast<int>(2800 * radius * radius); ++i) { // 20 a cell
-        normals.push_back(support::RandomDirection(rng));
-        points.push_back(normals.back() * radius);
-    }
-    prereg::CFPFHDataSource source(1.5, 0.3, 0.3, 1, nullptr);
-    source.Load(points, normals, nullptr);
-    const auto [features, n] = source.GetFeatures();
-    CPointFeatureHistogram mean;
-    for (const auto& feature : std::span(features, n)) mean += feature;
-    mean.Normalize();
-    return mean;
-}
-
-// measure_shapes compare: 0.036 at most, 0.013 from 1.53 mm and 0.003 from 2.2 mm on.
-TEST(FeatureReferences, AreNearAMeasuredSphere)
-{
-    struct Case
-    {
-        float radius;
-        float maxDistance;
-    };
-    for (const auto& [radius, maxDistance] : {Case{0.9F, 0.04F}, {1.25F, 0.04F}, {1.75F, 0.013F}, {2.5F, 0.005F}}) {
-        const CPointFeatureHistogram measured = measuredSphere(radius);
-        EXPECT_LT(measured.SquaredEuclideanDistance(sphere(static_cast<double>(radius))), maxDistance) << radius;
-        EXPECT_GT(measured.SquaredEuclideanDistance(sphere(static_cast<double>(radius) * 1.2)), 0.05F) << radius;
-    }
 }
 
 } // namespace

@@ -74,17 +74,6 @@ TEST(CPointFeatureHistogram, CountsAPairWhereItBelongs)
     }
 }
 
-TEST(CPointFeatureHistogram, KnowsThePlane)
-{
-    auto h = histogramOf({}, {0, 0, 1}, {1, 2, 0}, {0, 0, 1});
-    h += histogramOf({}, {0, 0, 1}, {-1, 2, 0}, {0, 0, 1});
-    h.Normalize();
-    EXPECT_EQ(h, CPointFeatureHistogram::Plane());
-    EXPECT_EQ(h.SquaredEuclideanDistanceToPlane(), 0.0F);
-    EXPECT_EQ(CPointFeatureHistogram::Plane().PopCount(), 3U);
-    EXPECT_EQ(CPointFeatureHistogram().PopCount(), 0U);
-}
-
 TEST(CPointFeatureHistogram, ArithmeticAgreesWithPlainLoops)
 {
     std::mt19937 rng(1);

@@ -45,20 +45,6 @@ TEST(JacobiIteration, DecomposesRandomMatrices)
     }
 }
 
-TEST(JacobiIteration, LeavesADiagonalMatrixAlone)
-{
-    double a[] = {3, 0, 1, 0, 0, 2};
-    double values[3];
-    double vectors[9];
-    double work[6];
-    JacobiIteration(a, values, vectors, 3, 20, work);
-    EXPECT_THAT(values, ElementsAre(3, 1, 2));
-    EXPECT_THAT(vectors, ElementsAre(1, 0, 0, 0, 1, 0, 0, 0, 1));
-    SortEigenV(values, vectors, 3, false);
-    EXPECT_THAT(values, ElementsAre(3, 2, 1));
-    EXPECT_THAT(vectors, ElementsAre(1, 0, 0, 0, 0, 1, 0, 1, 0));
-}
-
 struct Fit
 {
     double q[4] = {7, 7, 7, 7};
@@ -101,16 +87,6 @@ TEST(Procrustes, SaysWhenTheRotationIsOpen)
     const double same[] = {1, 2, 3, 1, 2, 3, 1, 2, 3};
     Fit fit;
     EXPECT_FALSE(Procrustes(same, same, nullptr, fit.q, fit.R, fit.t, 3));
-}
-
-TEST(Orthonormalize, GivesTheNearestRotation)
-{
-    // A turn by 0.3 about z with its columns stretched.
-    double M[3][3] = {{2 * std::cos(0.3), -std::sin(0.3), 0}, {2 * std::sin(0.3), std::cos(0.3), 0}, {0, 0, 5}};
-    ASSERT_TRUE(Orthonormalize(M));
-    EXPECT_NEAR(M[0][0], std::cos(0.3), 1e-12);
-    EXPECT_NEAR(M[1][0], std::sin(0.3), 1e-12);
-    EXPECT_NEAR(M[2][2], 1, 1e-12);
 }
 
 std::array<double, 3> rotated(const double* angles, const double* p)
@@ -256,16 +232,6 @@ TEST(PropagateTrafoErrors, AgreesWithDrawnSamples)
     }
     for (int i = 0; i < 3; ++i) EXPECT_NEAR(variances[i], squares[i], 0.02 * squares[i]);
     EXPECT_NEAR(full[3], mixed, 0.02 * squares[0]);
-}
-
-TEST(Dump, PrintsRowsInTheWellKnownForm)
-{
-    const double a[] = {1, 2.5, 3};
-    testing::internal::CaptureStdout();
-    DumpLowerTri(a, 2);
-    DumpFull(a, 1, 3, RowMajor);
-    DumpFull(a, 3, 1, ColumnMajor);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), " 1 2.5;\n 2.5 3;\n 1 2.5 3;\n 1;\n 2.5;\n 3;\n");
 }
 
 } // namespace

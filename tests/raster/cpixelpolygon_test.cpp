@@ -66,15 +66,6 @@ TEST(CPixelPolygon, FindsTheRegionsOfRandomMasks)
     for (int i = 0; i < 3000 && !testing::Test::HasFatalFailure(); ++i) expectRegionsOf(RandomMask(engine));
 }
 
-TEST(CPixelPolygon, FindsTheRegionsOfAllSmallMasks)
-{
-    for (unsigned int bits = 0; bits < 1U << 16 && !testing::Test::HasFatalFailure(); bits += 1 + bits % 5) {
-        Mask mask(4, 4);
-        for (int i = 0; i < 16; ++i) mask.At(i % 4, i / 4) = static_cast<unsigned char>(bits >> i & 1);
-        expectRegionsOf(mask);
-    }
-}
-
 /// The first region of a random mask, somewhere.
 CPixelPolygon randomRegion(std::mt19937& engine)
 {

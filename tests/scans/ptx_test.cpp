@@ -57,22 +57,21 @@ TEST(Ptx, NoticesEveryMissingByte)
         EXPECT_THROW(static_cast<void>(Zorvan::ReadPtx(ptx.substr(0, length), "a.ptx")), Zorvan::CInputError) << length;
 }
 
-std::string messageOf(const std::string& bytes)
+std::string messageOfPts(const std::string& bytes)
 {
-    try {
-        static_cast<void>(bytes.starts_with("ptx") ? Zorvan::ReadPtx(bytes.substr(3), "a").front()
-                                                   : Zorvan::ReadPts(bytes, "a"));
-    } catch (const Zorvan::CInputError& error) {
-        return error.what();
-    }
-    return "no error";
+    return RefusalOf([&] { return Zorvan::ReadPts(bytes, "a"); });
+}
+
+std::string messageOfPtx(const std::string& bytes)
+{
+    return RefusalOf([&] { return Zorvan::ReadPtx(bytes, "a"); });
 }
 
 TEST(Ptx, RefusesDamageWithPlaceAndAdvice)
 {
     const auto with = [](const std::string& from, const std::string& to) {
-        std::string bytes = "ptx" + ptx;
-        return messageOf(bytes.replace(bytes.find(from), from.size(), to));
+        std::string bytes = ptx;
+        return messageOfPtx(bytes.replace(bytes.find(from), from.size(), to));
     };
     EXPECT_EQ(with("2\n3\n", "2\n2147483647\n"),
               "a: line 10: truncated: 2 columns of 2147483647 points are promised, and "
@@ -83,7 +82,7 @@ TEST(Ptx, RefusesDamageWithPlaceAndAdvice)
     EXPECT_THAT(with("0 1 0 0", "0 2 0 0"), testing::HasSubstr("no rotation (within 0.001); export the scan without"));
     EXPECT_THAT(with("5 1 0 0.5 4", "5 1 0 0.5"), testing::HasSubstr("line 12: 6 numbers, and the first point has 7"));
     EXPECT_THAT(with("5 1 0 0.5", "5 1 0 0,5"), testing::HasSubstr("line 12: \"0,5\" is not a number"));
-    EXPECT_THAT(messageOf("ptx0\n0\n0 0 0\n1 0 0\n0 1 0\n0 0 1\n1 0 0 0\n0 1 0 0\n0 0 1 0\n0 0 0 1\n"),
+    EXPECT_THAT(messageOfPtx("0\n0\n0 0 0\n1 0 0\n0 1 0\n0 0 1\n1 0 0 0\n0 1 0 0\n0 0 1 0\n0 0 0 1\n"),
                 testing::HasSubstr("holds no point"));
 }
 
@@ -104,11 +103,11 @@ TEST(Pts, HasIntensityColourBothOrNone)
         EXPECT_EQ(scan.intensities.size(), c.intensities) << c.bytes;
         EXPECT_EQ(scan.colours, std::vector<Zorvan::Rgb>(c.colours, {10, 20, 30})) << c.bytes;
     }
-    EXPECT_THAT(messageOf("3\n1 2 3\n4 5 6\n"), testing::HasSubstr("line 3: truncated"));
-    EXPECT_THAT(messageOf("1\n1 2 3\n4 5 6\n"), testing::HasSubstr("line 3: a count"));
-    EXPECT_THAT(messageOf("2147483647\n1 2 3"), testing::HasSubstr("line 2: truncated"));
-    EXPECT_THAT(messageOf("1\n1 2\n"), testing::HasSubstr("line 2: 2 numbers where 3 are wanted"));
-    EXPECT_THAT(messageOf("0\n"), testing::HasSubstr("holds no point"));
+    EXPECT_THAT(messageOfPts("3\n1 2 3\n4 5 6\n"), testing::HasSubstr("line 3: truncated"));
+    EXPECT_THAT(messageOfPts("1\n1 2 3\n4 5 6\n"), testing::HasSubstr("line 3: a count"));
+    EXPECT_THAT(messageOfPts("2147483647\n1 2 3"), testing::HasSubstr("line 2: truncated"));
+    EXPECT_THAT(messageOfPts("1\n1 2\n"), testing::HasSubstr("line 2: 2 numbers where 3 are wanted"));
+    EXPECT_THAT(messageOfPts("0\n"), testing::HasSubstr("holds no point"));
 }
 
 } // namespace

@@ -145,15 +145,6 @@ TEST_P(PlyFormats, NoticeEveryMissingByte)
     }
 }
 
-TEST(ScanWriter, IsReadBackBitForBit)
-{
-    const TemporaryFolder folder;
-    Scan scan = sample;
-    scan.points[1] = {0.1F, std::nextafter(1.0F, 2.0F), -std::numeric_limits<float>::max()};
-    Zorvan::WritePly(folder / "a.ply", scan);
-    expectSame(Zorvan::ReadScanFile(folder / "a.ply"), scan);
-}
-
 TEST(ScanWriter, KeepsColoursAndIntensitiesWithoutMakingAResultOfTheScan)
 {
     const TemporaryFolder folder;

@@ -4,6 +4,7 @@
 #include "zorvan/core/vector.h"
 #include "zorvan/scans/farcoordinates.h"
 #include "zorvan/scans/framepose.h"
+#include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/scan.h"
 #include "zorvan/scans/vectors.h"
 
@@ -13,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <random>
+#include <string>
 
 /// Points on a bent sheet, 100 wide, with every attribute; `origin` far away makes it one at coordinates of a map.
 inline Zorvan::Scan SampleScan(const Zorvan::Position& origin = {}, std::size_t count = 200)
@@ -59,4 +61,16 @@ inline void ExpectSameScan(const Zorvan::Scan& read, const Zorvan::Scan& written
     EXPECT_EQ(read.normals, written.normals);
     EXPECT_EQ(read.colours, written.colours);
     EXPECT_EQ(read.intensities, written.intensities);
+}
+
+/// What a reader says against its input.
+template <typename Read>
+std::string RefusalOf(const Read& read)
+{
+    try {
+        static_cast<void>(read());
+    } catch (const Zorvan::CInputError& error) {
+        return error.what();
+    }
+    return "no error";
 }

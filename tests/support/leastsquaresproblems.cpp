@@ -189,111 +189,77 @@ std::vector<LeastSquaresProblem> curveProblems()
 
 using Table = std::vector<std::vector<double>>;
 
-/// The models of NIST: the response of one row, y first, then the predictors.
-template <typename Model>
-void setModel(LeastSquaresProblem& problem, Table table, const Model& model)
+/// A model of NIST: the response of one row, y first, then the predictor.
+template <auto Model>
+void setModel(LeastSquaresProblem& problem, Table table)
 {
-    setError(problem, [table = std::move(table), model](const auto& b, int i) {
+    setError(problem, [table = std::move(table)](const auto& b, int i) {
         const auto& row = table[static_cast<std::size_t>(i)];
-        return model(b, row[1]) - row[0];
+        return Model(b, row[1]) - row[0];
     });
 }
 
-template <typename B>
-auto twoBells(const B& b, double x)
-{
+constexpr auto saturation = [](const auto& b, double x) { return b(0) * (1.0 - exp(-b(1) * x)); };
+
+constexpr auto decayByLine = [](const auto& b, double x) { return exp(-b(0) * x) / (b(1) + b(2) * x); };
+
+constexpr auto threeDecays = [](const auto& b, double x) {
+    return b(0) * exp(-b(1) * x) + b(2) * exp(-b(3) * x) + b(4) * exp(-b(5) * x);
+};
+
+constexpr auto twoBells = [](const auto& b, double x) {
     const auto u = (x - b(3)) / b(4);
     const auto v = (x - b(6)) / b(7);
     return b(0) * exp(-b(1) * x) + b(2) * exp(-u * u) + b(5) * exp(-v * v);
-}
+};
 
-template <typename B>
-auto seasons(const B& b, double x)
-{
+constexpr auto oneBell = [](const auto& b, double x) {
+    const auto z = (x - b(2)) / b(1);
+    return b(0) / b(1) * exp(-0.5 * z * z);
+};
+
+constexpr auto seasons = [](const auto& b, double x) {
     constexpr double turn = 2.0 * std::numbers::pi;
     return b(0) + b(1) * std::cos(turn * x / 12.0) + b(2) * std::sin(turn * x / 12.0) + b(4) * cos(turn * x / b(3)) +
            b(5) * sin(turn * x / b(3)) + b(7) * cos(turn * x / b(6)) + b(8) * sin(turn * x / b(6));
-}
+};
 
-template <typename B>
-auto cubicByCubic(const B& b, double x)
-{
+constexpr auto cubicByCubic = [](const auto& b, double x) {
     return (b(0) + x * (b(1) + x * (b(2) + x * b(3)))) / (1.0 + x * (b(4) + x * (b(5) + x * b(6))));
-}
+};
 
-void setRationalModel(LeastSquaresProblem& problem, Table table)
-{
-    const std::string& name = problem.name;
-    if (name == "Hahn1" || name == "Thurber")
-        setModel(problem, std::move(table), [](const auto& b, double x) { return cubicByCubic(b, x); });
-    else if (name == "Kirby2")
-        setModel(problem, std::move(table), [](const auto& b, double x) {
-            return (b(0) + x * (b(1) + x * b(2))) / (1.0 + x * (b(3) + x * b(4)));
-        });
-    else if (name == "MGH09")
-        setModel(problem, std::move(table),
-                 [](const auto& b, double x) { return b(0) * (x * x + x * b(1)) / (x * x + x * b(2) + b(3)); });
-    else if (name == "Misra1d")
-        setModel(problem, std::move(table), [](const auto& b, double x) { return b(0) * b(1) * x / (1.0 + b(1) * x); });
-    else
-        throw std::runtime_error("no model for " + name);
-}
+constexpr auto squareBySquare = [](const auto& b, double x) {
+    return (b(0) + x * (b(1) + x * b(2))) / (1.0 + x * (b(3) + x * b(4)));
+};
 
-void setPowerModel(LeastSquaresProblem& problem, Table table)
-{
-    const std::string& name = problem.name;
-    if (name == "Misra1b")
-        setModel(problem, std::move(table),
-                 [](const auto& b, double x) { return b(0) * (1.0 - pow(1.0 + b(1) * x / 2.0, -2.0)); });
-    else if (name == "Misra1c")
-        setModel(problem, std::move(table),
-                 [](const auto& b, double x) { return b(0) * (1.0 - pow(1.0 + 2.0 * b(1) * x, -0.5)); });
-    else if (name == "DanWood")
-        setModel(problem, std::move(table), [](const auto& b, double x) { return b(0) * pow(x, b(1)); });
-    else if (name == "Bennett5")
-        setModel(problem, std::move(table), [](const auto& b, double x) { return b(0) * pow(b(1) + x, -1.0 / b(2)); });
-    else if (name == "Roszman1")
-        setModel(problem, std::move(table), [](const auto& b, double x) {
-            return b(0) - b(1) * x - std::atan(b(2) / (x - b(3))) / std::numbers::pi;
-        });
-    else if (name == "ENSO")
-        setModel(problem, std::move(table), [](const auto& b, double x) { return seasons(b, x); });
-    else
-        setRationalModel(problem, std::move(table));
-}
+constexpr auto arcTangent = [](const auto& b, double x) {
+    return b(0) - b(1) * x - std::atan(b(2) / (x - b(3))) / std::numbers::pi;
+};
 
-void setExponentialModel(LeastSquaresProblem& problem, Table table)
-{
-    const std::string& name = problem.name;
-    if (name == "Misra1a" || name == "BoxBOD")
-        setModel(problem, std::move(table), [](const auto& b, double x) { return b(0) * (1.0 - exp(-b(1) * x)); });
-    else if (name.starts_with("Chwirut"))
-        setModel(problem, std::move(table), [](const auto& b, double x) { return exp(-b(0) * x) / (b(1) + b(2) * x); });
-    else if (name.starts_with("Lanczos"))
-        setModel(problem, std::move(table), [](const auto& b, double x) {
-            return b(0) * exp(-b(1) * x) + b(2) * exp(-b(3) * x) + b(4) * exp(-b(5) * x);
-        });
-    else if (name.starts_with("Gauss"))
-        setModel(problem, std::move(table), [](const auto& b, double x) { return twoBells(b, x); });
-    else if (name == "MGH10")
-        setModel(problem, std::move(table), [](const auto& b, double x) { return b(0) * exp(b(1) / (x + b(2))); });
-    else if (name == "MGH17")
-        setModel(problem, std::move(table),
-                 [](const auto& b, double x) { return b(0) + b(1) * exp(-x * b(3)) + b(2) * exp(-x * b(4)); });
-    else if (name == "Rat42")
-        setModel(problem, std::move(table),
-                 [](const auto& b, double x) { return b(0) / (1.0 + exp(b(1) - b(2) * x)); });
-    else if (name == "Rat43")
-        setModel(problem, std::move(table),
-                 [](const auto& b, double x) { return b(0) / pow(1.0 + exp(b(1) - b(2) * x), 1.0 / b(3)); });
-    else if (name == "Eckerle4")
-        setModel(problem, std::move(table), [](const auto& b, double x) {
-            const auto z = (x - b(2)) / b(1);
-            return b(0) / b(1) * exp(-0.5 * z * z);
-        });
-    else
-        setPowerModel(problem, std::move(table));
-}
+/// By the letters in which the names of the sets begin.
+const std::pair<const char*, void (*)(LeastSquaresProblem&, Table)> models[] = {
+    {"Misra1a", setModel<saturation>},
+    {"BoxBOD", setModel<saturation>},
+    {"Chwirut", setModel<decayByLine>},
+    {"Lanczos", setModel<threeDecays>},
+    {"Gauss", setModel<twoBells>},
+    {"Eckerle4", setModel<oneBell>},
+    {"ENSO", setModel<seasons>},
+    {"Hahn1", setModel<cubicByCubic>},
+    {"Thurber", setModel<cubicByCubic>},
+    {"Kirby2", setModel<squareBySquare>},
+    {"Roszman1", setModel<arcTangent>},
+    {"MGH09", setModel<[](const auto& b, double x) { return b(0) * (x * x + x * b(1)) / (x * x + x * b(2) + b(3)); }>},
+    {"MGH10", setModel<[](const auto& b, double x) { return b(0) * exp(b(1) / (x + b(2))); }>},
+    {"MGH17", setModel<[](const auto& b, double x) { return b(0) + b(1) * exp(-x * b(3)) + b(2) * exp(-x * b(4)); }>},
+    {"Rat42", setModel<[](const auto& b, double x) { return b(0) / (1.0 + exp(b(1) - b(2) * x)); }>},
+    {"Rat43", setModel<[](const auto& b, double x) { return b(0) / pow(1.0 + exp(b(1) - b(2) * x), 1.0 / b(3)); }>},
+    {"Misra1b", setModel<[](const auto& b, double x) { return b(0) * (1.0 - pow(1.0 + b(1) * x / 2.0, -2.0)); }>},
+    {"Misra1c", setModel<[](const auto& b, double x) { return b(0) * (1.0 - pow(1.0 + 2.0 * b(1) * x, -0.5)); }>},
+    {"Misra1d", setModel<[](const auto& b, double x) { return b(0) * b(1) * x / (1.0 + b(1) * x); }>},
+    {"DanWood", setModel<[](const auto& b, double x) { return b(0) * pow(x, b(1)); }>},
+    {"Bennett5", setModel<[](const auto& b, double x) { return b(0) * pow(b(1) + x, -1.0 / b(2)); }>},
+};
 
 /// The one set with two predictors, and the logarithm of its response.
 void setNelson(LeastSquaresProblem& problem, Table table)
@@ -351,10 +317,14 @@ LeastSquaresProblem readNist(const std::filesystem::path& file)
     if (problem.name == "Roszman1") problem.minimum(0) = 0.20196866396;
     Table table = readTable(text);
     problem.numMeasurements = static_cast<int>(table.size());
-    if (problem.name == "Nelson")
+    if (problem.name == "Nelson") {
         setNelson(problem, std::move(table));
-    else
-        setExponentialModel(problem, std::move(table));
+        return problem;
+    }
+    const auto* const model = std::find_if(std::begin(models), std::end(models),
+                                           [&](const auto& m) { return problem.name.starts_with(m.first); });
+    if (model == std::end(models)) throw std::runtime_error("no model for " + problem.name);
+    model->second(problem, std::move(table));
     return problem;
 }
 

@@ -53,16 +53,6 @@ TEST_F(Models, HoldAScanOfThePart)
     EXPECT_EQ(corners.find("is a model"), std::string::npos) << corners;
 }
 
-TEST_F(Models, AreTheSameToAHost)
-{
-    ASSERT_EQ(folder->Run("align bracket/view02.ply bracket/object.stl --all -o program.json").exitCode, 0);
-    const auto scan = Zorvan::ReadScan(*folder / "bracket/view02.ply");
-    const auto model = Zorvan::ReadScan(*folder / "bracket/object.stl");
-    const auto result = prereg::Align(scan, model);
-    Zorvan::WritePoses(*folder / "library.json", prereg::ToPoses(result, scan, model, 1.0, true));
-    EXPECT_EQ(folder->Read("library.json"), folder->Read("program.json"));
-}
-
 TEST_F(Models, AreNoScans)
 {
     const std::string files = "bracket/view01.ply bracket/view02.ply";

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
-#include <algorithm>
 #include <cmath>
 #include <string>
 
@@ -151,10 +150,7 @@ TEST(Pictures, RefuseWhatIsNoPicture)
     };
     for (const auto& [name, bytes, words] : cases) {
         folder.Write(name, bytes);
-        const auto outcome = folder.Run("outline " + name + " -o out.svg");
-        EXPECT_EQ(outcome.exitCode, 2) << name;
-        EXPECT_NE(outcome.err.find(words), std::string::npos) << outcome.err;
-        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+        ExpectRefused(folder.Run("outline " + name + " -o out.svg"), words);
     }
     EXPECT_FALSE(std::filesystem::exists(folder / "out.svg"));
 }
@@ -177,11 +173,7 @@ TEST(Pictures, RefuseCallsThatWouldLoseAnInput)
         {"outline mask.png -o out.svg --dilate -1", "--dilate"},
         {"outline mask.png -o out.svg --dilate 10001", "--dilate"},
     };
-    for (const auto& [call, words] : calls) {
-        const auto outcome = folder.Run(call);
-        EXPECT_EQ(outcome.exitCode, 2) << call;
-        EXPECT_NE(outcome.err.find(words), std::string::npos) << outcome.err;
-    }
+    for (const auto& [call, words] : calls) ExpectRefused(folder.Run(call), words);
     EXPECT_EQ(folder.Read("mask.png"), before);
     EXPECT_EQ(folder.Read("c.curve"), "(time 0)");
     EXPECT_FALSE(std::filesystem::exists(folder / "out.png") || std::filesystem::exists(folder / "out.svg"));

@@ -6,7 +6,6 @@
 #include "zorvan/scans/scanreader.h"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include <cstdlib>
 #include <sstream>
@@ -63,40 +62,6 @@ TEST(Simulate, TablesOverlapAsTheScansAndTheTruthHaveIt)
         }
     }
     EXPECT_GT(most, 0.3);
-}
-
-TEST(Simulate, WritesTheMotionsThatKeepTheObjectInTheFrameOfTheTruth)
-{
-    const WorkFolder folder;
-    ASSERT_EQ(folder.Run("simulate -o out --object gear --views 8 --spacing 0.6 --seed 17 --quiet").exitCode, 0);
-    const Views views = readViews(folder, "out", 8);
-    prereg::Vectors whole;
-    for (std::size_t view = 0; view < 8; ++view)
-        for (const auto& p : views.scans[view]) whole.push_back(views.poses[view] * p);
-    const auto object = nlohmann::json::parse(folder.Read("out/object.json"));
-    ASSERT_EQ(object["symmetries"].size(), 17U);
-    for (const auto& rows : object["symmetries"]) {
-        const auto row = [&](int i) { return kdtree::Vector<3>(rows[i][0], rows[i][1], rows[i][2]); };
-        const prereg::CTrafo symmetry(row(0), row(1), row(2), {rows[0][3], rows[1][3], rows[2][3]});
-        const auto table = tools::OverlapTable({whole, whole}, {symmetry, {}}, 1.2, 1);
-        EXPECT_GT(table[0][1], 0.97);
-    }
-}
-
-TEST(Simulate, WritesWhatIsAskedForAndNoMore)
-{
-    const WorkFolder folder;
-    ASSERT_EQ(folder.Run("simulate -o plain --views 2 --points 2000 --quiet").exitCode, 0);
-    EXPECT_FALSE(std::filesystem::exists(folder / "plain/overlap.csv"));
-    ASSERT_EQ(folder.Run("simulate -o more --views 2 --points 2000 --overlap --quiet").exitCode, 0);
-    EXPECT_TRUE(std::filesystem::exists(folder / "more/overlap.csv"));
-    EXPECT_EQ(folder.Read("more/view01.ply"), folder.Read("plain/view01.ply"));
-    const auto hasFaces = [&](const std::string& options) {
-        EXPECT_EQ(folder.Run("simulate -o s --object steps --views 1 --spacing 1 --quiet" + options).exitCode, 0);
-        return folder.Read("s/view00.ply").find("element face") != std::string::npos;
-    };
-    EXPECT_FALSE(hasFaces(""));
-    EXPECT_TRUE(hasFaces(" --triangles"));
 }
 
 } // namespace

@@ -3,9 +3,11 @@
 
 #include "tests/support/temporaryfolder.h"
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -98,3 +100,11 @@ private:
         return "cd " + Path().string() + " && " + how + ZORVAN_PROGRAM + " " + arguments + " " + redirection;
     }
 };
+
+/// Ended in one line that holds the words.
+inline void ExpectRefused(const WorkFolder::Outcome& outcome, const std::string& words)
+{
+    EXPECT_EQ(outcome.exitCode, 2) << words << '\n' << outcome.out;
+    EXPECT_NE(outcome.err.find(words), std::string::npos) << outcome.err << "not " << words;
+    EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+}

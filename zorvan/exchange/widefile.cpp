@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/exchange/widefile.h"
 
+#include "zorvan/util/direntries.h"
+
 #include <algorithm>
-#include <filesystem>
 #include <string_view>
 
 namespace Zorvan {
@@ -10,8 +11,7 @@ namespace Zorvan {
 CWideFileBuffer::CWideFileBuffer(const std::string& fileName, std::size_t bufferSize)
     : m_bytes(bufferSize), m_characters(bufferSize)
 {
-    std::error_code ignored;
-    if (std::filesystem::is_regular_file(fileName, ignored)) m_file.open(fileName, std::ios::binary);
+    if (IsRegularFile(fileName)) m_file.open(fileName, std::ios::binary);
 }
 
 CWideFileBuffer::int_type CWideFileBuffer::underflow()

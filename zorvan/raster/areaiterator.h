@@ -3,6 +3,7 @@
 
 #include "zorvan/platform/export.h"
 #include "zorvan/raster/chainedpixel.h"
+#include "zorvan/raster/pixelcoords.h"
 
 #include <cstddef>
 #include <memory>
@@ -10,12 +11,6 @@
 #include <vector>
 
 namespace Zorvan {
-
-struct PixelCoords
-{
-    int x;
-    int y;
-};
 
 /// Walks the interior of a region, row by row and from left to right, without its margin.
 ///
@@ -26,14 +21,7 @@ class ZORVAN_API AreaIterator
 {
 public:
     /// Pixels of one row between two of the margin.
-    struct Span
-    {
-        int y;
-        int xStart;
-        int xEnd; ///< inclusive
-
-        [[nodiscard]] bool operator==(const Span&) const = default;
-    };
+    using Span = PixelSpan;
 
     AreaIterator() = default;
     /// @param chain  the margin as a tracer leaves it, closed from its last pixel to its first

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/raster/cpixelpolygon.h"
 
+#include "zorvan/raster/clineraster.h"
 #include "zorvan/raster/pixelmask.h"
 
 #include <algorithm>
@@ -113,30 +114,6 @@ private:
     std::vector<ChainedPixel> m_chain;
 };
 
-/// Bresenham's line.
-void drawThin(int ax, int ay, int bx, int by, const Edge& edge, CChainBuilder& chain)
-{
-    const bool isSteep = std::abs(by - ay) > std::abs(bx - ax);
-    int major = isSteep ? ay : ax;
-    int minor = isSteep ? ax : ay;
-    const int end = isSteep ? by : bx;
-    const std::int64_t length = std::abs(end - major);
-    const std::int64_t rise = std::abs((isSteep ? bx : by) - minor);
-    const int majorStep = end < major ? -1 : 1;
-    const int minorStep = (isSteep ? bx : by) < minor ? -1 : 1;
-
-    std::int64_t error = 2 * rise - length;
-    for (; major != end; major += majorStep) {
-        chain.Add(isSteep ? minor : major, isSteep ? major : minor, edge);
-        if (error >= 0) {
-            minor += minorStep;
-            error -= 2 * length;
-        }
-        error += 2 * rise;
-    }
-    chain.Add(bx, by, edge);
-}
-
 /// Where an edge enters a cell, as a share of its length; infinite when it does not.
 double entryOf(const Point& a, const Point& d, double cellX, double cellY)
 {
@@ -185,16 +162,8 @@ void drawThroughCells(const Point& a, const Point& b, const Edge& edge, CChainBu
     }
 }
 
-struct Limits
-{
-    int xmin;
-    int ymin;
-    int xmax;
-    int ymax;
-};
-
 /// Two pixels at each step along the longer axis, on both sides of the edge.
-void drawWide(const Point& a, const Point& b, const Limits& limits, const Edge& edge, CChainBuilder& chain)
+void drawWide(const Point& a, const Point& b, const PixelRect& limits, const Edge& edge, CChainBuilder& chain)
 {
     const bool isSteep = std::fabs(b.y - a.y) > std::fabs(b.x - a.x);
     const Point from = isSteep ? Point{a.y, a.x} : a;
@@ -268,7 +237,8 @@ CPixelPolygon CPixelPolygon::CreateFromPolygon(const int* x, const int* y, unsig
     vertices.WriteTo(start, direction);
     if (!vertices.CanBeDrawn()) return {};
     auto chain = drawEdges(vertices, [&](int a, int b, CChainBuilder& to) {
-        drawThin(x[a], y[a], x[b], y[b], {a, b, pointOf(vertices, a), pointOf(vertices, b)}, to);
+        const Edge edge{a, b, pointOf(vertices, a), pointOf(vertices, b)};
+        for (const Coords& p : CLineRaster({x[a], y[a]}, {x[b], y[b]})) to.Add(p.x, p.y, edge);
     });
     return CPixelPolygon(std::move(chain), 0, 0.0F).Repair();
 }

@@ -4,6 +4,7 @@
 #include "zorvan/scans/atomicfile.h"
 #include "zorvan/scans/littleendian.h"
 #include "zorvan/scans/vectors.h"
+#include "zorvan/util/direntries.h"
 
 #include <cstdint>
 #include <fstream>
@@ -74,8 +75,7 @@ void WritePly(const std::filesystem::path& file, const Scan& scan, double unitsP
 
 bool IsColouredResult(const std::filesystem::path& file)
 {
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(file, error)) return false; // a pipe would wait for its writer
+    if (!IsRegularFile(file)) return false; // a pipe would wait for its writer
     std::string bytes(sStart.size() + sResult.size(), '\0');
     std::ifstream(file, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     return bytes == sStart + sResult;

@@ -2,12 +2,12 @@
 #include "zorvan/util/astreamparser.h"
 
 #include "zorvan/platform/unicode.h"
+#include "zorvan/util/direntries.h"
 #include "zorvan/util/widetext.h"
 
 #include <algorithm>
 #include <array>
 #include <cwchar>
-#include <filesystem>
 #include <fstream>
 #include <streambuf>
 #include <string_view>
@@ -74,8 +74,7 @@ std::wstring AStreamParser::Convert(const std::string& text) { return Widen(text
 
 bool AStreamParser::Slurp(const std::string& fileName, std::basic_stringstream<wchar_t>& out)
 {
-    std::error_code ignored;
-    if (std::filesystem::is_directory(fileName, ignored)) return false; // opens on some systems, and then fails to read
+    if (IsFolder(fileName)) return false; // opens on some systems, and then fails to read
     std::ifstream in(fileName, std::ios::binary);
     if (!in) return false;
 
