@@ -126,6 +126,7 @@ TEST(PolynomialRoots, KeepTheirDigitsOverAllScales)
         {{0, 1, -3, 2}, {1, 2}},
         {{1e-300, 1, -1}, {-1e300, 1}},
         {{1e-320, 1, -1}, {1}}, // the other one is beyond all doubles
+        {{1e-230, -1e113, 1e-65, -1e-65}, {}},
         {{1e200, -1e200, 1e-100}, {1e-300, 1}},
         {{1, -1e160, 1}, {1e-160, 1e160}},
         {{1, -1e100, 1, -1e-120}, {1e-120, 1e-100, 1e100}}, // 1e-120 comes out of terms of 1e-100
@@ -136,6 +137,9 @@ TEST(PolynomialRoots, KeepTheirDigitsOverAllScales)
         {{3, 0, 0, 0, 0}, {0, 0, 0, 0}},
         {{1, -2, 1 + 1e-8}, {}},
         {{1, -2, 1 + epsilon}, {1, 1}},
+        {{1, -3, 3 - 1e-12, -1 + 1e-12}, {1, 1, 1}}, // exactly 1 and 1 -+ 1e-6, which no coefficient tells apart
+        {{-1e-185, 1e260, 3, -1e-136, 1e211}, {-std::cbrt(1e-49)}},
+        {{-1e-18, 1e33, 1e292, -1, 1e-188}, {-1e155, 1e155}},
         {{0, 0, 0}, {}},
         {{1, std::numeric_limits<double>::quiet_NaN(), 1}, {}},
         {{1, 1, -std::numeric_limits<double>::infinity()}, {}},

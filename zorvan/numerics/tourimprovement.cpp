@@ -130,7 +130,6 @@ bool CTourImprovement::tryMoving(std::size_t first, std::size_t count)
     const double removed = m_distance(before, ends[0]) + m_distance(ends[1], after) - m_distance(before, after);
     for (const int end : ends) {
         for (const int other : neighboursOf(end)) {
-            if (m_distance(end, other) >= removed) break;
             const std::size_t offset = (placeOf(other) + n - first % n) % n;
             if (tryMovingTo(first, count, offset, removed) || tryMovingTo(first, count, offset + n - 1, removed))
                 return true;
