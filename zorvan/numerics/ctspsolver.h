@@ -16,8 +16,8 @@ namespace Zorvan {
 ///
 /// Up to 12 points the result is the shortest of all, by dynamic programming. Beyond that a nearest-neighbour tour is
 /// improved until turning round a part of it (2-opt) and moving one to three neighbours elsewhere (Or-opt) no longer
-/// help, among the ten nearest neighbours of each point: in the plane about 5 % above the shortest. Time then grows
-/// with the square of the number of points, memory with the number. The same distances give the same tour.
+/// help, among the ten nearest neighbours of each point. Time then grows with the square of the number of points,
+/// memory with the number. The same distances give the same tour.
 /// Sources: Held and Karp, J. SIAM 10 (1962); Or, dissertation, Northwestern University (1976); Bentley, ORSA J. on
 /// Computing 4 (1992), for the neighbour lists and the queue.
 class ZORVAN_API CTSPSolver
