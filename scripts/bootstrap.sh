@@ -8,6 +8,7 @@ packages=(
     build-essential cmake ninja-build ccache pkg-config python3  # tools of the build
     libfmt-dev libspdlog-dev libtbb-dev libutfcpp-dev            # the library
     libeigen3-dev libpng-dev                                     # the library
+    liblapack-dev liblapacke-dev                                 # the library; LAPACK's declarations
     ocl-icd-opencl-dev opencl-headers pocl-opencl-icd            # the library; the processor as a compute device
     libcli11-dev nlohmann-json3-dev libpugixml-dev               # the program; headers of E57 files
     libgtest-dev libgmock-dev chromium chromium-driver           # tests; the browser looks at the report

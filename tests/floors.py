@@ -14,7 +14,7 @@ MAY_INCLUDE = {
     "platform": "",
     "util": "platform",
     "numerics": "platform",
-    "graphs": "util",
+    "graphs": "util numerics",
     "documents": "platform util",
     "runtime": "platform documents",
     "core": "platform numerics graphs runtime",

@@ -55,3 +55,16 @@ TEST(CTextProgressBar, VanishesWhenAStageEndsAndWhenItGoesItself)
     }
     EXPECT_TRUE(out.str().ends_with("\x1b[K\r\x1b[K"));
 }
+
+TEST(CTextProgressBar, EndsTheLineOfAStageThatWasStopped)
+{
+    std::ostringstream out;
+    {
+        CTextProgressBar bar(out, "reading");
+        bar.Start(2);
+        bar.Start(4, "merging");
+        EXPECT_NE(out.str().find("%\n\rmerging"), std::string::npos);
+        bar.Advance(1);
+    }
+    EXPECT_TRUE(out.str().ends_with(" 25%\n"));
+}

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "zorvan/graphs/cdisjointsets.h"
-#include "zorvan/graphs/tpermutation.h"
+#include "zorvan/numerics/tpermutation.h"
 #include "zorvan/platform/export.h"
 #include "zorvan/util/any.h"
 

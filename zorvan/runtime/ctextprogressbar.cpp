@@ -63,11 +63,12 @@ CTextProgressBar::CTextProgressBar(std::ostream& out, std::string label, EStyle 
 
 CTextProgressBar::~CTextProgressBar()
 {
-    if (m_eStyle == EStyle::Vanishing && m_percent >= 0 && m_percent < 100) finishLine();
+    if (isDrawn()) finishLine();
 }
 
 void CTextProgressBar::begin(std::string_view stage)
 {
+    if (isDrawn()) finishLine(); // a shorter label would leave the end of the longer one
     if (!stage.empty()) m_label = stage;
     m_percent = -1;
     m_start = std::chrono::steady_clock::now();

@@ -66,8 +66,8 @@ private:
 };
 
 /// Draws `label [#####     ]  50%` over itself with carriage returns, and a line end at 100 %. Writes only when the
-/// picture changes. The label of a stage takes the place of the one before it. The caller decides whether the stream is
-/// a terminal.
+/// picture changes. The label of a stage takes the place of the one before it. A stage that was not finished, since the
+/// work was stopped or failed, ends its line as well. The caller decides whether the stream is a terminal.
 class ZORVAN_API CTextProgressBar : public AProgressMeter
 {
 public:
@@ -84,6 +84,8 @@ private:
     void show(double fraction) override;
     void begin(std::string_view stage) override;
     void finishLine();
+    /// Whether an unfinished bar stands on the line.
+    [[nodiscard]] bool isDrawn() const { return m_percent >= 0 && m_percent < 100; }
     /// ", about 12 s left" as the steps so far suggest; empty while they say too little.
     [[nodiscard]] std::string timeLeft(double fraction) const;
 
