@@ -11,8 +11,10 @@ the truth, or of the truth moved by a motion that carries the object onto itself
 
 Columns: pairs of so much overlap (the smaller of both directions) that are called aligned and right ("found"), aligned
 but wrong, ambiguous with and without the right pose in the list, not aligned, too little to go on. Every wrong one is
-listed. With --mesh, each view is aligned to the mesh of its object instead, and all of them count as overlapping. Exit
-code 1 when more than --max-wrong (a share of the answers "aligned") are wrong.
+listed. A second table says why pairs of more than --reasons overlap are not found: whether the right pose was proposed,
+and what became of it; for each that was not, what the judge says of the truth. --list prints every pair when it is done. With
+--mesh, each view is aligned to the mesh of its object instead, and all of them count as overlapping. Exit code 1 when
+more than --max-wrong (a share of the answers "aligned") are wrong.
 """
 import argparse
 import collections
@@ -22,6 +24,7 @@ import itertools
 import json
 import os
 import pathlib
+import re
 import statistics
 import subprocess
 import sys
@@ -79,21 +82,58 @@ class Pair:
         return any(degrees < MAX_DEGREES and mm < largest
                    for degrees, mm in (errors(pose, truth, self.middle) for truth in self.truths))
 
-    def align(self, args):
-        out = self.scene.folder / f"{self.fix}-{self.flt}.json"
-        start = time.monotonic()
-        run = subprocess.run([args.program, "align", self.scene.folder / self.fix_file,
-                              self.scene.folder / f"{self.flt}.ply", "-o", out, *args.option],
+    def run(self, args, command, *inputs):
+        """The poses file that a command of the program writes, and its exit code."""
+        out = self.scene.folder / f"{self.fix}-{self.flt}-{command}.json"
+        run = subprocess.run([args.program, command, self.scene.folder / self.fix_file,
+                              self.scene.folder / f"{self.flt}.ply", *inputs, "-o", out, *args.option],
                              capture_output=True, text=True, check=False)
+        return (json.loads(out.read_text()) if run.returncode in (0, 1) and out.exists() else {}), run.returncode
+
+    def align(self, args):
+        start = time.monotonic()
+        answer, code = self.run(args, "align", "--all")
         self.seconds = time.monotonic() - start
-        answer = json.loads(out.read_text()) if run.returncode in (0, 1) and out.exists() else {}
-        self.verdict = verdict_of(answer, run)
-        listed = list(poses_of(answer, f"{self.flt}.ply"))
-        self.is_found = bool(listed) and self.is_right(listed[0])
-        self.is_listed = any(self.is_right(pose) for pose in listed)
+        self.verdict = verdict_of(answer, code)
+        self.text = next((m["text"] for m in members(answer) if isinstance(m, dict) and m.get("name") == self.verdict), "")
+        candidates = answer.get("candidates", [])
+        listed = candidates[:number_of_explanations(self.verdict, self.text)]
+        self.is_found = bool(candidates) and self.verdict == "aligned" and self.is_right(candidates[0]["pose"])
+        self.is_listed = any(self.is_right(c["pose"]) for c in listed)
+        self.best = candidates[0]["verdict"] if candidates else {}
+        self.right = next((c["verdict"] for c in candidates if c.get("pose") and self.is_right(c["pose"])), None)
+        self.reason = "" if self.is_found else self.why(args, listed)
+
+    def why(self, args, listed):
+        if self.right is None:
+            truth = self.judge_truth(args)
+            return f"not proposed, and the judge calls the truth {truth}" if self.overlap > args.reasons else "not proposed"
+        if self.verdict == "aligned":
+            return f"proposed, but {self.right['name']}; another is aligned"
+        if not self.is_listed:
+            return f"proposed, but {self.right['name']}" + ("; others are not" if listed else "")
+        if len(listed) == 1:
+            return f"alone, but {self.right['name']}" + ("" if self.right["name"] != "consistent" else ", and outdone")
+        return f"has rivals; {'it' if self.is_right(listed[0]['pose']) else 'another'} comes first"
+
+    def judge_truth(self, args):
+        poses = self.scene.folder / f"{self.fix}-{self.flt}-truth.json"
+        scans = [{"file": self.fix_file, "id": self.fix, "pose": [[float(i == k) for k in range(4)] for i in range(4)]},
+                 {"file": f"{self.flt}.ply", "id": self.flt, "pose": self.truths[0]}]
+        poses.write_text(json.dumps({"unit": "mm", "clusters": [{"id": "truth", "scans": scans}]}))
+        answer, _ = self.run(args, "judge", poses)
+        return next((c["verdict"]["name"] for c in answer.get("candidates", [])), "nothing")
 
 
-def verdict_of(answer, run):
+def number_of_explanations(verdict, text):
+    """Of an ambiguous answer: they come first among all candidates."""
+    if verdict != "ambiguous":
+        return 0
+    several = re.match(r"(\d+) poses explain", text)
+    return int(several.group(1)) if several else 1
+
+
+def verdict_of(answer, code):
     """As the poses file has it; a program that writes none has two verdicts, its exit codes. Scans in which no features
     are found are too little to go on."""
     for member in members(answer):
@@ -101,14 +141,7 @@ def verdict_of(answer, run):
             for key in ("verdict", "name", "text"):
                 if member.get(key) in VERDICTS:
                     return member[key]
-    return {0: "aligned", 1: "not aligned"}.get(run.returncode, "too little to go on")
-
-
-def poses_of(answer, file):
-    """All poses of a scan in a file, that of its cluster first."""
-    for member in members(answer):
-        if isinstance(member, dict) and member.get("file") == file and member.get("pose"):
-            yield member["pose"]
+    return {0: "aligned", 1: "not aligned"}.get(code, "too little to go on")
 
 
 def members(value):
@@ -146,12 +179,36 @@ def table(title, pairs, key):
         print("| " + " | ".join(map(str, cells)) + " |")
 
 
+def counts_of(verdict):
+    """A candidate's finding with what the judge counted, short."""
+    if not verdict:
+        return "-"
+    counts = [f"{key} {verdict[key]}" for key in ("matched", "seen_through", "solid", "missing", "opposed", "tail", "shallow")
+              if verdict.get(key)]
+    return f"{verdict['name']} ({verdict['proposer']}; {', '.join(counts)} of {verdict['samples']})"
+
+
+def reasons(pairs, args):
+    missed = [p for p in pairs if p.overlap > args.reasons and not p.is_found]
+    print(f"\n| why pairs above an overlap of {args.reasons} are not found | pairs | objects | sensors |\n|---|---|---|---|")
+    for reason, _ in collections.Counter(p.reason for p in missed).most_common():
+        some = [p for p in missed if p.reason == reason]
+        parts = (collections.Counter(key(p.scene) for p in some).most_common() for key in (lambda s: s.object, lambda s: s.sensor))
+        print(f"| {reason} | {len(some)} | " + " | ".join(", ".join(f"{n} {name}" for name, n in part) for part in parts) + " |")
+
+
+def line_of(pair):
+    return (f"{pair.scene.name}: {pair.flt} on {pair.fix}, overlap {pair.overlap:.2f}: {outcome(pair)}; {pair.reason}; "
+            f"right {counts_of(pair.right)}; first {counts_of(pair.best)}")
+
+
 def report(pairs, args):
     table("object", pairs, lambda p: p.scene.object)
     table("sensor", pairs, lambda p: p.scene.sensor)
+    reasons(pairs, args)
     wrong = [p for p in pairs if outcome(p) == "wrong"]
     for p in wrong:
-        print(f"wrong: {p.flt} on {p.fix}, overlap {p.overlap:.2f}: {p.scene.name}")
+        print(f"wrong: {line_of(p)}")
     aligned = sum(p.verdict == "aligned" for p in pairs)
     print(f"{len(wrong)} of {aligned} answers \"aligned\" are wrong, in {len(pairs)} pairs of "
           f"{len({p.scene.seed for p in pairs})} scenes")
@@ -168,6 +225,9 @@ def main():
     parser.add_argument("--object", choices=OBJECTS, action="append", help="only these; may be repeated")
     parser.add_argument("--mesh", action="store_true", help="align each view to the mesh of its object")
     parser.add_argument("--option", action="append", default=[], help="passed on to align, as --option=--grid=2")
+    parser.add_argument("--every", type=int, default=1, help="of the pairs of a scene, each so many-th")
+    parser.add_argument("--reasons", type=float, default=0.3, help="overlap from which on it is told why a pair is not found")
+    parser.add_argument("--list", action="store_true", help="print every pair with the counts of its poses")
     parser.add_argument("--max-wrong", type=float, default=0.002)
     args = parser.parse_args()
     scenes = [Scene(number, args.seed, args) for number in range(args.scenes)]
@@ -176,10 +236,12 @@ def main():
     with tempfile.TemporaryDirectory() as folder, concurrent.futures.ThreadPoolExecutor(args.jobs) as pool:
         list(pool.map(lambda scene: scene.simulate(args.program, folder), scenes))
         for done, scene in enumerate(scenes, 1):
-            some = scene.pairs()
+            some = scene.pairs()[done % args.every::args.every]
             list(pool.map(lambda pair: pair.align(args), some))
             pairs += some
             print(f"{done} of {len(scenes)} scenes: {scene.name}", file=sys.stderr)
+            for pair in some if args.list else []:
+                print(line_of(pair), flush=True)
     sys.exit(0 if report(pairs, args) else 1)
 
 

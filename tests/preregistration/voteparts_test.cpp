@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <map>
 #include <numbers>
@@ -69,6 +70,25 @@ TEST(ThinSurfels, GivesTheSameMeansInOneStepAndInTwo)
     const prereg::Vectors normals(2, Vector3(0, 0, 1));
     const std::vector<std::uint32_t> counts = {3, 1};
     EXPECT_EQ(prereg::ThinSurfels(points, normals, counts, 4.0F).points.at(0), Vector3(0.25F, 0, 0));
+}
+
+TEST(ThinCrowds, LeavesOfATableAShareAndOfThePartAll)
+{
+    prereg::Surfels surfels;
+    const auto add = [&](const Vector3& p, const Vector3& n) {
+        surfels.points.push_back(p);
+        surfels.normals.push_back(n);
+        surfels.counts.push_back(1);
+    };
+    for (int i = 0; i < 900; ++i) add({static_cast<float>(i % 30), static_cast<float>(i / 30), 0}, {0, 0, 1});
+    for (int i = 0; i < 100; ++i) add({15, 15, 0.1F * static_cast<float>(i)}, {1, 0, 0});
+    const prereg::Surfels kept = prereg::ThinCrowds(surfels, 0.2);
+    const auto isTable = [](const Vector3& normal) { return normal.z == 1.0F; };
+    EXPECT_EQ(std::count_if(kept.normals.begin(), kept.normals.end(), isTable), 200);
+    EXPECT_EQ(kept.Size(), 300U);
+    const auto isLeft = [](const Vector3& p) { return p.x < 15.0F; };
+    EXPECT_NEAR(static_cast<double>(std::count_if(kept.points.begin(), kept.points.end(), isLeft)), 100.0, 5.0);
+    EXPECT_EQ(prereg::ThinCrowds(surfels, 1.0).Size(), 1000U);
 }
 
 TEST(EstimateSize, IsThatOfTheObjectWhereverItLies)

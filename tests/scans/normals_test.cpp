@@ -39,6 +39,34 @@ TEST(Normals, OfPlaneFitsFollowASphereFarFromTheOrigin)
     EXPECT_LT(wrong, 40);
 }
 
+// Along a ring of a spinning sensor the nearest neighbours form a line, and any plane through it fits.
+TEST(Normals, OfRingsFollowTheSurfaceAndLookAtTheSensorThatSpunThere)
+{
+    const Vector3 centre(30, 0, 0);
+    std::mt19937 rng(7);
+    std::normal_distribution<float> noise(0.0F, 0.01F);
+    Zorvan::Scan scan;
+    for (float elevation = -0.3F; elevation < 0.3F; elevation += 0.02F) {
+        for (float azimuth = -0.3F; azimuth < 0.3F; azimuth += 0.002F) {
+            const Vector3 ray(std::cos(elevation) * std::cos(azimuth), std::cos(elevation) * std::sin(azimuth),
+                              std::sin(elevation));
+            const float along = kdtree::Dot(ray, centre);
+            const float beside = centre.LengthSq() - along * along;
+            if (beside < 64.0F) scan.points.push_back(ray * (along - std::sqrt(100.0F - beside) + noise(rng)));
+        }
+    }
+    Zorvan::ComputeNormals(scan, std::nullopt);
+    EXPECT_TRUE(scan.sensor);
+    std::size_t right = 0;
+    for (std::size_t i = 0; i < scan.points.size(); ++i)
+        right += kdtree::Dot(scan.normals[i], Zorvan::Normalized(scan.points[i] - centre)) > 0.97F;
+    EXPECT_GT(right, scan.points.size() * 19 / 20);
+
+    Zorvan::Scan raster{spherePoints(5000, centre, -1.0F)};
+    Zorvan::ComputeNormals(raster, std::nullopt);
+    EXPECT_FALSE(raster.sensor);
+}
+
 TEST(Normals, AreZeroWithoutASurface)
 {
     prereg::Vectors line;

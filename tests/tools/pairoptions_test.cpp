@@ -71,7 +71,7 @@ TEST_F(Models, AreWeighedByTheSensorThatTheUserNames)
         EXPECT_EQ(judge(how).exitCode, 0) << how << judge(how).out;
     const auto outcome = judge("--ray-flt 0,0,-1");
     EXPECT_EQ(outcome.exitCode, 1);
-    EXPECT_NE(outcome.out.find("where the other sensor looked through"), std::string::npos) << outcome.out;
+    EXPECT_NE(outcome.out.find("meets surface that looks another way"), std::string::npos) << outcome.out;
 }
 
 } // namespace

@@ -213,6 +213,14 @@ TEST(DecideOnPoses, IsNotSureOfAPoseThatOneThatFellOutdoes)
     EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, sliding}).explanations.size(), 2U);
     fallen.counts.uiMatched = 850;
     EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, fallen}).eVerdict, EPairVerdict::Aligned);
+    fallen.counts = {.uiMatched = 2100, .uiInFront = 1000}; // scores less, but most of the object agrees with itself
+    EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, fallen}).eVerdict, EPairVerdict::Ambiguous);
+
+    const std::vector<CTrafo> twins{pair.truth, pair.truth.Translate({0.05F, 0, 0})};
+    sliding.counts.uiMatched = 495;
+    EXPECT_EQ(DecideOnPoses(pair.judge, twins, {best, sliding}).poses[0].eFinding, EFinding::Sliding);
+    sliding.counts.uiMatched = 480; // a rougher fit, from which the better one looks like a way out
+    EXPECT_EQ(DecideOnPoses(pair.judge, twins, {best, sliding}).eVerdict, EPairVerdict::Aligned);
 }
 
 TEST(JudgePoses, IsNeverSureWithoutAnyRay)

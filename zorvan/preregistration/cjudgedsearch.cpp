@@ -2,13 +2,16 @@
 #include "zorvan/preregistration/cjudgedsearch.h"
 
 #include "zorvan/platform/ctaskcollection.h"
+#include "zorvan/preregistration/cfpfhpreregistration.h"
 #include "zorvan/preregistration/crefinedpreregistration.h"
 #include "zorvan/preregistration/cvotepreregistration.h"
+#include "zorvan/preregistration/surfelthinning.h"
 #include "zorvan/verdict/planeshare.h"
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <algorithm>
 #include <limits>
+#include <numeric>
 #include <stdexcept>
 #include <utility>
 
@@ -76,7 +79,9 @@ CJudgedSearch::CJudgedSearch(SearchedScan fix, SearchedScan flt, const Configura
 
 bool CJudgedSearch::Compute(const Zorvan::Hooks& hooks)
 {
-    if (m_fix.set->SizeFeatures() > 0 && m_flt.set->SizeFeatures() > 0) {
+    if (isPlanePart()) thinPlanes();
+    const bool hasFeatures = m_fix.set->SizeFeatures() > 0 && m_flt.set->SizeFeatures() > 0;
+    if (hasFeatures && !(m_hasVote && isPlanePart())) {
         proposeByFeatures(hooks);
         proposeTurns();
     }
@@ -90,15 +95,17 @@ bool CJudgedSearch::Compute(const Zorvan::Hooks& hooks)
 
 void CJudgedSearch::proposeByFeatures(const Zorvan::Hooks& hooks)
 {
+    std::vector<CTrafo> poses;
     {
         const CStopwatch watch(m_times.features);
-        CRefinedPreRegistration search(m_fix.set, m_flt.set, m_searchConfig, m_refinementConfig);
-        search.SetEffort(std::numeric_limits<std::size_t>::max(), true);
-        search.Compute(hooks);
+        CFPFHPreRegistration search(m_fix.set, m_flt.set, m_searchConfig);
+        bool isAborted = false;
+        search.Compute(Zorvan::Hooks([&] { return isAborted = isAborted || hooks.IsAborted(); }, hooks.GetProgress()));
+        if (isAborted) search.FinalizeAfterAbort();
         m_statistics = search.GetStatistics();
-        for (const auto& [found, refined] : search.GetCandidates())
-            m_candidates.push_back({refined, {}, EProposer::Features});
+        for (const ICPResult& found : search.GetAllResults()) poses.push_back(found.GetTrafo());
     }
+    refineAndAdd(hopeful(poses), EProposer::Features);
     weigh();
 }
 
@@ -136,13 +143,17 @@ std::vector<CTrafo> CJudgedSearch::hopeful(const std::vector<CTrafo>& poses) con
         const double touching = c.uiMatched + c.uiTail + c.uiShallow;
         return (touching - verdict::dContradictionWeight * c.Contradictions()) / std::max(1U, c.uiSamples);
     };
-    std::vector<std::size_t> order;
-    for (std::size_t i = 0; i < poses.size(); ++i) {
+    const auto isHopeless = [&](std::size_t i) {
         const PoseCounts& c = counts[i];
         const unsigned touching = c.uiMatched + c.uiTail + c.uiShallow;
-        if (c.Contradictions() <= verdict::dMaxRoughContradiction * (c.Contradictions() + touching)) order.push_back(i);
-    }
+        return c.Contradictions() > verdict::dMaxRoughContradiction * (c.Contradictions() + touching);
+    };
+    std::vector<std::size_t> order(poses.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
     std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return merit(a) > merit(b); });
+    const std::vector<std::size_t> nearestMiss(order.begin(), order.begin() + (order.empty() ? 0 : 1));
+    std::erase_if(order, isHopeless);
+    if (order.empty()) order = nearestMiss; // so that the answer can say what speaks against it
     order.resize(std::min(order.size(), verdict::uiMaxHopeful));
     std::vector<CTrafo> kept;
     for (const std::size_t i : order) kept.push_back(poses[i]);
@@ -155,8 +166,31 @@ void CJudgedSearch::refineAndAdd(std::span<const CTrafo> poses, EProposer ePropo
     const std::size_t before = m_candidates.size();
     m_candidates.resize(before + poses.size());
     forEach(poses.size(), m_uiNumTasks, [&](std::size_t i) {
-        m_candidates[before + i] = {RefinePose(*m_fix.set, *m_flt.set, m_refinementConfig, poses[i]), {}, eProposer};
+        m_candidates[before + i] = {refined(poses[i]), {}, eProposer};
     });
+}
+
+/// Where one plane holds most of the points, its noise is the RMSE, and all that would move the pose along it counts as
+/// outliers. So poses are refined twice over as well: on samples of which no direction has more than a share, then on
+/// all.
+void CJudgedSearch::thinPlanes()
+{
+    const CPointSet& smaller = m_fix.set->Size() < m_flt.set->Size() ? *m_fix.set : *m_flt.set;
+    const Surfels all{smaller.GetPoints(), smaller.GetNormals(), std::vector<std::uint32_t>(smaller.Size(), 1)};
+    const Surfels thinned = ThinCrowds(all, verdict::dMostOfADirection);
+    m_sparse = std::make_unique<const CPointSet>(thinned.points.data(), thinned.normals.data(), thinned.Size());
+}
+
+ICPResult CJudgedSearch::refined(const CTrafo& start) const
+{
+    CTrafo pose = start;
+    if (m_sparse) {
+        const bool isFix = m_fix.set->Size() < m_flt.set->Size();
+        const ICPResult rough = isFix ? RefinePose(*m_sparse, *m_flt.set, m_refinementConfig, start)
+                                      : RefinePose(*m_fix.set, *m_sparse, m_refinementConfig, start);
+        if (rough.GetTrafo()) pose = rough.GetTrafo();
+    }
+    return RefinePose(*m_fix.set, *m_flt.set, m_refinementConfig, pose);
 }
 
 void CJudgedSearch::weigh()
@@ -173,10 +207,16 @@ void CJudgedSearch::weigh()
     m_verdict = DecideOnPoses(m_judge, posesOf(m_candidates), std::move(verdicts));
 }
 
-bool CJudgedSearch::isSettled() const
+/// The features of planes agree anywhere: thousands of polygons, of which the vote needs none.
+bool CJudgedSearch::isPlanePart() const
 {
     const double planes = std::max(PlaneShare(m_fix.set->GetNormals()), PlaneShare(m_flt.set->GetNormals()));
-    return planes <= verdict::dMaxPlaneShare && m_verdict &&
+    return planes > verdict::dMaxPlaneShare;
+}
+
+bool CJudgedSearch::isSettled() const
+{
+    return !isPlanePart() && m_verdict &&
            m_judge.HoldRatio(m_candidates[m_verdict.explanations.front()].refined.GetTrafo()) >= verdict::dFirmHold;
 }
 
@@ -188,6 +228,7 @@ void SortByVerdict(std::vector<CJudgedSearch::Candidate>& candidates, PairVerdic
         if (isTaken[i] != 0) return;
         isTaken[i] = 1;
         sorted.push_back(candidates[i]);
+        sorted.back().verdict = verdict.poses[i]; // the comparison may have found that it slides
     };
     for (const std::size_t i : verdict.explanations) take(i);
     if (verdict.explanations.empty() && !candidates.empty()) take(verdict.uiNearest);

@@ -27,9 +27,10 @@ struct SearchedScan
 };
 
 /// A search without a start pose that ends in a verdict. Proposers come cheap first: the features; where their best
-/// pose is contradicted, has a rival or is held by so little that there may be others, the vote over rotations. All
-/// proposals are refined on all points, weighed by a `CPoseJudge`, and compared with one another; turned copies of the
-/// best pose are tried as rivals too.
+/// pose is contradicted, has a rival or is held by so little that there may be others, the vote over rotations. Parts
+/// made of planes, whose features agree in many places, go to the vote at once. What the judge does not refute at once
+/// is refined on all points, weighed by a `CPoseJudge`, and compared with one another; turned copies of the best pose
+/// are tried as rivals too.
 ///
 ///     CJudgedSearch search({fixSet, fixView}, {fltSet, fltView}, searchSettings, settingsForAllPoints);
 ///     search.Compute(Zorvan::Hooks::None());
@@ -90,12 +91,16 @@ private:
     void proposeTurns();
     void proposeByVote(const Zorvan::Hooks& hooks);
     void refineAndAdd(std::span<const CTrafo> poses, EProposer eProposer);
+    void thinPlanes();
+    [[nodiscard]] ICPResult refined(const CTrafo& start) const;
     void weigh();
+    [[nodiscard]] bool isPlanePart() const;
     [[nodiscard]] bool isSettled() const;
     [[nodiscard]] std::vector<CTrafo> hopeful(const std::vector<CTrafo>& poses) const;
 
     SearchedScan m_fix;
     SearchedScan m_flt;
+    std::unique_ptr<const CPointSet> m_sparse; ///< of a plane part: the smaller scan, with as much of each direction
     ConfigurationFPFH m_searchConfig;
     ConfigurationICP m_refinementConfig;
     CPoseJudge m_judge;

@@ -31,6 +31,12 @@ struct ZORVAN_API Surfels
                                              std::span<const kdtree::Vector<3>> normals,
                                              std::span<const std::uint32_t> counts, float cell);
 
+/// Without most surfels of a direction that the surface has more of than a share: a table under a part, or the base of
+/// a box, agrees with itself wherever it is put, and outvotes all that would say where it belongs. Of a crowd, as many
+/// as the share are kept, evenly spread; surfels whose direction is rare all stay. A surfel belongs to the directions
+/// within 18 degrees. Takes the square of the number of surfels: 5 ms for 2000.
+[[nodiscard]] ZORVAN_API Surfels ThinCrowds(const Surfels& surfels, double dMostShare);
+
 /// How large an object the points show: four root mean square distances from their middle. This is the edge of the box
 /// around the object give or take a quarter on views of figures and machine parts, and a few stray points do not move
 /// it. 0 without points.

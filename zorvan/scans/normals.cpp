@@ -3,6 +3,7 @@
 
 #include "zorvan/scans/smoothnormals.h"
 #include "zorvan/scans/spacing.h"
+#include "zorvan/scans/spunsensor.h"
 
 #include <Eigen/Eigenvalues>
 
@@ -16,8 +17,10 @@ namespace {
 
 constexpr int iNeighbours = 12;
 constexpr std::size_t uiFewestNeighbours = 5;
-constexpr double dReach = 6.0;      // of the spacing; further points belong to another surface
-constexpr double dLineRatio = 1e-3; // second to largest spread; below it any plane through the line fits
+constexpr double dReach = 6.0;         // of the spacing; further points belong to another surface
+constexpr double dLineRatio = 1e-3;    // second to largest spread; below it any plane through the line fits
+constexpr double dSurfaceRatio = 0.05; // above it the plane is held: rasters have 0.2 and more, also at their ends
+constexpr int iMaxWidenings = 3; // to twice the neighbours and the reach: rings 20 times sparser across are spanned
 constexpr double dAwayShare = 0.7;
 constexpr double dSmoothing = 1.0 / 200; // of the extent; see smoothDenseNormals
 constexpr double dDense = 1.0 / 4;       // edges to smoothing
@@ -49,17 +52,36 @@ public:
     {
     }
 
+    /// Neighbours that form a line hold no plane: more of them are asked then, until they span a surface. Where none
+    /// do, the nearest ones decide.
     [[nodiscard]] Vector3 FitAt(const Vector3& p)
     {
-        m_tree.FindKNearest(p, m_found, iNeighbours, m_radiusSq);
-        if (m_found.size() < uiFewestNeighbours) return {};
-        const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> solver(covarianceAround(p));
-        const Eigen::Vector3d& spread = solver.eigenvalues(); // ascending
-        if (!(spread[1] > dLineRatio * spread[2])) return {};
-        return normalOf(solver.eigenvectors().col(0));
+        const Fit nearest = fit(p, 0);
+        Fit wide = nearest;
+        for (int i = 1; i <= iMaxWidenings && wide.isLine(dSurfaceRatio); ++i) wide = fit(p, i);
+        if (!wide.isLine(dSurfaceRatio)) return wide.normal;
+        return nearest.isLine(dLineRatio) ? Vector3() : nearest.normal;
     }
 
 private:
+    struct Fit
+    {
+        Vector3 normal;
+        double dRatio = 0.0; ///< second to largest spread
+
+        [[nodiscard]] bool isLine(double ratio) const { return !(dRatio > ratio); }
+    };
+
+    [[nodiscard]] Fit fit(const Vector3& p, int widenings)
+    {
+        m_tree.FindKNearest(p, m_found, iNeighbours << widenings, std::ldexp(m_radiusSq, 2 * widenings));
+        if (m_found.size() < uiFewestNeighbours) return {{}, 1.0}; // alone: what lies further off is another surface
+        const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> solver(covarianceAround(p));
+        const Eigen::Vector3d& spread = solver.eigenvalues(); // ascending
+        if (!(spread[2] > 0.0)) return {};
+        return {normalOf(solver.eigenvectors().col(0)), spread[1] / spread[2]};
+    }
+
     // Differences to p first, so that the sums keep their digits far away from the origin.
     [[nodiscard]] Eigen::Matrix3d covarianceAround(const Vector3& p) const
     {
@@ -124,9 +146,11 @@ prereg::Vectors NormalsFromFaces(const Scan& scan, const Sensor& sensor)
     return normals;
 }
 
-prereg::Vectors NormalsFromPlaneFit(const prereg::Vectors& points, const Sensor& sensor)
+namespace {
+
+prereg::Vectors normalsFromPlaneFit(const prereg::Vectors& points, const Zorvan::TKdTree<3, 48>& tree,
+                                    const Sensor& sensor)
 {
-    const Zorvan::TKdTree<3, 48> tree(points.data(), points.size());
     CPlaneFitter fitter(points, tree, dReach * MedianSpacing(points, tree));
     prereg::Vectors normals;
     normals.reserve(points.size());
@@ -137,6 +161,13 @@ prereg::Vectors NormalsFromPlaneFit(const prereg::Vectors& points, const Sensor&
     return normals;
 }
 
+} // namespace
+
+prereg::Vectors NormalsFromPlaneFit(const prereg::Vectors& points, const Sensor& sensor)
+{
+    return normalsFromPlaneFit(points, {points.data(), points.size()}, sensor);
+}
+
 ENormalSource ComputeNormals(Scan& scan, const Sensor& sensor)
 {
     if (!scan.faces.empty()) {
@@ -144,7 +175,14 @@ ENormalSource ComputeNormals(Scan& scan, const Sensor& sensor)
         smoothDenseNormals(scan);
         return ENormalSource::Faces;
     }
-    scan.normals = NormalsFromPlaneFit(scan.points, sensor);
+    const Zorvan::TKdTree<3, 48> tree(scan.points.data(), scan.points.size());
+    Sensor place = sensor;
+    const auto origin = [&](std::size_t k) { return ToFloat(-scan.shift[k]); };
+    if (!place && IsSpunAboutOrigin(scan.points, tree)) {
+        scan.sensor = FramePose{{-scan.shift[0], -scan.shift[1], -scan.shift[2]}};
+        place = Vector3(origin(0), origin(1), origin(2));
+    }
+    scan.normals = normalsFromPlaneFit(scan.points, tree, place);
     return ENormalSource::PlaneFit;
 }
 

@@ -208,7 +208,6 @@ SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& option
     surfels.uiRead = scan.points.size();
     scaleScan(scan, options.dMmPerUnit);
     surfels.shift = scan.shift;
-    surfels.sensor = scan.sensor;
     surfels.uiNotFinite = dropPoints(scan, [&](std::size_t i) { return isUsable(scan.points[i]); });
     requirePoints(surfels, scan, "have finite coordinates below 1e9 mm");
     surfels.uiJoined = JoinEqualPoints(scan);
@@ -216,6 +215,7 @@ SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& option
 
     surfels.model = modelOf(scan, options.eMesh, file);
     if (scan.normals.empty()) surfels.eNormals = ComputeNormals(scan, sensorOf(scan, options));
+    surfels.sensor = scan.sensor;
     for (Vector3& n : scan.normals) n = Normalized(n);
     surfels.uiNoNormal = dropPoints(scan, [&](std::size_t i) { return scan.normals[i].LengthSq() > 0.0F; });
     requirePoints(surfels, scan, "have a normal");

@@ -26,6 +26,11 @@ constexpr std::size_t uiParts = 8; ///< of the samples; most wrong poses end aft
 constexpr unsigned uiSeed = 47110815;
 constexpr std::size_t uiHoldSamples = 4000; ///< directions and shares of a hold need no more
 
+bool hasFewPixels(const CScanView& view)
+{
+    return view.HasImage() && view.GetImage().GetNumFilled() < verdict::uiFewPixels;
+}
+
 bool isRayKnown(const CScanView& view)
 {
     return view.GetRay().eKind == ERay::Found || view.GetRay().eKind == ERay::Given;
@@ -230,6 +235,9 @@ std::string PoseVerdict::ToString() const
     case EFinding::Consistent:
         return percent(counts.Contradiction()) + " of what can be compared speaks against it";
     case EFinding::Doubtful:
+        if (counts.Contradiction() <= verdict::dMaxContradiction)
+            return "little speaks against it, but a patch of " + std::to_string(counts.uiInFront) +
+                   " samples lies where the other sensor looked through";
         return percent(counts.Contradiction()) + " of what can be compared speaks against it, more than usual";
     case EFinding::Invalid:
         return "there is no pose";
@@ -267,7 +275,9 @@ struct CPoseJudge::Hit
 };
 
 CPoseJudge::CPoseJudge(const CScanView& fix, const CScanView& flt)
-    : m_pixel(std::max(pixelOf(fix), pixelOf(flt))), m_canMiss(isRayKnown(fix) || isRayKnown(flt))
+    : m_pixel(std::max(pixelOf(fix), pixelOf(flt))),
+      m_canMiss(isRayKnown(fix) || isRayKnown(flt)),
+      m_isCoarse(hasFewPixels(fix) || hasFewPixels(flt))
 {
     m_sides[0].view = &fix;
     m_sides[1].view = &flt;
@@ -286,7 +296,7 @@ CPoseJudge::CPoseJudge(const CScanView& fix, const CScanView& flt)
 void CPoseJudge::takeSamples(Side& side) const
 {
     const CScanView& view = *side.view;
-    const double step = verdict::dSampleStep * static_cast<double>(m_pixel / pixelOf(view));
+    const double step = (m_isCoarse ? 1.0 : verdict::dSampleStep) * static_cast<double>(m_pixel / pixelOf(view));
     if (!view.HasImage()) {
         const auto every = static_cast<std::size_t>(std::max(1.0, std::round(step * step)));
         for (std::size_t i = 0; i < view.GetPoints().size(); i += every)
@@ -295,13 +305,14 @@ void CPoseJudge::takeSamples(Side& side) const
         const CRangeImage& image = view.GetImage();
         const CTrafo back = image.GetFrame().GetInverse(true);
         const int stride = std::max(1, static_cast<int>(std::lround(step)));
-        side.uiRowLength = static_cast<std::uint32_t>(image.GetWidth() / stride + 2); // no row meets the next one
+        const auto rowLength = static_cast<std::uint32_t>(image.GetWidth() / stride + 2); // no row meets the next one
+        if (!m_isCoarse) side.uiRowLength = rowLength; // three pixels are no patch that an edge could not feign
         for (int y = 0; y < image.GetHeight(); y += stride) {
             for (int x = 0; x < image.GetWidth(); x += stride) {
                 if (!image.IsFilled({x, y})) continue;
                 const CRangeImage::Surfel& surfel = image.GetSurfel({x, y});
-                const auto cell = static_cast<std::uint32_t>(y / stride + 1) * side.uiRowLength +
-                                  static_cast<std::uint32_t>(x / stride + 1);
+                const auto cell =
+                    static_cast<std::uint32_t>(y / stride + 1) * rowLength + static_cast<std::uint32_t>(x / stride + 1);
                 side.samples.push_back({back * surfel.point, back.Rotate(surfel.normal), cell});
             }
         }
@@ -461,7 +472,9 @@ EFinding CPoseJudge::Weigh(const PoseCounts& counts) const
     if (counts.Contradiction() > verdict::dMaxDoubt) return refutation(counts);
     if (counts.uiSolid >= verdict::uiMinSolid) return EFinding::SeenThrough;
     if (counts.TailShare() > verdict::dMaxTail) return EFinding::Residuals;
-    return counts.Contradiction() > verdict::dMaxContradiction ? EFinding::Doubtful : EFinding::Consistent;
+    const bool isDoubtful =
+        counts.Contradiction() > verdict::dMaxContradiction || counts.uiSolid >= verdict::uiDoubtfulSolid;
+    return isDoubtful ? EFinding::Doubtful : EFinding::Consistent;
 }
 
 PoseVerdict CPoseJudge::Judge(const CTrafo& pose) const

@@ -105,6 +105,8 @@ public:
     [[nodiscard]] const CScanView& GetFlt() const { return *m_sides[1].view; }
     /// At least one scan has a ray that is known well enough to tell that surface is missing.
     [[nodiscard]] bool CanMissSurface() const { return m_canMiss; }
+    /// A scan fills so few pixels that details which tell turns of an object apart may lie between them.
+    [[nodiscard]] bool IsCoarse() const { return m_isCoarse; }
     [[nodiscard]] double GetMatchLimit() const { return static_cast<double>(m_matchLimit); } ///< mm
     [[nodiscard]] double GetPixelSize() const { return static_cast<double>(m_pixel); } ///< of the coarser scan, mm
 
@@ -146,6 +148,7 @@ private:
     float m_nearSq = 0.0F;
     unsigned m_minMatched = 0;
     bool m_canMiss = false;
+    bool m_isCoarse = false;
 };
 
 } // namespace prereg

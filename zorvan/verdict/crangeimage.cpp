@@ -218,7 +218,10 @@ void CRangeImage::storeSurfels(const Vectors& points, const Vectors& normals)
     m_surfels.assign(m_indices.size(), {Vector3(0, 0, fEmpty), Vector3()});
     for (std::size_t at = 0; at < m_indices.size(); ++at) {
         if (m_indices[at] == uiNone) continue;
-        m_surfels[at] = {m_frame * points[m_indices[at]], m_frame.Rotate(normals[m_indices[at]])};
+        const Vector3 normal = m_frame.Rotate(normals[m_indices[at]]);
+        // What was seen looks towards the sensor. Computed normals look along z where nobody knew better, and those of
+        // steep surface away from a ray that is 30 degrees off.
+        m_surfels[at] = {m_frame * points[m_indices[at]], normal.z < 0.0F ? -normal : normal};
         ++m_numFilled;
     }
 }

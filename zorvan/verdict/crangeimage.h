@@ -30,7 +30,7 @@ public:
     using Vector3 = kdtree::Vector<3>;
     static constexpr std::uint32_t uiNone = std::numeric_limits<std::uint32_t>::max();
 
-    /// The surface in a pixel, in the frame of the image.
+    /// The surface in a pixel, in the frame of the image; its normal looks at the sensor, whatever it did before.
     struct Surfel
     {
         Vector3 point; ///< z is -Infinity in an empty pixel

@@ -44,15 +44,38 @@ bool isRival(const PoseVerdict& verdict, const PoseCounts& best)
     return verdict.counts.Score() >= share * best.Score();
 }
 
-/// A pose that fell, elsewhere, with more to say for it than the best of those that stand: then the object agrees with
-/// itself by more than what the best one rests on.
+double matchedShare(const PoseCounts& counts)
+{
+    // A pose that part of the samples refuted has the counts of that part: shares compare, amounts do not.
+    return static_cast<double>(counts.uiMatched) / std::max(1U, counts.uiSamples);
+}
+
+/// A pose that fell, elsewhere, with more to say for it than the best of those that stand, or with several times its
+/// matches: then the object agrees with itself by more than what the best one rests on.
 bool isOutdone(const CPoseJudge& judge, std::span<const CTrafo> poses, const std::vector<PoseVerdict>& verdicts,
                std::size_t best)
 {
     const double distinct = verdict::dDistinctPixels * judge.GetPixelSize();
+    const PoseCounts& bestCounts = verdicts[best].counts;
     for (std::size_t i = 0; i < poses.size(); ++i) {
-        if (verdicts[i].counts.Score() > verdicts[best].counts.Score() &&
-            judge.Distance(poses[i], poses[best]) > distinct)
+        const PoseCounts& counts = verdicts[i].counts;
+        const bool isMore = counts.Score() > bestCounts.Score() ||
+                            matchedShare(counts) > verdict::dFallenMatches * matchedShare(bestCounts);
+        if (isMore && judge.Distance(poses[i], poses[best]) > distinct) return true;
+    }
+    return false;
+}
+
+/// Whether a pose that explains the scans as well as the best one, in the same place, may slide: then it is chance
+/// which of them is held.
+bool hasSlidingTwin(const CPoseJudge& judge, std::span<const CTrafo> poses, const std::vector<PoseVerdict>& verdicts,
+                    std::size_t best)
+{
+    const double distinct = verdict::dDistinctPixels * judge.GetPixelSize();
+    for (std::size_t i = 0; i < poses.size(); ++i) {
+        if (verdicts[i].eFinding != EFinding::Sliding) continue;
+        if (verdicts[i].counts.Score() >= verdict::dTwinShare * verdicts[best].counts.Score() &&
+            judge.Distance(poses[i], poses[best]) <= distinct)
             return true;
     }
     return false;
@@ -62,9 +85,7 @@ bool isOutdone(const CPoseJudge& judge, std::span<const CTrafo> poses, const std
 std::size_t nearestMiss(const std::vector<PoseVerdict>& verdicts)
 {
     const auto merit = [](const PoseVerdict& v) {
-        // A pose that part of the samples refuted has the counts of that part: shares compare, amounts do not.
-        const double share = static_cast<double>(v.counts.uiMatched) / std::max(1U, v.counts.uiSamples);
-        return v.eFinding == EFinding::Invalid ? -1.0 : share * (1.0 - v.counts.Contradiction());
+        return v.eFinding == EFinding::Invalid ? -1.0 : matchedShare(v.counts) * (1.0 - v.counts.Contradiction());
     };
     const auto best = std::max_element(verdicts.begin(), verdicts.end(),
                                        [&](const auto& a, const auto& b) { return merit(a) < merit(b); });
@@ -108,6 +129,10 @@ std::string PairVerdict::Reason() const
     if (best && isRayUnknown)
         return "nothing speaks against the pose, but neither scan shows from where it was taken, so that missing "
                "surface cannot speak against it; say where the sensor stood";
+    if (best && isCoarse)
+        return "nothing speaks against the pose, but a scan has so few points that details which tell it from another "
+               "may "
+               "lie between them; a denser scan would have to show them";
     if (best && isOutdone)
         return "nothing speaks against the pose, but more surface agrees in others, which some of it contradicts; a "
                "further scan would have to share more with this pose";
@@ -134,6 +159,7 @@ PairVerdict DecideOnPoses(const CPoseJudge& judge, std::span<const CTrafo> poses
     result.poses = std::move(verdicts);
     result.explanations = explanations(judge, poses, result.poses);
     result.isRayUnknown = !judge.CanMissSurface();
+    result.isCoarse = judge.IsCoarse();
     if (poses.empty()) return result;
     if (result.explanations.empty()) {
         result.uiNearest = nearestMiss(result.poses);
@@ -141,10 +167,13 @@ PairVerdict DecideOnPoses(const CPoseJudge& judge, std::span<const CTrafo> poses
         result.eVerdict = isAnyShared ? EPairVerdict::NotAligned : EPairVerdict::TooLittle;
         return result;
     }
-    const PoseVerdict best = result.poses[result.explanations.front()];
+    const std::size_t first = result.explanations.front();
+    if (result.poses[first] && hasSlidingTwin(judge, poses, result.poses, first))
+        result.poses[first].eFinding = EFinding::Sliding;
+    const PoseVerdict best = result.poses[first];
     std::erase_if(result.explanations, [&](std::size_t i) { return !isRival(result.poses[i], best.counts); });
     result.isOutdone = isOutdone(judge, poses, result.poses, result.explanations.front());
-    const bool isAlone = result.explanations.size() == 1 && best && !result.isRayUnknown;
+    const bool isAlone = result.explanations.size() == 1 && best && !result.isRayUnknown && !result.isCoarse;
     result.eVerdict = isAlone && !result.isOutdone ? EPairVerdict::Aligned : EPairVerdict::Ambiguous;
     return result;
 }

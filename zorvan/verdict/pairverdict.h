@@ -28,7 +28,8 @@ struct PairVerdict
     std::vector<PoseVerdict> poses;        ///< of each pose in the list
     std::vector<std::size_t> explanations; ///< poses that nothing contradicts, best first, each a place of its own
     std::size_t uiNearest = 0;             ///< without an explanation: the pose that came nearest to one
-    bool isOutdone = false;                ///< a pose that fell scores higher: hence not more than ambiguous
+    bool isOutdone = false;                ///< a pose that fell scores or matches more: hence not more than ambiguous
+    bool isCoarse = false;                 ///< a scan shows too little detail to be sure: hence not more than ambiguous
     bool isRayUnknown = false;             ///< no scan can tell that surface is missing: hence not more than ambiguous
 
     [[nodiscard]] explicit operator bool() const { return eVerdict == EPairVerdict::Aligned; }

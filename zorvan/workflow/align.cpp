@@ -82,6 +82,7 @@ Zorvan::VerdictSummary summarize(const PairCandidate& candidate)
             {{"samples", counts.uiSamples},
              {"matched", counts.uiMatched},
              {"seen_through", counts.uiInFront},
+             {"solid", counts.uiSolid},
              {"missing", counts.uiMissing},
              {"opposed", counts.uiOpposed},
              {"tail", counts.uiTail},

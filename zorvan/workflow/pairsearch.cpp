@@ -64,7 +64,10 @@ PairSearchResult SearchPair(const Zorvan::SurfelScan& fixScan, const Zorvan::Sur
                               milliseconds(times.features + times.vote) + ", refinement " +
                               milliseconds(Clock::now() - featuresDone - times.features - times.vote) +
                               (times.vote > Clock::duration() ? "; the vote took " + milliseconds(times.vote) : "");
-    return {search.GetCandidates(), search.GetVerdict(), search.GetStatistics().ToString(), words, hooks.IsAborted()};
+    const CFPFHPreRegistration::Statistics& statistics = search.GetStatistics();
+    const std::string proposals =
+        statistics.polygons > 0 ? statistics.ToString() : "a part made of planes: poses come from the vote alone";
+    return {search.GetCandidates(), search.GetVerdict(), proposals, words, hooks.IsAborted()};
 }
 
 } // namespace prereg
