@@ -7,11 +7,13 @@
 
 #include "zorvan/runtime/cjobscheduler.h"
 #include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/exactpose.h"
 #include "zorvan/scans/filelock.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/outputcheck.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanwriter.h"
+#include "zorvan/scans/sharedshift.h"
 #include "zorvan/scans/showntext.h"
 #include "zorvan/scans/stagingfolder.h"
 #include "zorvan/workflow/registerresults.h"
@@ -24,6 +26,7 @@
 #include <algorithm>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -121,9 +124,12 @@ std::vector<Zorvan::CFileLock> lockSessions(const RegisterOptions& options)
 
 void leaveOut(const std::string& why) { Tell("left out: " + why, false); }
 
-std::vector<Zorvan::SurfelScan> readScans(RegisterOptions& options, const Zorvan::Hooks& hooks)
+/// @param known  shift of the scans that are there already
+std::vector<Zorvan::SurfelScan> readScans(RegisterOptions& options, const Zorvan::Position& known,
+                                          const Zorvan::Hooks& hooks)
 {
-    const Zorvan::ScanOptions scanOptions = options.files.ToScanOptions();
+    Zorvan::ScanOptions scanOptions = options.files.ToScanOptions();
+    scanOptions.isShifted = true;
     std::vector<Zorvan::SurfelScan> scans;
     hooks.Start("reading", options.scans.size());
     for (const std::string& file : options.scans) {
@@ -141,7 +147,12 @@ std::vector<Zorvan::SurfelScan> readScans(RegisterOptions& options, const Zorvan
     hooks.Finish();
     if (scans.empty() && !options.scans.empty())
         throw Zorvan::CInputError("none of the scans can be read; check the files");
-    for (const Zorvan::SurfelScan& scan : scans) Tell(scan.Warning(), options.general.isQuiet);
+    std::vector<Zorvan::SurfelScan*> all;
+    for (Zorvan::SurfelScan& scan : scans) {
+        Tell(scan.Warning(), options.general.isQuiet);
+        all.push_back(&scan);
+    }
+    Tell(Zorvan::ShiftWords(Zorvan::ShareShift(all, known), options.files.dMmPerUnit), options.general.isQuiet);
     return scans;
 }
 
@@ -156,20 +167,35 @@ public:
         const auto isPrimary = [](const Zorvan::PoseCluster& cluster) { return cluster.isPrimary; };
         const auto primary = std::find_if(m_poses.clusters.begin(), m_poses.clusters.end(), isPrimary);
         if (primary != m_poses.clusters.end()) m_cluster = static_cast<std::size_t>(primary - m_poses.clusters.begin());
-        const auto hasPose = [this](const std::string& scan) { return static_cast<bool>(Of(scan)); };
+        const auto hasPose = [this](const std::string& scan) { return find(scan) != nullptr; };
         if (std::none_of(options.scans.begin(), options.scans.end(), hasPose))
             throw Zorvan::CInputError(options.initial, "has no pose of any of the scans",
                                       "add some under their file names");
     }
 
-    /// Invalid when the file has none.
-    [[nodiscard]] prereg::CTrafo Of(const std::filesystem::path& scan) const
+    /// Gives the start poses to the options, and the shift of their frame.
+    /// @param shift  of that frame when it is known already
+    void Apply(const std::vector<Zorvan::SurfelScan>& scans, const std::optional<Zorvan::Position>& shift,
+               prereg::RegisterOptions& how) const
     {
-        const auto [found, cluster] = m_poses.Find(scan);
-        return found != nullptr && cluster == m_cluster ? found->pose : prereg::CTrafo::Invalid();
+        std::vector<const Zorvan::ScanPose*> poses;
+        for (const Zorvan::SurfelScan& scan : scans) poses.push_back(find(scan.file));
+        const Zorvan::Position first = scans.empty() ? Zorvan::Position{} : scans.front().shift;
+        how.frameShift = shift ? *shift : Zorvan::FrameShiftFor(scans, poses, first);
+        for (std::size_t i = 0; i < scans.size(); ++i)
+            how.startPoses.push_back(poses[i] == nullptr
+                                         ? prereg::CTrafo::Invalid()
+                                         : Zorvan::PoseAbout(*poses[i], scans[i].shift, *how.frameShift));
     }
 
 private:
+    /// With a pose, or null.
+    [[nodiscard]] const Zorvan::ScanPose* find(const std::filesystem::path& scan) const
+    {
+        const auto [found, cluster] = m_poses.Find(scan);
+        return found != nullptr && cluster == m_cluster && found->pose ? found : nullptr;
+    }
+
     Zorvan::PosesFile m_poses;
     std::size_t m_cluster = 0;
 };
@@ -186,14 +212,16 @@ prereg::CSession load(RegisterOptions& options, const prereg::CSession::Group& g
     return session;
 }
 
+/// @param shift  of the session that goes on
 prereg::RegisterOptions toOptions(const RegisterOptions& options, const CInitialPoses& initial,
-                                  const std::vector<Zorvan::SurfelScan>& scans)
+                                  const std::vector<Zorvan::SurfelScan>& scans,
+                                  const std::optional<Zorvan::Position>& shift)
 {
     prereg::RegisterOptions how;
     how.isOptimized = options.isOptimized;
     how.isWeighed = options.isWeighed;
     how.isKeptGoing = options.isKeptGoing;
-    for (const Zorvan::SurfelScan& scan : scans) how.startPoses.push_back(initial.Of(scan.file));
+    initial.Apply(scans, shift, how);
     how.uiNumTasks = options.general.uiNumThreads;
     how.gpu = options.gpu.MakeContext(options.general.isQuiet);
     how.dMmPerUnit = options.files.dMmPerUnit;
@@ -210,17 +238,17 @@ prereg::RegisterResult run(RegisterOptions& options, const CInitialPoses& initia
     CProgress progress(options.general.isQuiet);
     const Zorvan::Hooks hooks = progress.Hooks(interruption);
     if (options.session.empty()) {
-        const std::vector<Zorvan::SurfelScan> scans = readScans(options, hooks);
+        const std::vector<Zorvan::SurfelScan> scans = readScans(options, {}, hooks);
         times.End("reading");
-        return prereg::RegisterScans(scans, toOptions(options, initial, scans), hooks);
+        return prereg::RegisterScans(scans, toOptions(options, initial, scans, {}), hooks);
     }
     auto scheduler = std::make_shared<Zorvan::CJobScheduler>(options.general.uiNumThreads);
     prereg::CSession session = load(options, scheduler->CreateJobGroup({}, {}));
     times.End("session");
-    const std::vector<Zorvan::SurfelScan> scans = readScans(options, hooks);
+    const std::vector<Zorvan::SurfelScan> scans = readScans(options, session.GetSharedShift(), hooks);
     times.End("reading");
-    return prereg::RegisterScans(std::move(scheduler), std::move(session), scans, toOptions(options, initial, scans),
-                                 hooks);
+    const prereg::RegisterOptions how = toOptions(options, initial, scans, session.GetShift());
+    return prereg::RegisterScans(std::move(scheduler), std::move(session), scans, how, hooks);
 }
 
 /// The folder is there, and every result can be written into it.
@@ -268,7 +296,8 @@ void AddRegister(CLI::App& app, int& exitCode)
 {
     const auto options = std::make_shared<RegisterOptions>();
     CLI::App* const command = app.add_subcommand("register", "Bring many scans into one frame");
-    command->add_option("SCAN", options->scans, "Scans, best in the order in which they were taken");
+    command->add_option("SCAN", options->scans,
+                        "Scans, best in the order in which they were taken: " + Zorvan::ReadFormats());
     command
         ->add_option("-o,--output", options->folder, "Folder for poses.json, merged.ply, report.html and session.zdoc")
         ->required();

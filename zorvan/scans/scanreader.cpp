@@ -174,8 +174,10 @@ std::vector<Scan> ReadScans(const std::filesystem::path& file)
     for (const Format& format : formats) {
         if (ending == format.ending) return format.read(bytes, file);
     }
-    throw CInputError(file, "unknown kind of file", "PLY, STL, OBJ, PCD, LAS, E57, PTX, PTS, XYZ and XYZN are read");
+    throw CInputError(file, "unknown kind of file", ReadFormats() + " are read");
 }
+
+std::string ReadFormats() { return "PLY, STL, OBJ, PCD, LAS, E57, PTX, PTS, XYZ and XYZN"; }
 
 Scan ReadScanFile(const std::filesystem::path& file)
 {

@@ -20,6 +20,9 @@ namespace Zorvan {
 /// @throws CInputError
 [[nodiscard]] ZORVAN_SCANS_API std::vector<Scan> ReadScans(const std::filesystem::path& file);
 
+/// Their names, for people.
+[[nodiscard]] ZORVAN_SCANS_API std::string ReadFormats();
+
 /// The same as one scan in the frame that the scans of the file share, at the coordinates of the file: without shift
 /// and pose, and rounded to single precision.
 /// @throws CInputError

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/registerresults.h"
 
+#include "zorvan/scans/exactpose.h"
+#include "zorvan/scans/farcoordinates.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanwriter.h"
 #include "zorvan/scans/showntext.h"
@@ -40,9 +42,18 @@ std::vector<std::vector<std::size_t>> membersByCluster(const RegistrationTable& 
     return sorted;
 }
 
+/// Of clusters and scans, the first that is not zero.
+Zorvan::Position sharedShift(const RegistrationTable& table)
+{
+    std::vector<Zorvan::Position> shifts{table.shift};
+    for (const ScanRow& scan : table.scans) shifts.push_back(scan.shift);
+    return Zorvan::CommonShift(shifts);
+}
+
 Zorvan::PosesFile toPoses(const RegistrationTable& table)
 {
     Zorvan::PosesFile poses{table.dMmPerUnit, {}};
+    poses.shift = sharedShift(table);
     for (const auto& members : membersByCluster(table)) {
         const ScanRow& first = table.scans[members.front()];
         Zorvan::PoseCluster cluster{first.cluster, first.isPrimary, {}};
@@ -50,7 +61,8 @@ Zorvan::PosesFile toPoses(const RegistrationTable& table)
             const ScanRow& scan = table.scans[i];
             const Zorvan::RegistrationSummary result{scan.isPlaced ? iFound : iNoPlace, scan.verdict, scan.dRmse,
                                                      scan.dOverlap, scan.dSlip};
-            cluster.scans.push_back({scan.file, scan.id, scan.pose, result});
+            cluster.scans.push_back({scan.file, scan.id, {}, result});
+            SetPoseAbout(cluster.scans.back(), scan.pose, scan.shift, table.shift);
         }
         poses.clusters.push_back(std::move(cluster));
     }
@@ -61,6 +73,7 @@ void writeMerged(const std::filesystem::path& file, const CSession& session, con
 {
     const std::string cluster = MainCluster(table);
     Zorvan::Scan merged;
+    merged.shift = table.shift;
     std::vector<Zorvan::Rgb> colours;
     for (std::size_t i = 0; i < table.scans.size(); ++i) {
         if (table.scans[i].cluster != cluster) continue;
