@@ -18,6 +18,7 @@ enum EExit : int
 void AddAlign(CLI::App& app, int& exitCode);
 void AddJudge(CLI::App& app, int& exitCode);
 void AddRegister(CLI::App& app, int& exitCode);
+void AddApply(CLI::App& app, int& exitCode);
 void AddFeatures(CLI::App& app, int& exitCode);
 void AddFit(CLI::App& app, int& exitCode);
 void AddSimulate(CLI::App& app, int& exitCode);

@@ -58,6 +58,7 @@ int run(int argc, char** argv)
     tools::AddAlign(app, exitCode);
     tools::AddJudge(app, exitCode);
     tools::AddRegister(app, exitCode);
+    tools::AddApply(app, exitCode);
     tools::AddFeatures(app, exitCode);
     tools::AddFit(app, exitCode);
     tools::AddSimulate(app, exitCode);

@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: MIT
+#include "commands.h"
+#include "interruption.h"
+#include "options.h"
+#include "progress.h"
+
+#include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/exactpose.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/movescan.h"
+#include "zorvan/scans/outputcheck.h"
+#include "zorvan/scans/posesfile.h"
+#include "zorvan/scans/scanreader.h"
+#include "zorvan/scans/showntext.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace tools {
+
+namespace {
+
+struct ApplyOptions
+{
+    std::string poses;
+    std::vector<std::string> scans;
+    std::string folder;
+    double dMmPerUnit = 0.0; ///< not positive: that of the poses
+    GeneralOptions general;
+};
+
+std::string nameOf(const std::string& file) { return std::filesystem::path(file).filename().string(); }
+
+std::filesystem::path outputOf(const ApplyOptions& options, const std::string& scan)
+{
+    return std::filesystem::path(options.folder) / nameOf(scan);
+}
+
+/// Nothing that is read is replaced, and no result by another.
+void checkCall(const ApplyOptions& options)
+{
+    std::set<std::string> names;
+    std::vector<std::string> inputs = options.scans;
+    inputs.push_back(options.poses);
+    for (const std::string& scan : options.scans) {
+        if (!names.insert(nameOf(scan)).second)
+            throw Zorvan::CInputError("two scans are named " + nameOf(scan) +
+                                      ", and poses are matched by file name; rename one of them");
+        Zorvan::RequireApart(outputOf(options, scan), inputs);
+    }
+}
+
+/// The frame that is written: that of the primary cluster, or else of the first.
+std::size_t clusterOf(const Zorvan::PosesFile& poses)
+{
+    const auto primary =
+        std::ranges::find_if(poses.clusters, [](const Zorvan::PoseCluster& cluster) { return cluster.isPrimary; });
+    return primary == poses.clusters.end() ? 0 : static_cast<std::size_t>(primary - poses.clusters.begin());
+}
+
+/// @return the poses of the scans; null for one that has none in the common frame, which is told
+std::vector<const Zorvan::ScanPose*> findPoses(const ApplyOptions& options, const Zorvan::PosesFile& poses)
+{
+    const std::size_t common = clusterOf(poses);
+    std::vector<const Zorvan::ScanPose*> found;
+    for (const std::string& scan : options.scans) {
+        const auto [pose, cluster] = poses.Find(scan);
+        if (pose == nullptr)
+            throw Zorvan::CInputError(options.poses, "has no pose of " + nameOf(scan),
+                                      "leave the scan out, or add a pose under this file name");
+        const bool hasPlace = pose->pose && cluster == common;
+        if (!hasPlace)
+            Tell("left out: " + scan + (pose->pose ? " lies in the frame of another cluster" : " has no pose"), false);
+        found.push_back(hasPlace ? pose : nullptr);
+    }
+    return found;
+}
+
+Zorvan::FramePose inUnits(const Zorvan::ScanPose& scan, double mmPerUnit)
+{
+    Zorvan::FramePose pose = Zorvan::ExactPoseOf(scan);
+    for (double& c : pose.position) c /= mmPerUnit;
+    return pose;
+}
+
+int apply(const ApplyOptions& options)
+{
+    options.general.Apply();
+    checkCall(options);
+    const Zorvan::PosesFile poses = Zorvan::ReadPoses(options.poses);
+    const double mmPerUnit = options.dMmPerUnit > 0.0 ? options.dMmPerUnit : poses.dMmPerUnit;
+    const std::vector<const Zorvan::ScanPose*> found = findPoses(options, poses);
+    Zorvan::MakeFolder(options.folder);
+    for (const std::string& scan : options.scans) Zorvan::RequireWritable(outputOf(options, scan));
+
+    const CInterruption interruption;
+    CProgress progress(options.general.isQuiet);
+    const Zorvan::Hooks hooks = progress.Hooks(interruption);
+    std::size_t written = 0;
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        if (found[i] == nullptr) continue;
+        const std::filesystem::path output = outputOf(options, options.scans[i]);
+        const Zorvan::MoveResult result =
+            Zorvan::MoveScanFile(options.scans[i], output, inUnits(*found[i], mmPerUnit), hooks);
+        if (result.isStopped) break;
+        ++written;
+        if (!result.words.empty()) Tell(output.string() + ": " + result.words, options.general.isQuiet);
+    }
+    std::cout << written << " of " << options.scans.size() << " scans written to " << Zorvan::ToShown(options.folder)
+              << '\n';
+    return written == options.scans.size() ? Done : NotEveryScan;
+}
+
+} // namespace
+
+void AddApply(CLI::App& app, int& exitCode)
+{
+    const auto options = std::make_shared<ApplyOptions>();
+    CLI::App* const command =
+        app.add_subcommand("apply", "Write scans, every point and attribute of them, in the frame of their poses");
+    command->add_option("POSES", options->poses, "Poses file, such as register writes")->required();
+    command->add_option("SCAN", options->scans, "The scans, found in it by file name: " + Zorvan::ReadFormats())
+        ->required();
+    command->add_option("-o,--output", options->folder, "Folder for them; each keeps its name and format")->required();
+    command
+        ->add_option("--scale", options->dMmPerUnit,
+                     "Millimetres per unit of the scan files; 1000 for metres (default: as the poses)")
+        ->check(CLI::PositiveNumber);
+    options->general.AddTo(*command, "Accepted for all commands; applying uses one");
+    command->footer(
+        "Points, normals and the sensor move; all else stays: colours, faces, unknown properties, comments,\n"
+        "the order of points. E57 and PTX get new poses, and keep their points. Files of any size take\n"
+        "some megabytes of memory, but for PCD that is compressed. Ctrl-C ends between files.\n"
+        "Exit code 0: all are written; 1: some have no pose in the common frame, or it was stopped;\n"
+        "2: wrong call, unreadable input or unwritable output.\n\n"
+        "Example:\n"
+        "  zorvan apply out/poses.json scans/*.las -o registered");
+    command->callback([options, &exitCode] { exitCode = apply(*options); });
+}
+
+} // namespace tools
