@@ -12,13 +12,18 @@
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/scans/showntext.h"
+#include "zorvan/scans/textnumber.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tools {
@@ -63,38 +68,86 @@ std::size_t clusterOf(const Zorvan::PosesFile& poses)
     return primary == poses.clusters.end() ? 0 : static_cast<std::size_t>(primary - poses.clusters.begin());
 }
 
-/// @return the poses of the scans; null for one that has none in the common frame, which is told
-std::vector<const Zorvan::ScanPose*> findPoses(const ApplyOptions& options, const Zorvan::PosesFile& poses)
+/// Where the points of a file go, in its unit.
+struct Move
 {
-    const std::size_t common = clusterOf(poses);
-    std::vector<const Zorvan::ScanPose*> found;
-    for (const std::string& scan : options.scans) {
-        const auto [pose, cluster] = poses.Find(scan);
-        if (pose == nullptr)
-            throw Zorvan::CInputError(options.poses, "has no pose of " + nameOf(scan),
-                                      "leave the scan out, or add a pose under this file name");
-        const bool hasPlace = pose->pose && cluster == common;
-        if (!hasPlace)
-            Tell("left out: " + scan + (pose->pose ? " lies in the frame of another cluster" : " has no pose"), false);
-        found.push_back(hasPlace ? pose : nullptr);
-    }
-    return found;
-}
+    std::string file;
+    std::optional<Zorvan::FramePose> pose = {};
+    std::map<std::size_t, Zorvan::FramePose> ofScans = {}; ///< by number, of a file of several that were placed singly
+};
 
-Zorvan::FramePose inUnits(const Zorvan::ScanPose& scan, double mmPerUnit)
+/// What the poses file has of scans, in the common frame.
+class CPlaces
 {
-    Zorvan::FramePose pose = Zorvan::ExactPoseOf(scan);
-    for (double& c : pose.position) c /= mmPerUnit;
-    return pose;
-}
+public:
+    CPlaces(const ApplyOptions& options, const Zorvan::PosesFile& poses)
+        : m_options(options),
+          m_poses(poses),
+          m_common(clusterOf(poses)),
+          m_mmPerUnit(options.dMmPerUnit > 0.0 ? options.dMmPerUnit : poses.dMmPerUnit)
+    {
+    }
+
+    /// Nothing, and the user hears why, for a file with a scan that has no place in the common frame.
+    [[nodiscard]] std::optional<Move> Of(const std::string& file) const
+    {
+        Move move{file};
+        if (m_poses.Find(file).scan != nullptr) {
+            move.pose = placeOf(file);
+            return move.pose ? std::optional(move) : std::nullopt;
+        }
+        for (const Zorvan::PoseCluster& cluster : m_poses.clusters) {
+            for (const Zorvan::ScanPose& scan : cluster.scans) {
+                const auto number = numberIn(scan.file, nameOf(file));
+                if (!number) continue;
+                const auto pose = placeOf(scan.file);
+                if (!pose) return std::nullopt;
+                move.ofScans.emplace(*number, *pose);
+            }
+        }
+        if (move.ofScans.empty())
+            throw Zorvan::CInputError(m_options.poses, "has no pose of " + nameOf(file),
+                                      "leave the scan out, or add a pose under this file name");
+        return move;
+    }
+
+private:
+    /// "site.e57#3" is the third scan of site.e57.
+    static std::optional<std::size_t> numberIn(const std::string& name, const std::string& file)
+    {
+        if (!name.starts_with(file + "#")) return std::nullopt;
+        const auto number = Zorvan::ParseInteger(std::string_view(name).substr(file.size() + 1));
+        return number && *number > 0 ? std::optional(static_cast<std::size_t>(*number)) : std::nullopt;
+    }
+
+    [[nodiscard]] std::optional<Zorvan::FramePose> placeOf(const std::string& name) const
+    {
+        const auto [scan, cluster] = m_poses.Find(name);
+        if (!scan->pose || cluster != m_common) {
+            Tell("left out: " + name + (scan->pose ? " lies in the frame of another cluster" : " has no pose"), false);
+            return std::nullopt;
+        }
+        Zorvan::FramePose pose = Zorvan::ExactPoseOf(*scan);
+        for (double& c : pose.position) c /= m_mmPerUnit;
+        return pose;
+    }
+
+    const ApplyOptions& m_options;
+    const Zorvan::PosesFile& m_poses;
+    std::size_t m_common;
+    double m_mmPerUnit;
+};
 
 int apply(const ApplyOptions& options)
 {
     options.general.Apply();
     checkCall(options);
     const Zorvan::PosesFile poses = Zorvan::ReadPoses(options.poses);
-    const double mmPerUnit = options.dMmPerUnit > 0.0 ? options.dMmPerUnit : poses.dMmPerUnit;
-    const std::vector<const Zorvan::ScanPose*> found = findPoses(options, poses);
+    const CPlaces places(options, poses);
+    std::vector<Move> moves;
+    for (const std::string& scan : options.scans) {
+        if (std::optional<Move> move = places.Of(scan)) moves.push_back(*std::move(move));
+    }
     Zorvan::MakeFolder(options.folder);
     for (const std::string& scan : options.scans) Zorvan::RequireWritable(outputOf(options, scan));
 
@@ -102,11 +155,10 @@ int apply(const ApplyOptions& options)
     CProgress progress(options.general.isQuiet);
     const Zorvan::Hooks hooks = progress.Hooks(interruption);
     std::size_t written = 0;
-    for (std::size_t i = 0; i < found.size(); ++i) {
-        if (found[i] == nullptr) continue;
-        const std::filesystem::path output = outputOf(options, options.scans[i]);
-        const Zorvan::MoveResult result =
-            Zorvan::MoveScanFile(options.scans[i], output, inUnits(*found[i], mmPerUnit), hooks);
+    for (const Move& move : moves) {
+        const std::filesystem::path output = outputOf(options, move.file);
+        const Zorvan::MoveResult result = move.pose ? Zorvan::MoveScanFile(move.file, output, *move.pose, hooks)
+                                                    : Zorvan::MoveScanFile(move.file, output, move.ofScans, hooks);
         if (result.isStopped) break;
         ++written;
         if (!result.words.empty()) Tell(output.string() + ": " + result.words, options.general.isQuiet);

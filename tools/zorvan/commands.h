@@ -23,6 +23,7 @@ void AddFeatures(CLI::App& app, int& exitCode);
 void AddFit(CLI::App& app, int& exitCode);
 void AddSimulate(CLI::App& app, int& exitCode);
 void AddEvaluate(CLI::App& app, int& exitCode);
+void AddSession(CLI::App& app, int& exitCode);
 void AddSettings(CLI::App& app, int& exitCode);
 void AddFlags(CLI::App& app, int& exitCode);
 void AddInfo(CLI::App& app, int& exitCode);

@@ -63,6 +63,7 @@ int run(int argc, char** argv)
     tools::AddFit(app, exitCode);
     tools::AddSimulate(app, exitCode);
     tools::AddEvaluate(app, exitCode);
+    tools::AddSession(app, exitCode);
     tools::AddSettings(app, exitCode);
     tools::AddFlags(app, exitCode);
     tools::AddInfo(app, exitCode);

@@ -73,17 +73,21 @@ prereg::CTrafo PoseAbout(const ScanPose& fix, const ScanPose& flt, const Positio
     return ToTrafo(WithoutShifts(pose, opposite(fltShift), opposite(fixShift)));
 }
 
+void SetPose(ScanPose& scan, const FramePose& pose)
+{
+    const auto rows = RotationRows(pose);
+    scan.exact.emplace();
+    for (std::size_t row = 0; row < 3; ++row)
+        (*scan.exact)[row] = {rows[row][0], rows[row][1], rows[row][2], pose.position[row]};
+    scan.pose = ToTrafo(pose);
+}
+
 void SetPoseAbout(ScanPose& scan, const prereg::CTrafo& pose, const Position& from, const Position& to)
 {
     scan.pose = pose;
     scan.exact.reset();
     if (!pose || (from == Position{} && to == Position{})) return;
-    const FramePose exact = WithoutShifts(ToFramePose(pose), from, to);
-    const auto rows = RotationRows(exact);
-    scan.exact.emplace();
-    for (std::size_t row = 0; row < 3; ++row)
-        (*scan.exact)[row] = {rows[row][0], rows[row][1], rows[row][2], exact.position[row]};
-    scan.pose = ToTrafo(exact);
+    SetPose(scan, WithoutShifts(ToFramePose(pose), from, to));
 }
 
 } // namespace Zorvan

@@ -28,6 +28,8 @@ namespace Zorvan {
 [[nodiscard]] ZORVAN_SCANS_API prereg::CTrafo PoseAbout(const ScanPose& fix, const ScanPose& flt,
                                                         const Position& fixShift, const Position& fltShift);
 
+/// Gives the scan a pose in its own coordinates.
+ZORVAN_SCANS_API void SetPose(ScanPose& scan, const FramePose& pose);
 /// Gives the scan a pose that was found between points about shifts.
 ZORVAN_SCANS_API void SetPoseAbout(ScanPose& scan, const prereg::CTrafo& pose, const Position& from,
                                    const Position& to);

@@ -11,7 +11,9 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
+#include <map>
 #include <sstream>
+#include <string>
 #include <utility>
 
 namespace Zorvan {
@@ -53,15 +55,22 @@ void setNumber(pugi::xml_node parent, const char* name, double value)
     childOf(parent, name, "Float").text() = ToExactText(value).c_str();
 }
 
-void movePose(pugi::xml_node owner, const CMovement& movement, const CMoveStream& stream)
+void movePose(pugi::xml_node owner, const FramePose& motion, const CMoveStream& stream)
 {
-    const FramePose pose = Compose(movement.Pose(), poseOf(owner.child("pose"), stream));
+    const FramePose pose = Compose(motion, poseOf(owner.child("pose"), stream));
     const pugi::xml_node node = childOf(owner, "pose", "Structure");
     const pugi::xml_node turn = childOf(node, "rotation", "Structure");
     const pugi::xml_node shift = childOf(node, "translation", "Structure");
     const std::array names{"w", "x", "y", "z"};
     for (std::size_t k = 0; k < names.size(); ++k) setNumber(turn, names[k], pose.rotation[k]);
     for (std::size_t k = 0; k < 3; ++k) setNumber(shift, names[k + 1], pose.position[k]);
+}
+
+std::string textOf(const pugi::xml_node& node)
+{
+    std::string text;
+    for (const pugi::xml_node& part : node.children()) text += part.value();
+    return text;
 }
 
 /// The XML with the poses of scans and pictures moved, and all else as it is.
@@ -74,8 +83,16 @@ std::string movedXml(const std::string& xml, const CMovement& movement, const CM
         stream.Fail("the XML is damaged at byte " + std::to_string(result.offset) + ": " + result.description(),
                     "export the file again");
     const pugi::xml_node root = document.child("e57Root");
-    for (const char* list : {"data3D", "images2D"}) {
-        for (const pugi::xml_node& owner : root.child(list).children("vectorChild")) movePose(owner, movement, stream);
+    std::map<std::string, FramePose> motions; // by the identifier of the scan
+    std::size_t number = 0;
+    for (const pugi::xml_node& scan : root.child("data3D").children("vectorChild")) {
+        const FramePose motion = movement.OfScan(++number, poseOf(scan.child("pose"), stream));
+        motions.emplace(textOf(scan.child("guid")), motion);
+        movePose(scan, motion, stream);
+    }
+    for (const pugi::xml_node& picture : root.child("images2D").children("vectorChild")) {
+        const auto scan = motions.find(textOf(picture.child("associatedData3DGuid")));
+        movePose(picture, scan == motions.end() ? movement.Pose() : scan->second, stream);
     }
     std::ostringstream text;
     document.save(text, "", pugi::format_raw | pugi::format_no_declaration);

@@ -34,13 +34,13 @@ public:
         : m_stream(stream), m_movement(movement), m_header(ReadPcdHeader(stream.Peek(), stream.File(), stream.Size()))
     {
         for (std::size_t k = 0; k < roleNames.size(); ++k) m_fields[k] = m_header.Find(roleNames[k]);
-        for (std::size_t k = 0; k < 3; ++k) {
+        const auto isNumber = [this](std::size_t k) {
             const PcdField* const field = m_fields[k];
-            if (field == nullptr || field->count != 1 || (field->eType != EPcdType::Float && field->size == 8))
-                m_stream.Fail("the header has no fields x, y and z with one value each", "export points");
-        }
-        for (std::size_t k = 3; k < 6; ++k)
-            m_hasNormals = m_hasNormals && m_fields[k] != nullptr && m_fields[k]->count == 1 && m_fields[k]->size <= 4;
+            return field != nullptr && field->count == 1 && (field->eType == EPcdType::Float || field->size <= 4);
+        };
+        if (!isNumber(0) || !isNumber(1) || !isNumber(2))
+            m_stream.Fail("the header has no fields x, y and z with one value each", "export points");
+        m_hasNormals = isNumber(3) && isNumber(4) && isNumber(5);
     }
 
     std::string Move()
@@ -168,7 +168,7 @@ private:
     const CMovement& m_movement;
     PcdHeader m_header;
     std::array<const PcdField*, 6> m_fields{}; ///< by role
-    bool m_hasNormals = true;
+    bool m_hasNormals = false;
 };
 
 } // namespace

@@ -10,7 +10,10 @@
 #include "zorvan/scans/stagingfolder.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
+#include <string_view>
+#include <utility>
 
 namespace Zorvan {
 
@@ -43,16 +46,13 @@ std::string move(CMoveStream& stream, const CMovement& movement, const CNewFile&
     throw CInputError(stream.File(), "unknown kind of file", ReadFormats() + " are read");
 }
 
-} // namespace
-
-MoveResult MoveScanFile(const std::filesystem::path& from, const std::filesystem::path& to, const FramePose& pose,
-                        const Hooks& hooks)
+MoveResult moveFile(const std::filesystem::path& from, const std::filesystem::path& to, const CMovement& movement,
+                    const Hooks& hooks)
 {
     RequireApart(to, {from.string()});
     RequireReplaceable(to);
     CStagingFolder staging(to.parent_path());
     CNewFile written(staging / to.filename());
-    const CMovement movement(pose);
     try {
         CMoveStream stream(from, written, hooks);
         MoveResult result{false, move(stream, movement, written)};
@@ -65,6 +65,20 @@ MoveResult MoveScanFile(const std::filesystem::path& from, const std::filesystem
         hooks.Finish();
         return {true, {}};
     }
+}
+
+} // namespace
+
+MoveResult MoveScanFile(const std::filesystem::path& from, const std::filesystem::path& to, const FramePose& pose,
+                        const Hooks& hooks)
+{
+    return moveFile(from, to, CMovement(pose), hooks);
+}
+
+MoveResult MoveScanFile(const std::filesystem::path& from, const std::filesystem::path& to,
+                        const std::map<std::size_t, FramePose>& ofScans, const Hooks& hooks)
+{
+    return moveFile(from, to, CMovement(FramePose{}, ofScans), hooks);
 }
 
 } // namespace Zorvan

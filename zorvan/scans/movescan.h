@@ -5,7 +5,9 @@
 #include "zorvan/scans/export.h"
 #include "zorvan/scans/scan.h"
 
+#include <cstddef>
 #include <filesystem>
+#include <map>
 #include <string>
 
 namespace Zorvan {
@@ -30,5 +32,10 @@ struct MoveResult
 /// @throws CInputError
 ZORVAN_SCANS_API MoveResult MoveScanFile(const std::filesystem::path& from, const std::filesystem::path& to,
                                          const FramePose& pose, const Hooks& hooks = Hooks::None());
+/// The same for a file of several scans that are placed one by one: each gets the pose of its number (`Scan::number`)
+/// from its own frame; a scan without one stays where it is.
+ZORVAN_SCANS_API MoveResult MoveScanFile(const std::filesystem::path& from, const std::filesystem::path& to,
+                                         const std::map<std::size_t, FramePose>& ofScans,
+                                         const Hooks& hooks = Hooks::None());
 
 } // namespace Zorvan

@@ -62,6 +62,12 @@ std::string_view CMoveStream::TakeLine()
 
 void CMoveStream::Put(std::string_view bytes)
 {
+    if (bytes.size() >= uiBlock / 2) {
+        Flush();
+        m_to.Write(bytes);
+        m_written += bytes.size();
+        return;
+    }
     m_out += bytes;
     if (m_out.size() >= uiBlock) Flush();
 }

@@ -12,18 +12,33 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Zorvan {
+
+/// By the number of the scan in its file.
+using ScanPoses = std::map<std::size_t, FramePose>;
 
 /// A pose to be applied to many points. Lengths in the unit of the file.
 class CMovement
 {
 public:
-    explicit CMovement(const FramePose& pose) : m_pose(pose), m_rows(RotationRows(pose)) {}
+    /// @param ofScans  new poses of the scans of a file that holds several, by number, in place of a common one
+    explicit CMovement(const FramePose& pose, ScanPoses ofScans = {})
+        : m_pose(pose), m_rows(RotationRows(pose)), m_ofScans(std::move(ofScans))
+    {
+    }
 
     [[nodiscard]] const FramePose& Pose() const { return m_pose; }
+    /// What moves the scan of this number, which has a pose already, in the frame of the file.
+    [[nodiscard]] FramePose OfScan(std::size_t number, const FramePose& before) const
+    {
+        const auto found = m_ofScans.find(number);
+        return found == m_ofScans.end() ? m_pose : Compose(found->second, Inverse(before));
+    }
     [[nodiscard]] bool IsTurned() const { return m_pose.rotation != FramePose{}.rotation; }
     [[nodiscard]] Position Direction(const Position& v) const
     {
@@ -43,6 +58,7 @@ private:
 
     FramePose m_pose;
     std::array<Position, 3> m_rows;
+    ScanPoses m_ofScans;
 };
 
 /// Thrown where the hooks stop the work; whoever began it catches it.

@@ -39,7 +39,7 @@ std::uint64_t takeCount(CMoveStream& stream)
 void takeEmptyLines(CMoveStream& stream)
 {
     while (stream.BytesLeft() > 0) {
-        const std::string_view ahead = stream.Peek(CMoveStream::uiBlock);
+        const std::string_view ahead = stream.Peek(1);
         const std::size_t start = std::min(ahead.find_first_not_of(" \t\r\n"), ahead.size());
         if (start == 0) return;
         stream.Put(stream.Take(start));
@@ -113,17 +113,22 @@ std::string MovePts(CMoveStream& stream, const CMovement& movement)
 
 std::string MovePtx(CMoveStream& stream, const CMovement& movement)
 {
+    std::size_t number = 0;
     for (takeEmptyLines(stream); stream.BytesLeft() > 0; takeEmptyLines(stream)) {
         const std::uint64_t columns = takeCount(stream);
         const std::uint64_t cells = columns * takeCount(stream); // below 2^62
-        for (std::size_t i = 0; i < 4; ++i) {                    // the scanner: its place, and its axes
-            CMovedLine line(stream.TakeLine());
+        std::array<std::string, 4> scanner;                      // its place, and its axes
+        for (std::string& line : scanner) line = stream.TakeLine();
+        const FramePose before = takePose(stream);
+        const CMovement motion(movement.OfScan(++number, before));
+        for (std::size_t i = 0; i < scanner.size(); ++i) {
+            CMovedLine line(scanner[i]);
             const std::optional<Position> numbers = line.Numbers(first);
-            if (!numbers) stream.FailLine("three numbers of the scanner were expected");
-            line.Replace(first, i == 0 ? movement.Point(*numbers) : movement.Direction(*numbers));
+            if (!numbers) stream.FailLine("three numbers of the scanner were expected above");
+            line.Replace(first, i == 0 ? motion.Point(*numbers) : motion.Direction(*numbers));
             stream.Put(line.Text());
         }
-        putPose(stream, Compose(movement.Pose(), takePose(stream)));
+        putPose(stream, Compose(motion.Pose(), before));
         for (std::uint64_t i = 0; i < cells; ++i) {
             const std::string_view line = stream.TakeLine();
             if (line.empty()) stream.FailLine("the file is cut short");

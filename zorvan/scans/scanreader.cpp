@@ -165,6 +165,31 @@ void requirePoints(const SurfelScan& surfels, const Scan& scan, const std::strin
                       "give a scan of a surface");
 }
 
+SurfelScan makeReady(Scan scan, const std::filesystem::path& file, const ScanOptions& options)
+{
+    scan.colours.clear();
+    scan.intensities.clear();
+    SurfelScan surfels;
+    surfels.file = file;
+    surfels.uiRead = scan.points.size();
+    scaleScan(scan, options.dMmPerUnit);
+    surfels.shift = scan.shift;
+    surfels.sensor = scan.sensor;
+    surfels.uiNotFinite = dropPoints(scan, [&](std::size_t i) { return isUsable(scan.points[i]); });
+    requirePoints(surfels, scan, "have finite coordinates below 1e9 mm");
+    surfels.uiJoined = JoinEqualPoints(scan);
+    requirePoints(surfels, scan, "are at places of their own");
+
+    surfels.model = modelOf(scan, options.eMesh, file);
+    if (scan.normals.empty()) surfels.eNormals = ComputeNormals(scan, sensorOf(scan, options));
+    for (Vector3& n : scan.normals) n = Normalized(n);
+    surfels.uiNoNormal = dropPoints(scan, [&](std::size_t i) { return scan.normals[i].LengthSq() > 0.0F; });
+    requirePoints(surfels, scan, "have a normal");
+    surfels.points = std::move(scan.points);
+    surfels.normals = std::move(scan.normals);
+    return surfels;
+}
+
 } // namespace
 
 std::vector<Scan> ReadScans(const std::filesystem::path& file)
@@ -201,29 +226,33 @@ std::string SurfelScan::Warning() const
 
 SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& options)
 {
-    Scan scan = options.isShifted ? joined(file) : ReadScanFile(file);
-    scan.colours.clear();
-    scan.intensities.clear();
-    SurfelScan surfels;
-    surfels.file = file;
+    SurfelScan surfels = makeReady(options.isShifted ? joined(file) : ReadScanFile(file), file, options);
     surfels.isResult = IsColouredResult(file);
-    surfels.uiRead = scan.points.size();
-    scaleScan(scan, options.dMmPerUnit);
-    surfels.shift = scan.shift;
-    surfels.sensor = scan.sensor;
-    surfels.uiNotFinite = dropPoints(scan, [&](std::size_t i) { return isUsable(scan.points[i]); });
-    requirePoints(surfels, scan, "have finite coordinates below 1e9 mm");
-    surfels.uiJoined = JoinEqualPoints(scan);
-    requirePoints(surfels, scan, "are at places of their own");
-
-    surfels.model = modelOf(scan, options.eMesh, file);
-    if (scan.normals.empty()) surfels.eNormals = ComputeNormals(scan, sensorOf(scan, options));
-    for (Vector3& n : scan.normals) n = Normalized(n);
-    surfels.uiNoNormal = dropPoints(scan, [&](std::size_t i) { return scan.normals[i].LengthSq() > 0.0F; });
-    requirePoints(surfels, scan, "have a normal");
-    surfels.points = std::move(scan.points);
-    surfels.normals = std::move(scan.normals);
     return surfels;
+}
+
+std::filesystem::path NumberedName(const std::filesystem::path& file, std::size_t number)
+{
+    return file.string() + "#" + std::to_string(number);
+}
+
+std::vector<SurfelScan> ReadEachScan(const std::filesystem::path& file, const ScanOptions& options)
+{
+    std::vector<Scan> scans = ReadScans(file);
+    std::vector<SurfelScan> all;
+    if (scans.size() == 1) {
+        all.push_back(ReadScan(file, options));
+        return all;
+    }
+    for (Scan& scan : scans) {
+        std::optional<FramePose> pose = scan.pose;
+        for (std::size_t k = 0; pose && k < 3; ++k) pose->position[k] *= options.dMmPerUnit;
+        if (!options.isShifted) SetShift(scan, {});
+        const std::filesystem::path name = NumberedName(file, scan.number);
+        all.push_back(makeReady(std::move(scan), name, options));
+        all.back().pose = pose;
+    }
+    return all;
 }
 
 } // namespace Zorvan

@@ -36,6 +36,8 @@ public:
     };
 
     CSession(const ConfigurationFPFH& config, double dMmPerUnit, const Group& group);
+    /// Of its parts; each entity of the registration is one of the files.
+    CSession(CClusterRegistration registration, double dMmPerUnit, std::vector<ScanFile> files);
     /// @throws CInputError when the file is no whole session
     static CSession Load(const std::filesystem::path& file, const Group& group);
     /// Whole or not at all. @throws CInputError
@@ -62,8 +64,6 @@ public:
     [[nodiscard]] const CClusterRegistration& GetRegistration() const { return m_registration; }
 
 private:
-    CSession(CClusterRegistration registration, double dMmPerUnit, std::vector<ScanFile> files);
-
     CClusterRegistration m_registration;
     double m_mmPerUnit;
     Zorvan::Position m_shift = {};

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+#include "commands.h"
+#include "options.h"
+
+#include "zorvan/runtime/cjobscheduler.h"
+#include "zorvan/scans/filelock.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/workflow/lookatposes.h"
+#include "zorvan/workflow/registerresults.h"
+#include "zorvan/workflow/session.h"
+#include "zorvan/workflow/sessionedit.h"
+
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+namespace tools {
+
+namespace {
+
+struct SessionOptions
+{
+    std::string file;
+    std::string scan;
+    GeneralOptions general;
+};
+
+/// A session with those who work for it.
+struct Opened
+{
+    explicit Opened(const SessionOptions& options)
+        : scheduler(options.general.uiNumThreads),
+          group(scheduler.CreateJobGroup({}, {})),
+          session(prereg::CSession::Load(options.file, group))
+    {
+    }
+
+    Zorvan::CJobScheduler scheduler;
+    prereg::CSession::Group group;
+    prereg::CSession session;
+};
+
+int list(const SessionOptions& options)
+{
+    options.general.Apply();
+    const Opened opened(options);
+    std::cout << prereg::ToText(prereg::LookAtPoses(opened.session, nullptr, opened.group));
+    return Done;
+}
+
+using Edit = prereg::CSession (*)(const prereg::CSession&, const std::string&, const prereg::CSession::Group&);
+
+/// The session, changed in its place.
+int edit(const SessionOptions& options, Edit change)
+{
+    options.general.Apply();
+    const auto place = std::filesystem::weakly_canonical(std::filesystem::absolute(options.file));
+    const Zorvan::CFileLock lock(place, [&](const std::string& holder) {
+        throw Zorvan::CInputError(place, "in use by " + holder, "wait until it has ended");
+    });
+    const Opened opened(options);
+    const std::string name = std::filesystem::path(options.scan).filename().string();
+    try {
+        const prereg::CSession changed = change(opened.session, name, opened.group);
+        changed.Save(options.file);
+        std::cout << prereg::ToText(prereg::LookAtPoses(changed, nullptr, opened.group));
+    } catch (const std::invalid_argument& error) {
+        throw Zorvan::CInputError(options.file, name + ": " + error.what(), "zorvan session list shows its scans");
+    }
+    Tell("poses.json and the other results are those from before; zorvan register --session writes new ones",
+         options.general.isQuiet);
+    return Done;
+}
+
+} // namespace
+
+void AddSession(CLI::App& app, int& exitCode)
+{
+    const auto options = std::make_shared<SessionOptions>();
+    CLI::App* const command = app.add_subcommand("session", "What is in a session, and scans taken out of it");
+    command->require_subcommand(1);
+    const auto add = [&](const char* name, const char* help) {
+        CLI::App* const sub = command->add_subcommand(name, help);
+        sub->add_option("FILE", options->file, "A session.zdoc that register has written")->required();
+        options->general.AddTo(*sub, "Threads that work; the result does not depend on it");
+        return sub;
+    };
+    add("list", "Its scans, by cluster, and how well they fit")->callback([options, &exitCode] {
+        exitCode = list(*options);
+    });
+    const auto addEdit = [&](const char* name, const char* help, Edit change) {
+        CLI::App* const sub = add(name, help);
+        sub->add_option("SCAN", options->scan, "The scan, by its file name")->required();
+        sub->callback([options, change, &exitCode] { exitCode = edit(*options, change); });
+    };
+    addEdit("remove", "Take a scan out; all others stay where they are", prereg::WithoutScan);
+    addEdit("split", "Put a scan into a cluster of its own; the next register --session looks for its place anew",
+            prereg::WithScanApart);
+}
+
+} // namespace tools
