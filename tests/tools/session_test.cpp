@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "workfolder.h"
 
+#include "zorvan/scans/posesfile.h"
 #include "zorvan/workflow/autosettings.h"
 #include "zorvan/workflow/documentfile.h"
 #include "zorvan/workflow/sessioncheck.h"
@@ -149,6 +150,39 @@ TEST(Session, HoldsAScanThatLiesOnSeveralWithTooLittleOnEach)
     EXPECT_EQ(words(), "");
     std::get<1>(entities.back()) = CTrafo::Identity().Translate({0.0F, 0.0F, 3.0F});
     EXPECT_EQ(words(), "9.ply does not lie on the scans that it is registered with");
+}
+
+TEST(Session, LosesAScanOnRequestWhileTheOthersStay)
+{
+    const WorkFolder folder;
+    ASSERT_EQ(folder.Run("simulate -o . --views 3 --field 28 --points 6000 --seed 4 --quiet").exitCode, 0);
+    ASSERT_EQ(folder.Run("register view0?.ply -o out").exitCode, 0);
+    const auto poseOf = [&](const std::string& folderName, const std::string& file) {
+        const auto [scan, cluster] = Zorvan::ReadPoses(folder / (folderName + "/poses.json")).Find(file);
+        return scan == nullptr ? CTrafo::Invalid() : scan->pose;
+    };
+    EXPECT_NE(folder.Run("session list out/session.zdoc").out.find("3 of 3 scans registered, in 1 cluster"),
+              std::string::npos);
+    const auto apart = folder.Run("session split out/session.zdoc view00.ply");
+    EXPECT_EQ(apart.exitCode, 0) << apart.err;
+    EXPECT_NE(apart.out.find("2 of 3 scans registered, in 2 clusters"), std::string::npos) << apart.out;
+    EXPECT_EQ(folder.Run("register --session out/session.zdoc -o again").exitCode, 0) << "it finds its place anew";
+    EXPECT_EQ(folder.Run("session remove again/session.zdoc view01.ply").exitCode, 0);
+    EXPECT_EQ(folder.Run("register --session again/session.zdoc -o less").exitCode, 0);
+    EXPECT_FALSE(poseOf("less", "view01.ply"));
+    for (const char* file : {"view00.ply", "view02.ply"}) {
+        const CTrafo step = poseOf("less", file) * poseOf("again", file).GetInverse(true);
+        EXPECT_LT(step.GetRotationDistance(CTrafo::Identity()), 1e-5F) << file;
+        EXPECT_LT(step.GetTranslation().Length(), 1e-4F) << file;
+    }
+    const auto unknown = folder.Run("session remove again/session.zdoc view01.ply");
+    EXPECT_EQ(unknown.exitCode, 2);
+    EXPECT_EQ(unknown.err,
+              "zorvan: again/session.zdoc: view01.ply: no scan of this name; zorvan session list shows its "
+              "scans\n");
+    EXPECT_EQ(folder.Run("session remove again/session.zdoc view00.ply").exitCode, 0);
+    EXPECT_EQ(folder.Run("session remove again/session.zdoc view02.ply").exitCode, 2) << "it is the only scan";
+    EXPECT_EQ(folder.Run("register view00.ply --session again/session.zdoc -o more").exitCode, 0);
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include "progress.h"
 
 #include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/exactpose.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/outputcheck.h"
 #include "zorvan/scans/posesfile.h"
@@ -52,23 +53,30 @@ void checkCall(const AlignOptions& options)
     Zorvan::RequireWritable(options.output);
 }
 
-/// The start pose of the floating scan in the frame of the fixed one, in mm.
-prereg::CTrafo readStartPose(const AlignOptions& options)
+/// The rough poses of both scans in one frame; that of the floating one is invalid without a start.
+struct StartPoses
 {
+    Zorvan::ScanPose fix;
+    Zorvan::ScanPose flt;
+};
+
+StartPoses readStartPoses(const AlignOptions& options)
+{
+    if (options.initial.empty()) return {};
     const Zorvan::PosesFile poses = Zorvan::ReadPoses(options.initial, options.files.dMmPerUnit);
     const auto [flt, fltCluster] = poses.Find(options.flt);
     const auto [fix, fixCluster] = poses.Find(options.fix);
     if (flt == nullptr || !flt->pose)
         throw Zorvan::CInputError(options.initial, "has no pose of " + nameOf(options.flt),
                                   "add one under this file name");
-    if (fix == nullptr) return flt->pose;
+    if (fix == nullptr) return {Zorvan::IdentityPose(), *flt};
     if (!fix->pose)
         throw Zorvan::CInputError(options.initial, "has no pose of " + nameOf(options.fix),
                                   "add one, or leave the scan out");
     if (fixCluster != fltCluster)
         throw Zorvan::CInputError(options.initial, "has the two scans in different clusters",
                                   "put them into one frame");
-    return fix->pose.GetInverse(true) * flt->pose;
+    return {*fix, *flt};
 }
 
 std::string length(double mm, const AlignOptions& options)
@@ -76,24 +84,7 @@ std::string length(double mm, const AlignOptions& options)
     return Zorvan::ToText(mm / options.files.dMmPerUnit) + " " + Zorvan::UnitName(options.files.dMmPerUnit);
 }
 
-/// Both scans, ready.
-struct Pair
-{
-    Zorvan::SurfelScan fix;
-    Zorvan::SurfelScan flt;
-};
-
-Pair read(const AlignOptions& options, const Zorvan::Hooks& hooks)
-{
-    hooks.Start("reading", 2);
-    Pair pair{Zorvan::ReadScan(options.fix, options.pair.ForFix(options.files)), {}};
-    hooks.Advance();
-    pair.flt = Zorvan::ReadScan(options.flt, options.pair.ForFlt(options.files));
-    hooks.Finish();
-    return pair;
-}
-
-prereg::AlignResult run(const AlignOptions& options, const Pair& pair, const prereg::CTrafo& start,
+prereg::AlignResult run(const AlignOptions& options, const ScanPair& pair, const prereg::CTrafo& start,
                         const bson::object& settings, CProgress& progress)
 {
     prereg::AlignOptions how;
@@ -103,20 +94,9 @@ prereg::AlignResult run(const AlignOptions& options, const Pair& pair, const pre
     how.uiNumTasks = options.general.uiNumThreads;
     if (!start) how.gpu = options.gpu.MakeContext(options.general.isQuiet);
     how.dMmPerUnit = options.files.dMmPerUnit;
-    options.pair.Apply(options.files, how);
+    options.pair.Apply(options.files, pair.fix, pair.flt, how);
     const CInterruption interruption;
     return prereg::Align(pair.fix, pair.flt, how, progress.Hooks(interruption));
-}
-
-void printPose(const prereg::CTrafo& pose, double mmPerUnit)
-{
-    for (unsigned row = 0; row < 4; ++row) {
-        for (unsigned column = 0; column < 4; ++column) {
-            const double unit = column == 3 && row < 3 ? mmPerUnit : 1.0;
-            std::cout << (column > 0 ? " " : "") << Zorvan::ToText(static_cast<double>(pose(row, column)) / unit, 9);
-        }
-        std::cout << '\n';
-    }
 }
 
 const char* verdictWords(prereg::EPairVerdict eVerdict)
@@ -170,10 +150,13 @@ int align(AlignOptions options)
     if (!hasStart && options.general.logLevel.empty()) options.general.logLevel = "error";
     options.general.Apply();
     checkCall(options);
-    const prereg::CTrafo start = hasStart ? readStartPose(options) : prereg::CTrafo::Invalid();
+    const auto [fixStart, fltStart] = readStartPoses(options);
     const bson::object settings = options.settings.Read(options.general.isQuiet);
     CProgress progress(options.general.isQuiet);
-    const Pair pair = read(options, progress.Hooks());
+    const ScanPair pair =
+        options.pair.Read(options.fix, options.flt, options.files, options.general.isQuiet, progress.Hooks());
+    const prereg::CTrafo start =
+        hasStart ? Zorvan::PoseAbout(fixStart, fltStart, pair.fix.shift, pair.flt.shift) : prereg::CTrafo::Invalid();
     const prereg::AlignResult found = run(options, pair, start, settings, progress);
     const prereg::ICPResult result = found.Best();
     const std::string stopped = found.isStopped ? "stopped; this is what was found so far: " : "";
@@ -181,11 +164,10 @@ int align(AlignOptions options)
          {pair.fix.Warning(), pair.flt.Warning(), found.settingsWords, stopped + found.searchWords, found.times,
           found ? found.verdict.Reason() : std::string(), uncertaintyWords(options, found.estimate)})
         Tell(words, options.general.isQuiet);
-    if (!options.output.empty())
-        Zorvan::WritePoses(options.output,
-                           prereg::ToPoses(found, pair.fix, pair.flt, options.files.dMmPerUnit, options.isAll));
+    const Zorvan::PosesFile poses = prereg::ToPoses(found, pair.fix, pair.flt, options.files.dMmPerUnit, options.isAll);
+    if (!options.output.empty()) Zorvan::WritePoses(options.output, poses);
     printVerdict(options, found);
-    if (result && options.output.empty()) printPose(result.GetTrafo(), options.files.dMmPerUnit);
+    if (result && options.output.empty()) std::cout << Zorvan::PoseText(poses.clusters.front().scans.back(), poses);
     return result ? Done : NotEveryScan;
 }
 
@@ -195,7 +177,7 @@ void AddAlign(CCommand app)
 {
     const auto options = std::make_shared<AlignOptions>();
     CCommand command = app.AddCommand("align", "Find the pose of the scan FLT in the frame of the scan FIX");
-    command.AddOption("FIX", options->fix, "The scan that stays, or a model of the object: PLY, STL, OBJ, XYZ or XYZN")
+    command.AddOption("FIX", options->fix, "The scan that stays, or a model of the object: " + Zorvan::ReadFormats())
         .Required();
     command.AddOption("FLT", options->flt, "The scan that moves").Required();
     command.AddOption("--initial", options->initial,

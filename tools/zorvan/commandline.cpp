@@ -30,6 +30,12 @@ COption& COption::Among(const std::vector<std::string>& values)
     return *this;
 }
 
+COption& COption::Positive()
+{
+    m_option->check(CLI::PositiveNumber);
+    return *this;
+}
+
 COption& COption::Between(int iLowest, int iHighest)
 {
     m_option->check(CLI::Range(iLowest, iHighest));

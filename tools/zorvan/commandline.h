@@ -30,6 +30,7 @@ public:
     COption& Required();
     COption& TakesOneValue();
     COption& Among(const std::vector<std::string>& values);
+    COption& Positive();
     COption& Between(int iLowest, int iHighest);
     COption& Between(double dLowest, double dHighest);
 

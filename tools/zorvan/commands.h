@@ -9,10 +9,12 @@ namespace tools {
 void AddAlign(CCommand app);
 void AddJudge(CCommand app);
 void AddRegister(CCommand app);
+void AddApply(CCommand app);
 void AddFeatures(CCommand app);
 void AddFit(CCommand app);
 void AddSimulate(CCommand app);
 void AddEvaluate(CCommand app);
+void AddSession(CCommand app);
 void AddSettings(CCommand app);
 void AddFlags(CCommand app);
 void AddInfo(CCommand app);

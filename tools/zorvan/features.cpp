@@ -198,7 +198,7 @@ void AddFeatures(CCommand app)
     const auto options = std::make_shared<FeaturesOptions>();
     CCommand command =
         app.AddCommand("features", "What the features see: how many there are, and how curved the surface is");
-    command.AddOption("SCAN", options->scan, "The scan: PLY, STL, OBJ, XYZ or XYZN").Required();
+    command.AddOption("SCAN", options->scan, "The scan: " + Zorvan::ReadFormats()).Required();
     command.AddOption("-o,--output", options->output,
                       "PLY to write: all feature points with normals, coloured from dark blue (flat)\n"
                       "to yellow (strongly curved); grey where there are too few neighbours");

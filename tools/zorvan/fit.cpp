@@ -198,7 +198,7 @@ void AddFit(CCommand app)
     command.AddOption("PRIMITIVE", options->primitive, "sphere, cylinder or cone")
         .Required()
         .Among({"sphere", "cylinder", "cone"});
-    command.AddOption("SCAN", options->scan, "The scan: PLY, STL, OBJ, XYZ or XYZN").Required();
+    command.AddOption("SCAN", options->scan, "The scan: " + Zorvan::ReadFormats()).Required();
     command.AddOption("--fix", options->fixed, "radius=R: the radius is known, in file units").TakesOneValue();
     command.AddOption("--bound", options->bounded, "radius=LOW:HIGH: the radius lies between, in file units")
         .TakesOneValue();

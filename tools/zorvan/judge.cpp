@@ -5,6 +5,7 @@
 #include "progress.h"
 
 #include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/exactpose.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/outputcheck.h"
 #include "zorvan/scans/posesfile.h"
@@ -34,8 +35,8 @@ struct JudgeOptions
     SettingsOptions settings;
 };
 
-/// All poses that the file has for the floating scan, in the frame of the fixed one.
-std::vector<prereg::CTrafo> readPoses(const JudgeOptions& options)
+/// All poses that the file has for the floating scan, in the frame of the fixed one, about their shifts.
+std::vector<prereg::CTrafo> readPoses(const JudgeOptions& options, const ScanPair& pair)
 {
     const Zorvan::PosesFile file = Zorvan::ReadPoses(options.poses, options.files.dMmPerUnit);
     const std::filesystem::path name = std::filesystem::path(options.flt).filename();
@@ -43,10 +44,14 @@ std::vector<prereg::CTrafo> readPoses(const JudgeOptions& options)
     const auto [fix, fixCluster] = file.Find(options.fix);
     const bool hasFix = fix != nullptr && fix->pose;
     std::vector<prereg::CTrafo> poses;
+    const auto add = [&](const Zorvan::ScanPose& from, const Zorvan::ScanPose& pose) {
+        poses.push_back(Zorvan::PoseAbout(from, pose, pair.fix.shift, pair.flt.shift));
+    };
     if (flt != nullptr && flt->pose && (!hasFix || fixCluster == fltCluster))
-        poses.push_back(hasFix ? fix->pose.GetInverse(true) * flt->pose : flt->pose);
+        add(hasFix ? *fix : Zorvan::IdentityPose(), *flt);
     for (const Zorvan::ScanPose& candidate : file.candidates) {
-        if (candidate.pose && std::filesystem::path(candidate.file).filename() == name) poses.push_back(candidate.pose);
+        if (candidate.pose && std::filesystem::path(candidate.file).filename() == name)
+            add(Zorvan::IdentityPose(), candidate);
     }
     if (poses.empty())
         throw Zorvan::CInputError(options.poses,
@@ -78,10 +83,10 @@ int judge(const JudgeOptions& options)
     how.dGrid = options.files.ToGrid();
     how.settings = options.settings.Read(options.general.isQuiet);
     how.dMmPerUnit = options.files.dMmPerUnit;
-    options.pair.Apply(options.files, how);
-    const std::vector<prereg::CTrafo> poses = readPoses(options);
-    const Zorvan::SurfelScan fix = Zorvan::ReadScan(options.fix, options.pair.ForFix(options.files));
-    const Zorvan::SurfelScan flt = Zorvan::ReadScan(options.flt, options.pair.ForFlt(options.files));
+    const ScanPair pair = options.pair.Read(options.fix, options.flt, options.files, options.general.isQuiet);
+    const auto& [fix, flt] = pair;
+    options.pair.Apply(options.files, fix, flt, how);
+    const std::vector<prereg::CTrafo> poses = readPoses(options, pair);
     const prereg::AlignResult result = prereg::WeighPoses(fix, flt, poses, how);
     for (const std::string& words : {fix.Warning(), flt.Warning(), result.settingsWords})
         Tell(words, options.general.isQuiet);
@@ -98,7 +103,7 @@ void AddJudge(CCommand app)
     const auto options = std::make_shared<JudgeOptions>();
     CCommand command =
         app.AddCommand("judge", "Weigh poses of the scan FLT in the frame of the scan FIX that were found elsewhere");
-    command.AddOption("FIX", options->fix, "The scan that stays, or a model of the object: PLY, STL, OBJ, XYZ or XYZN")
+    command.AddOption("FIX", options->fix, "The scan that stays, or a model of the object: " + Zorvan::ReadFormats())
         .Required();
     command.AddOption("FLT", options->flt, "The scan that moves").Required();
     command.AddOption("POSES", options->poses, "Poses file: a pose of FLT, its \"candidates\", or both").Required();

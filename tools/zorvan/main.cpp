@@ -53,10 +53,12 @@ int run(int argc, char** argv)
     tools::AddAlign(program.Root());
     tools::AddJudge(program.Root());
     tools::AddRegister(program.Root());
+    tools::AddApply(program.Root());
     tools::AddFeatures(program.Root());
     tools::AddFit(program.Root());
     tools::AddSimulate(program.Root());
     tools::AddEvaluate(program.Root());
+    tools::AddSession(program.Root());
     tools::AddSettings(program.Root());
     tools::AddFlags(program.Root());
     tools::AddInfo(program.Root());

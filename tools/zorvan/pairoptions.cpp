@@ -2,6 +2,7 @@
 #include "pairoptions.h"
 
 #include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/sharedshift.h"
 
 #include <array>
 #include <vector>
@@ -10,33 +11,35 @@ namespace tools {
 
 namespace {
 
-Zorvan::Vector3 parsePoint(const std::string& option, const std::string& text, double mmPerUnit)
+/// About the shift (mm) of the scan.
+Zorvan::Vector3 parsePoint(const std::string& option, const std::string& text, double mmPerUnit,
+                           const Zorvan::Position& shift)
 {
     std::vector<double> xyz = ParseNumbers(option, text, 3);
     std::array<float, 3> mm{};
-    for (std::size_t k = 0; k < 3; ++k) mm[k] = Zorvan::ToFloat(xyz[k] * mmPerUnit);
+    for (std::size_t k = 0; k < 3; ++k) mm[k] = Zorvan::ToFloat(xyz[k] * mmPerUnit - shift[k]);
     return {mm[0], mm[1], mm[2]};
 }
 
 Zorvan::Vector3 parseDirection(const std::string& option, const std::string& text)
 {
-    const Zorvan::Vector3 direction = Zorvan::Normalized(parsePoint(option, text, 1.0));
+    const Zorvan::Vector3 direction = Zorvan::Normalized(parsePoint(option, text, 1.0, {}));
     if (!(direction.LengthSq() > 0.0F)) throw Zorvan::CInputError(option + ": a direction has a length");
     return direction;
 }
 
 /// @param name  "fix" or "flt", as in the options
 prereg::SensorKnowledge knowledge(const std::string& name, const std::string& sensor, const std::string& ray,
-                                  const ScanFileOptions& files)
+                                  const ScanFileOptions& files, const Zorvan::Position& shift)
 {
     if (!sensor.empty() && !ray.empty())
         throw Zorvan::CInputError("--sensor-" + name + " and --ray-" + name + " say the same; give one of them");
     prereg::SensorKnowledge known;
     if (!ray.empty()) known.direction = parseDirection("--ray-" + name, ray);
     if (!sensor.empty())
-        known.position = parsePoint("--sensor-" + name, sensor, files.dMmPerUnit);
+        known.position = parsePoint("--sensor-" + name, sensor, files.dMmPerUnit, shift);
     else if (ray.empty() && !files.sensor.empty())
-        known.position = parsePoint("--sensor", files.sensor, files.dMmPerUnit);
+        known.position = parsePoint("--sensor", files.sensor, files.dMmPerUnit, shift);
     return known;
 }
 
@@ -50,8 +53,9 @@ Zorvan::ScanOptions readOptions(const ScanFileOptions& files, const std::string&
                                 Zorvan::EMesh eMesh)
 {
     Zorvan::ScanOptions options = files.ToScanOptions();
-    if (!sensor.empty()) options.sensor = parsePoint(option, sensor, 1.0);
+    if (!sensor.empty()) options.sensor = parsePoint(option, sensor, 1.0, {});
     options.eMesh = eMesh;
+    options.isShifted = true;
     return options;
 }
 
@@ -74,6 +78,19 @@ void PairOptions::AddTo(CCommand command)
     command.AddOption("--ray-flt", fltRay, "The same of FLT");
 }
 
+ScanPair PairOptions::Read(const std::string& fix, const std::string& flt, const ScanFileOptions& files, bool isQuiet,
+                           const Zorvan::Hooks& hooks) const
+{
+    hooks.Start("reading", 2);
+    ScanPair pair{Zorvan::ReadScan(fix, ForFix(files)), {}};
+    hooks.Advance();
+    pair.flt = Zorvan::ReadScan(flt, ForFlt(files));
+    hooks.Finish();
+    const std::array scans{&pair.fix, &pair.flt};
+    Tell(Zorvan::ShiftWords(Zorvan::ShareShift(scans), files.dMmPerUnit), isQuiet);
+    return pair;
+}
+
 Zorvan::ScanOptions PairOptions::ForFix(const ScanFileOptions& files) const
 {
     return readOptions(files, "--sensor-fix", fixSensor, meshOf(mesh, "fixed"));
@@ -84,10 +101,11 @@ Zorvan::ScanOptions PairOptions::ForFlt(const ScanFileOptions& files) const
     return readOptions(files, "--sensor-flt", fltSensor, meshOf(mesh, "floating"));
 }
 
-void PairOptions::Apply(const ScanFileOptions& files, prereg::AlignOptions& options) const
+void PairOptions::Apply(const ScanFileOptions& files, const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& flt,
+                        prereg::AlignOptions& options) const
 {
-    options.fixSensor = knowledge("fix", fixSensor, fixRay, files);
-    options.fltSensor = knowledge("flt", fltSensor, fltRay, files);
+    options.fixSensor = knowledge("fix", fixSensor, fixRay, files, fix.shift);
+    options.fltSensor = knowledge("flt", fltSensor, fltRay, files, flt.shift);
 }
 
 } // namespace tools

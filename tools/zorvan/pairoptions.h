@@ -10,6 +10,13 @@
 
 namespace tools {
 
+/// The two scans of a call, ready.
+struct ScanPair
+{
+    Zorvan::SurfelScan fix;
+    Zorvan::SurfelScan flt;
+};
+
 /// What a user may know of the two files of a pair, and the program would have to find out: which is a model, and how
 /// their sensors looked.
 struct PairOptions
@@ -24,8 +31,12 @@ struct PairOptions
     /// How the two files are to be read. @param files  what holds for both @throws CInputError
     [[nodiscard]] Zorvan::ScanOptions ForFix(const ScanFileOptions& files) const;
     [[nodiscard]] Zorvan::ScanOptions ForFlt(const ScanFileOptions& files) const;
+    /// Both scans, about one shift when they are far from the origin, which is told. @throws CInputError
+    [[nodiscard]] ScanPair Read(const std::string& fix, const std::string& flt, const ScanFileOptions& files,
+                                bool isQuiet, const Zorvan::Hooks& hooks = Zorvan::Hooks::None()) const;
     /// @throws CInputError
-    void Apply(const ScanFileOptions& files, prereg::AlignOptions& options) const;
+    void Apply(const ScanFileOptions& files, const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& flt,
+               prereg::AlignOptions& options) const;
 };
 
 } // namespace tools

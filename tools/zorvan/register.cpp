@@ -7,15 +7,20 @@
 
 #include "zorvan/runtime/cjobscheduler.h"
 #include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/exactpose.h"
 #include "zorvan/scans/filelock.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/outputcheck.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanwriter.h"
+#include "zorvan/scans/sharedshift.h"
 #include "zorvan/scans/showntext.h"
 #include "zorvan/scans/stagingfolder.h"
+#include "zorvan/scans/textnumber.h"
+#include "zorvan/workflow/exportscans.h"
 #include "zorvan/workflow/registerresults.h"
 #include "zorvan/workflow/registerscans.h"
+#include "zorvan/workflow/runrecord.h"
 #include "zorvan/workflow/session.h"
 #include "zorvan/workflow/stagetimes.h"
 
@@ -23,7 +28,9 @@
 
 #include <algorithm>
 #include <iostream>
+#include <list>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -39,6 +46,7 @@ struct RegisterOptions
     std::string folder;
     std::string session;
     std::string initial;
+    std::string exported; ///< ending of the file with all originals; empty: none is written
     bool isOptimized = false;
     bool isWeighed = false;
     bool isKeptGoing = false; ///< without scans that cannot be read
@@ -53,6 +61,7 @@ struct RegisterOptions
 };
 
 constexpr const char* sSession = "session.zdoc";
+constexpr const char* sRunRecord = "run.json";
 
 std::string nameOf(const std::string& file) { return std::filesystem::path(file).filename().string(); }
 
@@ -78,6 +87,11 @@ void checkCall(const RegisterOptions& options)
             "a new one");
 }
 
+std::filesystem::path exportOf(const RegisterOptions& options)
+{
+    return std::filesystem::path(options.folder) / ("scans." + options.exported);
+}
+
 /// Nothing that is read is replaced, but for the session that goes on in its own place; and nothing that a run has
 /// written is taken for a scan.
 void checkFiles(const RegisterOptions& options)
@@ -87,6 +101,8 @@ void checkFiles(const RegisterOptions& options)
     inputs.push_back(options.settings.file);
     Zorvan::RequireApart(sessionOf(options), inputs);
     inputs.push_back(options.session);
+    Zorvan::RequireApart(std::filesystem::path(options.folder) / sRunRecord, inputs);
+    if (!options.exported.empty()) Zorvan::RequireApart(exportOf(options), inputs);
     for (const char* name : prereg::resultFiles) {
         if (name != std::string(sSession)) Zorvan::RequireApart(std::filesystem::path(options.folder) / name, inputs);
     }
@@ -121,14 +137,17 @@ std::vector<Zorvan::CFileLock> lockSessions(const RegisterOptions& options)
 
 void leaveOut(const std::string& why) { Tell("left out: " + why, false); }
 
-std::vector<Zorvan::SurfelScan> readScans(RegisterOptions& options, const Zorvan::Hooks& hooks)
+/// @param known  shift of the scans that are there already
+std::vector<Zorvan::SurfelScan> readScans(RegisterOptions& options, const Zorvan::Position& known,
+                                          const Zorvan::Hooks& hooks)
 {
-    const Zorvan::ScanOptions scanOptions = options.files.ToScanOptions();
+    Zorvan::ScanOptions scanOptions = options.files.ToScanOptions();
+    scanOptions.isShifted = true;
     std::vector<Zorvan::SurfelScan> scans;
     hooks.Start("reading", options.scans.size());
     for (const std::string& file : options.scans) {
         try {
-            scans.push_back(Zorvan::ReadScan(file, scanOptions));
+            for (Zorvan::SurfelScan& scan : Zorvan::ReadEachScan(file, scanOptions)) scans.push_back(std::move(scan));
         } catch (const Zorvan::CInputError& error) {
             if (options.scans.size() == 1) throw;
             if (!options.isKeptGoing)
@@ -141,7 +160,12 @@ std::vector<Zorvan::SurfelScan> readScans(RegisterOptions& options, const Zorvan
     hooks.Finish();
     if (scans.empty() && !options.scans.empty())
         throw Zorvan::CInputError("none of the scans can be read; check the files");
-    for (const Zorvan::SurfelScan& scan : scans) Tell(scan.Warning(), options.general.isQuiet);
+    std::vector<Zorvan::SurfelScan*> all;
+    for (Zorvan::SurfelScan& scan : scans) {
+        Tell(scan.Warning(), options.general.isQuiet);
+        all.push_back(&scan);
+    }
+    Tell(Zorvan::ShiftWords(Zorvan::ShareShift(all, known), options.files.dMmPerUnit), options.general.isQuiet);
     return scans;
 }
 
@@ -156,20 +180,48 @@ public:
         const auto isPrimary = [](const Zorvan::PoseCluster& cluster) { return cluster.isPrimary; };
         const auto primary = std::find_if(m_poses.clusters.begin(), m_poses.clusters.end(), isPrimary);
         if (primary != m_poses.clusters.end()) m_cluster = static_cast<std::size_t>(primary - m_poses.clusters.begin());
-        const auto hasPose = [this](const std::string& scan) { return static_cast<bool>(Of(scan)); };
-        if (std::none_of(options.scans.begin(), options.scans.end(), hasPose))
+        const auto hasPose = [this](const std::string& scan) {
+            const std::string name = nameOf(scan);
+            return std::ranges::any_of(m_poses.clusters[m_cluster].scans, [&](const Zorvan::ScanPose& pose) {
+                const std::string posed = nameOf(pose.file);
+                return pose.pose && (posed == name || posed.starts_with(name + "#"));
+            });
+        };
+        if (m_poses.clusters.empty() || std::ranges::none_of(options.scans, hasPose))
             throw Zorvan::CInputError(options.initial, "has no pose of any of the scans",
                                       "add some under their file names");
     }
 
-    /// Invalid when the file has none.
-    [[nodiscard]] prereg::CTrafo Of(const std::filesystem::path& scan) const
+    /// Gives the start poses to the options, and the shift of their frame.
+    /// @param shift  of that frame when it is known already
+    void Apply(const std::vector<Zorvan::SurfelScan>& scans, const std::optional<Zorvan::Position>& shift,
+               prereg::RegisterOptions& how) const
     {
-        const auto [found, cluster] = m_poses.Find(scan);
-        return found != nullptr && cluster == m_cluster ? found->pose : prereg::CTrafo::Invalid();
+        std::vector<const Zorvan::ScanPose*> poses;
+        std::list<Zorvan::ScanPose> ofFiles; // what the files tell of scans that the user does not
+        for (const Zorvan::SurfelScan& scan : scans) {
+            poses.push_back(find(scan.file));
+            if (poses.back() != nullptr || !scan.pose) continue;
+            ofFiles.emplace_back();
+            SetPose(ofFiles.back(), *scan.pose);
+            poses.back() = &ofFiles.back();
+        }
+        const Zorvan::Position first = scans.empty() ? Zorvan::Position{} : scans.front().shift;
+        how.frameShift = shift ? *shift : Zorvan::FrameShiftFor(scans, poses, first);
+        for (std::size_t i = 0; i < scans.size(); ++i)
+            how.startPoses.push_back(poses[i] == nullptr
+                                         ? prereg::CTrafo::Invalid()
+                                         : Zorvan::PoseAbout(*poses[i], scans[i].shift, *how.frameShift));
     }
 
 private:
+    /// With a pose, or null.
+    [[nodiscard]] const Zorvan::ScanPose* find(const std::filesystem::path& scan) const
+    {
+        const auto [found, cluster] = m_poses.Find(scan);
+        return found != nullptr && cluster == m_cluster && found->pose ? found : nullptr;
+    }
+
     Zorvan::PosesFile m_poses;
     std::size_t m_cluster = 0;
 };
@@ -180,20 +232,22 @@ prereg::CSession load(RegisterOptions& options, const prereg::CSession::Group& g
     prereg::CSession session = prereg::CSession::Load(options.session, group);
     if (!options.hasScale) options.files.dMmPerUnit = session.GetMmPerUnit();
     for (const std::string& scan : options.scans) {
-        if (session.Contains(nameOf(scan)))
+        if (session.Contains(nameOf(scan)) || session.Contains(Zorvan::NumberedName(nameOf(scan), 1).string()))
             throw Zorvan::CInputError(scan, "a scan of this name is in the session already", "rename it");
     }
     return session;
 }
 
+/// @param shift  of the session that goes on
 prereg::RegisterOptions toOptions(const RegisterOptions& options, const CInitialPoses& initial,
-                                  const std::vector<Zorvan::SurfelScan>& scans)
+                                  const std::vector<Zorvan::SurfelScan>& scans,
+                                  const std::optional<Zorvan::Position>& shift)
 {
     prereg::RegisterOptions how;
     how.isOptimized = options.isOptimized;
     how.isWeighed = options.isWeighed;
     how.isKeptGoing = options.isKeptGoing;
-    for (const Zorvan::SurfelScan& scan : scans) how.startPoses.push_back(initial.Of(scan.file));
+    initial.Apply(scans, shift, how);
     how.uiNumTasks = options.general.uiNumThreads;
     how.gpu = options.gpu.MakeContext(options.general.isQuiet);
     how.dMmPerUnit = options.files.dMmPerUnit;
@@ -210,17 +264,17 @@ prereg::RegisterResult run(RegisterOptions& options, const CInitialPoses& initia
     CProgress progress(options.general.isQuiet);
     const Zorvan::Hooks hooks = progress.Hooks(interruption);
     if (options.session.empty()) {
-        const std::vector<Zorvan::SurfelScan> scans = readScans(options, hooks);
+        const std::vector<Zorvan::SurfelScan> scans = readScans(options, {}, hooks);
         times.End("reading");
-        return prereg::RegisterScans(scans, toOptions(options, initial, scans), hooks);
+        return prereg::RegisterScans(scans, toOptions(options, initial, scans, {}), hooks);
     }
     auto scheduler = std::make_shared<Zorvan::CJobScheduler>(options.general.uiNumThreads);
     prereg::CSession session = load(options, scheduler->CreateJobGroup({}, {}));
     times.End("session");
-    const std::vector<Zorvan::SurfelScan> scans = readScans(options, hooks);
+    const std::vector<Zorvan::SurfelScan> scans = readScans(options, session.GetSharedShift(), hooks);
     times.End("reading");
-    return prereg::RegisterScans(std::move(scheduler), std::move(session), scans, toOptions(options, initial, scans),
-                                 hooks);
+    const prereg::RegisterOptions how = toOptions(options, initial, scans, session.GetShift());
+    return prereg::RegisterScans(std::move(scheduler), std::move(session), scans, how, hooks);
 }
 
 /// The folder is there, and every result can be written into it.
@@ -229,6 +283,47 @@ void prepareFolder(const std::filesystem::path& folder)
     Zorvan::MakeFolder(folder);
     Zorvan::RequireWritable(folder / sSession);
     for (const char* name : prereg::resultFiles) Zorvan::RequireReplaceable(folder / name);
+    Zorvan::RequireReplaceable(folder / sRunRecord);
+}
+
+void exportScans(const RegisterOptions& options, const prereg::RegistrationTable& table)
+{
+    if (options.exported.empty()) return;
+    const std::vector<std::filesystem::path> files(options.scans.begin(), options.scans.end());
+    const std::size_t count = prereg::ExportScans(exportOf(options), files, prereg::ToPoses(table));
+    Tell(exportOf(options).string() + " holds " + std::to_string(count) + " of the " +
+             std::to_string(table.scans.size()) + " scans",
+         options.general.isQuiet);
+}
+
+std::vector<prereg::RunInput> describeInputs(const RegisterOptions& options)
+{
+    std::vector<prereg::RunInput> inputs;
+    for (const std::string& scan : options.scans) inputs.push_back(prereg::DescribeInput(scan));
+    for (const std::string& file : {options.session, options.initial, options.settings.file}) {
+        if (!file.empty()) inputs.push_back(prereg::DescribeInput(file));
+    }
+    return inputs;
+}
+
+/// What was done, beside the poses.
+void writeRunRecord(const RegisterOptions& options, const std::vector<prereg::RunInput>& inputs,
+                    const prereg::RegisterResult& result, const std::string& times)
+{
+    const auto yesNo = [](bool is) { return std::string(is ? "yes" : "no"); };
+    const prereg::RunRecord record{"register",
+                                   ZORVAN_VERSION,
+                                   {{"scale", Zorvan::ToText(options.files.dMmPerUnit, 9)},
+                                    {"grid", options.files.grid},
+                                    {"sensor", options.files.sensor},
+                                    {"optimize", yesNo(options.isOptimized)},
+                                    {"weighed", yesNo(options.isWeighed)},
+                                    {"stopped", yesNo(result.isStopped)}},
+                                   inputs,
+                                   result.session.GetRegistration().GetRegistrationConfig(),
+                                   times};
+    Zorvan::WriteFileAtomically(std::filesystem::path(options.folder) / sRunRecord,
+                                prereg::RunRecordText(record, result.table));
 }
 
 int registerScans(RegisterOptions options)
@@ -244,12 +339,15 @@ int registerScans(RegisterOptions options)
     const std::vector<Zorvan::CFileLock> locks = lockSessions(options);
     if (!options.session.empty()) Zorvan::TidyStagingFolders(std::filesystem::path(options.session).parent_path());
 
+    const std::vector<prereg::RunInput> inputs = describeInputs(options);
     prereg::CStageTimes times;
     const CInterruption interruption;
     const prereg::RegisterResult result = run(options, initial, interruption, times);
     times.Append(result.times);
     prereg::WriteRegistration(folder, result.session, result.table);
+    exportScans(options, result.table);
     times.End("results");
+    writeRunRecord(options, inputs, result, times.Words());
 
     Tell(result.settingsWords, options.general.isQuiet);
     for (const std::string& why : result.leftOut) leaveOut(why);
@@ -268,12 +366,22 @@ void AddRegister(CCommand app)
 {
     const auto options = std::make_shared<RegisterOptions>();
     CCommand command = app.AddCommand("register", "Bring many scans into one frame");
-    command.AddOption("SCAN", options->scans, "Scans, best in the order in which they were taken");
-    command.AddOption("-o,--output", options->folder, "Folder for poses.json, merged.ply, report.html and session.zdoc")
+    command.AddOption("SCAN", options->scans,
+                      "Scans, best in the order in which they were taken: " + Zorvan::ReadFormats() +
+                          "\n(all scans of a PTX or E57, whose own poses are tried first)");
+    command
+        .AddOption("-o,--output", options->folder,
+                   "Folder for poses.json, merged.ply, report.html, session.zdoc and run.json")
         .Required();
     command.AddOption("--session", options->session, "A session.zdoc to go on with; the scans are added to it");
     command.AddOption("--initial", options->initial,
                       "Poses file with rough poses of some or all scans; they are tried before a\nsearch");
+    command
+        .AddOption("--export", options->exported,
+                   "Write all points of the scans of this call that are in the largest cluster, too:\n"
+                   "e57 (scans with poses), ply, pcd or las (one cloud), as scans.e57 and so on;\n"
+                   "they have to fit into memory, see zorvan apply")
+        .Among({"e57", "ply", "pcd", "las"});
     command.AddFlag("--optimize", options->isOptimized,
                     "Refine all poses together afterwards; scans that do not agree with the others\nleave them");
     command.AddFlag("--weighed", options->isWeighed,
@@ -294,6 +402,7 @@ void AddRegister(CCommand app)
                       "Examples:\n"
                       "  zorvan register scans/*.ply -o out --optimize\n"
                       "  zorvan register bunny/*.ply --scale 1000 -o out\n"
+                      "  zorvan register site.e57 --scale 1000 -o out --export e57\n"
                       "  zorvan register new.ply --session out/session.zdoc -o out2");
     command.SetAction([options, command] {
         options->hasScale = command.IsGiven("--scale");

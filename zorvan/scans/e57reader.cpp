@@ -238,12 +238,15 @@ std::vector<Scan> ReadE57(std::string_view bytes, const std::filesystem::path& f
     const std::vector<E57ScanHeader> headers = ReadE57Document(pages.Xml(), file);
     std::vector<Scan> scans;
     std::uint64_t total = 0;
+    std::size_t number = 0;
     for (const E57ScanHeader& header : headers) {
+        ++number;
         total += header.points;
         // A point takes a bit at least; many scans could name the same section.
         if (total / 8 > bytes.size()) pages.Fail(header.place, "more points are promised than the file can hold");
         if (header.points == 0) continue;
         Scan scan = CE57ScanReader(pages, header).Read();
+        scan.number = number;
         if (!scan.points.empty()) scans.push_back(std::move(scan));
     }
     if (scans.empty()) throw CInputError(file, "holds no point", "give a scan of a surface");

@@ -36,7 +36,10 @@ enum ELasPlace : std::size_t
 class CLasHeaderParser
 {
 public:
-    CLasHeaderParser(std::string_view bytes, const std::filesystem::path& file) : m_bytes(bytes), m_file(file) {}
+    CLasHeaderParser(std::string_view bytes, const std::filesystem::path& file, std::uint64_t fileSize)
+        : m_bytes(bytes), m_file(file), m_fileSize(fileSize)
+    {
+    }
 
     LasHeader Parse()
     {
@@ -65,7 +68,7 @@ private:
     {
         throw CInputError(m_file,
                           "truncated: the header promises " + promised + ", the file has " +
-                              std::to_string(m_bytes.size()) + " bytes",
+                              std::to_string(m_fileSize) + " bytes",
                           "write or copy it again");
     }
 
@@ -129,13 +132,14 @@ private:
         if (header < uiHeaderBytes || m_header.bodyOffset < header)
             fail(BodyOffset, "the points begin inside the header");
         const std::uint64_t end = m_header.bodyOffset + m_header.points * m_header.stride; // below 2^48
-        if (end > m_bytes.size())
+        if (end > m_fileSize)
             failCut(std::to_string(m_header.points) + " points of " + std::to_string(m_header.stride) +
                     " bytes behind byte " + std::to_string(m_header.bodyOffset));
     }
 
     std::string_view m_bytes;
     const std::filesystem::path& m_file;
+    std::uint64_t m_fileSize;
     LasHeader m_header;
 };
 
@@ -160,9 +164,10 @@ std::optional<std::size_t> LasColourOffset(unsigned format)
     }
 }
 
-LasHeader ReadLasHeader(std::string_view bytes, const std::filesystem::path& file)
+LasHeader ReadLasHeader(std::string_view bytes, const std::filesystem::path& file,
+                        std::optional<std::uint64_t> fileSize)
 {
-    return CLasHeaderParser(bytes, file).Parse();
+    return CLasHeaderParser(bytes, file, fileSize.value_or(bytes.size())).Parse();
 }
 
 } // namespace Zorvan

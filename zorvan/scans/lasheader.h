@@ -31,8 +31,10 @@ struct LasHeader
 /// Where red, green and blue stand in a point, two bytes each; nothing for a format without them.
 [[nodiscard]] ZORVAN_SCANS_API std::optional<std::size_t> LasColourOffset(unsigned format);
 
-/// @param bytes  the whole file
+/// @param bytes     the whole file, or its beginning with the header
+/// @param fileSize  of the whole file, which the counts are compared with; nothing: bytes are all
 /// @throws CInputError naming the byte, "truncated" when the body is too short, and for LAZ with the way around it
-[[nodiscard]] ZORVAN_SCANS_API LasHeader ReadLasHeader(std::string_view bytes, const std::filesystem::path& file);
+[[nodiscard]] ZORVAN_SCANS_API LasHeader ReadLasHeader(std::string_view bytes, const std::filesystem::path& file,
+                                                       std::optional<std::uint64_t> fileSize = {});
 
 } // namespace Zorvan

@@ -26,16 +26,6 @@ std::uint64_t sizeOfBinaryStl(std::string_view bytes)
     return uiStlHeader + uiStlTriangle * std::uint64_t{LoadLittle<std::uint32_t>(bytes, 80)};
 }
 
-// Binary files may begin with "solid" too: their exact size or a zero byte gives them away.
-bool isTextStl(std::string_view bytes)
-{
-    constexpr std::size_t uiLooked = 512;
-    const std::size_t start = std::min(bytes.find_first_not_of(" \t\r\n"), bytes.size());
-    if (bytes.substr(start, 5) != "solid") return false;
-    if (bytes.substr(0, uiLooked).find('\0') != std::string_view::npos) return false;
-    return bytes.size() < uiStlHeader || sizeOfBinaryStl(bytes) != bytes.size();
-}
-
 /// Without what stands behind the last triangle.
 std::string_view checkedBinaryStl(std::string_view bytes, const std::filesystem::path& file)
 {
@@ -139,9 +129,20 @@ private:
 
 } // namespace
 
+// Binary files may begin with "solid" too: their exact size or a zero byte gives them away.
+bool IsTextStl(std::string_view bytes, std::uint64_t fileSize)
+{
+    constexpr std::size_t uiLooked = 512;
+    const std::size_t start = std::min(bytes.find_first_not_of(" \t\r\n"), bytes.size());
+    if (bytes.substr(start, 5) != "solid") return false;
+    if (bytes.substr(0, uiLooked).find('\0') != std::string_view::npos) return false;
+    return bytes.size() < uiStlHeader || sizeOfBinaryStl(bytes) != fileSize;
+}
+
 Scan ReadStl(std::string_view bytes, const std::filesystem::path& file)
 {
-    Scan scan = isTextStl(bytes) ? CTextStlParser(file).Parse(bytes) : readBinary(checkedBinaryStl(bytes, file));
+    Scan scan =
+        IsTextStl(bytes, bytes.size()) ? CTextStlParser(file).Parse(bytes) : readBinary(checkedBinaryStl(bytes, file));
     if (scan.points.empty()) throw CInputError(file, "holds no point", "export points or a mesh");
     ShiftFarPoints(scan);
     return scan;

@@ -4,6 +4,7 @@
 #include "zorvan/scans/export.h"
 #include "zorvan/scans/scan.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <string_view>
 
@@ -15,5 +16,8 @@ namespace Zorvan {
 /// for a
 ///         text whose last solid does not end
 [[nodiscard]] ZORVAN_SCANS_API Scan ReadStl(std::string_view bytes, const std::filesystem::path& file);
+
+/// Whether an STL file is text. @param bytes  the file, or its beginning
+[[nodiscard]] ZORVAN_SCANS_API bool IsTextStl(std::string_view bytes, std::uint64_t fileSize);
 
 } // namespace Zorvan

@@ -21,8 +21,8 @@ constexpr const char* sCutShort = "the file is cut short: write or copy it again
 class CPcdHeaderParser
 {
 public:
-    CPcdHeaderParser(std::string_view bytes, const std::filesystem::path& file)
-        : m_bytes(bytes), m_rest(bytes), m_file(file)
+    CPcdHeaderParser(std::string_view bytes, const std::filesystem::path& file, std::uint64_t fileSize)
+        : m_bytes(bytes), m_rest(bytes), m_file(file), m_fileSize(fileSize)
     {
     }
 
@@ -183,10 +183,11 @@ private:
         const std::uint64_t needed = m_header.eData == EPcdData::Compressed ? 8
                                      : m_header.eData == EPcdData::Text     ? m_header.points * each - 1
                                                                             : m_header.points * each;
-        if (needed <= m_rest.size()) return;
+        const std::uint64_t body = m_fileSize - m_header.bodyOffset;
+        if (needed <= body) return;
         throw CInputError(m_file,
                           "truncated: the header promises " + std::to_string(m_header.points) + " points (at least " +
-                              std::to_string(needed) + " bytes), the file holds " + std::to_string(m_rest.size()) +
+                              std::to_string(needed) + " bytes), the file holds " + std::to_string(body) +
                               " behind byte " + std::to_string(m_header.bodyOffset),
                           "write or copy it again");
     }
@@ -194,6 +195,7 @@ private:
     std::string_view m_bytes;
     std::string_view m_rest;
     const std::filesystem::path& m_file;
+    std::uint64_t m_fileSize;
     std::size_t m_line = 0;
     std::optional<std::uint64_t> m_width;
     std::optional<std::uint64_t> m_height;
@@ -209,9 +211,10 @@ const PcdField* PcdHeader::Find(std::string_view field) const
     return found == fields.end() ? nullptr : &*found;
 }
 
-PcdHeader ReadPcdHeader(std::string_view bytes, const std::filesystem::path& file)
+PcdHeader ReadPcdHeader(std::string_view bytes, const std::filesystem::path& file,
+                        std::optional<std::uint64_t> fileSize)
 {
-    return CPcdHeaderParser(bytes, file).Parse();
+    return CPcdHeaderParser(bytes, file, fileSize.value_or(bytes.size())).Parse();
 }
 
 } // namespace Zorvan

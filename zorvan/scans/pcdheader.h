@@ -58,8 +58,10 @@ struct PcdHeader
     [[nodiscard]] bool IsImage() const { return width > 1 && height > 1; }
 };
 
-/// @param bytes  the whole file
+/// @param bytes     the whole file, or its beginning with the header
+/// @param fileSize  of the whole file, which the counts are compared with; nothing: bytes are all
 /// @throws CInputError naming the header's line, or "truncated" when the body is too short for the counts
-[[nodiscard]] ZORVAN_SCANS_API PcdHeader ReadPcdHeader(std::string_view bytes, const std::filesystem::path& file);
+[[nodiscard]] ZORVAN_SCANS_API PcdHeader ReadPcdHeader(std::string_view bytes, const std::filesystem::path& file,
+                                                       std::optional<std::uint64_t> fileSize = {});
 
 } // namespace Zorvan

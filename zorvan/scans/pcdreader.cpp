@@ -182,26 +182,6 @@ Scan takePoints(Points source, const PcdHeader& header)
     return scan;
 }
 
-/// @param body  its sizes, and the block
-std::string expand(const PcdHeader& header, std::string_view body, const std::filesystem::path& file)
-{
-    const auto fail = [&](const std::string& why) {
-        throw CInputError(file, "byte " + std::to_string(header.bodyOffset) + ": " + why, sCopyAgain);
-    };
-    const std::size_t compressed = LoadLittle<std::uint32_t>(body, 0);
-    const std::size_t size = LoadLittle<std::uint32_t>(body, 4);
-    if (size / header.pointBytes != header.points || size % header.pointBytes != 0)
-        fail("the compressed data promise " + std::to_string(size) + " bytes, the header " +
-             std::to_string(header.points) + " points of " + std::to_string(header.pointBytes));
-    body.remove_prefix(8);
-    if (compressed > body.size())
-        fail("truncated: " + std::to_string(compressed) + " bytes of compressed data are promised, " +
-             std::to_string(body.size()) + " are there");
-    std::optional<std::string> points = ExpandLzf(body.substr(0, compressed), size);
-    if (!points) fail("the compressed data do not make " + std::to_string(size) + " bytes");
-    return *std::move(points);
-}
-
 Scan readBody(const PcdHeader& header, std::string_view body, const std::filesystem::path& file)
 {
     switch (header.eData) {
@@ -210,7 +190,7 @@ Scan readBody(const PcdHeader& header, std::string_view body, const std::filesys
     case EPcdData::Binary:
         return takePoints(CBinaryPoints(header, body, false), header);
     default:
-        return takePoints(CBinaryPoints(header, expand(header, body, file), true), header);
+        return takePoints(CBinaryPoints(header, ExpandPcd(header, body, file), true), header);
     }
 }
 
@@ -230,6 +210,25 @@ std::vector<Face> facesOf(const PcdHeader& header, const prereg::Vectors& points
 }
 
 } // namespace
+
+std::string ExpandPcd(const PcdHeader& header, std::string_view body, const std::filesystem::path& file)
+{
+    const auto fail = [&](const std::string& why) {
+        throw CInputError(file, "byte " + std::to_string(header.bodyOffset) + ": " + why, sCopyAgain);
+    };
+    const std::size_t compressed = LoadLittle<std::uint32_t>(body, 0);
+    const std::size_t size = LoadLittle<std::uint32_t>(body, 4);
+    if (size / header.pointBytes != header.points || size % header.pointBytes != 0)
+        fail("the compressed data promise " + std::to_string(size) + " bytes, the header " +
+             std::to_string(header.points) + " points of " + std::to_string(header.pointBytes));
+    body.remove_prefix(8);
+    if (compressed > body.size())
+        fail("truncated: " + std::to_string(compressed) + " bytes of compressed data are promised, " +
+             std::to_string(body.size()) + " are there");
+    std::optional<std::string> points = ExpandLzf(body.substr(0, compressed), size);
+    if (!points) fail("the compressed data do not make " + std::to_string(size) + " bytes");
+    return *std::move(points);
+}
 
 Scan ReadPcd(std::string_view bytes, const std::filesystem::path& file)
 {

@@ -2,9 +2,11 @@
 #pragma once
 
 #include "zorvan/scans/export.h"
+#include "zorvan/scans/pcdheader.h"
 #include "zorvan/scans/scan.h"
 
 #include <filesystem>
+#include <string>
 #include <string_view>
 
 namespace Zorvan {
@@ -19,5 +21,10 @@ namespace Zorvan {
 /// @param bytes  the whole file
 /// @throws CInputError naming the line (text) or byte (binary), and never allocates more than the file can hold
 [[nodiscard]] ZORVAN_SCANS_API Scan ReadPcd(std::string_view bytes, const std::filesystem::path& file);
+
+/// The points of a compressed file, field by field.
+/// @param body  what stands behind the header: the sizes, and the block
+[[nodiscard]] ZORVAN_SCANS_API std::string ExpandPcd(const PcdHeader& header, std::string_view body,
+                                                     const std::filesystem::path& file);
 
 } // namespace Zorvan

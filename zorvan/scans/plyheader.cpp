@@ -42,8 +42,8 @@ constexpr std::array<TypeName, 16> typeNames{{{"char", EPlyType::Int8},
 class CHeaderParser
 {
 public:
-    CHeaderParser(std::string_view bytes, const std::filesystem::path& file)
-        : m_bytes(bytes), m_rest(bytes), m_file(file)
+    CHeaderParser(std::string_view bytes, const std::filesystem::path& file, std::uint64_t fileSize)
+        : m_bytes(bytes), m_rest(bytes), m_file(file), m_fileSize(fileSize)
     {
     }
 
@@ -170,10 +170,11 @@ private:
         }
         // The last value of a text may end with the file, without a separator.
         if (m_header.format == EPlyFormat::Ascii && needed > 0) --needed;
-        if (needed <= m_rest.size()) return;
+        const std::uint64_t body = m_fileSize - m_header.bodyOffset;
+        if (needed <= body) return;
         throw CInputError(m_file,
                           "truncated: the header promises " + promised + " (at least " + std::to_string(needed) +
-                              " bytes), the file holds " + std::to_string(m_rest.size()) + " behind byte " +
+                              " bytes), the file holds " + std::to_string(body) + " behind byte " +
                               std::to_string(m_header.bodyOffset),
                           "write or copy it again");
     }
@@ -181,6 +182,7 @@ private:
     std::string_view m_bytes;
     std::string_view m_rest;
     const std::filesystem::path& m_file;
+    std::uint64_t m_fileSize;
     std::size_t m_line = 0;
     bool m_hasFormat = false;
     std::unordered_set<std::string> m_names; ///< of the elements: a hostile header has many
@@ -237,9 +239,10 @@ const PlyElement* PlyHeader::Find(std::string_view element) const
     return found == elements.end() ? nullptr : &*found;
 }
 
-PlyHeader ReadPlyHeader(std::string_view bytes, const std::filesystem::path& file)
+PlyHeader ReadPlyHeader(std::string_view bytes, const std::filesystem::path& file,
+                        std::optional<std::uint64_t> fileSize)
 {
-    return CHeaderParser(bytes, file).Parse();
+    return CHeaderParser(bytes, file, fileSize.value_or(bytes.size())).Parse();
 }
 
 } // namespace Zorvan

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -69,8 +70,10 @@ struct PlyHeader
     [[nodiscard]] const PlyElement* Find(std::string_view element) const;
 };
 
-/// @param bytes  the whole file
+/// @param bytes     the whole file, or its beginning with the header
+/// @param fileSize  of the whole file, which the counts are compared with; nothing: bytes are all
 /// @throws CInputError naming the header's line, or "truncated" when the body is too short for the counts
-[[nodiscard]] ZORVAN_SCANS_API PlyHeader ReadPlyHeader(std::string_view bytes, const std::filesystem::path& file);
+[[nodiscard]] ZORVAN_SCANS_API PlyHeader ReadPlyHeader(std::string_view bytes, const std::filesystem::path& file,
+                                                       std::optional<std::uint64_t> fileSize = {});
 
 } // namespace Zorvan

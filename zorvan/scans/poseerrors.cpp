@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/scans/poseerrors.h"
 
+#include "zorvan/scans/exactpose.h"
+#include "zorvan/scans/framepose.h"
 #include "zorvan/scans/vectors.h"
 
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <numbers>
 #include <utility>
 
 namespace Zorvan {
@@ -42,8 +45,27 @@ double degreesBetween(const prereg::CTrafo& a, const prereg::CTrafo& b)
     return 2.0 * half * 180.0 / 3.14159265358979;
 }
 
-PoseError measure(const Match& match, const Match& reference)
+/// In double precision. The shift is that of what comes to `middle` of the frame: at the origin of far coordinates an
+/// error of a thousandth of a degree would be a hundred metres.
+PoseError measureFar(const Match& match, const Match& reference, const Position& middle)
 {
+    const Position scanned = Transform(Inverse(ExactPoseOf(*match.estimate)), middle);
+    const FramePose estimate = Compose(Inverse(ExactPoseOf(*reference.estimate)), ExactPoseOf(*match.estimate));
+    const FramePose truth = Compose(Inverse(ExactPoseOf(*reference.truth)), ExactPoseOf(*match.truth));
+    const Position a = Transform(estimate, scanned);
+    const Position b = Transform(truth, scanned);
+    const FramePose between = Compose(Inverse(estimate), truth);
+    const auto& q = between.rotation;
+    const double half = std::atan2(std::hypot(q[1], q[2], q[3]), std::abs(q[0]));
+    return {match.truth->file, EPlace::Measured, 2.0 * half * 180.0 / std::numbers::pi,
+            std::hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2])};
+}
+
+/// @param middle  of the frame of the estimates where that is far from the origin, else zeros
+PoseError measure(const Match& match, const Match& reference, const Position& middle)
+{
+    const auto isFar = [](const Match& m) { return IsFar(*m.estimate) || IsFar(*m.truth); };
+    if (middle != Position{} || isFar(match) || isFar(reference)) return measureFar(match, reference, middle);
     const prereg::CTrafo estimate = reference.estimate->pose.GetInverse(true) * match.estimate->pose;
     const prereg::CTrafo truth = reference.truth->pose.GetInverse(true) * match.truth->pose;
     const Vector3 shift = estimate.GetTranslation() - truth.GetTranslation();
@@ -86,6 +108,7 @@ PoseErrors ComparePoses(const PosesFile& poses, const PosesFile& truth)
     for (const Match& match : matches) {
         if (match.estimate != nullptr) frames[match.frame].push_back(&match);
     }
+    const Position middle = poses.shift;
     PoseErrors errors;
     for (const Match& match : matches) {
         if (match.estimate == nullptr) {
@@ -95,7 +118,7 @@ PoseErrors ComparePoses(const PosesFile& poses, const PosesFile& truth)
         const auto& frame = frames[match.frame];
         const bool isAlone = frame.size() == 1 && truth.clusters[match.frame.second].scans.size() > 1;
         if (frame.front() != &match)
-            errors.scans.push_back(measure(match, *frame.front()));
+            errors.scans.push_back(measure(match, *frame.front(), middle));
         else
             errors.scans.push_back({match.truth->file, isAlone ? EPlace::Alone : EPlace::Reference, 0, 0});
     }

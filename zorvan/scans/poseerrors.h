@@ -41,7 +41,8 @@ struct PoseErrors
 ///
 /// In each cluster the first scan that both files know is the reference: the pose of every other scan relative to it is
 /// compared with the same relative pose of the truth. The angle is that of the rotation between the two, the shift the
-/// distance between their translations. Poses of scans that the truth does not know are passed over. A scan alone in
+/// distance between their translations, or of what comes to the shift of the poses where coordinates are far.
+/// Poses of scans that the truth does not know are passed over. A scan alone in
 /// its cluster found no place, unless it is alone in the truth too.
 [[nodiscard]] ZORVAN_SCANS_API PoseErrors ComparePoses(const PosesFile& poses, const PosesFile& truth);
 

@@ -3,8 +3,10 @@
 
 #include "zorvan/scans/atomicfile.h"
 #include "zorvan/scans/filebytes.h"
+#include "zorvan/scans/framepose.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/jsonvalues.h"
+#include "zorvan/scans/textnumber.h"
 #include "zorvan/scans/vectors.h"
 
 #include <algorithm>
@@ -22,6 +24,10 @@ using Matrix = std::array<std::array<double, 4>, 4>;
 
 constexpr double dRotationTolerance = 1e-3;
 constexpr double dRoundingTolerance = 1e-5; // a rotation written with fewer digits is made orthonormal again
+constexpr double dExactTolerance = 1e-12;   // the same where all digits are wanted
+constexpr int iDigits = 9;                  // of a float
+constexpr int iAllDigits = 17;
+constexpr int iTranslationDigits = 15; // all that go to another unit and back
 
 /// Largest deviation of M M' from the identity; infinite for a mirror or when an element is not finite.
 double rotationError(const Matrix& m)
@@ -51,6 +57,19 @@ prereg::CTrafo toTrafo(const Matrix& m, double mmPerUnit)
     return {row(0), row(1), row(2), t};
 }
 
+/// @param m  a rotation within the tolerance
+PoseRows exactRows(const Matrix& m, double mmPerUnit)
+{
+    std::array<Position, 3> rows{};
+    for (std::size_t i = 0; i < 3; ++i) rows[i] = {m[i][0], m[i][1], m[i][2]};
+    if (rotationError(m) > dExactTolerance) {
+        if (const auto pose = FromRows(rows, {})) rows = RotationRows(*pose);
+    }
+    PoseRows exact{};
+    for (std::size_t i = 0; i < 3; ++i) exact[i] = {rows[i][0], rows[i][1], rows[i][2], m[i][3] * mmPerUnit};
+    return exact;
+}
+
 class CPosesParser
 {
 public:
@@ -62,6 +81,7 @@ public:
         if (!json.is_object() || !json.contains("clusters") || !json["clusters"].is_array())
             fail("has no list \"clusters\"");
         m_poses.dMmPerUnit = parseUnit(json, defaultMmPerUnit);
+        if (json.contains("shift")) m_poses.shift = parseShift(json["shift"]);
         for (const Json& cluster : json["clusters"]) parseCluster(cluster);
         if (json.contains("candidates")) parseCandidates(json["candidates"]);
         return std::move(m_poses);
@@ -94,6 +114,19 @@ private:
             if (json["unit"] == UnitName(known)) return known;
         }
         fail("\"unit\" is none of mm, cm and m, and \"mm_per_unit\" is missing");
+    }
+
+    [[nodiscard]] Position parseShift(const Json& json) const
+    {
+        const auto isNumber = [](const Json& value) { return value.is_number(); };
+        if (!json.is_array() || json.size() != 3 || !std::all_of(json.begin(), json.end(), isNumber))
+            fail("\"shift\" is not three numbers");
+        Position shift = json.get<Position>();
+        for (double& c : shift) {
+            c *= m_poses.dMmPerUnit;
+            if (!std::isfinite(c)) fail("\"shift\" is not finite");
+        }
+        return shift;
     }
 
     void parseCluster(const Json& json)
@@ -129,18 +162,18 @@ private:
         if (!m_names.insert(std::filesystem::path(scan.file).filename().string()).second)
             fail("two scans have the name \"" + scan.file + "\"");
         scan.id = textOf(json, "id");
-        if (json.contains("pose") && !json["pose"].is_null()) scan.pose = parsePose(json["pose"], scan.file);
+        if (json.contains("pose") && !json["pose"].is_null()) parsePose(json["pose"], scan);
         return scan;
     }
 
-    [[nodiscard]] prereg::CTrafo parsePose(const Json& json, const std::string& name) const
+    void parsePose(const Json& json, ScanPose& scan) const
     {
-        const Matrix matrix = parseMatrix(json, name);
+        const Matrix matrix = parseMatrix(json, scan.file);
         if (!(rotationError(matrix) <= dRotationTolerance))
-            fail("the upper left 3x3 of the pose of \"" + name + "\" is no rotation (within 0.001)");
-        const prereg::CTrafo trafo = toTrafo(matrix, m_poses.dMmPerUnit);
-        if (!trafo) fail("the pose of \"" + name + "\" is not finite");
-        return trafo;
+            fail("the upper left 3x3 of the pose of \"" + scan.file + "\" is no rotation (within 0.001)");
+        scan.pose = toTrafo(matrix, m_poses.dMmPerUnit);
+        if (!scan.pose) fail("the pose of \"" + scan.file + "\" is not finite");
+        scan.exact = exactRows(matrix, m_poses.dMmPerUnit);
     }
 
     [[nodiscard]] Matrix parseMatrix(const Json& json, const std::string& name) const
@@ -181,7 +214,22 @@ Json verdictJson(const VerdictSummary& verdict)
     return json;
 }
 
-Json uncertaintyJson(const PoseUncertainty& uncertainty, double mmPerUnit)
+Json exactJson(const PoseRows& rows, double mmPerUnit)
+{
+    Json json = Json::array();
+    for (const auto& row : rows)
+        json.push_back({JsonNumber(row[0], iAllDigits), JsonNumber(row[1], iAllDigits), JsonNumber(row[2], iAllDigits),
+                        JsonNumber(row[3] / mmPerUnit, iTranslationDigits)});
+    json.push_back({0.0, 0.0, 0.0, 1.0});
+    return json;
+}
+
+Json poseJson(const ScanPose& scan, double mmPerUnit, bool isFar)
+{
+    return isFar && scan.exact ? exactJson(*scan.exact, mmPerUnit) : JsonPose(scan.pose, mmPerUnit);
+}
+
+Json uncertaintyJson(const PoseUncertainty& uncertainty, double mmPerUnit, int digits)
 {
     Json rows = Json::array();
     for (std::size_t i = 0; i < 6; ++i) {
@@ -193,29 +241,30 @@ Json uncertaintyJson(const PoseUncertainty& uncertainty, double mmPerUnit)
         rows.push_back(std::move(row));
     }
     Json centre = Json::array();
-    for (const double c : uncertainty.centre) centre.push_back(JsonNumber(c / mmPerUnit));
+    for (const double c : uncertainty.centre) centre.push_back(JsonNumber(c / mmPerUnit, digits));
     return {{"text", uncertainty.text},
             {"order", {"turn x", "turn y", "turn z", "shift x", "shift y", "shift z"}},
             {"covariance", std::move(rows)},
             {"centre", std::move(centre)}};
 }
 
-Json scansJson(const std::vector<ScanPose>& scans, double mmPerUnit)
+Json scansJson(const std::vector<ScanPose>& scans, double mmPerUnit, bool isFar)
 {
     Json all = Json::array();
     for (const ScanPose& scan : scans) {
-        Json json = {{"file", scan.file}, {"id", scan.id}, {"pose", JsonPose(scan.pose, mmPerUnit)}};
+        Json json = {{"file", scan.file}, {"id", scan.id}, {"pose", poseJson(scan, mmPerUnit, isFar)}};
         if (scan.result) json["result"] = resultJson(*scan.result, mmPerUnit);
         if (scan.verdict) json["verdict"] = verdictJson(*scan.verdict);
-        if (scan.uncertainty) json["uncertainty"] = uncertaintyJson(*scan.uncertainty, mmPerUnit);
+        if (scan.uncertainty)
+            json["uncertainty"] = uncertaintyJson(*scan.uncertainty, mmPerUnit, isFar ? iTranslationDigits : iDigits);
         all.push_back(std::move(json));
     }
     return all;
 }
 
-Json clusterJson(const PoseCluster& cluster, double mmPerUnit)
+Json clusterJson(const PoseCluster& cluster, double mmPerUnit, bool isFar)
 {
-    return {{"id", cluster.id}, {"primary", cluster.isPrimary}, {"scans", scansJson(cluster.scans, mmPerUnit)}};
+    return {{"id", cluster.id}, {"primary", cluster.isPrimary}, {"scans", scansJson(cluster.scans, mmPerUnit, isFar)}};
 }
 
 } // namespace
@@ -251,16 +300,36 @@ std::string WritePosesText(const PosesFile& poses)
 {
     Json json = {{"unit", UnitName(poses.dMmPerUnit)}};
     if (poses.dMmPerUnit != 1.0) json["mm_per_unit"] = poses.dMmPerUnit;
+    const bool isFar = poses.shift != Position{};
+    if (isFar) {
+        json["shift"] = Json::array();
+        for (const double c : poses.shift)
+            json["shift"].push_back(JsonNumber(c / poses.dMmPerUnit, iTranslationDigits));
+    }
     json["clusters"] = Json::array();
     for (const PoseCluster& cluster : poses.clusters)
-        json["clusters"].push_back(clusterJson(cluster, poses.dMmPerUnit));
-    if (!poses.candidates.empty()) json["candidates"] = scansJson(poses.candidates, poses.dMmPerUnit);
+        json["clusters"].push_back(clusterJson(cluster, poses.dMmPerUnit, isFar));
+    if (!poses.candidates.empty()) json["candidates"] = scansJson(poses.candidates, poses.dMmPerUnit, isFar);
     return json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 void WritePoses(const std::filesystem::path& file, const PosesFile& poses)
 {
     WriteFileAtomically(file, WritePosesText(poses));
+}
+
+std::string PoseText(const ScanPose& scan, const PosesFile& poses)
+{
+    const bool isFar = poses.shift != Position{};
+    std::string text;
+    for (const Json& row : poseJson(scan, poses.dMmPerUnit, isFar)) {
+        for (const Json& value : row) {
+            text += ToText(value.get<double>(), isFar ? iAllDigits : iDigits);
+            text += ' ';
+        }
+        text.back() = '\n';
+    }
+    return text;
 }
 
 } // namespace Zorvan

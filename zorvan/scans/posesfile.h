@@ -3,6 +3,7 @@
 
 #include "zorvan/core/ctrafo.h"
 #include "zorvan/scans/export.h"
+#include "zorvan/scans/scan.h"
 
 #include <array>
 #include <filesystem>
@@ -43,6 +44,9 @@ struct PoseUncertainty
     std::string text;                                  ///< what is not held, in words
 };
 
+/// The upper three rows of a pose in double precision, translation in mm.
+using PoseRows = std::array<std::array<double, 4>, 3>;
+
 struct ScanPose
 {
     std::string file;
@@ -51,6 +55,7 @@ struct ScanPose
     std::optional<RegistrationSummary> result;       ///< written, not read
     std::optional<VerdictSummary> verdict = {};      ///< written, not read
     std::optional<PoseUncertainty> uncertainty = {}; ///< written, not read
+    std::optional<PoseRows> exact = {};              ///< `pose` with all digits: see exactpose.h
 };
 
 struct PoseCluster
@@ -66,6 +71,8 @@ struct ZORVAN_SCANS_API PosesFile
     double dMmPerUnit = 1.0;
     std::vector<PoseCluster> clusters;
     std::vector<ScanPose> candidates = {}; ///< other places of the scan, best first
+    Position shift = {}; ///< mm, was taken off far coordinates while poses were found; when not zero, all digits of the
+                         ///< poses are written
 
     /// A scan with the number of its cluster; null when no scan has the name.
     struct Found
@@ -87,9 +94,11 @@ struct ZORVAN_SCANS_API PosesFile
 [[nodiscard]] ZORVAN_SCANS_API PosesFile ReadPosesText(std::string_view text, const std::filesystem::path& file,
                                                        double dDefaultMmPerUnit = 1.0);
 
-/// Numbers have nine digits, which is all that a float has.
+/// Numbers have nine digits, which is all that a float has; at far coordinates all that a double has.
 [[nodiscard]] ZORVAN_SCANS_API std::string WritePosesText(const PosesFile& poses);
 /// The same to a file, whole or not at all. @throws CInputError
 ZORVAN_SCANS_API void WritePoses(const std::filesystem::path& file, const PosesFile& poses);
+/// One pose of them, with the same digits: four lines of four numbers.
+[[nodiscard]] ZORVAN_SCANS_API std::string PoseText(const ScanPose& scan, const PosesFile& poses);
 
 } // namespace Zorvan

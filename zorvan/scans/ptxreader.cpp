@@ -31,6 +31,7 @@ public:
         std::vector<Scan> scans;
         do {
             Scan scan = parseScan();
+            scan.number = ++m_number;
             if (!scan.points.empty()) scans.push_back(std::move(scan));
         } while (!m_lines.IsAtEnd());
         if (scans.empty()) throw CInputError(m_file, "holds no point", "give a scan of a surface");
@@ -111,6 +112,7 @@ private:
         return grid;
     }
 
+    std::size_t m_number = 0; ///< of scans so far
     CTextLines m_lines;
     const std::filesystem::path& m_file;
 };

@@ -4,6 +4,7 @@
 #include "zorvan/core/cpointset.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -43,8 +44,9 @@ struct Scan
     Position shift = {};                  ///< was taken off all coordinates
     std::optional<FramePose> sensor = {}; ///< its frame in that of the points; empty when the file does not tell it
     std::optional<FramePose> pose =
-        {};                ///< frame of the scan in the one that all scans of the file share; none: the same
-    std::string name = {}; ///< empty when the file gives none
+        {};                 ///< frame of the scan in the one that all scans of the file share; none: the same
+    std::string name = {};  ///< empty when the file gives none
+    std::size_t number = 1; ///< of the scan in its file, counted from 1; those without points count too
 };
 
 } // namespace Zorvan

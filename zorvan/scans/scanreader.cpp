@@ -174,8 +174,10 @@ std::vector<Scan> ReadScans(const std::filesystem::path& file)
     for (const Format& format : formats) {
         if (ending == format.ending) return format.read(bytes, file);
     }
-    throw CInputError(file, "unknown kind of file", "PLY, STL, OBJ, PCD, LAS, E57, PTX, PTS, XYZ and XYZN are read");
+    throw CInputError(file, "unknown kind of file", ReadFormats() + " are read");
 }
+
+std::string ReadFormats() { return "PLY, STL, OBJ, PCD, LAS, E57, PTX, PTS, XYZ and XYZN"; }
 
 Scan ReadScanFile(const std::filesystem::path& file)
 {
@@ -199,12 +201,17 @@ std::string SurfelScan::Warning() const
 
 SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& options)
 {
-    Scan scan = options.isShifted ? joined(file) : ReadScanFile(file);
+    SurfelScan surfels = ToSurfels(options.isShifted ? joined(file) : ReadScanFile(file), file, options);
+    surfels.isResult = IsColouredResult(file);
+    return surfels;
+}
+
+SurfelScan ToSurfels(Scan scan, const std::filesystem::path& name, const ScanOptions& options)
+{
     scan.colours.clear();
     scan.intensities.clear();
     SurfelScan surfels;
-    surfels.file = file;
-    surfels.isResult = IsColouredResult(file);
+    surfels.file = name;
     surfels.uiRead = scan.points.size();
     scaleScan(scan, options.dMmPerUnit);
     surfels.shift = scan.shift;
@@ -213,7 +220,7 @@ SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& option
     surfels.uiJoined = JoinEqualPoints(scan);
     requirePoints(surfels, scan, "are at places of their own");
 
-    surfels.model = modelOf(scan, options.eMesh, file);
+    surfels.model = modelOf(scan, options.eMesh, name);
     if (scan.normals.empty()) surfels.eNormals = ComputeNormals(scan, sensorOf(scan, options));
     surfels.sensor = scan.sensor;
     for (Vector3& n : scan.normals) n = Normalized(n);
@@ -222,6 +229,30 @@ SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& option
     surfels.points = std::move(scan.points);
     surfels.normals = std::move(scan.normals);
     return surfels;
+}
+
+std::filesystem::path NumberedName(const std::filesystem::path& file, std::size_t number)
+{
+    return file.string() + "#" + std::to_string(number);
+}
+
+std::vector<SurfelScan> ReadEachScan(const std::filesystem::path& file, const ScanOptions& options)
+{
+    std::vector<Scan> scans = ReadScans(file);
+    std::vector<SurfelScan> all;
+    if (scans.size() == 1) {
+        all.push_back(ReadScan(file, options));
+        return all;
+    }
+    for (Scan& scan : scans) {
+        std::optional<FramePose> pose = scan.pose;
+        for (std::size_t k = 0; pose && k < 3; ++k) pose->position[k] *= options.dMmPerUnit;
+        if (!options.isShifted) SetShift(scan, {});
+        const std::filesystem::path name = NumberedName(file, scan.number);
+        all.push_back(ToSurfels(std::move(scan), name, options));
+        all.back().pose = pose;
+    }
+    return all;
 }
 
 } // namespace Zorvan

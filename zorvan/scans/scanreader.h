@@ -20,6 +20,9 @@ namespace Zorvan {
 /// @throws CInputError
 [[nodiscard]] ZORVAN_SCANS_API std::vector<Scan> ReadScans(const std::filesystem::path& file);
 
+/// Their names, for people.
+[[nodiscard]] ZORVAN_SCANS_API std::string ReadFormats();
+
 /// The same as one scan in the frame that the scans of the file share, at the coordinates of the file: without shift
 /// and pose, and rounded to single precision.
 /// @throws CInputError
@@ -47,6 +50,7 @@ struct ZORVAN_SCANS_API SurfelScan
     std::size_t uiJoined = 0;             ///< dropped: another point is at exactly the same place
     std::size_t uiNoNormal = 0;           ///< dropped: no normal could be found
     bool isResult = false;                ///< a coloured cloud that the program has written itself
+    std::optional<FramePose> pose = {};   ///< mm, of one of several scans of a file in the frame that they share
     Scan model;                           ///< points and faces of what is no scan but a model of a surface; else empty
 
     /// One line for the user when points were dropped that should not have been there, or when this is no scan, else
@@ -59,5 +63,20 @@ struct ZORVAN_SCANS_API SurfelScan
 /// `ComputeNormals`.
 /// @throws CInputError also when fewer than 3 usable points remain
 [[nodiscard]] ZORVAN_SCANS_API SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& options = {});
+
+/// The same for points that a host has, about the shift of the scan whatever the options say.
+/// @param name  what messages, tables and poses call the scan
+/// @throws CInputError
+[[nodiscard]] ZORVAN_SCANS_API SurfelScan ToSurfels(Scan scan, const std::filesystem::path& name,
+                                                    const ScanOptions& options = {});
+
+/// The same of each scan of a file in its own frame. Of several, `file` ends in "#" and the number of the scan.
+/// @throws CInputError when one of them has fewer than 3 usable points
+[[nodiscard]] ZORVAN_SCANS_API std::vector<SurfelScan> ReadEachScan(const std::filesystem::path& file,
+                                                                    const ScanOptions& options = {});
+
+/// The name of one of several scans of a file.
+[[nodiscard]] ZORVAN_SCANS_API std::filesystem::path NumberedName(const std::filesystem::path& file,
+                                                                  std::size_t number);
 
 } // namespace Zorvan

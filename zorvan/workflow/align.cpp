@@ -2,6 +2,7 @@
 #include "zorvan/workflow/align.h"
 
 #include "zorvan/preregistration/crefinedpreregistration.h"
+#include "zorvan/scans/exactpose.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/textnumber.h"
 #include "zorvan/workflow/autosettings.h"
@@ -89,9 +90,11 @@ Zorvan::VerdictSummary summarize(const PairCandidate& candidate)
              {"shallow", counts.uiShallow}}};
 }
 
-Zorvan::PoseUncertainty summarize(const PoseEstimate& estimate)
+Zorvan::PoseUncertainty summarize(const PoseEstimate& estimate, const Zorvan::Position& shift)
 {
-    return {estimate.covariance, {estimate.centre.x, estimate.centre.y, estimate.centre.z}, estimate.ToString()};
+    return {estimate.covariance,
+            {estimate.centre.x + shift[0], estimate.centre.y + shift[1], estimate.centre.z + shift[2]},
+            estimate.ToString()};
 }
 
 } // namespace
@@ -154,22 +157,24 @@ Zorvan::PosesFile ToPoses(const AlignResult& result, const Zorvan::SurfelScan& f
     };
     const auto withResult = [&](const PairCandidate& candidate) {
         Zorvan::ScanPose pose = entry(flt);
-        pose.pose = candidate.refined.GetTrafo();
+        SetPoseAbout(pose, candidate.refined.GetTrafo(), flt.shift, fix.shift);
         pose.result = Summarize(candidate.refined);
         pose.verdict = summarize(candidate);
         return pose;
     };
     const Zorvan::ScanPose fixPose = entry(fix);
     Zorvan::ScanPose fltPose = withResult(result.candidates.empty() ? PairCandidate() : result.candidates.front());
-    if (result && result.estimate) fltPose.uncertainty = summarize(result.estimate);
-    if (!result) fltPose.pose = CTrafo::Invalid();
+    if (result && result.estimate) fltPose.uncertainty = summarize(result.estimate, fix.shift);
+    if (!result) SetPoseAbout(fltPose, CTrafo::Invalid(), {}, {});
     fltPose.verdict->name = VerdictName(result.verdict.eVerdict);
     fltPose.verdict->text = result.verdict.Reason();
     Zorvan::PosesFile poses{dMmPerUnit, {{fixPose.id, true, {fixPose, fltPose}}}};
+    poses.shift = fix.shift != Zorvan::Position{} ? fix.shift : flt.shift;
     const std::size_t numExplanations = result ? 0 : result.verdict.explanations.size();
     for (std::size_t i = 0; i < (isAll ? result.candidates.size() : numExplanations); ++i)
         poses.candidates.push_back(withResult(result.candidates[i]));
-    if (result.estimate && !poses.candidates.empty()) poses.candidates[0].uncertainty = summarize(result.estimate);
+    if (result.estimate && !poses.candidates.empty())
+        poses.candidates[0].uncertainty = summarize(result.estimate, fix.shift);
     return poses;
 }
 

@@ -76,7 +76,8 @@ struct AlignResult
                                                          const AlignOptions& options = {});
 
 /// The result as WritePoses writes it: one cluster, named after the fixed scan, with both scans in its frame; all
-/// candidates when `isAll`, else those that explain the scans equally well.
+/// candidates when `isAll`, else those that explain the scans equally well. Poses in a result are between points about
+/// the shifts of the scans, here they are between the coordinates of the files.
 [[nodiscard]] ZORVAN_WORKFLOW_API Zorvan::PosesFile ToPoses(const AlignResult& result, const Zorvan::SurfelScan& fix,
                                                             const Zorvan::SurfelScan& flt, double dMmPerUnit,
                                                             bool isAll);

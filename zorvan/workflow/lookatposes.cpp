@@ -105,6 +105,7 @@ ScanRow describe(const CSession::ScanFile& file, const CClusterRegistration& reg
     row.cluster = cluster;
     row.isPrimary = cluster == registration.GetPrimaryClusterID();
     row.pose = placed.pose;
+    row.shift = file.shift;
     row.uiPoints = placed.set->Size();
     row.dOverlap = row.dRmse = row.dSlip = nan;
     row.isPlaced = registration.Size(cluster) > 1;
@@ -143,7 +144,7 @@ void sayWhy(const Placing& placing, RegistrationTable& table)
 RegistrationTable LookAtPoses(const CSession& session, const Placing* placing, const CSession::Group& group)
 {
     const CClusterRegistration& registration = session.GetRegistration();
-    RegistrationTable table{session.GetMmPerUnit(), {}, {}, {}};
+    RegistrationTable table{session.GetMmPerUnit(), {}, {}, {}, session.GetShift()};
     std::vector<Placed> placed;
     std::map<std::string, std::vector<std::size_t>> clusters;
     for (const CSession::ScanFile& file : session.GetFiles()) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/registerresults.h"
 
+#include "zorvan/scans/exactpose.h"
+#include "zorvan/scans/farcoordinates.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanwriter.h"
 #include "zorvan/scans/showntext.h"
@@ -40,27 +42,19 @@ std::vector<std::vector<std::size_t>> membersByCluster(const RegistrationTable& 
     return sorted;
 }
 
-Zorvan::PosesFile toPoses(const RegistrationTable& table)
+/// Of clusters and scans, the first that is not zero.
+Zorvan::Position sharedShift(const RegistrationTable& table)
 {
-    Zorvan::PosesFile poses{table.dMmPerUnit, {}};
-    for (const auto& members : membersByCluster(table)) {
-        const ScanRow& first = table.scans[members.front()];
-        Zorvan::PoseCluster cluster{first.cluster, first.isPrimary, {}};
-        for (const std::size_t i : members) {
-            const ScanRow& scan = table.scans[i];
-            const Zorvan::RegistrationSummary result{scan.isPlaced ? iFound : iNoPlace, scan.verdict, scan.dRmse,
-                                                     scan.dOverlap, scan.dSlip};
-            cluster.scans.push_back({scan.file, scan.id, scan.pose, result});
-        }
-        poses.clusters.push_back(std::move(cluster));
-    }
-    return poses;
+    std::vector<Zorvan::Position> shifts{table.shift};
+    for (const ScanRow& scan : table.scans) shifts.push_back(scan.shift);
+    return Zorvan::CommonShift(shifts);
 }
 
 void writeMerged(const std::filesystem::path& file, const CSession& session, const RegistrationTable& table)
 {
     const std::string cluster = MainCluster(table);
     Zorvan::Scan merged;
+    merged.shift = table.shift;
     std::vector<Zorvan::Rgb> colours;
     for (std::size_t i = 0; i < table.scans.size(); ++i) {
         if (table.scans[i].cluster != cluster) continue;
@@ -97,6 +91,25 @@ std::string leftOutWords(const RegistrationTable& table)
 
 } // namespace
 
+Zorvan::PosesFile ToPoses(const RegistrationTable& table)
+{
+    Zorvan::PosesFile poses{table.dMmPerUnit, {}};
+    poses.shift = sharedShift(table);
+    for (const auto& members : membersByCluster(table)) {
+        const ScanRow& first = table.scans[members.front()];
+        Zorvan::PoseCluster cluster{first.cluster, first.isPrimary, {}};
+        for (const std::size_t i : members) {
+            const ScanRow& scan = table.scans[i];
+            const Zorvan::RegistrationSummary result{scan.isPlaced ? iFound : iNoPlace, scan.verdict, scan.dRmse,
+                                                     scan.dOverlap, scan.dSlip};
+            cluster.scans.push_back({scan.file, scan.id, {}, result});
+            SetPoseAbout(cluster.scans.back(), scan.pose, scan.shift, table.shift);
+        }
+        poses.clusters.push_back(std::move(cluster));
+    }
+    return poses;
+}
+
 std::string MainCluster(const RegistrationTable& table)
 {
     const auto clusters = membersByCluster(table);
@@ -111,7 +124,7 @@ void WriteRegistration(const std::filesystem::path& folder, const CSession& sess
         surfaces.push_back({set->GetPoints(), set->GetNormals()});
     }
     Zorvan::CStagingFolder staging(folder);
-    Zorvan::WritePoses(staging / "poses.json", toPoses(table));
+    Zorvan::WritePoses(staging / "poses.json", ToPoses(table));
     writeMerged(staging / "merged.ply", session, table);
     WriteReport(staging / "report.html", table, surfaces);
     session.Save(staging / "session.zdoc");

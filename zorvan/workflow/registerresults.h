@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "zorvan/scans/posesfile.h"
 #include "zorvan/workflow/export.h"
 #include "zorvan/workflow/registrationtable.h"
 #include "zorvan/workflow/session.h"
@@ -18,6 +19,9 @@ inline constexpr std::array<const char*, 4> resultFiles{"merged.ply", "poses.jso
 /// than the others show. @throws CInputError
 ZORVAN_WORKFLOW_API void WriteRegistration(const std::filesystem::path& folder, const CSession& session,
                                            const RegistrationTable& table);
+
+/// What poses.json holds: all clusters, the main one first, poses between the coordinates of the files.
+[[nodiscard]] ZORVAN_WORKFLOW_API Zorvan::PosesFile ToPoses(const RegistrationTable& table);
 
 /// A line a scan, by cluster, and one below in words; lengths in the unit of the files.
 [[nodiscard]] ZORVAN_WORKFLOW_API std::string ToText(const RegistrationTable& table);

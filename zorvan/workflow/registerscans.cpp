@@ -214,6 +214,7 @@ RegisterResult RegisterScans(std::span<const Zorvan::SurfelScan> scans, const Re
     CRegistrationRun run(options, hooks);
     auto scheduler = std::make_shared<Zorvan::CJobScheduler>(options.uiNumTasks);
     CSession session(run.ChooseSettingsFor(scans), options.dMmPerUnit, scheduler->CreateJobGroup({}, {}));
+    session.SetShift(options.frameShift.value_or(scans.front().shift));
     return run.Run(std::move(scheduler), std::move(session), scans);
 }
 

@@ -28,12 +28,14 @@ struct RegisterOptions
     bool isKeptGoing = false;            ///< leaves out a scan whose sizes suit no settings, instead of throwing
     std::vector<CTrafo> startPoses = {}; ///< of the scans to one frame (mm), tried before a search; invalid ones are
                                          ///< not known; empty: none is
-    std::optional<double> dGrid = {};    ///< point distance (mm) that all settings grow with; nothing: the median of
-                                         ///< what ChooseSettings finds for each scan
-    bson::object settings = {};          ///< replace the automatic ones; see ReadSettingsText
-    unsigned uiNumTasks = 1;             ///< threads that work; the result does not depend on it
-    GpuContext gpu = nullptr;            ///< computes the features, unless null
-    double dMmPerUnit = 1.0;             ///< unit of the lengths in words and results
+    std::optional<Zorvan::Position> frameShift = {}; ///< mm: that frame is about it, as scans are about their shifts;
+                                                     ///< nothing: about that of the first scan
+    std::optional<double> dGrid = {}; ///< point distance (mm) that all settings grow with; nothing: the median of
+                                      ///< what ChooseSettings finds for each scan
+    bson::object settings = {};       ///< replace the automatic ones; see ReadSettingsText
+    unsigned uiNumTasks = 1;          ///< threads that work; the result does not depend on it
+    GpuContext gpu = nullptr;         ///< computes the features, unless null
+    double dMmPerUnit = 1.0;          ///< unit of the lengths in words and results
 };
 
 /// Scans in clusters, each with a frame of its own, and how well they fit there.
@@ -66,8 +68,8 @@ struct RegisterResult
                                                                const RegisterOptions& options = {},
                                                                const Zorvan::Hooks& hooks = Zorvan::Hooks::None());
 
-/// The same for scans that come to a session, which keeps the settings it began with: `dGrid` and `settings` have no
-/// effect.
+/// The same for scans that come to a session, which keeps the settings and the frames it began with: `dGrid`,
+/// `settings` and `frameShift` have no effect.
 /// @param scheduler  the one that the session works with
 [[nodiscard]] ZORVAN_WORKFLOW_API RegisterResult RegisterScans(std::shared_ptr<Zorvan::CJobScheduler> scheduler,
                                                                CSession session,

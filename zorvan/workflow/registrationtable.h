@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zorvan/core/ctrafo.h"
+#include "zorvan/scans/scan.h"
 #include "zorvan/workflow/placing.h"
 
 #include <cstddef>
@@ -27,6 +28,7 @@ struct ScanRow
     std::optional<EPlace> ePlace = {}; ///< why it is where it is, when all pairs were weighed
     std::string verdict;               ///< a few words for people
     bool isPlaced = false;             ///< it found its place among other scans
+    Zorvan::Position shift = {};       ///< mm: `pose` is for points about it
 };
 
 /// Two scans that were found to overlap.
@@ -56,6 +58,7 @@ struct RegistrationTable
     std::vector<ScanRow> scans;
     std::vector<PairRow> pairs;
     std::vector<SearchRow> searches = {};
+    Zorvan::Position shift = {}; ///< mm: cluster coordinates are about it
 };
 
 } // namespace prereg

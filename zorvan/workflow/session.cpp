@@ -3,6 +3,7 @@
 
 #include "zorvan/clusterregistration/clusterpersistence.h"
 #include "zorvan/documents/bson.h"
+#include "zorvan/scans/farcoordinates.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/util/csha1.h"
 #include "zorvan/verdict/scansampling.h"
@@ -27,6 +28,8 @@ namespace {
 constexpr const char* sUnit = "mm_per_unit";
 constexpr const char* sFiles = "files";
 constexpr const char* sRay = "ray";
+constexpr const char* sShift = "shift";
+constexpr double dLargestShift = 1e30; // mm; its square must be finite
 
 /// The registration goes through clusters in descending order of the texts of their identifiers, so the first scan gets
 /// the highest one. The other digits tell scans of the same number apart; version and variant are those of RFC 9562 for
@@ -57,6 +60,27 @@ bson::object toObject(const kdtree::Vector<3>& v)
             bson::element("z", static_cast<double>(v.z))};
 }
 
+bson::object toObject(const Zorvan::Position& p)
+{
+    return {bson::element("x", p[0]), bson::element("y", p[1]), bson::element("z", p[2])};
+}
+
+/// Zeros where there is none: near the origin, and in sessions of earlier versions.
+Zorvan::Position readShift(const bson::object& from)
+{
+    for (const bson::element& e : from) {
+        if (e.name() != std::string_view(sShift)) continue;
+        const bson::object shift = e.as_object();
+        const auto read = [&](const char* axis) {
+            const double value = shift.child(axis).as_double();
+            if (!(std::abs(value) <= dLargestShift)) throw std::invalid_argument("no shift");
+            return value;
+        };
+        return {read("x"), read("y"), read("z")};
+    }
+    return {};
+}
+
 /// Nothing in sessions of earlier versions, and for a scan that does not show it.
 std::optional<kdtree::Vector<3>> readRay(const bson::object& file)
 {
@@ -77,7 +101,7 @@ std::vector<CSession::ScanFile> readFiles(const bson::object& document)
     for (const bson::element& e : document) {
         const bson::object file = e.as_object();
         files.push_back({UniversalUniqueID::Load(file.child("entity_id").as_uuid()), file.child("name").as_string(),
-                         readRay(file)});
+                         readRay(file), readShift(file)});
     }
     return files;
 }
@@ -106,7 +130,9 @@ CSession CSession::Load(const std::filesystem::path& file, const Group& group)
         const double mmPerUnit = document.child(sUnit).as_double();
         if (!(mmPerUnit > 0.0) || !std::isfinite(mmPerUnit)) refuse("damaged: its unit of length is no length");
         if (const std::string why = WhatIsWrongWith(registration, files); !why.empty()) refuse("damaged: " + why);
-        return {std::move(registration), mmPerUnit, std::move(files)};
+        CSession session(std::move(registration), mmPerUnit, std::move(files));
+        session.m_shift = readShift(document);
+        return session;
     } catch (const Zorvan::CInputError&) {
         throw;
     } catch (const std::bad_alloc&) {
@@ -123,10 +149,12 @@ void CSession::Save(const std::filesystem::path& file) const
     for (const ScanFile& scan : m_files) {
         bson::object entry{bson::element::make_uuid("entity_id", &scan.id), bson::element("name", scan.name)};
         if (scan.ray) entry += bson::element(sRay, toObject(*scan.ray));
+        if (scan.shift != Zorvan::Position{}) entry += bson::element(sShift, toObject(scan.shift));
         files += bson::element("file", entry);
     }
     bson::object document = m_registration.ToObject();
     document += bson::element(sUnit, m_mmPerUnit);
+    if (m_shift != Zorvan::Position{}) document += bson::element(sShift, toObject(m_shift));
     document += bson::element(sFiles, files);
     WriteDocumentFile(file, document);
 }
@@ -137,8 +165,15 @@ bool CSession::Add(const Zorvan::SurfelScan& scan, const std::shared_ptr<const C
     const std::string name = scan.file.filename().string();
     const UniversalUniqueID id = makeID(m_files.size(), name, scan.points);
     if (!m_registration.AddPointSet(id, set, &preTrafo)) return false;
-    m_files.push_back({id, name, isRayKept ? rayOf(scan) : std::nullopt});
+    m_files.push_back({id, name, isRayKept ? rayOf(scan) : std::nullopt, scan.shift});
     return true;
+}
+
+Zorvan::Position CSession::GetSharedShift() const
+{
+    std::vector<Zorvan::Position> shifts{m_shift};
+    for (const ScanFile& file : m_files) shifts.push_back(file.shift);
+    return Zorvan::CommonShift(shifts);
 }
 
 bool CSession::Contains(const std::string& name) const

@@ -32,9 +32,12 @@ public:
         UniversalUniqueID id;
         std::string name;                          ///< without folder
         std::optional<kdtree::Vector<3>> ray = {}; ///< to the sensor, in scan coordinates, where the points show it
+        Zorvan::Position shift = {};               ///< mm, was taken off the coordinates of the scan
     };
 
     CSession(const ConfigurationFPFH& config, double dMmPerUnit, const Group& group);
+    /// Of its parts; each entity of the registration is one of the files.
+    CSession(CClusterRegistration registration, double dMmPerUnit, std::vector<ScanFile> files);
     /// @throws CInputError when the file is no whole session
     static CSession Load(const std::filesystem::path& file, const Group& group);
     /// Whole or not at all. @throws CInputError
@@ -50,16 +53,20 @@ public:
     [[nodiscard]] bool Contains(const std::string& name) const;
 
     [[nodiscard]] double GetMmPerUnit() const { return m_mmPerUnit; }
+    /// What was taken off the coordinates of all clusters (mm).
+    [[nodiscard]] const Zorvan::Position& GetShift() const { return m_shift; }
+    void SetShift(const Zorvan::Position& shift) { m_shift = shift; }
+    /// Of scans and clusters, the first that is not zero.
+    [[nodiscard]] Zorvan::Position GetSharedShift() const;
     /// In the order in which they came.
     [[nodiscard]] const std::vector<ScanFile>& GetFiles() const { return m_files; }
     [[nodiscard]] CClusterRegistration& GetRegistration() { return m_registration; }
     [[nodiscard]] const CClusterRegistration& GetRegistration() const { return m_registration; }
 
 private:
-    CSession(CClusterRegistration registration, double dMmPerUnit, std::vector<ScanFile> files);
-
     CClusterRegistration m_registration;
     double m_mmPerUnit;
+    Zorvan::Position m_shift = {};
     std::vector<ScanFile> m_files;
 };
 

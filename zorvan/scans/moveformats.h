@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zorvan/scans/export.h"
+#include "zorvan/scans/movestream.h"
+
+#include <string>
+
+namespace Zorvan {
+
+// Each takes the whole stream and puts it moved, with everything else as it is. What has to be written otherwise comes
+// back in words; empty when nothing has. All throw CInputError for what they cannot read.
+
+/// PLY: x y z, and nx ny nz when all are there.
+ZORVAN_SCANS_API std::string MovePly(CMoveStream& stream, const CMovement& movement);
+/// PCD: x y z, normals, the view point unless it is the one that stands for none.
+ZORVAN_SCANS_API std::string MovePcd(CMoveStream& stream, const CMovement& movement);
+/// LAS: coordinates, directions of waveforms; scale, offset and bounds in the header follow.
+/// @param to  where the stream goes
+ZORVAN_SCANS_API std::string MoveLas(CMoveStream& stream, const CMovement& movement, const CNewFile& to);
+/// STL: corners and normals.
+ZORVAN_SCANS_API std::string MoveStl(CMoveStream& stream, const CMovement& movement);
+/// E57 and PTX hold scans with poses: these are moved, and the points stay.
+ZORVAN_SCANS_API std::string MoveE57(CMoveStream& stream, const CMovement& movement);
+ZORVAN_SCANS_API std::string MovePtx(CMoveStream& stream, const CMovement& movement);
+/// Lines of numbers.
+ZORVAN_SCANS_API std::string MovePts(CMoveStream& stream, const CMovement& movement);
+ZORVAN_SCANS_API std::string MoveXyz(CMoveStream& stream, const CMovement& movement);
+/// OBJ: v and vn.
+ZORVAN_SCANS_API std::string MoveObj(CMoveStream& stream, const CMovement& movement);
+
+} // namespace Zorvan

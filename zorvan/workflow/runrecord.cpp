@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+#include "zorvan/workflow/runrecord.h"
+
+#include "zorvan/preregistration/settingsserialization.h"
+#include "zorvan/scans/filebytes.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/jsonvalues.h"
+#include "zorvan/util/csha1.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstddef>
+#include <utility>
+
+namespace prereg {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+/// As other tools write it: our own text has the two digits of each byte the other way round.
+std::string commonText(const Zorvan::CSHA1& hash)
+{
+    std::string text = hash.ToString();
+    for (std::size_t i = 0; i + 1 < text.size(); i += 2) std::swap(text[i], text[i + 1]);
+    return text;
+}
+
+Json settingsJson(const ConfigurationFPFH& config)
+{
+    const std::string text = bson::to_object(config).to_json();
+    Json json = Json::parse(text, nullptr, false);
+    return json.is_discarded() ? Json(text) : json;
+}
+
+Json scanJson(const ScanRow& scan, double mmPerUnit)
+{
+    return {{"file", scan.file},
+            {"cluster", scan.cluster},
+            {"placed", scan.isPlaced},
+            {"verdict", scan.verdict},
+            {"overlap", Zorvan::JsonNumber(scan.dOverlap)},
+            {"rmse", Zorvan::JsonNumber(scan.dRmse / mmPerUnit)},
+            {"slip", Zorvan::JsonNumber(scan.dSlip / mmPerUnit)}};
+}
+
+} // namespace
+
+RunInput DescribeInput(const std::filesystem::path& file)
+{
+    RunInput input{file.filename().string(), 0, {}};
+    try {
+        const std::string bytes = Zorvan::ReadFileBytes(file);
+        input.uiBytes = bytes.size();
+        input.sha1 = commonText(Zorvan::CSHA1::Compute(bytes.data(), bytes.size()));
+    } catch (const Zorvan::CInputError&) {
+        input.sha1.clear(); // who reads it for good says why not
+    }
+    return input;
+}
+
+std::string RunRecordText(const RunRecord& record, const RegistrationTable& table)
+{
+    Json json = {{"command", record.command}, {"version", record.version}, {"options", Json::object()}};
+    for (const auto& [name, value] : record.options) json["options"][name] = value;
+    json["inputs"] = Json::array();
+    for (const RunInput& input : record.inputs)
+        json["inputs"].push_back({{"file", input.file}, {"bytes", input.uiBytes}, {"sha1", input.sha1}});
+    json["settings"] = settingsJson(record.config);
+    json["scans"] = Json::array();
+    for (const ScanRow& scan : table.scans) json["scans"].push_back(scanJson(scan, table.dMmPerUnit));
+    json["times"] = record.times;
+    return json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+} // namespace prereg

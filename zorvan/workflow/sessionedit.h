@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zorvan/workflow/export.h"
+#include "zorvan/workflow/session.h"
+
+#include <string>
+
+namespace prereg {
+
+/// The session without one of its scans. All others keep their poses, their clusters and the frames of these.
+/// @throws std::invalid_argument for a name that it does not have, and for its only scan
+[[nodiscard]] ZORVAN_WORKFLOW_API CSession WithoutScan(const CSession& session, const std::string& name,
+                                                       const CSession::Group& group);
+
+/// The same with the scan in a cluster of its own, where the next registration looks for its place anew.
+/// @throws std::invalid_argument for a name that it does not have
+[[nodiscard]] ZORVAN_WORKFLOW_API CSession WithScanApart(const CSession& session, const std::string& name,
+                                                         const CSession::Group& group);
+
+} // namespace prereg
