@@ -199,12 +199,17 @@ std::string SurfelScan::Warning() const
 
 SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& options)
 {
-    Scan scan = options.isShifted ? joined(file) : ReadScanFile(file);
+    SurfelScan surfels = ToSurfels(options.isShifted ? joined(file) : ReadScanFile(file), file, options);
+    surfels.isResult = IsColouredResult(file);
+    return surfels;
+}
+
+SurfelScan ToSurfels(Scan scan, const std::filesystem::path& name, const ScanOptions& options)
+{
     scan.colours.clear();
     scan.intensities.clear();
     SurfelScan surfels;
-    surfels.file = file;
-    surfels.isResult = IsColouredResult(file);
+    surfels.file = name;
     surfels.uiRead = scan.points.size();
     scaleScan(scan, options.dMmPerUnit);
     surfels.shift = scan.shift;
@@ -214,7 +219,7 @@ SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& option
     surfels.uiJoined = JoinEqualPoints(scan);
     requirePoints(surfels, scan, "are at places of their own");
 
-    surfels.model = modelOf(scan, options.eMesh, file);
+    surfels.model = modelOf(scan, options.eMesh, name);
     if (scan.normals.empty()) surfels.eNormals = ComputeNormals(scan, sensorOf(scan, options));
     for (Vector3& n : scan.normals) n = Normalized(n);
     surfels.uiNoNormal = dropPoints(scan, [&](std::size_t i) { return scan.normals[i].LengthSq() > 0.0F; });

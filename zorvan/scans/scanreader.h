@@ -60,4 +60,10 @@ struct ZORVAN_SCANS_API SurfelScan
 /// @throws CInputError also when fewer than 3 usable points remain
 [[nodiscard]] ZORVAN_SCANS_API SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& options = {});
 
+/// The same for points that a host has, about the shift of the scan whatever the options say.
+/// @param name  what messages, tables and poses call the scan
+/// @throws CInputError
+[[nodiscard]] ZORVAN_SCANS_API SurfelScan ToSurfels(Scan scan, const std::filesystem::path& name,
+                                                    const ScanOptions& options = {});
+
 } // namespace Zorvan
