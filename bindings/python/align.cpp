@@ -56,9 +56,9 @@ prereg::AlignOptions optionsOf(const ReadyScan& fix, const ReadyScan& flt, const
 {
     prereg::AlignOptions options;
     options.dMmPerUnit = CommonUnit(fix, flt);
-    if (!how["grid"].is_none()) options.dGrid = UnitOf(how["grid"].cast<double>()) * options.dMmPerUnit;
+    if (const auto grid = LengthOf(how["grid"], "grid")) options.dGrid = *grid * options.dMmPerUnit;
     options.settings = SettingsOf(how["settings"]);
-    options.uiNumTasks = ThreadsOf(how["threads"].cast<long long>());
+    options.uiNumTasks = ThreadsOf(how["threads"]);
     options.fixSensor = knowledge(how["fix_sensor"], how["fix_ray"], options.dMmPerUnit, "fix");
     options.fltSensor = knowledge(how["flt_sensor"], how["flt_ray"], options.dMmPerUnit, "flt");
     return options;

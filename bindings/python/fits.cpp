@@ -5,6 +5,7 @@
 
 #include "zorvan/workflow/primitivefit.h"
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <utility>
@@ -27,10 +28,12 @@ prereg::RadiusLimits limitsOf(const py::object& radius, prereg::EPrimitive ePrim
     if (radius.is_none()) return {};
     if (ePrimitive == prereg::EPrimitive::Cone) throw py::value_error("radius: a cone has none of its own");
     if (!py::isinstance<py::tuple>(radius)) {
-        const double fixed = UnitOf(radius.cast<double>()) * mmPerUnit;
+        const double fixed = LengthOf(radius, "radius").value() * mmPerUnit;
         return {fixed, fixed};
     }
-    const auto [low, high] = radius.cast<std::pair<double, double>>();
+    if (py::len(radius) != 2) throw py::value_error("radius: a tuple is (low, high)");
+    const double low = NumberOf(radius[py::int_(0)], "radius");
+    const double high = NumberOf(radius[py::int_(1)], "radius");
     if (!(low > 0.0) || !(low < high)) throw py::value_error("radius: needs two lengths, the smaller one first");
     return {low * mmPerUnit, high * mmPerUnit};
 }
@@ -57,9 +60,11 @@ py::dict fit(const std::shared_ptr<const ReadyScan>& scan, const std::string& pr
     dict["residuals"] = Owned(std::move(found.residuals), {numPoints});
     py::dict deviations;
     for (const prereg::PrimitiveProperty& property : found.properties) {
+        std::string name = property.name;
+        std::replace(name.begin(), name.end(), ' ', '_');
         const double factor = property.isLength ? unit : 1.0;
-        dict[py::str(property.name)] = toPython(property.value, factor);
-        if (property.deviation.size() > 0) deviations[py::str(property.name)] = toPython(property.deviation, factor);
+        dict[py::str(name)] = toPython(property.value, factor);
+        if (property.deviation.size() > 0) deviations[py::str(name)] = toPython(property.deviation, factor);
     }
     dict["deviations"] = deviations;
     return dict;

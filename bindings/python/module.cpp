@@ -8,7 +8,8 @@ PYBIND11_MODULE(_core, module)
 {
     module.doc() = "The compiled part of zorvan; import zorvan instead.";
     module.attr("__version__") = ZORVAN_VERSION;
-    pybind11::register_exception<Zorvan::CInputError>(module, "InputError", PyExc_ValueError);
+    pybind11::register_exception<Zorvan::CInputError>(module, "InputError", PyExc_ValueError).attr("__doc__") =
+        "Scans, files or settings that cannot be used: which, why, and what to do.";
     bindings::AddInterpreter(module);
     bindings::AddScans(module);
     bindings::AddDocuments(module);

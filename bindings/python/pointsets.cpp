@@ -150,11 +150,11 @@ py::dict icp(const PointSetPtr& fix, const PointSetPtr& flt, const py::object& s
 
 /// Feature points, their normals and histograms.
 py::tuple features(const std::shared_ptr<const ReadyScan>& scan, const py::object& grid, const py::object& settings,
-                   long long threads)
+                   const py::object& threads)
 {
     const bson::object changes = SettingsOf(settings);
-    const std::optional<double> wanted =
-        grid.is_none() ? std::nullopt : std::optional(UnitOf(grid.cast<double>()) * scan->dMmPerUnit);
+    std::optional<double> wanted = LengthOf(grid, "grid");
+    if (wanted) *wanted *= scan->dMmPerUnit;
     const unsigned numTasks = ThreadsOf(threads);
     const auto set = WithoutLock([&] {
         const Zorvan::SurfelScan& surfels = scan->surfels;

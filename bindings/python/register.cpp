@@ -44,7 +44,7 @@ struct Registration
     [[nodiscard]] double Unit() const { return result.table.dMmPerUnit; }
 };
 
-SavedSession loadSession(const Path& file, long long threads)
+SavedSession loadSession(const Path& file, const py::object& threads)
 {
     auto scheduler = std::make_shared<Zorvan::CJobScheduler>(ThreadsOf(threads));
     return WithoutLock([&] {
@@ -83,11 +83,11 @@ prereg::RegisterOptions optionsOf(const std::vector<ScanPtr>& scans, double mmPe
 {
     prereg::RegisterOptions options;
     options.dMmPerUnit = mmPerUnit;
-    options.isOptimized = how["optimize"].cast<bool>();
-    options.isWeighed = how["weighed"].cast<bool>();
-    options.isKeptGoing = how["keep_going"].cast<bool>();
-    options.uiNumTasks = ThreadsOf(how["threads"].cast<long long>());
-    if (!how["grid"].is_none()) options.dGrid = UnitOf(how["grid"].cast<double>()) * mmPerUnit;
+    options.isOptimized = py::bool_(how["optimize"]);
+    options.isWeighed = py::bool_(how["weighed"]);
+    options.isKeptGoing = py::bool_(how["keep_going"]);
+    options.uiNumTasks = ThreadsOf(how["threads"]);
+    if (const auto grid = LengthOf(how["grid"], "grid")) options.dGrid = *grid * mmPerUnit;
     options.settings = SettingsOf(how["settings"]);
     options.startPoses = startsOf(how["start"], scans, mmPerUnit);
     return options;

@@ -210,10 +210,29 @@ double UnitOf(double dMmPerUnit)
     return dMmPerUnit;
 }
 
-unsigned ThreadsOf(long long threads)
+double NumberOf(const py::handle& value, const std::string& name)
 {
-    if (threads < 1 || threads > 1024) throw py::value_error("threads: needs a number from 1 to 1024");
-    return static_cast<unsigned>(threads);
+    const double number = PyFloat_AsDouble(value.ptr());
+    if (PyErr_Occurred() == nullptr) return number;
+    PyErr_Clear();
+    throw py::type_error(name + ": needs a number, not " + py::repr(value).cast<std::string>());
+}
+
+std::optional<double> LengthOf(const py::handle& value, const std::string& name)
+{
+    if (value.is_none()) return std::nullopt;
+    const double length = NumberOf(value, name);
+    if (!(length > 0.0) || !std::isfinite(length)) throw py::value_error(name + ": needs a positive length");
+    return length;
+}
+
+unsigned ThreadsOf(const py::handle& threads)
+{
+    if (PyIndex_Check(threads.ptr()) == 0)
+        throw py::type_error("threads: needs a whole number, not " + py::repr(threads).cast<std::string>());
+    const double number = NumberOf(threads, "threads");
+    if (!(number >= 1.0 && number <= 1024.0)) throw py::value_error("threads: needs a number from 1 to 1024");
+    return static_cast<unsigned>(number);
 }
 
 double CommonUnit(const ReadyScan& a, const ReadyScan& b)

@@ -6,6 +6,8 @@
 #include "zorvan/scans/scanreader.h"
 
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace bindings {
 
@@ -25,7 +27,11 @@ struct ReadyScan
 /// Millimetres a unit. @throws py::value_error unless positive and finite
 [[nodiscard]] double UnitOf(double dMmPerUnit);
 
-/// @throws py::value_error unless from 1 to 1024
-[[nodiscard]] unsigned ThreadsOf(long long threads);
+/// @throws py::type_error for what is no number
+[[nodiscard]] double NumberOf(const py::handle& value, const std::string& name);
+/// Nothing for None; else positive, as UnitOf. @throws as above
+[[nodiscard]] std::optional<double> LengthOf(const py::handle& value, const std::string& name);
+/// @throws py::type_error, py::value_error unless from 1 to 1024
+[[nodiscard]] unsigned ThreadsOf(const py::handle& threads);
 
 } // namespace bindings

@@ -155,6 +155,6 @@ def fit(primitive: str, scan: ScanLike, *, radius: Union[float, tuple[float, flo
         mm_per_unit: float = 1.0) -> dict[str, Any]:
     """Fits a "sphere", "cylinder" or "cone" to a scan wherever it lies. radius: known, or between two lengths.
 
-    A dict: found, rmse, residuals (N,), positive outside, what the primitive has ("center", "radius", ...: numbers or
-    (3,) arrays), and deviations, the standard deviations of these by name."""
+    A dict: found, rmse, residuals (N,), positive outside, what the primitive has ("centre", "radius", "axis", ...: numbers
+    or (3,) arrays), and deviations, the standard deviations of these by name."""
     return _core._fit(_to_scan(scan, "scan", mm_per_unit), primitive, radius)
