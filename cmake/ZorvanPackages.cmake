@@ -33,18 +33,21 @@ execute_process(COMMAND ${GZIP} -9nc ${PROJECT_SOURCE_DIR}/packaging/zorvan.1
 install(FILES ${PROJECT_BINARY_DIR}/packaging/zorvan.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT program)
 if(TARGET zorvan_python)
     list(APPEND CPACK_COMPONENTS_ALL python)
+    set(Python_EXECUTABLE ${ZORVAN_PYTHON_EXECUTABLE})
+    find_package(Python REQUIRED COMPONENTS Interpreter)
     math(EXPR next "${Python_VERSION_MINOR} + 1")
     zorvan_debian_package(python python3-zorvan python "registration of 3D surface scans, for Python" "${what}"
         "libzorvan ${same}, python3 (>= 3.${Python_VERSION_MINOR}), python3 (<< 3.${next}), python3-numpy")
 endif()
 
-set(CPACK_PACKAGE_CONTACT "The Zorvan authors <zorvan@localhost.localdomain>")
+set(CPACK_PACKAGE_CONTACT "The Zorvan authors <zorvan@packages.invalid>")
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY "=")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/triggers)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
     WORLD_READ WORLD_EXECUTE)

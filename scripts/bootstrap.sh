@@ -11,7 +11,8 @@ packages=(
     ocl-icd-opencl-dev opencl-headers pocl-opencl-icd            # the library; the processor as a compute device
     libcli11-dev nlohmann-json3-dev libpugixml-dev               # the program; headers of E57 files
     pybind11-dev python3-dev python3-numpy                       # the Python module
-    python3-mypy                                                 # tests of the Python module
+    python3-mypy python3-build python3-wheel python3-setuptools  # its tests, its wheel
+    lintian                                                      # packages
     libgtest-dev libgmock-dev chromium chromium-driver           # tests; the browser looks at the report
     libassimp-dev                                                # tests and benchmarks: meshes beside ours
     libbenchmark-dev libnanoflann-dev                            # benchmarks

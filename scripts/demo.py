@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 """Does in Python what scripts/demo.sh does, with the same poses: virtual scans, alignment, comparison with the truth.
 
-    scripts/demo.py     # after scripts/demo.sh, or where the module is installed and zorvan is on the PATH
+    scripts/demo.py [FOLDER]     # after scripts/demo.sh, or where the module is installed and zorvan is on the PATH
 """
 from __future__ import annotations
 
@@ -29,7 +29,7 @@ def main() -> int:
     if program is None:
         print("the program zorvan is not there; build it with scripts/demo.sh", file=sys.stderr)
         return 2
-    folder = ROOT / "build" / "demo"
+    folder = pathlib.Path(sys.argv[1]) if len(sys.argv) > 1 else ROOT / "build" / "demo"
     print("== Scanning a virtual row of teeth from two sides; the noise of a point is 0.01 mm")
     subprocess.run([program, "simulate", "-o", folder, "--views", "2"], check=True)
 

@@ -44,6 +44,13 @@ def needed(file: pathlib.Path) -> dict[str, pathlib.Path]:
     return {match[1]: pathlib.Path(match[2]) for match in found if match}
 
 
+def licence(library: pathlib.Path) -> pathlib.Path | None:
+    """What the distribution says of it."""
+    owner = subprocess.run(["dpkg-query", "-S", library.resolve()], check=False, capture_output=True, text=True).stdout
+    text = pathlib.Path("/usr/share/doc", owner.split(":")[0], "copyright") if owner else None
+    return text if text is not None and text.is_file() else None
+
+
 class BuildWithCMake(build_py):
     def run(self) -> None:
         super().run()
@@ -55,8 +62,13 @@ class BuildWithCMake(build_py):
         (module,) = stage.rglob("_core*.so")
         shutil.copy(module, package)
         for name, path in needed(module).items():
-            if not RUNTIME.match(name):
-                shutil.copy(path, package / name)
+            if RUNTIME.match(name):
+                continue
+            shutil.copy(path, package / name)
+            text = None if stage in path.parents else licence(path)
+            if text is not None:
+                (package / "licences").mkdir(exist_ok=True)
+                shutil.copy(text, package / "licences" / f"{name}.txt")
 
 
 class BinaryDistribution(Distribution):
