@@ -13,6 +13,7 @@ packages=(
     pybind11-dev python3-dev python3-numpy                       # the Python module
     python3-mypy python3-build python3-wheel python3-setuptools  # its tests, its wheel
     lintian                                                      # packages
+    doxygen python3-sphinx python3-breathe python3-myst-parser   # the manual
     libgtest-dev libgmock-dev chromium chromium-driver           # tests; the browser looks at the report
     libassimp-dev                                                # tests and benchmarks: meshes beside ours
     libbenchmark-dev libnanoflann-dev                            # benchmarks

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Brings 3D surface scans into one frame without knowing where they were taken.
+"""Brings 3D surface scans into one frame without knowing where they were taken::
 
     import zorvan
     pair = zorvan.align("a.ply", "b.ply")              # or arrays: (N, 3) points, or (points, normals)
