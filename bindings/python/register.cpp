@@ -13,6 +13,8 @@
 #include <pybind11/stl.h>
 #include <pybind11/stl/filesystem.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <memory>
@@ -29,27 +31,41 @@ using Path = std::filesystem::path;
 using ScanPtr = std::shared_ptr<const ReadyScan>;
 using Scheduler = std::shared_ptr<Zorvan::CJobScheduler>;
 
+/// Leaves a value with threads to the process that made it: a child has none of them, and would wait for their end for
+/// good.
+template <typename T>
+std::shared_ptr<T> OfThisProcess(T value)
+{
+    return {new T(std::move(value)), [pid = ::getpid()](T* made) {
+                if (::getpid() == pid) delete made;
+            }};
+}
+
 /// A session and what runs its jobs. Never changed: who goes on works with a copy.
 struct SavedSession
 {
     Scheduler scheduler; ///< outlives the session
     prereg::CSession session;
+    pid_t pid = ::getpid();
 };
+
+using SessionPtr = std::shared_ptr<SavedSession>;
 
 /// A registration as Python sees it; lengths come out in the unit of the scans.
 struct Registration
 {
     prereg::RegisterResult result;
+    pid_t pid = ::getpid();
 
     [[nodiscard]] double Unit() const { return result.table.dMmPerUnit; }
 };
 
-SavedSession loadSession(const Path& file, const py::object& threads)
+SessionPtr loadSession(const Path& file, const py::object& threads)
 {
     auto scheduler = std::make_shared<Zorvan::CJobScheduler>(ThreadsOf(threads));
     return WithoutLock([&] {
         prereg::CSession session = prereg::CSession::Load(file, scheduler->CreateJobGroup({}, {}));
-        return SavedSession{scheduler, std::move(session)};
+        return OfThisProcess(SavedSession{scheduler, std::move(session)});
     });
 }
 
@@ -103,20 +119,22 @@ double unitOf(const std::vector<ScanPtr>& scans, const SavedSession* session)
     return scans.front()->dMmPerUnit;
 }
 
-Registration registerScans(const std::vector<ScanPtr>& scans, const SavedSession* session, const py::object& progress,
-                           const py::object& stop, const py::kwargs& how)
+std::shared_ptr<Registration> registerScans(const std::vector<ScanPtr>& scans, const SavedSession* session,
+                                            const py::object& progress, const py::object& stop, const py::kwargs& how)
 {
     if (session != nullptr && (!how["grid"].is_none() || !how["settings"].is_none()))
         throw py::value_error("grid and settings: a session keeps those that it began with");
+    if (session != nullptr && session->pid != ::getpid())
+        throw py::value_error("session: another process has made it; save it there, and load it here");
     requireNames(scans, session != nullptr ? &session->session : nullptr);
     const prereg::RegisterOptions options = optionsOf(scans, unitOf(scans, session), how);
     std::vector<Zorvan::SurfelScan> surfels;
     for (const ScanPtr& scan : scans) surfels.push_back(scan->surfels);
     CLongCall call(progress, stop);
-    return {call.Run([&](const Zorvan::Hooks& hooks) {
+    return OfThisProcess(Registration{call.Run([&](const Zorvan::Hooks& hooks) {
         if (session == nullptr) return prereg::RegisterScans(surfels, options, hooks);
         return prereg::RegisterScans(session->scheduler, session->session, surfels, options, hooks);
-    })};
+    })});
 }
 
 py::dict posesOf(const Registration& registration)
@@ -211,7 +229,7 @@ py::tuple surfaceOf(const Registration& registration, const std::string& name)
 
 void AddRegister(py::module_& module)
 {
-    py::class_<SavedSession>(
+    py::class_<SavedSession, SessionPtr>(
         module, "Session",
         "A registration that goes on: scans with their places and all that was found out about them. "
         "Immutable.")
@@ -235,7 +253,7 @@ void AddRegister(py::module_& module)
                                })
         .def("__len__", [](const SavedSession& s) { return s.session.GetFiles().size(); });
 
-    py::class_<Registration>(
+    py::class_<Registration, std::shared_ptr<Registration>>(
         module, "Registration",
         "Scans in clusters, each with a frame of its own. True when all came in and lie in one frame. "
         "Lengths are in\nthe unit of the scans.")
@@ -249,7 +267,7 @@ void AddRegister(py::module_& module)
         .def_property_readonly(
             "session",
             [](const Registration& r) {
-                return SavedSession{r.result.scheduler, r.result.session};
+                return OfThisProcess(SavedSession{r.result.scheduler, r.result.session, r.pid});
             },
             "To go on with: register(more, session=...).")
         .def_property_readonly(

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 """The module inside its process: memory, threads, children, Ctrl-C, the end, logging."""
 import concurrent.futures
+import functools
 import logging
 import os
 import resource
@@ -58,13 +59,18 @@ class Process(unittest.TestCase):
                 np.testing.assert_array_equal(result.candidates[0]["pose"], pose)
 
     def test_a_child_works_as_its_parent(self):
-        pose = zorvan.align(*scans()[:2], threads=2).pose
-        held = zorvan.register(scans()[:2], threads=2)
+        pose, held = zorvan.align(*scans()[:2], threads=2).pose, zorvan.register(scans()[:2], threads=2)
         child = os.fork()
         if child == 0:
-            os._exit(0 if np.array_equal(zorvan.align(*scans()[:2], threads=2).pose, pose) else 1)
+            refused = False
+            try:
+                zorvan.register([scans()[2]], session=held.session)
+            except ValueError:
+                refused = True
+            del held  # whose threads are not here
+            again = zorvan.register(scans()[:2], threads=2)
+            os._exit(0 if refused and again and np.array_equal(zorvan.align(*scans()[:2], threads=2).pose, pose) else 1)
         self.assertEqual(os.waitpid(child, 0)[1], 0)
-        self.assertTrue(held)
 
     def test_other_threads_run_meanwhile(self):
         ticks, done = [], threading.Event()
@@ -87,8 +93,9 @@ class Process(unittest.TestCase):
         stopped = zorvan.register(scans(), weighed=True, stop=lambda: asked.append(None) or True)
         self.assertTrue(stopped.stopped and not stopped)
         self.assertEqual(len(stopped.table), 3)
-        stopped = zorvan.register(scans(), weighed=True, progress=lambda *_: os.kill(os.getpid(), signal.SIGINT))
-        self.assertTrue(stopped.stopped)
+        interrupt = functools.partial(os.kill, os.getpid(), signal.SIGINT)  # seen by the library, not in the callback
+        for how in {"progress": lambda *_: interrupt()}, {"stop": interrupt}:
+            self.assertTrue(zorvan.register(scans(), weighed=True, **how).stopped)
 
         def fail(*_):
             raise LookupError("mine")
