@@ -4,13 +4,15 @@ C++ runtime (libc and its kin, libgcc_s, libstdc++), which are the system's, as 
 
     /usr/bin/python3 -m build --no-isolation --wheel --outdir build/dist bindings/python
 
-ZORVAN_BUILD_DIR, a whole path, names a build tree to take the module from instead of building one.
+CMAKE_ARGS holds more arguments for CMake. ZORVAN_BUILD_DIR, a whole path, names a build tree to take the module from
+instead of building one.
 """
 from __future__ import annotations
 
 import os
 import pathlib
 import re
+import shlex
 import shutil
 import subprocess
 import sys
@@ -29,7 +31,8 @@ def build() -> pathlib.Path:
     launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if shutil.which("ccache") else []
     off = [f"-DZORVAN_BUILD_{part}=OFF" for part in ("TOOLS", "TESTS", "EXAMPLES")]
     subprocess.run(["cmake", "-S", ROOT, "-B", tree, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release", "-DZORVAN_PYTHON=ON",
-                    f"-DZORVAN_PYTHON_EXECUTABLE={sys.executable}", *launcher, *off], check=True)
+                    f"-DZORVAN_PYTHON_EXECUTABLE={sys.executable}", *launcher, *off,
+                    *shlex.split(os.environ.get("CMAKE_ARGS", ""))], check=True)
     subprocess.run(["cmake", "--build", tree, "--target", "zorvan_python"], check=True)
     return tree
 
