@@ -11,6 +11,10 @@ packages=(
     liblapack-dev liblapacke-dev                                 # the library; LAPACK's declarations
     ocl-icd-opencl-dev opencl-headers pocl-opencl-icd            # the library; the processor as a compute device
     libcli11-dev nlohmann-json3-dev libpugixml-dev               # the program; headers of E57 files
+    pybind11-dev python3-dev python3-numpy                       # the Python module
+    python3-mypy python3-build python3-wheel python3-setuptools  # its tests, its wheel
+    lintian                                                      # packages
+    doxygen python3-sphinx python3-breathe python3-myst-parser   # the manual
     libgtest-dev libgmock-dev chromium chromium-driver           # tests; the browser looks at the report
     libassimp-dev                                                # tests and benchmarks: meshes beside ours
     libbenchmark-dev libnanoflann-dev                            # benchmarks

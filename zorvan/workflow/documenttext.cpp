@@ -86,9 +86,9 @@ std::string lines(const bson::object& document)
 
 void RefuseAt(const std::string& source, TextPlace place, const std::string& why, const std::string& advice)
 {
-    std::string where = "line " + std::to_string(place.iLine);
+    std::string where = place.iLine > 0 ? "line " + std::to_string(place.iLine) : std::string();
     if (place.iColumn > 0) where += ", column " + std::to_string(place.iColumn);
-    throw Zorvan::CInputError(source, where + ": " + why, advice);
+    throw Zorvan::CInputError(source, where + (where.empty() ? "" : ": ") + why, advice);
 }
 
 DocumentText ReadDocumentText(const std::string& handWritten, const std::string& source)

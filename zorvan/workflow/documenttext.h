@@ -21,7 +21,7 @@ using DocumentText = bson::text_document;
 /// The same for the text of a single value: "true", "2.5", "{...}", "'word'". It gets `name`.
 [[nodiscard]] ZORVAN_WORKFLOW_API bson::element ReadValueText(const std::string& text, const std::string& name);
 
-/// The one line for a fault at a place. @throws CInputError
+/// The one line for a fault at a place; without the place when its line is 0. @throws CInputError
 [[noreturn]] ZORVAN_WORKFLOW_API void RefuseAt(const std::string& source, TextPlace place, const std::string& why,
                                                const std::string& advice);
 

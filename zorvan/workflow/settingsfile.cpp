@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 
 namespace prereg {
 
@@ -36,9 +37,10 @@ std::string whatIsWrongWith(const element& setting)
 class CSettingsReader
 {
 public:
-    CSettingsReader(const std::string& text, const std::string& source)
+    /// @param text  without places when nobody wrote it by hand
+    CSettingsReader(DocumentText text, const std::string& source)
         : m_source(source),
-          m_text(ReadDocumentText(text, source)),
+          m_text(std::move(text)),
           m_all(bson::to_object(ConfigurationFPFH())),
           m_icp(m_all.child(sIcp).as_object())
     {
@@ -88,9 +90,11 @@ private:
 
     TextPlace nextPlace(const element& e)
     {
-        const TextPlace place = m_text.names.at(m_next++);
+        const TextPlace place = m_text.names.empty() ? TextPlace() : m_text.names.at(m_next++);
         const auto [first, isNew] = m_firstPlaces.emplace(e.name_string(), place);
-        if (!isNew) refuse(place, e, "is set a second time, after line " + std::to_string(first->second.iLine));
+        const int iFirst = first->second.iLine;
+        if (!isNew)
+            refuse(place, e, "is set a second time" + (iFirst > 0 ? ", after line " + std::to_string(iFirst) : ""));
         return place;
     }
 
@@ -162,7 +166,12 @@ std::string lines(const object& settings, std::size_t indent)
 
 object ReadSettingsText(const std::string& text, const std::string& source)
 {
-    return CSettingsReader(text, source).Read();
+    return CSettingsReader(ReadDocumentText(text, source), source).Read();
+}
+
+object CheckSettings(const object& settings, const std::string& source)
+{
+    return CSettingsReader({settings, {}}, source).Read();
 }
 
 object ReadSettingsFile(const std::filesystem::path& file)

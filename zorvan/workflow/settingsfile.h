@@ -17,6 +17,8 @@ namespace prereg {
 /// @throws CInputError with line and column for a wrong text, a name that no setting has or that comes twice, and a
 ///         value that its setting cannot have
 [[nodiscard]] ZORVAN_WORKFLOW_API bson::object ReadSettingsText(const std::string& text, const std::string& source);
+/// The same for settings that a host has put together: whole numbers as int32, all others as double.
+[[nodiscard]] ZORVAN_WORKFLOW_API bson::object CheckSettings(const bson::object& settings, const std::string& source);
 [[nodiscard]] ZORVAN_WORKFLOW_API bson::object ReadSettingsFile(const std::filesystem::path& file);
 
 /// `base` with these settings; nothing is said about an empty document.

@@ -1,0 +1,317 @@
+// SPDX-License-Identifier: MIT
+#include "documents.h"
+#include "interpreter.h"
+#include "modules.h"
+#include "scans.h"
+
+#include "zorvan/runtime/cjobscheduler.h"
+#include "zorvan/scans/inputerror.h"
+#include "zorvan/workflow/registerresults.h"
+#include "zorvan/workflow/registerscans.h"
+#include "zorvan/workflow/report.h"
+
+#include <pybind11/stl.h>
+#include <pybind11/stl/filesystem.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace bindings {
+
+namespace {
+
+using Path = std::filesystem::path;
+using ScanPtr = std::shared_ptr<const ReadyScan>;
+using Scheduler = std::shared_ptr<Zorvan::CJobScheduler>;
+
+/// Leaves a value with threads to the process that made it: a child has none of them, and would wait for their end for
+/// good.
+template <typename T>
+std::shared_ptr<T> OfThisProcess(T value)
+{
+    return {new T(std::move(value)), [pid = ::getpid()](T* made) {
+                if (::getpid() == pid) delete made;
+            }};
+}
+
+/// A session and what runs its jobs. Never changed: who goes on works with a copy.
+struct SavedSession
+{
+    Scheduler scheduler; ///< outlives the session
+    prereg::CSession session;
+    pid_t pid = ::getpid();
+};
+
+using SessionPtr = std::shared_ptr<SavedSession>;
+
+/// A registration as Python sees it; lengths come out in the unit of the scans.
+struct Registration
+{
+    prereg::RegisterResult result;
+    pid_t pid = ::getpid();
+
+    [[nodiscard]] double Unit() const { return result.table.dMmPerUnit; }
+};
+
+SessionPtr loadSession(const Path& file, const py::object& threads)
+{
+    auto scheduler = std::make_shared<Zorvan::CJobScheduler>(ThreadsOf(threads));
+    return WithoutLock([&] {
+        prereg::CSession session = prereg::CSession::Load(file, scheduler->CreateJobGroup({}, {}));
+        return OfThisProcess(SavedSession{scheduler, std::move(session)});
+    });
+}
+
+void requireNames(const std::vector<ScanPtr>& scans, const prereg::CSession* session)
+{
+    std::set<std::string> names;
+    for (const ScanPtr& scan : scans) {
+        const std::string name = scan->surfels.file.filename().string();
+        if (!names.insert(name).second || (session != nullptr && session->Contains(name)))
+            throw py::value_error("two scans are named " + name + ", and poses are found by name; rename one of them");
+    }
+}
+
+std::vector<prereg::CTrafo> startsOf(const py::object& starts, const std::vector<ScanPtr>& scans, double mmPerUnit)
+{
+    if (starts.is_none()) return {};
+    const auto byName = starts.cast<py::dict>();
+    std::vector<prereg::CTrafo> poses;
+    std::size_t found = 0;
+    for (const ScanPtr& scan : scans) {
+        const py::str name(scan->surfels.file.filename().string());
+        const bool isGiven = byName.contains(name);
+        found += isGiven ? 1 : 0;
+        poses.push_back(isGiven ? PoseOf(byName[name], "start", mmPerUnit) : prereg::CTrafo::Invalid());
+    }
+    if (found != byName.size()) throw py::value_error("start: has a pose of a scan that is not there");
+    return poses;
+}
+
+prereg::RegisterOptions optionsOf(const std::vector<ScanPtr>& scans, double mmPerUnit, const py::kwargs& how)
+{
+    prereg::RegisterOptions options;
+    options.dMmPerUnit = mmPerUnit;
+    options.isOptimized = py::bool_(how["optimize"]);
+    options.isWeighed = py::bool_(how["weighed"]);
+    options.isKeptGoing = py::bool_(how["keep_going"]);
+    options.uiNumTasks = ThreadsOf(how["threads"]);
+    if (const auto grid = LengthOf(how["grid"], "grid")) options.dGrid = *grid * mmPerUnit;
+    options.settings = SettingsOf(how["settings"]);
+    options.startPoses = startsOf(how["start"], scans, mmPerUnit);
+    return options;
+}
+
+double unitOf(const std::vector<ScanPtr>& scans, const SavedSession* session)
+{
+    for (const ScanPtr& scan : scans) {
+        scan->RequireNear();
+        static_cast<void>(CommonUnit(*scans.front(), *scan));
+    }
+    if (scans.empty()) return session != nullptr ? session->session.GetMmPerUnit() : 1.0;
+    return scans.front()->dMmPerUnit;
+}
+
+std::shared_ptr<Registration> registerScans(const std::vector<ScanPtr>& scans, const SavedSession* session,
+                                            const py::object& progress, const py::object& stop, const py::kwargs& how)
+{
+    if (session != nullptr && (!how["grid"].is_none() || !how["settings"].is_none()))
+        throw py::value_error("grid and settings: a session keeps those that it began with");
+    if (session != nullptr && session->pid != ::getpid())
+        throw py::value_error("session: another process has made it; save it there, and load it here");
+    requireNames(scans, session != nullptr ? &session->session : nullptr);
+    const prereg::RegisterOptions options = optionsOf(scans, unitOf(scans, session), how);
+    std::vector<Zorvan::SurfelScan> surfels;
+    for (const ScanPtr& scan : scans) surfels.push_back(scan->surfels);
+    CLongCall call(progress, stop);
+    return OfThisProcess(Registration{call.Run([&](const Zorvan::Hooks& hooks) {
+        if (session == nullptr) return prereg::RegisterScans(surfels, options, hooks);
+        return prereg::RegisterScans(session->scheduler, session->session, surfels, options, hooks);
+    })});
+}
+
+py::dict posesOf(const Registration& registration)
+{
+    py::dict poses;
+    for (const prereg::ScanRow& scan : registration.result.table.scans)
+        poses[py::str(scan.file)] = ToPython(scan.pose, registration.Unit());
+    return poses;
+}
+
+/// Names by cluster, the largest first, and inside one as they came.
+std::vector<std::vector<std::string>> clustersOf(const Registration& registration)
+{
+    std::vector<std::vector<std::string>> clusters;
+    std::vector<std::string> ids;
+    for (const prereg::ScanRow& scan : registration.result.table.scans) {
+        const auto known = std::find(ids.begin(), ids.end(), scan.cluster);
+        const auto index = static_cast<std::size_t>(known - ids.begin());
+        if (known == ids.end()) {
+            ids.push_back(scan.cluster);
+            clusters.emplace_back();
+        }
+        clusters[index].push_back(scan.file);
+    }
+    std::stable_sort(clusters.begin(), clusters.end(),
+                     [](const auto& a, const auto& b) { return a.size() > b.size(); });
+    return clusters;
+}
+
+py::list tableOf(const Registration& registration)
+{
+    py::list rows;
+    for (const prereg::ScanRow& scan : registration.result.table.scans) {
+        py::dict row;
+        row["name"] = scan.file;
+        row["id"] = scan.id;
+        row["cluster"] = scan.cluster;
+        row["pose"] = ToPython(scan.pose, registration.Unit());
+        row["points"] = scan.uiPoints;
+        row["overlap"] = scan.dOverlap;
+        row["rmse"] = scan.dRmse / registration.Unit();
+        row["slip"] = scan.dSlip / registration.Unit();
+        row["verdict"] = scan.verdict;
+        row["placed"] = scan.isPlaced;
+        rows.append(row);
+    }
+    return rows;
+}
+
+py::list pairsOf(const Registration& registration)
+{
+    const prereg::RegistrationTable& table = registration.result.table;
+    py::list rows;
+    for (const prereg::PairRow& pair : table.pairs) {
+        py::dict row;
+        row["a"] = table.scans[pair.a].file;
+        row["b"] = table.scans[pair.b].file;
+        row["overlap"] = pair.dOverlap;
+        row["rmse"] = pair.dRmse / registration.Unit();
+        rows.append(row);
+    }
+    return rows;
+}
+
+void writeReport(const Registration& registration, const Path& file)
+{
+    const prereg::CSession& session = registration.result.session;
+    std::vector<std::shared_ptr<const prereg::CFPFHPointSet>> sets;
+    std::vector<prereg::SurfelSpan> surfaces;
+    for (const prereg::CSession::ScanFile& scan : session.GetFiles()) {
+        sets.push_back(session.GetRegistration().GetPointSetAndTransform(scan.id).first);
+        surfaces.push_back({sets.back()->GetPoints(), sets.back()->GetNormals()});
+    }
+    prereg::WriteReport(file, registration.result.table, surfaces);
+}
+
+/// The points of a scan as the registration keeps them, and their normals.
+py::tuple surfaceOf(const Registration& registration, const std::string& name)
+{
+    const prereg::CSession& session = registration.result.session;
+    for (const prereg::CSession::ScanFile& scan : session.GetFiles()) {
+        if (scan.name != name) continue;
+        using Set = std::shared_ptr<const prereg::CFPFHPointSet>;
+        auto* const set = new Set(session.GetRegistration().GetPointSetAndTransform(scan.id).first);
+        const py::capsule owner(set, [](void* p) { delete static_cast<Set*>(p); });
+        return py::make_tuple(ViewOf((*set)->GetPoints(), owner), ViewOf((*set)->GetNormals(), owner));
+    }
+    throw py::key_error(name);
+}
+
+} // namespace
+
+void AddRegister(py::module_& module)
+{
+    py::class_<SavedSession, SessionPtr>(
+        module, "Session",
+        "A registration that goes on: scans with their places and all that was found out about them. "
+        "Immutable.")
+        .def_static("load", &loadSession, py::arg("file"), py::arg("threads") = 1,
+                    "A session.zdoc that `zorvan register` or `Registration.save` has written.")
+        .def(
+            "save",
+            [](const SavedSession& s, const Path& file) {
+                WithoutLock([&] {
+                    s.session.Save(file);
+                    return 0;
+                });
+            },
+            py::arg("file"), "Whole or not at all.")
+        .def_property_readonly("mm_per_unit", [](const SavedSession& s) { return s.session.GetMmPerUnit(); })
+        .def_property_readonly("names",
+                               [](const SavedSession& s) {
+                                   std::vector<std::string> names;
+                                   for (const auto& file : s.session.GetFiles()) names.push_back(file.name);
+                                   return names;
+                               })
+        .def("__len__", [](const SavedSession& s) { return s.session.GetFiles().size(); });
+
+    py::class_<Registration, std::shared_ptr<Registration>>(
+        module, "Registration",
+        "Scans in clusters, each with a frame of its own. True when all came in and lie in one frame. "
+        "Lengths are in\nthe unit of the scans.")
+        .def_property_readonly("poses", &posesOf,
+                               "By name, (4, 4) float64, scan to cluster coordinates: p_cluster = pose @ p_scan; None "
+                               "without a place.")
+        .def_property_readonly("clusters", &clustersOf, "Lists of names, the largest first.")
+        .def_property_readonly("table", &tableOf,
+                               "A dict a scan: name, id, cluster, pose, points, overlap, rmse, slip, verdict, placed.")
+        .def_property_readonly("pairs", &pairsOf, "A dict a pair that overlaps: a, b, overlap, rmse.")
+        .def_property_readonly(
+            "session",
+            [](const Registration& r) {
+                return OfThisProcess(SavedSession{r.result.scheduler, r.result.session, r.pid});
+            },
+            "To go on with: register(more, session=...).")
+        .def_property_readonly(
+            "left_out", [](const Registration& r) { return r.result.leftOut; },
+            "For people: which scans did not come in, and why.")
+        .def_property_readonly(
+            "words",
+            [](const Registration& r) {
+                return std::vector<std::string>{r.result.settingsWords, r.result.times};
+            },
+            "For people: what was chosen, what it took.")
+        .def_property_readonly(
+            "stopped", [](const Registration& r) { return r.result.isStopped; },
+            "By Ctrl-C or `stop`; this is what was found until then.")
+        .def("surface", &surfaceOf, py::arg("name"),
+             "Points and normals of a scan as the registration keeps them, thinned: (N, 3) float32, mm, read-only.")
+        .def("report", &writeReport, py::arg("file"), "Writes the page to look at: one HTML file.")
+        .def(
+            "save",
+            [](const Registration& r, const Path& file) {
+                WithoutLock([&] {
+                    r.result.session.Save(file);
+                    return 0;
+                });
+            },
+            py::arg("file"), "Writes the session, whole or not at all.")
+        .def(
+            "write",
+            [](const Registration& r, const Path& folder) {
+                WithoutLock([&] {
+                    std::filesystem::create_directories(folder);
+                    prereg::WriteRegistration(folder, r.result.session, r.result.table);
+                    return 0;
+                });
+            },
+            py::arg("folder"),
+            "Writes poses.json, merged.ply, report.html and session.zdoc, as `zorvan register -o` does.")
+        .def("__bool__", [](const Registration& r) { return r.result.IsOneCluster() && !r.result.isStopped; })
+        .def("__str__", [](const Registration& r) { return prereg::ToText(r.result.table); })
+        .def("__repr__", [](const Registration& r) {
+            return "<zorvan.Registration of " + std::to_string(r.result.table.scans.size()) + " scans in " +
+                   std::to_string(clustersOf(r).size()) + " clusters>";
+        });
+    module.def("_register", &registerScans, py::arg("scans"), py::arg("session"), py::arg("progress"), py::arg("stop"));
+}
+
+} // namespace bindings

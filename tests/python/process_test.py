@@ -1,0 +1,141 @@
+# SPDX-License-Identifier: MIT
+"""The module inside its process: memory, threads, children, Ctrl-C, the end, logging."""
+import concurrent.futures
+import ctypes
+import functools
+import gc
+import logging
+import os
+import signal
+import subprocess
+import sys
+import threading
+import unittest
+
+from support import main, np, scans, sphere
+
+import zorvan
+
+POINTS, NORMALS = sphere()
+
+
+class Heap(ctypes.Structure):
+    """What malloc says of itself; in use are `uordblks` and `hblkhd`."""
+    _fields_ = [(name, ctypes.c_size_t) for name in ("arena", "ordblks", "smblks", "hblks", "hblkhd", "usmblks", "fsmblks", "uordblks",
+                                                     "fordblks", "keepcost")]
+
+
+def heap_bytes():
+    gc.collect()
+    ask = ctypes.CDLL(None).mallinfo2
+    ask.restype = Heap
+    heap = ask()
+    return heap.uordblks + heap.hblkhd
+
+
+def run(code):
+    return subprocess.run([sys.executable, "-c", "import zorvan\n" + code], check=False, capture_output=True, text=True)
+
+
+class Process(unittest.TestCase):
+    def test_no_call_keeps_memory(self):
+        result, scan = zorvan.align(*scans()[:2]), zorvan.Scan(POINTS, NORMALS)
+        wide = np.zeros((3000, 4), np.float32)
+
+        def calls():
+            zorvan.Scan(POINTS.astype(np.float32), NORMALS)
+            zorvan.KdTree(wide).nearest(POINTS, 1.0)
+            zorvan.PointSet(POINTS, NORMALS).signed_distance(POINTS[:10], 1.0)
+            zorvan.document_from_bytes(zorvan.document_to_bytes(zorvan.settings(0.1, {"dMaxRMSE": 1.0})))
+            for wrong in POINTS[0], "points":
+                try:
+                    zorvan.Scan(wrong)
+                except (TypeError, ValueError):
+                    pass
+            return result.candidates, result.covariance, scan.points, scan.normals, zorvan.rgb_to_lab(np.zeros((99, 3), np.uint8))
+
+        for _ in range(50):  # until pools and caches are full
+            calls()
+        before = heap_bytes()
+        for _ in range(500):
+            calls()
+        self.assertLess(heap_bytes() - before, 20000)  # 40 bytes a call
+
+    def test_threads_give_what_one_gives(self):
+        pairs = [(scans()[i], scans()[k]) for i in range(3) for k in range(3) if i != k]
+        alone = [zorvan.align(*pair).candidates[0]["pose"] for pair in pairs]
+        with concurrent.futures.ThreadPoolExecutor(4) as pool:
+            for pose, result in zip(alone, pool.map(lambda pair: zorvan.align(*pair, progress=lambda *_: None), pairs)):
+                np.testing.assert_array_equal(result.candidates[0]["pose"], pose)
+
+    def test_a_child_works_as_its_parent(self):
+        pose, held = zorvan.align(*scans()[:2], threads=2).pose, zorvan.register(scans()[:2], threads=2)
+        child = os.fork()
+        if child == 0:
+            refused = False
+            try:
+                zorvan.register([scans()[2]], session=held.session)
+            except ValueError:
+                refused = True
+            del held  # whose threads are not here
+            again = zorvan.register(scans()[:2], threads=2)
+            os._exit(0 if refused and again and np.array_equal(zorvan.align(*scans()[:2], threads=2).pose, pose) else 1)
+        self.assertEqual(os.waitpid(child, 0)[1], 0)
+
+    def test_other_threads_run_meanwhile(self):
+        ticks, done = [], threading.Event()
+
+        def tick():
+            while not done.wait(0.001):
+                ticks.append(None)
+
+        thread = threading.Thread(target=tick)
+        thread.start()
+        seen = []
+        zorvan.align(*scans()[:2], progress=lambda stage, fraction: seen.append((stage, fraction, len(ticks))))
+        done.set()
+        thread.join()
+        self.assertGreater(seen[-1][2], seen[0][2])
+        self.assertTrue(all(0.0 <= fraction <= 1.0 for _, fraction, _ in seen))
+
+    def test_what_stops_a_search_keeps_what_was_found(self):
+        asked = []
+        stopped = zorvan.register(scans(), weighed=True, stop=lambda: asked.append(None) or True)
+        self.assertTrue(stopped.stopped and not stopped)
+        self.assertEqual(len(stopped.table), 3)
+        interrupt = functools.partial(os.kill, os.getpid(), signal.SIGINT)  # seen by the library, not in the callback
+        for how in {"progress": lambda *_: interrupt()}, {"stop": interrupt}:
+            self.assertTrue(zorvan.register(scans(), weighed=True, **how).stopped)
+
+        def fail(*_):
+            raise LookupError("mine")
+
+        for how in {"stop": fail}, {"progress": fail}:
+            with self.assertRaisesRegex(LookupError, "mine"):
+                zorvan.register(scans(), weighed=True, **how)
+
+    def test_messages_go_to_logging(self):
+        with self.assertLogs("zorvan", logging.WARNING) as logs:
+            zorvan.Scan(np.concatenate([POINTS, np.full((5, 3), np.nan)]), np.concatenate([NORMALS, NORMALS[:5]]))
+        self.assertIn("dropped 5", logs.output[0])
+        with self.assertLogs("zorvan", logging.DEBUG) as logs:
+            zorvan._core._set_log_level(0)
+            with concurrent.futures.ThreadPoolExecutor(3) as pool:
+                list(pool.map(lambda _: zorvan.align(*scans()[:2]), range(3)))
+            zorvan._core._set_log_level(3)
+        self.assertGreater(len({record.name for record in logs.records}), 1)
+
+    def test_the_interpreter_ends_while_threads_work(self):
+        ended = run("import numpy, threading, time\n"
+                    "class Slow:\n    def __del__(self): time.sleep(0.5)  # others want the lock while the interpreter ends\n"
+                    "slow = Slow()\n"
+                    "def look(points):\n    while True: zorvan.KdTree(points).nearest(points, 1.0)\n"
+                    "threading.Thread(target=look, args=(numpy.ones((500, 3)),), daemon=True).start()\n"
+                    "for _ in range(4):\n"
+                    "    threading.Thread(target=lambda: [zorvan.align(*%r, progress=print) for _ in range(99)], daemon=True).start()\n"
+                    "time.sleep(1)\nimport atexit\natexit.register(lambda: zorvan.align(*%r))" % ((list(map(str, scans()[:2])),) * 2))
+        self.assertEqual((ended.returncode, ended.stderr), (0, ""))
+
+
+if __name__ == "__main__":
+    main()
