@@ -9,8 +9,6 @@
 #include "zorvan/documents/bson.h"
 #include "zorvan/preregistration/settingsserialization.h"
 
-#include <CLI/CLI.hpp>
-
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -59,17 +57,17 @@ bool asksForLongWork(const std::uint8_t* data, std::size_t size)
 /// Calls `zorvan register`. @return whether it came to an end with results
 bool registerScans(const std::vector<std::string>& arguments)
 {
-    int exitCode = tools::WrongInput;
-    CLI::App app;
-    tools::AddRegister(app, exitCode);
-    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    tools::CCommandLine program("zorvan", "");
+    tools::AddRegister(program.Root());
+    std::vector<const char*> words{"zorvan"};
+    for (const std::string& argument : arguments) words.push_back(argument.c_str());
     try {
-        app.parse(reversed);
+        const int exitCode = program.Run(static_cast<int>(words.size()), words.data());
+        return exitCode == tools::Done || exitCode == tools::NotEveryScan;
     } catch (const Zorvan::CInputError& error) {
         Law(!std::string(error.what()).empty(), "a refusal says why");
         return false;
     }
-    return exitCode == tools::Done || exitCode == tools::NotEveryScan;
 }
 
 std::size_t numScans(const fs::path& session) { return prereg::CSession::Load(session, nullptr).GetFiles().size(); }
