@@ -201,7 +201,7 @@ TEST_F(RegisteredPatches, LeaveTheOldOrTheNewSessionWhenTheyAreKilled)
         EXPECT_EQ(folder->Read("killed/report.html").find("view03.ply") != std::string::npos, scans == 4U);
         EXPECT_EQ(folder->Read("killed/merged.ply") == folder->Read("old/merged.ply"), scans == 2U);
         const std::filesystem::directory_iterator entries(*folder / "killed");
-        EXPECT_EQ(std::distance(begin(entries), end(entries)), 4) << "nothing of the dead run stays";
+        EXPECT_EQ(std::distance(begin(entries), end(entries)), 5) << "nothing of the dead run stays";
     }
 }
 
