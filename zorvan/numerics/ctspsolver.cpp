@@ -87,7 +87,7 @@ void requireFinite(const TourDistance& distance, int n)
 TPermutation<int> normalised(std::vector<int> tour, int gap)
 {
     const bool isOpen = gap >= 0;
-    std::ranges::rotate(tour, std::ranges::find(tour, isOpen ? gap : 0));
+    std::rotate(tour.begin(), std::ranges::find(tour, isOpen ? gap : 0), tour.end());
     if (tour.size() > 1 && tour.back() < tour[1]) std::reverse(tour.begin() + 1, tour.end());
     TPermutation<int> order(tour.size() - (isOpen ? 1 : 0));
     std::copy(tour.begin() + (isOpen ? 1 : 0), tour.end(), order.begin());
