@@ -77,8 +77,8 @@ TEST(CLineRaster, GoesFromEndToEndWithoutARectangle)
 {
     std::vector<PixelCoords> pixels;
     for (const PixelCoords& p : CLineRaster({4, 1}, {-3, 8})) pixels.push_back(p);
-    EXPECT_EQ(pixels.front(), PixelCoords(4, 1));
-    EXPECT_EQ(pixels.back(), PixelCoords(-3, 8));
+    EXPECT_EQ(pixels.front(), (PixelCoords{4, 1}));
+    EXPECT_EQ(pixels.back(), (PixelCoords{-3, 8}));
     EXPECT_EQ(CLineRaster({iMin, iMin}, {iMax, iMax}).Size(), std::uint64_t{1} << 32);
     EXPECT_TRUE(CLineRaster({0, 0}, {9, 9}, {5, 5, 4, 9}).Empty());
 }

@@ -121,7 +121,7 @@ TEST(CTriangle2D, OfFarCornersCoversThePictureThatItHolds)
     constexpr PixelRect picture{-2147483647 - 1, 0, 2147483647, 2};
     const auto spans = CTriangle2D({-1e30, -1e30}, {1e30, -1e30}, {0.0, 1e30}).GetSpans(picture);
     ASSERT_EQ(spans.size(), 3U);
-    EXPECT_EQ(spans[1], PixelSpan(1, picture.xmin, picture.xmax));
+    EXPECT_EQ(spans[1], (PixelSpan{1, picture.xmin, picture.xmax}));
     for (const double odd : {std::nan(""), HUGE_VAL})
         EXPECT_TRUE(CTriangle2D({0, 0}, {9, 0}, {0, odd}).GetSpans({0, 0, 9, 9}).empty());
 }
