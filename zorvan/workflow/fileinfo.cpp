@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "fileinfo.h"
+#include "zorvan/workflow/fileinfo.h"
 
 #include "zorvan/core/tkdtree.h"
 #include "zorvan/scans/joinpoints.h"
