@@ -158,7 +158,8 @@ TEST(Session, LosesAScanOnRequestWhileTheOthersStay)
     ASSERT_EQ(folder.Run("simulate -o . --views 3 --field 28 --points 6000 --seed 4 --quiet").exitCode, 0);
     ASSERT_EQ(folder.Run("register view0?.ply -o out").exitCode, 0);
     const auto poseOf = [&](const std::string& folderName, const std::string& file) {
-        const auto [scan, cluster] = Zorvan::ReadPoses(folder / (folderName + "/poses.json")).Find(file);
+        const Zorvan::PosesFile poses = Zorvan::ReadPoses(folder / (folderName + "/poses.json"));
+        const Zorvan::ScanPose* scan = poses.Find(file).scan;
         return scan == nullptr ? CTrafo::Invalid() : scan->pose;
     };
     EXPECT_NE(folder.Run("session list out/session.zdoc").out.find("3 of 3 scans registered, in 1 cluster"),
