@@ -119,6 +119,7 @@ TEST(FeaturesCommand, UsesTheVectorUnitThatTheEnvironmentChooses)
     const auto version = folder.Run("--version", ">stdout.txt", "ZORVAN_SIMD=baseline ");
     EXPECT_EQ(version.exitCode, 0) << version.err;
     EXPECT_NE(version.out.find(" (baseline)\n"), std::string::npos) << version.out;
+    folder.Write("few.xyzn", "0 0 0 0 0 1\n1 0 0 0 0 1\n0 1 0 0 0 1\n");
     const auto refused = folder.Run("features few.xyzn", ">stdout.txt", "ZORVAN_SIMD=baseline ");
     EXPECT_EQ(refused.exitCode, 2);
     EXPECT_NE(refused.err.find("features need a processor with AVX"), std::string::npos) << refused.err;

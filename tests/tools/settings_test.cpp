@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/autosettings.h"
+#include "zorvan/workflow/flagstore.h"
 #include "zorvan/workflow/settingsfile.h"
 
 #include "workfolder.h"
 
-#include "tools/zorvan/flagstore.h"
 #include "tools/zorvan/options.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/workflow/settingwords.h"
@@ -124,7 +124,7 @@ TEST(SettingsCommand, PrintsWhatAlignChoosesForTheSameGrid)
     EXPECT_EQ(folder.Run(align + " --settings strict.txt").exitCode, 1);
     ExpectRefused(folder.Run(align + " --settings view00.ply"), "view00.ply");
 
-    Zorvan::CSharedFlags flags = tools::OpenStore(uniqueStore());
+    Zorvan::CSharedFlags flags = prereg::OpenStore(uniqueStore());
     EXPECT_EQ(folder.Run(set("ConfigurationFPFH \"{'dMaxRMSE' : 0.0001}\"")).exitCode, 0);
     EXPECT_EQ(folder.Run(align + " --settings all.txt").exitCode, 1) << "the store counts more than the file";
     ExpectRefused(folder.Run(set("ConfigurationFPFH \"{'uiNumSample' : 1}\"")), "uiNumSamples");
@@ -138,7 +138,7 @@ TEST(FlagsCommand, SharesValuesOfEveryKind)
 {
     const WorkFolder folder;
     EXPECT_EQ(folder.Run(set("lost true")).exitCode, 1) << "nobody holds the store";
-    const Zorvan::CSharedFlags flags = tools::OpenStore(uniqueStore());
+    const Zorvan::CSharedFlags flags = prereg::OpenStore(uniqueStore());
     EXPECT_FALSE(flags.Exists("lost"));
     const std::pair<const char*, const char*> values[] = {{"true", "true"},
                                                           {"-3", "-3"},
@@ -165,7 +165,7 @@ TEST(FlagsCommand, HoldsTheStoreUntilItIsStopped)
     EXPECT_EQ(folder.Run("flags get steady --store " + uniqueStore()).out, "1\n");
     ASSERT_EQ(::kill(holder.Pid(), SIGTERM), 0);
     EXPECT_EQ(holder.Ended().exitCode, 0);
-    EXPECT_FALSE(tools::IsStoreHeld(uniqueStore()));
+    EXPECT_FALSE(prereg::IsStoreHeld(uniqueStore()));
 }
 
 TEST(FlagsCommand, IsListenedToByThoseOnlyWhoNameTheStore) { EXPECT_EQ(tools::SettingsOptions().store, ""); }

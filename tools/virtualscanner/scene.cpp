@@ -16,6 +16,7 @@
 #include <array>
 #include <cstdio>
 #include <numeric>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -148,6 +149,22 @@ void writeTruth(const Scene& scene, const CVirtualScanner& scanner, const std::v
 }
 
 } // namespace
+
+std::string WhatIsWrong(const Scene& scene)
+{
+    if (scene.noise && (!(*scene.noise >= 0.0) || !(*scene.noise <= 10.0)))
+        return "--noise must be between 0 and 10 millimetres";
+    if (scene.field && (!scene.IsJaw() || scene.IsLidar()))
+        return "--field goes with views along a jaw; other objects are seen whole";
+    if (scene.uiNumPoints > 0 && scene.IsLidar())
+        return "--points does not go with a lidar: give --spacing, the one along its rings";
+    try {
+        (void)SensorFor(scene.sensor, {});
+    } catch (const std::invalid_argument& error) {
+        return std::string("--sensor: ") + error.what();
+    }
+    return {};
+}
 
 CVirtualScanner MakeScanner(Scene scene)
 {

@@ -39,6 +39,9 @@ struct SceneCount
     std::size_t uiPoints = 0; ///< of all views
 };
 
+/// What cannot be scanned so, in the words of the options of `zorvan simulate`; empty when all is well.
+[[nodiscard]] std::string WhatIsWrong(const Scene& scene);
+
 /// @throws std::invalid_argument for a sensor or an object that there is not
 [[nodiscard]] CVirtualScanner MakeScanner(Scene scene);
 

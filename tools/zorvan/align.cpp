@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
 #include "gpu.h"
-#include "interruption.h"
 #include "options.h"
 #include "pairoptions.h"
 #include "progress.h"
@@ -10,17 +9,15 @@
 #include "zorvan/scans/exactpose.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/outputcheck.h"
+#include "zorvan/scans/pairposes.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanreader.h"
-#include "zorvan/scans/showntext.h"
-#include "zorvan/scans/textnumber.h"
 #include "zorvan/workflow/align.h"
+#include "zorvan/workflow/alignwords.h"
 
-#include <cmath>
 #include <filesystem>
 #include <iostream>
 #include <memory>
-#include <numbers>
 #include <string>
 
 namespace tools {
@@ -53,37 +50,6 @@ void checkCall(const AlignOptions& options)
     Zorvan::RequireWritable(options.output);
 }
 
-/// The rough poses of both scans in one frame; that of the floating one is invalid without a start.
-struct StartPoses
-{
-    Zorvan::ScanPose fix;
-    Zorvan::ScanPose flt;
-};
-
-StartPoses readStartPoses(const AlignOptions& options)
-{
-    if (options.initial.empty()) return {};
-    const Zorvan::PosesFile poses = Zorvan::ReadPoses(options.initial, options.files.dMmPerUnit);
-    const auto [flt, fltCluster] = poses.Find(options.flt);
-    const auto [fix, fixCluster] = poses.Find(options.fix);
-    if (flt == nullptr || !flt->pose)
-        throw Zorvan::CInputError(options.initial, "has no pose of " + nameOf(options.flt),
-                                  "add one under this file name");
-    if (fix == nullptr) return {Zorvan::IdentityPose(), *flt};
-    if (!fix->pose)
-        throw Zorvan::CInputError(options.initial, "has no pose of " + nameOf(options.fix),
-                                  "add one, or leave the scan out");
-    if (fixCluster != fltCluster)
-        throw Zorvan::CInputError(options.initial, "has the two scans in different clusters",
-                                  "put them into one frame");
-    return {*fix, *flt};
-}
-
-std::string length(double mm, const AlignOptions& options)
-{
-    return Zorvan::ToText(mm / options.files.dMmPerUnit) + " " + Zorvan::UnitName(options.files.dMmPerUnit);
-}
-
 prereg::AlignResult run(const AlignOptions& options, const ScanPair& pair, const prereg::CTrafo& start,
                         const bson::object& settings, CProgress& progress)
 {
@@ -95,52 +61,8 @@ prereg::AlignResult run(const AlignOptions& options, const ScanPair& pair, const
     if (!start) how.gpu = options.gpu.MakeContext(options.general.isQuiet);
     how.dMmPerUnit = options.files.dMmPerUnit;
     options.pair.Apply(options.files, pair.fix, pair.flt, how);
-    const CInterruption interruption;
+    const Zorvan::CInterruption interruption;
     return prereg::Align(pair.fix, pair.flt, how, progress.Hooks(interruption));
-}
-
-const char* verdictWords(prereg::EPairVerdict eVerdict)
-{
-    switch (eVerdict) {
-    case prereg::EPairVerdict::Aligned:
-        return " is aligned to ";
-    case prereg::EPairVerdict::Ambiguous:
-        return " is ambiguous on ";
-    case prereg::EPairVerdict::NotAligned:
-        return " is NOT aligned to ";
-    case prereg::EPairVerdict::TooLittle:
-        return " shares too little to go on with ";
-    }
-    return " ";
-}
-
-void printVerdict(const AlignOptions& options, const prereg::AlignResult& result)
-{
-    const Zorvan::RegistrationSummary summary = prereg::Summarize(result.Best());
-    std::cout << Zorvan::ToShown(nameOf(options.flt)) << verdictWords(result.verdict.eVerdict)
-              << Zorvan::ToShown(nameOf(options.fix));
-    if (std::isfinite(summary.dRmse)) std::cout << ", RMSE " << length(summary.dRmse, options);
-    if (std::isfinite(summary.dOverlap)) std::cout << ", overlap " << Zorvan::ToText(summary.dOverlap, 3);
-    if (std::isfinite(summary.dSlip)) std::cout << ", slip " << length(summary.dSlip, options);
-    if (!result) std::cout << ": " << result.verdict.Reason();
-    std::cout << '\n';
-}
-
-/// "turns known to 0.01, 0.02, 0.01 degrees, shifts to 0.003, 0.002, 0.002 mm (1 sigma); the surfaces hold ..."
-std::string uncertaintyWords(const AlignOptions& options, const prereg::PoseEstimate& estimate)
-{
-    if (!estimate) return {};
-    constexpr double dDegrees = 180.0 / std::numbers::pi;
-    const auto deviations = estimate.GetStdDevs();
-    const auto list = [&](std::size_t first, double factor) {
-        std::string text;
-        for (std::size_t k = first; k < first + 3; ++k)
-            text += (text.empty() ? "" : ", ") + Zorvan::ToText(deviations[k] * factor, 2);
-        return text;
-    };
-    return "turns about x, y, z are known to " + list(0, dDegrees) + " degrees and shifts to " +
-           list(3, 1.0 / options.files.dMmPerUnit) + " " + Zorvan::UnitName(options.files.dMmPerUnit) + " (1 sigma); " +
-           estimate.ToString();
 }
 
 int align(AlignOptions options)
@@ -150,23 +72,26 @@ int align(AlignOptions options)
     if (!hasStart && options.general.logLevel.empty()) options.general.logLevel = "error";
     options.general.Apply();
     checkCall(options);
-    const auto [fixStart, fltStart] = readStartPoses(options);
+    const Zorvan::PairPoses starts =
+        hasStart ? Zorvan::ReadPairPoses(options.initial, options.fix, options.flt, options.files.dMmPerUnit)
+                 : Zorvan::PairPoses();
     const bson::object settings = options.settings.Read(options.general.isQuiet);
     CProgress progress(options.general.isQuiet);
     const ScanPair pair =
         options.pair.Read(options.fix, options.flt, options.files, options.general.isQuiet, progress.Hooks());
-    const prereg::CTrafo start =
-        hasStart ? Zorvan::PoseAbout(fixStart, fltStart, pair.fix.shift, pair.flt.shift) : prereg::CTrafo::Invalid();
+    const prereg::CTrafo start = hasStart ? Zorvan::PoseAbout(starts.fix, starts.flt, pair.fix.shift, pair.flt.shift)
+                                          : prereg::CTrafo::Invalid();
     const prereg::AlignResult found = run(options, pair, start, settings, progress);
     const prereg::ICPResult result = found.Best();
     const std::string stopped = found.isStopped ? "stopped; this is what was found so far: " : "";
     for (const std::string& words :
          {pair.fix.Warning(), pair.flt.Warning(), found.settingsWords, stopped + found.searchWords, found.times,
-          found ? found.verdict.Reason() : std::string(), uncertaintyWords(options, found.estimate)})
+          found ? found.verdict.Reason() : std::string(),
+          prereg::UncertaintyText(found.estimate, options.files.dMmPerUnit)})
         Tell(words, options.general.isQuiet);
     const Zorvan::PosesFile poses = prereg::ToPoses(found, pair.fix, pair.flt, options.files.dMmPerUnit, options.isAll);
     if (!options.output.empty()) Zorvan::WritePoses(options.output, poses);
-    printVerdict(options, found);
+    std::cout << prereg::VerdictText(found, nameOf(options.fix), nameOf(options.flt), options.files.dMmPerUnit) << '\n';
     if (result && options.output.empty()) std::cout << Zorvan::PoseText(poses.clusters.front().scans.back(), poses);
     return result ? Done : NotEveryScan;
 }

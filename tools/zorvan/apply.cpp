@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
-#include "interruption.h"
 #include "options.h"
 #include "progress.h"
 
@@ -151,7 +150,7 @@ int apply(const ApplyOptions& options)
     Zorvan::MakeFolder(options.folder);
     for (const std::string& scan : options.scans) Zorvan::RequireWritable(outputOf(options, scan));
 
-    const CInterruption interruption;
+    const Zorvan::CInterruption interruption;
     CProgress progress(options.general.isQuiet);
     const Zorvan::Hooks hooks = progress.Hooks(interruption);
     std::size_t written = 0;

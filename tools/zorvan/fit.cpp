@@ -4,30 +4,20 @@
 
 #include "zorvan/scans/atomicfile.h"
 #include "zorvan/scans/inputerror.h"
-#include "zorvan/scans/jsonvalues.h"
 #include "zorvan/scans/outputcheck.h"
-#include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanreader.h"
-#include "zorvan/scans/scanwriter.h"
-#include "zorvan/scans/stagingfolder.h"
-#include "zorvan/scans/textnumber.h"
-#include "zorvan/workflow/colourscale.h"
+#include "zorvan/workflow/primitivefile.h"
 #include "zorvan/workflow/primitivefit.h"
 
 #include <filesystem>
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace tools {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
-
-constexpr double dColourRange = 3.0; // RMSE from the middle of the scale to its ends
 
 struct FitOptions
 {
@@ -38,19 +28,7 @@ struct FitOptions
     std::filesystem::path output;
     GeneralOptions general;
     ScanFileOptions files;
-
-    [[nodiscard]] std::filesystem::path Residuals() const
-    {
-        return output.parent_path() / (output.stem().string() + "_residuals.ply");
-    }
 };
-
-prereg::EPrimitive primitiveOf(const std::string& word)
-{
-    if (word == "sphere") return prereg::EPrimitive::Sphere;
-    if (word == "cylinder") return prereg::EPrimitive::Cylinder;
-    return prereg::EPrimitive::Cone;
-}
 
 double parseLength(const std::string& option, const std::string& text, double dMmPerUnit)
 {
@@ -95,70 +73,10 @@ prereg::RadiusLimits limitsOf(const FitOptions& options)
 void checkOutput(const FitOptions& options)
 {
     if (options.output.empty()) return;
-    for (const auto& file : {options.output, options.Residuals()}) {
+    for (const auto& file : {options.output, prereg::ResidualsBeside(options.output)}) {
         Zorvan::RequireApart(file, {options.scan});
         Zorvan::RequireWritable(file);
     }
-}
-
-double inUnit(double value, const prereg::PrimitiveProperty& property, const FitOptions& options)
-{
-    return property.isLength ? value / options.files.dMmPerUnit : value;
-}
-
-std::string toText(const Eigen::VectorXd& values, const prereg::PrimitiveProperty& property, const FitOptions& options,
-                   int digits)
-{
-    std::string text;
-    for (const double value : values)
-        text += (text.empty() ? "" : ", ") + Zorvan::ToText(inUnit(value, property, options), digits);
-    return text;
-}
-
-void print(const FitOptions& options, const Zorvan::SurfelScan& scan, const prereg::PrimitiveFit& fit)
-{
-    const std::string unit = Zorvan::UnitName(options.files.dMmPerUnit);
-    std::cout << options.primitive << " through " << scan.points.size() << " points, RMSE "
-              << Zorvan::ToText(fit.dRmse / options.files.dMmPerUnit) << ' ' << unit << '\n';
-    for (const prereg::PrimitiveProperty& property : fit.properties) {
-        std::cout << "  " << property.name << std::string(22 - property.name.size(), ' ')
-                  << toText(property.value, property, options, 7);
-        if (property.deviation.size() > 0) std::cout << " +- " << toText(property.deviation, property, options, 2);
-        std::cout << (property.isLength ? " " + unit : property.value.size() == 1 ? " degrees" : "") << '\n';
-    }
-}
-
-Json toJson(const Eigen::VectorXd& values, const prereg::PrimitiveProperty& property, const FitOptions& options)
-{
-    if (values.size() == 1) return Zorvan::JsonNumber(inUnit(values(0), property, options));
-    Json list = Json::array();
-    for (const double value : values) list.push_back(Zorvan::JsonNumber(inUnit(value, property, options)));
-    return list;
-}
-
-void writeJson(const std::filesystem::path& file, const FitOptions& options, const Zorvan::SurfelScan& scan,
-               const prereg::PrimitiveFit& fit)
-{
-    Json json{{"primitive", options.primitive},
-              {"file", options.scan},
-              {"unit", Zorvan::UnitName(options.files.dMmPerUnit)},
-              {"points", scan.points.size()},
-              {"rmse", Zorvan::JsonNumber(fit.dRmse / options.files.dMmPerUnit)}};
-    for (const prereg::PrimitiveProperty& property : fit.properties) {
-        json[property.name] = {{"value", toJson(property.value, property, options)}};
-        if (property.deviation.size() > 0)
-            json[property.name]["deviation"] = toJson(property.deviation, property, options);
-    }
-    Zorvan::WriteFileAtomically(file, json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n");
-}
-
-void writeResiduals(const std::filesystem::path& file, const FitOptions& options, const Zorvan::SurfelScan& scan,
-                    const prereg::PrimitiveFit& fit)
-{
-    std::vector<Zorvan::Rgb> colours;
-    for (const double residual : fit.residuals)
-        colours.push_back(prereg::ColourAt(0.5 + residual / (2.0 * dColourRange * fit.dRmse)));
-    Zorvan::WritePly(file, {scan.points, scan.normals, {}}, 1.0 / options.files.dMmPerUnit, colours);
 }
 
 int refuse(const FitOptions& options, const prereg::PrimitiveFit& fit)
@@ -177,15 +95,11 @@ int fitScan(const FitOptions& options)
     checkOutput(options);
     const Zorvan::SurfelScan scan = Zorvan::ReadScan(options.scan, options.files.ToScanOptions());
     Tell(scan.Warning(), options.general.isQuiet);
-    const prereg::PrimitiveFit fit = prereg::FitPrimitive(scan, primitiveOf(options.primitive), limits);
+    const prereg::PrimitiveFit fit =
+        prereg::FitPrimitive(scan, prereg::PrimitiveNamed(options.primitive).value(), limits);
     if (!fit.IsFound()) return refuse(options, fit);
-    if (!options.output.empty()) {
-        Zorvan::CStagingFolder staging(options.output.parent_path());
-        writeResiduals(staging / options.Residuals().filename(), options, scan, fit);
-        writeJson(staging / options.output.filename(), options, scan, fit);
-        staging.Publish();
-    }
-    print(options, scan, fit);
+    if (!options.output.empty()) prereg::WriteFit(options.output, scan, fit, options.files.dMmPerUnit);
+    std::cout << prereg::ToText(fit, options.files.dMmPerUnit);
     return Done;
 }
 

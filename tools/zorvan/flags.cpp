@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
-#include "flagstore.h"
 #include "options.h"
 
+#include "zorvan/runtime/stopsignals.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/textnumber.h"
 #include "zorvan/workflow/documenttext.h"
-#include "zorvan/workflow/settingsfile.h"
+#include "zorvan/workflow/flagstore.h"
 
-#include <csignal>
-#include <ctime>
 #include <iostream>
 #include <limits>
 #include <memory>
@@ -21,62 +19,12 @@ namespace {
 
 struct FlagsOptions
 {
-    std::string store = sDefaultStore;
+    std::string store = prereg::sDefaultStore;
     std::string name;
     std::string value;
     double dHold = std::numeric_limits<double>::infinity(); ///< seconds
     GeneralOptions general;
 };
-
-/// From its making on, Ctrl-C and a polite kill end a wait instead of the process; what is ignored (nohup) stays so.
-class CStopSignals
-{
-public:
-    CStopSignals()
-    {
-        sigemptyset(&m_signals);
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-            if (!isIgnored(signal)) sigaddset(&m_signals, signal);
-        sigprocmask(SIG_BLOCK, &m_signals, nullptr);
-    }
-
-    [[nodiscard]] bool ArePending() const
-    {
-        sigset_t pending{};
-        sigpending(&pending);
-        return sigandset(&pending, &pending, &m_signals) == 0 && sigisemptyset(&pending) == 0;
-    }
-
-    void WaitFor(double seconds) const
-    {
-        constexpr double dLongest = 1e9; // 30 years; what is longer has no end
-        if (seconds > dLongest) {
-            int signal = 0;
-            sigwait(&m_signals, &signal);
-            return;
-        }
-        timespec time{};
-        time.tv_sec = static_cast<time_t>(seconds);
-        time.tv_nsec = static_cast<long>((seconds - static_cast<double>(time.tv_sec)) * 1e9);
-        sigtimedwait(&m_signals, nullptr, &time);
-    }
-
-private:
-    static bool isIgnored(int signal)
-    {
-        struct sigaction action = {};
-        return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
-    }
-
-    sigset_t m_signals{};
-};
-
-/// What the library would pass over silently is refused here, in settings for running registrations.
-bson::element toFlag(const FlagsOptions& options)
-{
-    if (options.name == sSettingsFlag) return {options.name, prereg::ReadSettingsText(options.value, "VALUE")};
-    return prereg::ReadValueText(options.value, options.name);
-}
 
 std::string placeOf(const FlagsOptions& options) { return options.name + " in the store " + options.store; }
 
@@ -98,10 +46,10 @@ int setFlag(const FlagsOptions& options)
 {
     options.general.Apply();
     if (!(options.dHold >= 0.0)) throw Zorvan::CInputError("--hold must be 0 or a positive number of seconds");
-    const bson::element flag = toFlag(options);
-    const bool isHeldByOthers = IsStoreHeld(options.store);
-    const CStopSignals signals;
-    Zorvan::CSharedFlags flags = OpenStore(options.store, [&] { return signals.ArePending(); });
+    const bson::element flag = prereg::ReadFlag(options.name, options.value);
+    const bool isHeldByOthers = prereg::IsStoreHeld(options.store);
+    const Zorvan::CStopSignals signals;
+    Zorvan::CSharedFlags flags = prereg::OpenStore(options.store, [&] { return signals.ArePending(); });
     if (!flags.Set(flag))
         throw Zorvan::CInputError(placeOf(options) + ": too large; clear other flags or give a shorter value");
     tellHold(options, isHeldByOthers);
@@ -112,8 +60,8 @@ int setFlag(const FlagsOptions& options)
 /// The whole store; empty when nobody holds it.
 bson::object readAll(const FlagsOptions& options)
 {
-    if (!IsStoreHeld(options.store)) return {};
-    return OpenStore(options.store).Get().children();
+    if (!prereg::IsStoreHeld(options.store)) return {};
+    return prereg::OpenStore(options.store).Get().children();
 }
 
 int answer(bool isThere, const FlagsOptions& options)
@@ -123,26 +71,18 @@ int answer(bool isThere, const FlagsOptions& options)
     return NotEveryScan;
 }
 
-std::string valueText(const bson::element& e)
-{
-    if (e.type() == bson::element::eDouble) return Zorvan::ToExactText(e.as_double());
-    if (e.type() == bson::element::eObject) return prereg::ToPrintable(e.as_object());
-    if (e.type() == bson::element::eString) return prereg::ToPrintable(e.as_string());
-    return prereg::ToPrintable(e.dump().substr(e.name_string().size() + std::string("\"\" : ").size()));
-}
-
 int getFlag(const FlagsOptions& options)
 {
     options.general.Apply();
     const bson::element flag = readAll(options).child(options.name);
-    if (flag) std::cout << valueText(flag) << '\n';
+    if (flag) std::cout << prereg::FlagText(flag) << '\n';
     return answer(static_cast<bool>(flag), options);
 }
 
 int listFlags(const FlagsOptions& options)
 {
     options.general.Apply();
-    if (!IsStoreHeld(options.store))
+    if (!prereg::IsStoreHeld(options.store))
         Tell("no process holds the store " + prereg::ToPrintable(options.store) + ", so it is empty",
              options.general.isQuiet);
     std::cout << prereg::ToPrintable(readAll(options)) << '\n';
@@ -152,9 +92,9 @@ int listFlags(const FlagsOptions& options)
 int clearFlags(const FlagsOptions& options)
 {
     options.general.Apply();
-    const bool isHeld = IsStoreHeld(options.store);
-    if (!options.name.empty()) return answer(isHeld && OpenStore(options.store).Erase(options.name), options);
-    if (isHeld) OpenStore(options.store).Clear();
+    const bool isHeld = prereg::IsStoreHeld(options.store);
+    if (!options.name.empty()) return answer(isHeld && prereg::OpenStore(options.store).Erase(options.name), options);
+    if (isHeld) prereg::OpenStore(options.store).Clear();
     return Done;
 }
 
@@ -164,7 +104,8 @@ CCommand addAction(CCommand flags, const std::string& verb, const std::string& h
                    const std::shared_ptr<FlagsOptions>& options, Action action)
 {
     CCommand command = flags.AddCommand(verb, help);
-    command.AddOption("--store", options->store, std::string("Name of the store (default ") + sDefaultStore + ")");
+    command.AddOption("--store", options->store,
+                      std::string("Name of the store (default ") + prereg::sDefaultStore + ")");
     options->general.AddTo(command, "Accepted for all commands; this one uses one");
     command.SetAction([options, action] { return action(*options); });
     return command;

@@ -5,15 +5,13 @@
 #include "progress.h"
 
 #include "zorvan/scans/atomicfile.h"
-#include "zorvan/scans/exactpose.h"
-#include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/outputcheck.h"
+#include "zorvan/scans/pairposes.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanreader.h"
-#include "zorvan/scans/showntext.h"
 #include "zorvan/workflow/align.h"
+#include "zorvan/workflow/alignwords.h"
 
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -35,43 +33,6 @@ struct JudgeOptions
     SettingsOptions settings;
 };
 
-/// All poses that the file has for the floating scan, in the frame of the fixed one, about their shifts.
-std::vector<prereg::CTrafo> readPoses(const JudgeOptions& options, const ScanPair& pair)
-{
-    const Zorvan::PosesFile file = Zorvan::ReadPoses(options.poses, options.files.dMmPerUnit);
-    const std::filesystem::path name = std::filesystem::path(options.flt).filename();
-    const auto [flt, fltCluster] = file.Find(options.flt);
-    const auto [fix, fixCluster] = file.Find(options.fix);
-    const bool hasFix = fix != nullptr && fix->pose;
-    std::vector<prereg::CTrafo> poses;
-    const auto add = [&](const Zorvan::ScanPose& from, const Zorvan::ScanPose& pose) {
-        poses.push_back(Zorvan::PoseAbout(from, pose, pair.fix.shift, pair.flt.shift));
-    };
-    if (flt != nullptr && flt->pose && (!hasFix || fixCluster == fltCluster))
-        add(hasFix ? *fix : Zorvan::IdentityPose(), *flt);
-    for (const Zorvan::ScanPose& candidate : file.candidates) {
-        if (candidate.pose && std::filesystem::path(candidate.file).filename() == name)
-            add(Zorvan::IdentityPose(), candidate);
-    }
-    if (poses.empty())
-        throw Zorvan::CInputError(options.poses,
-                                  "has no pose of " + name.string() + " in the frame of " +
-                                      std::filesystem::path(options.fix).filename().string(),
-                                  "add one under this file name, in a cluster or in the list \"candidates\"");
-    return poses;
-}
-
-void printPoses(const prereg::AlignResult& result)
-{
-    for (std::size_t i = 0; i < result.candidates.size(); ++i) {
-        const prereg::PoseVerdict& verdict = result.candidates[i].verdict;
-        std::cout << "pose " << i + 1 << ": " << prereg::FindingName(verdict.eFinding) << ", "
-                  << verdict.counts.uiMatched << " of " << verdict.counts.uiSamples << " samples match; "
-                  << verdict.ToString() << '\n';
-    }
-    std::cout << result.verdict.ToString() << '\n';
-}
-
 int judge(const JudgeOptions& options)
 {
     options.general.Apply();
@@ -86,13 +47,14 @@ int judge(const JudgeOptions& options)
     const ScanPair pair = options.pair.Read(options.fix, options.flt, options.files, options.general.isQuiet);
     const auto& [fix, flt] = pair;
     options.pair.Apply(options.files, fix, flt, how);
-    const std::vector<prereg::CTrafo> poses = readPoses(options, pair);
+    const std::vector<prereg::CTrafo> poses = Zorvan::ReadCandidatePoses(
+        options.poses, {fix.file, fix.shift}, {flt.file, flt.shift}, options.files.dMmPerUnit);
     const prereg::AlignResult result = prereg::WeighPoses(fix, flt, poses, how);
     for (const std::string& words : {fix.Warning(), flt.Warning(), result.settingsWords})
         Tell(words, options.general.isQuiet);
     if (!options.output.empty())
         Zorvan::WritePoses(options.output, prereg::ToPoses(result, fix, flt, options.files.dMmPerUnit, true));
-    printPoses(result);
+    std::cout << prereg::CandidatesText(result) << result.verdict.ToString() << '\n';
     return result ? Done : NotEveryScan;
 }
 

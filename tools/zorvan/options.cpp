@@ -6,6 +6,7 @@
 #include "zorvan/scans/showntext.h"
 #include "zorvan/scans/textnumber.h"
 #include "zorvan/workflow/documenttext.h"
+#include "zorvan/workflow/flagstore.h"
 #include "zorvan/workflow/settingsfile.h"
 
 #include <algorithm>
@@ -75,14 +76,14 @@ void SettingsOptions::AddTo(CCommand command)
     command.AddOption("--settings", file,
                       "File with settings that replace the automatic ones; zorvan settings prints all");
     command.AddOption("--store", store,
-                      std::string("Store of flags whose settings count even more, such as ") + sDefaultStore +
+                      std::string("Store of flags whose settings count even more, such as ") + prereg::sDefaultStore +
                           ";\nsee zorvan flags (default: none)");
 }
 
 bson::object SettingsOptions::Read(bool isQuiet) const
 {
     const bson::object fromFile = file.empty() ? bson::object() : prereg::ReadSettingsFile(file);
-    const bson::object stored = ReadStoredSettings(store);
+    const bson::object stored = prereg::ReadStoredSettings(store);
     if (stored) Tell("settings of the flag store " + store + " are in force: " + stored.dump(), isQuiet);
     return fromFile.update(stored);
 }

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "commandline.h"
-#include "flagstore.h"
 
 #include "zorvan/documents/bson.h"
 #include "zorvan/scans/scanreader.h"

@@ -2,27 +2,21 @@
 #include "commands.h"
 #include "options.h"
 
+#include "tools/pictures/maskregions.h"
 #include "tools/pictures/outlinepicture.h"
 #include "tools/pictures/picture.h"
-#include "zorvan/colour/rgb.h"
-#include "zorvan/raster/cpixelpolygon.h"
 #include "zorvan/scans/atomicfile.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/outputcheck.h"
-#include "zorvan/scans/textnumber.h"
 
 #include <filesystem>
-#include <iomanip>
 #include <iostream>
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace tools {
 
 namespace {
-
-using Zorvan::CPixelPolygon;
 
 constexpr int iMostDilation = 10000;
 
@@ -44,44 +38,12 @@ void checkCall(const OutlineOptions& options)
     Zorvan::RequireWritable(options.output);
 }
 
-/// Bright and opaque.
-std::vector<unsigned char> maskOf(const Picture& picture, int threshold)
-{
-    std::vector<unsigned char> mask;
-    mask.reserve(picture.pixels.size());
-    for (const Picture::Pixel& p : picture.pixels)
-        mask.push_back(Zorvan::cs::RGB(p.r, p.g, p.b).ToGray() * p.a >= threshold * 255 ? 1 : 0);
-    return mask;
-}
-
-std::vector<CPixelPolygon> regionsOf(const OutlineOptions& options, const Picture& picture)
-{
-    const auto mask = maskOf(picture, options.iThreshold);
-    auto regions =
-        CPixelPolygon::RegionsOf(mask.data(), static_cast<int>(picture.uiWidth), static_cast<int>(picture.uiHeight));
-    std::erase_if(regions, [&](const CPixelPolygon& region) { return region.GetArea() < options.iLeastArea; });
-    for (CPixelPolygon& region : regions) region = region.Dilate(options.uiDilation);
-    return regions;
-}
-
-void printTable(const std::vector<CPixelPolygon>& regions)
-{
-    std::cout << "region       area   perimeter  roundness    centre\n";
-    for (std::size_t i = 0; i < regions.size(); ++i) {
-        const auto [x, y] = regions[i].GetCenterOfGravity();
-        std::cout << std::setw(6) << i + 1 << std::setw(11) << regions[i].GetArea() << std::setw(12)
-                  << Zorvan::ToText(static_cast<double>(regions[i].GetPerimeter()), 6) << std::setw(11)
-                  << Zorvan::ToText(static_cast<double>(regions[i].GetRoundness()), 4) << "    " << Zorvan::ToText(x, 6)
-                  << ' ' << Zorvan::ToText(y, 6) << '\n';
-    }
-}
-
 int outline(const OutlineOptions& options)
 {
     options.general.Apply();
     checkCall(options);
     const Picture picture = ReadPng(options.input);
-    const auto regions = regionsOf(options, picture);
+    const auto regions = RegionsOf(picture, {options.iThreshold, options.iLeastArea, options.uiDilation});
     if (regions.empty()) {
         Tell(options.input + ": no region of " + std::to_string(options.iLeastArea) +
                  " pixels or more that are at least " + std::to_string(options.iThreshold) +
@@ -91,7 +53,7 @@ int outline(const OutlineOptions& options)
     }
     Zorvan::WriteFileAtomically(options.output,
                                 DrawOutlines(regions, picture.uiWidth, picture.uiHeight, options.uiDilation));
-    if (!options.general.isQuiet) printTable(regions);
+    if (!options.general.isQuiet) std::cout << TableText(regions);
     return Done;
 }
 

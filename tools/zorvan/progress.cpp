@@ -15,7 +15,7 @@ CProgress::CProgress(bool isQuiet)
 
 Zorvan::Hooks CProgress::Hooks() { return Zorvan::Hooks({}, m_bar ? &*m_bar : nullptr); }
 
-Zorvan::Hooks CProgress::Hooks(const CInterruption& interruption)
+Zorvan::Hooks CProgress::Hooks(const Zorvan::CInterruption& interruption)
 {
     return Zorvan::Hooks([&interruption] { return interruption.IsRequested(); }, m_bar ? &*m_bar : nullptr);
 }

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "interruption.h"
-
 #include "zorvan/core/hooks.h"
 #include "zorvan/runtime/ctextprogressbar.h"
+#include "zorvan/runtime/interruption.h"
 
 #include <optional>
 
@@ -19,7 +18,7 @@ public:
     /// For work that nothing stops.
     [[nodiscard]] Zorvan::Hooks Hooks();
     /// For work that Ctrl-C stops.
-    [[nodiscard]] Zorvan::Hooks Hooks(const CInterruption& interruption);
+    [[nodiscard]] Zorvan::Hooks Hooks(const Zorvan::CInterruption& interruption);
 
 private:
     std::optional<Zorvan::CTextProgressBar> m_bar;

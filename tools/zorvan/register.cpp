@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
 #include "gpu.h"
-#include "interruption.h"
 #include "options.h"
 #include "progress.h"
 
@@ -22,9 +21,8 @@
 #include "zorvan/workflow/registerscans.h"
 #include "zorvan/workflow/runrecord.h"
 #include "zorvan/workflow/session.h"
+#include "zorvan/workflow/sessionlocks.h"
 #include "zorvan/workflow/stagetimes.h"
-
-#include <unistd.h>
 
 #include <algorithm>
 #include <iostream>
@@ -116,23 +114,13 @@ void checkFiles(const RegisterOptions& options)
 /// No other run goes on with the session, or writes into the folder, while the locks live.
 std::vector<Zorvan::CFileLock> lockSessions(const RegisterOptions& options)
 {
-    const std::filesystem::path written = std::filesystem::canonical(options.folder) / sSession;
-    std::set<std::filesystem::path> files{written}; // in one order, so that no two runs wait for each other
-    if (!options.session.empty()) {
-        const auto read = std::filesystem::weakly_canonical(std::filesystem::absolute(options.session));
-        // Where we cannot write, no run of ours changes it.
-        if (::access(read.parent_path().c_str(), W_OK) == 0) files.insert(read);
-    }
-    std::vector<Zorvan::CFileLock> locks;
-    for (const std::filesystem::path& file : files) {
-        locks.emplace_back(file, [&](const std::string& holder) {
-            if (!options.isWaiting)
-                throw Zorvan::CInputError(file, "in use by " + holder,
-                                          "wait until it has ended, or call again with --wait");
-            Tell("waiting for " + holder + ", which uses " + file.string(), options.general.isQuiet);
-        });
-    }
-    return locks;
+    return prereg::LockSessions(sessionOf(options), options.session,
+                                [&](const std::string& file, const std::string& holder) {
+                                    if (!options.isWaiting)
+                                        throw Zorvan::CInputError(file, "in use by " + holder,
+                                                                  "wait until it has ended, or call again with --wait");
+                                    Tell("waiting for " + holder + ", which uses " + file, options.general.isQuiet);
+                                });
 }
 
 void leaveOut(const std::string& why) { Tell("left out: " + why, false); }
@@ -258,8 +246,8 @@ prereg::RegisterOptions toOptions(const RegisterOptions& options, const CInitial
 }
 
 /// @param times  of what is done before the registration
-prereg::RegisterResult run(RegisterOptions& options, const CInitialPoses& initial, const CInterruption& interruption,
-                           prereg::CStageTimes& times)
+prereg::RegisterResult run(RegisterOptions& options, const CInitialPoses& initial,
+                           const Zorvan::CInterruption& interruption, prereg::CStageTimes& times)
 {
     CProgress progress(options.general.isQuiet);
     const Zorvan::Hooks hooks = progress.Hooks(interruption);
@@ -341,7 +329,7 @@ int registerScans(RegisterOptions options)
 
     const std::vector<prereg::RunInput> inputs = describeInputs(options);
     prereg::CStageTimes times;
-    const CInterruption interruption;
+    const Zorvan::CInterruption interruption;
     const prereg::RegisterResult result = run(options, initial, interruption, times);
     times.Append(result.times);
     prereg::WriteRegistration(folder, result.session, result.table);

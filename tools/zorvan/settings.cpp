@@ -4,9 +4,6 @@
 
 #include "zorvan/scans/atomicfile.h"
 #include "zorvan/scans/outputcheck.h"
-#include "zorvan/scans/showntext.h"
-#include "zorvan/scans/textnumber.h"
-#include "zorvan/workflow/autosettings.h"
 #include "zorvan/workflow/settingsfile.h"
 
 #include <iostream>
@@ -25,21 +22,6 @@ struct SettingsCall
     GeneralOptions general;
 };
 
-std::string write(const SettingsCall& call)
-{
-    std::string heading = "The library's own settings, for an intraoral scanner with points some 0.1 mm apart.";
-    prereg::ConfigurationFPFH config;
-    if (const std::optional<double> grid = call.files.ToGrid()) {
-        heading = "What the commands choose for a grid of " + Zorvan::ToText(*grid) + " mm.";
-        config = prereg::AllSettingsForGrid(*grid);
-    }
-    if (!call.settings.empty()) {
-        heading += " Changed by " + call.settings + ".";
-        config = prereg::WithSettings(config, prereg::ReadSettingsFile(call.settings));
-    }
-    return prereg::WriteSettingsText(config, Zorvan::ToShown(heading));
-}
-
 int settings(const SettingsCall& call)
 {
     call.general.Apply();
@@ -47,7 +29,7 @@ int settings(const SettingsCall& call)
         Zorvan::RequireApart(call.output, {call.settings});
         Zorvan::RequireWritable(call.output);
     }
-    const std::string text = write(call);
+    const std::string text = prereg::SettingsText(call.files.ToGrid(), call.settings);
     if (call.output.empty())
         std::cout << text;
     else

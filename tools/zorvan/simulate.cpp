@@ -15,7 +15,6 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -31,25 +30,11 @@ struct SimulateOptions
     GeneralOptions general;
 };
 
-void check(const Scene& scene)
-{
-    if (scene.noise && (!(*scene.noise >= 0.0) || !(*scene.noise <= 10.0)))
-        throw Zorvan::CInputError("--noise must be between 0 and 10 millimetres");
-    if (scene.field && (!scene.IsJaw() || scene.IsLidar()))
-        throw Zorvan::CInputError("--field goes with views along a jaw; other objects are seen whole");
-    if (scene.uiNumPoints > 0 && scene.IsLidar())
-        throw Zorvan::CInputError("--points does not go with a lidar: give --spacing, the one along its rings");
-    try {
-        (void)SensorFor(scene.sensor, {});
-    } catch (const std::invalid_argument& error) {
-        throw Zorvan::CInputError(std::string("--sensor: ") + error.what());
-    }
-}
-
 int simulate(SimulateOptions options)
 {
     options.general.Apply();
-    check(options.scene);
+    const std::string why = WhatIsWrong(options.scene);
+    if (!why.empty()) throw Zorvan::CInputError(why);
     const std::vector<double> rough = ParseNumbers("--rough", options.rough, 2);
     options.scene.dRoughDegrees = rough[0];
     options.scene.dRoughMm = rough[1];

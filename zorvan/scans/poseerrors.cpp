@@ -3,12 +3,15 @@
 
 #include "zorvan/scans/exactpose.h"
 #include "zorvan/scans/framepose.h"
+#include "zorvan/scans/showntext.h"
 #include "zorvan/scans/vectors.h"
 
 #include <algorithm>
 #include <cmath>
+#include <iomanip>
 #include <map>
 #include <numbers>
+#include <sstream>
 #include <utility>
 
 namespace Zorvan {
@@ -99,6 +102,18 @@ void summarize(PoseErrors& errors)
     });
 }
 
+const char* wordFor(EPlace ePlace)
+{
+    switch (ePlace) {
+    case EPlace::Reference:
+        return "reference";
+    case EPlace::Alone:
+        return "alone in its cluster";
+    default:
+        return "no pose";
+    }
+}
+
 } // namespace
 
 PoseErrors ComparePoses(const PosesFile& poses, const PosesFile& truth)
@@ -124,6 +139,37 @@ PoseErrors ComparePoses(const PosesFile& poses, const PosesFile& truth)
     }
     summarize(errors);
     return errors;
+}
+
+std::string TableText(const PoseErrors& errors)
+{
+    std::size_t width = 4;
+    for (const PoseError& scan : errors.scans) width = std::max(width, ToShown(scan.file).size());
+    const auto name = [width](const std::string& text) { return text + std::string(width - text.size() + 2, ' '); };
+    std::ostringstream text;
+    text << name("scan") << "   degrees         mm\n" << std::fixed << std::setprecision(5);
+    for (const PoseError& scan : errors.scans) {
+        text << name(ToShown(scan.file));
+        if (scan.ePlace != EPlace::Measured)
+            text << wordFor(scan.ePlace) << '\n';
+        else
+            text << std::setw(10) << scan.dDegrees << ' ' << std::setw(10) << scan.dMm << '\n';
+    }
+    return text.str();
+}
+
+std::string SummaryText(const PoseErrors& errors)
+{
+    const auto placed = std::count_if(errors.scans.begin(), errors.scans.end(), [](const PoseError& scan) {
+        return scan.ePlace == EPlace::Measured || scan.ePlace == EPlace::Reference;
+    });
+    std::ostringstream text;
+    text << placed << " of " << errors.scans.size() << " scans have a place";
+    if (errors.uiMeasured > 0)
+        text << std::fixed << std::setprecision(5) << "; median " << errors.dMedianDegrees << " degrees, "
+             << errors.dMedianMm << " mm; worst " << errors.dWorstDegrees << " degrees, " << errors.dWorstMm << " mm";
+    text << '\n';
+    return text.str();
 }
 
 } // namespace Zorvan

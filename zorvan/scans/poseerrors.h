@@ -46,4 +46,9 @@ struct PoseErrors
 /// its cluster found no place, unless it is alone in the truth too.
 [[nodiscard]] ZORVAN_SCANS_API PoseErrors ComparePoses(const PosesFile& poses, const PosesFile& truth);
 
+/// A line for each scan of the truth, with a heading.
+[[nodiscard]] ZORVAN_SCANS_API std::string TableText(const PoseErrors& errors);
+/// "5 of 6 scans have a place; median 0.01000 degrees, 0.02000 mm; worst ..."
+[[nodiscard]] ZORVAN_SCANS_API std::string SummaryText(const PoseErrors& errors);
+
 } // namespace Zorvan

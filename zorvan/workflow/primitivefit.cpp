@@ -230,9 +230,9 @@ PrimitiveFit run(const Zorvan::SurfelScan& scan, const PrimitiveStart& start, co
     return nearest == radius ? free : runOnce<Fit>(scan, start, nearest);
 }
 
-} // namespace
+constexpr std::array<std::string_view, 3> names{"sphere", "cylinder", "cone"};
 
-PrimitiveFit FitPrimitive(const Zorvan::SurfelScan& scan, EPrimitive ePrimitive, const RadiusLimits& limits)
+PrimitiveFit runFor(EPrimitive ePrimitive, const Zorvan::SurfelScan& scan, const RadiusLimits& limits)
 {
     const Zorvan::Scan surface{scan.points, scan.normals, {}};
     switch (ePrimitive) {
@@ -243,6 +243,24 @@ PrimitiveFit FitPrimitive(const Zorvan::SurfelScan& scan, EPrimitive ePrimitive,
     default:
         return run<CIterativeConeFit>(scan, StartOfCone(surface), {});
     }
+}
+
+} // namespace
+
+std::string PrimitiveName(EPrimitive ePrimitive) { return std::string(names[static_cast<std::size_t>(ePrimitive)]); }
+
+std::optional<EPrimitive> PrimitiveNamed(std::string_view name)
+{
+    const auto found = std::find(names.begin(), names.end(), name);
+    if (found == names.end()) return std::nullopt;
+    return static_cast<EPrimitive>(found - names.begin());
+}
+
+PrimitiveFit FitPrimitive(const Zorvan::SurfelScan& scan, EPrimitive ePrimitive, const RadiusLimits& limits)
+{
+    PrimitiveFit fit = runFor(ePrimitive, scan, limits);
+    fit.ePrimitive = ePrimitive;
+    return fit;
 }
 
 } // namespace prereg

@@ -7,7 +7,9 @@
 
 #include <Eigen/Core>
 
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace prereg {
@@ -18,6 +20,11 @@ enum class EPrimitive
     Cylinder,
     Cone
 };
+
+/// "sphere", "cylinder" or "cone".
+[[nodiscard]] ZORVAN_WORKFLOW_API std::string PrimitiveName(EPrimitive ePrimitive);
+/// Nothing for any other word.
+[[nodiscard]] ZORVAN_WORKFLOW_API std::optional<EPrimitive> PrimitiveNamed(std::string_view name);
 
 /// What the user knows of the radius, in millimetres; both ends equal: it is fixed.
 struct RadiusLimits
@@ -37,6 +44,7 @@ struct PrimitiveProperty
 
 struct PrimitiveFit
 {
+    EPrimitive ePrimitive = EPrimitive::Sphere;
     Zorvan::CNLSSolver::EResult eResult = Zorvan::CNLSSolver::LSSolutionFailed;
     double dRmse = 0.0;            ///< mm
     std::vector<double> residuals; ///< mm, one for each point, positive outside

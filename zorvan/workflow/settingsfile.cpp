@@ -5,7 +5,9 @@
 #include "zorvan/preregistration/settingsserialization.h"
 #include "zorvan/scans/filebytes.h"
 #include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/showntext.h"
 #include "zorvan/scans/textnumber.h"
+#include "zorvan/workflow/autosettings.h"
 #include "zorvan/workflow/documenttext.h"
 #include "zorvan/workflow/settingwords.h"
 
@@ -190,6 +192,21 @@ std::string WriteSettingsText(const ConfigurationFPFH& config, const std::string
         "# Read back with --settings FILE. Keep only the lines that you change: what a file does not name\n"
         "# is still chosen for the scans at hand. Lengths are mm, angles radians, whatever the scans are in.\n";
     return "# " + heading + "\n" + sAdvice + "{\n" + lines(bson::to_object(config), 2) + "}\n";
+}
+
+std::string SettingsText(std::optional<double> dGrid, const std::filesystem::path& changes)
+{
+    std::string heading = "The library's own settings, for an intraoral scanner with points some 0.1 mm apart.";
+    ConfigurationFPFH config;
+    if (dGrid) {
+        heading = "What the commands choose for a grid of " + Zorvan::ToText(*dGrid) + " mm.";
+        config = AllSettingsForGrid(*dGrid);
+    }
+    if (!changes.empty()) {
+        heading += " Changed by " + changes.string() + ".";
+        config = WithSettings(config, ReadSettingsFile(changes));
+    }
+    return WriteSettingsText(config, Zorvan::ToShown(heading));
 }
 
 } // namespace prereg

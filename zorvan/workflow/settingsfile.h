@@ -6,6 +6,7 @@
 #include "zorvan/workflow/export.h"
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 namespace prereg {
@@ -29,5 +30,10 @@ namespace prereg {
 /// @param heading  one line that says where they come from
 [[nodiscard]] ZORVAN_WORKFLOW_API std::string WriteSettingsText(const ConfigurationFPFH& config,
                                                                 const std::string& heading);
+
+/// The settings that the commands choose for a grid (mm), or without one the library's own, with those of a file merged
+/// in where one is named; the heading says so. @throws CInputError for the file
+[[nodiscard]] ZORVAN_WORKFLOW_API std::string SettingsText(std::optional<double> dGrid,
+                                                           const std::filesystem::path& changes);
 
 } // namespace prereg

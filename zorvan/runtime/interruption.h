@@ -1,15 +1,20 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "zorvan/platform/export.h"
+
 #include <array>
 #include <csignal>
 
-namespace tools {
+namespace Zorvan {
 
-/// While it lives, Ctrl-C and SIGTERM do not end the program but are remembered, so that long work can stop and keep
-/// what it has. The second of a kind ends the program as usual. One that is ignored from outside (nohup) stays so. One
-/// at a time.
-class CInterruption
+/// While it lives, Ctrl-C and SIGTERM do not end the process but are remembered, so that long work can stop and keep
+/// what it has. The second of a kind ends the process as usual. One that is ignored from outside (nohup) stays so. One
+/// at a time in a process.
+///
+///     const CInterruption interruption;
+///     const Hooks hooks([&] { return interruption.IsRequested(); }, nullptr);
+class ZORVAN_API CInterruption
 {
 public:
     CInterruption();
@@ -27,4 +32,4 @@ private:
     std::array<struct sigaction, 2> m_before{};
 };
 
-} // namespace tools
+} // namespace Zorvan

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "interruption.h"
+#include "zorvan/runtime/interruption.h"
 
 #include "zorvan/runtime/sharedflag.h"
 
 #include <atomic>
 #include <cstddef>
 
-namespace tools {
+namespace Zorvan {
 
 namespace {
 
@@ -14,13 +14,13 @@ namespace {
 bool isRequested = false;
 static_assert(std::atomic_ref<bool>::is_always_lock_free);
 
-extern "C" void remember(int) { Zorvan::WriteSharedFlag(isRequested, true); }
+extern "C" void remember(int) { WriteSharedFlag(isRequested, true); }
 
 } // namespace
 
 CInterruption::CInterruption()
 {
-    Zorvan::WriteSharedFlag(isRequested, false);
+    WriteSharedFlag(isRequested, false);
     struct sigaction action = {};
     action.sa_handler = &remember;
     action.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND);
@@ -35,8 +35,8 @@ CInterruption::~CInterruption()
     for (std::size_t i = 0; i < signals.size(); ++i) ::sigaction(signals[i], &m_before[i], nullptr);
 }
 
-bool CInterruption::IsRequested() const { return Zorvan::ReadSharedFlag(isRequested); }
+bool CInterruption::IsRequested() const { return ReadSharedFlag(isRequested); }
 
 const bool& CInterruption::GetFlag() const { return isRequested; }
 
-} // namespace tools
+} // namespace Zorvan

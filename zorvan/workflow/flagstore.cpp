@@ -1,15 +1,17 @@
 // SPDX-License-Identifier: MIT
-#include "flagstore.h"
+#include "zorvan/workflow/flagstore.h"
 
 #include "zorvan/runtime/csharedmemory.h"
 #include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/textnumber.h"
+#include "zorvan/workflow/documenttext.h"
 #include "zorvan/workflow/settingsfile.h"
 
 #include <cstdint>
 #include <exception>
 #include <stdexcept>
 
-namespace tools {
+namespace prereg {
 
 namespace {
 
@@ -44,7 +46,7 @@ bson::object ReadStoredSettings(const std::string& store)
     try {
         bson::object settings = OpenStore(store).Get(sSettingsFlag).children();
         // WithSettings throws for values that are no settings.
-        const std::string why = prereg::WhatIsWrongWithFields(prereg::WithSettings({}, settings));
+        const std::string why = WhatIsWrongWithFields(WithSettings({}, settings));
         if (!why.empty()) throw std::range_error(why);
         return settings;
     } catch (const Zorvan::CInputError&) {
@@ -55,4 +57,18 @@ bson::object ReadStoredSettings(const std::string& store)
     }
 }
 
-} // namespace tools
+bson::element ReadFlag(const std::string& name, const std::string& value)
+{
+    if (name == sSettingsFlag) return {name, ReadSettingsText(value, "VALUE")};
+    return ReadValueText(value, name);
+}
+
+std::string FlagText(const bson::element& flag)
+{
+    if (flag.type() == bson::element::eDouble) return Zorvan::ToExactText(flag.as_double());
+    if (flag.type() == bson::element::eObject) return ToPrintable(flag.as_object());
+    if (flag.type() == bson::element::eString) return ToPrintable(flag.as_string());
+    return ToPrintable(flag.dump().substr(flag.name_string().size() + std::string("\"\" : ").size()));
+}
+
+} // namespace prereg
