@@ -13,6 +13,10 @@ function(zorvan_target_settings target)
     if(ZORVAN_SANITIZE)
         target_compile_options(${target} PRIVATE
             -fsanitize=${ZORVAN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+        if(ZORVAN_SANITIZE MATCHES "address.*undefined")
+            # The address sanitizer reports both itself; without them clang takes a sixth less time.
+            target_compile_options(${target} PRIVATE -fno-sanitize=null,object-size)
+        endif()
         if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
             # g++ 12 takes <regex> for uninitialised once it is instrumented.
             target_compile_options(${target} PRIVATE -Wno-maybe-uninitialized)

@@ -46,7 +46,10 @@ PrimitiveScan Simulate(const ScanSetup& setup, const Surface& surface)
     std::uniform_real_distribution<double> azimuth(-half, half);
     std::uniform_real_distribution<double> height(-1.0, 1.0);
     std::normal_distribution<double> noise(0.0, 1.0);
-    const auto turn = Eigen::Quaterniond::FromTwoVectors(Eigen::Vector3d::UnitZ(), setup.axis);
+    const Eigen::Vector3d axis = setup.axis.normalized();
+    const Eigen::Vector3d across = axis.unitOrthogonal();
+    Eigen::Matrix3d turn;
+    turn << across, axis.cross(across), axis;
     PrimitiveScan scan;
     for (std::size_t i = 0; i < setup.count; ++i) {
         Eigen::Vector3d p;

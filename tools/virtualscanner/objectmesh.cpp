@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "objectmesh.h"
 
-#include <Eigen/Dense>
+#include "zorvan/numerics/symsolvers.h"
 
 #include <algorithm>
 #include <array>
@@ -94,27 +94,48 @@ private:
         return points;
     }
 
+    /// Where the planes at the points meet, from the middle of these; along directions in which they hardly differ, as
+    /// those of a flat or rounded surface do, not away from it.
+    std::array<double, 3> cornerFrom(const std::vector<Vector3>& points, const Vector3& middle) const
+    {
+        constexpr double dLeast = 0.1;  // singular value, of the largest
+        std::array<double, 6> normal{}; // packed sum of n n'
+        std::array<double, 3> right{};
+        for (const Vector3& p : points) {
+            const Vector3 n = m_object.Normal(p);
+            const auto offset = static_cast<double>(Dot(n, p - middle));
+            for (unsigned row = 0, at = 0; row < 3; ++row) {
+                right[row] += static_cast<double>(n[row]) * offset;
+                for (unsigned column = 0; column <= row; ++column, ++at)
+                    normal[at] += static_cast<double>(n[row]) * static_cast<double>(n[column]);
+            }
+        }
+        std::array<double, 3> values{};
+        std::array<double, 9> vectors{};
+        std::array<double, 6> work{};
+        Zorvan::symsolvers::JacobiIteration(normal.data(), values.data(), vectors.data(), 3, 50, work.data());
+        const double least = dLeast * dLeast * *std::ranges::max_element(values);
+        std::array<double, 3> step{};
+        for (std::size_t k = 0; k < 3; ++k) {
+            if (!(values[k] > least)) continue;
+            double along = 0.0;
+            for (std::size_t row = 0; row < 3; ++row) along += vectors[3 * row + k] * right[row] / values[k];
+            for (std::size_t row = 0; row < 3; ++row) step[row] += along * vectors[3 * row + k];
+        }
+        return step;
+    }
+
     void addCorner(const Place& at)
     {
         const std::vector<Vector3> points = crossings(at);
         if (points.empty()) return;
         Vector3 middle;
         for (const Vector3& p : points) middle = middle + p * (1.0F / static_cast<float>(points.size()));
-        Eigen::MatrixXd rows(points.size(), 3);
-        Eigen::VectorXd offsets(points.size());
-        for (std::size_t i = 0; i < points.size(); ++i) {
-            const Vector3 n = m_object.Normal(points[i]);
-            const auto row = static_cast<Eigen::Index>(i);
-            rows.row(row) << n.x, n.y, n.z;
-            offsets(row) = static_cast<double>(Dot(n, points[i] - middle));
-        }
-        Eigen::JacobiSVD<Eigen::MatrixXd> solver(rows, Eigen::ComputeThinU | Eigen::ComputeThinV);
-        solver.setThreshold(0.1); // a flat or rounded surface holds the corner in one direction only
-        const Eigen::Vector3d step = solver.solve(offsets);
+        const std::array<double, 3> step = cornerFrom(points, middle);
         const Vector3 low = pointAt(at);
         Vector3 corner;
         for (unsigned k = 0; k < 3; ++k)
-            corner[k] = std::clamp(middle[k] + static_cast<float>(step(k)), low[k], low[k] + m_cell);
+            corner[k] = std::clamp(middle[k] + static_cast<float>(step[k]), low[k], low[k] + m_cell);
         m_corners[index(at)] = static_cast<std::uint32_t>(m_mesh.points.size());
         m_mesh.points.push_back(corner);
     }

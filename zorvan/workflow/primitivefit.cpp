@@ -62,8 +62,10 @@ Frame frameFor(const Zorvan::SurfelScan& scan, const PrimitiveStart& start)
     const Vector3d p = toEigen(scan.points[nearest]);
     Vector3d outward = toEigen(scan.normals[nearest]);
     if (outward.dot(p - start.center) < 0.0) outward = -outward;
-    return {p + start.dRadius * outward,
-            Eigen::Quaterniond::FromTwoVectors(-outward, Vector3d::UnitX()).toRotationMatrix()};
+    const Vector3d across = outward.unitOrthogonal();
+    Eigen::Matrix3d rotation;
+    rotation << -outward, across, across.cross(outward);
+    return {p + start.dRadius * outward, rotation.transpose()};
 }
 
 CIterativeSphereFit begin(CIterativeSphereFit* /*kind*/, const FloatPoints& points, const Frame& frame,
