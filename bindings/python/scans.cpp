@@ -37,7 +37,10 @@ Zorvan::ScanOptions optionsOf(double dMmPerUnit, const py::object& sensor, const
 {
     Zorvan::ScanOptions options;
     options.dMmPerUnit = UnitOf(dMmPerUnit);
-    if (!sensor.is_none()) options.sensor = VectorOf(sensor, "sensor");
+    if (!sensor.is_none()) {
+        const kdtree::Vector<3> place = VectorOf(sensor, "sensor");
+        options.sensor = {static_cast<double>(place.x), static_cast<double>(place.y), static_cast<double>(place.z)};
+    }
     options.eMesh = meshOf(mesh);
     return options;
 }

@@ -185,7 +185,7 @@ TEST(ScanReader, TurnsNormalsTowardTheSensorOfTheFileUnlessOneIsGiven)
     EXPECT_EQ(scan.normals.front(), Vector3(0, 0, -1));
     ASSERT_TRUE(scan.sensor);
     EXPECT_EQ(scan.sensor->position, (Zorvan::Position{0, 0, -50000}));
-    const Zorvan::SurfelScan above = Zorvan::ReadScan(file, {.dMmPerUnit = 1000, .sensor = Vector3(0, 0, 50)});
+    const Zorvan::SurfelScan above = Zorvan::ReadScan(file, {.dMmPerUnit = 1000, .sensor = Zorvan::Position{0, 0, 50}});
     EXPECT_EQ(above.normals.front(), Vector3(0, 0, 1));
 }
 

@@ -10,6 +10,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 
 namespace {
@@ -101,6 +103,39 @@ TEST_F(FarScans, AreThoseThatStartPosesPutThere)
     const auto place = Transform(Zorvan::ExactPoseOf(*found.Find("view00.ply").scan), {1, 2, 3});
     for (std::size_t k = 0; k < 3; ++k) EXPECT_NEAR(place[k], utm[k] + static_cast<double>(k) + 1, dTolerance);
     EXPECT_EQ(folder->Run("evaluate map/poses.json n.json --max-mm 0.05").exitCode, 0);
+}
+
+// Real scans, whose numbers have as many digits as a file of floats gives.
+TEST(FarBunny, HasThePosesOfTheOneAtTheOrigin)
+{
+    const char* const data = std::getenv("ZORVAN_DATA");
+    if (data == nullptr) GTEST_SKIP() << "set ZORVAN_DATA to the folder with the sub-folder bunny";
+    const WorkFolder folder;
+    const auto posesAt = [&](const std::string& place, const Position& shift) {
+        std::filesystem::create_directory(folder / place);
+        for (const std::string view : {"bun000.ply", "bun045.ply"}) {
+            Zorvan::Scan scan = Zorvan::ReadScanFile(std::filesystem::path(data) / "bunny" / view);
+            scan.shift = shift;
+            Zorvan::WritePly(folder / (place + ("/" + view)), scan);
+        }
+        const std::string output = place + "/poses.json";
+        const auto outcome =
+            folder.Run("align " + place + "/bun000.ply " + place + "/bun045.ply --scale 1000 -o " + output);
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
+        return Zorvan::ReadPoses(folder / output);
+    };
+    const Zorvan::PosesFile near = posesAt("near", {});
+    for (const Position& metres : {Position{500000, 5400000, 300}, Position{0, 1000, 0}}) {
+        const Zorvan::PosesFile far = posesAt("far", metres);
+        for (const Position& p : {Position{-17, 110, 5}, Position{40, 160, -30}}) {
+            Position moved = p;
+            for (std::size_t k = 0; k < 3; ++k) moved[k] += 1000 * metres[k];
+            const auto there = Transform(Zorvan::ExactPoseOf(*far.Find("bun045.ply").scan), moved);
+            const auto here = Transform(Zorvan::ExactPoseOf(*near.Find("bun045.ply").scan), p);
+            for (std::size_t k = 0; k < 3; ++k)
+                EXPECT_NEAR(there[k] - 1000 * metres[k], here[k], dTolerance) << metres[1];
+        }
+    }
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanreader.h"
+#include "zorvan/util/version.h"
 #include "zorvan/workflow/align.h"
 #include "zorvan/workflow/registerresults.h"
 #include "zorvan/workflow/registerscans.h"
@@ -71,9 +72,13 @@ TEST_F(Hosts, GetThePosesOfAlign)
 
 TEST_F(Hosts, GetTheFilesOfRegister)
 {
-    ASSERT_EQ(folder->Run("register view00.ply view01.ply view02.ply --optimize -o program").exitCode, 0);
+    const std::string call = "register view00.ply view01.ply view02.ply --optimize -o program";
+    ASSERT_EQ(folder->Run(call, ">stdout.txt", "SOURCE_DATE_EPOCH=0 ").exitCode, 0);
     CListener listener;
-    const auto result = prereg::RegisterScans(ReadViews(), {.isOptimized = true}, Zorvan::Hooks({}, &listener));
+    const auto result = prereg::RegisterScans(
+        ReadViews(),
+        {.isOptimized = true, .stamp = {std::string("zorvan register ") + Zorvan::Version(), "1970-01-01T00:00:00Z"}},
+        Zorvan::Hooks({}, &listener));
     EXPECT_TRUE(result.IsOneCluster());
     std::filesystem::create_directory(*folder / "library");
     prereg::WriteRegistration(*folder / "library", result.session, result.table);

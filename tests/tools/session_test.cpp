@@ -2,6 +2,7 @@
 #include "workfolder.h"
 
 #include "zorvan/scans/posesfile.h"
+#include "zorvan/util/version.h"
 #include "zorvan/workflow/autosettings.h"
 #include "zorvan/workflow/documentfile.h"
 #include "zorvan/workflow/sessioncheck.h"
@@ -184,6 +185,60 @@ TEST(Session, LosesAScanOnRequestWhileTheOthersStay)
     EXPECT_EQ(folder.Run("session remove again/session.zdoc view00.ply").exitCode, 0);
     EXPECT_EQ(folder.Run("session remove again/session.zdoc view02.ply").exitCode, 2) << "it is the only scan";
     EXPECT_EQ(folder.Run("register view00.ply --session again/session.zdoc -o more").exitCode, 0);
+}
+
+/// Poses of the first cluster, as text, by the names of their scans.
+std::string posesOf(const WorkFolder& folder, const std::string& session)
+{
+    EXPECT_EQ(folder.Run("register --session " + session + " -o look --quiet").exitCode, 0);
+    const Zorvan::PosesFile poses = Zorvan::ReadPoses(folder / "look/poses.json");
+    std::string text;
+    for (const Zorvan::ScanPose& scan : poses.clusters.front().scans) text += scan.file + PoseText(scan, poses);
+    return text;
+}
+
+TEST(Session, SaysWhatWasDoneTakesItBackAndMovesWithItsFolder)
+{
+    const WorkFolder folder;
+    const std::string noon = "SOURCE_DATE_EPOCH=1795694400 ";
+    ASSERT_EQ(folder.Run("simulate -o job --views 3 --field 28 --points 6000 --seed 4 --quiet").exitCode, 0);
+    ASSERT_EQ(folder.Run("register job/view00.ply job/view01.ply -o job/out", ">o", noon).exitCode, 0);
+    const std::string two = posesOf(folder, "job/out/session.zdoc");
+    ASSERT_EQ(folder.Run("register job/view02.ply --session job/out/session.zdoc -o job/out", ">o", noon).exitCode, 0);
+    const std::string three = posesOf(folder, "job/out/session.zdoc");
+
+    std::filesystem::rename(folder / "job", folder / "moved");
+    const std::string session = "moved/out/session.zdoc";
+    auto listed = folder.Run("session list " + session);
+    EXPECT_EQ(listed.err, "") << "all files are where the session says";
+    const std::string by = "2026-11-26T12:00:00Z  zorvan register " + std::string(Zorvan::Version()) + "  ";
+    for (const std::string line : {"added view00.ply, view01.ply\n", "added view02.ply\n",
+                                   "merged view01.ply: view01.ply lies on view00.ply, overlap 0.",
+                                   "merged view02.ply: view02.ply lies on view0"})
+        EXPECT_NE(listed.out.find(by + line), std::string::npos) << listed.out << "not " << line;
+    const auto outcome = folder.Run("register --session " + session + " -o exported --export ply");
+    EXPECT_NE(outcome.err.find("exported/scans.ply holds 3 of the 3 scans"), std::string::npos) << outcome.err;
+
+    ASSERT_EQ(folder.Run("session remove " + session + " view00.ply", ">o", noon).exitCode, 0);
+    EXPECT_EQ(folder.Run("session undo " + session).exitCode, 0);
+    EXPECT_EQ(posesOf(folder, session), three) << "with the surface of the scan that was removed";
+    EXPECT_EQ(folder.Run("session undo " + session).exitCode, 0);
+    EXPECT_EQ(posesOf(folder, session), two);
+    ExpectRefused(folder.Run("session undo " + session), session + ": nothing to take back; zorvan session list");
+    EXPECT_EQ(folder.Run("register moved/view02.ply --session " + session + " -o again").exitCode, 0);
+    EXPECT_EQ(posesOf(folder, "again/session.zdoc"), three);
+
+    std::filesystem::remove(folder / "moved/view01.ply");
+    listed = folder.Run("session list again/session.zdoc");
+    EXPECT_NE(listed.err.find("view01.ply is not at "), std::string::npos) << listed.err;
+    // As earlier versions wrote it.
+    const object document = prereg::ReadDocumentFile(folder / "again/session.zdoc");
+    object files;
+    for (const element& e : document.child("files").as_object()) files += element("file", e.as_object().erase("path"));
+    prereg::WriteDocumentFile(folder / "old.zdoc",
+                              with(document.erase("journal").erase("past"), element("files", files)));
+    EXPECT_EQ(posesOf(folder, "old.zdoc"), three);
+    ExpectRefused(folder.Run("session undo old.zdoc"), "nothing to take back");
 }
 
 } // namespace

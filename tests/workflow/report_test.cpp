@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -96,6 +97,19 @@ TEST(Report, ShowsPointsInTheFrameOfTheirClusterAndInTheUnitOfTheFiles)
                 ASSERT_NEAR(shown[i][k], (pose * points[i])[k] / 1000, 0.51 * frame["step"].get<double>() + 4e-8);
         }
     }
+}
+
+TEST(Report, ShowsPosesBetweenTheCoordinatesOfTheFiles)
+{
+    const prereg::Vectors points = dome(4);
+    prereg::RegistrationTable table{1000.0, {row("a", "m", prereg::CTrafo().Translate({1, 2, 3}))}, {}};
+    table.shift = {5e8, 5.4e9, 0};
+    table.scans[0].shift = {5e8, 5.4e9, 1000};
+    const TemporaryFolder folder;
+    prereg::WriteReport(folder / "page.html", table, std::vector<prereg::SurfelSpan>{{points, points}});
+    const nlohmann::json pose = dataOf(folder.Read("page.html"))["scans"][0]["pose"];
+    const std::array expected{1e-3, 2e-3, -0.997};
+    for (std::size_t k = 0; k < 3; ++k) EXPECT_NEAR(pose[k][3].get<double>(), expected[k], 1e-9);
 }
 
 TEST(Report, SurvivesWhateverNamesAndNumbersHold)

@@ -4,25 +4,18 @@
 #include "progress.h"
 
 #include "zorvan/scans/atomicfile.h"
-#include "zorvan/scans/exactpose.h"
 #include "zorvan/scans/inputerror.h"
-#include "zorvan/scans/movescan.h"
 #include "zorvan/scans/outputcheck.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/scans/showntext.h"
-#include "zorvan/scans/textnumber.h"
+#include "zorvan/workflow/moves.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <iostream>
-#include <map>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 namespace tools {
@@ -59,93 +52,21 @@ void checkCall(const ApplyOptions& options)
     }
 }
 
-/// The frame that is written: that of the primary cluster, or else of the first.
-std::size_t clusterOf(const Zorvan::PosesFile& poses)
-{
-    const auto primary =
-        std::ranges::find_if(poses.clusters, [](const Zorvan::PoseCluster& cluster) { return cluster.isPrimary; });
-    return primary == poses.clusters.end() ? 0 : static_cast<std::size_t>(primary - poses.clusters.begin());
-}
-
-/// Where the points of a file go, in its unit.
-struct Move
-{
-    std::string file;
-    std::optional<Zorvan::FramePose> pose = {};
-    std::map<std::size_t, Zorvan::FramePose> ofScans = {}; ///< by number, of a file of several that were placed singly
-};
-
-/// What the poses file has of scans, in the common frame.
-class CPlaces
-{
-public:
-    CPlaces(const ApplyOptions& options, const Zorvan::PosesFile& poses)
-        : m_options(options),
-          m_poses(poses),
-          m_common(clusterOf(poses)),
-          m_mmPerUnit(options.dMmPerUnit > 0.0 ? options.dMmPerUnit : poses.dMmPerUnit)
-    {
-    }
-
-    /// Nothing, and the user hears why, for a file with a scan that has no place in the common frame.
-    [[nodiscard]] std::optional<Move> Of(const std::string& file) const
-    {
-        Move move{file};
-        if (m_poses.Find(file).scan != nullptr) {
-            move.pose = placeOf(file);
-            return move.pose ? std::optional(move) : std::nullopt;
-        }
-        for (const Zorvan::PoseCluster& cluster : m_poses.clusters) {
-            for (const Zorvan::ScanPose& scan : cluster.scans) {
-                const auto number = numberIn(scan.file, nameOf(file));
-                if (!number) continue;
-                const auto pose = placeOf(scan.file);
-                if (!pose) return std::nullopt;
-                move.ofScans.emplace(*number, *pose);
-            }
-        }
-        if (move.ofScans.empty())
-            throw Zorvan::CInputError(m_options.poses, "has no pose of " + nameOf(file),
-                                      "leave the scan out, or add a pose under this file name");
-        return move;
-    }
-
-private:
-    /// "site.e57#3" is the third scan of site.e57.
-    static std::optional<std::size_t> numberIn(const std::string& name, const std::string& file)
-    {
-        if (!name.starts_with(file + "#")) return std::nullopt;
-        const auto number = Zorvan::ParseInteger(std::string_view(name).substr(file.size() + 1));
-        return number && *number > 0 ? std::optional(static_cast<std::size_t>(*number)) : std::nullopt;
-    }
-
-    [[nodiscard]] std::optional<Zorvan::FramePose> placeOf(const std::string& name) const
-    {
-        const auto [scan, cluster] = m_poses.Find(name);
-        if (!scan->pose || cluster != m_common) {
-            Tell("left out: " + name + (scan->pose ? " lies in the frame of another cluster" : " has no pose"), false);
-            return std::nullopt;
-        }
-        Zorvan::FramePose pose = Zorvan::ExactPoseOf(*scan);
-        for (double& c : pose.position) c /= m_mmPerUnit;
-        return pose;
-    }
-
-    const ApplyOptions& m_options;
-    const Zorvan::PosesFile& m_poses;
-    std::size_t m_common;
-    double m_mmPerUnit;
-};
-
 int apply(const ApplyOptions& options)
 {
     options.general.Apply();
     checkCall(options);
     const Zorvan::PosesFile poses = Zorvan::ReadPoses(options.poses);
-    const CPlaces places(options, poses);
-    std::vector<Move> moves;
+    std::vector<prereg::FileMove> moves;
     for (const std::string& scan : options.scans) {
-        if (std::optional<Move> move = places.Of(scan)) moves.push_back(*std::move(move));
+        const auto move = prereg::FindMove(poses, scan, options.dMmPerUnit);
+        if (!move)
+            throw Zorvan::CInputError(options.poses, "has no pose of " + nameOf(scan),
+                                      "leave the scan out, or add a pose under this file name");
+        if (!move->why.empty())
+            Tell("left out: " + move->why, false);
+        else
+            moves.push_back(*move);
     }
     Zorvan::MakeFolder(options.folder);
     for (const std::string& scan : options.scans) Zorvan::RequireWritable(outputOf(options, scan));
@@ -154,10 +75,9 @@ int apply(const ApplyOptions& options)
     CProgress progress(options.general.isQuiet);
     const Zorvan::Hooks hooks = progress.Hooks(interruption);
     std::size_t written = 0;
-    for (const Move& move : moves) {
-        const std::filesystem::path output = outputOf(options, move.file);
-        const Zorvan::MoveResult result = move.pose ? Zorvan::MoveScanFile(move.file, output, *move.pose, hooks)
-                                                    : Zorvan::MoveScanFile(move.file, output, move.ofScans, hooks);
+    for (const prereg::FileMove& move : moves) {
+        const std::filesystem::path output = outputOf(options, move.file.string());
+        const Zorvan::MoveResult result = prereg::Apply(move, output, hooks);
         if (result.isStopped) break;
         ++written;
         if (!result.words.empty()) Tell(output.string() + ": " + result.words, options.general.isQuiet);

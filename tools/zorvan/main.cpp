@@ -4,6 +4,7 @@
 #include "zorvan/scans/showntext.h"
 
 #include "zorvan/platform/cpufeatures.h"
+#include "zorvan/util/version.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -44,7 +45,7 @@ int withOutput(int exitCode)
 }
 
 /// With the vector unit in use, which the environment can choose (ZORVAN_SIMD).
-std::string version() { return ZORVAN_VERSION " (" + std::string(Zorvan::NameOf(Zorvan::GetSimd())) + ")"; }
+std::string version() { return std::string(Zorvan::Version()) + " (" + Zorvan::NameOf(Zorvan::GetSimd()) + ")"; }
 
 int run(int argc, char** argv)
 {

@@ -61,7 +61,7 @@ Zorvan::ScanOptions ScanFileOptions::ToScanOptions() const
     Zorvan::ScanOptions options{positive("--scale", dMmPerUnit), std::nullopt};
     if (sensor.empty()) return options;
     const std::vector<double> xyz = ParseNumbers("--sensor", sensor, 3);
-    options.sensor = Zorvan::Vector3(Zorvan::ToFloat(xyz[0]), Zorvan::ToFloat(xyz[1]), Zorvan::ToFloat(xyz[2]));
+    options.sensor = {xyz[0], xyz[1], xyz[2]};
     return options;
 }
 

@@ -53,7 +53,10 @@ Zorvan::ScanOptions readOptions(const ScanFileOptions& files, const std::string&
                                 Zorvan::EMesh eMesh)
 {
     Zorvan::ScanOptions options = files.ToScanOptions();
-    if (!sensor.empty()) options.sensor = parsePoint(option, sensor, 1.0, {});
+    if (!sensor.empty()) {
+        const std::vector<double> xyz = ParseNumbers(option, sensor, 3);
+        options.sensor = {xyz[0], xyz[1], xyz[2]};
+    }
     options.eMesh = eMesh;
     options.isShifted = true;
     return options;
@@ -82,9 +85,10 @@ ScanPair PairOptions::Read(const std::string& fix, const std::string& flt, const
                            const Zorvan::Hooks& hooks) const
 {
     hooks.Start("reading", 2);
-    ScanPair pair{Zorvan::ReadScan(fix, ForFix(files)), {}};
+    ScanPair pair{Zorvan::ReadScan(fix, ForFix(files), hooks), {}};
+    hooks.Start("reading", 2);
     hooks.Advance();
-    pair.flt = Zorvan::ReadScan(flt, ForFlt(files));
+    pair.flt = Zorvan::ReadScan(flt, ForFlt(files), hooks);
     hooks.Finish();
     const std::array scans{&pair.fix, &pair.flt};
     Tell(Zorvan::ShiftWords(Zorvan::ShareShift(scans), files.dMmPerUnit), isQuiet);

@@ -6,27 +6,24 @@
 
 #include "zorvan/runtime/cjobscheduler.h"
 #include "zorvan/scans/atomicfile.h"
-#include "zorvan/scans/exactpose.h"
 #include "zorvan/scans/filelock.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/outputcheck.h"
-#include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanwriter.h"
 #include "zorvan/scans/sharedshift.h"
 #include "zorvan/scans/showntext.h"
 #include "zorvan/scans/stagingfolder.h"
 #include "zorvan/scans/textnumber.h"
-#include "zorvan/workflow/exportscans.h"
+#include "zorvan/util/version.h"
 #include "zorvan/workflow/registerresults.h"
 #include "zorvan/workflow/registerscans.h"
 #include "zorvan/workflow/runrecord.h"
 #include "zorvan/workflow/session.h"
 #include "zorvan/workflow/sessionlocks.h"
 #include "zorvan/workflow/stagetimes.h"
+#include "zorvan/workflow/startposes.h"
 
-#include <algorithm>
 #include <iostream>
-#include <list>
 #include <memory>
 #include <optional>
 #include <set>
@@ -59,7 +56,6 @@ struct RegisterOptions
 };
 
 constexpr const char* sSession = "session.zdoc";
-constexpr const char* sRunRecord = "run.json";
 
 std::string nameOf(const std::string& file) { return std::filesystem::path(file).filename().string(); }
 
@@ -87,7 +83,7 @@ void checkCall(const RegisterOptions& options)
 
 std::filesystem::path exportOf(const RegisterOptions& options)
 {
-    return std::filesystem::path(options.folder) / ("scans." + options.exported);
+    return std::filesystem::path(options.folder) / prereg::ExportName(options.exported);
 }
 
 /// Nothing that is read is replaced, but for the session that goes on in its own place; and nothing that a run has
@@ -99,7 +95,7 @@ void checkFiles(const RegisterOptions& options)
     inputs.push_back(options.settings.file);
     Zorvan::RequireApart(sessionOf(options), inputs);
     inputs.push_back(options.session);
-    Zorvan::RequireApart(std::filesystem::path(options.folder) / sRunRecord, inputs);
+    Zorvan::RequireApart(std::filesystem::path(options.folder) / prereg::sRunRecordFile, inputs);
     if (!options.exported.empty()) Zorvan::RequireApart(exportOf(options), inputs);
     for (const char* name : prereg::resultFiles) {
         if (name != std::string(sSession)) Zorvan::RequireApart(std::filesystem::path(options.folder) / name, inputs);
@@ -131,88 +127,19 @@ std::vector<Zorvan::SurfelScan> readScans(RegisterOptions& options, const Zorvan
 {
     Zorvan::ScanOptions scanOptions = options.files.ToScanOptions();
     scanOptions.isShifted = true;
-    std::vector<Zorvan::SurfelScan> scans;
-    hooks.Start("reading", options.scans.size());
-    for (const std::string& file : options.scans) {
-        try {
-            for (Zorvan::SurfelScan& scan : Zorvan::ReadEachScan(file, scanOptions)) scans.push_back(std::move(scan));
-        } catch (const Zorvan::CInputError& error) {
-            if (options.scans.size() == 1) throw;
-            if (!options.isKeptGoing)
-                throw Zorvan::CInputError(std::string(error.what()) + ", or leave it out: --keep-going");
-            leaveOut(error.what());
-            options.isIncomplete = true;
-        }
-        hooks.Advance();
+    Zorvan::ScansRead read;
+    try {
+        read = Zorvan::ReadTogether(options.scans, scanOptions, known, options.isKeptGoing, hooks);
+    } catch (const Zorvan::CInputError& error) {
+        if (options.isKeptGoing || options.scans.size() == 1) throw;
+        throw Zorvan::CInputError(std::string(error.what()) + ", or leave it out: --keep-going");
     }
-    hooks.Finish();
-    if (scans.empty() && !options.scans.empty())
-        throw Zorvan::CInputError("none of the scans can be read; check the files");
-    std::vector<Zorvan::SurfelScan*> all;
-    for (Zorvan::SurfelScan& scan : scans) {
-        Tell(scan.Warning(), options.general.isQuiet);
-        all.push_back(&scan);
-    }
-    Tell(Zorvan::ShiftWords(Zorvan::ShareShift(all, known), options.files.dMmPerUnit), options.general.isQuiet);
-    return scans;
+    for (const std::string& why : read.refused) leaveOut(why);
+    options.isIncomplete = !read.refused.empty();
+    for (const Zorvan::SurfelScan& scan : read.scans) Tell(scan.Warning(), options.general.isQuiet);
+    Tell(Zorvan::ShiftWords(read.shift, options.files.dMmPerUnit), options.general.isQuiet);
+    return std::move(read.scans);
 }
-
-/// Poses of one frame: that of the primary cluster of the file, or else of its first one.
-class CInitialPoses
-{
-public:
-    explicit CInitialPoses(const RegisterOptions& options)
-    {
-        if (options.initial.empty()) return;
-        m_poses = Zorvan::ReadPoses(options.initial, options.files.dMmPerUnit);
-        const auto isPrimary = [](const Zorvan::PoseCluster& cluster) { return cluster.isPrimary; };
-        const auto primary = std::find_if(m_poses.clusters.begin(), m_poses.clusters.end(), isPrimary);
-        if (primary != m_poses.clusters.end()) m_cluster = static_cast<std::size_t>(primary - m_poses.clusters.begin());
-        const auto hasPose = [this](const std::string& scan) {
-            const std::string name = nameOf(scan);
-            return std::ranges::any_of(m_poses.clusters[m_cluster].scans, [&](const Zorvan::ScanPose& pose) {
-                const std::string posed = nameOf(pose.file);
-                return pose.pose && (posed == name || posed.starts_with(name + "#"));
-            });
-        };
-        if (m_poses.clusters.empty() || std::ranges::none_of(options.scans, hasPose))
-            throw Zorvan::CInputError(options.initial, "has no pose of any of the scans",
-                                      "add some under their file names");
-    }
-
-    /// Gives the start poses to the options, and the shift of their frame.
-    /// @param shift  of that frame when it is known already
-    void Apply(const std::vector<Zorvan::SurfelScan>& scans, const std::optional<Zorvan::Position>& shift,
-               prereg::RegisterOptions& how) const
-    {
-        std::vector<const Zorvan::ScanPose*> poses;
-        std::list<Zorvan::ScanPose> ofFiles; // what the files tell of scans that the user does not
-        for (const Zorvan::SurfelScan& scan : scans) {
-            poses.push_back(find(scan.file));
-            if (poses.back() != nullptr || !scan.pose) continue;
-            ofFiles.emplace_back();
-            SetPose(ofFiles.back(), *scan.pose);
-            poses.back() = &ofFiles.back();
-        }
-        const Zorvan::Position first = scans.empty() ? Zorvan::Position{} : scans.front().shift;
-        how.frameShift = shift ? *shift : Zorvan::FrameShiftFor(scans, poses, first);
-        for (std::size_t i = 0; i < scans.size(); ++i)
-            how.startPoses.push_back(poses[i] == nullptr
-                                         ? prereg::CTrafo::Invalid()
-                                         : Zorvan::PoseAbout(*poses[i], scans[i].shift, *how.frameShift));
-    }
-
-private:
-    /// With a pose, or null.
-    [[nodiscard]] const Zorvan::ScanPose* find(const std::filesystem::path& scan) const
-    {
-        const auto [found, cluster] = m_poses.Find(scan);
-        return found != nullptr && cluster == m_cluster && found->pose ? found : nullptr;
-    }
-
-    Zorvan::PosesFile m_poses;
-    std::size_t m_cluster = 0;
-};
 
 /// The session to go on with. @throws CInputError also when one of the scans is in it already
 prereg::CSession load(RegisterOptions& options, const prereg::CSession::Group& group)
@@ -227,7 +154,7 @@ prereg::CSession load(RegisterOptions& options, const prereg::CSession::Group& g
 }
 
 /// @param shift  of the session that goes on
-prereg::RegisterOptions toOptions(const RegisterOptions& options, const CInitialPoses& initial,
+prereg::RegisterOptions toOptions(const RegisterOptions& options, const prereg::CStartPoses& initial,
                                   const std::vector<Zorvan::SurfelScan>& scans,
                                   const std::optional<Zorvan::Position>& shift)
 {
@@ -235,10 +162,13 @@ prereg::RegisterOptions toOptions(const RegisterOptions& options, const CInitial
     how.isOptimized = options.isOptimized;
     how.isWeighed = options.isWeighed;
     how.isKeptGoing = options.isKeptGoing;
-    initial.Apply(scans, shift, how);
+    prereg::CStartPoses::Found start = initial.For(scans, shift);
+    how.startPoses = std::move(start.poses);
+    how.frameShift = start.frameShift;
     how.uiNumTasks = options.general.uiNumThreads;
     how.gpu = options.gpu.MakeContext(options.general.isQuiet);
     how.dMmPerUnit = options.files.dMmPerUnit;
+    how.stamp = prereg::StampNow(std::string("zorvan register ") + Zorvan::Version());
     if (!options.session.empty()) return how;
     how.dGrid = options.files.ToGrid();
     how.settings = options.settings.Read(options.general.isQuiet);
@@ -246,7 +176,7 @@ prereg::RegisterOptions toOptions(const RegisterOptions& options, const CInitial
 }
 
 /// @param times  of what is done before the registration
-prereg::RegisterResult run(RegisterOptions& options, const CInitialPoses& initial,
+prereg::RegisterResult run(RegisterOptions& options, const prereg::CStartPoses& initial,
                            const Zorvan::CInterruption& interruption, prereg::CStageTimes& times)
 {
     CProgress progress(options.general.isQuiet);
@@ -271,17 +201,7 @@ void prepareFolder(const std::filesystem::path& folder)
     Zorvan::MakeFolder(folder);
     Zorvan::RequireWritable(folder / sSession);
     for (const char* name : prereg::resultFiles) Zorvan::RequireReplaceable(folder / name);
-    Zorvan::RequireReplaceable(folder / sRunRecord);
-}
-
-void exportScans(const RegisterOptions& options, const prereg::RegistrationTable& table)
-{
-    if (options.exported.empty()) return;
-    const std::vector<std::filesystem::path> files(options.scans.begin(), options.scans.end());
-    const std::size_t count = prereg::ExportScans(exportOf(options), files, prereg::ToPoses(table));
-    Tell(exportOf(options).string() + " holds " + std::to_string(count) + " of the " +
-             std::to_string(table.scans.size()) + " scans",
-         options.general.isQuiet);
+    Zorvan::RequireReplaceable(folder / prereg::sRunRecordFile);
 }
 
 std::vector<prereg::RunInput> describeInputs(const RegisterOptions& options)
@@ -295,12 +215,12 @@ std::vector<prereg::RunInput> describeInputs(const RegisterOptions& options)
 }
 
 /// What was done, beside the poses.
-void writeRunRecord(const RegisterOptions& options, const std::vector<prereg::RunInput>& inputs,
-                    const prereg::RegisterResult& result, const std::string& times)
+std::string runRecordText(const RegisterOptions& options, const std::vector<prereg::RunInput>& inputs,
+                          const prereg::RegisterResult& result, const std::string& times)
 {
     const auto yesNo = [](bool is) { return std::string(is ? "yes" : "no"); };
     const prereg::RunRecord record{"register",
-                                   ZORVAN_VERSION,
+                                   Zorvan::Version(),
                                    {{"scale", Zorvan::ToText(options.files.dMmPerUnit, 9)},
                                     {"grid", options.files.grid},
                                     {"sensor", options.files.sensor},
@@ -310,8 +230,16 @@ void writeRunRecord(const RegisterOptions& options, const std::vector<prereg::Ru
                                    inputs,
                                    result.session.GetRegistration().GetRegistrationConfig(),
                                    times};
-    Zorvan::WriteFileAtomically(std::filesystem::path(options.folder) / sRunRecord,
-                                prereg::RunRecordText(record, result.table));
+    return prereg::RunRecordText(record, result.table);
+}
+
+void tellOfExport(const RegisterOptions& options, const prereg::ExportOutcome& outcome, std::size_t all)
+{
+    if (options.exported.empty()) return;
+    for (const std::filesystem::path& file : outcome.missing) leaveOut("not there any more: " + file.string());
+    Tell(exportOf(options).string() + " holds " + std::to_string(outcome.uiScans) + " of the " + std::to_string(all) +
+             " scans",
+         options.general.isQuiet);
 }
 
 int registerScans(RegisterOptions options)
@@ -322,7 +250,9 @@ int registerScans(RegisterOptions options)
     checkCall(options);
     checkFiles(options);
     const std::filesystem::path folder = options.folder;
-    const CInitialPoses initial(options);
+    const prereg::CStartPoses initial =
+        options.initial.empty() ? prereg::CStartPoses()
+                                : prereg::CStartPoses(options.initial, options.files.dMmPerUnit, options.scans);
     prepareFolder(folder);
     const std::vector<Zorvan::CFileLock> locks = lockSessions(options);
     if (!options.session.empty()) Zorvan::TidyStagingFolders(std::filesystem::path(options.session).parent_path());
@@ -332,10 +262,13 @@ int registerScans(RegisterOptions options)
     const Zorvan::CInterruption interruption;
     const prereg::RegisterResult result = run(options, initial, interruption, times);
     times.Append(result.times);
-    prereg::WriteRegistration(folder, result.session, result.table);
-    exportScans(options, result.table);
-    times.End("results");
-    writeRunRecord(options, inputs, result, times.Words());
+    const auto record = [&] {
+        times.End("results");
+        return runRecordText(options, inputs, result, times.Words());
+    };
+    const prereg::ExportOutcome exported =
+        prereg::WriteRegistration(folder, result.session, result.table, {options.exported, record});
+    tellOfExport(options, exported, result.table.scans.size());
 
     Tell(result.settingsWords, options.general.isQuiet);
     for (const std::string& why : result.leftOut) leaveOut(why);
@@ -366,7 +299,7 @@ void AddRegister(CCommand app)
                       "Poses file with rough poses of some or all scans; they are tried before a\nsearch");
     command
         .AddOption("--export", options->exported,
-                   "Write all points of the scans of this call that are in the largest cluster, too:\n"
+                   "Write all points of the scans that are in the largest cluster, too:\n"
                    "e57 (scans with poses), ply, pcd or las (one cloud), as scans.e57 and so on;\n"
                    "they have to fit into memory, see zorvan apply")
         .Among({"e57", "ply", "pcd", "las"});

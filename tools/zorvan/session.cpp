@@ -5,6 +5,7 @@
 #include "zorvan/runtime/cjobscheduler.h"
 #include "zorvan/scans/filelock.h"
 #include "zorvan/scans/inputerror.h"
+#include "zorvan/util/version.h"
 #include "zorvan/workflow/lookatposes.h"
 #include "zorvan/workflow/registerresults.h"
 #include "zorvan/workflow/session.h"
@@ -42,18 +43,27 @@ struct Opened
     prereg::CSession session;
 };
 
+void show(const prereg::CSession& session, const prereg::CSession::Group& group)
+{
+    std::cout << prereg::ToText(prereg::LookAtPoses(session, nullptr, group));
+}
+
 int list(const SessionOptions& options)
 {
     options.general.Apply();
     const Opened opened(options);
-    std::cout << prereg::ToText(prereg::LookAtPoses(opened.session, nullptr, opened.group));
+    show(opened.session, opened.group);
+    for (const prereg::CSession::ScanFile& scan : opened.session.GetFiles()) {
+        if (scan.file.empty() || std::filesystem::exists(scan.file)) continue;
+        Tell(scan.name + " is not at " + scan.file.string() + " any more", options.general.isQuiet);
+    }
+    std::cout << prereg::ToText(opened.session.GetJournal());
     return Done;
 }
 
-using Edit = prereg::CSession (*)(const prereg::CSession&, const std::string&, const prereg::CSession::Group&);
-
-/// The session, changed in its place.
-int edit(const SessionOptions& options, Edit change)
+/// The session, changed in its place. @param change  throws std::invalid_argument for what cannot be done
+template <typename Change>
+int edit(const SessionOptions& options, const std::string& subject, const std::string& advice, const Change& change)
 {
     options.general.Apply();
     const auto place = std::filesystem::weakly_canonical(std::filesystem::absolute(options.file));
@@ -61,17 +71,34 @@ int edit(const SessionOptions& options, Edit change)
         throw Zorvan::CInputError(place, "in use by " + holder, "wait until it has ended");
     });
     const Opened opened(options);
-    const std::string name = std::filesystem::path(options.scan).filename().string();
     try {
-        const prereg::CSession changed = change(opened.session, name, opened.group);
+        const std::string by = std::string("zorvan session ") + Zorvan::Version();
+        const prereg::CSession changed = change(opened, prereg::StampNow(by));
         changed.Save(options.file);
-        std::cout << prereg::ToText(prereg::LookAtPoses(changed, nullptr, opened.group));
+        show(changed, opened.group);
     } catch (const std::invalid_argument& error) {
-        throw Zorvan::CInputError(options.file, name + ": " + error.what(), "zorvan session list shows its scans");
+        throw Zorvan::CInputError(options.file, subject + error.what(), advice);
     }
     Tell("poses.json and the other results are those from before; zorvan register --session writes new ones",
          options.general.isQuiet);
     return Done;
+}
+
+using ScanEdit = prereg::CSession (*)(const prereg::CSession&, const std::string&, const prereg::CSession::Group&,
+                                      const prereg::JournalStamp&);
+
+int editScan(const SessionOptions& options, ScanEdit change)
+{
+    const std::string name = std::filesystem::path(options.scan).filename().string();
+    return edit(
+        options, name + ": ", "zorvan session list shows its scans",
+        [&](const Opened& opened, const auto& stamp) { return change(opened.session, name, opened.group, stamp); });
+}
+
+int undo(const SessionOptions& options)
+{
+    return edit(options, "", "zorvan session list shows its journal",
+                [](const Opened& opened, const auto& stamp) { return opened.session.Undone(opened.group, stamp); });
 }
 
 } // namespace
@@ -79,23 +106,29 @@ int edit(const SessionOptions& options, Edit change)
 void AddSession(CCommand app)
 {
     const auto options = std::make_shared<SessionOptions>();
-    CCommand command = app.AddCommand("session", "What is in a session, and scans taken out of it");
+    CCommand command = app.AddCommand("session", "What is in a session and was done to it, and changes to it");
     command.RequireCommand();
-    command.SetFooter("Exit code 0: done; 2: wrong call, or no session or no such scan.\n\n"
+    command.SetFooter("Exit code 0: done; 2: wrong call, no session, no such scan, or nothing to take back.\n\n"
                       "Examples:\n"
                       "  zorvan session list out/session.zdoc\n"
-                      "  zorvan session remove out/session.zdoc view03.ply");
+                      "  zorvan session remove out/session.zdoc view03.ply\n"
+                      "  zorvan session undo out/session.zdoc");
     const auto add = [&](const char* name, const char* help) {
         CCommand sub = command.AddCommand(name, help);
         sub.AddOption("FILE", options->file, "A session.zdoc that register has written").Required();
         options->general.AddTo(sub, "Threads that work; the result does not depend on it");
         return sub;
     };
-    add("list", "Its scans, by cluster, and how well they fit").SetAction([options] { return list(*options); });
-    const auto addEdit = [&](const char* name, const char* help, Edit change) {
+    add("list", "Its scans, by cluster, how well they fit, and who did what to it, when and why").SetAction([options] {
+        return list(*options);
+    });
+    add("undo", "Take back what the last register, remove or split did; again for the one before").SetAction([options] {
+        return undo(*options);
+    });
+    const auto addEdit = [&](const char* name, const char* help, ScanEdit change) {
         CCommand sub = add(name, help);
         sub.AddOption("SCAN", options->scan, "The scan, by its file name").Required();
-        sub.SetAction([options, change] { return edit(*options, change); });
+        sub.SetAction([options, change] { return editScan(*options, change); });
     };
     addEdit("remove", "Take a scan out; all others stay where they are", prereg::WithoutScan);
     addEdit("split", "Put a scan into a cluster of its own; the next register --session looks for its place anew",

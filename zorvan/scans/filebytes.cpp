@@ -4,6 +4,8 @@
 #include "zorvan/platform/bytebuffer.h"
 #include "zorvan/scans/inputerror.h"
 
+#include <algorithm>
+#include <cctype>
 #include <fstream>
 #include <system_error>
 
@@ -48,6 +50,13 @@ SharedBytes ReadFileShared(const std::filesystem::path& file)
     const auto bytes = Zorvan::MakeByteBuffer(size);
     read(file, reinterpret_cast<char*>(bytes.get()), size);
     return {bytes, size};
+}
+
+std::string EndingOf(const std::filesystem::path& file)
+{
+    std::string ending = file.extension().string();
+    std::ranges::transform(ending, ending.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return ending;
 }
 
 } // namespace Zorvan

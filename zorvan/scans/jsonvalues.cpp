@@ -31,4 +31,17 @@ Json JsonPose(const prereg::CTrafo& pose, double dMmPerUnit)
     return rows;
 }
 
+Json JsonPose(const ScanPose& scan, double dMmPerUnit, bool isFar)
+{
+    constexpr int iAllDigits = 17;
+    constexpr int iTranslationDigits = 15;
+    if (!isFar || !scan.exact) return JsonPose(scan.pose, dMmPerUnit);
+    Json json = Json::array();
+    for (const auto& row : *scan.exact)
+        json.push_back({JsonNumber(row[0], iAllDigits), JsonNumber(row[1], iAllDigits), JsonNumber(row[2], iAllDigits),
+                        JsonNumber(row[3] / dMmPerUnit, iTranslationDigits)});
+    json.push_back({0.0, 0.0, 0.0, 1.0});
+    return json;
+}
+
 } // namespace Zorvan

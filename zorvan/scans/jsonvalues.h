@@ -3,6 +3,7 @@
 
 #include "zorvan/core/ctrafo.h"
 #include "zorvan/scans/export.h"
+#include "zorvan/scans/posesfile.h"
 
 #include <nlohmann/json.hpp>
 
@@ -14,5 +15,8 @@ namespace Zorvan {
 
 /// Four rows of four numbers, the translation in file units; null for an invalid pose.
 [[nodiscard]] ZORVAN_SCANS_API nlohmann::ordered_json JsonPose(const prereg::CTrafo& pose, double dMmPerUnit);
+
+/// The same with all digits that are known, where the pose is far from the origin.
+[[nodiscard]] ZORVAN_SCANS_API nlohmann::ordered_json JsonPose(const ScanPose& scan, double dMmPerUnit, bool isFar);
 
 } // namespace Zorvan

@@ -91,15 +91,19 @@ std::string CMovedLine::Text() const
 }
 
 bool MoveColumns(CMovedLine& line, const CMovedLine::Columns& point,
-                 const std::optional<CMovedLine::Columns>& direction, const CMovement& movement)
+                 const std::optional<CMovedLine::Columns>& direction, const CMovement& movement,
+                 const CMoveStream& stream)
 {
     const std::optional<Position> place = line.Numbers(point);
-    if (!place) return false;
+    const std::optional<Position> normal = direction ? line.Numbers(*direction) : std::nullopt;
+    if (!place || normal.has_value() != direction.has_value()) return false;
+    if (IPointListener* const listener = stream.Listener()) {
+        listener->TakePoint(*place, normal ? &*normal : nullptr);
+        return true;
+    }
     line.Replace(point, movement.Point(*place));
-    if (!direction) return true;
-    const std::optional<Position> normal = line.Numbers(*direction);
     if (normal) line.Replace(*direction, movement.Direction(*normal));
-    return normal.has_value();
+    return true;
 }
 
 } // namespace Zorvan

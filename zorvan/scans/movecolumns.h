@@ -43,9 +43,10 @@ private:
     std::vector<std::string> m_replaced; ///< by word; empty: as it is
 };
 
-/// Replaces a point, and a direction where there are columns of one. @return false when a word is missing or no number
+/// Replaces a point, and a direction where there are columns of one, or says them to who listens to the stream.
+/// @return false when a word is missing or no number
 [[nodiscard]] ZORVAN_SCANS_API bool MoveColumns(CMovedLine& line, const CMovedLine::Columns& point,
                                                 const std::optional<CMovedLine::Columns>& direction,
-                                                const CMovement& movement);
+                                                const CMovement& movement, const CMoveStream& stream);
 
 } // namespace Zorvan

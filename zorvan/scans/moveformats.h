@@ -9,15 +9,18 @@
 namespace Zorvan {
 
 // Each takes the whole stream and puts it moved, with everything else as it is. What has to be written otherwise comes
-// back in words; empty when nothing has. All throw CInputError for what they cannot read.
+// back in words; empty when nothing has. All throw CInputError for what they cannot read. PLY, PCD without compression,
+// LAS, PTS and XYZ tell their points to who listens to the stream, and then put nothing.
+
+/// Whichever suits the ending of the file.
+ZORVAN_SCANS_API std::string MoveAnyFormat(CMoveStream& stream, const CMovement& movement);
 
 /// PLY: x y z, and nx ny nz when all are there.
 ZORVAN_SCANS_API std::string MovePly(CMoveStream& stream, const CMovement& movement);
 /// PCD: x y z, normals, the view point unless it is the one that stands for none.
 ZORVAN_SCANS_API std::string MovePcd(CMoveStream& stream, const CMovement& movement);
 /// LAS: coordinates, directions of waveforms; scale, offset and bounds in the header follow.
-/// @param to  where the stream goes
-ZORVAN_SCANS_API std::string MoveLas(CMoveStream& stream, const CMovement& movement, const CNewFile& to);
+ZORVAN_SCANS_API std::string MoveLas(CMoveStream& stream, const CMovement& movement);
 /// STL: corners and normals.
 ZORVAN_SCANS_API std::string MoveStl(CMoveStream& stream, const CMovement& movement);
 /// E57 and PTX hold scans with poses: these are moved, and the points stay.

@@ -52,20 +52,19 @@ public:
     {
         m_stream.Copy(m_header.bodyOffset);
         setOffset(m_stream.Peek(m_header.stride));
-        std::string out;
         const std::size_t most = std::max<std::size_t>(1, CMoveStream::uiBlock / m_header.stride);
         for (std::uint64_t left = m_header.points; left > 0;) {
             const std::size_t rows = std::min<std::uint64_t>(left, most);
-            out = m_stream.Take(rows * m_header.stride);
-            for (std::size_t i = 0; i < rows; ++i) movePoint(out.data() + i * m_header.stride);
-            m_stream.Put(out);
+            takeRows(m_stream.Take(rows * m_header.stride));
             left -= rows;
         }
         m_stream.CopyRest();
+        m_stream.PutAt(uiScalePlace, numbers());
     }
 
+private:
     /// Scales, offsets and bounds.
-    [[nodiscard]] std::string Numbers() const
+    [[nodiscard]] std::string numbers() const
     {
         std::string bytes;
         for (const double c : m_scale) AppendLittle(bytes, c);
@@ -77,7 +76,18 @@ public:
         return bytes;
     }
 
-private:
+    void takeRows(std::string_view rows)
+    {
+        if (IPointListener* const listener = m_stream.Listener()) {
+            for (std::size_t at = 0; at < rows.size(); at += m_header.stride)
+                listener->TakePoint(placeOf(rows.substr(at, m_header.stride)), nullptr);
+            return;
+        }
+        std::string moved(rows);
+        for (std::size_t at = 0; at < moved.size(); at += m_header.stride) movePoint(moved.data() + at);
+        m_stream.Put(moved);
+    }
+
     [[nodiscard]] Position placeOf(std::string_view point) const
     {
         Position place{};
@@ -134,12 +144,9 @@ private:
 
 } // namespace
 
-std::string MoveLas(CMoveStream& stream, const CMovement& movement, const CNewFile& to)
+std::string MoveLas(CMoveStream& stream, const CMovement& movement)
 {
-    CLasMover mover(stream, movement);
-    mover.Move();
-    stream.Flush();
-    to.WriteAt(uiScalePlace, mover.Numbers());
+    CLasMover(stream, movement).Move();
     return {};
 }
 

@@ -46,6 +46,7 @@ public:
     std::string Move()
     {
         const std::string header(m_stream.Take(m_header.bodyOffset));
+        if (m_stream.Listener() != nullptr && m_header.sensor) m_stream.Listener()->TakeSensor(*m_header.sensor);
         switch (m_header.eData) {
         case EPcdData::Text:
             m_stream.Put(rewritten(header, nullptr));
@@ -73,7 +74,7 @@ private:
         const auto normal = m_hasNormals ? std::optional(columns(3)) : std::nullopt;
         for (std::string_view text = m_stream.TakeLine(); !text.empty(); text = m_stream.TakeLine()) {
             CMovedLine line(text);
-            if (line.NumWords() > 0 && !MoveColumns(line, point, normal, m_movement))
+            if (line.NumWords() > 0 && !MoveColumns(line, point, normal, m_movement, m_stream))
                 m_stream.FailLine("the numbers of one point were expected");
             m_stream.Put(line.Text());
         }

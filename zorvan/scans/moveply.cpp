@@ -63,7 +63,7 @@ private:
                 CMovedLine line(m_stream.TakeLine());
                 const auto normals = m_hasNormals ? std::optional(m_columns[1]) : std::nullopt;
                 if (&element == &vertices && (line.NumWords() != vertices.properties.size() ||
-                                              !MoveColumns(line, m_columns[0], normals, m_movement)))
+                                              !MoveColumns(line, m_columns[0], normals, m_movement, m_stream)))
                     m_stream.FailLine("the numbers of one vertex were expected");
                 m_stream.Put(line.Text());
             }

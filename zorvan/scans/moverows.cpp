@@ -135,6 +135,19 @@ void CRowMover::moveRow(const char* from, char* to) const
     if (m_hasDirection) store(to, m_direction, m_movement.Direction(load(from, m_direction)));
 }
 
+void CRowMover::sayRows(std::string_view rows, IPointListener& listener) const
+{
+    for (std::size_t at = 0; at + m_inBytes <= rows.size(); at += m_inBytes) {
+        const Position place = load(rows.data() + at, m_point);
+        if (!m_hasDirection) {
+            listener.TakePoint(place, nullptr);
+            continue;
+        }
+        const Position normal = load(rows.data() + at, m_direction);
+        listener.TakePoint(place, &normal);
+    }
+}
+
 std::string CRowMover::Moved(std::string_view rows) const
 {
     const std::size_t count = rows.size() / m_inBytes;
@@ -148,7 +161,11 @@ void CRowMover::Move(CMoveStream& stream, std::uint64_t count) const
     const std::size_t most = std::max<std::size_t>(1, CMoveStream::uiBlock / m_inBytes);
     while (count > 0) {
         const std::size_t rows = std::min<std::uint64_t>(count, most);
-        stream.Put(Moved(stream.Take(rows * m_inBytes)));
+        const std::string_view taken = stream.Take(rows * m_inBytes);
+        if (IPointListener* const listener = stream.Listener())
+            sayRows(taken, *listener);
+        else
+            stream.Put(Moved(taken));
         count -= rows;
     }
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/scans/movescan.h"
 
+#include "zorvan/scans/filebytes.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/moveformats.h"
 #include "zorvan/scans/movestream.h"
@@ -9,42 +10,13 @@
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/scans/stagingfolder.h"
 
-#include <algorithm>
 #include <array>
-#include <cctype>
 #include <string_view>
 #include <utility>
 
 namespace Zorvan {
 
 namespace {
-
-std::string lowerEnding(const std::filesystem::path& file)
-{
-    std::string ending = file.extension().string();
-    std::ranges::transform(ending, ending.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return ending;
-}
-
-std::string move(CMoveStream& stream, const CMovement& movement, const CNewFile& to)
-{
-    const std::string ending = lowerEnding(stream.File());
-    if (ending == ".las" || ending == ".laz") return MoveLas(stream, movement, to);
-    using Mover = std::string (*)(CMoveStream&, const CMovement&);
-    constexpr std::array<std::pair<std::string_view, Mover>, 9> movers{{{".ply", MovePly},
-                                                                        {".pcd", MovePcd},
-                                                                        {".stl", MoveStl},
-                                                                        {".e57", MoveE57},
-                                                                        {".ptx", MovePtx},
-                                                                        {".pts", MovePts},
-                                                                        {".xyz", MoveXyz},
-                                                                        {".xyzn", MoveXyz},
-                                                                        {".obj", MoveObj}}};
-    for (const auto& [name, mover] : movers) {
-        if (name == ending) return mover(stream, movement);
-    }
-    throw CInputError(stream.File(), "unknown kind of file", ReadFormats() + " are read");
-}
 
 MoveResult moveFile(const std::filesystem::path& from, const std::filesystem::path& to, const CMovement& movement,
                     const Hooks& hooks)
@@ -55,7 +27,7 @@ MoveResult moveFile(const std::filesystem::path& from, const std::filesystem::pa
     CNewFile written(staging / to.filename());
     try {
         CMoveStream stream(from, written, hooks);
-        MoveResult result{false, move(stream, movement, written)};
+        MoveResult result{false, MoveAnyFormat(stream, movement)};
         stream.Flush();
         written.Close();
         staging.Publish();
@@ -68,6 +40,27 @@ MoveResult moveFile(const std::filesystem::path& from, const std::filesystem::pa
 }
 
 } // namespace
+
+std::string MoveAnyFormat(CMoveStream& stream, const CMovement& movement)
+{
+    const std::string ending = EndingOf(stream.File());
+    using Mover = std::string (*)(CMoveStream&, const CMovement&);
+    constexpr std::array<std::pair<std::string_view, Mover>, 11> movers{{{".ply", MovePly},
+                                                                         {".pcd", MovePcd},
+                                                                         {".las", MoveLas},
+                                                                         {".laz", MoveLas},
+                                                                         {".stl", MoveStl},
+                                                                         {".e57", MoveE57},
+                                                                         {".ptx", MovePtx},
+                                                                         {".pts", MovePts},
+                                                                         {".xyz", MoveXyz},
+                                                                         {".xyzn", MoveXyz},
+                                                                         {".obj", MoveObj}}};
+    for (const auto& [name, mover] : movers) {
+        if (name == ending) return mover(stream, movement);
+    }
+    throw CInputError(stream.File(), "unknown kind of file", ReadFormats() + " are read");
+}
 
 MoveResult MoveScanFile(const std::filesystem::path& from, const std::filesystem::path& to, const FramePose& pose,
                         const Hooks& hooks)

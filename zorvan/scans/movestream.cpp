@@ -8,8 +8,9 @@
 
 namespace Zorvan {
 
-CMoveStream::CMoveStream(const std::filesystem::path& from, const CNewFile& to, const Hooks& hooks)
-    : m_file(from), m_to(to), m_hooks(hooks), m_stream(from, std::ios::binary)
+CMoveStream::CMoveStream(const std::filesystem::path& from, const CNewFile* to, IPointListener* listener,
+                         const Hooks& hooks)
+    : m_file(from), m_to(to), m_listener(listener), m_hooks(hooks), m_stream(from, std::ios::binary)
 {
     std::error_code error;
     if (!std::filesystem::is_regular_file(from, error)) Fail("no such file", "check the path");
@@ -62,9 +63,10 @@ std::string_view CMoveStream::TakeLine()
 
 void CMoveStream::Put(std::string_view bytes)
 {
+    if (m_to == nullptr) return;
     if (bytes.size() >= uiBlock / 2) {
         Flush();
-        m_to.Write(bytes);
+        m_to->Write(bytes);
         m_written += bytes.size();
         return;
     }
@@ -81,9 +83,17 @@ void CMoveStream::Copy(std::uint64_t size)
     }
 }
 
+void CMoveStream::PutAt(std::uint64_t place, std::string_view bytes)
+{
+    if (m_to == nullptr) return;
+    Flush();
+    m_to->WriteAt(place, bytes);
+}
+
 void CMoveStream::Flush()
 {
-    m_to.Write(m_out);
+    if (m_to == nullptr) return;
+    m_to->Write(m_out);
     m_written += m_out.size();
     m_out.clear();
 }

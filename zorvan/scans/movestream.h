@@ -5,6 +5,7 @@
 #include "zorvan/scans/export.h"
 #include "zorvan/scans/framepose.h"
 #include "zorvan/scans/newfile.h"
+#include "zorvan/scans/pointlistener.h"
 #include "zorvan/scans/scan.h"
 
 #include <array>
@@ -66,14 +67,26 @@ struct Stopped
 {
 };
 
-/// The bytes of a file on their way into another one: a few megabytes at a time are in memory, whatever its size.
+/// The bytes of a file on their way into another one, or to somebody who hears of its points: a few megabytes at a time
+/// are in memory, whatever its size.
 class ZORVAN_SCANS_API CMoveStream
 {
 public:
     static constexpr std::size_t uiBlock = std::size_t{1} << 22U;
 
     /// @param to, hooks  must outlive this
-    CMoveStream(const std::filesystem::path& from, const CNewFile& to, const Hooks& hooks);
+    CMoveStream(const std::filesystem::path& from, const CNewFile& to, const Hooks& hooks)
+        : CMoveStream(from, &to, nullptr, hooks)
+    {
+    }
+    /// Nothing is written: what is put is forgotten. @param listener  must outlive this; null: nobody
+    CMoveStream(const std::filesystem::path& from, IPointListener* listener, const Hooks& hooks)
+        : CMoveStream(from, nullptr, listener, hooks)
+    {
+    }
+
+    /// Who hears of points in place of their being moved; null: they are moved.
+    [[nodiscard]] IPointListener* Listener() const { return m_listener; }
 
     [[nodiscard]] const std::filesystem::path& File() const { return m_file; }
     [[nodiscard]] std::uint64_t Size() const { return m_size; }
@@ -91,7 +104,10 @@ public:
     void Put(std::string_view bytes);
     /// Takes and puts. @throws CInputError
     void Copy(std::uint64_t size);
-    void CopyRest() { Copy(BytesLeft()); }
+    /// Behind the points. Nobody reads it where nothing is written.
+    void CopyRest() { Copy(m_to != nullptr ? BytesLeft() : 0); }
+    /// Over what has been put there.
+    void PutAt(std::uint64_t place, std::string_view bytes);
     /// All that was put is in the file afterwards.
     void Flush();
 
@@ -100,8 +116,11 @@ public:
     [[noreturn]] void Fail(const std::string& why, const std::string& advice) const;
 
 private:
+    CMoveStream(const std::filesystem::path& from, const CNewFile* to, IPointListener* listener, const Hooks& hooks);
+
     std::filesystem::path m_file;
-    const CNewFile& m_to;
+    const CNewFile* m_to;
+    IPointListener* m_listener;
     const Hooks& m_hooks;
     std::ifstream m_stream;
     std::uint64_t m_size = 0;

@@ -90,7 +90,7 @@ std::string MoveXyz(CMoveStream& stream, const CMovement& movement)
         if (line.NumWords() > 0 && line.Word(0).front() != '#') {
             if (columns == 0) columns = line.NumWords();
             const bool hasNormal = columns >= 6;
-            if (!MoveColumns(line, first, hasNormal ? std::optional(next) : std::nullopt, movement))
+            if (!MoveColumns(line, first, hasNormal ? std::optional(next) : std::nullopt, movement, stream))
                 stream.FailLine("a number is missing, or a word is none");
         }
         stream.Put(line.Text());
@@ -104,7 +104,8 @@ std::string MovePts(CMoveStream& stream, const CMovement& movement)
         for (std::uint64_t count = takeCount(stream); count > 0; --count) {
             takeEmptyLines(stream);
             CMovedLine line(stream.TakeLine());
-            if (!MoveColumns(line, first, {}, movement)) stream.FailLine("three numbers of a point were expected");
+            if (!MoveColumns(line, first, {}, movement, stream))
+                stream.FailLine("three numbers of a point were expected");
             stream.Put(line.Text());
         }
     }

@@ -214,21 +214,6 @@ Json verdictJson(const VerdictSummary& verdict)
     return json;
 }
 
-Json exactJson(const PoseRows& rows, double mmPerUnit)
-{
-    Json json = Json::array();
-    for (const auto& row : rows)
-        json.push_back({JsonNumber(row[0], iAllDigits), JsonNumber(row[1], iAllDigits), JsonNumber(row[2], iAllDigits),
-                        JsonNumber(row[3] / mmPerUnit, iTranslationDigits)});
-    json.push_back({0.0, 0.0, 0.0, 1.0});
-    return json;
-}
-
-Json poseJson(const ScanPose& scan, double mmPerUnit, bool isFar)
-{
-    return isFar && scan.exact ? exactJson(*scan.exact, mmPerUnit) : JsonPose(scan.pose, mmPerUnit);
-}
-
 Json uncertaintyJson(const PoseUncertainty& uncertainty, double mmPerUnit, int digits)
 {
     Json rows = Json::array();
@@ -252,7 +237,7 @@ Json scansJson(const std::vector<ScanPose>& scans, double mmPerUnit, bool isFar)
 {
     Json all = Json::array();
     for (const ScanPose& scan : scans) {
-        Json json = {{"file", scan.file}, {"id", scan.id}, {"pose", poseJson(scan, mmPerUnit, isFar)}};
+        Json json = {{"file", scan.file}, {"id", scan.id}, {"pose", JsonPose(scan, mmPerUnit, isFar)}};
         if (scan.result) json["result"] = resultJson(*scan.result, mmPerUnit);
         if (scan.verdict) json["verdict"] = verdictJson(*scan.verdict);
         if (scan.uncertainty)
@@ -277,6 +262,12 @@ PosesFile::Found PosesFile::Find(const std::filesystem::path& file) const
         }
     }
     return {};
+}
+
+std::size_t CommonCluster(const PosesFile& poses)
+{
+    const auto primary = std::ranges::find_if(poses.clusters, &PoseCluster::isPrimary);
+    return primary == poses.clusters.end() ? 0 : static_cast<std::size_t>(primary - poses.clusters.begin());
 }
 
 std::string UnitName(double dMmPerUnit)
@@ -322,7 +313,7 @@ std::string PoseText(const ScanPose& scan, const PosesFile& poses)
 {
     const bool isFar = poses.shift != Position{};
     std::string text;
-    for (const Json& row : poseJson(scan, poses.dMmPerUnit, isFar)) {
+    for (const Json& row : JsonPose(scan, poses.dMmPerUnit, isFar)) {
         for (const Json& value : row) {
             text += ToText(value.get<double>(), isFar ? iAllDigits : iDigits);
             text += ' ';

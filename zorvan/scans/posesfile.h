@@ -84,6 +84,9 @@ struct ZORVAN_SCANS_API PosesFile
     [[nodiscard]] Found Find(const std::filesystem::path& file) const;
 };
 
+/// The number of the cluster whose frame is meant where there is one: the primary one, or else the first.
+[[nodiscard]] ZORVAN_SCANS_API std::size_t CommonCluster(const PosesFile& poses);
+
 /// Short name of a unit: "mm", "cm", "m", or "unit" for any other length.
 [[nodiscard]] ZORVAN_SCANS_API std::string UnitName(double dMmPerUnit);
 

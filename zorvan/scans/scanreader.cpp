@@ -16,15 +16,17 @@
 #include "zorvan/scans/ptxreader.h"
 #include "zorvan/scans/scanwriter.h"
 #include "zorvan/scans/showntext.h"
+#include "zorvan/scans/textnumber.h"
+#include "zorvan/scans/thinreading.h"
 #include "zorvan/scans/xyzreader.h"
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -37,14 +39,6 @@ constexpr std::size_t uiFewestPoints = 3;
 constexpr std::size_t uiMostPoints = 2147483647; // indices are 31 bits wide in the search tree
 constexpr std::size_t uiNotable = 100;           // one in so many
 constexpr std::uint32_t uiGone = std::numeric_limits<std::uint32_t>::max();
-
-std::string lowerEnding(const std::filesystem::path& file)
-{
-    std::string ending = file.extension().string();
-    std::transform(ending.begin(), ending.end(), ending.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return ending;
-}
 
 using Scans = std::vector<Scan>;
 
@@ -125,18 +119,19 @@ std::size_t dropPoints(Scan& scan, const Keep& keep)
     return dropped;
 }
 
-/// Where the user says that the sensor stood, else where the file does; about the shift of the scan, mm.
-Sensor sensorOf(const Scan& scan, const ScanOptions& options)
+/// What the user says of the sensor goes before what the file does.
+void setSensor(Scan& scan, const ScanOptions& options)
 {
-    if (options.sensor) {
-        const auto scaled = [&](float v, double shift) {
-            return ToFloat(static_cast<double>(v) * options.dMmPerUnit - shift);
-        };
-        return Vector3(scaled(options.sensor->x, scan.shift[0]), scaled(options.sensor->y, scan.shift[1]),
-                       scaled(options.sensor->z, scan.shift[2]));
-    }
-    if (!scan.sensor) return std::nullopt;
-    const Position& place = scan.sensor->position;
+    if (!options.sensor) return;
+    scan.sensor = FramePose{*options.sensor};
+    for (std::size_t k = 0; k < 3; ++k)
+        scan.sensor->position[k] = scan.sensor->position[k] * options.dMmPerUnit - scan.shift[k];
+}
+
+Sensor placeOf(const std::optional<FramePose>& sensor)
+{
+    if (!sensor) return std::nullopt;
+    const Position& place = sensor->position;
     return Vector3(ToFloat(place[0]), ToFloat(place[1]), ToFloat(place[2]));
 }
 
@@ -165,12 +160,24 @@ void requirePoints(const SurfelScan& surfels, const Scan& scan, const std::strin
                       "give a scan of a surface");
 }
 
+SurfelScan thinnedSurfels(const std::filesystem::path& file, const ScanOptions& options, const Hooks& hooks)
+{
+    ThinnedScan thinned = ReadThinned(file, options.thin, hooks);
+    if (!options.isShifted) SetShift(thinned.scan, {});
+    SurfelScan surfels = ToSurfels(std::move(thinned.scan), file, options);
+    surfels.uiRead = thinned.uiRead;
+    surfels.uiNotFinite += thinned.uiNotFinite;
+    surfels.dCell = thinned.dCell * options.dMmPerUnit;
+    surfels.isResult = IsColouredResult(file);
+    return surfels;
+}
+
 } // namespace
 
 std::vector<Scan> ReadScans(const std::filesystem::path& file)
 {
     const std::string bytes = ReadFileBytes(file);
-    const std::string ending = lowerEnding(file);
+    const std::string ending = EndingOf(file);
     for (const Format& format : formats) {
         if (ending == format.ending) return format.read(bytes, file);
     }
@@ -196,11 +203,15 @@ std::string SurfelScan::Warning() const
         if (uiNotFinite > 0 && uiNoNormal > 0) text += " and ";
         if (uiNoNormal > 0) text += std::to_string(uiNoNormal) + " without a normal";
     }
+    if (dCell > 0.0)
+        text += (text.empty() ? "of " : "; of ") + std::to_string(uiRead) + " points, the first in each cube of " +
+                ToText(dCell, 3) + " mm was kept, since the file is large";
     return text.empty() ? text : ToShown(file.string()) + ": " + text;
 }
 
-SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& options)
+SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& options, const Hooks& hooks)
 {
+    if (IsReadThinned(file, options.thin)) return thinnedSurfels(file, options, hooks);
     SurfelScan surfels = ToSurfels(options.isShifted ? joined(file) : ReadScanFile(file), file, options);
     surfels.isResult = IsColouredResult(file);
     return surfels;
@@ -215,13 +226,14 @@ SurfelScan ToSurfels(Scan scan, const std::filesystem::path& name, const ScanOpt
     surfels.uiRead = scan.points.size();
     scaleScan(scan, options.dMmPerUnit);
     surfels.shift = scan.shift;
+    setSensor(scan, options);
     surfels.uiNotFinite = dropPoints(scan, [&](std::size_t i) { return isUsable(scan.points[i]); });
     requirePoints(surfels, scan, "have finite coordinates below 1e9 mm");
     surfels.uiJoined = JoinEqualPoints(scan);
     requirePoints(surfels, scan, "are at places of their own");
 
     surfels.model = modelOf(scan, options.eMesh, name);
-    if (scan.normals.empty()) surfels.eNormals = ComputeNormals(scan, sensorOf(scan, options));
+    if (scan.normals.empty()) surfels.eNormals = ComputeNormals(scan, placeOf(scan.sensor));
     surfels.sensor = scan.sensor;
     for (Vector3& n : scan.normals) n = Normalized(n);
     surfels.uiNoNormal = dropPoints(scan, [&](std::size_t i) { return scan.normals[i].LengthSq() > 0.0F; });
@@ -236,10 +248,24 @@ std::filesystem::path NumberedName(const std::filesystem::path& file, std::size_
     return file.string() + "#" + std::to_string(number);
 }
 
-std::vector<SurfelScan> ReadEachScan(const std::filesystem::path& file, const ScanOptions& options)
+std::filesystem::path FileOfScan(const std::filesystem::path& scan)
 {
-    std::vector<Scan> scans = ReadScans(file);
+    const std::string name = scan.string();
+    const std::size_t mark = name.rfind('#');
+    const bool isNumber = mark != std::string::npos && ParseInteger(std::string_view(name).substr(mark + 1));
+    std::error_code error;
+    if (!isNumber || std::filesystem::exists(scan, error)) return scan;
+    return name.substr(0, mark);
+}
+
+std::vector<SurfelScan> ReadEachScan(const std::filesystem::path& file, const ScanOptions& options, const Hooks& hooks)
+{
     std::vector<SurfelScan> all;
+    if (IsReadThinned(file, options.thin)) {
+        all.push_back(ReadScan(file, options, hooks));
+        return all;
+    }
+    std::vector<Scan> scans = ReadScans(file);
     if (scans.size() == 1) {
         all.push_back(ReadScan(file, options));
         return all;

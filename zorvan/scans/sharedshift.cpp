@@ -4,6 +4,7 @@
 #include "zorvan/scans/exactpose.h"
 #include "zorvan/scans/farcoordinates.h"
 #include "zorvan/scans/framepose.h"
+#include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/textnumber.h"
 
 #include <algorithm>
@@ -61,6 +62,28 @@ Position ShareShift(std::span<SurfelScan* const> scans, const Position& known)
         if (scan->shift != shared && suits(*scan, shared)) moveTo(*scan, shared);
     }
     return shared;
+}
+
+ScansRead ReadTogether(std::span<const std::string> files, const ScanOptions& options, const Position& known,
+                       bool isKeptGoing, const Hooks& hooks)
+{
+    ScansRead read;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        hooks.Start("reading", files.size()); // anew: a large file counts its bytes
+        hooks.Advance(i);
+        try {
+            for (SurfelScan& scan : ReadEachScan(files[i], options, hooks)) read.scans.push_back(std::move(scan));
+        } catch (const CInputError& error) {
+            if (!isKeptGoing || files.size() == 1) throw;
+            read.refused.emplace_back(error.what());
+        }
+    }
+    hooks.Finish();
+    if (read.scans.empty() && !files.empty()) throw CInputError("none of the scans can be read; check the files");
+    std::vector<SurfelScan*> all;
+    for (SurfelScan& scan : read.scans) all.push_back(&scan);
+    read.shift = ShareShift(all, known);
+    return read;
 }
 
 Position FrameShiftFor(std::span<const SurfelScan> scans, std::span<const ScanPose* const> poses, const Position& shift)

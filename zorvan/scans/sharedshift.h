@@ -7,6 +7,7 @@
 
 #include <span>
 #include <string>
+#include <vector>
 
 namespace Zorvan {
 
@@ -15,6 +16,22 @@ namespace Zorvan {
 /// @param known  that of scans that are there already, mm
 /// @return the shift, mm; zeros when all scans are near the origin
 ZORVAN_SCANS_API Position ShareShift(std::span<SurfelScan* const> scans, const Position& known = {});
+
+/// The scans of a call, about one shift.
+struct ScansRead
+{
+    std::vector<SurfelScan> scans;
+    std::vector<std::string> refused; ///< why files were left out
+    Position shift = {};              ///< mm
+};
+
+/// Reads each scan of some files and puts them about one shift.
+/// @param known        shift of scans that are there already, mm
+/// @param isKeptGoing  leaves out files that cannot be read, but not all
+/// @throws CInputError
+[[nodiscard]] ZORVAN_SCANS_API ScansRead ReadTogether(std::span<const std::string> files, const ScanOptions& options,
+                                                      const Position& known = {}, bool isKeptGoing = false,
+                                                      const Hooks& hooks = Hooks::None());
 
 /// What is taken off the coordinates of a frame that scans have poses in (mm): `shift` of the scans, unless the first
 /// scan with a pose lies elsewhere there. Then its place, in whole metres; zeros near the origin.

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <utility>
 
 namespace Zorvan {
 
@@ -78,13 +79,23 @@ Char* writeText(const std::array<std::uint8_t, 20>& digest, Char* out)
 
 CSHA1 CSHA1::Compute(const void* data, std::uint64_t size)
 {
-    if (!data) size = 0;
-    const auto* const bytes = static_cast<const std::uint8_t*>(data);
-    const std::uint64_t whole = size / uiBlock * uiBlock;
+    std::string_view all(static_cast<const char*>(data), data ? size : 0);
+    return Compute([&all] { return std::exchange(all, {}); });
+}
 
+CSHA1 CSHA1::Compute(const std::function<std::string_view()>& next)
+{
     State state{0x67452301U, 0xEFCDAB89U, 0x98BADCFEU, 0x10325476U, 0xC3D2E1F0U};
-    for (std::uint64_t i = 0; i < whole; i += uiBlock) processBlock(state, bytes + i);
-    processTail(state, size > whole ? bytes + whole : nullptr, size - whole, size);
+    std::uint64_t size = 0;
+    std::string tail;
+    for (std::string_view part = next(); !part.empty(); part = next()) {
+        const auto* const bytes = reinterpret_cast<const std::uint8_t*>(part.data());
+        const std::size_t whole = part.size() / uiBlock * uiBlock;
+        for (std::size_t i = 0; i < whole; i += uiBlock) processBlock(state, bytes + i);
+        tail = part.substr(whole);
+        size += part.size();
+    }
+    processTail(state, reinterpret_cast<const std::uint8_t*>(tail.data()), tail.size(), size);
 
     CSHA1 result;
     for (std::size_t i = 0; i < result.m_digest.size(); ++i)

@@ -5,7 +5,9 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <string_view>
 
 namespace Zorvan {
 
@@ -17,6 +19,10 @@ class ZORVAN_API CSHA1
 public:
     /// The digest of `size` bytes. A null pointer counts as no data. Reentrant.
     [[nodiscard]] static CSHA1 Compute(const void* data, std::uint64_t size);
+
+    /// The digest of what comes in parts. @param next  the next one: 64 bytes or a multiple of that, but for the last;
+    ///                                                  empty behind it
+    [[nodiscard]] static CSHA1 Compute(const std::function<std::string_view()>& next);
 
     /// 40 lower-case hexadecimal digits.
     [[nodiscard]] std::string ToString() const;

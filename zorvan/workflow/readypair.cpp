@@ -4,12 +4,9 @@
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/meshsampling.h"
 #include "zorvan/scans/showntext.h"
-#include "zorvan/scans/vectors.h"
+#include "zorvan/workflow/sensorbeside.h"
 
-#include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstddef>
 #include <utility>
 
 namespace prereg {
@@ -26,23 +23,12 @@ AutoSettings settingsByArea(const Zorvan::Scan& model, const std::optional<doubl
     return {grid, dGrid ? "as asked for" : "30000 points on the fixed model", SettingsForGrid(grid)};
 }
 
-/// What the caller knows; else the place that the file tells, or that rings show, where the sensor stood beside what it
-/// saw. From within it looked along no one ray.
+/// What the caller knows; else the place that the file tells, or that rings show.
 SensorKnowledge sensorOf(const Zorvan::SurfelScan& scan, const SensorKnowledge& known)
 {
-    constexpr double dMinCosine = 0.8; // 37 degrees, of the half cone of view in the mean
-    if (known.isSurface || known.position || known.direction || !scan.sensor) return known;
-    const Zorvan::Position& at = scan.sensor->position;
-    const Zorvan::Vector3 sensor(Zorvan::ToFloat(at[0]), Zorvan::ToFloat(at[1]), Zorvan::ToFloat(at[2]));
-    std::array<double, 3> sum{};
-    for (const Zorvan::Vector3& p : scan.points) {
-        const Zorvan::Vector3 toSensor = Zorvan::Normalized(sensor - p);
-        for (unsigned k = 0; k < 3; ++k) sum[k] += static_cast<double>(toSensor[k]);
-    }
-    const double mean =
-        std::hypot(sum[0], sum[1], sum[2]) / static_cast<double>(std::max<std::size_t>(1, scan.points.size()));
+    if (known.isSurface || known.position || known.direction) return known;
     SensorKnowledge told = known;
-    if (mean > dMinCosine) told.position = sensor;
+    told.position = SensorBeside(scan);
     return told;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/registerresults.h"
 
+#include "zorvan/scans/atomicfile.h"
 #include "zorvan/scans/exactpose.h"
 #include "zorvan/scans/farcoordinates.h"
 #include "zorvan/scans/posesfile.h"
@@ -8,6 +9,7 @@
 #include "zorvan/scans/showntext.h"
 #include "zorvan/scans/stagingfolder.h"
 #include "zorvan/scans/textnumber.h"
+#include "zorvan/workflow/exportscans.h"
 #include "zorvan/workflow/report.h"
 #include "zorvan/workflow/scancolours.h"
 
@@ -69,6 +71,20 @@ void writeMerged(const std::filesystem::path& file, const CSession& session, con
     Zorvan::WritePly(file, merged, 1.0 / table.dMmPerUnit, colours);
 }
 
+/// Those that the session knows the files of; several scans of a file come with it.
+ExportOutcome exportOriginals(const std::filesystem::path& to, const CSession& session, const RegistrationTable& table)
+{
+    ExportOutcome outcome;
+    std::vector<std::filesystem::path> files;
+    for (const CSession::ScanFile& scan : session.GetFiles()) {
+        const auto isKnown = [&](const auto& list) { return std::ranges::find(list, scan.file) != list.end(); };
+        if (scan.file.empty() || isKnown(files) || isKnown(outcome.missing)) continue;
+        (std::filesystem::exists(scan.file) ? files : outcome.missing).push_back(scan.file);
+    }
+    outcome.uiScans = ExportScans(to, files, ToPoses(table));
+    return outcome;
+}
+
 std::string lengthText(double mm, double mmPerUnit)
 {
     return std::isfinite(mm) ? Zorvan::ToText(mm / mmPerUnit, 3) : "-";
@@ -116,7 +132,10 @@ std::string MainCluster(const RegistrationTable& table)
     return clusters.empty() ? std::string() : table.scans[clusters.front().front()].cluster;
 }
 
-void WriteRegistration(const std::filesystem::path& folder, const CSession& session, const RegistrationTable& table)
+std::string ExportName(const std::string& ending) { return "scans." + ending; }
+
+ExportOutcome WriteRegistration(const std::filesystem::path& folder, const CSession& session,
+                                const RegistrationTable& table, const MoreResults& more)
 {
     std::vector<SurfelSpan> surfaces;
     for (const CSession::ScanFile& file : session.GetFiles()) {
@@ -128,7 +147,11 @@ void WriteRegistration(const std::filesystem::path& folder, const CSession& sess
     writeMerged(staging / "merged.ply", session, table);
     WriteReport(staging / "report.html", table, surfaces);
     session.Save(staging / "session.zdoc");
+    ExportOutcome outcome;
+    if (!more.exported.empty()) outcome = exportOriginals(staging / ExportName(more.exported), session, table);
+    if (more.runRecord) Zorvan::WriteFileAtomically(staging / sRunRecordFile, more.runRecord());
     staging.Publish();
+    return outcome;
 }
 
 std::string ToText(const RegistrationTable& table)

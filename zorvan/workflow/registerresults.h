@@ -7,18 +7,39 @@
 #include "zorvan/workflow/session.h"
 
 #include <array>
+#include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <vector>
 
 namespace prereg {
 
 /// The files of a registration.
 inline constexpr std::array<const char*, 4> resultFiles{"merged.ply", "poses.json", "report.html", "session.zdoc"};
 
+/// What else a caller wants beside them.
+struct MoreResults
+{
+    std::string exported = {}; ///< an ending, "e57", "ply", "pcd" or "las": all points of the originals
+                               ///< in the largest cluster, see ExportScans; empty: no such file
+    std::function<std::string()> runRecord = {}; ///< text of run.json, asked for when all else is there; empty: none
+};
+inline constexpr const char* sRunRecordFile = "run.json";
+/// "scans.e57"
+[[nodiscard]] ZORVAN_WORKFLOW_API std::string ExportName(const std::string& ending);
+
+/// What came of the export.
+struct ExportOutcome
+{
+    std::size_t uiScans = 0;
+    std::vector<std::filesystem::path> missing = {}; ///< files that are not where the session says any more
+};
+
 /// Writes them into the folder, all or none, see `CStagingFolder`; the session last, so that it never tells of more
 /// than the others show. @throws CInputError
-ZORVAN_WORKFLOW_API void WriteRegistration(const std::filesystem::path& folder, const CSession& session,
-                                           const RegistrationTable& table);
+ZORVAN_WORKFLOW_API ExportOutcome WriteRegistration(const std::filesystem::path& folder, const CSession& session,
+                                                    const RegistrationTable& table, const MoreResults& more = {});
 
 /// What poses.json holds: all clusters, the main one first, poses between the coordinates of the files.
 [[nodiscard]] ZORVAN_WORKFLOW_API Zorvan::PosesFile ToPoses(const RegistrationTable& table);

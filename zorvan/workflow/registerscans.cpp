@@ -96,6 +96,8 @@ public:
     RegisterResult Run(std::shared_ptr<Zorvan::CJobScheduler> scheduler, CSession session,
                        std::span<const Zorvan::SurfelScan> scans)
     {
+        const CSession::Step before = session.GetStep();
+        const std::map<std::string, std::string> clustersBefore = ClustersByName(session);
         const bool isComplete = addScans(scans, session);
         m_times.End("features");
         const auto group = scheduler->CreateJobGroup({}, {});
@@ -111,6 +113,9 @@ public:
             table = LookAtPoses(session, nullptr, group);
             times = m_times.Words();
         }
+        const SessionJournal journal = JournalOfRun(clustersBefore, table, m_isOptimized, m_options.stamp);
+        for (const JournalEntry& entry : journal) session.Note(entry);
+        if (!journal.empty() && !before.files.empty()) session.AddStep(before);
         return {std::move(scheduler), std::move(session), std::move(table),   m_settingsWords, m_leftOut,
                 std::move(times),     isComplete,         m_hooks.IsAborted()};
     }
@@ -172,6 +177,7 @@ private:
         if (!m_options.isOptimized || m_hooks.IsAborted()) return;
         registration.SetFitToPrimary(true);
         registration.OptimizeRegistration(true, m_hooks);
+        m_isOptimized = !m_hooks.IsAborted();
         m_times.End("optimization");
     }
 
@@ -186,6 +192,7 @@ private:
         constexpr int iMaxRounds = 2;
         for (int round = 0; m_options.isOptimized && round < iMaxRounds && !m_hooks.IsAborted(); ++round) {
             registration.OptimizeRegistration(true, m_hooks);
+            m_isOptimized = true;
             m_times.End("optimization");
             if (m_hooks.IsAborted() || !registration.Run(m_hooks)) break;
         }
@@ -196,6 +203,7 @@ private:
     const Zorvan::Hooks& m_hooks;
     std::string m_settingsWords;
     std::vector<std::string> m_leftOut;
+    bool m_isOptimized = false;
     CStageTimes m_times;
 };
 

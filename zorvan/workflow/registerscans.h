@@ -36,6 +36,7 @@ struct RegisterOptions
     unsigned uiNumTasks = 1;          ///< threads that work; the result does not depend on it
     GpuContext gpu = nullptr;         ///< computes the features, unless null
     double dMmPerUnit = 1.0;          ///< unit of the lengths in words and results
+    JournalStamp stamp = {};          ///< for the journal of the session; without a time, same scans, same session
 };
 
 /// Scans in clusters, each with a frame of its own, and how well they fit there.

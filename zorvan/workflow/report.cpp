@@ -4,6 +4,7 @@
 #include "reporttemplate.h"
 
 #include "zorvan/scans/atomicfile.h"
+#include "zorvan/scans/exactpose.h"
 #include "zorvan/scans/jsonvalues.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/util/base64.h"
@@ -128,8 +129,17 @@ Json frameJson(const Frame& frame, double mmPerUnit)
             {"step", Zorvan::JsonNumber(frame.lattice.dStep / mmPerUnit)}};
 }
 
-Json scanJson(const ScanRow& scan, const Zorvan::Rgb& colour, double mmPerUnit)
+/// Between the coordinates of the files, whatever was taken off them.
+Json poseJson(const ScanRow& scan, const RegistrationTable& table)
 {
+    Zorvan::ScanPose pose;
+    SetPoseAbout(pose, scan.pose, scan.shift, table.shift);
+    return Zorvan::JsonPose(pose, table.dMmPerUnit, pose.exact.has_value());
+}
+
+Json scanJson(const ScanRow& scan, const Zorvan::Rgb& colour, const RegistrationTable& table)
+{
+    const double mmPerUnit = table.dMmPerUnit;
     return {{"file", scan.file},
             {"id", scan.id},
             {"colour", colour},
@@ -139,7 +149,7 @@ Json scanJson(const ScanRow& scan, const Zorvan::Rgb& colour, double mmPerUnit)
             {"slip", number(scan.dSlip / mmPerUnit)},
             {"verdict", scan.verdict},
             {"placed", scan.isPlaced},
-            {"pose", Zorvan::JsonPose(scan.pose, mmPerUnit)}};
+            {"pose", poseJson(scan, table)}};
 }
 
 Json pairsJson(const std::vector<PairRow>& pairs, double mmPerUnit)
@@ -171,7 +181,7 @@ Json reportJson(const RegistrationTable& table, std::span<const SurfelSpan> surf
         frames.push_back(frameJson(frame, table.dMmPerUnit));
         for (const std::size_t i : frame.scans) {
             const PackedCloud cloud = packCloud(surfaces[i], poseOrIdentity(table.scans[i]), frame.lattice);
-            scans[i] = scanJson(table.scans[i], ScanColour(i), table.dMmPerUnit);
+            scans[i] = scanJson(table.scans[i], ScanColour(i), table);
             scans[i]["cloud"] = cloudJson(thinned(cloud, shareOf(surfaces[i].points.size(), all)));
         }
     }

@@ -2,14 +2,16 @@
 #include "zorvan/workflow/runrecord.h"
 
 #include "zorvan/preregistration/settingsserialization.h"
-#include "zorvan/scans/filebytes.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/jsonvalues.h"
+#include "zorvan/scans/movestream.h"
 #include "zorvan/util/csha1.h"
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <utility>
 
 namespace prereg {
@@ -50,9 +52,11 @@ RunInput DescribeInput(const std::filesystem::path& file)
 {
     RunInput input{file.filename().string(), 0, {}};
     try {
-        const std::string bytes = Zorvan::ReadFileBytes(file);
-        input.uiBytes = bytes.size();
-        input.sha1 = commonText(Zorvan::CSHA1::Compute(bytes.data(), bytes.size()));
+        Zorvan::CMoveStream stream(file, nullptr, Zorvan::Hooks::None());
+        input.uiBytes = stream.Size();
+        constexpr std::size_t uiPart = std::size_t{1} << 20U;
+        input.sha1 = commonText(
+            Zorvan::CSHA1::Compute([&] { return stream.Take(std::min<std::uint64_t>(uiPart, stream.BytesLeft())); }));
     } catch (const Zorvan::CInputError&) {
         input.sha1.clear(); // who reads it for good says why not
     }

@@ -62,7 +62,7 @@ CScanPairs::CScanPairs(const CSession& session, CSession::Group group)
                 scan.start = registration.GetTrafo(file.id);
             scan.searched.set = registration.GetPointSetAndTransform(file.id).first;
             scan.searched.view =
-                std::make_shared<const CScanView>(*scan.searched.set, SensorKnowledge{false, {}, file.ray});
+                std::make_shared<const CScanView>(*scan.searched.set, SensorKnowledge{false, file.sensor, file.ray});
             scan.isPlane = PlaneShare(scan.searched.set->GetNormals()) > verdict::dMaxPlaneShare;
             scan.box = OrientedBox::FromCorners(scan.searched.set->GetAABB());
         }));

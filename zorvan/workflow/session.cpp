@@ -5,11 +5,14 @@
 #include "zorvan/documents/bson.h"
 #include "zorvan/scans/farcoordinates.h"
 #include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/stagingfolder.h"
 #include "zorvan/util/csha1.h"
 #include "zorvan/verdict/scansampling.h"
 #include "zorvan/verdict/viewingray.h"
 #include "zorvan/workflow/documentfile.h"
+#include "zorvan/workflow/sensorbeside.h"
 #include "zorvan/workflow/sessioncheck.h"
+#include "zorvan/workflow/sessiondocument.h"
 
 #include <algorithm>
 #include <cmath>
@@ -17,8 +20,7 @@
 #include <cstdio>
 #include <exception>
 #include <new>
-#include <stdexcept>
-#include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace prereg {
@@ -27,9 +29,9 @@ namespace {
 
 constexpr const char* sUnit = "mm_per_unit";
 constexpr const char* sFiles = "files";
-constexpr const char* sRay = "ray";
-constexpr const char* sShift = "shift";
-constexpr double dLargestShift = 1e30; // mm; its square must be finite
+constexpr const char* sJournal = "journal";
+constexpr const char* sPast = "past";
+constexpr const char* sKept = "kept_point_sets";
 
 /// The registration goes through clusters in descending order of the texts of their identifiers, so the first scan gets
 /// the highest one. The other digits tell scans of the same number apart; version and variant are those of RFC 9562 for
@@ -44,6 +46,11 @@ UniversalUniqueID makeID(std::size_t number, const std::string& name, const Vect
                              hash.substr(11, 3) + "-" + hash.substr(14, 12));
 }
 
+std::filesystem::path folderOf(const std::filesystem::path& file)
+{
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(file).parent_path());
+}
+
 /// All points are needed for that: those of the set have been thinned.
 std::optional<kdtree::Vector<3>> rayOf(const Zorvan::SurfelScan& scan)
 {
@@ -54,56 +61,13 @@ std::optional<kdtree::Vector<3>> rayOf(const Zorvan::SurfelScan& scan)
     return ray.direction;
 }
 
-bson::object toObject(const kdtree::Vector<3>& v)
+/// Where the file of a scan lies; empty for a scan that is none. A link stays one: it may move with its folder.
+std::filesystem::path placeOf(const std::filesystem::path& scan)
 {
-    return {bson::element("x", static_cast<double>(v.x)), bson::element("y", static_cast<double>(v.y)),
-            bson::element("z", static_cast<double>(v.z))};
-}
-
-bson::object toObject(const Zorvan::Position& p)
-{
-    return {bson::element("x", p[0]), bson::element("y", p[1]), bson::element("z", p[2])};
-}
-
-/// Zeros where there is none: near the origin, and in sessions of earlier versions.
-Zorvan::Position readShift(const bson::object& from)
-{
-    for (const bson::element& e : from) {
-        if (e.name() != std::string_view(sShift)) continue;
-        const bson::object shift = e.as_object();
-        const auto read = [&](const char* axis) {
-            const double value = shift.child(axis).as_double();
-            if (!(std::abs(value) <= dLargestShift)) throw std::invalid_argument("no shift");
-            return value;
-        };
-        return {read("x"), read("y"), read("z")};
-    }
-    return {};
-}
-
-/// Nothing in sessions of earlier versions, and for a scan that does not show it.
-std::optional<kdtree::Vector<3>> readRay(const bson::object& file)
-{
-    for (const bson::element& e : file) {
-        if (e.name() != std::string_view(sRay)) continue;
-        const bson::object ray = e.as_object();
-        const auto read = [&](const char* axis) { return static_cast<float>(ray.child(axis).as_double()); };
-        const kdtree::Vector<3> direction(read("x"), read("y"), read("z"));
-        if (!direction.IsFinite() || !(direction.LengthSq() > 0.0F)) throw std::invalid_argument("no direction");
-        return direction;
-    }
-    return {};
-}
-
-std::vector<CSession::ScanFile> readFiles(const bson::object& document)
-{
-    std::vector<CSession::ScanFile> files;
-    for (const bson::element& e : document) {
-        const bson::object file = e.as_object();
-        files.push_back({UniversalUniqueID::Load(file.child("entity_id").as_uuid()), file.child("name").as_string(),
-                         readRay(file), readShift(file)});
-    }
-    return files;
+    std::error_code error;
+    const std::filesystem::path file = Zorvan::FileOfScan(scan);
+    if (!std::filesystem::is_regular_file(file, error)) return {};
+    return folderOf(file) / file.filename();
 }
 
 } // namespace
@@ -126,12 +90,14 @@ CSession CSession::Load(const std::filesystem::path& file, const Group& group)
     };
     try {
         auto registration = CClusterRegistration::FromObject(document, group);
-        std::vector<ScanFile> files = readFiles(document.child(sFiles).as_object());
+        const std::filesystem::path folder = folderOf(file);
+        std::vector<ScanFile> files = ReadFiles(document.child(sFiles).as_object(), folder);
         const double mmPerUnit = document.child(sUnit).as_double();
         if (!(mmPerUnit > 0.0) || !std::isfinite(mmPerUnit)) refuse("damaged: its unit of length is no length");
         if (const std::string why = WhatIsWrongWith(registration, files); !why.empty()) refuse("damaged: " + why);
         CSession session(std::move(registration), mmPerUnit, std::move(files));
-        session.m_shift = readShift(document);
+        session.m_shift = ReadShift(document);
+        session.readPast(document, folder);
         return session;
     } catch (const Zorvan::CInputError&) {
         throw;
@@ -145,18 +111,40 @@ CSession CSession::Load(const std::filesystem::path& file, const Group& group)
 
 void CSession::Save(const std::filesystem::path& file) const
 {
-    bson::object files;
-    for (const ScanFile& scan : m_files) {
-        bson::object entry{bson::element::make_uuid("entity_id", &scan.id), bson::element("name", scan.name)};
-        if (scan.ray) entry += bson::element(sRay, toObject(*scan.ray));
-        if (scan.shift != Zorvan::Position{}) entry += bson::element(sShift, toObject(scan.shift));
-        files += bson::element("file", entry);
-    }
+    const std::filesystem::path folder = folderOf(Zorvan::PublishedPath(file));
     bson::object document = m_registration.ToObject();
     document += bson::element(sUnit, m_mmPerUnit);
-    if (m_shift != Zorvan::Position{}) document += bson::element(sShift, toObject(m_shift));
-    document += bson::element(sFiles, files);
-    WriteDocumentFile(file, document);
+    AppendShift(document, m_shift);
+    document += bson::element(sFiles, FilesToObject(m_files, folder));
+    WriteDocumentFile(file, document + pastToObject(folder));
+}
+
+bson::object CSession::pastToObject(const std::filesystem::path& folder) const
+{
+    bson::object past;
+    for (const Step& step : m_past) {
+        bson::object entry = step.clusters + bson::element(sFiles, FilesToObject(step.files, folder));
+        AppendShift(entry, step.shift);
+        past += bson::element("step", entry);
+    }
+    bson::object document;
+    if (!m_journal.empty()) document += bson::element(sJournal, JournalToObject(m_journal));
+    if (!m_past.empty()) document += bson::element(sPast, past);
+    if (m_kept) document += bson::element(sKept, m_kept);
+    return document;
+}
+
+void CSession::readPast(const bson::object& document, const std::filesystem::path& folder)
+{
+    if (const auto journal = PartOf(document, sJournal)) m_journal = ReadJournal(*journal);
+    if (const auto kept = PartOf(document, sKept)) m_kept = *kept;
+    const auto past = PartOf(document, sPast);
+    for (const bson::element& e : past.value_or(bson::object())) {
+        const bson::object step = e.as_object();
+        m_past.push_back({step, ReadFiles(step.child(sFiles).as_object(), folder), ReadShift(step)});
+        bson::object& clusters = m_past.back().clusters;
+        clusters = clusters.erase(sFiles).erase("shift");
+    }
 }
 
 bool CSession::Add(const Zorvan::SurfelScan& scan, const std::shared_ptr<const CFPFHPointSet>& set,
@@ -165,7 +153,9 @@ bool CSession::Add(const Zorvan::SurfelScan& scan, const std::shared_ptr<const C
     const std::string name = scan.file.filename().string();
     const UniversalUniqueID id = makeID(m_files.size(), name, scan.points);
     if (!m_registration.AddPointSet(id, set, &preTrafo)) return false;
-    m_files.push_back({id, name, isRayKept ? rayOf(scan) : std::nullopt, scan.shift});
+    const std::optional<kdtree::Vector<3>> sensor = SensorBeside(scan);
+    m_files.push_back(
+        {id, name, isRayKept && !sensor ? rayOf(scan) : std::nullopt, scan.shift, sensor, placeOf(scan.file)});
     return true;
 }
 
@@ -179,6 +169,14 @@ Zorvan::Position CSession::GetSharedShift() const
 bool CSession::Contains(const std::string& name) const
 {
     return std::any_of(m_files.begin(), m_files.end(), [&](const ScanFile& scan) { return scan.name == name; });
+}
+
+std::map<std::string, std::string> ClustersByName(const CSession& session)
+{
+    std::map<std::string, std::string> clusters;
+    for (const CSession::ScanFile& file : session.GetFiles())
+        clusters[file.name] = session.GetRegistration().GetClusterID(file.id);
+    return clusters;
 }
 
 } // namespace prereg

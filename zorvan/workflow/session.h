@@ -8,6 +8,7 @@
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/util/universaluniqueid.h"
 #include "zorvan/workflow/export.h"
+#include "zorvan/workflow/sessionjournal.h"
 
 #include <cstddef>
 #include <filesystem>
@@ -30,14 +31,26 @@ public:
     struct ScanFile
     {
         UniversalUniqueID id;
-        std::string name;                          ///< without folder
-        std::optional<kdtree::Vector<3>> ray = {}; ///< to the sensor, in scan coordinates, where the points show it
-        Zorvan::Position shift = {};               ///< mm, was taken off the coordinates of the scan
+        std::string name;                             ///< without folder
+        std::optional<kdtree::Vector<3>> ray = {};    ///< to the sensor, in scan coordinates, where the points show it
+        Zorvan::Position shift = {};                  ///< mm, was taken off the coordinates of the scan
+        std::optional<kdtree::Vector<3>> sensor = {}; ///< where it stood beside what it saw, in scan coordinates
+        std::filesystem::path file = {};              ///< absolute; empty for a scan that a host had in memory
+    };
+    /// How many changes can be taken back.
+    static constexpr std::size_t uiMostSteps = 16;
+    /// Where all scans were at one time.
+    struct Step
+    {
+        bson::object clusters; ///< as the document of a registration has them, without surfaces
+        std::vector<ScanFile> files;
+        Zorvan::Position shift = {};
     };
 
     CSession(const ConfigurationFPFH& config, double dMmPerUnit, const Group& group);
     /// Of its parts; each entity of the registration is one of the files.
     CSession(CClusterRegistration registration, double dMmPerUnit, std::vector<ScanFile> files);
+    /// Names of files are kept relative to the session: a folder with scans and session can be moved as a whole.
     /// @throws CInputError when the file is no whole session
     static CSession Load(const std::filesystem::path& file, const Group& group);
     /// Whole or not at all. @throws CInputError
@@ -63,11 +76,35 @@ public:
     [[nodiscard]] CClusterRegistration& GetRegistration() { return m_registration; }
     [[nodiscard]] const CClusterRegistration& GetRegistration() const { return m_registration; }
 
+    /// What was done to it, oldest first.
+    [[nodiscard]] const SessionJournal& GetJournal() const { return m_journal; }
+    void Note(const JournalEntry& entry) { m_journal.push_back(entry); }
+    /// Where the scans are now, to be added once they have moved.
+    [[nodiscard]] Step GetStep() const;
+    /// The next change to take back ends there. The oldest of too many is forgotten.
+    void AddStep(Step step);
+    /// Takes over shift, journal and steps of the session that this one was made from, whose state becomes the next to
+    /// go back to; surfaces of scans that have gone stay for that.
+    void GoOnFrom(const CSession& before, const JournalEntry& entry);
+    /// Before its last change; that itself can be taken back too, and so on. Scans that came with the change are gone.
+    /// @throws std::invalid_argument when there is no change to take back, or what is kept of it is damaged
+    [[nodiscard]] CSession Undone(const Group& group, const JournalStamp& stamp = {}) const;
+
 private:
+    void forgetSurfaces();
+    [[nodiscard]] bson::object pastToObject(const std::filesystem::path& folder) const;
+    void readPast(const bson::object& document, const std::filesystem::path& folder);
+
     CClusterRegistration m_registration;
     double m_mmPerUnit;
     Zorvan::Position m_shift = {};
     std::vector<ScanFile> m_files;
+    SessionJournal m_journal;
+    std::vector<Step> m_past; ///< before the changes, oldest first
+    bson::object m_kept;      ///< surfaces that only the past has
 };
+
+/// The cluster of each scan, by the name of the scan.
+[[nodiscard]] ZORVAN_WORKFLOW_API std::map<std::string, std::string> ClustersByName(const CSession& session);
 
 } // namespace prereg

@@ -86,7 +86,8 @@ CClusterRegistration rebuilt(const CClusterRegistration& old, const Contents& co
 
 } // namespace
 
-CSession WithoutScan(const CSession& session, const std::string& name, const CSession::Group& group)
+CSession WithoutScan(const CSession& session, const std::string& name, const CSession::Group& group,
+                     const JournalStamp& stamp)
 {
     const UniversalUniqueID id = idOf(session, name);
     Contents contents = contentsOf(session.GetRegistration());
@@ -95,11 +96,12 @@ CSession WithoutScan(const CSession& session, const std::string& name, const CSe
     std::vector<CSession::ScanFile> files = session.GetFiles();
     std::erase_if(files, [&](const CSession::ScanFile& file) { return file.id == id; });
     CSession edited(rebuilt(session.GetRegistration(), contents, group), session.GetMmPerUnit(), std::move(files));
-    edited.SetShift(session.GetShift());
+    edited.GoOnFrom(session, {stamp, "removed", {name}, {}});
     return edited;
 }
 
-CSession WithScanApart(const CSession& session, const std::string& name, const CSession::Group& group)
+CSession WithScanApart(const CSession& session, const std::string& name, const CSession::Group& group,
+                       const JournalStamp& stamp)
 {
     const UniversalUniqueID id = idOf(session, name);
     Contents contents = contentsOf(session.GetRegistration());
@@ -107,7 +109,7 @@ CSession WithScanApart(const CSession& session, const std::string& name, const C
     CClusterRegistration registration = rebuilt(session.GetRegistration(), contents, group, id);
     registration.AddPointSet(entity, set, &start);
     CSession edited(std::move(registration), session.GetMmPerUnit(), session.GetFiles());
-    edited.SetShift(session.GetShift());
+    edited.GoOnFrom(session, {stamp, "put apart", {name}, {}});
     return edited;
 }
 

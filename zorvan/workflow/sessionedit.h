@@ -8,14 +8,16 @@
 
 namespace prereg {
 
+// Both stand in the journal of the session, and it can be taken back (`CSession::Undone`).
+
 /// The session without one of its scans. All others keep their poses, their clusters and the frames of these.
 /// @throws std::invalid_argument for a name that it does not have, and for its only scan
 [[nodiscard]] ZORVAN_WORKFLOW_API CSession WithoutScan(const CSession& session, const std::string& name,
-                                                       const CSession::Group& group);
+                                                       const CSession::Group& group, const JournalStamp& stamp = {});
 
 /// The same with the scan in a cluster of its own, where the next registration looks for its place anew.
 /// @throws std::invalid_argument for a name that it does not have
 [[nodiscard]] ZORVAN_WORKFLOW_API CSession WithScanApart(const CSession& session, const std::string& name,
-                                                         const CSession::Group& group);
+                                                         const CSession::Group& group, const JournalStamp& stamp = {});
 
 } // namespace prereg
