@@ -140,7 +140,7 @@ TEST_F(BadInput, OfTheCallIsRefusedInOneLine)
         {"align missing.xyz flt.xyz --initial p.json", "missing.xyz: no such file"},
         {"align fix.xyz flt.xyz --initial missing.json", "missing.json: no such file"},
         {"align . flt.xyz --initial p.json", "not a file"},
-        {"align flt.xyz ./flt.xyz --initial p.json", "both scans are named"},
+        {"align flt.xyz ./flt.xyz --initial p.json", "two scans are named"},
         {"align fix.xyz flt.xyz --initial p.json -o no/such/out.json", "no/such: cannot be written"},
         {"align fix.xyz flt.xyz -o ./fix.xyz", "./fix.xyz: would replace fix.xyz"},
         {"align fix.xyz flt.xyz -o link.xyz", "link.xyz: would replace flt.xyz"},

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
-#include "gpu.h"
 #include "options.h"
 #include "pairoptions.h"
 #include "progress.h"
@@ -38,13 +37,9 @@ struct AlignOptions
     GpuOptions gpu;
 };
 
-std::string nameOf(const std::string& file) { return std::filesystem::path(file).filename().string(); }
-
 void checkCall(const AlignOptions& options)
 {
-    if (nameOf(options.fix) == nameOf(options.flt))
-        throw Zorvan::CInputError("both scans are named " + nameOf(options.fix) +
-                                  ", and poses are matched by file name; rename one of them");
+    Zorvan::RequireDistinctNames({options.fix, options.flt});
     if (options.output.empty()) return;
     Zorvan::RequireApart(options.output, {options.fix, options.flt, options.initial, options.settings.file});
     Zorvan::RequireWritable(options.output);
@@ -91,7 +86,7 @@ int align(AlignOptions options)
         Tell(words, options.general.isQuiet);
     const Zorvan::PosesFile poses = prereg::ToPoses(found, pair.fix, pair.flt, options.files.dMmPerUnit, options.isAll);
     if (!options.output.empty()) Zorvan::WritePoses(options.output, poses);
-    std::cout << prereg::VerdictText(found, nameOf(options.fix), nameOf(options.flt), options.files.dMmPerUnit) << '\n';
+    std::cout << prereg::VerdictText(found, NameOf(options.fix), NameOf(options.flt), options.files.dMmPerUnit) << '\n';
     if (result && options.output.empty()) std::cout << Zorvan::PoseText(poses.clusters.front().scans.back(), poses);
     return result ? Done : NotEveryScan;
 }

@@ -14,7 +14,6 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -31,25 +30,18 @@ struct ApplyOptions
     GeneralOptions general;
 };
 
-std::string nameOf(const std::string& file) { return std::filesystem::path(file).filename().string(); }
-
 std::filesystem::path outputOf(const ApplyOptions& options, const std::string& scan)
 {
-    return std::filesystem::path(options.folder) / nameOf(scan);
+    return std::filesystem::path(options.folder) / NameOf(scan);
 }
 
 /// Nothing that is read is replaced, and no result by another.
 void checkCall(const ApplyOptions& options)
 {
-    std::set<std::string> names;
+    Zorvan::RequireDistinctNames(options.scans);
     std::vector<std::string> inputs = options.scans;
     inputs.push_back(options.poses);
-    for (const std::string& scan : options.scans) {
-        if (!names.insert(nameOf(scan)).second)
-            throw Zorvan::CInputError("two scans are named " + nameOf(scan) +
-                                      ", and poses are matched by file name; rename one of them");
-        Zorvan::RequireApart(outputOf(options, scan), inputs);
-    }
+    for (const std::string& scan : options.scans) Zorvan::RequireApart(outputOf(options, scan), inputs);
 }
 
 int apply(const ApplyOptions& options)
@@ -61,7 +53,7 @@ int apply(const ApplyOptions& options)
     for (const std::string& scan : options.scans) {
         const auto move = prereg::FindMove(poses, scan, options.dMmPerUnit);
         if (!move)
-            throw Zorvan::CInputError(options.poses, "has no pose of " + nameOf(scan),
+            throw Zorvan::CInputError(options.poses, "has no pose of " + NameOf(scan),
                                       "leave the scan out, or add a pose under this file name");
         if (!move->why.empty())
             Tell("left out: " + move->why, false);

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
-#include "gpu.h"
 #include "options.h"
 #include "progress.h"
 

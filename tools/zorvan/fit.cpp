@@ -8,6 +8,7 @@
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/workflow/primitivefile.h"
 #include "zorvan/workflow/primitivefit.h"
+#include "zorvan/workflow/radiuslimits.h"
 
 #include <filesystem>
 #include <iostream>
@@ -30,43 +31,15 @@ struct FitOptions
     ScanFileOptions files;
 };
 
-double parseLength(const std::string& option, const std::string& text, double dMmPerUnit)
-{
-    const double length = ParseNumbers(option, text, 1).front() * dMmPerUnit;
-    if (!(length > 0.0)) throw Zorvan::CInputError(option + ": a radius is greater than 0");
-    return length;
-}
-
-/// What stands behind "radius=".
-std::string valueOf(const FitOptions& options, const std::string& option, const std::string& text)
-{
-    const std::string name = "radius=";
-    if (options.primitive == "cone")
-        throw Zorvan::CInputError(option + ": a cone has no radius of its own; only sphere and cylinder take one");
-    if (text.compare(0, name.size(), name) != 0)
-        throw Zorvan::CInputError(option + ": \"" + text +
-                                  "\" does not begin with radius=, the one thing that can be given");
-    return text.substr(name.size());
-}
-
 prereg::RadiusLimits limitsOf(const FitOptions& options)
 {
+    if (options.primitive == "cone" && !(options.bounded.empty() && options.fixed.empty()))
+        throw Zorvan::CInputError("a cone has no radius of its own; only sphere and cylinder take --fix and --bound");
     prereg::RadiusLimits limits;
-    for (const std::string& text : options.bounded) {
-        const std::string value = valueOf(options, "--bound", text);
-        const std::size_t colon = value.find(':');
-        if (colon == std::string::npos)
-            throw Zorvan::CInputError("--bound: \"" + text +
-                                      "\" is not two lengths with a colon between, as radius=2:3");
-        limits.dLow = parseLength("--bound", value.substr(0, colon), options.files.dMmPerUnit);
-        limits.dHigh = parseLength("--bound", value.substr(colon + 1), options.files.dMmPerUnit);
-        if (!(limits.dLow < limits.dHigh))
-            throw Zorvan::CInputError("--bound: the first length must be the smaller one");
-    }
-    for (const std::string& text : options.fixed) {
-        limits.dLow = parseLength("--fix", valueOf(options, "--fix", text), options.files.dMmPerUnit);
-        limits.dHigh = limits.dLow;
-    }
+    for (const std::string& text : options.bounded)
+        limits = prereg::ReadRadiusBounds("--bound", text, options.files.dMmPerUnit);
+    for (const std::string& text : options.fixed)
+        limits = prereg::ReadFixedRadius("--fix", text, options.files.dMmPerUnit);
     return limits;
 }
 

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <filesystem>
 #include <iostream>
 #include <string_view>
 
@@ -88,6 +89,21 @@ bson::object SettingsOptions::Read(bool isQuiet) const
     return fromFile.update(stored);
 }
 
+void GpuOptions::AddTo(CCommand command)
+{
+    command.AddFlag("--gpu", isWanted,
+                    "Compute features on the best OpenCL device (see zorvan devices); without one,\non the processor");
+}
+
+std::shared_ptr<prereg::CFPFHDataSource::GPUContext> GpuOptions::MakeContext(bool isQuiet) const
+{
+    if (!isWanted) return nullptr;
+    auto context = std::make_shared<prereg::CFPFHDataSource::GPUContext>();
+    if (*context) return context;
+    Tell("--gpu: no OpenCL device that works; the processor computes the features", isQuiet);
+    return nullptr;
+}
+
 std::vector<double> ParseNumbers(const std::string& option, const std::string& text, std::size_t count)
 {
     std::vector<double> numbers;
@@ -102,6 +118,8 @@ std::vector<double> ParseNumbers(const std::string& option, const std::string& t
                                   (count == 1 ? " number" : " numbers with commas between"));
     return numbers;
 }
+
+std::string NameOf(const std::string& file) { return std::filesystem::path(file).filename().string(); }
 
 void Tell(const std::string& text, bool isQuiet)
 {

@@ -4,9 +4,11 @@
 #include "commandline.h"
 
 #include "zorvan/documents/bson.h"
+#include "zorvan/features/cfpfhdatasource_gpu.h"
 #include "zorvan/scans/scanreader.h"
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -52,8 +54,22 @@ struct SettingsOptions
     [[nodiscard]] bson::object Read(bool isQuiet) const;
 };
 
+/// Where features are computed.
+struct GpuOptions
+{
+    bool isWanted = false;
+
+    void AddTo(CCommand command);
+    /// The best device, made ready. Null when none is wanted, and also when none works: the processor then does the
+    /// work, and one line says so unless `isQuiet`.
+    [[nodiscard]] std::shared_ptr<prereg::CFPFHDataSource::GPUContext> MakeContext(bool isQuiet) const;
+};
+
 /// Exactly `count` finite numbers, separated by commas. @throws CInputError that names the option
 [[nodiscard]] std::vector<double> ParseNumbers(const std::string& option, const std::string& text, std::size_t count);
+
+/// Of a scan: without its folder.
+[[nodiscard]] std::string NameOf(const std::string& file);
 
 /// One line on standard error for the user; nothing when `text` is empty or `isQuiet`.
 void Tell(const std::string& text, bool isQuiet);

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
-#include "gpu.h"
 #include "options.h"
 #include "progress.h"
 
@@ -26,7 +25,6 @@
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -57,8 +55,6 @@ struct RegisterOptions
 
 constexpr const char* sSession = "session.zdoc";
 
-std::string nameOf(const std::string& file) { return std::filesystem::path(file).filename().string(); }
-
 std::filesystem::path sessionOf(const RegisterOptions& options)
 {
     return std::filesystem::path(options.folder) / sSession;
@@ -68,12 +64,7 @@ void checkCall(const RegisterOptions& options)
 {
     if (options.scans.empty() && options.session.empty())
         throw Zorvan::CInputError("no scans: name some, or a --session to go on with");
-    std::set<std::string> names;
-    for (const std::string& scan : options.scans) {
-        if (!names.insert(nameOf(scan)).second)
-            throw Zorvan::CInputError("two scans are named " + nameOf(scan) +
-                                      ", and poses are matched by file name; rename one of them");
-    }
+    Zorvan::RequireDistinctNames(options.scans);
     if (options.session.empty()) return;
     if (options.hasGrid || !options.settings.file.empty())
         throw Zorvan::CInputError(
@@ -95,11 +86,8 @@ void checkFiles(const RegisterOptions& options)
     inputs.push_back(options.settings.file);
     Zorvan::RequireApart(sessionOf(options), inputs);
     inputs.push_back(options.session);
-    Zorvan::RequireApart(std::filesystem::path(options.folder) / prereg::sRunRecordFile, inputs);
-    if (!options.exported.empty()) Zorvan::RequireApart(exportOf(options), inputs);
-    for (const char* name : prereg::resultFiles) {
-        if (name != std::string(sSession)) Zorvan::RequireApart(std::filesystem::path(options.folder) / name, inputs);
-    }
+    for (const std::string& name : prereg::ResultNames(options.exported))
+        if (name != sSession) Zorvan::RequireApart(std::filesystem::path(options.folder) / name, inputs);
     for (const std::string& scan : options.scans) {
         if (Zorvan::IsColouredResult(scan))
             throw Zorvan::CInputError(scan, "a merged or coloured cloud that zorvan has written, not a scan",
@@ -147,7 +135,7 @@ prereg::CSession load(RegisterOptions& options, const prereg::CSession::Group& g
     prereg::CSession session = prereg::CSession::Load(options.session, group);
     if (!options.hasScale) options.files.dMmPerUnit = session.GetMmPerUnit();
     for (const std::string& scan : options.scans) {
-        if (session.Contains(nameOf(scan)) || session.Contains(Zorvan::NumberedName(nameOf(scan), 1).string()))
+        if (session.Contains(NameOf(scan)) || session.Contains(Zorvan::NumberedName(NameOf(scan), 1).string()))
             throw Zorvan::CInputError(scan, "a scan of this name is in the session already", "rename it");
     }
     return session;
@@ -193,15 +181,6 @@ prereg::RegisterResult run(RegisterOptions& options, const prereg::CStartPoses& 
     times.End("reading");
     const prereg::RegisterOptions how = toOptions(options, initial, scans, session.GetShift());
     return prereg::RegisterScans(std::move(scheduler), std::move(session), scans, how, hooks);
-}
-
-/// The folder is there, and every result can be written into it.
-void prepareFolder(const std::filesystem::path& folder)
-{
-    Zorvan::MakeFolder(folder);
-    Zorvan::RequireWritable(folder / sSession);
-    for (const char* name : prereg::resultFiles) Zorvan::RequireReplaceable(folder / name);
-    Zorvan::RequireReplaceable(folder / prereg::sRunRecordFile);
 }
 
 std::vector<prereg::RunInput> describeInputs(const RegisterOptions& options)
@@ -253,7 +232,7 @@ int registerScans(RegisterOptions options)
     const prereg::CStartPoses initial =
         options.initial.empty() ? prereg::CStartPoses()
                                 : prereg::CStartPoses(options.initial, options.files.dMmPerUnit, options.scans);
-    prepareFolder(folder);
+    prereg::PrepareResults(folder);
     const std::vector<Zorvan::CFileLock> locks = lockSessions(options);
     if (!options.session.empty()) Zorvan::TidyStagingFolders(std::filesystem::path(options.session).parent_path());
 

@@ -3,6 +3,7 @@
 
 #include "zorvan/scans/inputerror.h"
 
+#include <set>
 #include <system_error>
 
 namespace Zorvan {
@@ -21,6 +22,16 @@ void RequireApart(const std::filesystem::path& output, const std::vector<std::st
         if (!input.empty() && IsSameFile(output, input))
             throw CInputError(output, "would replace " + input + ", which is read",
                               "give another place for the output");
+    }
+}
+
+void RequireDistinctNames(const std::vector<std::string>& scans)
+{
+    std::set<std::filesystem::path> names;
+    for (const std::filesystem::path scan : scans) {
+        if (!names.insert(scan.filename()).second)
+            throw CInputError("two scans are named " + scan.filename().string() +
+                              ", and poses are matched by file name; rename one of them");
     }
 }
 

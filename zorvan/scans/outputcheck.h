@@ -17,4 +17,7 @@ namespace Zorvan {
 /// @throws CInputError
 ZORVAN_SCANS_API void RequireApart(const std::filesystem::path& output, const std::vector<std::string>& inputs);
 
+/// Poses are matched by file name. @throws CInputError for two scans of one name, in whatever folders
+ZORVAN_SCANS_API void RequireDistinctNames(const std::vector<std::string>& scans);
+
 } // namespace Zorvan

@@ -132,6 +132,21 @@ std::string MainCluster(const RegistrationTable& table)
     return clusters.empty() ? std::string() : table.scans[clusters.front().front()].cluster;
 }
 
+std::vector<std::string> ResultNames(const std::string& exported)
+{
+    std::vector<std::string> names(resultFiles.begin(), resultFiles.end());
+    names.emplace_back(sRunRecordFile);
+    if (!exported.empty()) names.push_back(ExportName(exported));
+    return names;
+}
+
+void PrepareResults(const std::filesystem::path& folder)
+{
+    Zorvan::MakeFolder(folder);
+    Zorvan::RequireWritable(folder / resultFiles.back());
+    for (const std::string& name : ResultNames()) Zorvan::RequireReplaceable(folder / name);
+}
+
 std::string ExportName(const std::string& ending) { return "scans." + ending; }
 
 ExportOutcome WriteRegistration(const std::filesystem::path& folder, const CSession& session,

@@ -26,6 +26,10 @@ struct MoreResults
     std::function<std::string()> runRecord = {}; ///< text of run.json, asked for when all else is there; empty: none
 };
 inline constexpr const char* sRunRecordFile = "run.json";
+/// All files of a registration. @param exported  as in MoreResults
+[[nodiscard]] ZORVAN_WORKFLOW_API std::vector<std::string> ResultNames(const std::string& exported = {});
+/// Makes the folder, and sees that every result can be written into it. @throws CInputError
+ZORVAN_WORKFLOW_API void PrepareResults(const std::filesystem::path& folder);
 /// "scans.e57"
 [[nodiscard]] ZORVAN_WORKFLOW_API std::string ExportName(const std::string& ending);
 
