@@ -83,6 +83,40 @@ TEST(CPoseJudge, IsRefutedByASmallPatchThatTheOtherSensorLookedThrough)
     EXPECT_LT(verdict.counts.uiSolid, verdict.counts.uiInFront); // the rim of the bump has samples beside it that match
 }
 
+TEST(CPoseJudge, DoubtsAPoseForTheMiddleOfAPatchThatIsTooSmallToRefuteIt)
+{
+    const auto block = [](float x, float y) {
+        return support::Waves(x, y) + (std::abs(x) < 0.75F && std::abs(y) < 1.1F ? 3.0F : 0.0F);
+    };
+    const auto with = support::PointSet(support::RasterScan(block, 20.0F, 0.2F, 0.02F, 1));
+    const auto without = support::PointSet(support::RasterScan(support::Waves, 20.0F, 0.2F, 0.02F, 2));
+    const CScanView a(with);
+    const CScanView b(without);
+    const PoseVerdict verdict = CPoseJudge(a, b).Judge(CTrafo());
+    ASSERT_GE(verdict.counts.uiSolid, verdict::uiDoubtfulSolid);
+    ASSERT_LT(verdict.counts.uiSolid, verdict::uiMinSolid);
+    EXPECT_LT(verdict.counts.Contradiction(), verdict::dMaxContradiction);
+    EXPECT_EQ(verdict.eFinding, EFinding::Doubtful);
+    EXPECT_EQ(JudgePoses(CPoseJudge(a, b), std::vector<CTrafo>{CTrafo()}).eVerdict, EPairVerdict::Ambiguous);
+}
+
+TEST(CPoseJudge, HoldsNoGapOfTheDataAgainstAPose)
+{
+    const Vector3 gaps[] = {{4, 0, 0}, {-6, 3, 0}, {-2, -8, 0}, {0, 9, 0}};
+    const auto torn = [&](float x, float y) {
+        for (const Vector3& gap : gaps)
+            if (std::hypot(x - gap.x, y - gap.y) < 2.5F) return NAN;
+        return support::Waves(x, y);
+    };
+    const auto tornSet = support::PointSet(support::RasterScan(torn, 20.0F, 0.2F, 0.02F, 1));
+    const auto wholeSet = support::PointSet(support::RasterScan(support::Waves, 20.0F, 0.2F, 0.02F, 2));
+    const CScanView a(tornSet);
+    const CScanView b(wholeSet);
+    const PoseVerdict verdict = CPoseJudge(a, b).Judge(CTrafo());
+    EXPECT_TRUE(verdict) << verdict.ToString();
+    EXPECT_GT(verdict.counts.uiInGap, 100U);
+}
+
 TEST(CPoseJudge, FindsSurfaceThatShouldHaveBeenSeen)
 {
     // The second scan has a plate beside the ball, which the first sensor would have seen.

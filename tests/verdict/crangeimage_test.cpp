@@ -95,6 +95,30 @@ TEST(CRangeImage, SaysWhatASecondSurfaceMeans)
     EXPECT_TRUE(image.IsMissing(at(-1e30F, 0), 0.0F, 2.5F)); // far outside of any pixel number
 }
 
+TEST(CRangeImage, TakesAHoleForAGapOnlyWhereCurvedSurfaceClosesIt)
+{
+    const auto bored = [](float x, float y) { return std::hypot(x - 4.0F, y) < 2.0F; };
+    const auto walled = [&](float x, float y) { // the far wall of the bore is seen
+        const float depth = 4.0F + std::hypot(x - 4.0F, y) - 3.0F;
+        return support::Waves(x, y) - (x > 4.0F && std::hypot(x - 4.0F, y) < 3.0F ? 4.0F * (4.0F - depth) : 0.0F);
+    };
+    const auto ring = [](float x, float y) { // it turns away from the sensor on both sides
+        const float off = std::hypot(x - 4.0F, y) - 6.0F;
+        return std::sqrt(16.0F - off * off);
+    };
+    const auto isGap = [&](const support::HeightField& height) {
+        const auto torn = [&](float x, float y) { return bored(x, y) ? NAN : height(x, y); };
+        const CRangeImage image = imageOf(support::RasterScan(torn, 20.0F, 0.25F), 0.25F);
+        return image.IsInGap(image.PixelAt(image.GetFrame() * Vector3(4, 0, 0)));
+    };
+    EXPECT_TRUE(isGap(support::Waves));
+    EXPECT_FALSE(isGap([](float x, float y) { return std::hypot(x, y) > 15.0F ? NAN : 0.3F * x; })); // a bore
+    EXPECT_FALSE(isGap(walled));
+    EXPECT_FALSE(isGap(ring));
+    const CRangeImage image = imageOf(support::RasterScan(support::Waves, 20.0F, 0.25F), 0.25F);
+    forEachPixel(image, [&](Pixel at) { EXPECT_FALSE(image.IsInGap(at)); }); // the outside is none
+}
+
 TEST(CRangeImage, DoesNotMissWhatLiesBeyondTheFieldOfView)
 {
     const auto cut = [](float x, float y) { return x > 8.0F ? NAN : support::Waves(x, y); };

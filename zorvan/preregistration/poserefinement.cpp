@@ -70,7 +70,7 @@ void countAgainst(MatchCounts& counts, const Projection& sample, float inFront)
     if (image.IsInFront(at, q.z - inFront)) {
         ++counts.iInFront;
     } else if (kdtree::Dot(sample.side.Direction(), toVector(sample.normal)) > facing &&
-               image.IsMissing(at, q.z, minPixels)) {
+               image.IsMissing(at, q.z, minPixels) && !image.IsInGap(at)) {
         ++counts.iUnseen;
     }
 }

@@ -7,6 +7,8 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <numeric>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -43,21 +45,51 @@ double sumOf(const std::vector<double>& values)
     return sum;
 }
 
+/// All edges, once a face, as their upper corners grouped by the lower one; each group is sorted.
+class CEdgesByCorner
+{
+public:
+    explicit CEdgesByCorner(const Scan& mesh) : m_begin(mesh.points.size() + 1, 0), m_upper(3 * mesh.faces.size())
+    {
+        // Counted, then filled in: sorting all edges at once took an eighth of the time that a pair of scans takes.
+        forEachEdge(mesh, [&](const Edge& edge) { ++m_begin[edge.first + 1]; });
+        std::partial_sum(m_begin.begin(), m_begin.end(), m_begin.begin());
+        std::vector<std::size_t> next = m_begin;
+        forEachEdge(mesh, [&](const Edge& edge) { m_upper[next[edge.first]++] = edge.second; });
+        for (std::size_t i = 0; i < mesh.points.size(); ++i) std::sort(at(m_begin[i]), at(m_begin[i + 1]));
+    }
+
+    [[nodiscard]] std::span<const std::uint32_t> Of(std::size_t corner) const
+    {
+        return std::span(m_upper).subspan(m_begin[corner], m_begin[corner + 1] - m_begin[corner]);
+    }
+
+private:
+    template <typename Visit>
+    static void forEachEdge(const Scan& mesh, const Visit& visit)
+    {
+        for (const Face& face : mesh.faces)
+            for (std::size_t k = 0; k < 3; ++k) visit(std::minmax({face[k], face[(k + 1) % 3]}));
+    }
+    std::vector<std::uint32_t>::iterator at(std::size_t i) { return m_upper.begin() + static_cast<std::ptrdiff_t>(i); }
+
+    std::vector<std::size_t> m_begin;
+    std::vector<std::uint32_t> m_upper;
+};
+
 /// Length of all edges that one face alone has.
 double rimOf(const Scan& mesh)
 {
-    std::vector<Edge> edges;
-    edges.reserve(3 * mesh.faces.size());
-    for (const Face& face : mesh.faces)
-        for (std::size_t k = 0; k < 3; ++k) edges.push_back(std::minmax({face[k], face[(k + 1) % 3]}));
-    std::sort(edges.begin(), edges.end());
+    const CEdgesByCorner edges(mesh);
     double rim = 0.0;
-    for (std::size_t i = 0; i < edges.size();) {
-        std::size_t next = i + 1;
-        while (next < edges.size() && edges[next] == edges[i]) ++next;
-        if (next == i + 1)
-            rim += static_cast<double>((mesh.points[edges[i].first] - mesh.points[edges[i].second]).Length());
-        i = next;
+    for (std::size_t corner = 0; corner < mesh.points.size(); ++corner) {
+        const std::span<const std::uint32_t> upper = edges.Of(corner);
+        for (std::size_t i = 0; i < upper.size();) {
+            std::size_t next = i + 1;
+            while (next < upper.size() && upper[next] == upper[i]) ++next;
+            if (next == i + 1) rim += static_cast<double>((mesh.points[corner] - mesh.points[upper[i]]).Length());
+            i = next;
+        }
     }
     return rim;
 }

@@ -405,7 +405,7 @@ void CPoseJudge::countInImage(std::size_t side, std::span<const Sample> samples,
             fronts.push_back(sample.uiCell);
         } else if (canMiss && moved.normal.z > static_cast<float>(verdict::dFacingCosine) &&
                    image.IsMissing(at, moved.point.z, static_cast<float>(verdict::dMissingPixels))) {
-            ++counts.uiMissing;
+            ++(image.IsInGap(at) ? counts.uiInGap : counts.uiMissing);
         } else if (isInside) {
             addHit(nearestInImage(image, at, moved), side, counts);
         }

@@ -22,6 +22,7 @@ struct PoseCounts
     unsigned uiInFront = 0;              ///< the other sensor saw through it
     unsigned uiSolid = 0;                ///< of these, with all samples around them: wider than any error of an edge
     unsigned uiMissing = 0;              ///< the other sensor should have seen it, and saw nothing
+    unsigned uiInGap = 0;                ///< the same in a gap of the other scan, where it says nothing
     unsigned uiOpposed = 0;              ///< on the other surface, which looks elsewhere
     unsigned uiTail = 0;                 ///< near the other surface and like it, but further off than noise explains
     unsigned uiShallow = 0;              ///< near the other surface, off it, and unlike it

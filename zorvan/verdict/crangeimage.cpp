@@ -137,6 +137,7 @@ CRangeImage::CRangeImage(const Vectors& points, const Vectors& normals, const Ve
     computeCeilings();
     computeDistances();
     computeCompleteness();
+    findGaps();
 }
 
 void CRangeImage::setFrame(const Vectors& points)
@@ -326,6 +327,51 @@ void CRangeImage::computeCompleteness()
     }
     const std::size_t covered = m_indices.size() - numReached;
     m_completeness = covered == 0 ? 0.0 : static_cast<double>(m_numFilled) / static_cast<double>(covered);
+}
+
+/// For each pixel the first one that holds surface, against a step; its own index where there is none.
+std::vector<std::size_t> CRangeImage::nearestAlong(Pixel step) const
+{
+    std::vector<std::size_t> nearest(m_indices.size());
+    const bool isForward = step.y > 0 || (step.y == 0 && step.x > 0);
+    for (std::size_t k = 0; k < nearest.size(); ++k) {
+        const std::size_t at = isForward ? k : nearest.size() - 1 - k;
+        const auto width = static_cast<std::size_t>(m_width);
+        const Pixel before{static_cast<int>(at % width) - step.x, static_cast<int>(at / width) - step.y};
+        nearest[at] = at;
+        if (m_indices[at] != uiNone || !Contains(before)) continue;
+        const std::size_t found = nearest[Index(before)];
+        if (m_indices[found] != uiNone) nearest[at] = found;
+    }
+    return nearest;
+}
+
+void CRangeImage::findGaps()
+{
+    struct Rim
+    {
+        Vector3 sum; // of normals
+        int count = 0;
+        int steep = 0;
+    };
+    std::vector<Rim> rims(m_indices.size());
+    for (const Pixel step : {Pixel{1, 0}, {1, 1}, {0, 1}, {-1, 1}, {-1, 0}, {-1, -1}, {0, -1}, {1, -1}}) {
+        const std::vector<std::size_t> nearest = nearestAlong(step);
+        for (std::size_t at = 0; at < rims.size(); ++at) {
+            if (nearest[at] == at) continue;
+            const Vector3& normal = m_surfels[nearest[at]].normal;
+            rims[at].sum = rims[at].sum + normal;
+            ++rims[at].count;
+            rims[at].steep += normal.z < static_cast<float>(verdict::dGapCosine);
+        }
+    }
+    m_isGap.resize(m_indices.size());
+    for (std::size_t at = 0; at < rims.size(); ++at) {
+        const Rim& rim = rims[at];
+        const auto flat = static_cast<float>(verdict::dGapFlatness) * static_cast<float>(rim.count);
+        m_isGap[at] = static_cast<std::uint8_t>(rim.count >= verdict::iGapDirections &&
+                                                rim.steep <= verdict::iGapSteep && rim.sum.Length() < flat);
+    }
 }
 
 } // namespace prereg

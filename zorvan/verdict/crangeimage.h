@@ -78,6 +78,9 @@ public:
     [[nodiscard]] float GetCeiling(Pixel at) const { return m_ceilings[Index(at)]; }
     /// Pixels to the nearest one that holds surface, 0 on it. Inside the image.
     [[nodiscard]] float GetDistanceToSilhouette(Pixel at) const { return m_outside[Index(at)]; }
+    /// Empty, and in most directions there is curved surface beside it that looks at the sensor: the object goes on
+    /// here, the data do not. A silhouette turns away first, and a flat face may have a bore or end.
+    [[nodiscard]] bool IsInGap(Pixel at) const { return Contains(at) && m_isGap[Index(at)] != 0; }
     /// Below this height surface may be hidden from the light of a triangulating sensor, or from the sensor itself.
     [[nodiscard]] float GetShadow(Pixel at) const { return m_shadows[Index(at)]; }
 
@@ -127,6 +130,8 @@ private:
     void computeDistances();
     void findCuts();
     void computeCompleteness();
+    void findGaps();
+    [[nodiscard]] std::vector<std::size_t> nearestAlong(Pixel step) const;
 
     CTrafo m_frame;
     float m_pixel = 0.0F;
@@ -142,6 +147,7 @@ private:
     std::vector<float> m_ceilings;
     std::vector<float> m_outside;
     std::vector<float> m_shadows;
+    std::vector<std::uint8_t> m_isGap;
 };
 
 } // namespace prereg

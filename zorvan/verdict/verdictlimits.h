@@ -50,6 +50,12 @@ constexpr double dShadowDegrees = 30.0;      ///< between camera and light of a 
 constexpr int iMinCutPixels = 15;
 constexpr double dMinCutStraightness = 0.8;
 
+/// Of eight directions: beside a straight outline three meet surface, in a notch or a hole more.
+constexpr int iGapDirections = 5;
+constexpr double dGapCosine = 0.5;    ///< steeper surface turns away: its end is a silhouette or the wall of a bore
+constexpr int iGapSteep = 1;          ///< of the eight: fitted normals err at edges
+constexpr double dGapFlatness = 0.99; ///< length of the mean normal: above, they spread by 8 degrees, as on a plane
+
 // What counts for and against a pose ----------------------------------------------------------------------------------
 
 constexpr double dSampleStep = 2.0; ///< pixels of the coarser scan, between the samples of either

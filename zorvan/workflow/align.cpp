@@ -85,6 +85,7 @@ Zorvan::VerdictSummary summarize(const PairCandidate& candidate)
              {"seen_through", counts.uiInFront},
              {"solid", counts.uiSolid},
              {"missing", counts.uiMissing},
+             {"in_gap", counts.uiInGap},
              {"opposed", counts.uiOpposed},
              {"tail", counts.uiTail},
              {"shallow", counts.uiShallow}}};
