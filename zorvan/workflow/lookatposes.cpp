@@ -113,7 +113,7 @@ ScanRow describe(const CSession::ScanFile& file, const CClusterRegistration& reg
     return row;
 }
 
-/// What the placing says of each scan, and each pair that was searched.
+/// What the placing says of each scan.
 void sayWhy(const Placing& placing, RegistrationTable& table)
 {
     for (std::size_t i = 0; i < table.scans.size(); ++i) {
@@ -126,17 +126,33 @@ void sayWhy(const Placing& placing, RegistrationTable& table)
         table.scans[i].ePlace = place.ePlace;
         table.scans[i].verdict = PlaceWords(place, table.scans[place.uiRefuter].file);
     }
-    std::map<ScanPair, SearchRow> last;
-    for (std::size_t i = 0; i < placing.searched.size(); ++i) {
-        const auto& [pair, finding] = std::pair{placing.searched[i], placing.findings[i]};
-        SearchRow row{pair.first, pair.second, VerdictName(finding.eVerdict), finding.places.size(), 0, 0};
-        if (!finding.places.empty()) {
-            row.uiMatched = finding.places.front().counts.uiMatched;
-            row.uiContradictions = finding.places.front().counts.Contradictions();
-        }
-        last[pair] = row;
+}
+
+const char* standingWord(const PairStanding& pair)
+{
+    if (!pair.isTogether) return pair.finding && !pair.finding->places.empty() ? "refuted" : "apart";
+    switch (pair.evidence.eEvidence) {
+    case EEvidence::Supports:
+        return "supports";
+    case EEvidence::Refutes:
+        return "refutes";
+    case EEvidence::Silent:
+        return "says nothing";
     }
-    for (auto& [pair, row] : last) table.searches.push_back(std::move(row));
+    return "";
+}
+
+WeighedRow describe(const PairStanding& pair)
+{
+    const bool hasPlace = pair.finding && !pair.finding->places.empty();
+    const PoseCounts counts = pair.isTogether || !hasPlace ? pair.evidence.counts : pair.finding->places.front().counts;
+    return {pair.pair.first,
+            pair.pair.second,
+            pair.finding ? VerdictName(pair.finding->eVerdict) : "",
+            pair.finding ? pair.finding->places.size() : 0,
+            standingWord(pair),
+            counts.uiMatched,
+            counts.Contradictions()};
 }
 
 } // namespace
@@ -161,6 +177,12 @@ RegistrationTable LookAtPoses(const CSession& session, const Placing* placing, c
     summarizePairs(table);
     for (const auto& [id, members] : clusters) lookAtSlips(config, members, placed, group, table);
     return table;
+}
+
+void AddPairs(std::span<const PairStanding> pairs, RegistrationTable& table)
+{
+    for (const PairStanding& pair : pairs) table.weighed.push_back(describe(pair));
+    table.uiLoops = CountLoops(pairs, table.scans.size());
 }
 
 } // namespace prereg

@@ -6,6 +6,8 @@
 #include "zorvan/workflow/registrationtable.h"
 #include "zorvan/workflow/session.h"
 
+#include <span>
+
 namespace prereg {
 
 /// How well the scans of a session fit where they are: overlap and residual of every pair in one cluster, and the slip
@@ -14,5 +16,8 @@ namespace prereg {
 /// @param group    does the work; see the multi-object ComputeICPRegistration
 [[nodiscard]] ZORVAN_WORKFLOW_API RegistrationTable LookAtPoses(const CSession& session, const Placing* placing,
                                                                 const CSession::Group& group);
+
+/// Adds what all pairs say of the poses, see WeighPairs.
+ZORVAN_WORKFLOW_API void AddPairs(std::span<const PairStanding> pairs, RegistrationTable& table);
 
 } // namespace prereg

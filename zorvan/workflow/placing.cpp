@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/placing.h"
 
+#include "zorvan/verdict/verdictlimits.h"
 #include "zorvan/workflow/placinggroups.h"
 
 #include <algorithm>
@@ -32,8 +33,9 @@ public:
     {
         m_hooks.Start("registering", std::max<std::size_t>(m_state.group.size(), 1) - 1);
         takeOutRefuted();
-        while (!m_hooks.IsAborted() && (joinBest() || searchMore() || reviseOne() || recheckOne())) {
+        while (!m_hooks.IsAborted() && (joinBest() || searchMore() || reviseOne() || moveOne() || recheckOne())) {
         }
+        takeOutOutvoted();
         m_hooks.Finish();
         sayWhatBecame();
         return std::move(m_state);
@@ -93,8 +95,15 @@ private:
     {
         Members rest = m_state.MembersOf(m_state.group[scan]);
         std::erase(rest, scan);
-        for (const std::size_t other : rest) m_state.group[other] = rest.front();
         m_state.group[scan] = scan;
+        regroup(rest);
+    }
+
+    /// What no pair holds together any more falls apart.
+    void regroup(const Members& members)
+    {
+        for (const Members& part : m_weigher.SupportedParts({members, &m_state.poses}))
+            for (const std::size_t scan : part) m_state.group[scan] = part.front();
         m_decisions.clear(); // poses within groups of the same members may be others from now on
     }
 
@@ -147,60 +156,77 @@ private:
     /// Takes out what the others refute, the worst first.
     void takeOutRefuted()
     {
-        for (const std::size_t name : names()) {
-            Members members = m_state.MembersOf(name);
-            while (members.size() > 1) {
-                const auto worst = m_weigher.FindRefuted({members, &m_state.poses});
-                if (!worst) break;
-                takeOut(*worst);
-                std::erase(members, *worst);
-            }
-        }
+        while (const auto worst = findRefuted()) takeOut(*worst);
     }
 
-    /// A group that some members of another one refute, though an aligned pair links them: tries it without these, and
-    /// keeps what all pairs together say more for.
+    [[nodiscard]] std::optional<std::size_t> findRefuted() const
+    {
+        for (const std::size_t name : names())
+            if (const auto worst = m_weigher.FindRefuted(groupOf(name))) return worst;
+        return std::nullopt;
+    }
+
+    /// An aligned pair that the groups do not agree with: builds its groups anew from that pair, and keeps what all
+    /// pairs together say more for. That undoes several joins at once, where each of them holds the others.
     bool reviseOne()
     {
-        const Members all = names();
-        for (const std::size_t a : all) {
-            for (const std::size_t b : all) {
-                if (a == b) continue;
-                const auto key = std::pair{m_state.MembersOf(a), m_state.MembersOf(b)};
-                if (!m_revised.insert(key).second) continue;
-                for (const Hypothesis& hypothesis : m_weigher.Hypotheses(groupOf(a), groupOf(b)))
-                    if (hypothesis.isAligned && !hypothesis.refuters.empty() && revise(a, b, hypothesis)) return true;
-            }
+        for (const auto& [pair, finding] : m_weigher.GetFindings()) {
+            if (!finding.IsAligned() || isAsFound(pair, finding)) continue;
+            const Members first = m_state.MembersOf(m_state.group[pair.first]);
+            const Members second = m_state.MembersOf(m_state.group[pair.second]);
+            if (!m_revised.insert({pair, first, second}).second) continue;
+            if (rebuildFrom(pair, finding.places.front().pose)) return true;
         }
         return false;
     }
 
-    bool revise(std::size_t a, std::size_t b, const Hypothesis& hypothesis)
+    [[nodiscard]] bool isAsFound(ScanPair pair, const PairFinding& finding) const
     {
-        const Members first = m_state.MembersOf(a);
-        if (hypothesis.refuters.size() >= first.size()) return false;
+        const auto [a, b] = pair;
+        return m_state.group[a] == m_state.group[b] &&
+               !m_pairs.AreDistinct(b, finding.places.front().pose,
+                                    m_state.poses[a].GetInverse(true) * m_state.poses[b]);
+    }
+
+    /// @return whether it is better than what was there, which stays otherwise
+    bool rebuildFrom(ScanPair pair, const CTrafo& pose)
+    {
+        const auto [a, b] = pair;
         const Placing before = m_state;
         const double scoreBefore = score();
-        const std::size_t joined = m_state.group[b];
-        for (const std::size_t refuter : hypothesis.refuters) takeOut(refuter);
-        Members rest = first;
-        for (const std::size_t refuter : hypothesis.refuters) std::erase(rest, refuter);
-        join(rest.front(), joined, hypothesis.pose);
-        takeOutRefuted();
+        for (std::size_t scan = 0; scan < before.group.size(); ++scan)
+            if (before.group[scan] == before.group[a] || before.group[scan] == before.group[b])
+                m_state.group[scan] = scan;
+        m_decisions.clear();
+        join(a, b, m_state.poses[a] * pose * m_state.poses[b].GetInverse(true));
         while (joinBest()) {
         }
-        if (score() > scoreBefore && numAlone(m_state) <= numAlone(before)) return true;
+        takeOutRefuted();
+        if (score() > scoreBefore) return true;
         m_state = before;
         m_decisions.clear();
         return false;
     }
 
-    [[nodiscard]] static std::size_t numAlone(const Placing& placing)
+    /// A scan that another group says more for than its own does goes there. @return whether there was one
+    bool moveOne()
     {
-        std::size_t alone = 0;
-        for (const std::size_t name : placing.group)
-            alone += std::count(placing.group.begin(), placing.group.end(), name) == 1;
-        return alone;
+        for (std::size_t scan = 0; scan < m_state.group.size(); ++scan) {
+            const Members own = m_state.MembersOf(m_state.group[scan]);
+            if (own.size() < 2) continue;
+            const double held = m_weigher.Score({own, &m_state.poses}, scan);
+            for (const std::size_t name : names()) {
+                const Members others = m_state.MembersOf(name);
+                if (name == own.front() || !m_moved.insert({scan, own, others}).second) continue;
+                const JoinDecision decision = m_weigher.Decide(groupOf(name), {{scan}, &m_state.poses});
+                if (!decision || decision.dScore <= held) continue;
+                takeOut(scan);
+                join(std::min(name, scan), std::max(name, scan),
+                     name < scan ? decision.pose : decision.pose.GetInverse(true));
+                return true;
+            }
+        }
+        return false;
     }
 
     /// What all pairs that lie in a common frame say, matches against contradictions.
@@ -217,20 +243,38 @@ private:
     {
         for (std::size_t scan = 0; scan < m_state.group.size(); ++scan) {
             Members rest = m_state.MembersOf(m_state.group[scan]);
-            if (rest.size() < 3 || !m_rechecked.insert({scan, rest}).second) continue;
+            if (rest.size() < 2 || !m_rechecked.insert({scan, rest}).second) continue;
             std::erase(rest, scan);
             const JoinDecision decision = m_weigher.Decide({rest, &m_state.poses}, {{scan}, &m_state.poses}, CTrafo());
             if (decision && !m_pairs.AreDistinct(scan, decision.pose * m_state.poses[scan], m_state.poses[scan]))
                 continue;
             if (!decision && decision.place.ePlace != EPlace::Ambiguous) continue;
             takeOut(scan);
-            if (!decision) continue;
+            if (!decision) return true;
             m_state.poses[scan] = decision.pose * m_state.poses[scan];
-            m_state.group[scan] = std::min(scan, rest.front());
-            for (const std::size_t other : rest) m_state.group[other] = m_state.group[scan];
+            rest.push_back(scan);
+            std::sort(rest.begin(), rest.end());
+            regroup(rest);
             return true;
         }
         return false;
+    }
+
+    /// Takes out each scan that one pair alone holds where it is, when another one that found it elsewhere says about
+    /// as much for that: nobody is left to decide between them.
+    void takeOutOutvoted()
+    {
+        for (const auto& [pair, finding] : m_weigher.GetFindings()) {
+            if (!finding.IsAligned() || isAsFound(pair, finding)) continue;
+            const double rival = finding.places.front().counts.Score();
+            for (const auto& [scan, other] : {pair, ScanPair{pair.second, pair.first}}) {
+                const PlacedGroup group = groupOf(m_state.group[scan]);
+                if (group.members.size() < 2 || m_weigher.CountSupports(group, scan) > 1) continue;
+                if (rival >= verdict::dRivalShare * m_weigher.Score(group, scan)) m_outvoted[scan] = other;
+            }
+        }
+        for (const auto& [scan, other] : m_outvoted)
+            if (m_state.MembersOf(m_state.group[scan]).size() > 1) takeOut(scan);
     }
 
     // Saying --------------------------------------------------------------------------------------------------------
@@ -244,7 +288,9 @@ private:
                 for (const std::size_t scan : members) m_state.places[scan].ePlace = EPlace::Placed;
                 continue;
             }
-            m_state.places[name] = placeOfLoner(name);
+            const auto outvoted = m_outvoted.find(name);
+            m_state.places[name] = outvoted == m_outvoted.end() ? placeOfLoner(name)
+                                                                : ScanPlace{EPlace::Contradicted, 0, outvoted->second};
         }
     }
 
@@ -270,8 +316,10 @@ private:
     CPlacingWeigher m_weigher;
     std::map<ScanPair, bool> m_searched; ///< whether it is done with
     std::map<std::pair<Members, Members>, std::pair<std::size_t, JoinDecision>> m_decisions;
-    std::set<std::pair<Members, Members>> m_revised;
+    std::set<std::tuple<ScanPair, Members, Members>> m_revised;
+    std::set<std::tuple<std::size_t, Members, Members>> m_moved;
     std::set<std::pair<std::size_t, Members>> m_rechecked;
+    std::map<std::size_t, std::size_t> m_outvoted; ///< scans, each with one that found another place for it
 };
 
 } // namespace
@@ -305,7 +353,7 @@ std::string PlaceWords(const ScanPlace& place, const std::string& refuter)
     constexpr std::array<const char*, 6> numbers{"no", "one", "two", "three", "four", "five"};
     switch (place.ePlace) {
     case EPlace::Placed:
-        return "placed";
+        return "registered";
     case EPlace::Ambiguous:
         return "ambiguous: " +
                (place.uiPlaces < numbers.size() ? numbers.at(place.uiPlaces) : std::to_string(place.uiPlaces)) +

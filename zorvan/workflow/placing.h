@@ -8,6 +8,7 @@
 #include "zorvan/workflow/export.h"
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
@@ -116,7 +117,23 @@ struct Placing
 /// Same pairs, same placing. A stop ends it with what has been placed until then.
 [[nodiscard]] ZORVAN_WORKFLOW_API Placing PlaceScans(IScanPairs& pairs, Placing start, const Zorvan::Hooks& hooks);
 
-/// For people: "placed", "ambiguous: two places", "contradicted by b.ply", "alone".
+/// A pair after all: what its search found, and what the two scans say of the poses that they have now.
+struct PairStanding
+{
+    ScanPair pair;
+    std::optional<PairFinding> finding; ///< of the last search; nothing: none was needed
+    std::optional<std::size_t> kept;    ///< which of its places the poses agree with; nothing: none, or apart
+    bool isTogether = false;            ///< in one group
+    PairEvidence evidence;              ///< on their poses, when they are together
+};
+
+/// Pairs that were searched or lie in one group and have something to say, in ascending order.
+[[nodiscard]] ZORVAN_WORKFLOW_API std::vector<PairStanding> WeighPairs(const IScanPairs& pairs, const Placing& placing);
+
+/// Loops of pairs that support their poses, of which none consists of others: each closes, or it would refute them.
+[[nodiscard]] ZORVAN_WORKFLOW_API std::size_t CountLoops(std::span<const PairStanding> pairs, std::size_t numScans);
+
+/// For people: "registered", "ambiguous: two places", "contradicted by b.ply", "alone".
 [[nodiscard]] ZORVAN_WORKFLOW_API std::string PlaceWords(const ScanPlace& place, const std::string& refuter);
 
 } // namespace prereg

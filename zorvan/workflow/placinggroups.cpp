@@ -264,4 +264,46 @@ double CPlacingWeigher::Score(const PlacedGroup& group) const
     return sum;
 }
 
+double CPlacingWeigher::Score(const PlacedGroup& group, std::size_t scan) const
+{
+    std::vector<ScanPair> pairs;
+    const std::vector<PairEvidence> all = evidenceIn(group, pairs);
+    double sum = 0.0;
+    for (std::size_t i = 0; i < all.size(); ++i)
+        if (pairs[i].first == scan || pairs[i].second == scan) sum += all[i].counts.Score();
+    return sum;
+}
+
+std::size_t CPlacingWeigher::CountSupports(const PlacedGroup& group, std::size_t scan) const
+{
+    std::vector<ScanPair> pairs;
+    const std::vector<PairEvidence> all = evidenceIn(group, pairs);
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const bool isOfScan = pairs[i].first == scan || pairs[i].second == scan;
+        count += isOfScan && all[i].eEvidence == EEvidence::Supports;
+    }
+    return count;
+}
+
+std::vector<std::vector<std::size_t>> CPlacingWeigher::SupportedParts(const PlacedGroup& group) const
+{
+    std::vector<ScanPair> pairs;
+    const std::vector<PairEvidence> all = evidenceIn(group, pairs);
+    std::map<std::size_t, std::size_t> part; // of each scan, by a scan of it
+    for (const std::size_t scan : group.members) part[scan] = scan;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const std::size_t kept = part[pairs[i].first];
+        const std::size_t gone = part[pairs[i].second];
+        if (all[i].eEvidence != EEvidence::Supports) continue;
+        for (auto& [scan, name] : part)
+            if (name == gone) name = kept;
+    }
+    std::map<std::size_t, std::vector<std::size_t>> parts;
+    for (const auto& [scan, name] : part) parts[name].push_back(scan);
+    std::vector<std::vector<std::size_t>> answer;
+    for (auto& [name, members] : parts) answer.push_back(std::move(members));
+    return answer;
+}
+
 } // namespace prereg

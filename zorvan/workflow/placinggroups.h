@@ -51,6 +51,7 @@ public:
 
     /// The last one for a pair counts.
     void AddFinding(ScanPair pair, PairFinding finding);
+    [[nodiscard]] const std::map<ScanPair, PairFinding>& GetFindings() const { return m_findings; }
     /// Of pairs between two groups that have places.
     [[nodiscard]] std::size_t GetNumFindings(const std::vector<std::size_t>& a,
                                              const std::vector<std::size_t>& b) const;
@@ -65,6 +66,12 @@ public:
     [[nodiscard]] std::optional<std::size_t> FindRefuted(const PlacedGroup& group) const;
     /// What the pairs of a group say for it.
     [[nodiscard]] double Score(const PlacedGroup& group) const;
+    /// What those of one of its scans do.
+    [[nodiscard]] double Score(const PlacedGroup& group, std::size_t scan) const;
+    /// Pairs of a scan that support its pose in the group.
+    [[nodiscard]] std::size_t CountSupports(const PlacedGroup& group, std::size_t scan) const;
+    /// Scans that pairs hold together, directly or along others; a part is ascending.
+    [[nodiscard]] std::vector<std::vector<std::size_t>> SupportedParts(const PlacedGroup& group) const;
 
 private:
     void addPlaces(const PlacedGroup& a, const PlacedGroup& b, std::vector<Hypothesis>& all) const;

@@ -40,14 +40,16 @@ struct PairRow
     double dRmse = std::numeric_limits<double>::quiet_NaN();    ///< mm
 };
 
-/// Two scans that were searched for a common place.
-struct SearchRow
+/// Two scans that were searched for a common place, or lie in one cluster and have something to say of it.
+struct WeighedRow
 {
     std::size_t a = 0; ///< into the scans of the table, as `b`
     std::size_t b = 0;
-    std::string verdict;           ///< on the pair alone
-    std::size_t uiPlaces = 0;      ///< that explain both scans
-    unsigned uiMatched = 0;        ///< samples, at the best of these places
+    std::string search;            ///< what the search found of the pair alone: "aligned", "ambiguous" ...; empty: none
+    std::size_t uiPlaces = 0;      ///< that it found
+    std::string standing;          ///< "supports", "refutes" or "says nothing": of the poses; "refuted": what it found;
+                                   ///< "apart": it found nothing
+    unsigned uiMatched = 0;        ///< samples, at the poses, or at the best of the places that were not taken
     unsigned uiContradictions = 0; ///< there
 };
 
@@ -57,8 +59,9 @@ struct RegistrationTable
     double dMmPerUnit = 1.0; ///< lengths are shown in this unit, that of the files
     std::vector<ScanRow> scans;
     std::vector<PairRow> pairs;
-    std::vector<SearchRow> searches = {};
-    Zorvan::Position shift = {}; ///< mm: cluster coordinates are about it
+    std::vector<WeighedRow> weighed = {}; ///< when all pairs were weighed
+    Zorvan::Position shift = {};          ///< mm: cluster coordinates are about it
+    std::size_t uiLoops = 0;              ///< of pairs that support the poses, see CountLoops
 };
 
 } // namespace prereg

@@ -163,6 +163,20 @@ Json pairsJson(const std::vector<PairRow>& pairs, double mmPerUnit)
     return all;
 }
 
+Json weighedJson(const std::vector<WeighedRow>& pairs)
+{
+    Json all = Json::array();
+    for (const WeighedRow& pair : pairs)
+        all.push_back({{"a", pair.a},
+                       {"b", pair.b},
+                       {"search", pair.search},
+                       {"places", pair.uiPlaces},
+                       {"standing", pair.standing},
+                       {"matched", pair.uiMatched},
+                       {"contradictions", pair.uiContradictions}});
+    return all;
+}
+
 /// What `scan` may show of all points.
 std::size_t shareOf(std::size_t points, std::size_t all)
 {
@@ -188,7 +202,9 @@ Json reportJson(const RegistrationTable& table, std::span<const SurfelSpan> surf
     return {{"unit", Zorvan::UnitName(table.dMmPerUnit)},
             {"frames", std::move(frames)},
             {"scans", std::move(scans)},
-            {"pairs", pairsJson(table.pairs, table.dMmPerUnit)}};
+            {"pairs", pairsJson(table.pairs, table.dMmPerUnit)},
+            {"weighed", weighedJson(table.weighed)},
+            {"loops", table.uiLoops}};
 }
 
 // The data stands in a script element, which ends at the first "</script" and nowhere else: "<" must not appear, and

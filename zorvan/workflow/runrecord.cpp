@@ -46,6 +46,17 @@ Json scanJson(const ScanRow& scan, double mmPerUnit)
             {"slip", Zorvan::JsonNumber(scan.dSlip / mmPerUnit)}};
 }
 
+Json pairJson(const WeighedRow& pair, const RegistrationTable& table)
+{
+    return {{"a", table.scans[pair.a].file},
+            {"b", table.scans[pair.b].file},
+            {"search", pair.search.empty() ? Json() : Json(pair.search)},
+            {"places", pair.uiPlaces},
+            {"standing", pair.standing},
+            {"matched", pair.uiMatched},
+            {"contradictions", pair.uiContradictions}};
+}
+
 } // namespace
 
 RunInput DescribeInput(const std::filesystem::path& file)
@@ -73,6 +84,9 @@ std::string RunRecordText(const RunRecord& record, const RegistrationTable& tabl
     json["settings"] = settingsJson(record.config);
     json["scans"] = Json::array();
     for (const ScanRow& scan : table.scans) json["scans"].push_back(scanJson(scan, table.dMmPerUnit));
+    json["pairs"] = Json::array();
+    for (const WeighedRow& pair : table.weighed) json["pairs"].push_back(pairJson(pair, table));
+    json["loops"] = table.uiLoops;
     json["times"] = record.times;
     return json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
 }

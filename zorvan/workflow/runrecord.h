@@ -34,7 +34,7 @@ struct RunRecord
     std::string times = {};                                        ///< for people
 };
 
-/// As JSON: the above, and what became of each scan.
+/// As JSON: the above, what became of each scan, and what each pair says of it.
 [[nodiscard]] ZORVAN_WORKFLOW_API std::string RunRecordText(const RunRecord& record, const RegistrationTable& table);
 
 } // namespace prereg

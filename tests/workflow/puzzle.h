@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zorvan/workflow/placing.h"
+
+#include <cmath>
+#include <map>
+#include <set>
+#include <utility>
+#include <vector>
+
+/// Scans on a line, `truth` apart. A pair supports its true pose and refutes all others, unless it is told otherwise.
+class CPuzzle : public prereg::IScanPairs
+{
+public:
+    using ScanPair = prereg::ScanPair;
+
+    explicit CPuzzle(std::vector<float> truth) : m_truth(std::move(truth)) {}
+
+    [[nodiscard]] static prereg::CTrafo At(float x)
+    {
+        return {kdtree::Vector<3>(1, 0, 0), {0, 1, 0}, {0, 0, 1}, {x, 0, 0}};
+    }
+    [[nodiscard]] float Apart(ScanPair pair) const { return m_truth[pair.second] - m_truth[pair.first]; }
+
+    /// The pose of b in the frame of a; several make the pair ambiguous.
+    void Find(std::size_t a, std::size_t b, const std::vector<float>& places)
+    {
+        prereg::PairFinding& finding = m_findings[{a, b}];
+        finding.eVerdict = places.size() == 1 ? prereg::EPairVerdict::Aligned : prereg::EPairVerdict::Ambiguous;
+        for (const float x : places) finding.places.push_back({At(x), counts(true), true});
+    }
+    void FindTrue(std::size_t a, std::size_t b) { Find(a, b, {Apart({a, b})}); }
+    /// Scans that cannot tell two poses of the pair apart.
+    void Confuse(std::size_t a, std::size_t b, float x) { m_alsoRight[{a, b}] = x; }
+    /// Scans without common surface: they say nothing of their true pose.
+    void Part(std::size_t a, std::size_t b) { m_apart.insert({a, b}); }
+    [[nodiscard]] const std::map<ScanPair, prereg::PairFinding>& GetFindings() const { return m_findings; }
+
+    [[nodiscard]] std::size_t GetNumScans() const override { return m_truth.size(); }
+    [[nodiscard]] bool IsWorthAGlance(ScanPair) const override { return true; }
+    [[nodiscard]] std::vector<prereg::PairFinding> Search(std::span<const ScanPair> pairs, bool,
+                                                          const Zorvan::Hooks&) override
+    {
+        std::vector<prereg::PairFinding> found;
+        for (const ScanPair& pair : pairs) found.push_back(m_findings[pair]);
+        return found;
+    }
+    [[nodiscard]] prereg::EEvidence EvidenceOf(ScanPair pair, float x) const
+    {
+        const auto also = m_alsoRight.find(pair);
+        if (also != m_alsoRight.end() && std::abs(x - also->second) < 0.1F) return prereg::EEvidence::Supports;
+        if (std::abs(x - Apart(pair)) > 0.1F) return prereg::EEvidence::Refutes;
+        return m_apart.contains(pair) ? prereg::EEvidence::Silent : prereg::EEvidence::Supports;
+    }
+    [[nodiscard]] std::vector<prereg::PairEvidence>
+    Weigh(std::span<const std::pair<ScanPair, prereg::CTrafo>> poses) const override
+    {
+        std::vector<prereg::PairEvidence> all;
+        for (const auto& [pair, pose] : poses) {
+            const prereg::EEvidence evidence = EvidenceOf(pair, pose.GetTranslation().x);
+            const bool isSilent = evidence == prereg::EEvidence::Silent;
+            all.push_back(
+                {evidence, isSilent ? prereg::PoseCounts() : counts(evidence == prereg::EEvidence::Supports)});
+        }
+        return all;
+    }
+    [[nodiscard]] bool AreDistinct(std::size_t, const prereg::CTrafo& a, const prereg::CTrafo& b) const override
+    {
+        return (a.GetTranslation() - b.GetTranslation()).Length() > 0.1F;
+    }
+
+private:
+    static prereg::PoseCounts counts(bool isRight)
+    {
+        prereg::PoseCounts counts;
+        counts.uiSamples = 2000;
+        counts.uiMatched = 1000;
+        counts.uiInFront = isRight ? 0 : 500;
+        return counts;
+    }
+
+    std::vector<float> m_truth;
+    std::map<ScanPair, prereg::PairFinding> m_findings;
+    std::map<ScanPair, float> m_alsoRight;
+    std::set<ScanPair> m_apart;
+};
