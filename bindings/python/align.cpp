@@ -5,7 +5,6 @@
 #include "scans.h"
 
 #include "zorvan/preregistration/settingsserialization.h"
-#include "zorvan/scans/farcoordinates.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/workflow/align.h"
 
@@ -24,8 +23,6 @@ namespace bindings {
 
 namespace {
 
-using ScanPtr = std::shared_ptr<const ReadyScan>;
-
 /// A result with the scans that it speaks of. Lengths come out in their unit.
 struct Alignment
 {
@@ -40,11 +37,16 @@ struct Alignment
     }
 };
 
-prereg::SensorKnowledge knowledge(const py::object& sensor, const py::object& ray, double mmPerUnit, const char* name)
+prereg::SensorKnowledge knowledge(const py::object& sensor, const py::object& ray, const ReadyScan& scan,
+                                  const char* name)
 {
     prereg::SensorKnowledge known;
-    if (!sensor.is_none())
-        known.position = VectorOf(sensor, name + std::string("_sensor")) * static_cast<float>(mmPerUnit);
+    if (!sensor.is_none()) {
+        const Zorvan::Position at = PositionOf(sensor, name + std::string("_sensor"));
+        known.position.emplace();
+        for (unsigned k = 0; k < 3; ++k)
+            (*known.position)[k] = Zorvan::ToFloat(at[k] * scan.dMmPerUnit - scan.surfels.shift[k]);
+    }
     if (!ray.is_none()) known.direction = VectorOf(ray, name + std::string("_ray"));
     if (known.direction && !(known.direction->LengthSq() > 0.0F))
         throw py::value_error(name + std::string("_ray: a direction has a length"));
@@ -59,32 +61,40 @@ prereg::AlignOptions optionsOf(const ReadyScan& fix, const ReadyScan& flt, const
     if (const auto grid = LengthOf(how["grid"], "grid")) options.dGrid = *grid * options.dMmPerUnit;
     options.settings = SettingsOf(how["settings"]);
     options.uiNumTasks = ThreadsOf(how["threads"]);
-    options.fixSensor = knowledge(how["fix_sensor"], how["fix_ray"], options.dMmPerUnit, "fix");
-    options.fltSensor = knowledge(how["flt_sensor"], how["flt_ray"], options.dMmPerUnit, "flt");
+    options.fixSensor = knowledge(how["fix_sensor"], how["fix_ray"], fix, "fix");
+    options.fltSensor = knowledge(how["flt_sensor"], how["flt_ray"], flt, "flt");
     return options;
 }
 
-Alignment align(const ScanPtr& fix, const ScanPtr& flt, const py::object& start, const py::object& progress,
+/// A pose of the caller's as one between the points about their shifts.
+prereg::CTrafo poseBetween(const ReadyScan& fix, const ReadyScan& flt, const Zorvan::ScanPose& pose)
+{
+    return AboutShifts(pose, flt.surfels.shift, fix.surfels.shift);
+}
+
+Alignment align(const ScanPtr& givenFix, const ScanPtr& givenFlt, const py::object& start, const py::object& progress,
                 const py::object& stop, const py::kwargs& how)
 {
+    const auto pair = AboutOneShift({givenFix, givenFlt});
+    const ScanPtr& fix = pair[0];
+    const ScanPtr& flt = pair[1];
     prereg::AlignOptions options = optionsOf(*fix, *flt, how);
-    if (!start.is_none()) {
-        fix->RequireNear();
-        flt->RequireNear();
-        options.start = PoseOf(start, "start", options.dMmPerUnit);
-    }
+    if (!start.is_none()) options.start = poseBetween(*fix, *flt, PoseOf(start, "start", options.dMmPerUnit));
     CLongCall call(progress, stop);
     auto result =
         call.Run([&](const Zorvan::Hooks& hooks) { return prereg::Align(fix->surfels, flt->surfels, options, hooks); });
     return {std::move(result), fix, flt};
 }
 
-Alignment judge(const ScanPtr& fix, const ScanPtr& flt, const py::object& poses, const py::kwargs& how)
+Alignment judge(const ScanPtr& givenFix, const ScanPtr& givenFlt, const py::object& poses, const py::kwargs& how)
 {
+    const auto pair = AboutOneShift({givenFix, givenFlt});
+    const ScanPtr& fix = pair[0];
+    const ScanPtr& flt = pair[1];
     const prereg::AlignOptions options = optionsOf(*fix, *flt, how);
-    fix->RequireNear();
-    flt->RequireNear();
-    const std::vector<prereg::CTrafo> list = PosesOf(poses, "poses", options.dMmPerUnit);
+    std::vector<prereg::CTrafo> list;
+    for (const Zorvan::ScanPose& pose : PosesOf(poses, "poses", options.dMmPerUnit))
+        list.push_back(poseBetween(*fix, *flt, pose));
     if (list.empty()) throw py::value_error("poses: needs at least one");
     return {WithoutLock([&] { return prereg::WeighPoses(fix->surfels, flt->surfels, list, options); }), fix, flt};
 }
@@ -160,8 +170,6 @@ py::object centreOf(const Alignment& alignment)
 
 void save(const Alignment& alignment, const std::filesystem::path& file, bool isAll)
 {
-    alignment.fix->RequireNear();
-    alignment.flt->RequireNear();
     if (alignment.fix->surfels.file.filename() == alignment.flt->surfels.file.filename())
         throw py::value_error("both scans are named " + alignment.fix->surfels.file.filename().string() +
                               ", and poses are matched by name; give Scan(..., name=...)");

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "arrays.h"
 
+#include "zorvan/scans/exactpose.h"
 #include "zorvan/scans/framepose.h"
 #include "zorvan/scans/vectors.h"
 
@@ -155,9 +156,9 @@ std::vector<Zorvan::Face> FacesOf(const py::handle& value, std::size_t numPoints
     return faces;
 }
 
-Vector3 VectorOf(const py::handle& value, const std::string& name)
+Zorvan::Position PositionOf(const py::handle& value, const std::string& name)
 {
-    std::array<double, 3> xyz{};
+    Zorvan::Position xyz{};
     const bool isSequence = PySequence_Check(value.ptr()) != 0 && !py::isinstance<py::str>(value);
     if (!isSequence) throw py::type_error(name + ": needs three numbers, not " + typeName(value));
     if (py::len(value) != 3)
@@ -167,10 +168,16 @@ Vector3 VectorOf(const py::handle& value, const std::string& name)
         if (PyErr_Occurred() != nullptr) throw py::error_already_set();
         if (!std::isfinite(xyz[k])) throw py::value_error(name + ": needs finite numbers");
     }
+    return xyz;
+}
+
+Vector3 VectorOf(const py::handle& value, const std::string& name)
+{
+    const Zorvan::Position xyz = PositionOf(value, name);
     return {Zorvan::ToFloat(xyz[0]), Zorvan::ToFloat(xyz[1]), Zorvan::ToFloat(xyz[2])};
 }
 
-prereg::CTrafo PoseOf(const py::handle& value, const std::string& name, double dMmPerUnit)
+Zorvan::ScanPose PoseOf(const py::handle& value, const std::string& name, double dMmPerUnit)
 {
     const py::array array = arrayOf(value, name, "of shape (4, 4)");
     const bool isSingle = holds(array, 'f', 4);
@@ -188,38 +195,56 @@ prereg::CTrafo PoseOf(const py::handle& value, const std::string& name, double d
     for (std::size_t i = 0; i < 3; ++i) rotation[i] = {m[i][0], m[i][1], m[i][2]};
     if (m[3] != std::array<double, 4>{0.0, 0.0, 0.0, 1.0} || !Zorvan::FromRows(rotation, {m[0][3], m[1][3], m[2][3]}))
         throw py::value_error(name + ": no pose: needs a rotation, a translation, and 0, 0, 0, 1 in the last row");
+    Zorvan::ScanPose pose;
     std::array<Vector3, 4> rows;
+    pose.exact.emplace();
     for (std::size_t i = 0; i < 3; ++i) {
+        m[i][3] *= dMmPerUnit;
+        (*pose.exact)[i] = m[i];
         rows[i] = {Zorvan::ToFloat(m[i][0]), Zorvan::ToFloat(m[i][1]), Zorvan::ToFloat(m[i][2])};
-        rows[3][static_cast<unsigned>(i)] = Zorvan::ToFloat(m[i][3] * dMmPerUnit);
+        rows[3][static_cast<unsigned>(i)] = Zorvan::ToFloat(m[i][3]);
     }
-    return {rows[0], rows[1], rows[2], rows[3]};
+    pose.pose = {rows[0], rows[1], rows[2], rows[3]};
+    return pose;
 }
 
-std::vector<prereg::CTrafo> PosesOf(const py::handle& arrays, const std::string& name, double dMmPerUnit)
+std::vector<Zorvan::ScanPose> PosesOf(const py::handle& arrays, const std::string& name, double dMmPerUnit)
 {
     if (py::isinstance<py::array>(arrays) && py::reinterpret_borrow<py::array>(arrays).ndim() == 2)
         return {PoseOf(arrays, name, dMmPerUnit)};
     if (PySequence_Check(arrays.ptr()) == 0)
         throw py::type_error(name + ": needs a (4, 4) array or a list of such, not " + typeName(arrays));
-    std::vector<prereg::CTrafo> poses;
+    std::vector<Zorvan::ScanPose> poses;
     for (const py::handle array : py::reinterpret_borrow<py::sequence>(arrays))
         poses.push_back(PoseOf(array, name + "[" + std::to_string(poses.size()) + "]", dMmPerUnit));
     return poses;
+}
+
+prereg::CTrafo AboutShifts(Zorvan::ScanPose pose, const Zorvan::Position& from, const Zorvan::Position& to)
+{
+    if (!pose.pose || (from == Zorvan::Position{} && to == Zorvan::Position{})) return pose.pose;
+    // By the rows as they were given: a rotation of single precision that is made an exact one turns by some 1e-8,
+    // which would move coordinates of a map by decimetres.
+    for (std::size_t i = 0; i < 3; ++i) {
+        auto& row = (*pose.exact)[i];
+        row[3] += row[0] * from[0] + row[1] * from[1] + row[2] * from[2] - to[i];
+    }
+    return Zorvan::ToTrafo(Zorvan::ExactPoseOf(pose));
 }
 
 py::object ToPython(const prereg::CTrafo& pose, double dMmPerUnit, const Zorvan::Position& from,
                     const Zorvan::Position& to)
 {
     if (!pose) return py::none();
+    Zorvan::ScanPose scan;
+    Zorvan::SetPoseAbout(scan, pose, from, to);
     std::vector<double> values;
     for (unsigned i = 0; i < 4; ++i) {
-        for (unsigned k = 0; k < 4; ++k) values.push_back(static_cast<double>(pose(i, k)));
-    }
-    for (std::size_t i = 0; i < 3; ++i) {
-        double* const row = values.data() + 4 * i;
-        row[3] += to[i] - (row[0] * from[0] + row[1] * from[1] + row[2] * from[2]);
-        row[3] /= dMmPerUnit;
+        for (unsigned k = 0; k < 4; ++k) {
+            const bool isExact = scan.exact && i < 3;
+            const double value = isExact ? (*scan.exact)[i][k] : static_cast<double>(pose(i, k));
+            values.push_back(i < 3 && k == 3 ? value / dMmPerUnit : value);
+        }
     }
     return Owned(std::move(values), {4, 4});
 }
@@ -233,6 +258,17 @@ py::array ViewOf(std::span<const Vector3> vectors, const py::object& owner)
                    owner);
     view.attr("flags").attr("writeable") = false;
     return view;
+}
+
+py::array PointsOf(std::span<const Vector3> points, const Zorvan::Position& shift, const py::object& owner)
+{
+    if (shift == Zorvan::Position{}) return ViewOf(points, owner);
+    std::vector<double> placed;
+    placed.reserve(3 * points.size());
+    for (const Vector3& p : points) {
+        for (unsigned k = 0; k < 3; ++k) placed.push_back(static_cast<double>(p[k]) + shift[k]);
+    }
+    return Owned(std::move(placed), {static_cast<py::ssize_t>(points.size()), 3});
 }
 
 } // namespace bindings

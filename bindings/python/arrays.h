@@ -3,6 +3,7 @@
 
 #include "zorvan/core/cpointset.h"
 #include "zorvan/core/ctrafo.h"
+#include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scan.h"
 
 #include <pybind11/numpy.h>
@@ -51,11 +52,16 @@ private:
 [[nodiscard]] std::vector<Zorvan::Face> FacesOf(const py::handle& array, std::size_t numPoints);
 
 /// A (3,) array or a sequence of three finite numbers. @throws as above
+[[nodiscard]] Zorvan::Position PositionOf(const py::handle& value, const std::string& name);
 [[nodiscard]] Vector3 VectorOf(const py::handle& value, const std::string& name);
 
-/// A rigid pose as a (4, 4) array whose last row is 0, 0, 0, 1. @throws as above
-[[nodiscard]] prereg::CTrafo PoseOf(const py::handle& array, const std::string& name, double dMmPerUnit);
-[[nodiscard]] std::vector<prereg::CTrafo> PosesOf(const py::handle& arrays, const std::string& name, double dMmPerUnit);
+/// A rigid pose as a (4, 4) array whose last row is 0, 0, 0, 1, with all its digits. @throws as above
+[[nodiscard]] Zorvan::ScanPose PoseOf(const py::handle& array, const std::string& name, double dMmPerUnit);
+[[nodiscard]] std::vector<Zorvan::ScanPose> PosesOf(const py::handle& arrays, const std::string& name,
+                                                    double dMmPerUnit);
+/// That pose as one between points about shifts, mm.
+[[nodiscard]] prereg::CTrafo AboutShifts(Zorvan::ScanPose pose, const Zorvan::Position& from,
+                                         const Zorvan::Position& to);
 
 /// A (4, 4) array of float64, which holds every float as it is; None for an invalid pose.
 /// @param from, to  shifts of the coordinates that the pose goes between, mm
@@ -64,6 +70,9 @@ private:
 
 /// (N, 3), float32, read-only, over the memory of `owner`.
 [[nodiscard]] py::array ViewOf(std::span<const Vector3> vectors, const py::object& owner);
+/// The same of points about a shift; where that is not zero, a copy of float64 where they stand.
+[[nodiscard]] py::array PointsOf(std::span<const Vector3> points, const Zorvan::Position& shift,
+                                 const py::object& owner);
 
 /// An array of this shape over values that it owns.
 template <typename T>

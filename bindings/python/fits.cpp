@@ -38,11 +38,12 @@ prereg::RadiusLimits limitsOf(const py::object& radius, prereg::EPrimitive ePrim
     return {low * mmPerUnit, high * mmPerUnit};
 }
 
-py::object toPython(const Eigen::VectorXd& values, double factor)
+/// @param shift  of the points, which a place is about
+py::object toPython(const Eigen::VectorXd& values, double factor, const Zorvan::Position& shift = {})
 {
     if (values.size() == 1) return py::float_(values(0) * factor);
     std::vector<double> list;
-    for (const double value : values) list.push_back(value * factor);
+    for (const double value : values) list.push_back((value + shift[list.size()]) * factor);
     return Owned(std::move(list), {static_cast<py::ssize_t>(values.size())});
 }
 
@@ -63,7 +64,8 @@ py::dict fit(const std::shared_ptr<const ReadyScan>& scan, const std::string& pr
         std::string name = property.name;
         std::replace(name.begin(), name.end(), ' ', '_');
         const double factor = property.isLength ? unit : 1.0;
-        dict[py::str(name)] = toPython(property.value, factor);
+        dict[py::str(name)] =
+            toPython(property.value, factor, property.isLength ? scan->surfels.shift : Zorvan::Position{});
         if (property.deviation.size() > 0) deviations[py::str(name)] = toPython(property.deviation, factor);
     }
     dict["deviations"] = deviations;

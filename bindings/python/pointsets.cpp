@@ -128,7 +128,7 @@ py::array signedDistances(const prereg::CPointSet& set, const py::object& points
 py::dict icp(const PointSetPtr& fix, const PointSetPtr& flt, const py::object& start, const py::object& grid,
              const py::object& settings, std::uint32_t seed)
 {
-    const prereg::CTrafo initial = PoseOf(start, "start", 1.0);
+    const prereg::CTrafo initial = PoseOf(start, "start", 1.0).pose;
     prereg::AutoSettings chosen =
         prereg::ChooseSettings(*fix, grid.is_none() ? std::nullopt : std::optional(UnitOf(grid.cast<double>())));
     const prereg::ConfigurationICP config =
@@ -169,7 +169,7 @@ py::tuple features(const std::shared_ptr<const ReadyScan>& scan, const py::objec
     const auto numFeatures = static_cast<py::ssize_t>(set->SizeFeatures());
     const py::capsule owner(new std::shared_ptr<const prereg::CFPFHPointSet>(set),
                             [](void* p) { delete static_cast<std::shared_ptr<const prereg::CFPFHPointSet>*>(p); });
-    return py::make_tuple(ViewOf({set->GetFeaturePoints().data(), set->SizeFeatures()}, owner),
+    return py::make_tuple(PointsOf({set->GetFeaturePoints().data(), set->SizeFeatures()}, scan->surfels.shift, owner),
                           ViewOf({set->GetFeatureNormals().data(), set->SizeFeatures()}, owner),
                           Owned(std::move(histograms), {numFeatures, 33}));
 }

@@ -6,6 +6,7 @@
 
 #include "zorvan/runtime/cjobscheduler.h"
 #include "zorvan/scans/inputerror.h"
+#include "zorvan/scans/sharedshift.h"
 #include "zorvan/workflow/registerresults.h"
 #include "zorvan/workflow/registerscans.h"
 #include "zorvan/workflow/report.h"
@@ -28,7 +29,7 @@ namespace bindings {
 namespace {
 
 using Path = std::filesystem::path;
-using ScanPtr = std::shared_ptr<const ReadyScan>;
+using Surfels = std::vector<Zorvan::SurfelScan>;
 using Scheduler = std::shared_ptr<Zorvan::CJobScheduler>;
 
 /// Leaves a value with threads to the process that made it: a child has none of them, and would wait for their end for
@@ -79,23 +80,37 @@ void requireNames(const std::vector<ScanPtr>& scans, const prereg::CSession* ses
     }
 }
 
-std::vector<prereg::CTrafo> startsOf(const py::object& starts, const std::vector<ScanPtr>& scans, double mmPerUnit)
+/// One a scan, without a pose where none is given.
+std::vector<Zorvan::ScanPose> startsOf(const py::object& starts, const Surfels& scans, double mmPerUnit)
 {
-    if (starts.is_none()) return {};
+    std::vector<Zorvan::ScanPose> poses(scans.size());
+    if (starts.is_none()) return poses;
     const auto byName = starts.cast<py::dict>();
-    std::vector<prereg::CTrafo> poses;
     std::size_t found = 0;
-    for (const ScanPtr& scan : scans) {
-        const py::str name(scan->surfels.file.filename().string());
-        const bool isGiven = byName.contains(name);
-        found += isGiven ? 1 : 0;
-        poses.push_back(isGiven ? PoseOf(byName[name], "start", mmPerUnit) : prereg::CTrafo::Invalid());
+    for (std::size_t i = 0; i < scans.size(); ++i) {
+        const py::str name(scans[i].file.filename().string());
+        if (!byName.contains(name)) continue;
+        poses[i] = PoseOf(byName[name], "start", mmPerUnit);
+        ++found;
     }
     if (found != byName.size()) throw py::value_error("start: has a pose of a scan that is not there");
     return poses;
 }
 
-prereg::RegisterOptions optionsOf(const std::vector<ScanPtr>& scans, double mmPerUnit, const py::kwargs& how)
+/// Gives the start poses to the options, and the shift of their frame.
+void setStarts(prereg::RegisterOptions& options, const Surfels& scans, const std::vector<Zorvan::ScanPose>& starts,
+               const SavedSession* session)
+{
+    if (scans.empty()) return;
+    std::vector<const Zorvan::ScanPose*> known;
+    for (const Zorvan::ScanPose& start : starts) known.push_back(&start);
+    options.frameShift =
+        session != nullptr ? session->session.GetShift() : Zorvan::FrameShiftFor(scans, known, scans.front().shift);
+    for (std::size_t i = 0; i < scans.size(); ++i)
+        options.startPoses.push_back(AboutShifts(starts[i], scans[i].shift, *options.frameShift));
+}
+
+prereg::RegisterOptions optionsOf(double mmPerUnit, const py::kwargs& how)
 {
     prereg::RegisterOptions options;
     options.dMmPerUnit = mmPerUnit;
@@ -105,16 +120,12 @@ prereg::RegisterOptions optionsOf(const std::vector<ScanPtr>& scans, double mmPe
     options.uiNumTasks = ThreadsOf(how["threads"]);
     if (const auto grid = LengthOf(how["grid"], "grid")) options.dGrid = *grid * mmPerUnit;
     options.settings = SettingsOf(how["settings"]);
-    options.startPoses = startsOf(how["start"], scans, mmPerUnit);
     return options;
 }
 
 double unitOf(const std::vector<ScanPtr>& scans, const SavedSession* session)
 {
-    for (const ScanPtr& scan : scans) {
-        scan->RequireNear();
-        static_cast<void>(CommonUnit(*scans.front(), *scan));
-    }
+    for (const ScanPtr& scan : scans) static_cast<void>(CommonUnit(*scans.front(), *scan));
     if (scans.empty()) return session != nullptr ? session->session.GetMmPerUnit() : 1.0;
     return scans.front()->dMmPerUnit;
 }
@@ -127,9 +138,12 @@ std::shared_ptr<Registration> registerScans(const std::vector<ScanPtr>& scans, c
     if (session != nullptr && session->pid != ::getpid())
         throw py::value_error("session: another process has made it; save it there, and load it here");
     requireNames(scans, session != nullptr ? &session->session : nullptr);
-    const prereg::RegisterOptions options = optionsOf(scans, unitOf(scans, session), how);
-    std::vector<Zorvan::SurfelScan> surfels;
-    for (const ScanPtr& scan : scans) surfels.push_back(scan->surfels);
+    const double mmPerUnit = unitOf(scans, session);
+    prereg::RegisterOptions options = optionsOf(mmPerUnit, how);
+    const Zorvan::Position known = session != nullptr ? session->session.GetSharedShift() : Zorvan::Position{};
+    Surfels surfels;
+    for (const ScanPtr& scan : AboutOneShift(scans, known)) surfels.push_back(scan->surfels);
+    setStarts(options, surfels, startsOf(how["start"], surfels, mmPerUnit), session);
     CLongCall call(progress, stop);
     return OfThisProcess(Registration{call.Run([&](const Zorvan::Hooks& hooks) {
         if (session == nullptr) return prereg::RegisterScans(surfels, options, hooks);
@@ -137,11 +151,17 @@ std::shared_ptr<Registration> registerScans(const std::vector<ScanPtr>& scans, c
     })});
 }
 
+/// Between the coordinates of the scan and of its cluster as the caller has them.
+py::object poseOf(const Registration& registration, const prereg::ScanRow& scan)
+{
+    return ToPython(scan.pose, registration.Unit(), scan.shift, registration.result.table.shift);
+}
+
 py::dict posesOf(const Registration& registration)
 {
     py::dict poses;
     for (const prereg::ScanRow& scan : registration.result.table.scans)
-        poses[py::str(scan.file)] = ToPython(scan.pose, registration.Unit());
+        poses[py::str(scan.file)] = poseOf(registration, scan);
     return poses;
 }
 
@@ -172,7 +192,7 @@ py::list tableOf(const Registration& registration)
         row["name"] = scan.file;
         row["id"] = scan.id;
         row["cluster"] = scan.cluster;
-        row["pose"] = ToPython(scan.pose, registration.Unit());
+        row["pose"] = poseOf(registration, scan);
         row["points"] = scan.uiPoints;
         row["overlap"] = scan.dOverlap;
         row["rmse"] = scan.dRmse / registration.Unit();
@@ -220,7 +240,7 @@ py::tuple surfaceOf(const Registration& registration, const std::string& name)
         using Set = std::shared_ptr<const prereg::CFPFHPointSet>;
         auto* const set = new Set(session.GetRegistration().GetPointSetAndTransform(scan.id).first);
         const py::capsule owner(set, [](void* p) { delete static_cast<Set*>(p); });
-        return py::make_tuple(ViewOf((*set)->GetPoints(), owner), ViewOf((*set)->GetNormals(), owner));
+        return py::make_tuple(PointsOf((*set)->GetPoints(), scan.shift, owner), ViewOf((*set)->GetNormals(), owner));
     }
     throw py::key_error(name);
 }
@@ -283,7 +303,8 @@ void AddRegister(py::module_& module)
             "stopped", [](const Registration& r) { return r.result.isStopped; },
             "By Ctrl-C or `stop`; this is what was found until then.")
         .def("surface", &surfaceOf, py::arg("name"),
-             "Points and normals of a scan as the registration keeps them, thinned: (N, 3) float32, mm, read-only.")
+             "Points and normals of a scan as the registration keeps them, thinned: (N, 3) float32, mm, read-only;\n"
+             "points far from the origin are float64.")
         .def("report", &writeReport, py::arg("file"), "Writes the page to look at: one HTML file.")
         .def(
             "save",

@@ -7,6 +7,7 @@
 #include "zorvan/scans/farcoordinates.h"
 #include "zorvan/scans/meshsampling.h"
 #include "zorvan/scans/scanwriter.h"
+#include "zorvan/scans/sharedshift.h"
 #include "zorvan/scans/stlwriter.h"
 #include "zorvan/scans/surfacemodel.h"
 
@@ -23,7 +24,6 @@ namespace bindings {
 namespace {
 
 using Path = std::filesystem::path;
-using ScanPtr = std::shared_ptr<ReadyScan>;
 
 Zorvan::EMesh meshOf(const std::string& mesh)
 {
@@ -51,7 +51,7 @@ void warn(const Zorvan::SurfelScan& scan)
     if (!words.empty()) py::module_::import("logging").attr("getLogger")("zorvan").attr("warning")("%s", words);
 }
 
-ScanPtr ready(Zorvan::SurfelScan surfels, double dMmPerUnit)
+std::shared_ptr<ReadyScan> ready(Zorvan::SurfelScan surfels, double dMmPerUnit)
 {
     warn(surfels);
     return std::make_shared<ReadyScan>(ReadyScan{std::move(surfels), dMmPerUnit});
@@ -73,17 +73,20 @@ Zorvan::Scan scanOf(const py::object& points, const py::object& normals, const p
     return scan;
 }
 
-ScanPtr makeScan(const py::object& points, const py::object& normals, const py::object& faces, const py::object& sensor,
-                 const std::string& name, double mmPerUnit, const std::string& mesh)
+std::shared_ptr<ReadyScan> makeScan(const py::object& points, const py::object& normals, const py::object& faces,
+                                    const py::object& sensor, const std::string& name, double mmPerUnit,
+                                    const std::string& mesh)
 {
     const Zorvan::ScanOptions options = optionsOf(mmPerUnit, sensor, mesh);
     Zorvan::Scan scan = scanOf(points, normals, faces);
     return ready(WithoutLock([&] { return Zorvan::ToSurfels(std::move(scan), name, options); }), mmPerUnit);
 }
 
-ScanPtr readScan(const Path& file, const py::object& sensor, double mmPerUnit, const std::string& mesh)
+std::shared_ptr<ReadyScan> readScan(const Path& file, const py::object& sensor, double mmPerUnit,
+                                    const std::string& mesh)
 {
-    const Zorvan::ScanOptions options = optionsOf(mmPerUnit, sensor, mesh);
+    Zorvan::ScanOptions options = optionsOf(mmPerUnit, sensor, mesh);
+    options.isShifted = true;
     return ready(WithoutLock([&] { return Zorvan::ReadScan(file, options); }), mmPerUnit);
 }
 
@@ -94,22 +97,11 @@ py::object facesOf(const std::vector<Zorvan::Face>& faces)
     return Owned(std::move(indices), {static_cast<py::ssize_t>(faces.size()), 3});
 }
 
-py::object pointsOf(const Zorvan::Scan& scan)
+py::array rowsOf(const prereg::Vectors& vectors)
 {
-    const bool isShifted = scan.shift != Zorvan::Position{};
-    const auto numPoints = static_cast<py::ssize_t>(scan.points.size());
-    std::vector<double> far;
-    std::vector<float> near;
-    for (const Vector3& p : scan.points) {
-        for (unsigned k = 0; k < 3; ++k) {
-            if (isShifted)
-                far.push_back(static_cast<double>(p[k]) + scan.shift[k]);
-            else
-                near.push_back(p[k]);
-        }
-    }
-    if (isShifted) return Owned(std::move(far), {numPoints, 3});
-    return Owned(std::move(near), {numPoints, 3});
+    std::vector<float> rows;
+    for (const Vector3& v : vectors) rows.insert(rows.end(), {v.x, v.y, v.z});
+    return Owned(std::move(rows), {static_cast<py::ssize_t>(vectors.size()), 3});
 }
 
 /// One scan of a file, as it stands there.
@@ -117,13 +109,10 @@ py::dict cloudOf(const Zorvan::Scan& scan)
 {
     py::dict cloud;
     cloud["name"] = scan.name;
-    cloud["points"] = pointsOf(scan);
+    const bool isNear = scan.shift == Zorvan::Position{};
+    cloud["points"] = isNear ? rowsOf(scan.points) : PointsOf(scan.points, scan.shift, {});
     const auto numPoints = static_cast<py::ssize_t>(scan.points.size());
-    if (!scan.normals.empty()) {
-        std::vector<float> normals;
-        for (const Vector3& n : scan.normals) normals.insert(normals.end(), {n.x, n.y, n.z});
-        cloud["normals"] = Owned(std::move(normals), {numPoints, 3});
-    }
+    if (!scan.normals.empty()) cloud["normals"] = rowsOf(scan.normals);
     if (!scan.faces.empty()) cloud["faces"] = facesOf(scan.faces);
     if (!scan.colours.empty()) {
         std::vector<std::uint8_t> colours;
@@ -199,11 +188,20 @@ const char* normalsName(Zorvan::ENormalSource eSource)
 
 } // namespace
 
-void ReadyScan::RequireNear() const
+std::vector<ScanPtr> AboutOneShift(std::vector<ScanPtr> scans, const Zorvan::Position& known)
 {
-    if (surfels.shift != Zorvan::Position{})
-        throw py::value_error(surfels.file.string() +
-                              ": its points are far from the origin; take their mean off all scans first");
+    std::vector<Zorvan::Position> shifts{known};
+    for (const ScanPtr& scan : scans) shifts.push_back(scan->surfels.shift);
+    const Zorvan::Position shared = Zorvan::CommonShift(shifts);
+    std::vector<Zorvan::SurfelScan*> others;
+    for (ScanPtr& scan : scans) {
+        if (scan->surfels.shift == shared) continue;
+        const auto copy = std::make_shared<ReadyScan>(*scan);
+        others.push_back(&copy->surfels);
+        scan = copy;
+    }
+    Zorvan::ShareShift(others, shared);
+    return scans;
 }
 
 double UnitOf(double dMmPerUnit)
@@ -246,7 +244,7 @@ double CommonUnit(const ReadyScan& a, const ReadyScan& b)
 
 void AddScans(py::module_& module)
 {
-    py::class_<ReadyScan, ScanPtr>(
+    py::class_<ReadyScan, std::shared_ptr<ReadyScan>>(
         module, "Scan",
         "A scan, or a model of a surface, that is ready for registration: millimetres, every "
         "point finite and with a unit\nnormal, none twice. Immutable; any thread may use it.")
@@ -261,7 +259,7 @@ void AddScans(py::module_& module)
                     "The scan of a PLY, PCD, LAS, E57, PTX, PTS, STL, OBJ or XYZ file.")
         .def_property_readonly(
             "points", [](const py::object& self) { return ViewOf(self.cast<const ReadyScan&>().surfels.points, self); },
-            "(N, 3) float32, millimetres, read-only.")
+            "(N, 3) float32, millimetres, about `shift`, read-only.")
         .def_property_readonly(
             "normals",
             [](const py::object& self) { return ViewOf(self.cast<const ReadyScan&>().surfels.normals, self); },
@@ -278,7 +276,8 @@ void AddScans(py::module_& module)
             "given, faces or fitted.")
         .def_property_readonly(
             "shift", [](const ReadyScan& scan) { return scan.surfels.shift; },
-            "What was taken off all points because they are far from the origin, mm; mostly zeros.")
+            "What was taken off all points in double precision because they are far from the origin, mm; mostly "
+            "zeros. Poses\ncome back for the coordinates as they were given.")
         .def_readonly("mm_per_unit", &ReadyScan::dMmPerUnit)
         .def("__len__", [](const ReadyScan& scan) { return scan.surfels.points.size(); })
         .def("__repr__", &scanText);

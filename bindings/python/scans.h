@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace bindings {
 
@@ -16,10 +17,13 @@ struct ReadyScan
 {
     Zorvan::SurfelScan surfels; ///< mm
     double dMmPerUnit = 1.0;
-
-    /// @throws py::value_error for a scan about a shift, where poses cannot be given back
-    void RequireNear() const;
 };
+
+using ScanPtr = std::shared_ptr<const ReadyScan>;
+
+/// The scans about one shift, as the program brings them there: those that have another one as copies.
+/// @param known  of scans that are there already, mm
+[[nodiscard]] std::vector<ScanPtr> AboutOneShift(std::vector<ScanPtr> scans, const Zorvan::Position& known = {});
 
 /// The unit of both. @throws py::value_error when they differ
 [[nodiscard]] double CommonUnit(const ReadyScan& a, const ReadyScan& b);

@@ -50,15 +50,14 @@ std::optional<kdtree::Vector<3>> readVector(const bson::object& file, const char
     return v;
 }
 
-/// Empty where there is none, as in sessions of earlier versions. The name of the scan is that of its file, or that
-/// with a number behind it.
+/// Empty where there is none, as in sessions of earlier versions, or where it leads to another file: the name of the
+/// scan is that of its file, or that with a number behind it.
 std::filesystem::path readPath(const bson::object& file, const std::string& name, const std::filesystem::path& folder)
 {
     for (const bson::element& e : file) {
         if (e.name() != std::string_view(sPath)) continue;
         const std::filesystem::path path = e.as_string();
-        if (path.filename().empty() || !name.starts_with(path.filename().string()))
-            throw std::invalid_argument("a path to another file");
+        if (path.filename().empty() || !name.starts_with(path.filename().string())) return {};
         return (folder / path).lexically_normal();
     }
     return {};

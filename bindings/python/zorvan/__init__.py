@@ -9,7 +9,9 @@
 Scans are `Scan` objects, names of files, arrays of points, or pairs (points, normals). Points are (N, 3) arrays of
 float32 or float64, copied once, or (N, 4) arrays of float32 whose fourth column has no meaning. They must not be
 changed while a call runs. Lengths go in and come out in the unit of the scans, `mm_per_unit` millimetres each, unless a
-docstring says mm. Poses are (4, 4) arrays of float64 that map column vectors: p_fix = pose @ p_flt.
+docstring says mm. Poses are (4, 4) arrays of float64 that map column vectors: p_fix = pose @ p_flt. Points far from the
+origin, as on a map, come as float64 or from a file: a shift is taken off them in double precision, and poses are for the
+coordinates as they came.
 
 Work runs without the interpreter's lock. Ctrl-C ends a search, which returns what it has found with `stopped` set.
 Warnings go to the logger "zorvan"; a search warns of much that is its everyday business.
