@@ -7,6 +7,7 @@
 #include "zorvan/runtime/cjobscheduler.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/sharedshift.h"
+#include "zorvan/util/version.h"
 #include "zorvan/workflow/registerresults.h"
 #include "zorvan/workflow/registerscans.h"
 #include "zorvan/workflow/report.h"
@@ -120,6 +121,7 @@ prereg::RegisterOptions optionsOf(double mmPerUnit, const py::kwargs& how)
     options.uiNumTasks = ThreadsOf(how["threads"]);
     if (const auto grid = LengthOf(how["grid"], "grid")) options.dGrid = *grid * mmPerUnit;
     options.settings = SettingsOf(how["settings"]);
+    options.stamp = prereg::StampNow(std::string("zorvan for Python ") + Zorvan::Version());
     return options;
 }
 

@@ -52,8 +52,12 @@ class Registering(unittest.TestCase):
         result = zorvan.register({file.name: arrays_of(file) for file in scans()}, optimize=True)
         self.assertTrue(result)
         result.write(folder() / "mine")
-        for name in "poses.json", "merged.ply", "report.html", "session.zdoc":
+        for name in "poses.json", "merged.ply", "report.html":
             self.assertEqual((folder() / "mine" / name).read_bytes(), (folder() / "out" / name).read_bytes(), name)
+        mine, other = (zorvan.read_document(folder() / of / "session.zdoc") for of in ("mine", "out"))
+        for told in "files", "journal":  # where the scans lie, who registered them, and when
+            self.assertNotEqual(mine.pop(told), other.pop(told))
+        self.assertEqual(zorvan.document_to_bytes(mine), zorvan.document_to_bytes(other))
         self.assertEqual(result.clusters, [[file.name for file in scans()]])
 
     def test_a_session_goes_on_and_stays_as_it_was(self):
