@@ -74,7 +74,7 @@ class ZORVAN_SCANS_API CMoveStream
 public:
     static constexpr std::size_t uiBlock = std::size_t{1} << 22U;
 
-    /// @param to, hooks  must outlive this
+    /// @param to  must outlive this
     CMoveStream(const std::filesystem::path& from, const CNewFile& to, const Hooks& hooks)
         : CMoveStream(from, &to, nullptr, hooks)
     {
@@ -121,7 +121,7 @@ private:
     std::filesystem::path m_file;
     const CNewFile* m_to;
     IPointListener* m_listener;
-    const Hooks& m_hooks;
+    Hooks m_hooks;
     std::ifstream m_stream;
     std::uint64_t m_size = 0;
     std::uint64_t m_left = 0; ///< in the file, behind the buffer
