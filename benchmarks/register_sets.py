@@ -149,7 +149,7 @@ def main():
     parser.add_argument("--views", type=int, default=12, help="of a virtual part")
     parser.add_argument("--orders", type=int, default=1, help="the given one, then random ones")
     parser.add_argument("--threads", type=int, default=1)
-    parser.add_argument("--option", action="append", default=["--optimize", "--weighed"], help="of zorvan register")
+    parser.add_argument("--option", action="append", default=["--optimize"], help="of zorvan register")
     args = parser.parse_args()
     if wrong := [name for name in args.sets if name not in SETS]:
         parser.error(f"{wrong[0]} is none of {', '.join(SETS)}")

@@ -116,7 +116,7 @@ prereg::RegisterOptions optionsOf(double mmPerUnit, const py::kwargs& how)
     prereg::RegisterOptions options;
     options.dMmPerUnit = mmPerUnit;
     options.isOptimized = py::bool_(how["optimize"]);
-    options.isWeighed = py::bool_(how["weighed"]);
+    if (!how["weighed"].is_none()) options.isWeighed = how["weighed"].cast<bool>();
     options.isKeptGoing = py::bool_(how["keep_going"]);
     options.uiNumTasks = ThreadsOf(how["threads"]);
     if (const auto grid = LengthOf(how["grid"], "grid")) options.dGrid = *grid * mmPerUnit;

@@ -104,6 +104,21 @@ TEST_F(RegisteredPatches, ArePlacedWhereAllPairsAgree)
     EXPECT_EQ(folder->Read("more/poses.json"), folder->Read("weighed/poses.json"));
 }
 
+TEST_F(RegisteredPatches, AreWeighedWhenOneOfThemHasPlaneFaces)
+{
+    ASSERT_EQ(folder->Run("simulate -o part --object steps --views 2 --seed 5 --spacing 0.8 --quiet").exitCode, 0);
+    const auto isWeighed = [&](const std::string& call) {
+        const auto outcome = folder->Run("register " + call);
+        EXPECT_NE(outcome.exitCode, 2) << outcome.err;
+        return outcome.err.find("pairs searched") != std::string::npos;
+    };
+    EXPECT_FALSE(isWeighed("view00.ply view01.ply -o pair"));
+    EXPECT_TRUE(isWeighed("part/view00.ply part/view01.ply -o part/out"));
+    EXPECT_TRUE(isWeighed("--session part/out/session.zdoc -o part/again"));
+    EXPECT_FALSE(isWeighed("part/view00.ply part/view01.ply -o part/merged --first-fit"));
+    ExpectRefusal("register view00.ply view01.ply -o pair --first-fit --weighed", "contradict each other");
+}
+
 TEST_F(RegisteredPatches, AreTheSameForAnyNumberOfThreads)
 {
     for (const std::string threads : {"1", "3"})

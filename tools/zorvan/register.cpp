@@ -42,6 +42,7 @@ struct RegisterOptions
     std::string exported; ///< ending of the file with all originals; empty: none is written
     bool isOptimized = false;
     bool isWeighed = false;
+    bool isFirstFit = false;
     bool isKeptGoing = false; ///< without scans that cannot be read
     bool isWaiting = false;   ///< for the lock of another run
     bool hasScale = false;    ///< given by the user
@@ -65,6 +66,8 @@ void checkCall(const RegisterOptions& options)
     if (options.scans.empty() && options.session.empty())
         throw Zorvan::CInputError("no scans: name some, or a --session to go on with");
     Zorvan::RequireDistinctNames(options.scans);
+    if (options.isWeighed && options.isFirstFit)
+        throw Zorvan::CInputError("--weighed and --first-fit contradict each other; give one of them");
     if (options.session.empty()) return;
     if (options.hasGrid || !options.settings.file.empty())
         throw Zorvan::CInputError(
@@ -148,7 +151,7 @@ prereg::RegisterOptions toOptions(const RegisterOptions& options, const prereg::
 {
     prereg::RegisterOptions how;
     how.isOptimized = options.isOptimized;
-    how.isWeighed = options.isWeighed;
+    if (options.isWeighed || options.isFirstFit) how.isWeighed = options.isWeighed;
     how.isKeptGoing = options.isKeptGoing;
     prereg::CStartPoses::Found start = initial.For(scans, shift);
     how.startPoses = std::move(start.poses);
@@ -204,7 +207,9 @@ std::string runRecordText(const RegisterOptions& options, const std::vector<prer
                                     {"grid", options.files.grid},
                                     {"sensor", options.files.sensor},
                                     {"optimize", yesNo(options.isOptimized)},
-                                    {"weighed", yesNo(options.isWeighed)},
+                                    {"weighed", options.isFirstFit  ? "no"
+                                                : options.isWeighed ? "yes"
+                                                                    : "auto"},
                                     {"stopped", yesNo(result.isStopped)}},
                                    inputs,
                                    result.session.GetRegistration().GetRegistrationConfig(),
@@ -285,8 +290,9 @@ void AddRegister(CCommand app)
     command.AddFlag("--optimize", options->isOptimized,
                     "Refine all poses together afterwards; scans that do not agree with the others\nleave them");
     command.AddFlag("--weighed", options->isWeighed,
-                    "Place scans where all pairs agree, instead of merging the first pair that fits, and\n"
-                    "leave out what has several places: slower, for parts that fit in many places");
+                    "Place scans where all pairs agree, and leave out what has several places: slower, for\n"
+                    "parts that fit in many places (default: when a scan has plane faces)");
+    command.AddFlag("--first-fit", options->isFirstFit, "Merge the first pairs that fit, whatever the scans");
     command.AddFlag("--keep-going", options->isKeptGoing,
                     "Leave out scans that cannot be read, instead of ending; those with too few points\n"
                     "or features are always left out");

@@ -2,10 +2,13 @@
 #include "zorvan/workflow/registerscans.h"
 
 #include "zorvan/core/cpointset.h"
+#include "zorvan/features/cfpfhpointset.h"
 #include "zorvan/numerics/quantile.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/textnumber.h"
+#include "zorvan/verdict/planeshare.h"
+#include "zorvan/verdict/verdictlimits.h"
 #include "zorvan/workflow/autosettings.h"
 #include "zorvan/workflow/lookatposes.h"
 #include "zorvan/workflow/mergepairs.h"
@@ -16,6 +19,7 @@
 
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <set>
 #include <stdexcept>
 #include <utility>
@@ -111,7 +115,7 @@ public:
         const auto group = scheduler->CreateJobGroup({}, {});
         std::string times;
         RegistrationTable table;
-        if (m_options.isWeighed) {
+        if (m_isWeighed) {
             CArranger arranger(session, group);
             placeAndOptimize(session.GetRegistration(), arranger);
             const std::vector<PairStanding> pairs = arranger.GetPairs();
@@ -158,6 +162,20 @@ private:
         }
     }
 
+    /// Whether some scan, of the session or new, has plane faces: features cannot tell these apart, and the first pair
+    /// that fits is often a wrong one.
+    [[nodiscard]] static bool hasPart(const CSession& session,
+                                      const std::vector<std::shared_ptr<const CFPFHPointSet>>& added)
+    {
+        const auto isPart = [](const auto& set) {
+            return set && PlaneShare(set->GetNormals()) > verdict::dMaxPlaneShare;
+        };
+        return std::ranges::any_of(added, isPart) ||
+               std::ranges::any_of(session.GetFiles(), [&](const CSession::ScanFile& file) {
+                   return isPart(session.GetRegistration().GetPointSetAndTransform(file.id).first);
+               });
+    }
+
     /// @return whether all scans could be added
     bool addScans(std::span<const Zorvan::SurfelScan> scans, CSession& session)
     {
@@ -165,17 +183,22 @@ private:
             throw std::invalid_argument("start poses: one per scan, or none at all");
         const ConfigurationFPFH config = SettingsForSearch(session.GetRegistration().GetRegistrationConfig());
         m_hooks.Start("features", scans.size());
-        std::string refused;
-        std::size_t added = 0;
-        for (std::size_t i = 0; i < scans.size(); ++i, m_hooks.Advance()) {
-            const auto set = computeFeatures(scans[i], config);
-            const CTrafo start = m_options.startPoses.empty() ? CTrafo::Invalid() : m_options.startPoses[i];
-            if (set && session.Add(scans[i], set, start, m_options.isWeighed))
-                ++added;
-            else if (set)
-                refused += (refused.empty() ? "" : ", ") + scans[i].file.filename().string();
+        std::vector<std::shared_ptr<const CFPFHPointSet>> sets;
+        for (const Zorvan::SurfelScan& scan : scans) {
+            sets.push_back(computeFeatures(scan, config));
+            m_hooks.Advance();
         }
         m_hooks.Finish();
+        m_isWeighed = m_options.isWeighed ? *m_options.isWeighed : hasPart(session, sets);
+        std::string refused;
+        std::size_t added = 0;
+        for (std::size_t i = 0; i < scans.size(); ++i) {
+            const CTrafo start = m_options.startPoses.empty() ? CTrafo::Invalid() : m_options.startPoses[i];
+            if (sets[i] && session.Add(scans[i], sets[i], start, m_isWeighed))
+                ++added;
+            else if (sets[i])
+                refused += (refused.empty() ? "" : ", ") + scans[i].file.filename().string();
+        }
         if (!refused.empty()) m_leftOut.push_back("too few points or features: " + refused);
         return added == scans.size();
     }
@@ -211,6 +234,7 @@ private:
 
     const RegisterOptions& m_options;
     const Zorvan::Hooks& m_hooks;
+    bool m_isWeighed = false;
     std::string m_settingsWords;
     std::vector<std::string> m_leftOut;
     bool m_isOptimized = false;

@@ -122,15 +122,17 @@ def judge(fix: ScanLike, flt: ScanLike, poses: Union[Array, Sequence[Array]], *,
 
 
 def register(scans: Union[Mapping[str, ScanLike], Iterable[ScanLike]] = (), *,
-             session: Union[Session, str, _os.PathLike[str], None] = None, optimize: bool = False, weighed: bool = False,
-             keep_going: bool = False, start: Optional[Mapping[str, Array]] = None, mm_per_unit: float = 1.0,
-             grid: Optional[float] = None, settings: Optional[Mapping[str, Any]] = None, threads: int = 1,
-             progress: Progress = None, stop: Optional[Callable[[], bool]] = None) -> Registration:
+             session: Union[Session, str, _os.PathLike[str], None] = None, optimize: bool = False,
+             weighed: Optional[bool] = None, keep_going: bool = False, start: Optional[Mapping[str, Array]] = None,
+             mm_per_unit: float = 1.0, grid: Optional[float] = None, settings: Optional[Mapping[str, Any]] = None,
+             threads: int = 1, progress: Progress = None,
+             stop: Optional[Callable[[], bool]] = None) -> Registration:
     """Brings many scans into one frame. Those that follow each other are tried first.
 
     scans: a dict by name, or a list; names are then those of the files, or "scan0", "scan1", ... session: one to go on
     with, or its file. optimize: refines all poses together afterwards. weighed: places scans where all pairs agree,
-    instead of merging the first pair that fits: slower, for parts that fit in many places. keep_going: leaves out a
+    instead of merging the first pair that fits: slower, for parts that fit in many places; None: when a scan has plane
+    faces. keep_going: leaves out a
     scan whose sizes suit no settings. start: rough poses by name, (4, 4), to one frame. The other arguments are those of
     `align`; a session keeps its grid and settings."""
     pairs = scans.items() if isinstance(scans, Mapping) else ((f"scan{i}", scan) for i, scan in enumerate(scans))
