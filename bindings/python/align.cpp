@@ -116,7 +116,9 @@ py::dict countsOf(const prereg::PoseCounts& counts)
     dict["samples"] = counts.uiSamples;
     dict["matched"] = counts.uiMatched;
     dict["seen_through"] = counts.uiInFront;
+    dict["solid"] = counts.uiSolid;
     dict["missing"] = counts.uiMissing;
+    dict["in_gap"] = counts.uiInGap;
     dict["opposed"] = counts.uiOpposed;
     dict["tail"] = counts.uiTail;
     dict["shallow"] = counts.uiShallow;
