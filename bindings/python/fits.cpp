@@ -17,9 +17,7 @@ namespace {
 
 prereg::EPrimitive primitiveOf(const std::string& name)
 {
-    if (name == "sphere") return prereg::EPrimitive::Sphere;
-    if (name == "cylinder") return prereg::EPrimitive::Cylinder;
-    if (name == "cone") return prereg::EPrimitive::Cone;
+    if (const auto ePrimitive = prereg::PrimitiveNamed(name)) return *ePrimitive;
     throw py::value_error("primitive: \"" + name + "\" is none of sphere, cylinder and cone");
 }
 

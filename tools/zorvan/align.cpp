@@ -6,7 +6,6 @@
 
 #include "zorvan/scans/atomicfile.h"
 #include "zorvan/scans/exactpose.h"
-#include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/outputcheck.h"
 #include "zorvan/scans/pairposes.h"
 #include "zorvan/scans/posesfile.h"

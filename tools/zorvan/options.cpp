@@ -5,7 +5,6 @@
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/showntext.h"
 #include "zorvan/scans/textnumber.h"
-#include "zorvan/workflow/documenttext.h"
 #include "zorvan/workflow/flagstore.h"
 #include "zorvan/workflow/settingsfile.h"
 

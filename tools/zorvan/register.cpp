@@ -4,13 +4,11 @@
 #include "progress.h"
 
 #include "zorvan/runtime/cjobscheduler.h"
-#include "zorvan/scans/atomicfile.h"
 #include "zorvan/scans/filelock.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/outputcheck.h"
 #include "zorvan/scans/scanwriter.h"
 #include "zorvan/scans/sharedshift.h"
-#include "zorvan/scans/showntext.h"
 #include "zorvan/scans/stagingfolder.h"
 #include "zorvan/scans/textnumber.h"
 #include "zorvan/util/version.h"

@@ -9,7 +9,6 @@
 #include "zorvan/scans/filelock.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/showntext.h"
-#include "zorvan/scans/stagingfolder.h"
 #include "zorvan/scans/textnumber.h"
 
 #include <filesystem>
