@@ -7,7 +7,7 @@
 LAS is read by loaders.gl and E57 by web-e57, a build of the Rust library e57 (both from npm: no Debian package reads either
 format, CloudCompare's has neither plugin), PCD by the tools of PCL, which write it in all three forms again, and PLY by
 CloudCompare, which writes it again. Counts and extents have to be those of the export as plain Python reads it. With
-ZORVAN_DATA set, the LAS and E57 files in its folder formats are read by both as well.
+ZORVAN_DATA set, the LAS, E57 and PCD files in its folder formats are read by both as well.
 
 --install fetches the Debian packages cloudcompare, pcl-tools, nodejs and npm, and the npm packages. Exit code 1 when a
 file is read otherwise, or not at all.
@@ -46,6 +46,16 @@ def read_ply(file):
     form = "<" + "".join({4: "f", 8: "d"}[sizes[t]] for t in types[:3])
     stride = sum(sizes[t] for t in types)
     return box_of([struct.unpack_from(form, body, at) for at in range(0, int(vertices[0]) * stride, stride)])
+
+
+def read_text_pcd(file):
+    """As PCL writes it."""
+    header, body = file.read_text().split("DATA ascii\n", 1)
+    names = header.split("FIELDS ")[1].split("\n")[0].split()
+    counts = map(int, header.split("COUNT ")[1].split("\n")[0].split())
+    names = [name for name, count in zip(names, counts) for _ in range(count)]
+    rows = [line.split() for line in body.splitlines()]
+    return box_of([[float(row[names.index(axis)]) for axis in "xyz"] for row in rows]) | {"points": len(rows)}
 
 
 class Check:
@@ -106,6 +116,9 @@ def check(args, folder):
             print(f"{file.name}: the other does not read it: {other['error']}")
             continue
         checks.compare(f"{file.name}, read by both", other, checks.box(file), 1e-3)
+    for file in sorted(pathlib.Path(data, "formats").glob("*.pcd")) if data else []:
+        run("pcl_convert_pcd_ascii_binary", file, folder / "text.pcd", 0)
+        checks.compare(f"{file.name}, read by both", read_text_pcd(folder / "text.pcd"), checks.box(file), 1e-5)
     return int(checks.failed)
 
 

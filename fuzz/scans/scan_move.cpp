@@ -4,11 +4,13 @@
 
 #include "zorvan/scans/movescan.h"
 #include "zorvan/scans/scanreader.h"
+#include "zorvan/scans/thinnedscans.h"
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 namespace {
@@ -22,10 +24,26 @@ std::size_t pointsOf(const std::filesystem::path& file)
     return count;
 }
 
+/// Read without keeping the file; nothing where that refuses it.
+std::optional<std::size_t> pointsOfThinned(const std::filesystem::path& file)
+{
+    std::size_t count = 0;
+    try {
+        for (const Zorvan::ThinnedScan& scan : Zorvan::ReadEachThinned(file, {0, 1000})) {
+            Law(scan.scan.points.size() <= 1000, "no more points are kept than may be");
+            count += scan.uiRead;
+        }
+    } catch (const Zorvan::CInputError& error) {
+        Law(std::string(error.what()).starts_with(file.string() + ": "), "an error names the file");
+        return std::nullopt;
+    }
+    return count;
+}
+
 } // namespace
 
-/// The first byte tells the format. What can be read and moved reads as as many points again; what cannot be moved is
-/// refused by name and leaves no file.
+/// The first byte tells the format. What can be read and moved reads as as many points again, also where it is thinned;
+/// what cannot be moved is refused by name and leaves no file.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     if (size == 0) return 0;
@@ -34,6 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto from = folder.Write("a" + ending, std::string(reinterpret_cast<const char*>(data) + 1, size - 1));
     const auto to = folder / ("b" + ending);
     std::filesystem::remove(to);
+    const std::optional<std::size_t> thinned = pointsOfThinned(from);
     try {
         Zorvan::MoveScanFile(from, to, {{1e6, 20, 30}, {0.5, 0.5, -0.5, 0.5}});
     } catch (const Zorvan::CInputError& error) {
@@ -48,5 +67,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     Law(pointsOf(to) == before, "as many points come out");
+    Law(!thinned || *thinned == before, "as many points are thinned");
     return 0;
 }

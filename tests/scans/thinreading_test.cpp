@@ -1,17 +1,23 @@
 // SPDX-License-Identifier: MIT
 #include "tests/scans/scansamples.h"
+#include "tests/support/livebytes.h"
 #include "tests/support/temporaryfolder.h"
 
+#include "zorvan/scans/e57writer.h"
+#include "zorvan/scans/joinscans.h"
 #include "zorvan/scans/laswriter.h"
+#include "zorvan/scans/littleendian.h"
 #include "zorvan/scans/pcdwriter.h"
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/scans/scanwriter.h"
 #include "zorvan/scans/textnumber.h"
 #include "zorvan/scans/thinnedcloud.h"
+#include "zorvan/scans/thinnedscans.h"
 #include "zorvan/scans/thinreading.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <random>
@@ -27,12 +33,42 @@ using Zorvan::Scan;
 constexpr Zorvan::ThinLimits few{0, 200};
 constexpr Zorvan::ThinLimits all{0, 100000};
 
+/// A scanner and a pose, the same turned and far away.
+const std::string ptxHead = "1 2 3\n1 0 0\n0 1 0\n0 0 1\n0 1 0 0\n-1 0 0 0\n0 0 1 0\n5000 6 7 1\n";
+
+std::string ptxOf(const Scan& scan)
+{
+    std::string ptx = std::to_string(scan.points.size()) + "\n1\n" + ptxHead;
+    for (std::size_t i = 0; i < scan.points.size(); ++i) {
+        for (const double c : PlaceOf(scan, i)) ptx += Zorvan::ToText(c, 17) + " ";
+        ptx += "7\n";
+    }
+    return ptx;
+}
+
+/// A PCD that says it is compressed, and is written in runs of bytes as they are.
+std::string compressed(const Scan& scan)
+{
+    std::string columns;
+    for (std::size_t k = 0; k < 3; ++k)
+        for (std::size_t i = 0; i < scan.points.size(); ++i) Zorvan::AppendLittle(columns, PlaceOf(scan, i)[k]);
+    std::string block;
+    for (std::size_t at = 0; at < columns.size(); at += 32)
+        block += static_cast<char>(std::min<std::size_t>(32, columns.size() - at) - 1) + columns.substr(at, 32);
+    std::string file = "FIELDS x y z\nSIZE 8 8 8\nTYPE F F F\nWIDTH " + std::to_string(scan.points.size()) +
+                       "\nDATA binary_compressed\n";
+    Zorvan::AppendLittle(file, static_cast<std::uint32_t>(block.size()));
+    Zorvan::AppendLittle(file, static_cast<std::uint32_t>(columns.size()));
+    return file + block;
+}
+
 /// The same scan in each format that is thinned.
 std::vector<std::filesystem::path> samples(const TemporaryFolder& folder, const Scan& scan)
 {
     Zorvan::WritePly(folder / "a.ply", scan);
     Zorvan::WritePcd(folder / "a.pcd", scan);
     Zorvan::WriteLas(folder / "a.las", scan);
+    Zorvan::WriteE57(folder / "a.e57", std::vector{scan});
     std::string xyz = "# x y z\n";
     std::string pts = std::to_string(scan.points.size()) + "\n";
     std::string ply = "ply\nformat ascii 1.0\nelement vertex " + std::to_string(scan.points.size()) +
@@ -44,8 +80,15 @@ std::vector<std::filesystem::path> samples(const TemporaryFolder& folder, const 
         pts += line + "7\n";
         ply += line + "\n";
     }
-    return {folder / "a.ply",           folder / "a.pcd",           folder / "a.las",
-            folder.Write("b.xyz", xyz), folder.Write("b.pts", pts), folder.Write("b.ply", ply)};
+    return {folder / "a.ply",
+            folder / "a.pcd",
+            folder / "a.las",
+            folder.Write("b.xyz", xyz),
+            folder.Write("b.pts", pts),
+            folder.Write("b.ply", ply),
+            folder / "a.e57",
+            folder.Write("b.ptx", ptxOf(scan)),
+            folder.Write("c.pcd", compressed(scan))};
 }
 
 std::vector<Position> firstInEachCell(const Scan& scan, double cell)
@@ -68,7 +111,7 @@ TEST(ThinReading, KeepsTheFirstPointOfEachCellInEveryFormat)
         for (const std::filesystem::path& file : samples(folder, sample)) {
             SCOPED_TRACE(file);
             const Scan whole = Zorvan::ReadScans(file).front();
-            const Zorvan::ThinnedScan thinned = ReadThinned(file, few);
+            const Zorvan::ThinnedScan thinned = ReadEachThinned(file, few).front();
             EXPECT_EQ(thinned.uiRead, 3000U);
             EXPECT_LT(thinned.scan.points.size(), 200U);
             EXPECT_GT(thinned.scan.points.size(), 20U);
@@ -77,7 +120,7 @@ TEST(ThinReading, KeepsTheFirstPointOfEachCellInEveryFormat)
             for (std::size_t i = 0; i < expected.size(); ++i) ExpectNear(PlaceOf(thinned.scan, i), expected[i], 1e-5);
             EXPECT_EQ(thinned.scan.normals.empty(), whole.normals.empty());
 
-            const Zorvan::ThinnedScan same = ReadThinned(file, all);
+            const Zorvan::ThinnedScan same = ReadEachThinned(file, all).front();
             EXPECT_EQ(same.dCell, 0.0);
             EXPECT_EQ(same.scan.shift, whole.shift);
             EXPECT_EQ(same.scan.points, whole.points);
@@ -106,6 +149,51 @@ TEST(ThinReading, IsForLargeFilesOfPoints)
     const Zorvan::Hooks stopped([] { return true; });
     const auto read = [&] { return ReadThinned(folder / "a.las", few, stopped); };
     EXPECT_NE(RefusalOf(read).find("a.las: stopped while it was read"), std::string::npos);
+}
+
+TEST(ThinReading, KeepsTheScansOfAFileApartOrInItsFrame)
+{
+    const TemporaryFolder folder;
+    std::vector<Scan> scans{SampleScan({}, 300), SampleScan({500000, 5400000, 300}, 200)};
+    scans[0].pose = Zorvan::Normalized(Zorvan::FramePose{{5, 6, 7}, {1, 2, 3, 4}});
+    scans[1].name = "second";
+    Zorvan::WriteE57(folder / "two.e57", scans);
+    std::string ptx = "1\n1\n" + ptxHead + "0 0 0 1\n"; // no point
+    for (const Scan& scan : scans) ptx += ptxOf(scan);
+    folder.Write("two.ptx", ptx);
+    for (const char* name : {"two.e57", "two.ptx"}) {
+        SCOPED_TRACE(name);
+        const std::vector<Scan> whole = Zorvan::ReadScans(folder / name);
+        const std::vector<Zorvan::ThinnedScan> same = ReadEachThinned(folder / name, all);
+        ASSERT_EQ(same.size(), 2U);
+        for (std::size_t i = 0; i < 2; ++i) {
+            ExpectSameScan(same[i].scan, {whole[i].points, whole[i].normals, {}, {}, {}, whole[i].shift});
+            EXPECT_EQ(same[i].scan.number, whole[i].number);
+            EXPECT_EQ(same[i].scan.name, whole[i].name);
+            const Zorvan::FramePose none;
+            EXPECT_EQ(same[i].scan.pose.value_or(none).position, whole[i].pose.value_or(none).position);
+        }
+        const Scan joined = Zorvan::JoinScans(whole);
+        const Scan one = ReadThinned(folder / name, all).scan;
+        ASSERT_EQ(one.points.size(), joined.points.size());
+        for (std::size_t i = 0; i < one.points.size(); ++i) ExpectNear(PlaceOf(one, i), PlaceOf(joined, i), 1e-3);
+        EXPECT_FALSE(one.sensor) << "there were two";
+        const auto surfels = Zorvan::ReadEachScan(folder / name, {.sensor = {}, .thin = all});
+        ASSERT_EQ(surfels.size(), 2U);
+        EXPECT_EQ(surfels[1].file.filename(), Zorvan::NumberedName(name, whole[1].number));
+    }
+}
+
+// A reader that keeps a whole file needs twice as much for the smallest of these.
+TEST(ThinReading, NeedsTheSameMemoryForFilesOfAnySize)
+{
+    const TemporaryFolder folder;
+    for (const std::filesystem::path& file : samples(folder, SampleScan({}, 300000))) {
+        if (file.filename() == "c.pcd") continue; // compressed as one block
+        livebytes::Watch();
+        EXPECT_EQ(Zorvan::ReadEachThinned(file, {0, 2000}).front().uiRead, 300000U);
+        EXPECT_LT(livebytes::Peak(), std::size_t{14} << 20U) << file;
+    }
 }
 
 // What no file may do: points at one place, on a line, far away, not finite.

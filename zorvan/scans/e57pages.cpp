@@ -6,6 +6,7 @@
 #include "zorvan/scans/littleendian.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Zorvan {
 
@@ -66,8 +67,9 @@ std::string E57Pages(std::string content, std::size_t xml)
     return file;
 }
 
-CE57Pages::CE57Pages(std::string_view bytes, const std::filesystem::path& file) : m_bytes(bytes), m_file(file)
+CE57Pages::CE57Pages(CFileParts parts, const std::filesystem::path& file) : m_parts(std::move(parts)), m_file(file)
 {
+    const std::string_view bytes = m_parts.At(0, uiHeaderBytes);
     if (!bytes.starts_with("ASTM-E57"))
         throw CInputError(file, "byte 0: does not begin with \"ASTM-E57\"", "check that it is an E57 file");
     if (bytes.size() < uiHeaderBytes)
@@ -76,37 +78,47 @@ CE57Pages::CE57Pages(std::string_view bytes, const std::filesystem::path& file) 
     const auto major = LoadLittle<std::uint32_t>(bytes, 8);
     if (major != 1)
         throw CInputError(file, "byte 8: version " + std::to_string(major), "version 1 is read: export it in that");
-    const auto length = LoadLittle<std::uint64_t>(bytes, 16);
+    m_size = LoadLittle<std::uint64_t>(bytes, 16);
     m_xmlPlace = LoadLittle<std::uint64_t>(bytes, 24);
     m_xmlLength = LoadLittle<std::uint64_t>(bytes, 32);
     m_pageSize = LoadLittle<std::uint64_t>(bytes, 40);
-    if (length > bytes.size())
+    if (m_size > m_parts.Size())
         throw CInputError(file,
-                          "truncated: the header promises " + std::to_string(length) + " bytes, the file has " +
-                              std::to_string(bytes.size()),
+                          "truncated: the header promises " + std::to_string(m_size) + " bytes, the file has " +
+                              std::to_string(m_parts.Size()),
                           "write or copy it again");
     if (m_pageSize < uiSmallestPage || m_pageSize > uiLargestPage)
         Fail(40, "pages of " + std::to_string(m_pageSize) + " bytes");
-    m_bytes = bytes.substr(0, length);
 }
 
 std::string CE57Pages::Xml() { return Read(m_xmlPlace, m_xmlLength); }
 
 std::uint64_t CE57Pages::ContentBefore(std::uint64_t place) const { return place - place / m_pageSize * uiChecksum; }
 
+std::uint64_t CE57Pages::PlaceOf(std::uint64_t content) const
+{
+    const std::uint64_t each = m_pageSize - uiChecksum;
+    return content / each * m_pageSize + content % each;
+}
+
+void CE57Pages::Demand(std::uint64_t place, std::uint64_t length) const
+{
+    if (place >= m_size || place % m_pageSize >= m_pageSize - uiChecksum || length > m_size - m_read)
+        Fail(place, std::to_string(length) + " bytes are promised there");
+}
+
 std::string CE57Pages::Read(std::uint64_t place, std::uint64_t length)
 {
+    Demand(place, length);
+    m_read += length;
     const std::uint64_t content = m_pageSize - uiChecksum;
     std::uint64_t at = place % m_pageSize;
-    if (place >= m_bytes.size() || at >= content || length > m_bytes.size() - m_read)
-        Fail(place, std::to_string(length) + " bytes are promised there");
-    m_read += length;
     std::string result;
     result.reserve(length);
     for (std::uint64_t begin = place - at; result.size() < length; begin += m_pageSize, at = 0) {
-        if (begin + m_pageSize > m_bytes.size())
+        if (begin + m_pageSize > m_size)
             Fail(begin, "truncated: " + std::to_string(length - result.size()) + " bytes are missing");
-        const std::string_view page = m_bytes.substr(begin, m_pageSize);
+        const std::string_view page = m_parts.At(begin, m_pageSize);
         if (Crc32c(page.substr(0, content)) != bigEndian(page.substr(content)))
             Fail(begin, "the checksum of the page does not fit");
         result += page.substr(at, std::min(content - at, length - result.size()));

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zorvan/scans/export.h"
+#include "zorvan/scans/fileparts.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -28,26 +29,31 @@ namespace Zorvan {
 class ZORVAN_SCANS_API CE57Pages
 {
 public:
-    /// @param bytes, file  must outlive this
+    /// @param file  must outlive this
     /// @throws CInputError when this is no E57 file, or not all of it
-    CE57Pages(std::string_view bytes, const std::filesystem::path& file);
+    CE57Pages(CFileParts parts, const std::filesystem::path& file);
 
     /// The XML text.
     [[nodiscard]] std::string Xml();
     /// So many bytes of content from a place on, with their pages checked.
     /// @throws CInputError when they are not all in the file, a checksum does not fit, or more has been read in all
-    /// than
-    ///         the file holds: its parts do not overlap, and a file that says so could keep us busy for good
+    ///         than the file holds: its parts do not overlap, and a file that says so could keep us busy for good
     [[nodiscard]] std::string Read(std::uint64_t place, std::uint64_t length);
-    /// Bytes of content before a place.
+    /// The same refusals before anything is read, but for checksums.
+    void Demand(std::uint64_t place, std::uint64_t length) const;
+    /// Bytes of content before a place, and the other way round.
     [[nodiscard]] std::uint64_t ContentBefore(std::uint64_t place) const;
+    [[nodiscard]] std::uint64_t PlaceOf(std::uint64_t content) const;
+    /// Bytes of the file.
+    [[nodiscard]] std::uint64_t Size() const { return m_size; }
 
     /// @throws CInputError that names the byte
     [[noreturn]] void Fail(std::uint64_t place, const std::string& why) const;
 
 private:
-    std::string_view m_bytes;
+    CFileParts m_parts;
     const std::filesystem::path& m_file;
+    std::uint64_t m_size = 0; ///< as the header has it
     std::uint64_t m_pageSize = 0;
     std::uint64_t m_xmlPlace = 0;
     std::uint64_t m_xmlLength = 0;

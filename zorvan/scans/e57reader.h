@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "zorvan/core/hooks.h"
 #include "zorvan/scans/export.h"
+#include "zorvan/scans/pointlistener.h"
 #include "zorvan/scans/scan.h"
 
 #include <filesystem>
@@ -20,5 +22,9 @@ namespace Zorvan {
 /// @param bytes  the whole file
 /// @throws CInputError naming the byte or the scan; never allocates more than a few times the file
 [[nodiscard]] ZORVAN_SCANS_API std::vector<Scan> ReadE57(std::string_view bytes, const std::filesystem::path& file);
+
+/// Says all of its points to who listens, in place of keeping them: some megabytes are in memory, whatever its size.
+/// @throws CInputError, and Stopped where the hooks stop it
+ZORVAN_SCANS_API void TellE57(const std::filesystem::path& file, IPointListener& listener, const Hooks& hooks);
 
 } // namespace Zorvan

@@ -13,8 +13,17 @@ namespace Zorvan {
 
 namespace {
 
-/// @throws CInputError when there is nothing to be read
-std::size_t demandSize(const std::filesystem::path& file)
+void read(const std::filesystem::path& file, char* to, std::size_t size)
+{
+    std::ifstream stream(file, std::ios::binary);
+    stream.read(to, static_cast<std::streamsize>(size));
+    if (stream.gcount() != static_cast<std::streamsize>(size))
+        throw CInputError(file, "cannot be read to its end", "check its permissions and the disk");
+}
+
+} // namespace
+
+std::uint64_t DemandFileSize(const std::filesystem::path& file)
 {
     std::error_code error;
     const auto status = std::filesystem::status(file, error);
@@ -27,26 +36,16 @@ std::size_t demandSize(const std::filesystem::path& file)
     return size;
 }
 
-void read(const std::filesystem::path& file, char* to, std::size_t size)
-{
-    std::ifstream stream(file, std::ios::binary);
-    stream.read(to, static_cast<std::streamsize>(size));
-    if (stream.gcount() != static_cast<std::streamsize>(size))
-        throw CInputError(file, "cannot be read to its end", "check its permissions and the disk");
-}
-
-} // namespace
-
 std::string ReadFileBytes(const std::filesystem::path& file)
 {
-    std::string bytes(demandSize(file), '\0');
+    std::string bytes(DemandFileSize(file), '\0');
     read(file, bytes.data(), bytes.size());
     return bytes;
 }
 
 SharedBytes ReadFileShared(const std::filesystem::path& file)
 {
-    const std::size_t size = demandSize(file);
+    const std::size_t size = DemandFileSize(file);
     const auto bytes = Zorvan::MakeByteBuffer(size);
     read(file, reinterpret_cast<char*>(bytes.get()), size);
     return {bytes, size};

@@ -4,11 +4,15 @@
 #include "zorvan/scans/export.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
 
 namespace Zorvan {
+
+/// @throws CInputError when there is nothing to be read: the file is missing, no regular file, or empty
+[[nodiscard]] ZORVAN_SCANS_API std::uint64_t DemandFileSize(const std::filesystem::path& file);
 
 /// The whole file as bytes.
 /// @throws CInputError when the file is missing, no regular file, empty or unreadable

@@ -101,23 +101,31 @@ private:
         rows.Move(m_stream, m_header.points);
     }
 
-    /// Field by field in the file, so it is in memory as a whole.
+    /// Field by field in the file, so it is in memory as a whole; rows are made of it a block at a time.
     void moveCompressed(const std::string& header)
     {
         std::string body;
         while (m_stream.BytesLeft() > 0) body += m_stream.Take(m_stream.Peek().size());
         const std::string columns = ExpandPcd(m_header, body, m_stream.File());
         body = {};
-        std::string rows(columns.size(), '\0');
-        std::size_t from = 0;
+        const std::uint64_t most = std::max<std::uint64_t>(1, CMoveStream::uiBlock / m_header.pointBytes);
+        const CRowMover mover(fields(), false, m_movement, rowsOf(columns, 0, std::min(most, m_header.points)));
+        m_stream.Put(rewritten(header, &mover));
+        for (std::uint64_t begin = 0; begin < m_header.points; begin += most)
+            mover.Pass(m_stream, rowsOf(columns, begin, std::min(begin + most, m_header.points)));
+    }
+
+    /// Points `begin` to `end` of a body that holds one field after another.
+    [[nodiscard]] std::string rowsOf(std::string_view columns, std::uint64_t begin, std::uint64_t end) const
+    {
+        std::string rows((end - begin) * m_header.pointBytes, '\0');
         for (const PcdField& field : m_header.fields) {
             const std::size_t bytes = field.size * field.count;
-            for (std::uint64_t i = 0; i < m_header.points; ++i, from += bytes)
-                rows.replace(i * m_header.pointBytes + field.offset, bytes, columns, from, bytes);
+            const std::size_t from = field.offset * m_header.points;
+            for (std::uint64_t i = begin; i < end; ++i)
+                rows.replace((i - begin) * m_header.pointBytes + field.offset, bytes, columns, from + i * bytes, bytes);
         }
-        const CRowMover mover(fields(), false, m_movement, rows);
-        m_stream.Put(rewritten(header, &mover));
-        m_stream.Put(mover.Moved(rows));
+        return rows;
     }
 
     /// The header with the view point moved, the data uncompressed, and other types where rows have them.

@@ -148,7 +148,7 @@ void CRowMover::sayRows(std::string_view rows, IPointListener& listener) const
     }
 }
 
-std::string CRowMover::Moved(std::string_view rows) const
+std::string CRowMover::moved(std::string_view rows) const
 {
     const std::size_t count = rows.size() / m_inBytes;
     std::string out(count * m_outBytes, '\0');
@@ -161,13 +161,17 @@ void CRowMover::Move(CMoveStream& stream, std::uint64_t count) const
     const std::size_t most = std::max<std::size_t>(1, CMoveStream::uiBlock / m_inBytes);
     while (count > 0) {
         const std::size_t rows = std::min<std::uint64_t>(count, most);
-        const std::string_view taken = stream.Take(rows * m_inBytes);
-        if (IPointListener* const listener = stream.Listener())
-            sayRows(taken, *listener);
-        else
-            stream.Put(Moved(taken));
+        Pass(stream, stream.Take(rows * m_inBytes));
         count -= rows;
     }
+}
+
+void CRowMover::Pass(CMoveStream& stream, std::string_view rows) const
+{
+    if (IPointListener* const listener = stream.Listener())
+        sayRows(rows, *listener);
+    else
+        stream.Put(moved(rows));
 }
 
 } // namespace Zorvan

@@ -47,10 +47,10 @@ public:
     [[nodiscard]] bool IsMoved(std::size_t field) const { return m_isMoved[field]; }
     [[nodiscard]] bool HasNewTypes() const { return m_hasNewTypes; }
 
-    /// Or says them to who listens to the stream.
+    /// Takes so many rows from the stream and passes them on.
     void Move(CMoveStream& stream, std::uint64_t count) const;
-    /// @param rows  whole ones
-    [[nodiscard]] std::string Moved(std::string_view rows) const;
+    /// Puts whole rows moved, or says them to who listens to the stream.
+    void Pass(CMoveStream& stream, std::string_view rows) const;
 
 private:
     struct Value
@@ -74,6 +74,7 @@ private:
     [[nodiscard]] Position load(const char* row, const Triple& values) const;
     void store(char* row, const Triple& values, const Position& numbers) const;
     void moveRow(const char* from, char* to) const;
+    [[nodiscard]] std::string moved(std::string_view rows) const;
     void sayRows(std::string_view rows, IPointListener& listener) const;
 
     const CMovement& m_movement;

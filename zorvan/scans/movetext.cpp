@@ -3,6 +3,7 @@
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/movecolumns.h"
 #include "zorvan/scans/moveformats.h"
+#include "zorvan/scans/ptxreader.h"
 #include "zorvan/scans/textnumber.h"
 
 #include <algorithm>
@@ -46,6 +47,18 @@ void takeEmptyLines(CMoveStream& stream)
     }
 }
 
+/// The place of the scanner, and its axes.
+std::array<Position, 4> numbersOf(const std::array<std::string, 4>& scanner, const CMoveStream& stream)
+{
+    std::array<Position, 4> all{};
+    for (std::size_t i = 0; i < scanner.size(); ++i) {
+        const std::optional<Position> numbers = CMovedLine(scanner[i]).Numbers(first);
+        if (!numbers) stream.FailLine("three numbers of the scanner were expected above");
+        all[i] = *numbers;
+    }
+    return all;
+}
+
 /// The four lines of a PTX pose: its columns, and the shift.
 FramePose takePose(CMoveStream& stream)
 {
@@ -60,6 +73,31 @@ FramePose takePose(CMoveStream& stream)
     const auto pose = FromRows(rows, shift);
     if (!pose) stream.FailLine("the pose above is no rotation (within 0.001)");
     return *pose;
+}
+
+void putCells(CMoveStream& stream, std::uint64_t cells)
+{
+    for (; cells > 0; --cells) {
+        const std::string_view line = stream.TakeLine();
+        if (line.empty()) stream.FailLine("the file is cut short");
+        stream.Put(line);
+    }
+}
+
+/// Cells at 0 0 0 are empty.
+void tellCells(CMoveStream& stream, std::uint64_t cells)
+{
+    for (; cells > 0; --cells) {
+        takeEmptyLines(stream);
+        std::string_view line = stream.TakeLine();
+        Position place{};
+        for (double& c : place) {
+            const std::optional<double> number = ParseNumber(NextWord(line, "\n"));
+            if (!number) stream.FailLine("three numbers of a point were expected");
+            c = *number;
+        }
+        if (place != Position{}) stream.Listener()->TakePoint(place, nullptr);
+    }
 }
 
 std::string lineOf(const Position& numbers, const char* more)
@@ -121,20 +159,24 @@ std::string MovePtx(CMoveStream& stream, const CMovement& movement)
         std::array<std::string, 4> scanner;                      // its place, and its axes
         for (std::string& line : scanner) line = stream.TakeLine();
         const FramePose before = takePose(stream);
-        const CMovement motion(movement.OfScan(++number, before));
+        const std::array<Position, 4> numbers = numbersOf(scanner, stream);
+        ++number;
+        if (IPointListener* const listener = stream.Listener()) {
+            const auto place = PtxScanner(numbers);
+            if (!place) stream.FailLine("the position of the scanner above is not finite");
+            listener->BeginScan({number, {}, before});
+            listener->TakeSensor(Compose(Inverse(before), *place));
+            tellCells(stream, cells);
+            continue;
+        }
+        const CMovement motion(movement.OfScan(number, before));
         for (std::size_t i = 0; i < scanner.size(); ++i) {
             CMovedLine line(scanner[i]);
-            const std::optional<Position> numbers = line.Numbers(first);
-            if (!numbers) stream.FailLine("three numbers of the scanner were expected above");
-            line.Replace(first, i == 0 ? motion.Point(*numbers) : motion.Direction(*numbers));
+            line.Replace(first, i == 0 ? motion.Point(numbers[i]) : motion.Direction(numbers[i]));
             stream.Put(line.Text());
         }
         putPose(stream, Compose(motion.Pose(), before));
-        for (std::uint64_t i = 0; i < cells; ++i) {
-            const std::string_view line = stream.TakeLine();
-            if (line.empty()) stream.FailLine("the file is cut short");
-            stream.Put(line);
-        }
+        putCells(stream, cells);
     }
     return {};
 }

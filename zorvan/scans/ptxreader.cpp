@@ -63,19 +63,13 @@ private:
         return {numbers[0], numbers[1], numbers[2]};
     }
 
-    /// In the frame of the file. Its axes stand one a line; programs without a scanner leave them empty.
     FramePose parseScanner()
     {
-        const Position position = three();
-        std::array<Position, 3> rows{};
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            const Position direction = three();
-            for (std::size_t k = 0; k < 3; ++k) rows[k][axis] = direction[k];
-        }
-        if (const auto scanner = FromRows(rows, position)) return *scanner;
-        const auto upright = Normalized(FramePose{position});
-        if (!upright) m_lines.Fail("the position of the scanner is not finite");
-        return *upright;
+        std::array<Position, 4> lines{};
+        for (Position& line : lines) line = three();
+        const auto scanner = PtxScanner(lines);
+        if (!scanner) m_lines.Fail("the position of the scanner is not finite");
+        return *scanner;
     }
 
     /// Four lines of four numbers for points that stand left of the matrix: the last line is the shift.
@@ -118,6 +112,16 @@ private:
 };
 
 } // namespace
+
+std::optional<FramePose> PtxScanner(const std::array<Position, 4>& lines)
+{
+    std::array<Position, 3> rows{};
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        for (std::size_t k = 0; k < 3; ++k) rows[k][axis] = lines[axis + 1][k];
+    }
+    if (const auto scanner = FromRows(rows, lines[0])) return scanner;
+    return Normalized(FramePose{lines[0]});
+}
 
 std::vector<Scan> ReadPtx(std::string_view bytes, const std::filesystem::path& file)
 {

@@ -4,7 +4,9 @@
 #include "zorvan/scans/export.h"
 #include "zorvan/scans/scan.h"
 
+#include <array>
 #include <filesystem>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -18,5 +20,11 @@ namespace Zorvan {
 /// @param bytes  the whole file
 /// @throws CInputError naming the line; never allocates more than a few times the file
 [[nodiscard]] ZORVAN_SCANS_API std::vector<Scan> ReadPtx(std::string_view bytes, const std::filesystem::path& file);
+
+/// The scanner of such a scan in the frame of the file. Programs that know of none leave its axes empty; then it stands
+/// upright.
+/// @param lines  its position, and its axes one a line
+/// @return       nothing when the position is not finite
+[[nodiscard]] std::optional<FramePose> PtxScanner(const std::array<Position, 4>& lines);
 
 } // namespace Zorvan

@@ -17,6 +17,7 @@
 #include "zorvan/scans/scanwriter.h"
 #include "zorvan/scans/showntext.h"
 #include "zorvan/scans/textnumber.h"
+#include "zorvan/scans/thinnedscans.h"
 #include "zorvan/scans/thinreading.h"
 #include "zorvan/scans/xyzreader.h"
 
@@ -160,16 +161,30 @@ void requirePoints(const SurfelScan& surfels, const Scan& scan, const std::strin
                       "give a scan of a surface");
 }
 
-SurfelScan thinnedSurfels(const std::filesystem::path& file, const ScanOptions& options, const Hooks& hooks)
+/// @param name  of the scan: its file, or that with a number behind it
+SurfelScan thinnedSurfels(ThinnedScan thinned, const std::filesystem::path& name, const ScanOptions& options)
 {
-    ThinnedScan thinned = ReadThinned(file, options.thin, hooks);
+    std::optional<FramePose> pose = thinned.scan.pose;
+    for (std::size_t k = 0; pose && k < 3; ++k) pose->position[k] *= options.dMmPerUnit;
     if (!options.isShifted) SetShift(thinned.scan, {});
-    SurfelScan surfels = ToSurfels(std::move(thinned.scan), file, options);
+    SurfelScan surfels = ToSurfels(std::move(thinned.scan), name, options);
     surfels.uiRead = thinned.uiRead;
     surfels.uiNotFinite += thinned.uiNotFinite;
     surfels.dCell = thinned.dCell * options.dMmPerUnit;
-    surfels.isResult = IsColouredResult(file);
+    surfels.pose = pose;
     return surfels;
+}
+
+/// Each scan of a file, thinned where the file is large.
+std::vector<ThinnedScan> readEach(const std::filesystem::path& file, const ScanOptions& options, const Hooks& hooks)
+{
+    if (IsReadThinned(file, options.thin)) return ReadEachThinned(file, options.thin, hooks);
+    std::vector<ThinnedScan> all;
+    for (Scan& scan : ReadScans(file)) {
+        const std::size_t points = scan.points.size();
+        all.push_back({std::move(scan), points});
+    }
+    return all;
 }
 
 } // namespace
@@ -211,8 +226,14 @@ std::string SurfelScan::Warning() const
 
 SurfelScan ReadScan(const std::filesystem::path& file, const ScanOptions& options, const Hooks& hooks)
 {
-    if (IsReadThinned(file, options.thin)) return thinnedSurfels(file, options, hooks);
-    SurfelScan surfels = ToSurfels(options.isShifted ? joined(file) : ReadScanFile(file), file, options);
+    ThinnedScan read;
+    if (IsReadThinned(file, options.thin)) {
+        read = ReadThinned(file, options.thin, hooks);
+    } else {
+        read.scan = joined(file);
+        read.uiRead = read.scan.points.size();
+    }
+    SurfelScan surfels = thinnedSurfels(std::move(read), file, options);
     surfels.isResult = IsColouredResult(file);
     return surfels;
 }
@@ -260,24 +281,15 @@ std::filesystem::path FileOfScan(const std::filesystem::path& scan)
 
 std::vector<SurfelScan> ReadEachScan(const std::filesystem::path& file, const ScanOptions& options, const Hooks& hooks)
 {
+    std::vector<ThinnedScan> scans = readEach(file, options, hooks);
+    const bool isOne = scans.size() == 1;
+    if (isOne) PutInFileFrame(scans.front().scan);
     std::vector<SurfelScan> all;
-    if (IsReadThinned(file, options.thin)) {
-        all.push_back(ReadScan(file, options, hooks));
-        return all;
+    for (ThinnedScan& scan : scans) {
+        const std::filesystem::path name = isOne ? file : NumberedName(file, scan.scan.number);
+        all.push_back(thinnedSurfels(std::move(scan), name, options));
     }
-    std::vector<Scan> scans = ReadScans(file);
-    if (scans.size() == 1) {
-        all.push_back(ReadScan(file, options));
-        return all;
-    }
-    for (Scan& scan : scans) {
-        std::optional<FramePose> pose = scan.pose;
-        for (std::size_t k = 0; pose && k < 3; ++k) pose->position[k] *= options.dMmPerUnit;
-        if (!options.isShifted) SetShift(scan, {});
-        const std::filesystem::path name = NumberedName(file, scan.number);
-        all.push_back(ToSurfels(std::move(scan), name, options));
-        all.back().pose = pose;
-    }
+    if (isOne) all.front().isResult = IsColouredResult(file);
     return all;
 }
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "zorvan/scans/export.h"
-#include "zorvan/scans/pointlistener.h"
+#include "zorvan/scans/scan.h"
 
 #include <array>
 #include <cstddef>
@@ -22,14 +22,16 @@ namespace Zorvan {
 ///     const Scan scan = cloud.ToScan();
 ///
 /// Some 50 bytes for each point that may be kept, whatever the number of those that come.
-class ZORVAN_SCANS_API CThinnedCloud : public IPointListener
+class ZORVAN_SCANS_API CThinnedCloud
 {
 public:
     /// @param uiMost  at least 16
     explicit CThinnedCloud(std::size_t uiMost);
 
-    void TakePoint(const Position& place, const Position* normal) override;
-    void TakeSensor(const FramePose& sensor) override { m_sensor = sensor; }
+    /// @param normal  null where there is none
+    void TakePoint(const Position& place, const Position* normal);
+    /// Its frame in that of the points.
+    void SetSensor(const std::optional<FramePose>& sensor) { m_sensor = sensor; }
 
     /// How many came, and how many of them were not finite.
     [[nodiscard]] std::uint64_t NumTaken() const { return m_taken; }

@@ -19,7 +19,7 @@ struct ThinLimits
 };
 
 /// Whether a file is too large to be read as a whole, and of a kind that can be thinned: PLY without faces and range
-/// grid, PCD without compression that is no image, LAS, PTS, XYZ and XYZN. False for what cannot be read.
+/// grid, PCD that is no image, LAS, E57, PTX, PTS, XYZ and XYZN. False for what cannot be read.
 [[nodiscard]] ZORVAN_SCANS_API bool IsReadThinned(const std::filesystem::path& file, const ThinLimits& limits = {});
 
 /// A scan of which the first point in each cell of a lattice was kept, see CThinnedCloud.
@@ -31,7 +31,7 @@ struct ThinnedScan
     double dCell = 0.0; ///< in the unit of the file; 0: all points are there
 };
 
-/// Reads a file in blocks. Some 300 MB are in memory, whatever its size.
+/// Reads a file in blocks, all scans in it as one. Some 300 MB are in memory, with a compressed PCD its bytes as well.
 /// @param hooks  hears of bytes
 /// @throws CInputError  also when the hooks stop it: a part of a file is no scan
 [[nodiscard]] ZORVAN_SCANS_API ThinnedScan ReadThinned(const std::filesystem::path& file, const ThinLimits& limits = {},
