@@ -2,7 +2,6 @@
 #include "zorvan/workflow/exportscans.h"
 
 #include "zorvan/scans/e57writer.h"
-#include "zorvan/scans/exactpose.h"
 #include "zorvan/scans/framepose.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/joinscans.h"
@@ -10,8 +9,8 @@
 #include "zorvan/scans/pcdwriter.h"
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/scans/scanwriter.h"
+#include "zorvan/workflow/moves.h"
 
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,25 +19,17 @@ namespace prereg {
 
 namespace {
 
-/// In the frame of the main cluster, in the unit of the poses.
-std::optional<Zorvan::FramePose> placeOf(const std::filesystem::path& name, const Zorvan::PosesFile& poses)
-{
-    const auto [scan, cluster] = poses.Find(name);
-    if (scan == nullptr || cluster != 0 || !scan->pose) return std::nullopt;
-    Zorvan::FramePose pose = Zorvan::ExactPoseOf(*scan);
-    for (double& c : pose.position) c /= poses.dMmPerUnit;
-    return pose;
-}
+constexpr std::size_t uiMain = 0; // the first cluster
 
 std::vector<Zorvan::Scan> placedScans(const std::filesystem::path& file, const Zorvan::PosesFile& poses)
 {
     std::vector<Zorvan::Scan> placed;
-    const auto ofFile = placeOf(file, poses);
+    const auto ofFile = PlaceInCluster(poses, uiMain, file);
     for (Zorvan::Scan& scan : Zorvan::ReadScans(file)) {
         if (ofFile) // which was registered as a whole
             scan.pose = scan.pose ? Compose(*ofFile, *scan.pose) : *ofFile;
         else
-            scan.pose = placeOf(Zorvan::NumberedName(file, scan.number), poses);
+            scan.pose = PlaceInCluster(poses, uiMain, Zorvan::NumberedName(file, scan.number));
         if (!scan.pose) continue;
         if (scan.name.empty()) scan.name = file.stem().string();
         placed.push_back(std::move(scan));

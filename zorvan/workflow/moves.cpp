@@ -24,17 +24,23 @@ std::optional<std::size_t> numberIn(const std::string& name, const std::string& 
 std::optional<Zorvan::FramePose> placeOf(const Zorvan::PosesFile& poses, const std::string& name, double dMmPerUnit,
                                          FileMove& move)
 {
-    const auto [scan, cluster] = poses.Find(name);
-    if (!scan->pose || cluster != CommonCluster(poses)) {
-        move.why = name + (scan->pose ? " lies in the frame of another cluster" : " has no pose");
-        return std::nullopt;
-    }
-    Zorvan::FramePose pose = Zorvan::ExactPoseOf(*scan);
-    for (double& c : pose.position) c /= dMmPerUnit > 0.0 ? dMmPerUnit : poses.dMmPerUnit;
-    return pose;
+    const auto place = PlaceInCluster(poses, CommonCluster(poses), name, dMmPerUnit);
+    if (!place)
+        move.why = name + (poses.Find(name).scan->pose ? " lies in the frame of another cluster" : " has no pose");
+    return place;
 }
 
 } // namespace
+
+std::optional<Zorvan::FramePose> PlaceInCluster(const Zorvan::PosesFile& poses, std::size_t cluster,
+                                                const std::filesystem::path& scan, double dMmPerUnit)
+{
+    const auto [found, itsCluster] = poses.Find(scan);
+    if (found == nullptr || !found->pose || itsCluster != cluster) return std::nullopt;
+    Zorvan::FramePose pose = Zorvan::ExactPoseOf(*found);
+    for (double& c : pose.position) c /= dMmPerUnit > 0.0 ? dMmPerUnit : poses.dMmPerUnit;
+    return pose;
+}
 
 std::optional<FileMove> FindMove(const Zorvan::PosesFile& poses, const std::filesystem::path& file, double dMmPerUnit)
 {

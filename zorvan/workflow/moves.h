@@ -24,6 +24,14 @@ struct FileMove
     std::string why = {};                                  ///< it has no place in the common frame; empty when it has
 };
 
+/// Where a scan stands in the frame of a cluster of a poses file; nothing for one that has no pose or is not in it.
+/// @param scan        found by its name
+/// @param dMmPerUnit  of the lengths that are wanted; not positive: that of the poses
+[[nodiscard]] ZORVAN_WORKFLOW_API std::optional<Zorvan::FramePose> PlaceInCluster(const Zorvan::PosesFile& poses,
+                                                                                  std::size_t cluster,
+                                                                                  const std::filesystem::path& scan,
+                                                                                  double dMmPerUnit = 0.0);
+
 /// What a poses file has of a file of scans, in the frame of its primary cluster.
 /// @param dMmPerUnit  of the scans; not positive: that of the poses
 /// @return            nothing when the poses do not know the file
