@@ -1,11 +1,23 @@
 // SPDX-License-Identifier: MIT
 #include "workfolder.h"
 
+#include "tests/scans/scansamples.h"
+
+#include "zorvan/scans/e57writer.h"
+#include "zorvan/scans/laswriter.h"
+#include "zorvan/scans/pcdwriter.h"
+#include "zorvan/scans/scanwriter.h"
+#include "zorvan/scans/stlwriter.h"
+
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <sstream>
 #include <string>
+#include <tuple>
+#include <vector>
 
 namespace {
 
@@ -115,6 +127,62 @@ TEST_F(BadInput, OfEveryKindIsRefusedInOneLine)
         expectRefused(outcome, scan.words);
         EXPECT_NE(outcome.err.find(scan.name), std::string::npos) << outcome.err;
         EXPECT_EQ(folder.Read("old.json"), "old");
+    }
+}
+
+/// A file of 200 points in each format that promises how many there are, and what the promise looks like.
+std::vector<std::tuple<std::string, std::string, std::string>> countedFiles(const WorkFolder& folder)
+{
+    Zorvan::Scan scan = SampleScan();
+    std::string lines;
+    for (const Zorvan::Vector3& p : scan.points)
+        lines += std::to_string(p.x) + " " + std::to_string(p.y) + " " + std::to_string(p.z) + "\n";
+    folder.Write("a.pts", "200\n" + lines);
+    folder.Write("a.ptx", "20\n10\n0 0 9\n1 0 0\n0 1 0\n0 0 1\n1 0 0 0\n0 1 0 0\n0 0 1 0\n0 0 0 1\n" + lines);
+    folder.Write("b.ply", plyHead + "200" + plyXyz + "end_header\n" + lines);
+    folder.Write("b.pcd", "FIELDS x y z\nWIDTH 200\nDATA ascii\n" + lines);
+    Zorvan::WritePly(folder / "a.ply", scan);
+    Zorvan::WritePcd(folder / "a.pcd", scan);
+    Zorvan::WriteLas(folder / "a.las", scan);
+    Zorvan::WriteE57(folder / "a.e57", std::vector{scan});
+    scan.faces = {{0, 1, 2}, {2, 1, 3}};
+    Zorvan::WriteStl(folder / "a.stl", scan);
+    const std::string inLas("\xc8\0\0\0", 4);
+    return {{"a.pts", "200", "999"},
+            {"a.ptx", "20\n", "99\n"},
+            {"b.ply", "vertex 200", "vertex 999"},
+            {"b.pcd", "WIDTH 200", "WIDTH 999"},
+            {"a.ply", "vertex 200", "vertex 999"},
+            {"a.pcd", "WIDTH 200", "WIDTH 999"},
+            {"a.las", inLas, std::string(4, '\x7f')},
+            {"a.e57", "recordCount=\"200\"", "recordCount=\"999\""},
+            {"a.stl", std::string("\2\0\0\0", 4), std::string(4, '\x7f')}};
+}
+
+TEST_F(BadInput, OfACutFileOrALyingCountIsRefusedInOneLine)
+{
+    constexpr std::size_t uiCuts = 25;
+    for (const auto& [name, count, lie] : countedFiles(folder)) {
+        const std::string whole = folder.Read(name);
+        const std::string ending = name.substr(1);
+        ASSERT_EQ(folder.Run("info " + name).exitCode, 0) << name;
+        std::string files = "lie" + ending;
+        std::string lying = whole;
+        ASSERT_NE(whole.find(count), std::string::npos) << name;
+        folder.Write("lie" + ending, lying.replace(lying.find(count), count.size(), lie));
+        for (std::size_t i = 0; i < uiCuts; ++i) {
+            const std::string cut = "cut" + std::to_string(i) + ending;
+            folder.Write(cut, whole.substr(0, whole.size() * i / uiCuts));
+            files += " " + cut;
+        }
+        const auto outcome = folder.Run("info " + files);
+        EXPECT_EQ(outcome.exitCode, 2) << name;
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), uiCuts + 1) << outcome.err;
+        EXPECT_EQ(outcome.out, "") << "of damaged files";
+        std::istringstream refusals(outcome.err);
+        std::istringstream names(files);
+        for (std::string line, file; std::getline(refusals, line) && names >> file;)
+            EXPECT_TRUE(line.starts_with("zorvan: " + file + ": ")) << line;
     }
 }
 
