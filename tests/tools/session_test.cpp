@@ -212,6 +212,12 @@ void expectSame(const NamedPoses& found, const NamedPoses& expected, const std::
     }
 }
 
+/// Poses as they are stored, bit for bit.
+element clustersIn(const WorkFolder& folder, const std::string& session)
+{
+    return prereg::ReadDocumentFile(folder / session).child("clustering");
+}
+
 TEST(Session, SaysWhatWasDoneTakesItBackAndMovesWithItsFolder)
 {
     const WorkFolder folder;
@@ -219,6 +225,7 @@ TEST(Session, SaysWhatWasDoneTakesItBackAndMovesWithItsFolder)
     ASSERT_EQ(folder.Run("simulate -o job --views 3 --field 28 --points 6000 --seed 4 --quiet").exitCode, 0);
     ASSERT_EQ(folder.Run("register job/view00.ply job/view01.ply -o job/out", ">o", noon).exitCode, 0);
     const NamedPoses two = posesOf(folder, "job/out/session.zdoc");
+    const element storedTwo = clustersIn(folder, "job/out/session.zdoc");
     ASSERT_EQ(folder.Run("register job/view02.ply --session job/out/session.zdoc -o job/out", ">o", noon).exitCode, 0);
     const NamedPoses three = posesOf(folder, "job/out/session.zdoc");
 
@@ -234,10 +241,14 @@ TEST(Session, SaysWhatWasDoneTakesItBackAndMovesWithItsFolder)
     const auto outcome = folder.Run("register --session " + session + " -o exported --export ply");
     EXPECT_NE(outcome.err.find("exported/scans.ply holds 3 of the 3 scans"), std::string::npos) << outcome.err;
 
+    const element stored = clustersIn(folder, session);
     ASSERT_EQ(folder.Run("session remove " + session + " view00.ply", ">o", noon).exitCode, 0);
+    EXPECT_NE(clustersIn(folder, session), stored);
     EXPECT_EQ(folder.Run("session undo " + session).exitCode, 0);
+    EXPECT_EQ(clustersIn(folder, session), stored) << "poses are the same bytes";
     expectSame(posesOf(folder, session), three, "with the surface of the scan that was removed");
     EXPECT_EQ(folder.Run("session undo " + session).exitCode, 0);
+    EXPECT_EQ(clustersIn(folder, session), storedTwo) << "poses are the same bytes";
     expectSame(posesOf(folder, session), two, "taken back twice");
     ExpectRefused(folder.Run("session undo " + session), session + ": nothing to take back; zorvan session list");
     EXPECT_EQ(folder.Run("register moved/view02.ply --session " + session + " -o again").exitCode, 0);

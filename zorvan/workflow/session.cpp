@@ -20,6 +20,7 @@
 #include <cstdio>
 #include <exception>
 #include <new>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -96,6 +97,7 @@ CSession CSession::Load(const std::filesystem::path& file, const Group& group)
         if (!(mmPerUnit > 0.0) || !std::isfinite(mmPerUnit)) refuse("damaged: its unit of length is no length");
         if (const std::string why = WhatIsWrongWith(registration, files); !why.empty()) refuse("damaged: " + why);
         CSession session(std::move(registration), mmPerUnit, std::move(files));
+        session.keepClusters(document);
         session.m_shift = ReadShift(document);
         session.readPast(document, folder);
         return session;
@@ -112,7 +114,10 @@ CSession CSession::Load(const std::filesystem::path& file, const Group& group)
 void CSession::Save(const std::filesystem::path& file) const
 {
     const std::filesystem::path folder = folderOf(Zorvan::PublishedPath(file));
-    bson::object document = m_registration.ToObject();
+    const bson::object clusters = clustersToObject();
+    bson::object document;
+    for (const bson::element& e : m_registration.ToObject())
+        document += e.name() == std::string_view("clustering") ? clusters.child("clustering") : e;
     document += bson::element(sUnit, m_mmPerUnit);
     AppendShift(document, m_shift);
     document += bson::element(sFiles, FilesToObject(m_files, folder));

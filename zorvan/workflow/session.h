@@ -91,6 +91,10 @@ public:
     [[nodiscard]] CSession Undone(const Group& group, const JournalStamp& stamp = {}) const;
 
 private:
+    /// Takes the clusters of the document that the registration was read from for those that are there.
+    void keepClusters(const bson::object& stored);
+    /// Poses and clusters, as a document of the registration holds them, but without surfaces.
+    [[nodiscard]] bson::object clustersToObject() const;
     void forgetSurfaces();
     [[nodiscard]] bson::object pastToObject(const std::filesystem::path& folder) const;
     void readPast(const bson::object& document, const std::filesystem::path& folder);
@@ -102,6 +106,10 @@ private:
     SessionJournal m_journal;
     std::vector<Step> m_past; ///< before the changes, oldest first
     bson::object m_kept;      ///< surfaces that only the past has
+    // A pose is stored as a quaternion in single precision, which is another one in its last digit after it was read
+    // and written. So what was read is written again as it was, for as long as nothing moves.
+    bson::object m_storedClusters; ///< as they were read
+    bson::object m_readClusters;   ///< as they would be written since
 };
 
 /// The cluster of each scan, by the name of the scan.

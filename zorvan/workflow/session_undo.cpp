@@ -3,6 +3,7 @@
 #include "zorvan/workflow/session.h"
 #include "zorvan/workflow/sessioncheck.h"
 
+#include <algorithm>
 #include <exception>
 #include <new>
 #include <set>
@@ -16,7 +17,7 @@ namespace {
 
 using Identifiers = std::set<UniversalUniqueID>;
 
-/// Poses and clusters, as the document of a registration holds them, but without surfaces.
+/// As the document of a registration holds them, but without surfaces.
 bson::object clustersOf(const CClusterRegistration& registration)
 {
     bson::object clusters;
@@ -73,7 +74,19 @@ CClusterRegistration readRegistration(const bson::object& document, const CSessi
 
 } // namespace
 
-CSession::Step CSession::GetStep() const { return {clustersOf(m_registration), m_files, m_shift}; }
+void CSession::keepClusters(const bson::object& stored)
+{
+    m_storedClusters = {stored.child("clustering"), stored.child("primary_cluster_id")};
+    m_readClusters = clustersOf(m_registration);
+}
+
+bson::object CSession::clustersToObject() const
+{
+    const bson::object now = clustersOf(m_registration);
+    return std::ranges::equal(now, m_readClusters) ? m_storedClusters : now;
+}
+
+CSession::Step CSession::GetStep() const { return {clustersToObject(), m_files, m_shift}; }
 
 void CSession::AddStep(Step step)
 {
@@ -117,6 +130,7 @@ CSession CSession::Undone(const Group& group, const JournalStamp& stamp) const
     CSession session(readRegistration(document, group), m_mmPerUnit, step.files);
     if (const std::string why = WhatIsWrongWith(session.m_registration, step.files); !why.empty())
         throw std::invalid_argument("the state to go back to is damaged: " + why);
+    session.keepClusters(step.clusters);
     session.m_shift = step.shift;
     session.m_journal = m_journal;
     session.m_journal.push_back({stamp, "took back the last change", {}, {}});
