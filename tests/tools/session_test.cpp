@@ -241,6 +241,16 @@ TEST(Session, SaysWhatWasDoneTakesItBackAndMovesWithItsFolder)
     const auto outcome = folder.Run("register --session " + session + " -o exported --export ply");
     EXPECT_NE(outcome.err.find("exported/scans.ply holds 3 of the 3 scans"), std::string::npos) << outcome.err;
 
+    // Of another last digit than reading and writing it makes.
+    const object document = prereg::ReadDocumentFile(folder / session);
+    const auto first = [](const element& e) { return e.as_object().begin()->as_object(); };
+    const object trafo = first(first(document.child("clustering")).child("entities")).child("trafo").as_object();
+    const float w = trafo.child("Rotation").as_object().child("w").as_float() + 4e-7F;
+    const object turned = inside("trafo", element("Rotation", object(element("w", w))));
+    prereg::WriteDocumentFile(
+        folder / session,
+        document.update(inside("clustering", element("cluster", inside("entities", element("entity", turned))))));
+
     const element stored = clustersIn(folder, session);
     ASSERT_EQ(folder.Run("session remove " + session + " view00.ply", ">o", noon).exitCode, 0);
     EXPECT_NE(clustersIn(folder, session), stored);
@@ -258,11 +268,10 @@ TEST(Session, SaysWhatWasDoneTakesItBackAndMovesWithItsFolder)
     listed = folder.Run("session list again/session.zdoc");
     EXPECT_NE(listed.err.find("view01.ply is not at "), std::string::npos) << listed.err;
     // As earlier versions wrote it.
-    const object document = prereg::ReadDocumentFile(folder / "again/session.zdoc");
+    const object again = prereg::ReadDocumentFile(folder / "again/session.zdoc");
     object files;
-    for (const element& e : document.child("files").as_object()) files += element("file", e.as_object().erase("path"));
-    prereg::WriteDocumentFile(folder / "old.zdoc",
-                              with(document.erase("journal").erase("past"), element("files", files)));
+    for (const element& e : again.child("files").as_object()) files += element("file", e.as_object().erase("path"));
+    prereg::WriteDocumentFile(folder / "old.zdoc", with(again.erase("journal").erase("past"), element("files", files)));
     expectSame(posesOf(folder, "old.zdoc"), three, "as earlier versions wrote it");
     ExpectRefused(folder.Run("session undo old.zdoc"), "nothing to take back");
 }
