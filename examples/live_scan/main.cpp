@@ -119,8 +119,8 @@ bool report(const Outcome& outcome, const live::CModel& model)
     std::cout << live::Table(outcome.frames);
     std::printf("%.1f %% of %zu frames done within 50 ms; %td lost; none more than %.3f mm off\n",
                 100.0 * live::ShareInTime(outcome.frames), outcome.frames.size(), lost, outcome.dFarthest);
-    std::printf("model: %zu points, %zu patches taken in %zu rounds of %.2f s, the slowest %.2f s\n",
-                model.CountMergedPoints(), state.patches.size(), state.seconds.size(),
+    std::printf("model: %zu points in %zu patches, %zu of them new; each took %.2f s, the slowest %.2f s\n",
+                live::CountPoints(state.patches), state.patches.size(), state.seconds.size(),
                 sum / static_cast<double>(std::max<std::size_t>(1, state.seconds.size())), slowest);
     return lost == 0 && outcome.dFarthest < dFarthest;
 }
