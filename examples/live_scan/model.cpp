@@ -61,15 +61,11 @@ CModel::~CModel()
     m_thread.join();
 }
 
-void CModel::Start(const std::vector<EarlierScan>& scans)
+void CModel::Start(const std::vector<Frame>& scans)
 {
-    std::map<const Frame*, PatchPtr> sets;
     Patches patches;
-    for (const EarlierScan& scan : scans) {
-        PatchPtr& set = sets[scan.scan.get()];
-        if (set == nullptr) set = patchOf(*scan.scan, m_config);
-        patches[uiEarlier + static_cast<unsigned>(patches.size())] = {set, scan.pose};
-    }
+    for (const Frame& scan : scans)
+        patches[uiEarlier + static_cast<unsigned>(patches.size())] = {patchOf(scan, m_config), scan.truth};
     const std::lock_guard lock(m_mutex);
     m_state.patches = std::move(patches);
 }
@@ -116,6 +112,7 @@ void CModel::work()
         const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
         lock.lock();
         --m_state.uiWaiting;
+        m_state.uiUnplaced = m_unplaced.size();
         m_state.seconds.push_back(taken.count());
         m_changed.notify_all();
     }

@@ -10,6 +10,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -37,6 +38,7 @@ public:
     {
         Patches patches;             ///< in the model
         std::size_t uiWaiting = 0;   ///< patches that the model has not taken yet
+        std::size_t uiUnplaced = 0;  ///< patches that it has found no place for so far
         std::vector<double> seconds; ///< that each patch took, wall clock
     };
 
@@ -46,7 +48,7 @@ public:
     CModel& operator=(const CModel&) = delete;
 
     /// Before the first patch: what is there already.
-    void Start(const std::vector<EarlierScan>& scans);
+    void Start(const std::vector<Frame>& scans);
     /// @param pose  to the world; invalid: not known, the model searches for it
     void Add(unsigned number, PatchPtr patch, const prereg::CTrafo& pose);
     /// Of a patch in the model.
