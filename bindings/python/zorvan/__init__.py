@@ -19,11 +19,12 @@ Warnings go to the logger "zorvan"; a search warns of much that is its everyday 
 
 from __future__ import annotations
 
+import datetime as _datetime
 import importlib as _importlib
 import logging as _logging
 import os as _os
 from collections.abc import Callable, Iterable, Mapping, Sequence
-from typing import TYPE_CHECKING, Any, Optional, Union
+from typing import TYPE_CHECKING, Any, NamedTuple, Optional, Union
 
 from ._core import (Alignment, InputError, KdTree, PointSet, Registration, Scan, Session, __version__, colour_distance,
                     describe_setting, document_from_bytes, document_to_bytes, icp, lab_to_rgb, read_clouds,
@@ -38,12 +39,35 @@ if TYPE_CHECKING:
     ScanLike = Union[Scan, str, _os.PathLike[str], Array, tuple[Array, Array]]
     Progress = Union[bool, Callable[[str, float], object], None]
 
-__all__ = ["Alignment", "InputError", "KdTree", "PointSet", "Registration", "Scan", "Session", "__version__", "align",
+__all__ = ["Alignment", "DateTime", "InputError", "KdTree", "PointSet", "Regex", "Registration", "Scan", "Session", "__version__", "align",
            "colour_distance", "describe_setting", "document_from_bytes", "document_to_bytes", "features", "fit", "icp",
            "judge", "lab_to_rgb", "read_clouds", "read_document", "read_settings", "register", "rgb_to_lab",
            "sample_mesh", "settings", "write_cloud"]
 
 _logging.getLogger("zorvan").addHandler(_logging.NullHandler())
+
+
+class DateTime(int):
+    """A time in a document: milliseconds since 1970 UTC, also where `datetime` ends."""
+
+    _EPOCH = _datetime.datetime(1970, 1, 1, tzinfo=_datetime.timezone.utc)
+
+    @classmethod
+    def of(cls, moment: _datetime.datetime) -> DateTime:
+        """That of a moment with a time zone, whole milliseconds."""
+        return cls((moment - cls._EPOCH) // _datetime.timedelta(milliseconds=1))
+
+    @property
+    def moment(self) -> _datetime.datetime:
+        """In UTC. Raises OverflowError before the year 1 and after 9999."""
+        return self._EPOCH + _datetime.timedelta(milliseconds=int(self))
+
+
+class Regex(NamedTuple):
+    """A regular expression in a document."""
+
+    pattern: str
+    options: str = ""
 
 
 def _to_scan(source: ScanLike, name: str, mm_per_unit: float, sensor: Optional[Sequence[float]] = None,
