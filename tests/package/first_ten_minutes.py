@@ -15,7 +15,7 @@ import time
 
 PAGE = pathlib.Path(__file__).resolve().parents[2] / "docs" / "first-ten-minutes.md"
 FLAGS = doctest.ELLIPSIS | doctest.NORMALIZE_WHITESPACE
-STEP = re.compile(r"^    (?P<install>apt install .*)$|^```(?P<kind>console|python)\n(?P<text>.*?)^```$", re.MULTILINE | re.DOTALL)
+STEP = re.compile(r"^    (?P<install>apt install [^\n]*)$|^```(?P<kind>console|python)\n(?P<text>.*?)^```$", re.MULTILINE | re.DOTALL)
 
 
 def steps(page):
