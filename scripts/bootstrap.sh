@@ -12,7 +12,7 @@ packages=(
     ocl-icd-opencl-dev opencl-headers pocl-opencl-icd            # the library; the processor as a compute device
     libcli11-dev nlohmann-json3-dev libpugixml-dev               # the program; headers of E57 files
     libcpp-httplib-dev                                           # the example live_scan
-    pybind11-dev python3-dev python3-numpy                       # the Python module
+    pybind11-dev python3-dev python3-numpy python3-joblib        # the Python module; worker processes in its tests
     python3-mypy python3-build python3-wheel python3-setuptools  # its tests, its wheel
     lintian                                                      # packages
     doxygen python3-sphinx python3-breathe python3-myst-parser   # the manual

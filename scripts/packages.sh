@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # Makes the Debian packages in build/package/packages: libzorvan, libzorvan-dev, zorvan, python3-zorvan. Ends when lintian
-# has something to say, or a root
-# with the packages and what they depend on cannot run them (asked as root only).
+# has something to say, or a root with the packages and what they depend on cannot run them (asked as root only).
+# tests/package/first_ten_minutes.py installs them in a clean Debian and does the first page of the manual there.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

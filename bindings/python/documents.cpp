@@ -11,8 +11,10 @@
 #include "zorvan/workflow/settingsfile.h"
 #include "zorvan/workflow/settingwords.h"
 
+#include <pybind11/stl.h>
 #include <pybind11/stl/filesystem.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <limits>
@@ -29,6 +31,9 @@ using bson::element;
 constexpr unsigned uiMostNesting = 200;
 
 py::dict toPython(const bson::object& document, unsigned depth);
+
+/// A class of the package, for values that Python has no type for.
+py::object kindOf(const char* name) { return py::module_::import("zorvan").attr(name); }
 
 /// A value from 64 bits down.
 py::object integer(const element& e)
@@ -75,9 +80,9 @@ py::object valueOf(const element& e, unsigned depth)
     case element::eBoolean:
         return py::bool_(e.as_boolean());
     case element::eDateTime:
-        return py::int_(e.as_datetime().count());
+        return kindOf("DateTime")(e.as_datetime().count());
     case element::eRegex:
-        return py::make_tuple(e.as_regex().first, e.as_regex().second);
+        return kindOf("Regex")(e.as_regex().first, e.as_regex().second);
     case element::eNull:
     case element::eEmpty:
         return py::none();
@@ -128,14 +133,38 @@ element integer(const std::string& name, const py::handle& value)
 {
     int isTooLarge = 0;
     const long long number = PyLong_AsLongLongAndOverflow(value.ptr(), &isTooLarge);
-    if (isTooLarge != 0) throw py::value_error(name + ": a whole number beyond 64 bits");
+    if (isTooLarge != 0) {
+        const unsigned long long large = PyLong_AsUnsignedLongLong(value.ptr());
+        if (PyErr_Occurred() == nullptr) return {name, large};
+        PyErr_Clear();
+        throw py::value_error(name + ": a whole number beyond 64 bits");
+    }
     if (number >= std::numeric_limits<int>::min() && number <= std::numeric_limits<int>::max())
         return {name, static_cast<int>(number)};
     return {name, number};
 }
 
+element dateTime(const std::string& name, const py::handle& value)
+{
+    const long long count = PyLong_AsLongLong(value.ptr());
+    if (PyErr_Occurred() != nullptr) {
+        PyErr_Clear();
+        throw py::value_error(name + ": a time beyond 64 bits of milliseconds");
+    }
+    if (count == std::numeric_limits<long long>::min())
+        throw py::value_error(name + ": this time means now, and no document holds it");
+    return element::make_datetime(name, std::chrono::milliseconds(count));
+}
+
 element elementOf(const std::string& name, const py::handle& value, unsigned depth)
 {
+    if (py::isinstance(value, kindOf("DateTime"))) return dateTime(name, value);
+    if (py::isinstance(value, kindOf("Regex"))) {
+        const auto [pattern, options] = value.cast<std::pair<std::string, std::string>>();
+        if ((pattern + options).find('\0') != std::string::npos)
+            throw py::value_error(name + ": a NUL character in a regular expression");
+        return element::make_regex(name, pattern, options);
+    }
     if (value.is_none()) return element::make_null(name);
     if (py::isinstance<py::bool_>(value)) return {name, value.cast<bool>()};
     if (py::isinstance<py::str>(value)) return {name, value.cast<std::string>()};
@@ -210,8 +239,10 @@ void AddDocuments(py::module_& module)
     module.def(
         "read_settings", [](const std::filesystem::path& file) { return ToPython(prereg::ReadSettingsFile(file)); },
         py::arg("file"), "The settings of a text file, as `zorvan settings` writes them.");
-    module.def("document_to_bytes", &freeze, py::arg("document"),
-               "The saved form of a document: whole numbers become int32 or int64, float double, list one value each.");
+    module.def(
+        "document_to_bytes", &freeze, py::arg("document"),
+        "The saved form of a document: whole numbers become int32, int64 or uint64, float double, list one value\n"
+        "each; DateTime and Regex stay what they are.");
     module.def(
         "document_from_bytes", [](const py::bytes& bytes) { return ToPython(thaw(bytes)); }, py::arg("data"),
         "A saved document as a dict. A name that comes twice becomes a list.");

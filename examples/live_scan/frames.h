@@ -4,7 +4,7 @@
 #include "zorvan/core/cpointset.h"
 #include "zorvan/core/ctrafo.h"
 
-#include <memory>
+#include <cstddef>
 #include <vector>
 
 namespace live {
@@ -17,17 +17,16 @@ struct Frame
     prereg::CTrafo truth; ///< to the object
 };
 
-/// Frames of a walk along a virtual row of teeth and back, 0.4 mm apart, each 14 mm wide with a point every 0.12 mm and
-/// 0.01 mm of noise. The same count gives the same bytes.
-[[nodiscard]] std::vector<Frame> MakeFrames(unsigned uiCount);
+constexpr double dField = 14.0;     // mm; width and height of a frame
+constexpr unsigned uiJumpBack = 15; // frames, some 6 mm
 
-/// The same row of teeth as an earlier session has left it, and copies of it beside, until there are `uiNumPoints` or
-/// more: scans of a whole view each, with their poses in the frame of the row.
-struct EarlierScan
-{
-    std::shared_ptr<const Frame> scan; ///< shared by its copies
-    prereg::CTrafo pose;
-};
-[[nodiscard]] std::vector<EarlierScan> MakeEarlierScans(std::size_t uiNumPoints);
+/// What `zorvan simulate --video` writes: a sweep along a virtual row of teeth and back, frames 0.4 mm apart with a
+/// point every 0.12 mm and 0.01 mm of noise. The same count gives the same bytes.
+/// @param uiJump  the frame at which the scanner, lifted, is set down where it was fifteen frames before; 0: none
+[[nodiscard]] std::vector<Frame> MakeFrames(unsigned uiCount, unsigned uiJump);
+
+/// The same row of teeth as an earlier session has left it, and others beside it, until there are `uiNumPoints` or
+/// more: scans of a whole view each.
+[[nodiscard]] std::vector<Frame> MakeEarlierScans(std::size_t uiNumPoints);
 
 } // namespace live

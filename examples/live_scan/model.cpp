@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "model.h"
 
+#include "zorvan/clusterregistration/cclusterregistration.h"
+#include "zorvan/core/orientedbox.h"
 #include "zorvan/features/cfpfhdatasource.h"
 
 #include <chrono>
 #include <cstdio>
+#include <numeric>
+#include <tuple>
 #include <utility>
 
 namespace live {
@@ -13,12 +17,25 @@ namespace {
 
 constexpr unsigned uiEarlier = 0xFFFF0000U;
 
-/// Earlier ones are greater: the registration tries the greatest first, and takes the later patch as the moving one.
+constexpr std::size_t uiMostNeighbours = 12; // as many as lie around one patch on a surface, and some that lie on it
+
+/// Of the cluster that a patch is placed on. It is the greatest: a registration takes the later one as moving.
+const UniversalUniqueID& regionID()
+{
+    static const UniversalUniqueID id("ffffffff-0000-4000-8000-000000000001");
+    return id;
+}
+
 UniversalUniqueID idOf(unsigned number)
 {
     char text[40];
     std::snprintf(text, sizeof text, "%08x-0000-4000-8000-000000000001", number + 1);
     return UniversalUniqueID(text);
+}
+
+prereg::OrientedBox boxOf(const CModel::Patch& patch)
+{
+    return prereg::OrientedBox::FromCorners(patch.set->GetAABB()).Moved(patch.pose);
 }
 
 PatchPtr patchOf(const Frame& frame, const prereg::ConfigurationFPFH& config)
@@ -30,11 +47,7 @@ PatchPtr patchOf(const Frame& frame, const prereg::ConfigurationFPFH& config)
 
 } // namespace
 
-CModel::CModel(const prereg::ConfigurationFPFH& config)
-    : m_config(config),
-      m_scheduler(1),
-      m_registration(config, nullptr, m_scheduler.CreateJobGroup({}, {})),
-      m_thread([this] { work(); })
+CModel::CModel(const prereg::ConfigurationFPFH& config) : m_config(config), m_scheduler(1), m_thread([this] { work(); })
 {
 }
 
@@ -48,19 +61,13 @@ CModel::~CModel()
     m_thread.join();
 }
 
-void CModel::Start(const std::vector<EarlierScan>& scans)
+void CModel::Start(const std::vector<Frame>& scans)
 {
-    std::map<const Frame*, PatchPtr> patches;
-    std::vector<prereg::CClusterRegistration::EntityTuple> entities;
-    for (const EarlierScan& scan : scans) {
-        PatchPtr& patch = patches[scan.scan.get()];
-        if (patch == nullptr) patch = patchOf(*scan.scan, m_config);
-        entities.emplace_back(idOf(uiEarlier + static_cast<unsigned>(entities.size())), scan.pose, scan.pose, patch);
-    }
-    if (entities.empty()) return;
-    const UniversalUniqueID first = std::get<0>(entities.front());
-    m_registration.CreateCluster(first, first, prereg::CTrafo::Identity(), entities);
-    m_registration.SetPrimaryClusterID(first);
+    Patches patches;
+    for (const Frame& scan : scans)
+        patches[uiEarlier + static_cast<unsigned>(patches.size())] = {patchOf(scan, m_config), scan.truth};
+    const std::lock_guard lock(m_mutex);
+    m_state.patches = std::move(patches);
 }
 
 void CModel::Add(unsigned number, PatchPtr patch, const prereg::CTrafo& pose)
@@ -98,32 +105,74 @@ void CModel::work()
     for (;;) {
         m_changed.wait(lock, [this] { return m_isEnding || !m_waiting.empty(); });
         if (m_isEnding) return;
-        const Patches patches = std::exchange(m_waiting, {});
+        const auto next = m_waiting.extract(m_waiting.begin());
         lock.unlock();
-        take(patches);
+        const auto start = std::chrono::steady_clock::now();
+        take(next.key(), next.mapped());
+        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
         lock.lock();
+        --m_state.uiWaiting;
+        m_state.uiUnplaced = m_unplaced.size();
+        m_state.seconds.push_back(taken.count());
+        m_changed.notify_all();
     }
 }
 
-void CModel::take(const Patches& patches)
+void CModel::take(unsigned number, const Patch& patch)
 {
-    const auto start = std::chrono::steady_clock::now();
-    for (const auto& [number, patch] : patches) {
-        m_patches[number] = patch;
-        m_registration.AddPointSet(idOf(number), patch.set, &patch.pose);
+    if (!place(number, patch, patch.pose ? around(patch) : m_state.patches)) {
+        m_unplaced[number] = patch;
+        return;
     }
-    m_registration.Run();
-    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
-    const auto poses = m_registration.GetTrafos(m_registration.GetPrimaryClusterID(), false);
+    // One that had no place may lie on this one.
+    const Patches region = m_unplaced.empty() ? Patches() : around(m_state.patches.at(number));
+    std::erase_if(m_unplaced, [&](const auto& other) { return place(other.first, other.second, region); });
+}
 
+bool CModel::place(unsigned number, const Patch& patch, const Patches& region)
+{
+    const prereg::CTrafo pose = m_state.patches.empty() ? patch.pose : poseOn(region, number, patch);
+    if (!pose) return false;
     const std::lock_guard lock(m_mutex);
-    for (const auto& [number, patch] : m_patches) {
-        const auto found = poses.find(idOf(number));
-        if (found != poses.end()) m_state.patches[number] = {patch.set, found->second};
+    m_state.patches[number] = {patch.set, pose};
+    return true;
+}
+
+/// The patches whose boxes meet that of this one, the nearest when there are many.
+CModel::Patches CModel::around(const Patch& patch) const
+{
+    const prereg::OrientedBox box = boxOf(patch);
+    std::multimap<float, Patches::const_iterator> near;
+    for (auto other = m_state.patches.begin(); other != m_state.patches.end(); ++other) {
+        const prereg::OrientedBox otherBox = boxOf(other->second);
+        if (Overlap(box, otherBox)) near.emplace((otherBox.center - box.center).LengthSq(), other);
     }
-    m_state.uiWaiting -= patches.size();
-    m_state.seconds.push_back(taken.count());
-    m_changed.notify_all();
+    Patches region;
+    for (const auto& [distance, other] : near) {
+        region.insert(*other);
+        if (region.size() == uiMostNeighbours) break;
+    }
+    return region;
+}
+
+prereg::CTrafo CModel::poseOn(const Patches& region, unsigned number, const Patch& patch)
+{
+    if (region.empty()) return prereg::CTrafo::Invalid();
+    std::vector<prereg::CClusterRegistration::EntityTuple> entities;
+    for (const auto& [other, placed] : region) entities.emplace_back(idOf(other), placed.pose, placed.pose, placed.set);
+    prereg::CClusterRegistration registration(m_config, nullptr, m_scheduler.CreateJobGroup({}, {}));
+    registration.CreateCluster(regionID(), std::get<0>(entities.front()), prereg::CTrafo::Identity(), entities);
+    registration.SetPrimaryClusterID(regionID());
+    registration.AddPointSet(idOf(number), patch.set, &patch.pose);
+    registration.Run();
+    const bool isPlaced = registration.GetClusterID(idOf(number)) == regionID();
+    return isPlaced ? registration.GetTrafo(idOf(number)) : prereg::CTrafo::Invalid();
+}
+
+std::size_t CountPoints(const CModel::Patches& patches)
+{
+    return std::accumulate(patches.begin(), patches.end(), std::size_t(0),
+                           [](std::size_t sum, const auto& patch) { return sum + patch.second.set->Size(); });
 }
 
 } // namespace live

@@ -3,12 +3,14 @@
 
 #include "frames.h"
 
-#include "zorvan/clusterregistration/cclusterregistration.h"
+#include "zorvan/features/cfpfhpointset.h"
+#include "zorvan/features/configurationfpfh.h"
 #include "zorvan/runtime/cjobscheduler.h"
 
 #include <condition_variable>
 #include <cstddef>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -18,8 +20,10 @@ namespace live {
 
 using PatchPtr = std::shared_ptr<const prereg::CFPFHPointSet>;
 
-/// The model: patches in a `CClusterRegistration`, on a thread of its own, so that whoever scans never waits for its
-/// lock. Patches that come while it works wait for each other and are then taken together.
+/// The model: patches and their poses, on a thread of its own, so that whoever scans never waits for it. A patch is
+/// placed on those around it, by a `CClusterRegistration` of them alone: that merges all it has for each patch that it
+/// takes, which for a whole model of a million points takes seconds. Only a patch that nobody knows a pose of is
+/// searched for on all of it.
 class CModel
 {
 public:
@@ -28,12 +32,14 @@ public:
         PatchPtr set;
         prereg::CTrafo pose; ///< to the world
     };
+    using Patches = std::map<unsigned, Patch>; ///< by number
     /// What the page and the tables ask for.
     struct State
     {
-        std::map<unsigned, Patch> patches; ///< in the model, by number
-        std::size_t uiWaiting = 0;         ///< patches that the model has not taken yet
-        std::vector<double> seconds;       ///< that each round took, wall clock
+        Patches patches;             ///< in the model
+        std::size_t uiWaiting = 0;   ///< patches that the model has not taken yet
+        std::size_t uiUnplaced = 0;  ///< patches that it has found no place for so far
+        std::vector<double> seconds; ///< that each patch took, wall clock
     };
 
     explicit CModel(const prereg::ConfigurationFPFH& config);
@@ -42,7 +48,7 @@ public:
     CModel& operator=(const CModel&) = delete;
 
     /// Before the first patch: what is there already.
-    void Start(const std::vector<EarlierScan>& scans);
+    void Start(const std::vector<Frame>& scans);
     /// @param pose  to the world; invalid: not known, the model searches for it
     void Add(unsigned number, PatchPtr patch, const prereg::CTrafo& pose);
     /// Of a patch in the model.
@@ -50,27 +56,28 @@ public:
     [[nodiscard]] State GetState() const;
     /// Waits until no patch waits.
     void Finish();
-    /// Points of the merged surface. Only when finished.
-    [[nodiscard]] std::size_t CountMergedPoints() const { return m_registration.GetPrimaryClusterPointSet().Size(); }
 
 private:
-    using Patches = std::map<unsigned, Patch>;
-
     void work();
-    void take(const Patches& patches);
+    void take(unsigned number, const Patch& patch);
+    bool place(unsigned number, const Patch& patch, const Patches& region);
+    [[nodiscard]] Patches around(const Patch& patch) const;
+    [[nodiscard]] prereg::CTrafo poseOn(const Patches& region, unsigned number, const Patch& patch);
 
     prereg::ConfigurationFPFH m_config;
     Zorvan::CJobScheduler m_scheduler;
-    prereg::CClusterRegistration m_registration;
-    Patches m_patches; ///< all that came, for the working thread
+    Patches m_unplaced; ///< of the working thread
 
     mutable std::mutex m_mutex; ///< guards what follows
     std::condition_variable m_changed;
     Patches m_waiting;
     bool m_isEnding = false;
-    State m_state;
+    State m_state; ///< its patches change on the working thread alone, which reads them without the lock
 
     std::thread m_thread;
 };
+
+/// Points of all patches.
+[[nodiscard]] std::size_t CountPoints(const CModel::Patches& patches);
 
 } // namespace live

@@ -64,6 +64,10 @@ def main():
             copy(file, root)
     for link in output("find", "/usr/lib", "-lname", "/etc/alternatives/*").split() + [*map(str, pathlib.Path("/etc/alternatives").iterdir())]:
         copy(link, root)
+    for name in "blas", "lapack":  # those that the packages ask for, whatever the system has chosen
+        link = root / f"etc/alternatives/lib{name}.so.3-x86_64-linux-gnu"
+        link.unlink(missing_ok=True)
+        link.symlink_to(f"/usr/lib/x86_64-linux-gnu/{name}/lib{name}.so.3")
     for deb in debs:
         subprocess.run(["dpkg-deb", "-x", deb, root], check=True)
     subprocess.run(["ldconfig", "-r", root], check=True)

@@ -2,6 +2,7 @@
 """The module gives what the program gives, and each of its parts what an independent way gives."""
 import json
 import pathlib
+import struct
 import unittest
 
 from support import folder, main, np, program, scans, sphere
@@ -95,6 +96,28 @@ class Parts(unittest.TestCase):
         for wrong in {"a": object()}, {"a": 2**64}, {1: 1}, {"a\0b": 1}, nested:
             with self.assertRaises((TypeError, ValueError)):
                 zorvan.document_to_bytes(wrong)
+
+    def test_every_type_of_a_document_comes_back(self):
+        wire = {1: struct.pack("<d", -2.5), 2: struct.pack("<I", 3) + b"\xc3\xa4\0", 8: b"\1", 9: struct.pack("<q", -86399999), 10: b"",
+                11: b"^a+\0i\0", 16: struct.pack("<i", -7), 17: struct.pack("<Q", 2**64 - 1), 18: struct.pack("<q", -2**40),
+                128: struct.pack("<f", 0.5), 129: struct.pack("<I", 2**32 - 1), 130: struct.pack("<h", -300), 131: struct.pack("<H", 65535),
+                132: b"\xff", 133: b"\x80"}
+        body = b"".join(bytes([code]) + b"t%d\0" % code + value for code, value in wire.items())
+        data = struct.pack("<I", len(body) + 5) + body + b"\0"
+        document = zorvan.document_from_bytes(data)
+        self.assertEqual(document, {"t1": -2.5, "t2": "ä", "t8": True, "t9": -86399999, "t10": None, "t11": ("^a+", "i"), "t16": -7,
+                                    "t17": 2**64 - 1, "t18": -2**40, "t128": 0.5, "t129": 2**32 - 1, "t130": -300, "t131": 65535, "t132": 255,
+                                    "t133": -128})
+        again = zorvan.document_from_bytes(zorvan.document_to_bytes(document))
+        self.assertEqual(again, document)
+        for name, kind in ("t9", zorvan.DateTime), ("t11", zorvan.Regex):
+            self.assertIs(type(document[name]), kind)
+            self.assertIs(type(again[name]), kind)
+        self.assertEqual(document["t9"].moment.isoformat(), "1969-12-31T00:00:00.001000+00:00")
+        self.assertEqual(zorvan.DateTime.of(document["t9"].moment), document["t9"])
+        for wrong in zorvan.DateTime(2**63), zorvan.DateTime(-2**63), zorvan.Regex("a\0b"), zorvan.Regex(1, 2):
+            with self.assertRaises((TypeError, ValueError, RuntimeError)):
+                zorvan.document_to_bytes({"a": wrong})
 
     def test_trees_find_what_looking_at_all_finds(self):
         points, queries = (np.random.default_rng(seed).normal(size=(500, 3)).astype(np.float32) for seed in (1, 2))

@@ -16,6 +16,11 @@ from support import main, np, scans, sphere
 
 import zorvan
 
+try:
+    import joblib
+except ImportError:
+    joblib = None
+
 POINTS, NORMALS = sphere()
 
 
@@ -31,6 +36,10 @@ def heap_bytes():
     ask.restype = Heap
     heap = ask()
     return heap.uordblks + heap.hblkhd
+
+
+def pose_of(pair):
+    return zorvan.align(*pair).pose
 
 
 def run(code):
@@ -57,9 +66,9 @@ class Process(unittest.TestCase):
         for _ in range(50):  # until pools and caches are full
             calls()
         before = heap_bytes()
-        for _ in range(500):
+        for _ in range(700):  # of 15 calls
             calls()
-        self.assertLess(heap_bytes() - before, 20000)  # 40 bytes a call
+        self.assertLess(heap_bytes() - before, 20000)  # 2 bytes a call
 
     def test_threads_give_what_one_gives(self):
         pairs = [(scans()[i], scans()[k]) for i in range(3) for k in range(3) if i != k]
@@ -67,6 +76,30 @@ class Process(unittest.TestCase):
         with concurrent.futures.ThreadPoolExecutor(4) as pool:
             for pose, result in zip(alone, pool.map(lambda pair: zorvan.align(*pair, progress=lambda *_: None), pairs)):
                 np.testing.assert_array_equal(result.candidates[0]["pose"], pose)
+
+    @unittest.skipIf(joblib is None, "joblib is not there")
+    def test_workers_of_joblib_give_what_one_gives(self):
+        pairs = [scans()[:2], scans()[1:]] * 2
+        alone = [pose_of(pair) for pair in pairs]
+        for backend in "loky", "multiprocessing", "threading":
+            with self.subTest(backend):
+                np.testing.assert_array_equal(joblib.Parallel(2, backend)(joblib.delayed(pose_of)(pair) for pair in pairs), alone)
+
+    def test_progress_is_shown_by_tqdm(self):
+        shown = run("import sys, types\n"
+                    "class Bar:\n"
+                    "    def __init__(self, **_): print('begun')\n"
+                    "    def set_description(self, stage, refresh): print(stage)\n"
+                    "    def refresh(self): print(0.0 <= self.n <= 1.0)\n"
+                    "    def close(self): print('closed')\n"
+                    "for name in 'tqdm', 'tqdm.auto': sys.modules[name] = types.SimpleNamespace(tqdm=Bar)\n"
+                    "zorvan.align(*%r, progress=True)\n"
+                    "sys.modules['tqdm.auto'] = None  # not installed\n"
+                    "assert zorvan.align(*%r, progress=True)" % ((list(map(str, scans()[:2])),) * 2))
+        lines = shown.stdout.split()
+        self.assertEqual((shown.returncode, shown.stderr), (0, ""))
+        self.assertEqual((lines[0], lines[-1]), ("begun", "closed"))
+        self.assertTrue({"True", "searching"} <= set(lines) and "False" not in lines, lines)
 
     def test_a_child_works_as_its_parent(self):
         pose, held = zorvan.align(*scans()[:2], threads=2).pose, zorvan.register(scans()[:2], threads=2)

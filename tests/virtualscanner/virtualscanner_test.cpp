@@ -79,6 +79,18 @@ TEST(VirtualScanner, NeighboursOverlapWell)
     }
 }
 
+TEST(VirtualScanner, FramesOfAVideoFollowEachOtherClosely)
+{
+    const CVirtualScanner scanner({.uiSeed = 2, .uiNumViews = 360, .isVideo = true});
+    const auto placeOf = [&](unsigned frame) { return scanner.GetPose(frame).GetTranslation(); };
+    for (unsigned frame = 1; frame < 360; ++frame) {
+        const float step = (placeOf(frame) - placeOf(frame - 1)).Length();
+        EXPECT_TRUE(step > 0.2F && step < 0.8F) << frame << ": " << step;
+        EXPECT_LT(scanner.GetPose(frame).GetRotationDistance(scanner.GetPose(frame - 1)), 0.07F) << frame; // four degrees
+    }
+    EXPECT_LT((placeOf(349) - placeOf(1)).Length(), 0.01F); // back after 175 frames each way
+}
+
 TEST(VirtualScanner, FindsTheSpacingForANumberOfPoints)
 {
     tools::VirtualScannerSettings settings{.uiSeed = 2, .uiNumViews = 2};

@@ -25,6 +25,7 @@ namespace tools {
 namespace {
 
 constexpr const char* sMeshFile = "object.stl";
+constexpr double dFrame = 14.0; // mm; what a hand-held scanner sees at once
 
 std::string nameOf(unsigned view) { return (view < 10 ? "view0" : "view") + std::to_string(view); }
 
@@ -52,7 +53,7 @@ CVirtualScanner makeScanner(const Scene& scene, VirtualScannerSettings settings)
 {
     settings.dPixelSpacing = scene.spacing.value_or(scene.IsJaw() && !scene.IsLidar() ? 0.12 : 0.3);
     settings.dNoise = scene.noise.value_or(scene.IsLidar() ? 0.1 : scene.IsJaw() ? 0.01 : 0.02);
-    settings.dFieldOfView = scene.field.value_or(settings.dFieldOfView);
+    settings.dFieldOfView = scene.field.value_or(settings.isVideo ? dFrame : settings.dFieldOfView);
     const auto object = MakeObject(scene.object, settings.uiSeed);
     SensorEffects effects = SensorFor(scene.sensor, object->GetTraits());
     if (!scene.IsJaw() || scene.IsLidar())
@@ -156,6 +157,7 @@ std::string WhatIsWrong(const Scene& scene)
         return "--noise must be between 0 and 10 millimetres";
     if (scene.field && (!scene.IsJaw() || scene.IsLidar()))
         return "--field goes with views along a jaw; other objects are seen whole";
+    if (scene.scanner.isVideo && (!scene.IsJaw() || scene.IsLidar())) return "--video goes with views along a jaw";
     if (scene.uiNumPoints > 0 && scene.IsLidar())
         return "--points does not go with a lidar: give --spacing, the one along its rings";
     try {

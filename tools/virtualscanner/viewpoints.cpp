@@ -15,6 +15,11 @@ constexpr double dPi = 3.14159265358979;
 constexpr double dDegree = dPi / 180.0;
 constexpr double dStretch = 0.13;       // of the arch between neighbouring views, a third of a field of view
 constexpr double dLongestStretch = 0.8; // further out, a view would see mostly nothing
+constexpr double dStep = 0.004;         // of the arch between frames, some 0.4 mm
+constexpr double dFirst = 0.15;         // where a sweep begins
+constexpr double dSweep = 0.7;          // of the arch, until it turns back
+constexpr double dSway = 0.3;           // to the cheek and to the tongue
+constexpr double dSwings = 0.07;        // radians a frame
 constexpr double dGoldenAngle = 2.39996322972865;
 constexpr double dSinLowest = 0.4226;     // 25 degrees above the table
 constexpr double dOffMiddle = 0.3;        // of the object's radius
@@ -43,6 +48,15 @@ prereg::CTrafo viewOnArch(unsigned count, unsigned seed, unsigned view)
     const Zorvan::Vector3 right =
         station.along * static_cast<float>(std::cos(roll)) + station.outward * static_cast<float>(std::sin(roll));
     return lookingAt(station.place + Zorvan::Vector3(0, 0, 3), up, right);
+}
+
+prereg::CTrafo frameOnArch(unsigned frame)
+{
+    const double way = std::fmod(frame * dStep, 2.0 * dSweep);
+    const CVirtualJaw::Station station = CVirtualJaw::OnArch(dFirst + std::min(way, 2.0 * dSweep - way));
+    const auto sway = static_cast<float>(dSway * std::sin(dSwings * frame));
+    return lookingAt(station.place + Zorvan::Vector3(0, 0, 3), Zorvan::Vector3(0, 0, 1) + station.outward * sway,
+                     station.along);
 }
 
 /// A point of the unit sphere by the height and the turn of a spiral; `lowest` is -1 for all of the sphere.
@@ -105,6 +119,13 @@ std::vector<prereg::CTrafo> ViewsAlongArch(unsigned uiCount, unsigned uiSeed)
     std::vector<prereg::CTrafo> views;
     for (unsigned view = 0; view < uiCount; ++view) views.push_back(viewOnArch(uiCount, uiSeed, view));
     return views;
+}
+
+std::vector<prereg::CTrafo> FramesAlongArch(unsigned uiCount)
+{
+    std::vector<prereg::CTrafo> frames;
+    for (unsigned frame = 0; frame < uiCount; ++frame) frames.push_back(frameOnArch(frame));
+    return frames;
 }
 
 } // namespace tools

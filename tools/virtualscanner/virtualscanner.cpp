@@ -50,7 +50,8 @@ CVirtualScanner::CVirtualScanner(const SensorEffects& effects, const VirtualScan
       m_effects(effects),
       m_object(std::make_shared<CVirtualJaw>(settings.uiSeed)),
       m_rays(raysOverJaw()),
-      m_poses(ViewsAlongArch(settings.uiNumViews, settings.uiSeed))
+      m_poses(settings.isVideo ? FramesAlongArch(settings.uiNumViews)
+                               : ViewsAlongArch(settings.uiNumViews, settings.uiSeed))
 {
     if (effects.rings) throw std::invalid_argument("a lidar does not look along an arch");
     m_settings.uiNumThreads = std::max(1U, settings.uiNumThreads);

@@ -22,6 +22,7 @@ struct VirtualScannerSettings
     double dNoise = 0.01;        ///< standard deviation along the ray, mm
     double dPixelSpacing = 0.12; ///< mm; of a lidar along its rings
     double dFieldOfView = 40.0;  ///< width and height of a view of a jaw, mm; others are seen whole
+    bool isVideo = false;        ///< of a jaw: frames of one sweep along it instead of views of their own
     unsigned uiNumThreads = 1;   ///< does not change the result
 };
 

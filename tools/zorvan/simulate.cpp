@@ -70,6 +70,8 @@ void addKinds(CCommand command, Scene& scene)
                       "One of " + joined(SensorNames()) + ",\nor several joined by + (default depth)");
     command.AddOption("--seed", scene.scanner.uiSeed, "Another seed gives another object and other views (default 1)");
     command.AddFlag("--random-views", scene.isRandom, "Look from random sides, not from evenly spread ones");
+    command.AddFlag("--video", scene.scanner.isVideo,
+                    "Frames of a hand that sweeps along a jaw, 0.4 mm apart, each 14 mm wide\n(--field)");
     command.AddFlag("--triangles", scene.hasTriangles, "Write triangles too; a jaw has them always");
     command.AddFlag("--overlap", scene.hasOverlap, "Write overlap.csv and object.json; without it for all but a jaw");
     command.AddFlag("--mesh", scene.hasMesh,
@@ -105,6 +107,7 @@ void AddSimulate(CCommand app)
     command.SetFooter("Examples:\n"
                       "  zorvan simulate -o demo\n"
                       "  zorvan simulate -o arch --views 24 --field 16\n"
+                      "  zorvan simulate -o sweep --video --views 200\n"
                       "  zorvan simulate -o big --views 2 --points 4000000 --threads 8\n"
                       "  zorvan simulate -o gear --object gear --sensor triangulation --seed 5 --views 12\n"
                       "  zorvan simulate -o street --object housing --sensor lidar+outliers --noise 0.5");

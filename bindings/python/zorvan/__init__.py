@@ -13,17 +13,22 @@ docstring says mm. Poses are (4, 4) arrays of float64 that map column vectors: p
 origin, as on a map, come as float64 or from a file: a shift is taken off them in double precision, and poses are for the
 coordinates as they came.
 
+A notebook shows a `Scan` as a picture from where its z axis points, and a `Registration` as its report.
+
 Work runs without the interpreter's lock. Ctrl-C ends a search, which returns what it has found with `stopped` set.
 Warnings go to the logger "zorvan"; a search warns of much that is its everyday business.
 """
 
 from __future__ import annotations
 
+import datetime as _datetime
+import html as _html
 import importlib as _importlib
 import logging as _logging
 import os as _os
+import tempfile as _tempfile
 from collections.abc import Callable, Iterable, Mapping, Sequence
-from typing import TYPE_CHECKING, Any, Optional, Union
+from typing import TYPE_CHECKING, Any, NamedTuple, Optional, Union
 
 from ._core import (Alignment, InputError, KdTree, PointSet, Registration, Scan, Session, __version__, colour_distance,
                     describe_setting, document_from_bytes, document_to_bytes, icp, lab_to_rgb, read_clouds,
@@ -38,12 +43,35 @@ if TYPE_CHECKING:
     ScanLike = Union[Scan, str, _os.PathLike[str], Array, tuple[Array, Array]]
     Progress = Union[bool, Callable[[str, float], object], None]
 
-__all__ = ["Alignment", "InputError", "KdTree", "PointSet", "Registration", "Scan", "Session", "__version__", "align",
+__all__ = ["Alignment", "DateTime", "InputError", "KdTree", "PointSet", "Regex", "Registration", "Scan", "Session", "__version__", "align",
            "colour_distance", "describe_setting", "document_from_bytes", "document_to_bytes", "features", "fit", "icp",
            "judge", "lab_to_rgb", "read_clouds", "read_document", "read_settings", "register", "rgb_to_lab",
            "sample_mesh", "settings", "write_cloud"]
 
 _logging.getLogger("zorvan").addHandler(_logging.NullHandler())
+
+
+class DateTime(int):
+    """A time in a document: milliseconds since 1970 UTC, also where `datetime` ends."""
+
+    _EPOCH = _datetime.datetime(1970, 1, 1, tzinfo=_datetime.timezone.utc)
+
+    @classmethod
+    def of(cls, moment: _datetime.datetime) -> DateTime:
+        """That of a moment with a time zone, whole milliseconds."""
+        return cls((moment - cls._EPOCH) // _datetime.timedelta(milliseconds=1))
+
+    @property
+    def moment(self) -> _datetime.datetime:
+        """In UTC. Raises OverflowError before the year 1 and after 9999."""
+        return self._EPOCH + _datetime.timedelta(milliseconds=int(self))
+
+
+class Regex(NamedTuple):
+    """A regular expression in a document."""
+
+    pattern: str
+    options: str = ""
 
 
 def _to_scan(source: ScanLike, name: str, mm_per_unit: float, sensor: Optional[Sequence[float]] = None,
@@ -162,3 +190,29 @@ def fit(primitive: str, scan: ScanLike, *, radius: Union[float, tuple[float, flo
     A dict: found, rmse, residuals (N,), positive outside, what the primitive has ("centre", "radius", "axis", ...: numbers
     or (3,) arrays), and deviations, the standard deviations of these by name."""
     return _core._fit(_to_scan(scan, "scan", mm_per_unit), primitive, radius)
+
+
+def _scan_as_html(scan: Scan) -> str:
+    """Some thousand points, the higher the lighter."""
+    points = scan.points[:: max(1, len(scan.points) // 3000)]
+    low, high = points.min(axis=0), points.max(axis=0)
+    scale = 400.0 / max(float((high - low)[:2].max()), 1e-30)
+    dots = [""] * 8
+    for x, y, z in (points - low) * scale:
+        shade = min(7, int(8.0 * z / max(1e-30, float(high[2] - low[2]) * scale)))
+        dots[shade] += f"M{x:.0f},{400.0 - y:.0f}h0"
+    paths = "".join(f"<path d='{path}' stroke='hsl(210,40%,{25 + 7 * i}%)' stroke-width='2' stroke-linecap='round'/>"
+                    for i, path in enumerate(dots))
+    return f"<svg viewBox='0 0 400 400' width='400'>{paths}</svg><br>{_html.escape(repr(scan))}"
+
+
+def _report_as_html(registration: Registration) -> str:
+    with _tempfile.TemporaryDirectory() as folder:
+        file = _os.path.join(folder, "report.html")
+        registration.report(file)
+        with open(file, encoding="utf-8") as page:
+            return f'<iframe srcdoc="{_html.escape(page.read())}" width="100%" height="700"></iframe>'
+
+
+setattr(Scan, "_repr_html_", _scan_as_html)
+setattr(Registration, "_repr_html_", _report_as_html)
