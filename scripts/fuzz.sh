@@ -6,7 +6,7 @@
 #   scripts/fuzz.sh                        60 seconds a target
 #   FUZZ_SEED=7 scripts/fuzz.sh 3600       an hour a target, another way than last time
 #
-# The seed is the same unless told: a change is not to fail for what another one did.
+# The seed is the same unless FUZZ_SEED is set: a change is not to fail for what another one did.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}

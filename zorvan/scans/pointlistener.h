@@ -12,7 +12,7 @@ public:
     virtual ~IPointListener() = default;
     /// In the frame and unit of the file. @param normal  null where the file has none
     virtual void TakePoint(const Position& place, const Position* normal) = 0;
-    /// Its frame in that of the points, when the file tells it.
+    /// Its frame in that of the points, when the file states it.
     virtual void TakeSensor(const FramePose& sensor) = 0;
 };
 
