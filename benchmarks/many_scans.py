@@ -269,7 +269,7 @@ def main():
     parser.add_argument("--views", type=int, nargs="+", default=[5, 10, 20, 40, 80], help="of sizes")
     parser.add_argument("--repeats", type=int, default=3, help="of sizes; the fastest counts")
     parser.add_argument("--turns", type=int, default=15, help="of sessions")
-    parser.add_argument("--scans", action="store_true", help="tell the errors of every scan")
+    parser.add_argument("--scans", action="store_true", help="print the errors of every scan")
     args = parser.parse_args()
     sets = {"bunny": bunny, "arch": arch, "mixed": mixed, "sizes": sizes, "sessions": sessions}
     if wrong := [name for name in args.sets if name not in sets]:

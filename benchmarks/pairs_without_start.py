@@ -186,7 +186,7 @@ def main():
     parser.add_argument("--min-overlap", type=float, default=0.0)
     parser.add_argument("--min-found", type=float, default=0.0)
     parser.add_argument("--objects", type=int, default=30, help="virtual objects to scan")
-    parser.add_argument("--polygons", action="store_true", help="tell when the quorum ended searches; costs some time")
+    parser.add_argument("--polygons", action="store_true", help="print when the quorum ended searches; costs some time")
     parser.add_argument("--jobs", type=int, default=1, help="pairs at the same time; for tests, where time does not count")
     args = parser.parse_args()
     sets = {"bunny": bunny, "teeth": teeth, "strangers": strangers}

@@ -226,7 +226,7 @@ def main():
     parser.add_argument("--mesh", action="store_true", help="align each view to the mesh of its object")
     parser.add_argument("--option", action="append", default=[], help="passed on to align, as --option=--grid=2")
     parser.add_argument("--every", type=int, default=1, help="of the pairs of a scene, each so many-th")
-    parser.add_argument("--reasons", type=float, default=0.3, help="overlap from which on it is told why a pair is not found")
+    parser.add_argument("--reasons", type=float, default=0.3, help="overlap from which on the reason is given why a pair is not found")
     parser.add_argument("--list", action="store_true", help="print every pair with the counts of its poses")
     parser.add_argument("--max-wrong", type=float, default=0.002)
     args = parser.parse_args()

@@ -155,7 +155,7 @@ void BM_SaveSession(benchmark::State& state)
 }
 
 /// From the file until the registration answers: surfaces are unpacked when they are needed. The model is made behind
-/// the caller's back; `isModelNeeded` tells whether the time until it is there counts. Neither the end of that work nor
+/// the caller's back; `isModelNeeded` says whether the time until it is there counts. Neither the end of that work nor
 /// of the registration does.
 void timeLoad(benchmark::State& state, bool isModelNeeded)
 {

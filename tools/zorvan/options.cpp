@@ -34,7 +34,7 @@ void GeneralOptions::AddTo(CCommand command, const std::string& threadsHelp)
 {
     command.AddOption("--threads", uiNumThreads, threadsHelp).Between(1, 1024);
     command.AddFlag("--quiet", isQuiet, "Print the result and errors only");
-    command.AddOption("--log", logLevel, "What the library tells: trace, debug, info, warn, error or fatal");
+    command.AddOption("--log", logLevel, "What the library reports: trace, debug, info, warn, error or fatal");
 }
 
 void GeneralOptions::Apply() const

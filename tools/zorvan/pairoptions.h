@@ -31,7 +31,7 @@ struct PairOptions
     /// How the two files are to be read. @param files  what holds for both @throws CInputError
     [[nodiscard]] Zorvan::ScanOptions ForFix(const ScanFileOptions& files) const;
     [[nodiscard]] Zorvan::ScanOptions ForFlt(const ScanFileOptions& files) const;
-    /// Both scans, about one shift when they are far from the origin, which is told. @throws CInputError
+    /// Both scans, about one shift when they are far from the origin, which is reported. @throws CInputError
     [[nodiscard]] ScanPair Read(const std::string& fix, const std::string& flt, const ScanFileOptions& files,
                                 bool isQuiet, const Zorvan::Hooks& hooks = Zorvan::Hooks::None()) const;
     /// @throws CInputError

@@ -257,7 +257,7 @@ UniversalUniqueID CClusterRegistration::insertCluster(const UniversalUniqueID& i
 
 bool CClusterRegistration::updateTrafo(const UniversalUniqueID& entityID, const CTrafo& trafo)
 {
-    // Before any test, so that the journal tells of refused updates as well.
+    // Before any test, so that the journal records refused updates as well.
     m_state.events += bson::element(
         "trafo_update", bson::object{makeID("entity_id", entityID), bson::element("trafo", bson::to_object(trafo))});
     Cluster* const cluster = clusterOf(entityID);

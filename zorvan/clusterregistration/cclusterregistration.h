@@ -104,7 +104,7 @@ public:
     /// not tried. The hooks are called under the lock.
     bool Run(const Zorvan::Hooks& hooks);
     /// Refines the poses inside a cluster and takes it apart where the entities do not agree; see the multi-object
-    /// ComputeICPRegistration, which tells what the two flags do.
+    /// ComputeICPRegistration, which documents the two flags.
     /// @param abort  polled; an aborted optimisation leaves everything as it was
     /// @return       the clusters that it became; empty for an unknown one
     std::vector<UniversalUniqueID> OptimizeRegistration(const UniversalUniqueID& clusterID, bool computeStatistics,
@@ -129,7 +129,7 @@ public:
     void SetPrimaryClusterID(const UniversalUniqueID& id);
     /// Another way to search than `CFPFHPreRegistration`, such as `CRefinedPreRegistration`; empty: back to that one.
     void SetSearch(SearchFactory makeSearch);
-    /// Another way to merge than pair by pair: `Run` asks once, and brings the clusters into the order that it is told;
+    /// Another way to merge than pair by pair: `Run` asks once, and brings the clusters into the order that it returns;
     /// clusters may be taken apart as well. An entity that is left out of the answer comes to lie by itself. A cluster
     /// keeps its identifier and its frame while most of its entities stay together, the primary one goes first; an
     /// entity that is taken out floats, or is where the caller first said. Empty: back to merging pair by pair. Not
@@ -147,7 +147,7 @@ public:
     void ForgetFailures();
 
     /// Entities whose pose or surface has changed since they were last asked for, with their poses to the world.
-    /// @param primaryOnly  tells and forgets only those of the primary cluster
+    /// @param primaryOnly  reports and forgets only those of the primary cluster
     Trafos GetChanges(bool primaryOnly);
     [[nodiscard]] std::vector<UniversalUniqueID> GetClusterIDs() const;
     [[nodiscard]] UniversalUniqueID GetPrimaryClusterID() const;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the registration tells of its clusters and entities.
+// What the registration reports of its clusters and entities.
 
 #include "zorvan/clusterregistration/cclusterregistration.h"
 #include "zorvan/clusterregistration/cluster.h"

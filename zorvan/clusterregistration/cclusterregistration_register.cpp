@@ -26,7 +26,7 @@ std::unique_ptr<IPreRegistration> featureSearch(const ConstPointSetPtr& fix, con
     return search;
 }
 
-// The second cluster in the frame of the first one, as the poses tell that the caller gave.
+// The second cluster in the frame of the first one, as the poses say that the caller gave.
 CTrafo relativePreTrafo(const Cluster& a, const Cluster& b)
 {
     if (!a.clusterTrafo || !b.clusterTrafo) throw std::runtime_error("invalid pre-trafo");

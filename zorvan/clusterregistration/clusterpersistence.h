@@ -15,7 +15,7 @@ namespace bson {
 ///     again.Run();                // goes on where it stopped; pairs that have failed get another chance
 ///
 /// Poses go through single precision. The new object has an engine and a scheduler of its own; what `GetChanges` had
-/// still to tell is not kept.
+/// still to report is not kept.
 [[nodiscard]] ZORVAN_API object to_object(const prereg::CClusterRegistration& registration);
 /// Point sets are checked at once and unpacked when they are needed; until then they keep their part of the document.
 /// Read it from a shared pointer (`object::unfreeze`), and loading copies no array.

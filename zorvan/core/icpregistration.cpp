@@ -94,7 +94,7 @@ StepData gather(const Vector3* fixPoints, const Vector3* fixNormals, const Vecto
     return data;
 }
 
-// The mean of the first third of the points. Slips are told, and limits tuned, at this point.
+// The mean of the first third of the points. Slips are reported, and limits tuned, at this point.
 std::array<double, 3> centreOfFirstThird(const std::vector<double>& points, std::size_t count)
 {
     std::array<double, 3> centre{};

@@ -73,7 +73,7 @@ private:
 using ICPPointSetsWithPoses = std::vector<std::pair<std::shared_ptr<const ICPPointSetIf>, CTrafo>>;
 
 /// Refines the poses of many overlapping point sets at once, so that errors spread over the group instead of piling up
-/// along a chain, and tells which sets hold together. Every pair of sets that overlap contributes point-to-plane
+/// along a chain, and shows which sets hold together. Every pair of sets that overlap contributes point-to-plane
 /// equations to one system with six unknowns a set.
 ///
 ///     ICPPointSetsWithPoses sets;
@@ -88,7 +88,8 @@ using ICPPointSetsWithPoses = std::vector<std::pair<std::shared_ptr<const ICPPoi
 /// @param rng                copied for each pair of sets, never advanced
 /// @param group              takes the work, as many jobs at a time as it may run; null: the calling thread does it
 ///                           all. Its scheduler must be running, and the caller must not occupy its last job.
-/// @param computeStatistics  true: the largest slip of a set tells which iteration was the best, and results tell their
+/// @param computeStatistics  true: the largest slip of a set decides which iteration was the best, and results report
+/// their
 ///                           slip (0 for the first set of each part, which the others are measured against); false: the
 ///                           0.75 quantile of the sets' RMSEs does, and stands in for the slip
 /// @param abort              polled between steps; may be set by any thread through WriteSharedFlag (sharedflag.h). The

@@ -127,7 +127,7 @@ private:
     struct PairSystem
     {
         Equations weighted; ///< what is solved
-        Equations plain;    ///< what the residuals are told by; filled only where there are weights
+        Equations plain;    ///< what the residuals are reported by; filled only where there are weights
         bool bIsWeighted = false;
 
         [[nodiscard]] const Equations& Unweighted() const { return bIsWeighted ? plain : weighted; }

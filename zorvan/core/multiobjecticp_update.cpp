@@ -278,7 +278,7 @@ Vector3 MultiObjectICPUpdate::slipOf(const MultiObjectICPData& data, std::size_t
 
     // The moved centre goes with the angles of the whole pose, though the covariance belongs to those of the last step.
     // So the slip of a set that is turned, or far from the origin, comes out too large (real scans: 0.05 mm become 0.2
-    // at 500 mm). Slips are told so, and the best iteration is chosen by them.
+    // at 500 mm). Slips are reported so, and the best iteration is chosen by them.
     const CTrafo& pose = data.Pose(set);
     const auto centre = toDouble(pose * data.Set(set).GetEllipsoid().center);
     const auto angles = eulerAnglesOf(pose);

@@ -211,7 +211,7 @@ kdtree::Range<3> TKdTree<Dim, LeafSize>::GetAABB() const requires(Dim == 3)
         if (Empty()) return kdtree::EmptyRange();
         const Node& root = m_nodes.front();
         if (root.IsLeaf()) return {root.low, root.high};
-        // By centre and half extent, as the box of a large set has always been told.
+        // By centre and half extent, as the box of a large set has always been given.
         const auto center = (root.high + root.low) * 0.5F;
         const auto half = (root.high - root.low) * 0.5F;
         return {center - half, center + half};

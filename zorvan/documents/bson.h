@@ -150,7 +150,7 @@ public:
     [[nodiscard]] static element make_uint16(const std::string& name, std::uint16_t value);
     [[nodiscard]] static element make_uint32(const std::string& name, std::uint32_t value);
     [[nodiscard]] static element make_uint64(const std::string& name, std::uint64_t value);
-    /// @param bytes  16 bytes in the order told at `eUUID`
+    /// @param bytes  16 bytes in the order documented at `eUUID`
     [[nodiscard]] static element make_uuid(const std::string& name, const void* bytes);
     /// @param text  "01234567-89ab-cdef-0123-456789abcdef" in either case, with or without braces
     /// @return      the identifier, or the empty element if the text is not of this form

@@ -18,7 +18,7 @@ enum class EBinaryForm
     Abbreviated
 };
 
-/// Writes a document into one text; `m_binaryForm` is all that tells to_json and dump apart.
+/// Writes a document into one text; `m_binaryForm` is all in which to_json and dump differ.
 class CJsonWriter
 {
 public:

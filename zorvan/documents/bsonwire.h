@@ -37,7 +37,7 @@ inline constexpr std::uint64_t uiRegexPaddingBytes = 2;
 /// should not keep a whole session in memory.
 inline constexpr std::uint64_t uiSmallestShared = 4096;
 
-/// Bytes of a value whose type alone tells them; none for the other types and for unknown ones.
+/// Bytes of a value whose type alone fixes them; none for the other types and for unknown ones.
 [[nodiscard]] inline std::optional<std::uint64_t> fixedValueSize(element::Type type) noexcept
 {
     switch (type) {

@@ -27,7 +27,7 @@ std::wstring shown(const std::string& name)
 } // namespace
 
 /// Strict: the value of `illum` must be a word, and a statement that is not known ends the material, so that the next
-/// one is expected there. Callers rely on being told of libraries that say more than is read.
+/// one is expected there. Callers rely on a report of libraries that say more than is read.
 class COBJParser::MTLParser : public AStreamParser
 {
 public:

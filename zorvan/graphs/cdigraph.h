@@ -31,7 +31,7 @@ namespace Zorvan {
 /// edge is erased or the graph is resized, assigned or moved; source and target of an edge inside a graph are not to be
 /// written. "Undirected view" below means that an edge leads both ways.
 ///
-/// A node number outside the graph throws std::out_of_range "invalid node index" unless told otherwise. Nothing
+/// A node number outside the graph throws std::out_of_range "invalid node index" unless documented otherwise. Nothing
 /// recurses, so the length of a path is no limit. Const operations may run concurrently.
 class ZORVAN_API CDiGraph
 {

@@ -22,7 +22,7 @@ namespace Zorvan {
 ///
 /// Classes are named by their root, which is not always the smallest member. Walking a class of k members takes time k
 /// log(k), so walking or printing all takes little more than n. An index of n or more throws std::out_of_range "invalid
-/// element index" unless told otherwise. No look-up writes, so const operations may run concurrently.
+/// element index" unless documented otherwise. No look-up writes, so const operations may run concurrently.
 class ZORVAN_API CDisjointSets
 {
 public:

@@ -13,7 +13,7 @@ namespace Zorvan {
 
 class CNLSObjectiveFunction;
 
-/// Which measurements of a least-squares problem tell most of its parameters, when only some of them can be made.
+/// Which measurements of a least-squares problem say most about its parameters, when only some of them can be made.
 ///
 ///     CMyFit fit(allThatCouldBeMeasured);       // one residual a candidate
 ///     CDOptimalDesign design(fit, guess);

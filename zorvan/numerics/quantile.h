@@ -19,7 +19,7 @@ namespace Zorvan {
 /// `Quantile` 0.5.
 [[nodiscard]] ZORVAN_API double Median(std::vector<double> values);
 
-/// How many standard deviations each value lies above the median, in the order of the values. The deviation is told
+/// How many standard deviations each value lies above the median, in the order of the values. The deviation is taken
 /// from the median absolute deviation, so outliers hardly move it; it is taken as 1 where half of the values are equal.
 /// @return empty when there are no values
 [[nodiscard]] ZORVAN_API std::vector<double> RobustZScores(const std::vector<double>& values);

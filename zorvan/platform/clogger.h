@@ -84,7 +84,7 @@ struct LogText
     }
 };
 
-/// The library's way to tell its host what it does. One file-level object per source file:
+/// The library's way to report what it does. One file-level object per source file:
 ///
 ///     static const Logging::CLogger logger(L"QAV.PreRegistration");
 ///     logger.Warn(L"computation failed; returning identity (%i pairs)", count);

@@ -28,7 +28,7 @@ namespace Zorvan {
 /// A scheduler is running from its construction on. Paused, it keeps its queue and takes more jobs, but neither `Wait`
 /// nor `IsIdle` answers true. A job cannot be stopped from outside; a long one polls `GetCancelationFlag()`.
 ///
-/// What a future tells: the function's result or exception; std::bad_function_call when `Cancel` took the job out of
+/// What a future reports: the function's result or exception; std::bad_function_call when `Cancel` took the job out of
 /// the queue or the function was empty; a broken promise when `Cancel(true)` met the job between queue and start.
 ///
 /// All operations are thread-safe. While one thread is in `Wait` or `Cancel(true)`, others wait with `Cancel`,
@@ -90,7 +90,7 @@ public:
     ~CJobScheduler();
 
     std::future<void> Schedule(const std::function<void()>& function);
-    /// @param group  told before the job exists; may be null
+    /// @param group  notified before the job exists; may be null
     std::future<void> Schedule(const std::shared_ptr<Group>& group, const std::function<void()>& function);
 
     /// The same for functions with a result.

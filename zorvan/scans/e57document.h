@@ -35,7 +35,7 @@ struct E57Field
     double highest = 1.0; ///< the largest value that an integer can have
 };
 
-/// What the XML tells of a scan.
+/// What the XML says of a scan.
 struct E57ScanHeader
 {
     std::string name;

@@ -26,7 +26,7 @@ struct SharedBytes
 /// The same for large files.
 [[nodiscard]] ZORVAN_SCANS_API SharedBytes ReadFileShared(const std::filesystem::path& file);
 
-/// The ending of a name in lower case, ".ply"; it tells the format.
+/// The ending of a name in lower case, ".ply"; it names the format.
 [[nodiscard]] ZORVAN_SCANS_API std::string EndingOf(const std::filesystem::path& file);
 
 } // namespace Zorvan

@@ -19,7 +19,7 @@ struct MoveResult
 };
 
 /// Writes a file of scans with all of its points moved and everything else in it as it is: unknown properties, faces,
-/// colours, comments, the order of points. Normals are turned, what the file tells of its sensor is moved. PLY, PCD,
+/// colours, comments, the order of points. Normals are turned, what the file says of its sensor is moved. PLY, PCD,
 /// LAS, STL, OBJ, PTS and XYZ get new coordinates, in double precision where single would round them; E57 and PTX hold
 /// scans with poses, and get new poses. A compressed PCD is written without compression.
 ///

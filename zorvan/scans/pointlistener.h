@@ -26,7 +26,7 @@ public:
     virtual void BeginScan(const ScanHeading& heading) = 0;
     /// In the frame of the scan and the unit of the file. @param normal  null where the file has none
     virtual void TakePoint(const Position& place, const Position* normal) = 0;
-    /// Its frame in that of the points, when the file tells it; comes before them.
+    /// Its frame in that of the points, when the file states it; comes before them.
     virtual void TakeSensor(const FramePose& sensor) = 0;
 };
 

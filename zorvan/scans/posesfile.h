@@ -90,7 +90,7 @@ struct ZORVAN_SCANS_API PosesFile
 /// Short name of a unit: "mm", "cm", "m", or "unit" for any other length.
 [[nodiscard]] ZORVAN_SCANS_API std::string UnitName(double dMmPerUnit);
 
-/// @param dDefaultMmPerUnit  for a file that tells neither "mm_per_unit" nor "unit"
+/// @param dDefaultMmPerUnit  for a file that states neither "mm_per_unit" nor "unit"
 /// @throws CInputError: no JSON, not this form, a pose that is no rotation within 1e-3, a file name that appears twice
 [[nodiscard]] ZORVAN_SCANS_API PosesFile ReadPoses(const std::filesystem::path& file, double dDefaultMmPerUnit = 1.0);
 /// The same for a text. @param file  what messages name

@@ -42,7 +42,7 @@ struct Scan
     std::vector<Rgb> colours = {};
     std::vector<float> intensities = {};  ///< in the range that the file has
     Position shift = {};                  ///< was taken off all coordinates
-    std::optional<FramePose> sensor = {}; ///< its frame in that of the points; empty when the file does not tell it
+    std::optional<FramePose> sensor = {}; ///< its frame in that of the points; empty when the file does not state it
     std::optional<FramePose> pose =
         {};                 ///< frame of the scan in the one that all scans of the file share; none: the same
     std::string name = {};  ///< empty when the file gives none

@@ -32,7 +32,7 @@ namespace Zorvan {
 struct ScanOptions
 {
     double dMmPerUnit = 1.0;        ///< millimetres per unit of the file
-    std::optional<Position> sensor; ///< its place, in the unit of the file; without, the sensor that the file tells
+    std::optional<Position> sensor; ///< its place, in the unit of the file; without, the sensor that the file states
     bool isShifted = false;         ///< points far from the origin stay about the shift that keeps their digits
     EMesh eMesh = EMesh::Auto;
     ThinLimits thin = {}; ///< larger files are thinned while they are read
@@ -46,7 +46,7 @@ struct ZORVAN_SCANS_API SurfelScan
     prereg::Vectors normals;
     ENormalSource eNormals = ENormalSource::File;
     Position shift = {};                  ///< mm: a point p stands at p + shift; zeros unless it was asked for
-    std::optional<FramePose> sensor = {}; ///< as the user or the file tells: its frame in that of the points, mm
+    std::optional<FramePose> sensor = {}; ///< as the user or the file states it: its frame in that of the points, mm
     std::size_t uiRead = 0;               ///< points in the file
     std::size_t uiNotFinite = 0;          ///< dropped: a coordinate is NaN or beyond 1e9 mm
     std::size_t uiJoined = 0;             ///< dropped: another point is at exactly the same place

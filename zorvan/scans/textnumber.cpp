@@ -22,7 +22,7 @@ bool isSeparator(char c, std::string_view extra)
     return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f' || extra.find(c) != std::string_view::npos;
 }
 
-// from_chars tells that a number does not fit, not on which side; a negative exponent says that it is too small.
+// from_chars reports that a number does not fit, not on which side; a negative exponent says that it is too small.
 double outOfRange(std::string_view text)
 {
     if (text.find("e-") != std::string_view::npos || text.find("E-") != std::string_view::npos) return 0.0;

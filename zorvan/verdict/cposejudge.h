@@ -73,7 +73,7 @@ struct PoseVerdict
 ///     const CScanView fix(fixSet), flt(fltSet);
 ///     const CPoseJudge judge(fix, flt);
 ///     const PoseVerdict verdict = judge.Judge(pose); // 1 ms; wrong ones take a tenth
-///     if (!verdict) tell(verdict.ToString());
+///     if (!verdict) show(verdict.ToString());
 ///
 /// Poses map floating into fixed coordinates, refined: half a spacing off is too far. A scan without a viewing ray
 /// contradicts nothing. The views must outlive the judge. Immutable, safe to use from any thread; same views, same

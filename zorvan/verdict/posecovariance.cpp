@@ -174,7 +174,7 @@ struct Polished
 
 /// Least-squares steps until they no longer count. What a rough pose leaves far off has to pull until the pose rests:
 /// on a part most points lie on a few planes, fit within noise at once, and a limit drawn from these would leave out
-/// the faces that tell where the part slides to.
+/// the faces that hold the part against sliding.
 Polished polish(const IPointSet& fix, const IPointSet& flt, CTrafo pose, Limits limits)
 {
     bool isLimitDrawn = false;

@@ -94,7 +94,7 @@ constexpr double dEarlyFactor = 3.0;
 /// compared speaks for has 41.
 constexpr unsigned uiMinSolid = 4;
 /// So many raise a doubt. Of 90 right poses of the bunny, figures and parts none has any; a housing turned about by
-/// half a turn, whose window tells, has 3.
+/// half a turn, whose window shows it, has 3.
 constexpr unsigned uiDoubtfulSolid = 2;
 constexpr double dMaxTail = 0.5;     ///< bunny: up to 0.45 where views were taken of a surface that had moved a little
 constexpr double dSlidePixels = 6.0; ///< how far a pose is moved along what the surface holds least

@@ -86,7 +86,7 @@ ConfigurationICP SettingsForGrid(double dGrid)
     config.dMinOverlapRatio = 0.05;
     config.dMinSmallBigRatio = 0.3;
     config.dSmallBigQueryRadiusScaling = 3;
-    // Far below the noise of any scanner, so that the slip tells what the samples say, down to the last iteration.
+    // Far below the noise of any scanner, so that the slip reports what the samples say, down to the last iteration.
     config.dPointAccuracy = 0.005 * dGrid;
     // Twice the default samples and nearly all of them inliers: half of the default's errors on the bunny scans.
     config.uiNumSamples = 1000;

@@ -36,7 +36,7 @@ struct AutoSettings
 
 /// ICP on all points that decides whether two clusters of a larger registration become one. Stricter than for a pair
 /// alone: a wrong merge spoils the whole, while a scan that is refused now meets a larger cluster later.
-/// @param dTypicalRmse  median RMSE (mm) of the merges so far; nothing while there are too few to tell
+/// @param dTypicalRmse  median RMSE (mm) of the merges so far; nothing while there are too few for one
 [[nodiscard]] ZORVAN_WORKFLOW_API ConfigurationICP SettingsForMerging(const ConfigurationFPFH& config,
                                                                       std::optional<double> dTypicalRmse);
 

@@ -9,7 +9,7 @@
 
 namespace prereg {
 
-/// What features tell about the shape of a surface, in some dozen lines of text: how far they are from that of a plane,
+/// What features say about the shape of a surface, in some dozen lines of text: how far they are from that of a plane,
 /// and their mean histogram. UTF-8, lines up to 100 characters.
 /// @param features  at least one, all valid
 /// @param fFlat     distance from the plane's feature up to which a feature counts as flat

@@ -10,7 +10,7 @@
 
 namespace prereg {
 
-/// The store that `zorvan flags` uses unless told otherwise, and hosts that want to be steered from outside.
+/// The store that `zorvan flags` uses unless another is named, and hosts that want to be steered from outside.
 inline constexpr const char* sDefaultStore = "zorvan.flags";
 /// The flag whose settings running registrations take over.
 inline constexpr const char* sSettingsFlag = "ConfigurationFPFH";

@@ -22,7 +22,7 @@ class CMergeErrors
 public:
     void Add(double rmse) { m_errors.push_back(rmse); }
 
-    /// The median (mm), once there are enough to tell the noise of these scans.
+    /// The median (mm), once there are enough to estimate the noise of these scans.
     [[nodiscard]] std::optional<double> Typical() const
     {
         constexpr std::size_t uiEnough = 3;

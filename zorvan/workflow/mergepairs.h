@@ -7,7 +7,7 @@
 namespace prereg {
 
 /// Merges clusters pair by pair until no more fit, the first pair that passes first: a quick round for all, then a
-/// thorough one. The errors of the merges so far tell the noise of these scans, and bound that of those to come.
+/// thorough one. The errors of the merges so far show the noise of these scans, and bound that of those to come.
 void MergePairs(CClusterRegistration& registration, const Zorvan::Hooks& hooks);
 
 } // namespace prereg

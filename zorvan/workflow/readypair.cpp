@@ -23,13 +23,13 @@ AutoSettings settingsByArea(const Zorvan::Scan& model, const std::optional<doubl
     return {grid, dGrid ? "as asked for" : "30000 points on the fixed model", SettingsForGrid(grid)};
 }
 
-/// What the caller knows; else the place that the file tells, or that rings show.
+/// What the caller knows; else the place that the file states, or that rings show.
 SensorKnowledge sensorOf(const Zorvan::SurfelScan& scan, const SensorKnowledge& known)
 {
     if (known.isSurface || known.position || known.direction) return known;
-    SensorKnowledge told = known;
-    told.position = SensorBeside(scan);
-    return told;
+    SensorKnowledge extended = known;
+    extended.position = SensorBeside(scan);
+    return extended;
 }
 
 } // namespace

@@ -40,7 +40,7 @@ struct ExportOutcome
     std::vector<std::filesystem::path> missing = {}; ///< files that are not where the session says any more
 };
 
-/// Writes them into the folder, all or none, see `CStagingFolder`; the session last, so that it never tells of more
+/// Writes them into the folder, all or none, see `CStagingFolder`; the session last, so that it never knows of more
 /// than the others show. @throws CInputError
 ZORVAN_WORKFLOW_API ExportOutcome WriteRegistration(const std::filesystem::path& folder, const CSession& session,
                                                     const RegistrationTable& table, const MoreResults& more = {});

@@ -31,7 +31,7 @@ struct Frame
     CloudLattice lattice;
 };
 
-/// Six digits tell more than any plot or table shows.
+/// Six digits say more than any plot or table shows.
 Json number(double value) { return Zorvan::JsonNumber(value, 6); }
 
 /// A scan without a pose stays where it is.

@@ -23,7 +23,7 @@ UniversalUniqueID idOf(const CSession& session, const std::string& name)
     return found->id;
 }
 
-/// What only an arranger is told: all of it, with the poses that callers gave.
+/// What only an arranger sees: all of it, with the poses that callers gave.
 Contents contentsOf(CClusterRegistration registration)
 {
     Contents contents;

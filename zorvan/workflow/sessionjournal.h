@@ -11,7 +11,7 @@
 
 namespace prereg {
 
-/// Who works on a session, and when. What is empty is not told.
+/// Who works on a session, and when. What is empty is not recorded.
 struct JournalStamp
 {
     std::string by;   ///< the program or host, with its version

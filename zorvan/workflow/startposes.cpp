@@ -29,7 +29,7 @@ CStartPoses::Found CStartPoses::For(std::span<const Zorvan::SurfelScan> scans,
                                     const std::optional<Zorvan::Position>& frameShift) const
 {
     std::vector<const Zorvan::ScanPose*> poses;
-    std::list<Zorvan::ScanPose> ofFiles; // what the files tell of scans that the user does not
+    std::list<Zorvan::ScanPose> ofFiles; // what the files say of scans that the user does not
     for (const Zorvan::SurfelScan& scan : scans) {
         poses.push_back(find(scan.file));
         if (poses.back() != nullptr || !scan.pose) continue;
