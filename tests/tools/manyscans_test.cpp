@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <cmath>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -108,7 +109,14 @@ TEST_F(ManyScans, SayWhatWasDoneWithThem)
     EXPECT_EQ(first["inputs"][1]["sha1"], folder->Read("sum.txt").substr(0, 40));
     EXPECT_EQ(first["scans"][1]["verdict"], "registered");
     EXPECT_GT(first["settings"]["dGridSize"], 0.0);
-    EXPECT_NE(record(" --optimize")["options"], first["options"]);
+    EXPECT_TRUE(first["covariances"].empty());
+    const nlohmann::json optimized = record(" --optimize");
+    EXPECT_NE(optimized["options"], first["options"]);
+    ASSERT_EQ(optimized["covariances"].size(), 2U);
+    EXPECT_EQ(optimized["covariances"][0]["covariance"][5][5], 0.0);
+    const double deviation = std::sqrt(optimized["covariances"][1]["covariance"][5][5].get<double>());
+    EXPECT_GT(deviation, 1e-5); // mm; the noise is 0.01
+    EXPECT_LT(deviation, 1e-2);
 }
 
 } // namespace

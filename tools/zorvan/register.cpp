@@ -199,19 +199,23 @@ std::string runRecordText(const RegisterOptions& options, const std::vector<prer
                           const prereg::RegisterResult& result, const std::string& times)
 {
     const auto yesNo = [](bool is) { return std::string(is ? "yes" : "no"); };
-    const prereg::RunRecord record{"register",
-                                   Zorvan::Version(),
-                                   {{"scale", Zorvan::ToText(options.files.dMmPerUnit, 9)},
-                                    {"grid", options.files.grid},
-                                    {"sensor", options.files.sensor},
-                                    {"optimize", yesNo(options.isOptimized)},
-                                    {"weighed", options.isFirstFit  ? "no"
-                                                : options.isWeighed ? "yes"
-                                                                    : "auto"},
-                                    {"stopped", yesNo(result.isStopped)}},
-                                   inputs,
-                                   result.session.GetRegistration().GetRegistrationConfig(),
-                                   times};
+    const prereg::RunRecord record{
+        "register",
+        Zorvan::Version(),
+        {{"scale", Zorvan::ToText(options.files.dMmPerUnit, 9)},
+         {"grid", options.files.grid},
+         {"sensor", options.files.sensor},
+         {"optimize", yesNo(options.isOptimized)},
+         {"weighed", options.isFirstFit  ? "no"
+                     : options.isWeighed ? "yes"
+                                         : "auto"},
+         {"stopped", yesNo(result.isStopped)}},
+        inputs,
+        result.session.GetRegistration().GetRegistrationConfig(),
+        times,
+        options.isOptimized
+            ? prereg::JointUncertainties(result.session, result.table, result.scheduler->CreateJobGroup({}, {}))
+            : std::vector<prereg::PoseUncertainty>()};
     return prereg::RunRecordText(record, result.table);
 }
 
@@ -289,7 +293,8 @@ void AddRegister(CCommand app)
                     "Refine all poses together afterwards; scans that do not agree with the others\nleave them");
     command.AddFlag("--weighed", options->isWeighed,
                     "Place scans where all pairs agree, and leave out what has several places: slower, for\n"
-                    "parts that fit in many places (default: when a scan has plane faces)");
+                    "parts that fit in many places (default: when a scan has plane faces, and for what\n"
+                    "merging leaves apart)");
     command.AddFlag("--first-fit", options->isFirstFit, "Merge the first pairs that fit, whatever the scans");
     command.AddFlag("--keep-going", options->isKeptGoing,
                     "Leave out scans that cannot be read, instead of ending; those with too few points\n"

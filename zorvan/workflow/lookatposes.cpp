@@ -130,7 +130,10 @@ void sayWhy(const Placing& placing, RegistrationTable& table)
 
 const char* standingWord(const PairStanding& pair)
 {
-    if (!pair.isTogether) return pair.finding && !pair.finding->places.empty() ? "refuted" : "apart";
+    if (!pair.isTogether) {
+        if (!pair.finding || pair.finding->places.empty()) return "apart";
+        return pair.finding->IsAligned() ? "refuted" : "undecided";
+    }
     switch (pair.evidence.eEvidence) {
     case EEvidence::Supports:
         return "supports";

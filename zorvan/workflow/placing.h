@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <utility>
@@ -99,10 +100,19 @@ struct Placing
     std::vector<ScanPlace> places;     ///< why each scan is where it is
     std::vector<PairFinding> findings; ///< of each pair that was searched
     std::vector<ScanPair> searched;    ///< as many, in the order of the search
+    std::set<ScanPair> settled;        ///< of these, pairs that no search would say more of
 
     /// Every scan for itself.
     [[nodiscard]] ZORVAN_WORKFLOW_API static Placing Apart(std::size_t numScans);
     [[nodiscard]] ZORVAN_WORKFLOW_API std::vector<std::size_t> MembersOf(std::size_t name) const;
+};
+
+/// What pairs between groups may cost.
+enum class EPairEffort
+{
+    Glances, ///< cheap searches, each scan with a few others: for what a merge of the first pairs that fit has left
+             ///< over
+    All      ///< cheap searches of all pairs, and thorough ones where these find nothing
 };
 
 /// Puts scans into common frames, so that all pairs of a group agree, not only those that were found.
@@ -113,9 +123,11 @@ struct Placing
 /// decide. At the end each scan is weighed against all others once more; one that they refute is taken out, and one
 /// that fits better elsewhere moves there. What stays out has no place, or several.
 ///
-/// @param start  groups to go on with: they are weighed first, and what does not hold is taken out
+/// @param start  groups to go on with: they are weighed first, and what does not hold is taken out; pairs that it says
+///               were searched are not searched again
 /// Same pairs, same placing. A stop ends it with what has been placed until then.
-[[nodiscard]] ZORVAN_WORKFLOW_API Placing PlaceScans(IScanPairs& pairs, Placing start, const Zorvan::Hooks& hooks);
+[[nodiscard]] ZORVAN_WORKFLOW_API Placing PlaceScans(IScanPairs& pairs, Placing start, const Zorvan::Hooks& hooks,
+                                                     EPairEffort eEffort = EPairEffort::All);
 
 /// A pair after all: what its search found, and what the two scans say of the poses that they have now.
 struct PairStanding

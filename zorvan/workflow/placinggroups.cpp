@@ -25,10 +25,13 @@ void add(const PoseCounts& more, PoseCounts& sum)
     sum.uiSamples += more.uiSamples;
     sum.uiMatched += more.uiMatched;
     sum.uiInFront += more.uiInFront;
+    sum.uiSolid += more.uiSolid;
     sum.uiMissing += more.uiMissing;
+    sum.uiInGap += more.uiInGap;
     sum.uiOpposed += more.uiOpposed;
     sum.uiTail += more.uiTail;
     sum.uiShallow += more.uiShallow;
+    for (std::size_t side = 0; side < sum.matchedOf.size(); ++side) sum.matchedOf.at(side) += more.matchedOf.at(side);
 }
 
 ScanPair ordered(std::size_t a, std::size_t b) { return {std::min(a, b), std::max(a, b)}; }

@@ -32,7 +32,8 @@ namespace {
 class CArranger
 {
 public:
-    CArranger(const CSession& session, const CSession::Group& group) : m_pairs(session, group)
+    CArranger(const CSession& session, const CSession::Group& group, EPairEffort eEffort)
+        : m_pairs(session, group), m_eEffort(eEffort)
     {
         for (const CSession::ScanFile& file : session.GetFiles()) m_ids.push_back(file.id);
         m_placing = Placing::Apart(m_ids.size());
@@ -42,7 +43,7 @@ public:
                                                       const Zorvan::Hooks& hooks)
     {
         take(clusters);
-        m_placing = PlaceScans(m_pairs, std::move(m_placing), hooks);
+        m_placing = PlaceScans(m_pairs, std::move(m_placing), hooks, m_eEffort);
         std::map<std::size_t, CClusterRegistration::Trafos> groups;
         for (std::size_t i = 0; i < m_ids.size(); ++i) groups[m_placing.group[i]][m_ids[i]] = m_placing.poses[i];
         std::vector<CClusterRegistration::Trafos> answer;
@@ -84,6 +85,7 @@ private:
     }
 
     CScanPairs m_pairs;
+    EPairEffort m_eEffort;
     std::vector<UniversalUniqueID> m_ids;
     Placing m_placing;
 };
@@ -115,15 +117,15 @@ public:
         const auto group = scheduler->CreateJobGroup({}, {});
         std::string times;
         RegistrationTable table;
-        if (m_isWeighed) {
-            CArranger arranger(session, group);
+        if (!m_isWeighed) mergeAndOptimize(session.GetRegistration());
+        if (m_isWeighed || isWeighedAfterwards(session.GetRegistration())) {
+            CArranger arranger(session, group, m_isWeighed ? EPairEffort::All : EPairEffort::Glances);
             placeAndOptimize(session.GetRegistration(), arranger);
             const std::vector<PairStanding> pairs = arranger.GetPairs();
             table = LookAtPoses(session, &arranger.GetPlacing(), group);
             AddPairs(pairs, table);
             times = m_times.Words() + ", " + arranger.Words(pairs);
         } else {
-            mergeAndOptimize(session.GetRegistration());
             table = LookAtPoses(session, nullptr, group);
             times = m_times.Words();
         }
@@ -194,13 +196,20 @@ private:
         std::size_t added = 0;
         for (std::size_t i = 0; i < scans.size(); ++i) {
             const CTrafo start = m_options.startPoses.empty() ? CTrafo::Invalid() : m_options.startPoses[i];
-            if (sets[i] && session.Add(scans[i], sets[i], start, m_isWeighed))
+            if (sets[i] && session.Add(scans[i], sets[i], start, m_options.isWeighed.value_or(true)))
                 ++added;
             else if (sets[i])
                 refused += (refused.empty() ? "" : ", ") + scans[i].file.filename().string();
         }
         if (!refused.empty()) m_leftOut.push_back("too few points or features: " + refused);
         return added == scans.size();
+    }
+
+    /// Scans that lie apart after a merge of the first pairs that fit may still have a place: one pair that fits badly
+    /// keeps others out, and may be taken apart with all that hangs on it.
+    [[nodiscard]] bool isWeighedAfterwards(const CClusterRegistration& registration) const
+    {
+        return !m_options.isWeighed && registration.GetClusterIDs().size() > 1 && !m_hooks.IsAborted();
     }
 
     void mergeAndOptimize(CClusterRegistration& registration)
@@ -220,7 +229,7 @@ private:
             [&](const auto& clusters, const Zorvan::Hooks& hooks) { return arranger.Arrange(clusters, hooks); });
         registration.SetFitToPrimary(true);
         registration.Run(m_hooks);
-        m_times.End("registration");
+        m_times.End(m_isWeighed ? "registration" : "weighing");
         // What lies better after an optimisation may speak against what seemed to fit before, and for what did not.
         constexpr int iMaxRounds = 2;
         for (int round = 0; m_options.isOptimized && round < iMaxRounds && !m_hooks.IsAborted(); ++round) {

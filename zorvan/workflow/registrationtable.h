@@ -47,8 +47,8 @@ struct WeighedRow
     std::size_t b = 0;
     std::string search;            ///< what the search found of the pair alone: "aligned", "ambiguous" ...; empty: none
     std::size_t uiPlaces = 0;      ///< that it found
-    std::string standing;          ///< "supports", "refutes" or "says nothing": of the poses; "refuted": what it found;
-                                   ///< "apart": it found nothing
+    std::string standing;          ///< "supports", "refutes" or "says nothing": of the poses; "refuted": the one place
+                                   ///< that it found; "undecided": it found several; "apart": none
     unsigned uiMatched = 0;        ///< samples, at the poses, or at the best of the places that were not taken
     unsigned uiContradictions = 0; ///< there
 };

@@ -46,6 +46,26 @@ Json scanJson(const ScanRow& scan, double mmPerUnit)
             {"slip", Zorvan::JsonNumber(scan.dSlip / mmPerUnit)}};
 }
 
+/// Lengths in the unit of the files, as in the poses: a rotation vector (radians) about `centre`, then a shift.
+Json uncertaintyJson(const PoseUncertainty& uncertainty, const RegistrationTable& table)
+{
+    Json rows = Json::array();
+    for (std::size_t r = 0; r < 6; ++r) {
+        Json row = Json::array();
+        for (std::size_t c = 0; c < 6; ++c) {
+            const double unit = (r < 3 ? 1.0 : table.dMmPerUnit) * (c < 3 ? 1.0 : table.dMmPerUnit);
+            row.push_back(Zorvan::JsonNumber(uncertainty.covariance[r][c] / unit));
+        }
+        rows.push_back(std::move(row));
+    }
+    Json centre = Json::array();
+    for (unsigned k = 0; k < 3; ++k) {
+        const double mm = static_cast<double>(uncertainty.centre[k]) + table.shift[k];
+        centre.push_back(Zorvan::JsonNumber(mm / table.dMmPerUnit));
+    }
+    return {{"scan", table.scans[uncertainty.scan].file}, {"centre", centre}, {"covariance", rows}};
+}
+
 Json pairJson(const WeighedRow& pair, const RegistrationTable& table)
 {
     return {{"a", table.scans[pair.a].file},
@@ -84,6 +104,9 @@ std::string RunRecordText(const RunRecord& record, const RegistrationTable& tabl
     json["settings"] = settingsJson(record.config);
     json["scans"] = Json::array();
     for (const ScanRow& scan : table.scans) json["scans"].push_back(scanJson(scan, table.dMmPerUnit));
+    json["covariances"] = Json::array();
+    for (const PoseUncertainty& uncertainty : record.uncertainties)
+        json["covariances"].push_back(uncertaintyJson(uncertainty, table));
     json["pairs"] = Json::array();
     for (const WeighedRow& pair : table.weighed) json["pairs"].push_back(pairJson(pair, table));
     json["loops"] = table.uiLoops;

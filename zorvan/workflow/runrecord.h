@@ -3,6 +3,7 @@
 
 #include "zorvan/features/configurationfpfh.h"
 #include "zorvan/workflow/export.h"
+#include "zorvan/workflow/poseuncertainty.h"
 #include "zorvan/workflow/registrationtable.h"
 
 #include <cstdint>
@@ -32,9 +33,10 @@ struct RunRecord
     std::vector<RunInput> inputs = {};                             ///< as they were before results were written
     ConfigurationFPFH config = {};                                 ///< all settings, as they were used
     std::string times = {};                                        ///< for people
+    std::vector<PoseUncertainty> uncertainties = {};               ///< of poses that were optimised together
 };
 
-/// As JSON: the above, what became of each scan, and what each pair says of it.
+/// As JSON: the above, what became of each scan, how well its pose is known, and what each pair says of it.
 [[nodiscard]] ZORVAN_WORKFLOW_API std::string RunRecordText(const RunRecord& record, const RegistrationTable& table);
 
 } // namespace prereg

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#include "zorvan/workflow/poseuncertainty.h"
+
+#include "zorvan/verdict/jointcovariance.h"
+
+#include <algorithm>
+#include <map>
+#include <string>
+
+namespace prereg {
+
+namespace {
+
+ScanInFrame inFrame(const CFPFHPointSet& set, const CTrafo& pose)
+{
+    return {&set, pose, MeasureSampling(set.GetPoints(), set.GetKdTree())};
+}
+
+} // namespace
+
+std::vector<PoseUncertainty> JointUncertainties(const CSession& session, const RegistrationTable& table,
+                                                const std::shared_ptr<Zorvan::CJobScheduler::Group>& group)
+{
+    const CClusterRegistration& registration = session.GetRegistration();
+    std::map<std::string, std::vector<std::size_t>> clusters;
+    for (std::size_t i = 0; i < table.scans.size(); ++i)
+        if (table.scans[i].isPlaced) clusters[table.scans[i].cluster].push_back(i);
+    std::vector<PoseUncertainty> all;
+    for (const auto& [cluster, members] : clusters) {
+        std::vector<CClusterRegistration::PointSet> sets; // kept while they are looked at
+        std::vector<ScanInFrame> scans;
+        for (const std::size_t i : members) {
+            sets.push_back(registration.GetPointSetAndTransform(session.GetFiles()[i].id).first);
+            scans.push_back(inFrame(*sets.back(), table.scans[i].pose));
+        }
+        const CJointCovariance joint(scans, registration.GetRegistrationConfig().icpConfig.uiNumSamples, group);
+        for (std::size_t k = 0; k < members.size(); ++k) all.push_back({members[k], joint.CentreOf(k), joint.Of(k)});
+    }
+    std::ranges::sort(all, {}, &PoseUncertainty::scan);
+    return all;
+}
+
+} // namespace prereg
