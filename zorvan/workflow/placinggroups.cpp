@@ -25,7 +25,9 @@ void add(const PoseCounts& more, PoseCounts& sum)
     sum.uiSamples += more.uiSamples;
     sum.uiMatched += more.uiMatched;
     sum.uiInFront += more.uiInFront;
+    sum.uiSolid += more.uiSolid;
     sum.uiMissing += more.uiMissing;
+    sum.uiInGap += more.uiInGap;
     sum.uiOpposed += more.uiOpposed;
     sum.uiTail += more.uiTail;
     sum.uiShallow += more.uiShallow;
