@@ -117,6 +117,7 @@ py::dict countsOf(const prereg::PoseCounts& counts)
     dict["matched"] = counts.uiMatched;
     dict["seen_through"] = counts.uiInFront;
     dict["solid"] = counts.uiSolid;
+    dict["disputed"] = counts.uiDisputed;
     dict["missing"] = counts.uiMissing;
     dict["in_gap"] = counts.uiInGap;
     dict["opposed"] = counts.uiOpposed;

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <utility>
 
 namespace {
 
@@ -100,6 +101,32 @@ TEST(CPoseJudge, DoubtsAPoseForTheMiddleOfAPatchThatIsTooSmallToRefuteIt)
     EXPECT_EQ(JudgePoses(CPoseJudge(a, b), std::vector<CTrafo>{CTrafo()}).eVerdict, EPairVerdict::Ambiguous);
 }
 
+TEST(CPoseJudge, DoubtsOrRefutesAPoseForWindowsThatOnlyOneOfTwoBoxesHas)
+{
+    // A tilted face, and through its window the wall behind it: half a turn off, a box shows the like.
+    const auto face = [](float x, float y) {
+        return std::abs(x) > 9.0F || std::abs(y) > 12.0F ? NAN : 0.3F * x + (x < -8.0F ? 2.0F * (x + 8.0F) : 0.0F);
+    };
+    const auto scan = [&](float halfWindow, std::uint32_t seed) {
+        const auto height = [&](float x, float y) {
+            return std::abs(x - 3.0F) < halfWindow && std::abs(y - 2.0F) < 1.0F ? -9.0F : face(x, y);
+        };
+        return support::PointSet(support::RasterScan(height, 20.0F, 0.2F, 0.01F, seed));
+    };
+    const auto closedSet = scan(0.0F, 1);
+    const CScanView closed(closedSet);
+    for (const auto& [halfWindow, eFinding] :
+         {std::pair(2.0F, EFinding::SeenThrough), std::pair(0.8F, EFinding::Doubtful)}) {
+        const auto boredSet = scan(halfWindow, 2);
+        const CScanView bored(boredSet);
+        const PoseVerdict verdict = CPoseJudge(closed, bored).Judge(CTrafo());
+        EXPECT_EQ(verdict.eFinding, eFinding) << verdict.ToString();
+        EXPECT_LT(verdict.counts.Contradiction(), verdict::dMaxContradiction);
+        EXPECT_EQ(CPoseJudge(bored, closed).Judge(CTrafo()).counts.uiDisputed, verdict.counts.uiDisputed);
+        EXPECT_EQ(CPoseJudge(bored, bored).Judge(CTrafo()).counts.uiDisputed, 0U);
+    }
+}
+
 TEST(CPoseJudge, HoldsNoGapOfTheDataAgainstAPose)
 {
     const Vector3 gaps[] = {{4, 0, 0}, {-6, 3, 0}, {-2, -8, 0}, {0, 9, 0}};
@@ -115,6 +142,7 @@ TEST(CPoseJudge, HoldsNoGapOfTheDataAgainstAPose)
     const PoseVerdict verdict = CPoseJudge(a, b).Judge(CTrafo());
     EXPECT_TRUE(verdict) << verdict.ToString();
     EXPECT_GT(verdict.counts.uiInGap, 100U);
+    EXPECT_EQ(verdict.counts.uiDisputed, 0U); // nobody looked through them
 }
 
 TEST(CPoseJudge, FindsSurfaceThatShouldHaveBeenSeen)

@@ -136,7 +136,7 @@ void CJudgedSearch::proposeByVote(const Zorvan::Hooks& hooks)
 std::vector<CTrafo> CJudgedSearch::hopeful(const std::vector<CTrafo>& poses) const
 {
     std::vector<PoseCounts> counts(poses.size());
-    forEach(poses.size(), m_uiNumTasks, [&](std::size_t i) { counts[i] = m_judge.Judge(poses[i]).counts; });
+    forEach(poses.size(), m_uiNumTasks, [&](std::size_t i) { counts[i] = m_judge.Glance(poses[i]); });
     // A pose that part of the samples refuted has the counts of that part: shares compare, amounts do not.
     const auto merit = [&](std::size_t i) {
         const PoseCounts& c = counts[i];

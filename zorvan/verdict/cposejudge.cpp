@@ -3,13 +3,13 @@
 
 #include "zorvan/numerics/packedldlt.h"
 #include "zorvan/numerics/symsolvers.h"
+#include "zorvan/verdict/disputedpatches.h"
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <Eigen/Geometry>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <limits>
 #include <numbers>
 #include <optional>
@@ -178,85 +178,7 @@ EFinding refutation(const PoseCounts& counts)
     return counts.uiMissing >= counts.uiOpposed ? EFinding::SurfaceMissing : EFinding::Opposed;
 }
 
-std::string percent(double share)
-{
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f %%", 100 * share);
-    return text;
-}
-
 } // namespace
-
-double PoseCounts::Contradiction() const
-{
-    const unsigned against = Contradictions();
-    return against == 0 ? 0.0 : static_cast<double>(against) / static_cast<double>(against + uiMatched);
-}
-
-double PoseCounts::TailShare() const
-{
-    return uiTail == 0 ? 0.0 : static_cast<double>(uiTail) / static_cast<double>(uiTail + uiMatched);
-}
-
-double PoseCounts::Score() const
-{
-    return static_cast<double>(uiMatched) - verdict::dContradictionWeight * static_cast<double>(Contradictions());
-}
-
-const char* FindingName(EFinding eFinding)
-{
-    switch (eFinding) {
-    case EFinding::Consistent:
-        return "consistent";
-    case EFinding::Doubtful:
-        return "doubtful";
-    case EFinding::Invalid:
-        return "no pose";
-    case EFinding::TooLittle:
-        return "too little shared";
-    case EFinding::SeenThrough:
-        return "seen through";
-    case EFinding::SurfaceMissing:
-        return "surface missing";
-    case EFinding::Opposed:
-        return "surface looks another way";
-    case EFinding::Residuals:
-        return "surfaces do not meet";
-    case EFinding::Sliding:
-        return "may slide";
-    }
-    return "";
-}
-
-std::string PoseVerdict::ToString() const
-{
-    const double pairs = std::max(1U, counts.Contradictions() + counts.uiMatched);
-    switch (eFinding) {
-    case EFinding::Consistent:
-        return percent(counts.Contradiction()) + " of what can be compared speaks against it";
-    case EFinding::Doubtful:
-        if (counts.Contradiction() <= verdict::dMaxContradiction)
-            return "little speaks against it, but a patch of " + std::to_string(counts.uiInFront) +
-                   " samples lies where the other sensor looked through";
-        return percent(counts.Contradiction()) + " of what can be compared speaks against it, more than usual";
-    case EFinding::Invalid:
-        return "there is no pose";
-    case EFinding::TooLittle:
-        return "the scans share hardly any surface there: " + std::to_string(counts.uiMatched) + " of " +
-               std::to_string(counts.uiSamples) + " samples match";
-    case EFinding::SeenThrough:
-        return percent(counts.uiInFront / pairs) + " lies where the other sensor looked through";
-    case EFinding::SurfaceMissing:
-        return percent(counts.uiMissing / pairs) + " should have been seen by the other sensor, and was not";
-    case EFinding::Opposed:
-        return percent(counts.uiOpposed / pairs) + " meets surface that looks another way";
-    case EFinding::Residuals:
-        return percent(counts.TailShare()) + " of what comes near the other surface stays off it by more than noise";
-    case EFinding::Sliding:
-        return "the pose may slide, and nothing would contradict it";
-    }
-    return {};
-}
 
 /// The nearest surface to a sample, in any common frame.
 struct CPoseJudge::Hit
@@ -456,6 +378,21 @@ unsigned CPoseJudge::countSolid(Fronts& fronts) const
     return solid;
 }
 
+unsigned CPoseJudge::countDisputed(const CTrafo& pose) const
+{
+    unsigned disputed = 0;
+    for (std::size_t side = 0; side < 2; ++side) {
+        const CScanView& own = *m_sides[side].view;
+        const CScanView& other = *m_sides[1 - side].view;
+        if (m_isCoarse || !own.HasImage() || !isRayKnown(other)) continue;
+        const CTrafo intoOther = side == 0 ? pose.GetInverse(true) : pose;
+        const CTrafo toOther = other.GetImage().GetFrame() * intoOther * own.GetImage().GetFrame().GetInverse(true);
+        disputed +=
+            CountDisputed(own.GetImage(), other.GetImage(), toOther, {m_frontLimit, std::sqrt(m_nearSq), m_pixel});
+    }
+    return disputed;
+}
+
 PoseCounts CPoseJudge::Count(const CTrafo& pose) const
 {
     PoseCounts counts;
@@ -466,14 +403,31 @@ PoseCounts CPoseJudge::Count(const CTrafo& pose) const
     return counts;
 }
 
+PoseCounts CPoseJudge::Glance(const CTrafo& pose) const
+{
+    constexpr unsigned uiEnough = 2000;
+    PoseCounts counts;
+    Fronts fronts;
+    if (!pose) return counts;
+    for (std::size_t part = 0; part < uiParts && counts.uiSamples < uiEnough; ++part) {
+        countParts(pose, part, part + 1, counts, fronts);
+        if (counts.Contradictions() >= verdict::uiMinEarlyContradictions &&
+            counts.Contradiction() > verdict::dEarlyFactor * verdict::dMaxDoubt)
+            break;
+    }
+    return counts;
+}
+
 EFinding CPoseJudge::Weigh(const PoseCounts& counts) const
 {
     if (counts.uiMatched < m_minMatched) return EFinding::TooLittle;
     if (counts.Contradiction() > verdict::dMaxDoubt) return refutation(counts);
-    if (counts.uiSolid >= verdict::uiMinSolid) return EFinding::SeenThrough;
+    if (counts.uiSolid >= verdict::uiMinSolid || counts.uiDisputed >= verdict::uiMinDisputed)
+        return EFinding::SeenThrough;
     if (counts.TailShare() > verdict::dMaxTail) return EFinding::Residuals;
-    const bool isDoubtful =
-        counts.Contradiction() > verdict::dMaxContradiction || counts.uiSolid >= verdict::uiDoubtfulSolid;
+    const bool isDoubtful = counts.Contradiction() > verdict::dMaxContradiction ||
+                            counts.uiSolid >= verdict::uiDoubtfulSolid ||
+                            counts.uiDisputed >= verdict::uiDoubtfulDisputed;
     return isDoubtful ? EFinding::Doubtful : EFinding::Consistent;
 }
 
@@ -491,6 +445,10 @@ PoseVerdict CPoseJudge::Judge(const CTrafo& pose) const
     countParts(pose, 1, uiParts, verdict.counts, fronts);
     verdict.counts.uiSolid = countSolid(fronts);
     verdict.eFinding = Weigh(verdict.counts);
+    if (verdict || verdict.eFinding == EFinding::Doubtful) {
+        verdict.counts.uiDisputed = countDisputed(pose);
+        verdict.eFinding = Weigh(verdict.counts);
+    }
     if (verdict && SlideGrowth(pose, verdict.counts) < static_cast<int>(verdict::uiMinSlideGrowth))
         verdict.eFinding = EFinding::Sliding;
     return verdict;

@@ -17,15 +17,16 @@ namespace prereg {
 /// What two scans say about a pose, in samples: points of each scan, equally far apart, looked up in the other.
 struct PoseCounts
 {
-    unsigned uiSamples = 0;              ///< of both scans
-    unsigned uiMatched = 0;              ///< on the other surface, normals agree
-    unsigned uiInFront = 0;              ///< the other sensor saw through it
-    unsigned uiSolid = 0;                ///< of these, with all samples around them: wider than any error of an edge
-    unsigned uiMissing = 0;              ///< the other sensor should have seen it, and saw nothing
-    unsigned uiInGap = 0;                ///< the same in a gap of the other scan, where it says nothing
-    unsigned uiOpposed = 0;              ///< on the other surface, which looks elsewhere
-    unsigned uiTail = 0;                 ///< near the other surface and like it, but further off than noise explains
-    unsigned uiShallow = 0;              ///< near the other surface, off it, and unlike it
+    unsigned uiSamples = 0;  ///< of both scans
+    unsigned uiMatched = 0;  ///< on the other surface, normals agree
+    unsigned uiInFront = 0;  ///< the other sensor saw through it
+    unsigned uiSolid = 0;    ///< of these, with all samples around them: wider than any error of an edge
+    unsigned uiDisputed = 0; ///< pixels in the middle of patches, see CountDisputed; of poses that else stand
+    unsigned uiMissing = 0;  ///< the other sensor should have seen it, and saw nothing
+    unsigned uiInGap = 0;    ///< the same in a gap of the other scan, where it says nothing
+    unsigned uiOpposed = 0;  ///< on the other surface, which looks elsewhere
+    unsigned uiTail = 0;     ///< near the other surface and like it, but further off than noise explains
+    unsigned uiShallow = 0;  ///< near the other surface, off it, and unlike it
     std::array<unsigned, 2> matchedOf{}; ///< matches among the samples of the fixed and of the floating scan
 
     [[nodiscard]] unsigned Contradictions() const { return uiInFront + uiMissing + uiOpposed; }
@@ -83,8 +84,10 @@ class ZORVAN_API CPoseJudge
 public:
     CPoseJudge(const CScanView& fix, const CScanView& flt);
 
-    /// All counts, on all samples.
+    /// All counts on samples, on all of them.
     [[nodiscard]] PoseCounts Count(const CTrafo& pose) const;
+    /// The counts on so many samples that shares are good to a percent or two: for choosing what to refine.
+    [[nodiscard]] PoseCounts Glance(const CTrafo& pose) const;
     /// The whole weighing, cheapest first: ends with the first finding that refutes the pose.
     [[nodiscard]] PoseVerdict Judge(const CTrafo& pose) const;
     /// The finding for such counts, without the question whether the pose slides.
@@ -141,6 +144,7 @@ private:
     void addHit(const Hit& hit, std::size_t side, PoseCounts& counts) const;
     void countParts(const CTrafo& pose, std::size_t first, std::size_t last, PoseCounts& counts, Fronts& fronts) const;
     [[nodiscard]] unsigned countSolid(Fronts& fronts) const;
+    [[nodiscard]] unsigned countDisputed(const CTrafo& pose) const;
 
     std::array<Side, 2> m_sides; ///< fixed, floating
     float m_pixel = 0.0F;

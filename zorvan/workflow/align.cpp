@@ -84,6 +84,7 @@ Zorvan::VerdictSummary summarize(const PairCandidate& candidate)
              {"matched", counts.uiMatched},
              {"seen_through", counts.uiInFront},
              {"solid", counts.uiSolid},
+             {"disputed", counts.uiDisputed},
              {"missing", counts.uiMissing},
              {"in_gap", counts.uiInGap},
              {"opposed", counts.uiOpposed},
