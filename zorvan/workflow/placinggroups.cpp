@@ -26,6 +26,7 @@ void add(const PoseCounts& more, PoseCounts& sum)
     sum.uiMatched += more.uiMatched;
     sum.uiInFront += more.uiInFront;
     sum.uiSolid += more.uiSolid;
+    sum.uiDisputed += more.uiDisputed;
     sum.uiMissing += more.uiMissing;
     sum.uiInGap += more.uiInGap;
     sum.uiOpposed += more.uiOpposed;
