@@ -118,7 +118,7 @@ public:
         std::string times;
         RegistrationTable table;
         if (!m_isWeighed) mergeAndOptimize(session.GetRegistration());
-        if (m_isWeighed || isWeighedAfterwards(session.GetRegistration())) {
+        if (m_isWeighed || isWeighedAfterwards()) {
             CArranger arranger(session, group, m_isWeighed ? EPairEffort::All : EPairEffort::Glances);
             placeAndOptimize(session.GetRegistration(), arranger);
             const std::vector<PairStanding> pairs = arranger.GetPairs();
@@ -205,12 +205,9 @@ private:
         return added == scans.size();
     }
 
-    /// Scans that lie apart after a merge of the first pairs that fit may still have a place: one pair that fits badly
-    /// keeps others out, and may be taken apart with all that hangs on it.
-    [[nodiscard]] bool isWeighedAfterwards(const CClusterRegistration& registration) const
-    {
-        return !m_options.isWeighed && registration.GetClusterIDs().size() > 1 && !m_hooks.IsAborted();
-    }
+    /// A merge of the first pairs that fit asks nothing of the others: a wrong one keeps scans out, takes others apart
+    /// with it, or stays with all that hangs on it.
+    [[nodiscard]] bool isWeighedAfterwards() const { return !m_options.isWeighed && !m_hooks.IsAborted(); }
 
     void mergeAndOptimize(CClusterRegistration& registration)
     {
@@ -228,10 +225,10 @@ private:
         registration.SetArranger(
             [&](const auto& clusters, const Zorvan::Hooks& hooks) { return arranger.Arrange(clusters, hooks); });
         registration.SetFitToPrimary(true);
-        registration.Run(m_hooks);
+        const bool isMoved = registration.Run(m_hooks);
         m_times.End(m_isWeighed ? "registration" : "weighing");
         // What lies better after an optimisation may speak against what seemed to fit before, and for what did not.
-        constexpr int iMaxRounds = 2;
+        const int iMaxRounds = m_isOptimized && !isMoved ? 0 : 2;
         for (int round = 0; m_options.isOptimized && round < iMaxRounds && !m_hooks.IsAborted(); ++round) {
             registration.OptimizeRegistration(true, m_hooks);
             m_isOptimized = true;
