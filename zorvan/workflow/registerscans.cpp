@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <utility>
@@ -42,13 +43,35 @@ public:
     std::vector<CClusterRegistration::Trafos> Arrange(const CClusterRegistration::ClusterContents& clusters,
                                                       const Zorvan::Hooks& hooks)
     {
-        take(clusters);
+        std::vector<CClusterRegistration::Trafos> current;
+        for (const auto& [id, entities] : clusters) {
+            auto& cluster = current.emplace_back();
+            for (const auto& [entity, pose, start, set] : entities) cluster[entity] = pose;
+        }
+        take(current);
         m_placing = PlaceScans(m_pairs, std::move(m_placing), hooks, m_eEffort);
         std::map<std::size_t, CClusterRegistration::Trafos> groups;
         for (std::size_t i = 0; i < m_ids.size(); ++i) groups[m_placing.group[i]][m_ids[i]] = m_placing.poses[i];
         std::vector<CClusterRegistration::Trafos> answer;
         for (auto& [name, group] : groups) answer.push_back(std::move(group));
         return answer;
+    }
+
+    /// Whether clusters lie apart, or pairs are at odds about the poses within one. Where none supports them, what is
+    /// known of the sensors does not suit these scans, and a refutation says nothing.
+    [[nodiscard]] bool FindsFault(const CClusterRegistration& registration)
+    {
+        std::vector<CClusterRegistration::Trafos> clusters;
+        for (const UniversalUniqueID& id : registration.GetClusterIDs())
+            clusters.push_back(registration.GetTrafos(id, false));
+        take(clusters);
+        const std::vector<PairStanding> pairs = GetPairs();
+        const auto isSaid = [&](EEvidence eEvidence) {
+            return std::ranges::any_of(pairs, [&](const PairStanding& pair) {
+                return pair.isTogether && pair.evidence.eEvidence == eEvidence;
+            });
+        };
+        return clusters.size() > 1 || (isSaid(EEvidence::Supports) && isSaid(EEvidence::Refutes));
     }
 
     [[nodiscard]] const Placing& GetPlacing() const { return m_placing; }
@@ -70,14 +93,14 @@ public:
 
 private:
     /// Groups and poses as the clusters have them; what has been searched stays known.
-    void take(const CClusterRegistration::ClusterContents& clusters)
+    void take(const std::vector<CClusterRegistration::Trafos>& clusters)
     {
         std::map<UniversalUniqueID, std::size_t> numbers;
         for (std::size_t i = 0; i < m_ids.size(); ++i) numbers[m_ids[i]] = i;
-        for (const auto& [id, entities] : clusters) {
+        for (const CClusterRegistration::Trafos& cluster : clusters) {
             std::size_t name = m_ids.size();
-            for (const auto& [entity, pose, start, set] : entities) name = std::min(name, numbers.at(entity));
-            for (const auto& [entity, pose, start, set] : entities) {
+            for (const auto& [entity, pose] : cluster) name = std::min(name, numbers.at(entity));
+            for (const auto& [entity, pose] : cluster) {
                 m_placing.group[numbers.at(entity)] = name;
                 m_placing.poses[numbers.at(entity)] = pose;
             }
@@ -118,13 +141,17 @@ public:
         std::string times;
         RegistrationTable table;
         if (!m_isWeighed) mergeAndOptimize(session.GetRegistration());
-        if (m_isWeighed || isWeighedAfterwards()) {
-            CArranger arranger(session, group, m_isWeighed ? EPairEffort::All : EPairEffort::Glances);
-            placeAndOptimize(session.GetRegistration(), arranger);
-            const std::vector<PairStanding> pairs = arranger.GetPairs();
-            table = LookAtPoses(session, &arranger.GetPlacing(), group);
+        std::optional<CArranger> arranger;
+        if (m_isWeighed || isWeighedAfterwards())
+            arranger.emplace(session, group, m_isWeighed ? EPairEffort::All : EPairEffort::Glances);
+        const bool isPlaced = arranger && (m_isWeighed || arranger->FindsFault(session.GetRegistration()));
+        if (arranger && !m_isWeighed) m_times.End("check");
+        if (isPlaced) {
+            placeAndOptimize(session.GetRegistration(), *arranger);
+            const std::vector<PairStanding> pairs = arranger->GetPairs();
+            table = LookAtPoses(session, &arranger->GetPlacing(), group);
             AddPairs(pairs, table);
-            times = m_times.Words() + ", " + arranger.Words(pairs);
+            times = m_times.Words() + ", " + arranger->Words(pairs);
         } else {
             table = LookAtPoses(session, nullptr, group);
             times = m_times.Words();
@@ -225,10 +252,10 @@ private:
         registration.SetArranger(
             [&](const auto& clusters, const Zorvan::Hooks& hooks) { return arranger.Arrange(clusters, hooks); });
         registration.SetFitToPrimary(true);
-        const bool isMoved = registration.Run(m_hooks);
+        registration.Run(m_hooks);
         m_times.End(m_isWeighed ? "registration" : "weighing");
         // What lies better after an optimisation may speak against what seemed to fit before, and for what did not.
-        const int iMaxRounds = m_isOptimized && !isMoved ? 0 : 2;
+        constexpr int iMaxRounds = 2;
         for (int round = 0; m_options.isOptimized && round < iMaxRounds && !m_hooks.IsAborted(); ++round) {
             registration.OptimizeRegistration(true, m_hooks);
             m_isOptimized = true;
