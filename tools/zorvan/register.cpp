@@ -293,8 +293,8 @@ void AddRegister(CCommand app)
                     "Refine all poses together afterwards; scans that do not agree with the others\nleave them");
     command.AddFlag("--weighed", options->isWeighed,
                     "Place scans where all pairs agree, and leave out what has several places: slower, for\n"
-                    "parts that fit in many places (default: when a scan has plane faces, and for what\n"
-                    "merging leaves apart)");
+                    "parts that fit in many places (default: when a scan has plane faces, and where pairs\n"
+                    "are at odds after merging)");
     command.AddFlag("--first-fit", options->isFirstFit, "Merge the first pairs that fit, whatever the scans");
     command.AddFlag("--keep-going", options->isKeptGoing,
                     "Leave out scans that cannot be read, instead of ending; those with too few points\n"

@@ -26,7 +26,7 @@ struct RegisterOptions
     std::optional<bool> isWeighed = {};  ///< places scans where all pairs agree, see PlaceScans, instead of merging the
                                          ///< first pair that fits: slower, and right on parts that fit in many places;
                                          ///< nothing: when one of the scans has plane faces as machine parts have;
-                                         ///< of others, what the merging leaves apart is placed so
+                                         ///< of others, what pairs are at odds about after a merge
     bool isKeptGoing = false;            ///< leaves out a scan whose sizes suit no settings, instead of throwing
     std::vector<CTrafo> startPoses = {}; ///< of the scans to one frame (mm), tried before a search; invalid ones are
                                          ///< not known; empty: none is

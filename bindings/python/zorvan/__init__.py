@@ -160,7 +160,7 @@ def register(scans: Union[Mapping[str, ScanLike], Iterable[ScanLike]] = (), *,
     scans: a dict by name, or a list; names are then those of the files, or "scan0", "scan1", ... session: one to go on
     with, or its file. optimize: refines all poses together afterwards. weighed: places scans where all pairs agree,
     instead of merging the first pair that fits: slower, for parts that fit in many places; None: when a scan has plane
-    faces, and for what merging leaves apart. keep_going: leaves out a
+    faces, and where pairs are at odds after merging. keep_going: leaves out a
     scan whose sizes suit no settings. start: rough poses by name, (4, 4), to one frame. The other arguments are those of
     `align`; a session keeps its grid and settings."""
     pairs = scans.items() if isinstance(scans, Mapping) else ((f"scan{i}", scan) for i, scan in enumerate(scans))
