@@ -86,7 +86,8 @@ TEST(VirtualScanner, FramesOfAVideoFollowEachOtherClosely)
     for (unsigned frame = 1; frame < 360; ++frame) {
         const float step = (placeOf(frame) - placeOf(frame - 1)).Length();
         EXPECT_TRUE(step > 0.2F && step < 0.8F) << frame << ": " << step;
-        EXPECT_LT(scanner.GetPose(frame).GetRotationDistance(scanner.GetPose(frame - 1)), 0.07F) << frame; // four degrees
+        EXPECT_LT(scanner.GetPose(frame).GetRotationDistance(scanner.GetPose(frame - 1)), 0.07F)
+            << frame; // four degrees
     }
     EXPECT_LT((placeOf(349) - placeOf(1)).Length(), 0.01F); // back after 175 frames each way
 }
