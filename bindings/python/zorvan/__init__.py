@@ -207,7 +207,9 @@ def _scan_as_html(scan: Scan) -> str:
 
 
 def _report_as_html(registration: Registration) -> str:
-    with _tempfile.TemporaryDirectory() as folder:
+    import tempfile  # here: it loads compression libraries, which only a notebook needs
+
+    with tempfile.TemporaryDirectory() as folder:
         file = _os.path.join(folder, "report.html")
         registration.report(file)
         with open(file, encoding="utf-8") as page:
