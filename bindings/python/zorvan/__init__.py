@@ -26,7 +26,6 @@ import html as _html
 import importlib as _importlib
 import logging as _logging
 import os as _os
-import tempfile as _tempfile
 from collections.abc import Callable, Iterable, Mapping, Sequence
 from typing import TYPE_CHECKING, Any, NamedTuple, Optional, Union
 
