@@ -24,7 +24,7 @@ import sys
 import tempfile
 
 SCRIPTS = pathlib.Path(__file__).resolve().parent
-DEBIAN = ["cloudcompare", "pcl-tools", "nodejs", "npm"]
+DEBIAN = {"cloudcompare": "CloudCompare", "pcl-tools": "pcl_ply2pcd", "nodejs": "node", "npm": "npm"}  # and a program of each
 NPM = ["web-e57@1.2.0", "@loaders.gl/core@4.5.1", "@loaders.gl/las@4.5.1"]
 
 
@@ -131,11 +131,11 @@ def main():
     args = parser.parse_args()
     args.program, args.node_modules = args.program.resolve(), args.node_modules.resolve()
     if args.install:
-        missing = [p for p in DEBIAN if subprocess.run(["dpkg", "-s", p], capture_output=True, check=False).returncode]
+        missing = [package for package, program in DEBIAN.items() if not shutil.which(program)]
         if missing:
             run("apt-get", "install", "-y", "-qq", "--no-install-recommends", *missing)
         args.node_modules.mkdir(parents=True, exist_ok=True)
-        run("npm", "install", "--no-audit", "--no-fund", "--ignore-scripts", "--prefix", args.node_modules, *NPM)
+        run("npm", "install", "--no-audit", "--no-fund", "--ignore-scripts", "--legacy-peer-deps", "--prefix", args.node_modules, *NPM)
     with tempfile.TemporaryDirectory() as name:
         return check(args, pathlib.Path(name))
 
