@@ -37,10 +37,10 @@ def mypy_errors(*arguments):
     return [line for line in run.stdout.splitlines() if ": error:" in line] + run.stderr.splitlines()
 
 
-stub = ast.parse(pathlib.Path(_core.__file__).parent.joinpath("_core.pyi").read_text())
+declared = ast.parse(pathlib.Path(_core.__file__).parent.joinpath("_core.pyi").read_text())
 PLUMBING = {"__doc__", "__file__", "__loader__", "__name__", "__package__", "__spec__", "__version__"}
-assert names(stub.body) == set(dir(_core)) - PLUMBING, names(stub.body) ^ (set(dir(_core)) - PLUMBING)
-for kind in (n for n in stub.body if isinstance(n, ast.ClassDef) and n.body and names(n.body)):
+assert names(declared.body) == set(dir(_core)) - PLUMBING, names(declared.body) ^ (set(dir(_core)) - PLUMBING)
+for kind in (n for n in declared.body if isinstance(n, ast.ClassDef) and n.body and names(n.body)):
     real = {n for n in vars(getattr(_core, kind.name)) if not n.startswith("_")}
     assert {n for n in names(kind.body) if not n.startswith("_")} == real, (kind.name, names(kind.body) ^ real)
     for function in (n for n in kind.body if isinstance(n, ast.FunctionDef) and n.name in real):

@@ -129,7 +129,7 @@ public:
     void SetPrimaryClusterID(const UniversalUniqueID& id);
     /// Another way to search than `CFPFHPreRegistration`, such as `CRefinedPreRegistration`; empty: back to that one.
     void SetSearch(SearchFactory makeSearch);
-    /// Another way to merge than pair by pair: `Run` asks once, and brings the clusters into the order that it returns;
+    /// Another way to merge than pair by pair: `Run` asks once, and brings the clusters into the order that comes back;
     /// clusters may be taken apart as well. An entity that is left out of the answer comes to lie by itself. A cluster
     /// keeps its identifier and its frame while most of its entities stay together, the primary one goes first; an
     /// entity that is taken out floats, or is where the caller first said. Empty: back to merging pair by pair. Not

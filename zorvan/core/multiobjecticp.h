@@ -89,8 +89,7 @@ using ICPPointSetsWithPoses = std::vector<std::pair<std::shared_ptr<const ICPPoi
 /// @param group              takes the work, as many jobs at a time as it may run; null: the calling thread does it
 ///                           all. Its scheduler must be running, and the caller must not occupy its last job.
 /// @param computeStatistics  true: the largest slip of a set decides which iteration was the best, and results report
-/// their
-///                           slip (0 for the first set of each part, which the others are measured against); false: the
+///                           their slip (0 for the first set of each part, the reference of the others); false: the
 ///                           0.75 quantile of the sets' RMSEs does, and stands in for the slip
 /// @param abort              polled between steps; may be set by any thread through WriteSharedFlag (sharedflag.h). The
 ///                           results are then unreliable, and those of a call that never began have outcome 0.

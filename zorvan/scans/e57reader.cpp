@@ -72,7 +72,7 @@ std::vector<Scan> ReadE57(std::string_view bytes, const std::filesystem::path& f
     return scans;
 }
 
-void TellE57(const std::filesystem::path& file, IPointListener& listener, const Hooks& hooks)
+void StreamE57(const std::filesystem::path& file, IPointListener& listener, const Hooks& hooks)
 {
     CE57Pages pages(CFileParts(file, hooks), file);
     forEachScan(pages, file, [&](std::size_t number, const E57ScanHeader& header, CE57Points& points) {

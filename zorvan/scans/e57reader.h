@@ -23,8 +23,9 @@ namespace Zorvan {
 /// @throws CInputError naming the byte or the scan; never allocates more than a few times the file
 [[nodiscard]] ZORVAN_SCANS_API std::vector<Scan> ReadE57(std::string_view bytes, const std::filesystem::path& file);
 
-/// Says all of its points to who listens, in place of keeping them: some megabytes are in memory, whatever its size.
+/// Hands all of its points to whoever listens, in place of keeping them: some megabytes are in memory, whatever its
+/// size.
 /// @throws CInputError, and Stopped where the hooks stop it
-ZORVAN_SCANS_API void TellE57(const std::filesystem::path& file, IPointListener& listener, const Hooks& hooks);
+ZORVAN_SCANS_API void StreamE57(const std::filesystem::path& file, IPointListener& listener, const Hooks& hooks);
 
 } // namespace Zorvan

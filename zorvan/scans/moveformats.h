@@ -10,7 +10,7 @@ namespace Zorvan {
 
 // Each takes the whole stream and puts it moved, with everything else as it is. What has to be written otherwise comes
 // back in words; empty when nothing has. All throw CInputError for what they cannot read. PLY, PCD, LAS, PTX,
-// PTS and XYZ hand their points to whoever listens to the stream, and then put nothing; for E57 see TellE57.
+// PTS and XYZ hand their points to whoever listens to the stream, and then put nothing; for E57 see StreamE57.
 
 /// Whichever suits the ending of the file.
 ZORVAN_SCANS_API std::string MoveAnyFormat(CMoveStream& stream, const CMovement& movement);

@@ -123,7 +123,7 @@ void tellPoints(const std::filesystem::path& file, IPointListener& listener, con
 {
     try {
         if (EndingOf(file) == ".e57") {
-            TellE57(file, listener, hooks);
+            StreamE57(file, listener, hooks);
         } else {
             CMoveStream stream(file, &listener, hooks);
             MoveAnyFormat(stream, CMovement(FramePose{}));
