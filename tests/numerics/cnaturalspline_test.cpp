@@ -91,6 +91,16 @@ TEST(CNaturalSpline, StepsWherePointsShareAnInput)
     }
 }
 
+TEST(CNaturalSpline, IsStraightWhereCurvaturesOverflow)
+{
+    const Points close{{0.0, 5e-318, 2.5e-228, 255.0}, {0.0, 0.0, 255.0, 255.0}};
+    for (int degree = 1; degree <= 3; ++degree)
+        for (const double x : {0.0, 1e-228, 2.5e-228, 100.0, 255.0}) {
+            const double y = close.Spline(degree)(x, 0);
+            EXPECT_TRUE(y >= 0.0 && y <= 255.0) << y << " at " << x << ", degree " << degree;
+        }
+}
+
 TEST(CNaturalSpline, IsSafeWithoutPointsAndOnWildOnes)
 {
     EXPECT_EQ(CNaturalSpline()(7.0, 0), 0.0);

@@ -4,9 +4,11 @@
 #include "tests/support/temporaryfolder.h"
 
 #include "zorvan/scans/e57writer.h"
+#include "zorvan/scans/filebytes.h"
 #include "zorvan/scans/joinscans.h"
 #include "zorvan/scans/laswriter.h"
 #include "zorvan/scans/littleendian.h"
+#include "zorvan/scans/movescan.h"
 #include "zorvan/scans/pcdwriter.h"
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/scans/scanwriter.h"
@@ -129,6 +131,18 @@ TEST(ThinReading, KeepsTheFirstPointOfEachCellInEveryFormat)
             if (whole.sensor) ExpectNear(same.scan.sensor->position, whole.sensor->position, 1e-9);
         }
     }
+}
+
+TEST(ThinReading, TakesAsManyLinesOfAPcdAsItsHeaderPromises)
+{
+    const TemporaryFolder folder;
+    const std::string header = "FIELDS x y z\nSIZE 4 4 4\nTYPE F F F\nWIDTH 3\nHEIGHT 1\nDATA ascii\n";
+    const auto more = folder.Write("more.pcd", header + "1 2 3\n\n4 5 6\n7 8 9\n10 11 12\nnot a point\n");
+    EXPECT_EQ(ReadEachThinned(more, all).front().scan.points, Zorvan::ReadScans(more).front().points);
+    Zorvan::MoveScanFile(more, folder / "moved.pcd", Zorvan::FramePose{});
+    EXPECT_TRUE(Zorvan::ReadFileBytes(folder / "moved.pcd").ends_with("\n10 11 12\nnot a point\n"));
+    const auto fewer = folder.Write("fewer.pcd", header + "1 2 3\n4.0000 5.0000 6.0000\n");
+    EXPECT_THROW((void)ReadEachThinned(fewer, all), Zorvan::CInputError);
 }
 
 TEST(ThinReading, IsForLargeFilesOfPoints)

@@ -62,14 +62,21 @@ double CNaturalSpline::operator()(double x, int derivative) const
 
 void CNaturalSpline::addSection(std::span<const double> x, std::span<const double> y, int degree)
 {
-    const bool isFirst = m_pieces.empty();
+    const std::size_t begin = m_pieces.size();
+    const std::vector<double> straight(x.size(), 0.0);
     if (degree == 2) {
         addPiecesAroundPoints(x, y, secondDerivatives(x, y, 3.0, 8.0));
     } else {
-        const std::vector<double> straight(x.size(), 0.0);
         addPiecesBetweenPoints(x, y, degree < 2 ? straight : secondDerivatives(x, y, 2.0, 6.0));
     }
-    if (!isFirst) return;
+    const auto isFinite = [](const Piece& p) {
+        return std::isfinite(p.c0) && std::isfinite(p.c1) && std::isfinite(p.c2) && std::isfinite(p.c3);
+    };
+    if (!std::all_of(m_pieces.begin() + static_cast<std::ptrdiff_t>(begin), m_pieces.end(), isFinite)) {
+        m_pieces.resize(begin);
+        addPiecesBetweenPoints(x, y, straight);
+    }
+    if (begin > 0) return;
     // The straight line before the first point.
     Piece lead = m_pieces.front();
     lead.dFrom = -std::numeric_limits<double>::infinity();

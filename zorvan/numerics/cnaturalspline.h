@@ -21,8 +21,8 @@ namespace Zorvan {
 /// Sources: de Boor, A Practical Guide to Splines, chapter 4; Marsden, J. Approx. Theory 10 (1974), for degree 2.
 ///
 /// Points that share an input, or whose slope overflows, are a step: the spline ends at the first and begins anew at
-/// the last of them, which also gives the value there. A spline without points is 0 everywhere, with one it is
-/// constant.
+/// the last of them, which also gives the value there. Between steps it is straight where points lie so close that a
+/// curvature overflows. A spline without points is 0 everywhere, with one it is constant.
 class ZORVAN_API CNaturalSpline
 {
 public:

@@ -51,6 +51,7 @@ public:
         case EPcdData::Text:
             m_stream.Put(rewritten(header, nullptr));
             moveText();
+            m_stream.CopyRest();
             return {};
         case EPcdData::Binary:
             moveRows(header);
@@ -72,10 +73,15 @@ private:
         };
         const CMovedLine::Columns point = columns(0);
         const auto normal = m_hasNormals ? std::optional(columns(3)) : std::nullopt;
-        for (std::string_view text = m_stream.TakeLine(); !text.empty(); text = m_stream.TakeLine()) {
+        for (std::uint64_t left = m_header.points; left > 0;) {
+            const std::string_view text = m_stream.TakeLine();
+            if (text.empty()) m_stream.FailLine("truncated: a point is missing");
             CMovedLine line(text);
-            if (line.NumWords() > 0 && !MoveColumns(line, point, normal, m_movement, m_stream))
-                m_stream.FailLine("the numbers of one point were expected");
+            if (line.NumWords() > 0) {
+                if (!MoveColumns(line, point, normal, m_movement, m_stream))
+                    m_stream.FailLine("the numbers of one point were expected");
+                --left;
+            }
             m_stream.Put(line.Text());
         }
     }
