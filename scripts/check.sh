@@ -23,9 +23,9 @@ changed)
 *) sed -n '3,7s/^# \{0,1\}//p' "$0" >&2; exit 2 ;;
 esac
 
-cmake --preset release >/dev/null
+cmake --preset tidy >/dev/null
 # What clang-tidy counts on standard error is shown only when it has found something.
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-xargs -r -P "$(nproc)" -n 4 clang-tidy -p build/release --quiet <<<"$wanted" 2>"$log" || { cat "$log" >&2; exit 1; }
+xargs -r -P "$(nproc)" -n 4 clang-tidy -p build/tidy --quiet <<<"$wanted" 2>"$log" || { cat "$log" >&2; exit 1; }
 echo "clang-tidy: nothing found in $(wc -w <<<"$wanted") sources"

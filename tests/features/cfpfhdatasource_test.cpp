@@ -3,6 +3,7 @@
 
 #include "tests/support/clouds.h"
 #include "tests/support/logcapture.h"
+#include "zorvan/core/hooks.h"
 #include "zorvan/features/cfpfhpointset.h"
 #include "zorvan/platform/simd.h"
 
@@ -191,6 +192,29 @@ TEST(CFPFHDataSource, AnUpdateReplacesWhatChangedAndNothingElse)
     EXPECT_TRUE(source.Update(half.points.data(), half.normals.data(), nullptr, 0));
     EXPECT_EQ(source.GetNumPoints() + source.GetFeaturePointsV().size(), 0U);
     EXPECT_EQ(source.GetFeatures().first, nullptr);
+}
+
+TEST(CFPFHDataSource, GoesOnAfterAnUpdateThatWasStopped)
+{
+    const auto s = BumpySurface(20000, 7);
+    auto fresh = makeSource();
+    fresh.Update(s.points, s.normals, nullptr);
+    for (int last = 0;; ++last) {
+        auto source = makeSource();
+        source.Update(s.points.data(), s.normals.data(), nullptr, s.points.size() / 2);
+        const std::size_t before = source.GetNumFeatures();
+        int questions = 0;
+        const Zorvan::Hooks hooks([&] { return questions++ == last; });
+        if (source.Update(s.points.data(), s.normals.data(), nullptr, s.points.size(), hooks)) {
+            EXPECT_GT(last, 2); // it asks between blocks as well
+            EXPECT_TRUE(sameFeatures(source, fresh));
+            break;
+        }
+        EXPECT_LE(source.GetNumFeatures(), before);
+        EXPECT_NO_THROW(CFPFHPointSet{source});
+        source.Update(s.points, s.normals, nullptr);
+        EXPECT_TRUE(sameFeatures(source, fresh)) << last;
+    }
 }
 
 TEST(CFPFHDataSource, NoPointIsLostFarFromTheOrigin)

@@ -5,6 +5,7 @@
 #include "tests/support/temporaryfolder.h"
 
 #include "tests/support/childprocess.h"
+#include "zorvan/core/hooks.h"
 #include "zorvan/scans/atomicfile.h"
 #include "zorvan/scans/filelock.h"
 #include "zorvan/scans/inputerror.h"
@@ -109,6 +110,21 @@ TEST(StagingFolder, RefusesBeforeAnythingMovesWhenAPlaceIsTaken)
     std::filesystem::create_directory(folder / "b");
     EXPECT_THROW(publish(folder, newSet), Zorvan::CInputError);
     EXPECT_EQ(folder.Read("a"), "old a");
+}
+
+TEST(StagingFolder, LeavesTheOldFileWhenWritingIsStopped)
+{
+    const TemporaryFolder folder;
+    folder.Write("a", "old a");
+    const std::string bytes(10'000'000, 'n');
+    for (int last = 0; last < 2; ++last) {
+        int questions = 0;
+        const Zorvan::Hooks hooks([&] { return questions++ == last; });
+        EXPECT_FALSE(Zorvan::WriteFileAtomically(folder / "a", bytes, hooks)) << last;
+        EXPECT_EQ(contentsOf(folder), (Contents{{"a", "old a"}}));
+    }
+    EXPECT_TRUE(Zorvan::WriteFileAtomically(folder / "a", bytes, Zorvan::Hooks::None()));
+    EXPECT_EQ(contentsOf(folder), (Contents{{"a", bytes}}));
 }
 
 TEST(FileLock, KeepsOthersOutUntilItsProcessIsGone)

@@ -99,6 +99,7 @@ const std::vector<std::string>& SensorNames()
 {
     static const std::vector<std::string> names = [] {
         std::vector<std::string> all;
+        all.reserve(known.size());
         for (const auto& [name, effect] : known) all.emplace_back(name);
         return all;
     }();

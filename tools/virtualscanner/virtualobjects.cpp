@@ -56,6 +56,7 @@ const std::vector<std::string>& ObjectNames()
 {
     static const std::vector<std::string> names = [] {
         std::vector<std::string> all;
+        all.reserve(makers.size());
         for (const auto& [name, make] : makers) all.emplace_back(name);
         return all;
     }();

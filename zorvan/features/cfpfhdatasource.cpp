@@ -152,6 +152,12 @@ void CFPFHDataSource::resizeHistograms()
 
 bool CFPFHDataSource::Load(const Vector3* points, const Vector3* normals, const unsigned int* masks, std::size_t n)
 {
+    return Load(points, normals, masks, n, Zorvan::Hooks::None());
+}
+
+bool CFPFHDataSource::Load(const Vector3* points, const Vector3* normals, const unsigned int* masks, std::size_t n,
+                           const Zorvan::Hooks& hooks)
+{
     const auto start = Clock::now();
     Clear();
     if (n == 0) return false;
@@ -168,7 +174,7 @@ bool CFPFHDataSource::Load(const Vector3* points, const Vector3* normals, const 
     m_normals = std::move(reduction.points.normals);
     m_masks = std::move(reduction.points.masks);
     resizeHistograms();
-    computeFeatures(0);
+    if (!computeFeatures(0, hooks)) return false;
     logTime(L"Loading", Seconds(Clock::now() - start).count());
     return true;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zorvan/core/ctrafo.h"
+#include "zorvan/core/hooks.h"
 #include "zorvan/core/vector.h"
 #include "zorvan/features/cdirtymap.h"
 #include "zorvan/features/configurationfpfh.h"
@@ -96,6 +97,10 @@ public:
     /// @return       false, with nothing changed, when the settings cannot work
     /// A point that is not finite empties the source (logged).
     bool Update(const Vector3* points, const Vector3* normals, const unsigned int* masks, std::size_t n);
+    /// @return  false when the hooks stop it too: the features of unchanged regions are still there, new points have
+    ///          none, and the next `Update` treats every cell that it meets as changed
+    bool Update(const Vector3* points, const Vector3* normals, const unsigned int* masks, std::size_t n,
+                const Zorvan::Hooks& hooks);
     bool Update(const std::array<float, 3>* points, const std::array<float, 3>* normals, const unsigned int* masks,
                 std::size_t n);
     bool Update(const Vectors& points, const Vectors& normals, const unsigned int* masks);
@@ -104,6 +109,9 @@ public:
     /// that it meets as changed.
     /// @return  false for an empty surface
     bool Load(const Vector3* points, const Vector3* normals, const unsigned int* masks, std::size_t n);
+    /// @return  false when the hooks stop it too: no point has a feature then
+    bool Load(const Vector3* points, const Vector3* normals, const unsigned int* masks, std::size_t n,
+              const Zorvan::Hooks& hooks);
     bool Load(const std::array<float, 3>* points, const std::array<float, 3>* normals, const unsigned int* masks,
               std::size_t n);
     /// Three floats a point.
@@ -143,9 +151,10 @@ private:
     void resizeHistograms();
     void logTime(const wchar_t* what, double seconds) const;
 
-    void computeFeatures(std::size_t from);
-    void computeFeatures_CPU(std::size_t from);
-    void computeFeatures_GPU(std::size_t from);
+    /// @return  false when the hooks stop it
+    bool computeFeatures(std::size_t from, const Zorvan::Hooks& hooks);
+    bool computeFeatures_CPU(std::size_t from, const Zorvan::Hooks& hooks);
+    bool computeFeatures_GPU(std::size_t from, const Zorvan::Hooks& hooks);
     void rejectIrregularPoints();
     void invalidateFeatures(std::size_t from);
     void computeSimplified(detail::CNeighbourhood& neighbourhood, std::size_t i);

@@ -19,7 +19,8 @@ using Vector3 = kdtree::Vector<3>;
 
 const Logging::CLogger logger(L"QAV.PreRegistration.FPFH");
 
-constexpr unsigned minNeighbors = 12; // the point itself among them; the kernels have it too
+constexpr unsigned minNeighbors = 12;                // the point itself among them; the kernels have it too
+constexpr std::size_t pointsBetweenQuestions = 4096; // per task: some milliseconds
 
 bool hasFeature(const CPointFeatureHistogram& feature) { return kdtree::IsFinite(feature.AsArray()[0]); }
 
@@ -46,15 +47,16 @@ std::vector<std::uint32_t> indicesAround(const std::vector<Vector3>& points, std
 
 } // namespace
 
-void CFPFHDataSource::computeFeatures(std::size_t from)
+bool CFPFHDataSource::computeFeatures(std::size_t from, const Zorvan::Hooks& hooks)
 {
     try {
-        m_gpu != nullptr ? computeFeatures_GPU(from) : computeFeatures_CPU(from);
+        const bool isDone = m_gpu != nullptr ? computeFeatures_GPU(from, hooks) : computeFeatures_CPU(from, hooks);
+        isDone ? moveInvalidFeaturesBack() : invalidateFeatures(from);
+        return isDone;
     } catch (...) {
         invalidateFeatures(from);
         throw;
     }
-    moveInvalidFeaturesBack();
 }
 
 void CFPFHDataSource::invalidateFeatures(std::size_t from)
@@ -73,14 +75,14 @@ void CFPFHDataSource::rejectIrregularPoints()
     Clear();
 }
 
-void CFPFHDataSource::computeFeatures_CPU(std::size_t from)
+bool CFPFHDataSource::computeFeatures_CPU(std::size_t from, const Zorvan::Hooks& hooks)
 {
-    if (from == m_featurePoints.size()) return;
+    if (from == m_featurePoints.size()) return true;
     const detail::CNeighbourGrid grid(m_featureRadius, m_featurePoints,
                                       indicesAround(m_featurePoints, from, m_featureRadius));
     if (grid.Empty()) {
         rejectIrregularPoints();
-        return;
+        return true;
     }
     // In the order of the grid: neighbours share their candidates, and tasks get regions of their own.
     std::vector<std::uint32_t> positions;
@@ -89,18 +91,31 @@ void CFPFHDataSource::computeFeatures_CPU(std::size_t from)
         if (grid.IndexOf(k) >= from) positions.push_back(k);
     }
     const auto radius = static_cast<float>(m_featureRadius);
-    const auto forEachNew = [&](auto compute) {
-        forEachPart(m_numTasks, positions.size(), [&](std::size_t first, std::size_t last) {
+    const auto computeBlock = [&](std::size_t begin, std::size_t size, auto compute) {
+        forEachPart(m_numTasks, size, [&](std::size_t first, std::size_t last) {
             detail::CNeighbourhood neighbourhood(grid, m_featurePoints.data(), m_featureNormals.data(),
                                                  radius * radius);
-            for (std::size_t k = first; k < last; ++k) {
+            for (std::size_t k = begin + first; k < begin + last; ++k) {
                 neighbourhood.Enter(positions[k]);
                 compute(neighbourhood, grid.IndexOf(positions[k]));
             }
         });
     };
-    forEachNew([this](auto& neighbourhood, std::size_t i) { computeSimplified(neighbourhood, i); });
-    forEachNew([this](auto& neighbourhood, std::size_t i) { computeFeature(neighbourhood, i); });
+    const std::size_t most = pointsBetweenQuestions * std::max(1U, m_numTasks);
+    const auto forEachNew = [&](auto compute) {
+        for (std::size_t begin = 0; begin < positions.size(); begin += most) {
+            if (hooks.IsAborted()) return false;
+            const std::size_t size = std::min(most, positions.size() - begin);
+            computeBlock(begin, size, compute);
+            hooks.Advance(size);
+        }
+        return true;
+    };
+    hooks.Start("features", 2 * positions.size());
+    const bool isDone = forEachNew([this](auto& near, std::size_t i) { computeSimplified(near, i); }) &&
+                        forEachNew([this](auto& near, std::size_t i) { computeFeature(near, i); });
+    hooks.Finish();
+    return isDone;
 }
 
 void CFPFHDataSource::computeSimplified(detail::CNeighbourhood& neighbourhood, std::size_t i)

@@ -138,21 +138,21 @@ CFPFHDataSource::GPUContext::operator bool() const
            m_fpfhKernel != nullptr;
 }
 
-void CFPFHDataSource::computeFeatures_GPU(std::size_t from)
+bool CFPFHDataSource::computeFeatures_GPU(std::size_t from, const Zorvan::Hooks& hooks)
 {
     const std::size_t n = m_featurePoints.size();
-    if (n == from) return;
+    if (n == from) return true;
     if (m_gpu == nullptr || n - from > maxNewPoints) {
         logger.Warn(L"FPFH-Features: point cloud update too large for GPU; falling back to CPU code");
-        computeFeatures_CPU(from);
-        return;
+        return computeFeatures_CPU(from, hooks);
     }
+    if (hooks.IsAborted()) return false;
     if (!*m_gpu) throw std::logic_error("the GPU context of a CFPFHDataSource is empty");
 
     CUpload upload(m_featureRadius, m_featurePoints);
     if (upload.Empty()) {
         rejectIrregularPoints();
-        return;
+        return true;
     }
     IGPGPUContext& context = *m_gpu->m_context;
     upload.Send(context, m_featurePoints, m_featureNormals);
@@ -170,6 +170,7 @@ void CFPFHDataSource::computeFeatures_GPU(std::size_t from)
     m_gpu->m_queue->Enqueue(m_gpu->m_fpfhKernel);
     m_gpu->m_queue->Read(spfh, m_simplified.data());
     m_gpu->m_queue->Read(fpfh, m_features.data());
+    return true;
 }
 
 } // namespace prereg

@@ -46,6 +46,12 @@ std::vector<char> markContents(const CDirtyBoxes& boxes, const std::vector<Vecto
 
 bool CFPFHDataSource::Update(const Vector3* points, const Vector3* normals, const unsigned int* masks, std::size_t n)
 {
+    return Update(points, normals, masks, n, Zorvan::Hooks::None());
+}
+
+bool CFPFHDataSource::Update(const Vector3* points, const Vector3* normals, const unsigned int* masks, std::size_t n,
+                             const Zorvan::Hooks& hooks)
+{
     if (!*this) {
         logger.Error(L"Update of FPFH point set failed: configuration invalid!");
         return false;
@@ -64,7 +70,7 @@ bool CFPFHDataSource::Update(const Vector3* points, const Vector3* normals, cons
     for (const Vector3& p : reduction.FeaturePoints().points) m_dirtyMap.insert(p);
     const std::size_t from = replaceContentsOfDirtyBBoxes(reduction.points, reduction.FeaturePoints());
     resizeHistograms();
-    computeFeatures(from);
+    if (!computeFeatures(from, hooks)) return false;
     logTime(L"Update", Seconds(Clock::now() - start).count());
     return true;
 }

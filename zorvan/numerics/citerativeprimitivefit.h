@@ -58,9 +58,10 @@ public:
 protected:
     CIterativePrimitiveFit(const std::array<float, 3>* points, const std::array<float, 3>* normals, std::size_t count,
                            std::size_t numParams);
-    /// The objective goes with its points and stays valid, constraints and all. The source keeps its parameters alone.
-    CIterativePrimitiveFit(CIterativePrimitiveFit&& other);
-    CIterativePrimitiveFit& operator=(CIterativePrimitiveFit&& other);
+    /// The objective goes with its points and stays valid, constraints and all. The source keeps its parameters alone,
+    /// so they are copied, which may throw.
+    CIterativePrimitiveFit(CIterativePrimitiveFit&& other);            // NOLINT(performance-noexcept-move-constructor)
+    CIterativePrimitiveFit& operator=(CIterativePrimitiveFit&& other); // NOLINT(performance-noexcept-move-constructor)
     ~CIterativePrimitiveFit() = default;
 
     CNLSSolver::EResult runOptimization();

@@ -4,7 +4,9 @@
 #include "zorvan/scans/newfile.h"
 #include "zorvan/scans/stagingfolder.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <system_error>
 
 namespace Zorvan {
@@ -18,12 +20,25 @@ void RequireWritable(const std::filesystem::path& file)
 
 void WriteFileAtomically(const std::filesystem::path& file, std::string_view bytes)
 {
+    WriteFileAtomically(file, bytes, Hooks::None());
+}
+
+bool WriteFileAtomically(const std::filesystem::path& file, std::string_view bytes, const Hooks& hooks)
+{
+    constexpr std::size_t uiBlock = 1U << 22U;
     RequireReplaceable(file);
     CStagingFolder staging(file.parent_path());
     CNewFile written(staging / file.filename());
-    written.Write(bytes);
+    hooks.Start("writing", bytes.size());
+    for (; !bytes.empty() && !hooks.IsAborted(); bytes.remove_prefix(std::min(uiBlock, bytes.size()))) {
+        written.Write(bytes.substr(0, uiBlock));
+        hooks.Advance(std::min(uiBlock, bytes.size()));
+    }
+    hooks.Finish();
+    if (!bytes.empty()) return false;
     written.Close();
     staging.Publish();
+    return true;
 }
 
 void MakeFolder(const std::filesystem::path& folder)

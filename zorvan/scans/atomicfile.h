@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "zorvan/core/hooks.h"
 #include "zorvan/scans/export.h"
 
 #include <filesystem>
@@ -15,6 +16,9 @@ ZORVAN_SCANS_API void RequireWritable(const std::filesystem::path& file);
 /// Writes a whole file or nothing: the bytes go to a new file in a staging folder, which then takes the place of `file`
 /// in one step. An old file stays as it is when anything fails. @throws CInputError
 ZORVAN_SCANS_API void WriteFileAtomically(const std::filesystem::path& file, std::string_view bytes);
+/// @return  false when the hooks stop it: nothing is written then
+ZORVAN_SCANS_API bool WriteFileAtomically(const std::filesystem::path& file, std::string_view bytes,
+                                          const Hooks& hooks);
 
 /// Makes the folder and those above it. @throws CInputError
 ZORVAN_SCANS_API void MakeFolder(const std::filesystem::path& folder);

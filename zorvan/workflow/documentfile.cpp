@@ -59,8 +59,13 @@ bson::object ReadDocumentFile(const std::filesystem::path& file)
 
 void WriteDocumentFile(const std::filesystem::path& file, const bson::object& document)
 {
+    WriteDocumentFile(file, document, Zorvan::Hooks::None());
+}
+
+bool WriteDocumentFile(const std::filesystem::path& file, const bson::object& document, const Zorvan::Hooks& hooks)
+{
     const auto [bytes, size] = document.freeze();
-    Zorvan::WriteFileAtomically(file, std::string_view(reinterpret_cast<const char*>(bytes.get()), size));
+    return Zorvan::WriteFileAtomically(file, {reinterpret_cast<const char*>(bytes.get()), size}, hooks);
 }
 
 } // namespace prereg

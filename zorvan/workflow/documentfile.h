@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "zorvan/core/hooks.h"
 #include "zorvan/documents/bson.h"
 #include "zorvan/workflow/export.h"
 
@@ -14,5 +15,8 @@ namespace prereg {
 
 /// Whole or not at all. @throws CInputError
 ZORVAN_WORKFLOW_API void WriteDocumentFile(const std::filesystem::path& file, const bson::object& document);
+/// @return  false when the hooks stop it: nothing is written then
+ZORVAN_WORKFLOW_API bool WriteDocumentFile(const std::filesystem::path& file, const bson::object& document,
+                                           const Zorvan::Hooks& hooks);
 
 } // namespace prereg

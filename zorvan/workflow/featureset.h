@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "zorvan/core/hooks.h"
 #include "zorvan/features/cfpfhdatasource_gpu.h"
 #include "zorvan/features/cfpfhpointset.h"
 #include "zorvan/features/configurationfpfh.h"
@@ -20,5 +21,10 @@ using GpuContext = std::shared_ptr<CFPFHDataSource::GPUContext>;
 [[nodiscard]] ZORVAN_WORKFLOW_API std::shared_ptr<const CFPFHPointSet>
 ComputeFeatureSet(const Zorvan::SurfelScan& scan, const ConfigurationFPFH& config, unsigned uiNumTasks,
                   double dMmPerUnit, const GpuContext& gpu = nullptr);
+
+/// @return  null when the hooks stop it
+[[nodiscard]] ZORVAN_WORKFLOW_API std::shared_ptr<const CFPFHPointSet>
+ComputeFeatureSet(const Zorvan::SurfelScan& scan, const ConfigurationFPFH& config, unsigned uiNumTasks,
+                  double dMmPerUnit, const GpuContext& gpu, const Zorvan::Hooks& hooks);
 
 } // namespace prereg

@@ -111,7 +111,9 @@ CSession CSession::Load(const std::filesystem::path& file, const Group& group)
     }
 }
 
-void CSession::Save(const std::filesystem::path& file) const
+void CSession::Save(const std::filesystem::path& file) const { Save(file, Zorvan::Hooks::None()); }
+
+bool CSession::Save(const std::filesystem::path& file, const Zorvan::Hooks& hooks) const
 {
     const std::filesystem::path folder = folderOf(Zorvan::PublishedPath(file));
     const bson::object clusters = clustersToObject();
@@ -121,7 +123,7 @@ void CSession::Save(const std::filesystem::path& file) const
     document += bson::element(sUnit, m_mmPerUnit);
     AppendShift(document, m_shift);
     document += bson::element(sFiles, FilesToObject(m_files, folder));
-    WriteDocumentFile(file, document + pastToObject(folder));
+    return WriteDocumentFile(file, document + pastToObject(folder), hooks);
 }
 
 bson::object CSession::pastToObject(const std::filesystem::path& folder) const

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zorvan/clusterregistration/cclusterregistration.h"
+#include "zorvan/core/hooks.h"
 #include "zorvan/core/vector.h"
 #include "zorvan/features/configurationfpfh.h"
 #include "zorvan/runtime/cjobscheduler.h"
@@ -55,6 +56,8 @@ public:
     static CSession Load(const std::filesystem::path& file, const Group& group);
     /// Whole or not at all. @throws CInputError
     void Save(const std::filesystem::path& file) const;
+    /// @return  false when the hooks stop it: the file is as it was
+    bool Save(const std::filesystem::path& file, const Zorvan::Hooks& hooks) const;
 
     /// Adds a scan as a cluster of its own, under an identifier made of its number, name and points; clusters are tried
     /// in the order of identifiers, so in the order in which scans come, and neighbours meet early.
