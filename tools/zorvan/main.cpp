@@ -7,6 +7,7 @@
 #include "zorvan/util/version.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -32,6 +33,16 @@ void occupyStandardStreams()
     int descriptor = 0;
     while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = ::open("/dev/null", O_RDONLY);
     if (descriptor >= 0) ::close(descriptor);
+}
+
+/// Freed memory stays for the next step: fetching zeroed pages anew took a fifth of the time of an alignment.
+void keepFreedMemory()
+{
+#ifdef __GLIBC__
+    mallopt(M_MMAP_THRESHOLD, 32 << 20); // the most that is taken
+    mallopt(M_TRIM_THRESHOLD, 64 << 20);
+    mallopt(M_TOP_PAD, 16 << 20);
+#endif
 }
 
 /// @return the exit code, that of a failure when what was printed has not arrived
@@ -76,6 +87,7 @@ int run(int argc, char** argv)
 int main(int argc, char** argv)
 {
     occupyStandardStreams();
+    keepFreedMemory();
     std::signal(SIGPIPE, SIG_IGN); // a reader of messages that goes away does not end the work
     try {
         return withOutput(run(argc, argv));

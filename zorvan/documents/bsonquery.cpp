@@ -84,6 +84,7 @@ element element::child(const std::regex& pattern) const { return children().chil
 
 element element::query(const std::string& path) const { return query(splitPath(path)); }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): callers have this signature
 element element::query(std::list<std::string> path) const { return follow(object(*this), path); }
 
 element object::child(const std::string& name) const
@@ -100,6 +101,7 @@ element object::child(const std::regex& pattern, std::regex_constants::match_fla
 
 element object::query(const std::string& path) const { return query(splitPath(path)); }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): callers have this signature
 element object::query(std::list<std::string> path) const { return follow(*this, path); }
 
 } // namespace bson

@@ -151,7 +151,8 @@ std::vector<std::pair<unsigned int, float>> CFPFHPointSet::LookupSimilarFeatures
 
 bool CFPFHPointSet::IsTooLean(const ConfigurationFPFH& config) const
 {
-    return Size() < config.icpConfig.uiNumSamples || SizeFeatures() < config.uiNumPolygonVertices * featuresPerVertex;
+    return Size() < config.icpConfig.uiNumSamples ||
+           SizeFeatures() < std::size_t{config.uiNumPolygonVertices} * featuresPerVertex;
 }
 
 ICPResult CFPFHPointSet::ComputeRoughICPRegistration(const ConfigurationICP& config, const CFPFHPointSet& flt,

@@ -165,7 +165,7 @@ CDisjointSets::ClassIterator& CDisjointSets::ClassIterator::operator++()
 
 CDisjointSets::ClassIterator CDisjointSets::ClassIterator::operator++(int)
 {
-    const ClassIterator before = *this;
+    ClassIterator before = *this;
     ++*this;
     return before;
 }

@@ -85,6 +85,7 @@ CIterativePrimitiveFit::CIterativePrimitiveFit(const std::array<float, 3>* point
     for (std::size_t i = 0; i < count; ++i) m_fitPoints[i] = {static_cast<std::uint32_t>(i), primitives::nan};
 }
 
+// NOLINTNEXTLINE(performance-noexcept-move-constructor,performance-move-constructor-init)
 CIterativePrimitiveFit::CIterativePrimitiveFit(CIterativePrimitiveFit&& other)
     : m_points(std::move(other.m_points)),
       m_normals(std::move(other.m_normals)),
@@ -94,6 +95,7 @@ CIterativePrimitiveFit::CIterativePrimitiveFit(CIterativePrimitiveFit&& other)
 {
 }
 
+// NOLINTNEXTLINE(performance-noexcept-move-constructor)
 CIterativePrimitiveFit& CIterativePrimitiveFit::operator=(CIterativePrimitiveFit&& other)
 {
     if (this == &other) return *this;

@@ -100,7 +100,7 @@ public:
     void SetNextArgument(const std::shared_ptr<IGPGPUBuffer>& buffer, EBufferAccess) override
     {
         const cl_mem memory = ownOf<COpenCLBuffer>(buffer).Get();
-        SetNextArgument(&memory, sizeof memory);
+        SetNextArgument(&memory, sizeof(cl_mem)); // NOLINT(bugprone-sizeof-expression): a handle
     }
 
     void Enqueue(cl_command_queue queue) const

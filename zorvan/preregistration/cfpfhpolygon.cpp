@@ -38,6 +38,7 @@ struct Vertex
 RingMatch match(const std::vector<Vertex>& vertices)
 {
     std::vector<RingVertex> ring;
+    ring.reserve(vertices.size());
     for (const Vertex& vertex : vertices) ring.push_back(vertex.ring);
     return matchRing(ring);
 }
@@ -182,7 +183,6 @@ std::pair<CTrafo, std::vector<Correspondence>>
 CFPFHPolygon::ComputePreRegistration(const CFPFHPointSet& fix, const CFPFHPointSet& flt,
                                      const ConfigurationFPFH& config, CFeatureCandidates& candidates) const
 {
-    const std::pair<CTrafo, std::vector<Correspondence>> none{CTrafo::Invalid(), {}};
     std::vector<Vertex> vertices;
     for (const int i : m_indices) {
         const auto fltIndex = static_cast<std::size_t>(i);
@@ -194,16 +194,16 @@ CFPFHPolygon::ComputePreRegistration(const CFPFHPointSet& fix, const CFPFHPointS
         vertices.push_back(std::move(vertex));
     }
     RingMatch found = match(vertices);
-    if (found.Empty()) return none;
+    if (found.Empty()) return {CTrafo::Invalid(), {}};
     const std::size_t before = vertices.size();
     keepGood(vertices, found, config.dMaxPolygonVertexError);
-    if (vertices.size() < minVertices) return none;
+    if (vertices.size() < minVertices) return {CTrafo::Invalid(), {}};
     // The ring closes over the gaps now, and its match may differ.
     if (vertices.size() < before) found = match(vertices);
-    if (found.Empty()) return none;
+    if (found.Empty()) return {CTrafo::Invalid(), {}};
     auto pairs = weigh(vertices, found);
     const CTrafo trafo = fit(fix, flt, pairs);
-    if (!trafo) return none;
+    if (!trafo) return {CTrafo::Invalid(), {}};
     return {trafo, std::move(pairs)};
 }
 

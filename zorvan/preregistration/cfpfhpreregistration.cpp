@@ -177,7 +177,7 @@ std::vector<ICPResult> CFPFHPreRegistration::GetAllResults() const
     return all;
 }
 
-void CFPFHPreRegistration::InjectICPResult(ICPResult result) { push({crossed(std::move(result)), 1}); }
+void CFPFHPreRegistration::InjectICPResult(ICPResult result) { push({crossed(result), 1}); }
 
 bool CFPFHPreRegistration::FinalizeAfterAbort()
 {

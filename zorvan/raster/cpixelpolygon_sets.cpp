@@ -112,6 +112,7 @@ CPixelPolygon CPixelPolygon::Intersect(const CPixelPolygon& other) const
 
 CPixelPolygon CPixelPolygon::Dilate(unsigned int radius) const { return Dilate(radius, nullptr); }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): callers have this signature
 CPixelPolygon CPixelPolygon::Dilate(unsigned int radius, std::function<bool(int, int)> filter) const
 {
     if (radius == 0 || Empty()) return *this;

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <optional>
 
@@ -119,7 +118,7 @@ private:
             m_low[k] = std::min(m_low[k], written);
             m_high[k] = std::max(m_high[k], written);
         }
-        std::memcpy(point, raw.data(), raw.size());
+        raw.copy(point, raw.size());
         if (const auto wave = waveOffset(m_header.format)) turnWave(point + *wave);
     }
 
@@ -130,7 +129,7 @@ private:
         for (std::size_t k = 0; k < 3; ++k) direction[k] = static_cast<double>(LoadLittle<float>(bytes, 4 * k));
         std::string raw;
         for (const double c : m_movement.Direction(direction)) AppendLittle(raw, ToFloat(c));
-        std::memcpy(at, raw.data(), raw.size());
+        raw.copy(at, raw.size());
     }
 
     CMoveStream& m_stream;

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <streambuf>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -25,7 +26,7 @@ constexpr auto symbolTypes = [] {
     std::array<AStreamParser::ETokenType, 128> types;
     types.fill(AStreamParser::eError);
     for (std::size_t i = 0; i < symbols.size(); ++i)
-        types[static_cast<std::size_t>(symbols[i])] =
+        types[static_cast<unsigned char>(symbols[i])] =
             static_cast<AStreamParser::ETokenType>(AStreamParser::eLeftParenthesis + static_cast<int>(i));
     types['"'] = AStreamParser::eDoubleQuote;
     types['\''] = AStreamParser::eSingleQuote;
@@ -39,7 +40,7 @@ constexpr std::array<const wchar_t*, 24> tokenTexts{
 
 AStreamParser::ETokenType symbolType(wchar_t c)
 {
-    const auto place = static_cast<std::size_t>(c); // negative ones lie far behind the end
+    const auto place = static_cast<std::make_unsigned_t<wchar_t>>(c); // negative ones lie far behind the end
     return place < symbolTypes.size() ? symbolTypes[place] : AStreamParser::eError;
 }
 

@@ -54,6 +54,7 @@ Eigen::Vector3d toEigen(const Vector3& v) { return {v.x, v.y, v.z}; }
 std::vector<Match> findMatches(const IPointSet& fix, const IPointSet& flt, const CTrafo& pose, const Limits& limits)
 {
     std::vector<Match> matches;
+    matches.reserve(flt.Size());
     for (std::size_t i = 0; i < flt.Size(); ++i) {
         const Vector3 moved = pose * flt.GetPoint(i);
         Zorvan::NearestQuery query{moved, -1, limits.reachSq};
@@ -149,6 +150,7 @@ double medianOf(std::vector<double> values)
 double nextResidual(const std::vector<Match>& matches, const Limits& limits)
 {
     std::vector<double> sizes;
+    sizes.reserve(matches.size());
     for (const Match& match : matches) sizes.push_back(std::abs(match.residual));
     const double spread = verdict::dPoseResidualNoise * 1.4826 * medianOf(std::move(sizes));
     return std::clamp(spread, std::min(limits.leastLimit, limits.residual), limits.residual);
@@ -160,6 +162,7 @@ double nextResidual(const std::vector<Match>& matches, const Limits& limits)
 double nextCosine(const std::vector<Match>& matches)
 {
     std::vector<double> angles;
+    angles.reserve(matches.size());
     for (const Match& match : matches)
         angles.push_back(std::acos(std::clamp(match.fixNormal.dot(match.fltNormal), -1.0, 1.0)));
     const double angle = verdict::dPoseNormalNoise * medianOf(std::move(angles));

@@ -189,6 +189,7 @@ ViewingRay FindViewingRay(const Vectors& points, const Vectors& normals, const Z
         if (Dot(ray.direction, mean) < 0.0F) ray.direction = -ray.direction;
     }
     std::vector<double> visible;
+    visible.reserve(rays.size());
     for (const Ray& ray : rays) visible.push_back(visibleShare(normals, ray.direction));
     const double bestVisible = *std::max_element(visible.begin(), visible.end());
     const Ray* chosen = nullptr;

@@ -225,7 +225,7 @@ template <typename Fit>
 PrimitiveFit run(const Zorvan::SurfelScan& scan, const PrimitiveStart& start, const RadiusLimits& limits)
 {
     if (limits.dLow == limits.dHigh) return runOnce<Fit>(scan, start, limits.dLow);
-    const PrimitiveFit free = runOnce<Fit>(scan, start, 0.0);
+    PrimitiveFit free = runOnce<Fit>(scan, start, 0.0);
     if (!free.IsFound()) return free;
     const double radius = free.properties.front().value(0);
     const double nearest = std::clamp(radius, limits.dLow, limits.dHigh);

@@ -34,6 +34,7 @@ std::vector<std::vector<std::size_t>> membersByCluster(const RegistrationTable& 
     std::map<std::string, std::vector<std::size_t>> clusters;
     for (std::size_t i = 0; i < table.scans.size(); ++i) clusters[table.scans[i].cluster].push_back(i);
     std::vector<std::vector<std::size_t>> sorted;
+    sorted.reserve(clusters.size());
     for (auto& [id, members] : clusters) sorted.push_back(std::move(members));
     std::stable_sort(sorted.begin(), sorted.end(), [&](const auto& a, const auto& b) {
         if (a.size() != b.size()) return a.size() > b.size();

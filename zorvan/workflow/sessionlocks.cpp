@@ -18,6 +18,7 @@ LockSessions(const std::filesystem::path& written, const std::filesystem::path& 
         if (::access(whole.parent_path().c_str(), W_OK) == 0) files.insert(whole);
     }
     std::vector<Zorvan::CFileLock> locks;
+    locks.reserve(files.size());
     for (const std::filesystem::path& file : files)
         locks.emplace_back(file, [&](const std::string& holder) { whenHeld(file.string(), holder); });
     return locks;

@@ -106,7 +106,7 @@ private:
         if (setting.type() == element::eDouble && !isWhole && e.type() != element::eDouble)
             refuse(place, e, "needs a number");
         if (setting.type() == element::eUInt32 && !isWhole) refuse(place, e, "needs a whole number");
-        const element coerced = setting.coerce(e, nullptr); // a negative count becomes a huge one
+        element coerced = setting.coerce(e, nullptr); // a negative count becomes a huge one
         if (const std::string why = whatIsWrongWith(coerced); !why.empty()) refuse(place, e, why);
         return coerced;
     }
