@@ -216,7 +216,7 @@ bool CJudgedSearch::isPlanePart() const
 
 bool CJudgedSearch::isSettled() const
 {
-    return !isPlanePart() && m_verdict &&
+    return !isPlanePart() && !m_judge.IsCoarse() && m_verdict &&
            m_judge.HoldRatio(m_candidates[m_verdict.explanations.front()].refined.GetTrafo()) >= verdict::dFirmHold;
 }
 

@@ -78,8 +78,9 @@ MatchedScan toMatched(const VotingScan& scan, const Surfels& surfels, float size
     const double spacing =
         std::max(scan.view->GetSampling().dSpacing, dPixel * static_cast<double>(size) / verdict::dPixelPerSpacing);
     for (const Vector<3>& side : sidesOf(*scan.view))
-        matched.sides.emplace_back(CRangeImage(scan.set->GetPoints(), scan.set->GetNormals(), side, spacing),
-                                   matched.edges);
+        matched.sides.emplace_back(
+            CRangeImage(scan.set->GetPoints(), scan.set->GetNormals(), side, spacing, scan.view->IsEven()),
+            matched.edges);
     return matched;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/scans/normals.h"
 
+#include "zorvan/scans/ringsurface.h"
 #include "zorvan/scans/smoothnormals.h"
 #include "zorvan/scans/spacing.h"
 #include "zorvan/scans/spunsensor.h"
@@ -181,6 +182,10 @@ ENormalSource ComputeNormals(Scan& scan, const Sensor& sensor)
     if (!place && IsSpunAboutOrigin(scan.points, tree)) {
         scan.sensor = FramePose{{-scan.shift[0], -scan.shift[1], -scan.shift[2]}};
         place = Vector3(origin(0), origin(1), origin(2));
+        if (const auto rings = FindRings(scan.points, *place)) {
+            scan.normals = CRingSurface(*rings).NormalsOf(scan.points.size());
+            return ENormalSource::PlaneFit;
+        }
     }
     scan.normals = normalsFromPlaneFit(scan.points, tree, place);
     return ENormalSource::PlaneFit;

@@ -23,7 +23,7 @@ using Sensor = std::optional<Vector3>;
 /// Normals for all points of a scan without any: from its faces when it has some (smoothed over 1/200 of the extent
 /// when the edges are shorter than a quarter of that), else from planes through neighbours. Points without a normal get
 /// a zero vector. The points are finite and none appears twice. Where no sensor is known and the points lie on rings
-/// about the origin, that is where the sensor stood: `scan.sensor` holds it then.
+/// about the origin, the sensor stood there: `scan.sensor` holds that then, and normals are those of `CRingSurface`.
 ZORVAN_SCANS_API ENormalSource ComputeNormals(Scan& scan, const Sensor& sensor);
 
 /// Mean of the normals of the faces around each point, weighted by their area; zero for points without a face. The

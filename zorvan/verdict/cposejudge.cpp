@@ -171,6 +171,25 @@ void shuffle(std::vector<Sample>& samples)
     for (std::size_t i = samples.size(); i > 1; --i) std::swap(samples[i - 1], samples[rng() % i]);
 }
 
+/// Of samples two pixels apart; where each pixel of a spinning sensor's surface is one, there are as many more of them.
+int minSlideGrowth(const CPoseJudge& judge)
+{
+    constexpr double dPixelsOfSample = verdict::dSampleStep * verdict::dSampleStep;
+    const bool isEven = judge.GetFix().IsEven() || judge.GetFlt().IsEven();
+    return static_cast<int>(verdict::uiMinSlideGrowth * (judge.IsCoarse() && isEven ? dPixelsOfSample : 1.0));
+}
+
+/// Whether the pose lays the patterns of two spinning sensors on each other: that they agree there says nothing.
+bool isPatternOnPattern(const CPoseJudge& judge, const CTrafo& pose)
+{
+    if (!judge.GetFix().IsEven() || !judge.GetFlt().IsEven()) return false;
+    // Both sensors stand in the origin of their scan.
+    const float range = std::min(judge.GetFix().GetMiddle().Length(), judge.GetFlt().GetMiddle().Length());
+    const Vector3 axis(0, 0, 1);
+    return pose.GetTranslation().Length() < static_cast<float>(verdict::dSamePlace) * range &&
+           Dot(pose.Rotate(axis), axis) > static_cast<float>(verdict::dSameAxisCosine);
+}
+
 /// The largest of the contradictions.
 EFinding refutation(const PoseCounts& counts)
 {
@@ -449,8 +468,9 @@ PoseVerdict CPoseJudge::Judge(const CTrafo& pose) const
         verdict.counts.uiDisputed = countDisputed(pose);
         verdict.eFinding = Weigh(verdict.counts);
     }
-    if (verdict && SlideGrowth(pose, verdict.counts) < static_cast<int>(verdict::uiMinSlideGrowth))
-        verdict.eFinding = EFinding::Sliding;
+    if (verdict && SlideGrowth(pose, verdict.counts) < minSlideGrowth(*this)) verdict.eFinding = EFinding::Sliding;
+    const bool stands = verdict || verdict.eFinding == EFinding::Sliding;
+    if (stands && isPatternOnPattern(*this, pose)) verdict.eFinding = EFinding::Doubtful;
     return verdict;
 }
 
@@ -499,7 +519,7 @@ int CPoseJudge::SlideGrowth(const CTrafo& pose, const PoseCounts& at) const
         return misfits(counts);
     };
     constexpr std::size_t uiDirections = 3;
-    constexpr int iEnough = verdict::uiMinSlideGrowth;
+    const int iEnough = minSlideGrowth(*this);
     const int before = misfitsOfPart(pose);
     int least = std::numeric_limits<int>::max();
     for (const CTrafo& motion :

@@ -117,9 +117,75 @@ double rasterAngle(const Vectors& points, const CTrafo& frame, double spacing)
     return std::atan2(imaginary, real) / 4.0;
 }
 
+/// What a spinning sensor in the origin of the scan looked over, as far as it shows: from its lowest to its highest
+/// ring that met something, and from where these begin on the turn to where they end. What lies beyond may not have
+/// been looked at.
+class CSweep
+{
+public:
+    explicit CSweep(const Vectors& points)
+    {
+        Vector3 sum;
+        for (const Vector3& p : points) sum = p.IsFinite() ? sum + p : sum;
+        m_middle = std::atan2(sum.y, sum.x);
+        for (const Vector3& p : points) {
+            if (!p.IsFinite()) continue;
+            m_low = {std::min(m_low.x, turn(p)), std::min(m_low.y, rise(p)), 0.0F};
+            m_high = {std::max(m_high.x, turn(p)), std::max(m_high.y, rise(p)), 0.0F};
+        }
+    }
+
+    [[nodiscard]] bool Contains(const Vector3& p) const
+    {
+        return turn(p) >= m_low.x && turn(p) <= m_high.x && rise(p) >= m_low.y && rise(p) <= m_high.y;
+    }
+
+private:
+    [[nodiscard]] float turn(const Vector3& p) const
+    {
+        return std::remainder(std::atan2(p.y, p.x) - m_middle, 2.0F * std::numbers::pi_v<float>);
+    }
+    [[nodiscard]] static float rise(const Vector3& p) { return std::atan2(p.z, std::hypot(p.x, p.y)); }
+
+    float m_middle = 0.0F;
+    Vector3 m_low = Vector3::Filled(fInfinity);
+    Vector3 m_high = -Vector3::Filled(fInfinity);
+};
+
+/// For each pixel the height of a filled one near it: that of the nearest, give or take what two passes from neighbour
+/// to neighbour err by.
+std::vector<float> nearestHeights(const std::vector<CRangeImage::Surfel>& surfels, int width)
+{
+    std::vector<float> heights(surfels.size());
+    std::vector<float> steps(surfels.size(), fInfinity);
+    for (std::size_t at = 0; at < surfels.size(); ++at) {
+        heights[at] = surfels[at].point.z;
+        if (heights[at] > -fInfinity) steps[at] = 0.0F;
+    }
+    const auto size = static_cast<std::ptrdiff_t>(surfels.size());
+    const auto take = [&](std::ptrdiff_t at, std::ptrdiff_t from) {
+        if (from < 0 || from >= size) return;
+        const auto to = static_cast<std::size_t>(at);
+        const auto source = static_cast<std::size_t>(from);
+        if (!(steps[source] + 1.0F < steps[to])) return;
+        steps[to] = steps[source] + 1.0F;
+        heights[to] = heights[source];
+    };
+    for (std::ptrdiff_t at = 0; at < size; ++at) {
+        take(at, at - 1);
+        take(at, at - width);
+    }
+    for (std::ptrdiff_t at = size - 1; at >= 0; --at) {
+        take(at, at + 1);
+        take(at, at + width);
+    }
+    return heights;
+}
+
 } // namespace
 
-CRangeImage::CRangeImage(const Vectors& points, const Vectors& normals, const Vector3& direction, double dSpacing)
+CRangeImage::CRangeImage(const Vectors& points, const Vectors& normals, const Vector3& direction, double dSpacing,
+                         bool isEven)
     : m_pixel(static_cast<float>(verdict::dPixelPerSpacing * dSpacing))
 {
     m_frame = axesAlong(direction);
@@ -127,7 +193,7 @@ CRangeImage::CRangeImage(const Vectors& points, const Vectors& normals, const Ve
     setFrame(points);
     for (int i = 0;; ++i) {
         rasterise(points);
-        if (i == verdict::iMaxPixelGrowths || meanFilledNeighbours() >= verdict::dMinFilledNeighbours) break;
+        if (isEven || i == verdict::iMaxPixelGrowths || meanFilledNeighbours() >= verdict::dMinFilledNeighbours) break;
         m_pixel *= static_cast<float>(verdict::dPixelGrowth);
         setFrame(points);
     }
@@ -136,6 +202,18 @@ CRangeImage::CRangeImage(const Vectors& points, const Vectors& normals, const Ve
     storeSurfels(points, normals);
     computeCeilings();
     computeDistances();
+    if (isEven) {
+        // Nothing counts as missing where the sensor may not have looked: as if something hid it.
+        const CSweep sweep(points);
+        const CTrafo back = m_frame.GetInverse(true);
+        const std::vector<float> heights = nearestHeights(m_surfels, m_width);
+        for (std::size_t at = 0; at < heights.size(); ++at) {
+            const auto x = static_cast<float>(at % static_cast<std::size_t>(m_width));
+            const auto y = static_cast<float>(at / static_cast<std::size_t>(m_width));
+            if (!sweep.Contains(back * Vector3((x + 0.5F) * m_pixel, (y + 0.5F) * m_pixel, heights[at])))
+                m_shadows[at] = fInfinity;
+        }
+    }
     computeCompleteness();
     findGaps();
 }

@@ -48,7 +48,10 @@ public:
     /// @param direction  towards the sensor, unit length
     /// @param dSpacing   of the points, mm. A pixel is as wide, or wider where the points leave most of such pixels
     ///                   empty. Axes follow the raster of the points.
-    CRangeImage(const Vectors& points, const Vectors& normals, const Vector3& direction, double dSpacing);
+    /// @param isEven     the points lie in equal steps, so that pixels of that size leave no holes: an outline of a few
+    ///                   hundred pixels alone would look like many
+    CRangeImage(const Vectors& points, const Vectors& normals, const Vector3& direction, double dSpacing,
+                bool isEven = false);
 
     [[nodiscard]] const CTrafo& GetFrame() const { return m_frame; } ///< scan to image coordinates
     [[nodiscard]] float GetPixelSize() const { return m_pixel; }     ///< mm

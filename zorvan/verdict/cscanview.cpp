@@ -23,7 +23,9 @@ std::optional<Vector3> normalised(const Vector3& v)
 } // namespace
 
 CScanView::CScanView(const IPointSet& scan, const SensorKnowledge& knowledge)
-    : m_numPoints(scan.GetKdTree().Size()), m_sampling(MeasureSampling(scan.GetPoints(), scan.GetKdTree()))
+    : m_numPoints(scan.GetKdTree().Size()),
+      m_isEven(knowledge.isEven),
+      m_sampling(MeasureSampling(scan.GetPoints(), scan.GetKdTree()))
 {
     setMiddle(scan.GetPoints());
     if (m_sampling.dSpacing <= 0.0) return;
@@ -83,7 +85,7 @@ void CScanView::setRay(const IPointSet& scan, const SensorKnowledge& knowledge)
 void CScanView::makeImages(const IPointSet& scan)
 {
     const auto add = [&](const Vector3& direction) {
-        m_images.emplace_back(scan.GetPoints(), scan.GetNormals(), direction, m_sampling.dSpacing);
+        m_images.emplace_back(scan.GetPoints(), scan.GetNormals(), direction, m_sampling.dSpacing, m_isEven);
     };
     add(m_ray.direction);
     if (m_ray.eKind != ERay::Guessed) return;

@@ -20,6 +20,7 @@ struct SensorKnowledge
     bool isSurface = false;                          ///< a mesh or model: it has no sensor, nothing was looked through
     std::optional<kdtree::Vector<3>> position = {};  ///< of the sensor, in coordinates of the scan, mm
     std::optional<kdtree::Vector<3>> direction = {}; ///< towards the sensor, any length; the position goes first
+    bool isEven = false;                             ///< points in equal steps, made from those of a spinning sensor
 };
 
 /// All that judging and proposing poses wants to know about one scan, measured once: noise, spacing, viewing ray, and
@@ -38,6 +39,8 @@ public:
 
     [[nodiscard]] std::size_t GetNumPoints() const { return m_numPoints; }
     [[nodiscard]] const ScanSampling& GetSampling() const { return m_sampling; }
+    /// The points lie in equal steps, as the caller knows.
+    [[nodiscard]] bool IsEven() const { return m_isEven; }
     [[nodiscard]] const ViewingRay& GetRay() const { return m_ray; }
     /// Share of the scan's outline that holds surface; 0 without an image.
     [[nodiscard]] double GetCompleteness() const { return HasImage() ? GetImage().GetCompleteness() : 0.0; }
@@ -62,6 +65,7 @@ private:
     void makeImages(const IPointSet& scan);
 
     std::size_t m_numPoints = 0;
+    bool m_isEven = false;
     ScanSampling m_sampling;
     ViewingRay m_ray;
     kdtree::Vector<3> m_middle;

@@ -81,6 +81,13 @@ bool hasSlidingTwin(const CPoseJudge& judge, std::span<const CTrafo> poses, cons
     return false;
 }
 
+/// Details may lie between its points; between the rings of a spinning sensor what lies there was judged when the
+/// surface was made.
+bool isTooCoarse(const CScanView& view)
+{
+    return view.HasImage() && !view.IsEven() && view.GetImage().GetNumFilled() < verdict::uiFewPixels;
+}
+
 /// Of poses that fell: the one with the most matches for its contradictions.
 std::size_t nearestMiss(const std::vector<PoseVerdict>& verdicts)
 {
@@ -159,7 +166,7 @@ PairVerdict DecideOnPoses(const CPoseJudge& judge, std::span<const CTrafo> poses
     result.poses = std::move(verdicts);
     result.explanations = explanations(judge, poses, result.poses);
     result.isRayUnknown = !judge.CanMissSurface();
-    result.isCoarse = judge.IsCoarse();
+    result.isCoarse = isTooCoarse(judge.GetFix()) || isTooCoarse(judge.GetFlt());
     if (poses.empty()) return result;
     if (result.explanations.empty()) {
         result.uiNearest = nearestMiss(result.poses);

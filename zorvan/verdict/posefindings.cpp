@@ -67,6 +67,10 @@ std::string PoseVerdict::ToString() const
     case EFinding::Consistent:
         return percent(counts.Contradiction()) + " of what can be compared speaks against it";
     case EFinding::Doubtful:
+        if (counts.Contradiction() <= verdict::dMaxContradiction && counts.uiSolid < verdict::uiDoubtfulSolid &&
+            counts.uiDisputed < verdict::uiDoubtfulDisputed)
+            return "little speaks against it, but it puts both spinning sensors in one place, where their rings agree "
+                   "whatever they saw";
         if (counts.Contradiction() <= verdict::dMaxContradiction)
             return "little speaks against it, but a patch of " +
                    std::to_string(std::max(counts.uiInFront, counts.uiDisputed)) +

@@ -104,6 +104,12 @@ constexpr int iMinPatchRefuted = 3;
 /// 1,040.
 constexpr unsigned uiDoubtfulDisputed = 4;
 constexpr unsigned uiMinDisputed = 32; ///< 4 x 8; a doubt still lists the pose, and the right one beside it
+/// Two spinning sensors nearer to each other than this share of their range, on axes less than 20 degrees apart, have
+/// their rings, and the ends of what they looked over, in the same places whatever they saw. Of a part on a table four
+/// such poses match four in five samples with hardly a contradiction, and all are wrong; neighbouring views of a lidar
+/// that walks around an object in eleven steps lie 0.23 and more apart.
+constexpr double dSamePlace = 0.2;
+constexpr double dSameAxisCosine = 0.94;
 constexpr double dMaxTail = 0.5;     ///< bunny: up to 0.45 where views were taken of a surface that had moved a little
 constexpr double dSlidePixels = 6.0; ///< how far a pose is moved along what the surface holds least
 /// Samples that speak against the pose after such a move, either way. Of right poses of the bunny, cow and homer 26 at

@@ -3,7 +3,9 @@
 
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/meshsampling.h"
+#include "zorvan/scans/ringsurface.h"
 #include "zorvan/scans/showntext.h"
+#include "zorvan/scans/spunsensor.h"
 #include "zorvan/workflow/sensorbeside.h"
 
 #include <cmath>
@@ -44,11 +46,36 @@ CReadyPair::CReadyPair(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& 
     : m_fix{&fix, sensorOf(fix, options.fixSensor)}, m_flt{&flt, sensorOf(flt, options.fltSensor)}
 {
     for (Side* side : {&m_fix, &m_flt})
-        if (!side->IsModel()) side->MakeSet();
+        if (!side->IsModel()) sampleRings(*side);
     m_settings = m_fix.set || m_flt.set ? ChoosePairSettings(m_fix.set.get(), m_flt.set.get(), options.dGrid)
                                         : settingsByArea(fix.model, options.dGrid);
     for (Side* side : {&m_fix, &m_flt})
         if (side->IsModel()) sample(*side);
+}
+
+/// Along a ring points are dense and their noise large, across it they are sparse: the surface between the rings is
+/// what a raster of any other sensor is. A scan with normals of its file is taken as it is.
+void CReadyPair::sampleRings(Side& side)
+{
+    side.MakeSet();
+    const Zorvan::SurfelScan& scan = *side.scan;
+    if (scan.eNormals != Zorvan::ENormalSource::PlaneFit || !scan.sensor) return;
+    if (!Zorvan::IsSpunAboutOrigin(scan.points, side.set->GetKdTree())) return;
+    const auto rings = Zorvan::FindRings(scan.points, {});
+    if (!rings) return;
+    Zorvan::SurfaceSamples samples = Zorvan::CRingSurface(*rings).Sample();
+    if (samples.points.size() < 3) return;
+    side.sampled.file = scan.file;
+    side.sampled.points = std::move(samples.points);
+    side.sampled.normals = std::move(samples.normals);
+    side.sampled.eNormals = scan.eNormals;
+    side.sampled.shift = scan.shift;
+    side.sampled.sensor = scan.sensor;
+    side.sensor.isEven = true;
+    m_words += (m_words.empty() ? "" : "; ") + Zorvan::ToShown(scan.file.filename().string()) + " lies on " +
+               std::to_string(rings->rings.size()) + " rings: " + std::to_string(side.sampled.points.size()) +
+               " points of the surface between them";
+    side.MakeSet();
 }
 
 void CReadyPair::sample(Side& side)

@@ -12,7 +12,8 @@
 namespace prereg {
 
 /// Two scans as registration wants them: a model is a surface sampled by area, one point per square of the grid, and
-/// has no sensor. The grid comes from the scan, of two scans from the fixed one. Not installed.
+/// has no sensor; of a spinning lidar it is the surface between its rings, in equal steps. The grid comes from the
+/// scan, of two scans from the fixed one. Not installed.
 class CReadyPair
 {
 public:
@@ -26,7 +27,7 @@ public:
     [[nodiscard]] const SensorKnowledge& GetFixSensor() const { return m_fix.sensor; }
     [[nodiscard]] const SensorKnowledge& GetFltSensor() const { return m_flt.sensor; }
     [[nodiscard]] const AutoSettings& GetSettings() const { return m_settings; }
-    /// For people, of each model: its name and how many points stand for it. Empty for two scans.
+    /// For people, of each model and each scan on rings: its name and how many points stand for it. Else empty.
     [[nodiscard]] const std::string& GetWords() const { return m_words; }
 
 private:
@@ -34,15 +35,16 @@ private:
     {
         const Zorvan::SurfelScan* scan;
         SensorKnowledge sensor;
-        Zorvan::SurfelScan sampled = {}; ///< of a model
+        Zorvan::SurfelScan sampled = {}; ///< of a model, or of the surface between the rings of a spinning sensor
         std::unique_ptr<CPointSet> set = {};
 
         [[nodiscard]] bool IsModel() const { return !scan->model.faces.empty(); }
-        [[nodiscard]] const Zorvan::SurfelScan& Get() const { return IsModel() ? sampled : *scan; }
+        [[nodiscard]] const Zorvan::SurfelScan& Get() const { return sampled.points.empty() ? *scan : sampled; }
         void MakeSet();
     };
 
     void sample(Side& side);
+    void sampleRings(Side& side);
 
     Side m_fix;
     Side m_flt;
