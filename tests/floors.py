@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Fails when a file of the library includes a folder that stands beside or below its own, or when two files include
-each other in a loop.
+"""Fails when a file of the library includes a folder that stands beside or below its own, when two files include
+each other in a loop, or when an example includes a header of the library that is not installed.
 
     tests/floors.py ROOT
 """
@@ -53,6 +53,20 @@ def wrong_arrows(root, includes):
                 yield f"{file}: includes {target}, which does not exist"
 
 
+def installed(root):
+    """The headers that a host may include, as it includes them."""
+    for file in sorted(root.glob("zorvan/*/CMakeLists.txt")):
+        for names in re.findall(r"FILE_SET HEADERS[^)]*? FILES\s([^)A-Z]*)", file.read_text()):
+            yield from (f"zorvan/{file.parent.name}/{name}" for name in names.split())
+
+
+def unseen_by_hosts(root, headers):
+    for file in sorted({*root.glob("examples/*.cpp"), *root.glob("examples/*/*.cpp"), *root.glob("examples/*/*.h")}):
+        for target in INCLUDE.findall(file.read_text()):
+            if target not in headers:
+                yield f"{file.relative_to(root)}: includes {target}, which is not installed"
+
+
 def loops(includes):
     state = {}
 
@@ -76,7 +90,7 @@ def main():
     includes = {file: INCLUDE.findall(text) for file, text in texts.items()}
     if not includes:
         sys.exit(f"no sources under {root}/zorvan")
-    faults = [*wrong_arrows(root, includes), *loops(includes)]
+    faults = [*wrong_arrows(root, includes), *loops(includes), *unseen_by_hosts(root, set(installed(root)))]
     faults += [f"{file}: intrinsics outside simd.h and simd_avx.h" for file, text in texts.items()
                if INTRINSICS.search(text) and not MAY_USE_INTRINSICS.search(file)]
     faults += [f"{file}: does not begin with {LICENSED.strip()}" for file, text in texts.items()

@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
 """What Python costs: zorvan.align on arrays against the same call in C++, turn by turn in one run; processor time,
-so that a busy machine does not matter.
+so that a busy machine matters little: what is left of it is shown as the spread of the ratio.
 
     benchmarks/python/overhead.py [--build build/release] [--rounds 30] FIX FLT
 """
 from __future__ import annotations
 
 import argparse
+import random
 import pathlib
 import statistics
 import subprocess
@@ -39,22 +40,35 @@ def main() -> None:
                                 text=True)
         assert host.stdin is not None and host.stdout is not None
         times: dict[str, list[float]] = {"python": [], "c++": []}
-        for _ in range(options.rounds):
+
+        def in_python() -> str:
             zorvan.align(*arrays)  # each warms up after the other's turn
             start = time.process_time()
             pose = zorvan.align(*arrays).candidates[0]["pose"]
             times["python"].append(time.process_time() - start)
+            return f"{pose[0, 3]:.9g}"
+
+        def in_cpp() -> str:
             host.stdin.write("\n")
             host.stdin.flush()
             seconds, x = host.stdout.readline().split()
-            assert float(x) == float(f"{pose[0, 3]:.9g}"), "the two do not agree"
             times["c++"].append(float(seconds))
+            return x
+
+        for i in range(options.rounds):
+            turns = (in_python, in_cpp) if i % 2 == 0 else (in_cpp, in_python)
+            a, b = (turn() for turn in turns)
+            assert float(a) == float(b), "the two do not agree"
         host.stdin.close()
         host.wait()
     for name, values in times.items():
         print(f"{name:7} median {1000 * statistics.median(values):8.2f} ms   least {1000 * min(values):8.2f} ms")
-    ratios = [p / c for p, c in zip(times["python"], times["c++"])]
+    ratios = sorted(p / c for p, c in zip(times["python"], times["c++"]))
     print(f"ratio   median {statistics.median(ratios):8.4f}      of the least {min(times['python']) / min(times['c++']):8.4f}")
+    rng = random.Random(1)
+    medians = sorted(statistics.median(rng.choices(ratios, k=len(ratios))) for _ in range(2000))
+    print(f"        half of the rounds lie within {ratios[len(ratios) // 4]:.4f} to {ratios[3 * len(ratios) // 4]:.4f}; "
+          f"95 % interval of the median {medians[50]:.4f} to {medians[1949]:.4f}")
 
 
 if __name__ == "__main__":

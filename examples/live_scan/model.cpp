@@ -2,7 +2,6 @@
 #include "model.h"
 
 #include "zorvan/clusterregistration/cclusterregistration.h"
-#include "zorvan/core/orientedbox.h"
 #include "zorvan/features/cfpfhdatasource.h"
 
 #include <chrono>
@@ -33,9 +32,24 @@ UniversalUniqueID idOf(unsigned number)
     return UniversalUniqueID(text);
 }
 
-prereg::OrientedBox boxOf(const CModel::Patch& patch)
+/// Of the world, around the corners of the patch's own box.
+kdtree::Range<3> boxOf(const CModel::Patch& patch)
 {
-    return prereg::OrientedBox::FromCorners(patch.set->GetAABB()).Moved(patch.pose);
+    const auto [low, high] = patch.set->GetAABB();
+    kdtree::Range<3> box = kdtree::EmptyRange();
+    for (unsigned corner = 0; corner < 8; ++corner) {
+        const kdtree::Vector<3> p =
+            patch.pose * kdtree::Vector<3>((corner & 1U) != 0 ? high.x : low.x, (corner & 2U) != 0 ? high.y : low.y,
+                                           (corner & 4U) != 0 ? high.z : low.z);
+        box = {kdtree::Min(box.low, p), kdtree::Max(box.high, p)};
+    }
+    return box;
+}
+
+bool overlap(const kdtree::Range<3>& a, const kdtree::Range<3>& b)
+{
+    return a.low.x <= b.high.x && b.low.x <= a.high.x && a.low.y <= b.high.y && b.low.y <= a.high.y &&
+           a.low.z <= b.high.z && b.low.z <= a.high.z;
 }
 
 PatchPtr patchOf(const Frame& frame, const prereg::ConfigurationFPFH& config)
@@ -141,11 +155,11 @@ bool CModel::place(unsigned number, const Patch& patch, const Patches& region)
 /// The patches whose boxes meet that of this one, the nearest when there are many.
 CModel::Patches CModel::around(const Patch& patch) const
 {
-    const prereg::OrientedBox box = boxOf(patch);
+    const kdtree::Range<3> box = boxOf(patch);
     std::multimap<float, Patches::const_iterator> near;
     for (auto other = m_state.patches.begin(); other != m_state.patches.end(); ++other) {
-        const prereg::OrientedBox otherBox = boxOf(other->second);
-        if (Overlap(box, otherBox)) near.emplace((otherBox.center - box.center).LengthSq(), other);
+        const kdtree::Range<3> its = boxOf(other->second);
+        if (overlap(box, its)) near.emplace((its.low + its.high - box.low - box.high).LengthSq(), other);
     }
     Patches region;
     for (const auto& [distance, other] : near) {

@@ -2,6 +2,7 @@
 #include "workfolder.h"
 
 #include "zorvan/scans/scanwriter.h"
+#include "zorvan/workflow/fileinfo.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -48,6 +49,43 @@ TEST(Info, SaysWhatIsInAFileAndWhatIsOdd)
     EXPECT_NEAR(scan["noise"].get<double>(), 0.01, 0.003);
     EXPECT_TRUE(scan["sensor"].is_null());
     EXPECT_EQ(scan["notes"].size(), 3U) << scan["notes"];
+}
+
+TEST(Info, OfALargeFileIsThatOfASmallOne)
+{
+    const WorkFolder folder;
+    Zorvan::Scan mesh = farPlane();
+    mesh.faces = {{0, 1, 60}, {1, 61, 60}};
+    mesh.normals.assign(mesh.points.size(), {0, 0, 1});
+    Zorvan::WritePly(folder / "mesh.ply", mesh);
+    folder.Write("odd.ply",
+                 "ply\nformat ascii 1.0\nelement vertex 2\nproperty float x\nproperty float y\nproperty float z\n"
+                 "end_header\n0 0 0 1\n1 1\n"); // two vertices on lines of their own making
+    folder.Write("seen.ptx", "2\n2\n0 0 9\n1 0 0\n0 1 0\n0 0 1\n1 0 0 0\n0 1 0 0\n0 0 1 0\n0 0 0 1\n"
+                             "0 0 -9 0.5\n1 0 -9 0.5\n0 1 -9 0.5\n1 1 -9 0.5\n");
+    for (const char* name : {"mesh.ply", "odd.ply", "seen.ptx"}) {
+        SCOPED_TRACE(name);
+        const auto small = prereg::DescribeFile(folder / name);
+        const auto large = prereg::DescribeFile(folder / name, {.uiMostBytes = 0, .uiMostPoints = 4000});
+        ASSERT_EQ(large.scans.size(), small.scans.size());
+        const prereg::ScanInfo& a = small.scans.front();
+        const prereg::ScanInfo& b = large.scans.front();
+        EXPECT_EQ(b.points, a.points);
+        for (unsigned k = 0; k < 3; ++k) {
+            EXPECT_NEAR(b.low[k], a.low[k], 1e-3);
+            EXPECT_NEAR(b.high[k], a.high[k], 1e-3);
+        }
+        EXPECT_NEAR(b.sampling.dSpacing, a.sampling.dSpacing, 1e-3);
+        EXPECT_EQ(b.sensor.has_value(), a.sensor.has_value());
+        EXPECT_EQ(b.pose.has_value(), a.pose.has_value());
+        if (std::string(name) != "mesh.ply") continue;
+        EXPECT_EQ(b.faces, a.faces);
+        EXPECT_EQ(b.fields, a.fields);
+        EXPECT_THAT(b.oddities, testing::Contains(testing::HasSubstr("walked through for its size; not looked for")));
+        const auto part = prereg::DescribeFile(folder / name, {.uiMostBytes = 0, .uiMostPoints = 600}).scans.front();
+        EXPECT_EQ(part.points, a.points) << "all, whatever the spacing is measured on";
+        EXPECT_THAT(part.oddities, testing::Contains(testing::HasSubstr("those of the first 600 points")));
+    }
 }
 
 TEST(Info, ReadsAsText)

@@ -189,7 +189,7 @@ TEST_F(RegisteredPatches, GoOnWhereASessionStopped)
 TEST_F(RegisteredPatches, LeaveOutWhatDoesNotBelong)
 {
     folder->Write("few.xyz", "0 0 0\n1 0 0\n0 1 0\n1 1 0\n0.5 0.5 0.1\n");
-    const auto outcome = folder->Run("register stranger.ply few.xyz view0?.ply -o strangers --optimize");
+    const auto outcome = folder->Run("register stranger.ply few.xyz view0?.ply -o strangers --optimize --export ply");
     EXPECT_EQ(outcome.exitCode, 1) << outcome.out;
     EXPECT_NE(outcome.err.find("left out: too few points or features: few.xyz"), std::string::npos) << outcome.err;
     EXPECT_NE(outcome.out.find("6 of 7 scans registered, in 2 clusters"), std::string::npos) << outcome.out;
@@ -198,6 +198,15 @@ TEST_F(RegisteredPatches, LeaveOutWhatDoesNotBelong)
     ASSERT_EQ(poses.clusters.size(), 2U);
     EXPECT_EQ(poses.clusters[0].scans.size(), 6U);
     EXPECT_EQ(poses.clusters[1].scans.at(0).file, "stranger.ply");
+
+    // All results show the same cluster, though the stranger came first.
+    EXPECT_TRUE(poses.clusters[0].isPrimary && !poses.clusters[1].isPrimary);
+    const auto applied = folder->Run("apply strangers/poses.json stranger.ply view0?.ply -o moved");
+    EXPECT_NE(applied.out.find("6 of 7 scans written"), std::string::npos) << applied.out << applied.err;
+    std::size_t numMoved = 0;
+    for (const Zorvan::ScanPose& scan : poses.clusters[0].scans)
+        numMoved += Zorvan::ReadScanFile(*folder / "moved" / scan.file).points.size();
+    EXPECT_EQ(Zorvan::ReadScanFile(*folder / "strangers/scans.ply").points.size(), numMoved);
 }
 
 // Copies fit without any error, and the others are not measured by that.

@@ -59,7 +59,7 @@ struct ZORVAN_SCANS_API PlyElement
 
 /// A checked PLY header: format known, every element and property complete, and the body no shorter than the counts
 /// promise. Source of the format: G. Turk, "The PLY polygon file format", Stanford 1994.
-struct PlyHeader
+struct ZORVAN_SCANS_API PlyHeader
 {
     EPlyFormat format = EPlyFormat::Ascii;
     std::vector<PlyElement> elements; ///< in the order of the body

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "zorvan/core/hooks.h"
 #include "zorvan/scans/export.h"
+#include "zorvan/scans/pointlistener.h"
 #include "zorvan/scans/thinreading.h"
 
+#include <filesystem>
 #include <vector>
 
 namespace Zorvan {
@@ -13,5 +16,10 @@ namespace Zorvan {
 /// @throws CInputError
 [[nodiscard]] ZORVAN_SCANS_API std::vector<ThinnedScan>
 ReadEachThinned(const std::filesystem::path& file, const ThinLimits& limits = {}, const Hooks& hooks = Hooks::None());
+
+/// Walks through a file of points block by block, whatever its size: PLY, PCD (a compressed one is in memory), LAS,
+/// E57, PTX, PTS, XYZ and XYZN. Of a PLY the vertices are told, with faces or without.
+/// @throws CInputError  also when the hooks stop it
+ZORVAN_SCANS_API void WalkPoints(const std::filesystem::path& file, IPointListener& listener, const Hooks& hooks);
 
 } // namespace Zorvan

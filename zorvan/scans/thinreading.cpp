@@ -119,21 +119,6 @@ private:
     std::vector<ThinnedScan> m_done;
 };
 
-void tellPoints(const std::filesystem::path& file, IPointListener& listener, const Hooks& hooks)
-{
-    try {
-        if (EndingOf(file) == ".e57") {
-            StreamE57(file, listener, hooks);
-        } else {
-            CMoveStream stream(file, &listener, hooks);
-            MoveAnyFormat(stream, CMovement(FramePose{}));
-        }
-    } catch (const Stopped&) {
-        throw CInputError(file, "stopped while it was read", "call again");
-    }
-    hooks.Finish();
-}
-
 [[noreturn]] void refuseEmpty(const std::filesystem::path& file)
 {
     throw CInputError(file, "holds no point", "give a scan of a surface");
@@ -158,10 +143,25 @@ bool IsReadThinned(const std::filesystem::path& file, const ThinLimits& limits)
     return std::ranges::find(others, ending) != others.end();
 }
 
+void WalkPoints(const std::filesystem::path& file, IPointListener& listener, const Hooks& hooks)
+{
+    try {
+        if (EndingOf(file) == ".e57") {
+            StreamE57(file, listener, hooks);
+        } else {
+            CMoveStream stream(file, &listener, hooks);
+            MoveAnyFormat(stream, CMovement(FramePose{}));
+        }
+    } catch (const Stopped&) {
+        throw CInputError(file, "stopped while it was read", "call again");
+    }
+    hooks.Finish();
+}
+
 ThinnedScan ReadThinned(const std::filesystem::path& file, const ThinLimits& limits, const Hooks& hooks)
 {
     CCloudOfFile cloud(limits.uiMostPoints);
-    tellPoints(file, cloud, hooks);
+    WalkPoints(file, cloud, hooks);
     ThinnedScan thinned = cloud.Result();
     if (thinned.scan.points.empty()) refuseEmpty(file);
     return thinned;
@@ -171,7 +171,7 @@ std::vector<ThinnedScan> ReadEachThinned(const std::filesystem::path& file, cons
                                          const Hooks& hooks)
 {
     CCloudsOfScans clouds(limits.uiMostPoints);
-    tellPoints(file, clouds, hooks);
+    WalkPoints(file, clouds, hooks);
     std::vector<ThinnedScan> scans = clouds.Result();
     if (scans.empty()) refuseEmpty(file);
     return scans;

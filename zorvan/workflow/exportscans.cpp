@@ -19,17 +19,16 @@ namespace prereg {
 
 namespace {
 
-constexpr std::size_t uiMain = 0; // the first cluster
-
 std::vector<Zorvan::Scan> placedScans(const std::filesystem::path& file, const Zorvan::PosesFile& poses)
 {
     std::vector<Zorvan::Scan> placed;
-    const auto ofFile = PlaceInCluster(poses, uiMain, file);
+    const std::size_t common = CommonCluster(poses);
+    const auto ofFile = PlaceInCluster(poses, common, file);
     for (Zorvan::Scan& scan : Zorvan::ReadScans(file)) {
         if (ofFile) // which was registered as a whole
             scan.pose = scan.pose ? Compose(*ofFile, *scan.pose) : *ofFile;
         else
-            scan.pose = PlaceInCluster(poses, uiMain, Zorvan::NumberedName(file, scan.number));
+            scan.pose = PlaceInCluster(poses, common, Zorvan::NumberedName(file, scan.number));
         if (!scan.pose) continue;
         if (scan.name.empty()) scan.name = file.stem().string();
         placed.push_back(std::move(scan));

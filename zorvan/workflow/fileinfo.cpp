@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/fileinfo.h"
 
+#include "zorvan/workflow/filewalk.h"
+
 #include "zorvan/core/tkdtree.h"
 #include "zorvan/scans/joinpoints.h"
 #include "zorvan/scans/jsonvalues.h"
@@ -147,10 +149,12 @@ ScanInfo DescribeScan(const Zorvan::Scan& scan)
     return info;
 }
 
-FileInfo DescribeFile(const std::filesystem::path& file)
+FileInfo DescribeFile(const std::filesystem::path& file, const Zorvan::ThinLimits& limits)
 {
-    FileInfo info{file, 0, {}};
-    for (const Zorvan::Scan& scan : Zorvan::ReadScans(file)) info.scans.push_back(DescribeScan(scan));
+    FileInfo info{file, 0, DescribeWalking(file, limits)};
+    if (info.scans.empty()) {
+        for (const Zorvan::Scan& scan : Zorvan::ReadScans(file)) info.scans.push_back(DescribeScan(scan));
+    }
     if (Zorvan::IsColouredResult(file))
         info.scans[0].oddities.emplace_back("a result that zorvan has written, not a scan");
     info.uiBytes = std::filesystem::file_size(file);

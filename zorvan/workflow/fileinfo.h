@@ -3,6 +3,7 @@
 
 #include "zorvan/scans/framepose.h"
 #include "zorvan/scans/scan.h"
+#include "zorvan/scans/thinreading.h"
 #include "zorvan/verdict/scansampling.h"
 #include "zorvan/workflow/export.h"
 
@@ -40,8 +41,12 @@ struct FileInfo
 
 [[nodiscard]] ZORVAN_WORKFLOW_API ScanInfo DescribeScan(const Zorvan::Scan& scan);
 
-/// Reads all scans of a file, of any kind that ReadScans takes. @throws CInputError
-[[nodiscard]] ZORVAN_WORKFLOW_API FileInfo DescribeFile(const std::filesystem::path& file);
+/// Reads all scans of a file, of any kind that ReadScans takes. A larger one than the limit says is walked through
+/// block by block, except STL and OBJ: counts and extents are those of all points, spacing and noise those of the first
+/// `uiMostPoints` of each scan, and a note says what was not looked at.
+/// @throws CInputError
+[[nodiscard]] ZORVAN_WORKFLOW_API FileInfo DescribeFile(const std::filesystem::path& file,
+                                                        const Zorvan::ThinLimits& limits = {});
 
 /// For people, several lines.
 [[nodiscard]] ZORVAN_WORKFLOW_API std::string ToText(const FileInfo& file);

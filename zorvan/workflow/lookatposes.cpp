@@ -4,6 +4,7 @@
 #include "zorvan/core/icpregistration.h"
 #include "zorvan/core/multiobjecticp.h"
 #include "zorvan/numerics/quantile.h"
+#include "zorvan/workflow/registerresults.h"
 
 #include <cmath>
 #include <limits>
@@ -103,7 +104,7 @@ ScanRow describe(const CSession::ScanFile& file, const CClusterRegistration& reg
     row.file = file.name;
     row.id = file.id;
     row.cluster = cluster;
-    row.isPrimary = cluster == registration.GetPrimaryClusterID();
+    row.isPrimary = cluster == registration.GetPrimaryClusterID(); // of clusters of one size, see markPrimary
     row.pose = placed.pose;
     row.shift = file.shift;
     row.uiPoints = placed.set->Size();
@@ -111,6 +112,14 @@ ScanRow describe(const CSession::ScanFile& file, const CClusterRegistration& reg
     row.isPlaced = registration.Size(cluster) > 1;
     row.verdict = row.isPlaced ? "registered" : "found no place";
     return row;
+}
+
+/// The main cluster is what all results show, whichever the registration began with: one of a stray first scan would
+/// leave all others out.
+void markPrimary(RegistrationTable& table)
+{
+    const std::string main = MainCluster(table);
+    for (ScanRow& scan : table.scans) scan.isPrimary = scan.cluster == main;
 }
 
 /// What the placing says of each scan.
@@ -174,6 +183,7 @@ RegistrationTable LookAtPoses(const CSession& session, const Placing* placing, c
         const bool isFirst = registration.GetClusterPrimaryID(registration.GetClusterID(file.id)) == file.id;
         members.insert(isFirst ? members.begin() : members.end(), placed.size() - 1);
     }
+    markPrimary(table);
     if (placing) sayWhy(*placing, table);
     const ConfigurationICP config = registration.GetRegistrationConfig().icpConfig;
     lookAtPairs(config, placed, table);
