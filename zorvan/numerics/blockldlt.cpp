@@ -133,7 +133,8 @@ bool CBlockLdlt::Factor()
 /// Takes the column out of those after it, and divides it by its block of D.
 void CBlockLdlt::eliminate(std::size_t column)
 {
-    auto& [rows, blocks] = m_factor[column];
+    const std::vector<std::size_t>& rows = m_factor[column].rows;
+    std::vector<Block>& blocks = m_factor[column].blocks;
     const std::vector<Block> before = blocks;
     for (Block& block : blocks) asMatrix(block) = asMatrix(block) * asMatrix(m_inverseDiagonal[column]);
     for (std::size_t k = 0; k < rows.size(); ++k) {
@@ -168,7 +169,8 @@ std::vector<CBlockLdlt::Block> CBlockLdlt::InverseDiagonal() const
     std::vector<Column> inverse = m_factor;
     std::vector<Block> diagonal = m_inverseDiagonal;
     for (std::size_t column = m_factor.size(); column-- > 0;) {
-        const auto& [rows, blocks] = m_factor[column];
+        const std::vector<std::size_t>& rows = m_factor[column].rows;
+        const std::vector<Block>& blocks = m_factor[column].blocks;
         std::vector<Matrix6> sums(rows.size(), Matrix6::Zero());
         for (std::size_t k = 0; k < rows.size(); ++k) {
             sums[k].noalias() += asMatrix(diagonal[rows[k]]) * asMatrix(blocks[k]);
