@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <numeric>
 #include <vector>
 
 namespace {
@@ -97,6 +98,51 @@ TEST(Placing, NoticesAWrongMergeAndPutsItRight)
     const Placing placing = place(puzzle, start);
     EXPECT_EQ(placing.places[3].ePlace, EPlace::Placed);
     EXPECT_NEAR(between(placing, 0, 3), 3.0F, 1e-4F);
+}
+
+/// A puzzle whose scans are turned, each in another way.
+class CTurnedPuzzle : public CPuzzle
+{
+public:
+    using CPuzzle::CPuzzle;
+
+    [[nodiscard]] static CTrafo Turn(std::size_t scan)
+    {
+        const auto angle = static_cast<float>(scan);
+        return {CPuzzle::At(0).GetTranslation() + kdtree::Vector<3>(0.6F, 0.8F, 0), angle, {0, 0, 0}};
+    }
+    std::vector<PairFinding> Search(std::span<const ScanPair> pairs, bool isThorough,
+                                    const Zorvan::Hooks& hooks) override
+    {
+        std::vector<PairFinding> found = CPuzzle::Search(pairs, isThorough, hooks);
+        for (std::size_t i = 0; i < found.size(); ++i)
+            for (auto& place : found[i].places)
+                place.pose = Turn(pairs[i].first).GetInverse(true) * place.pose * Turn(pairs[i].second);
+        return found;
+    }
+    [[nodiscard]] std::vector<PairEvidence> Weigh(std::span<const std::pair<ScanPair, CTrafo>> poses) const override
+    {
+        std::vector<std::pair<ScanPair, CTrafo>> straight;
+        for (const auto& [pair, pose] : poses)
+            straight.emplace_back(pair, Turn(pair.first) * pose * Turn(pair.second).GetInverse(true));
+        return CPuzzle::Weigh(straight);
+    }
+};
+
+TEST(Placing, PosesStayRotationsHoweverManyJoinsTheyComeFrom)
+{
+    std::vector<float> truth(100);
+    std::iota(truth.begin(), truth.end(), 0.0F);
+    CTurnedPuzzle puzzle(truth);
+    for (std::size_t scan = 1; scan < truth.size(); ++scan) puzzle.FindTrue(scan - 1, scan);
+    const Placing placing = place(puzzle);
+    for (std::size_t scan = 0; scan < truth.size(); ++scan) {
+        ASSERT_EQ(placing.group[scan], 0U);
+        const CTrafo rest = placing.poses[scan] * placing.poses[scan].GetInverse(true);
+        for (unsigned row = 0; row < 3; ++row)
+            for (unsigned column = 0; column < 3; ++column)
+                EXPECT_NEAR(rest(row, column), row == column ? 1.0F : 0.0F, 1e-6F) << scan;
+    }
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zorvan/core/icpregistration.h"
+#include "zorvan/core/jointsystem.h"
 #include "zorvan/core/multiobjecticp.h"
 #include "zorvan/platform/stopwatch.h"
 
@@ -110,13 +111,13 @@ public:
     [[nodiscard]] const kdtree::Vector<3>& Slip(std::size_t i) const { return m_slips[i]; }
 
 private:
-    static constexpr std::size_t parameters = 6;
+    static constexpr std::size_t parameters = IJointSystem::uiParameters;
 
     /// Normal equations of one pair (i, j). A correspondence seen from set i has the row r for i and -r for j, so its
     /// equations act on the difference d = x_i - x_j alone, and six columns hold all of it.
     struct Equations
     {
-        std::array<double, 21> normal{};
+        IJointSystem::Packed normal{};
         std::array<double, parameters> rhs{};
         double dSumSq = 0.0; ///< of the right-hand sides
 
@@ -134,19 +135,18 @@ private:
     };
 
     [[nodiscard]] static PairSystem pairSystem(const MultiObjectICPData& data, std::size_t k);
-    void addToDiagonal(std::size_t set, const Equations& equations, double sign);
-    void addBetween(std::size_t i, std::size_t j, const Equations& equations);
-    void refine(const std::vector<double>& matrix, const std::vector<double>& rhs);
+    void addToRhs(std::size_t set, const Equations& equations, double sign);
+    void refine();
     [[nodiscard]] std::array<double, parameters> unknownsOf(std::size_t set) const;
     [[nodiscard]] double residualVariance(const MultiObjectICPData& data) const;
-    [[nodiscard]] std::array<double, 21> inverseBlock(std::size_t set) const;
     [[nodiscard]] kdtree::Vector<3> slipOf(const MultiObjectICPData& data, std::size_t set, double variance) const;
 
     std::size_t m_numSets;
     std::size_t m_numUnknowns;
     JobGroup m_group;
-    std::vector<PairSystem> m_pairs; ///< by pair number
-    std::vector<double> m_matrix;    ///< packed; A, and after `UpdateTrafos` its factor
+    std::vector<std::size_t> m_touching; ///< numbers of the pairs that have correspondences
+    std::vector<PairSystem> m_pairs;     ///< of these
+    std::unique_ptr<IJointSystem> m_system;
     std::vector<double> m_rhs;
     std::vector<double> m_solution;
     std::vector<kdtree::Vector<3>> m_slips;

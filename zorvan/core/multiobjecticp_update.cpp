@@ -24,22 +24,6 @@ const Logging::CLogger logger(L"QAV.PreRegistration");
 constexpr int maxRefinements = 5;
 constexpr double maxResidualNorm = 1e-9;
 
-// b - A x, A packed.
-std::vector<double> residualOf(const std::vector<double>& matrix, const std::vector<double>& rhs,
-                               const std::vector<double>& x)
-{
-    std::vector<double> residual = rhs;
-    const double* row = matrix.data();
-    for (std::size_t i = 0; i < x.size(); row += ++i) {
-        for (std::size_t j = 0; j < i; ++j) {
-            residual[i] -= row[j] * x[j];
-            residual[j] -= row[j] * x[i];
-        }
-        residual[i] -= row[i] * x[i];
-    }
-    return residual;
-}
-
 double normOf(const std::vector<double>& v)
 {
     return std::sqrt(std::inner_product(v.begin(), v.end(), v.begin(), 0.0));
@@ -94,8 +78,7 @@ MultiObjectICPUpdate::MultiObjectICPUpdate(std::size_t numSets, JobGroup group)
     : m_numSets(numSets),
       m_numUnknowns(parameters * (numSets - 1)),
       m_group(std::move(group)),
-      m_pairs(NumberOfPairs(numSets)),
-      m_matrix(PackedSize(m_numUnknowns)),
+      m_system(IJointSystem::Make(numSets)),
       m_rhs(m_numUnknowns),
       m_solution(m_numUnknowns),
       m_slips(numSets)
@@ -105,18 +88,26 @@ MultiObjectICPUpdate::MultiObjectICPUpdate(std::size_t numSets, JobGroup group)
 void MultiObjectICPUpdate::UpdatePairs(const MultiObjectICPData& data)
 {
     const Stopwatch watch;
-    ForEachIndex(m_group, m_pairs.size(), [this, &data](std::size_t k) { m_pairs[k] = pairSystem(data, k); });
+    m_touching.clear();
+    IJointSystem::SetPairs sets;
+    for (std::size_t k = 0; k < NumberOfPairs(m_numSets); ++k) {
+        if (data.Correspondences(k).empty()) continue;
+        m_touching.push_back(k);
+        sets.push_back(PairOf(k));
+    }
+    m_pairs.resize(m_touching.size());
+    ForEachIndex(m_group, m_pairs.size(),
+                 [this, &data](std::size_t p) { m_pairs[p] = pairSystem(data, m_touching[p]); });
 
     // By one thread, in the order of the pairs: sums must not depend on who came first.
-    std::fill(m_matrix.begin(), m_matrix.end(), 0.0);
+    m_system->Clear(sets);
     std::fill(m_rhs.begin(), m_rhs.end(), 0.0);
-    for (std::size_t k = 0; k < m_pairs.size(); ++k) {
-        if (data.Correspondences(k).empty()) continue;
-        const auto [i, j] = PairOf(k);
-        const Equations& equations = m_pairs[k].weighted;
-        addToDiagonal(i, equations, 1.0);
-        addToDiagonal(j, equations, -1.0);
-        addBetween(i, j, equations);
+    for (std::size_t p = 0; p < m_pairs.size(); ++p) {
+        const auto [i, j] = sets[p];
+        const Equations& equations = m_pairs[p].weighted;
+        m_system->Add(i, j, equations.normal);
+        addToRhs(i, equations, 1.0);
+        addToRhs(j, equations, -1.0);
     }
     logger.Trace(L"UpdatePairs took %.3f s", watch.Seconds());
 }
@@ -146,43 +137,24 @@ MultiObjectICPUpdate::PairSystem MultiObjectICPUpdate::pairSystem(const MultiObj
     return system;
 }
 
-void MultiObjectICPUpdate::addToDiagonal(std::size_t set, const Equations& equations, double sign)
+void MultiObjectICPUpdate::addToRhs(std::size_t set, const Equations& equations, double sign)
 {
     if (set == 0) return;
     const std::size_t first = parameters * (set - 1);
-    const double* source = equations.normal.data();
-    for (std::size_t r = 0; r < parameters; ++r) {
-        double* target = m_matrix.data() + PackedSize(first + r) + first;
-        for (std::size_t c = 0; c <= r; ++c) *target++ += *source++;
-        m_rhs[first + r] += sign * equations.rhs[r];
-    }
-}
-
-void MultiObjectICPUpdate::addBetween(std::size_t i, std::size_t j, const Equations& equations)
-{
-    if (j == 0) return;
-    for (std::size_t r = 0; r < parameters; ++r) {
-        double* target = m_matrix.data() + PackedSize(parameters * (i - 1) + r) + parameters * (j - 1);
-        for (std::size_t c = 0; c < parameters; ++c) {
-            *target++ -= equations.normal[PackedSize(std::max(r, c)) + std::min(r, c)];
-        }
-    }
+    for (std::size_t r = 0; r < parameters; ++r) m_rhs[first + r] += sign * equations.rhs[r];
 }
 
 bool MultiObjectICPUpdate::UpdateTrafos(MultiObjectICPData& data)
 {
     const Stopwatch watch;
-    const std::vector<double> matrix = m_matrix;
-    std::vector<double> work(m_numUnknowns);
-    const auto m = static_cast<int>(m_numUnknowns);
-    if (!Zorvan::symsolvers::LDLtFactor(m_matrix.data(), m, work.data())) {
+    if (!m_system->Factor()) {
         logger.Warn(L"  LDLtFactor failed!");
         return false;
     }
     m_solution = m_rhs;
-    Zorvan::symsolvers::LDLtSolve(m_matrix.data(), m_solution.data(), m);
+    m_system->Solve(m_solution);
     logger.Trace(L"  factor / solve: %.3f s", watch.Seconds());
-    refine(matrix, m_rhs);
+    refine();
 
     for (std::size_t i = 1; i < m_numSets; ++i) {
         const auto x = unknownsOf(i);
@@ -192,13 +164,13 @@ bool MultiObjectICPUpdate::UpdateTrafos(MultiObjectICPData& data)
     return true;
 }
 
-void MultiObjectICPUpdate::refine(const std::vector<double>& matrix, const std::vector<double>& rhs)
+void MultiObjectICPUpdate::refine()
 {
     for (int round = 1; round <= maxRefinements; ++round) {
-        std::vector<double> correction = residualOf(matrix, rhs, m_solution);
+        std::vector<double> correction = m_system->Residual(m_rhs, m_solution);
         const double norm = normOf(correction);
         if (!(norm > maxResidualNorm)) return;
-        Zorvan::symsolvers::LDLtSolve(m_matrix.data(), correction.data(), static_cast<int>(m_numUnknowns));
+        m_system->Solve(correction);
         std::transform(m_solution.begin(), m_solution.end(), correction.begin(), m_solution.begin(), std::plus<>());
         logger.Trace(L"  refinement #%i: norm(b-A.x)= %g", round, norm);
     }
@@ -215,6 +187,7 @@ MultiObjectICPUpdate::SlipRange MultiObjectICPUpdate::UpdateStatistics(const Mul
 {
     const Stopwatch watch;
     const double variance = residualVariance(data);
+    m_system->Invert();
     ForEachIndex(m_group, m_numSets - 1,
                  [this, &data, variance](std::size_t k) { m_slips[k + 1] = slipOf(data, k + 1, variance); });
 
@@ -235,45 +208,21 @@ double MultiObjectICPUpdate::residualVariance(const MultiObjectICPData& data) co
 {
     double sum = 0.0;
     std::size_t count = 0;
-    for (std::size_t k = 0; k < m_pairs.size(); ++k) {
-        if (data.Correspondences(k).empty()) continue;
-        const auto [i, j] = PairOf(k);
+    for (std::size_t p = 0; p < m_pairs.size(); ++p) {
+        const auto [i, j] = PairOf(m_touching[p]);
         std::array<double, parameters> d = unknownsOf(i);
         const auto xj = unknownsOf(j);
         std::transform(d.begin(), d.end(), xj.begin(), d.begin(), std::minus<>());
         // Without weights, also where the solution had some.
-        sum += m_pairs[k].Unweighted().ResidualSumOfSquares(d);
-        count += 2 * data.Correspondences(k).size();
+        sum += m_pairs[p].Unweighted().ResidualSumOfSquares(d);
+        count += 2 * data.Correspondences(m_touching[p]).size();
     }
     return sum / (static_cast<double>(count) - static_cast<double>(m_numUnknowns));
 }
 
-// The set's diagonal block of the inverse, packed. Columns `first` and on of the inverse of L are zero above their
-// diagonal, and the diagonal block needs no others: for all sets together a sixth of the work of a whole inverse, six
-// columns at a time.
-std::array<double, 21> MultiObjectICPUpdate::inverseBlock(std::size_t set) const
-{
-    const std::size_t first = parameters * (set - 1);
-    std::vector<std::array<double, parameters>> columns(m_numUnknowns - first);
-    std::array<double, 21> block{};
-    for (std::size_t r = 0; r < columns.size(); ++r) {
-        const double* row = m_matrix.data() + PackedSize(first + r) + first;
-        std::array<double, parameters> y{};
-        if (r < parameters) y[r] = 1.0;
-        for (std::size_t k = 0; k < r; ++k) {
-            for (std::size_t c = 0; c < parameters; ++c) y[c] -= row[k] * columns[k][c];
-        }
-        columns[r] = y;
-        for (std::size_t a = 0; a < parameters; ++a) {
-            for (std::size_t b = 0; b <= a; ++b) block[PackedSize(a) + b] += y[a] * y[b] / row[r];
-        }
-    }
-    return block;
-}
-
 Vector3 MultiObjectICPUpdate::slipOf(const MultiObjectICPData& data, std::size_t set, double variance) const
 {
-    std::array<double, 21> covariance = inverseBlock(set);
+    IJointSystem::Packed covariance = m_system->InverseBlock(set);
     for (double& value : covariance) value *= variance;
 
     // The moved centre goes with the angles of the whole pose, though the covariance belongs to those of the last step.

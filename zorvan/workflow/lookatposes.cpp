@@ -5,6 +5,7 @@
 #include "zorvan/core/multiobjecticp.h"
 #include "zorvan/numerics/quantile.h"
 #include "zorvan/workflow/registerresults.h"
+#include "zorvan/workflow/scancopies.h"
 
 #include <cmath>
 #include <limits>
@@ -50,6 +51,7 @@ void lookAtPairs(const ConfigurationICP& config, const std::vector<Placed>& plac
     for (std::size_t b = 1; b < placed.size(); ++b) {
         for (std::size_t a = 0; a < b; ++a) {
             if (table.scans[a].cluster != table.scans[b].cluster) continue;
+            if (table.scans[a].copyOf || table.scans[b].copyOf) continue;
             // A small scan lies on a large one, and not the large one on it.
             const auto pair = std::max(residual(config, placed[a], placed[b]), residual(config, placed[b], placed[a]));
             if (pair.first < config.dMinOverlapRatio) continue;
@@ -72,6 +74,30 @@ void summarizePairs(RegistrationTable& table)
     for (std::size_t i = 0; i < table.scans.size(); ++i) {
         table.scans[i].dOverlap = median(overlaps[i]);
         table.scans[i].dRmse = median(errors[i]);
+    }
+}
+
+/// Where a scan lies on another one with the same points. What is said of one holds for the other.
+void markCopies(const std::vector<Placed>& placed, RegistrationTable& table)
+{
+    std::vector<ScanToCompare> sets;
+    for (std::size_t i = 0; i < placed.size(); ++i)
+        sets.push_back({placed[i].set->GetPoints(), placed[i].set->GetNormals(), table.scans[i].shift});
+    const auto originals = FindCopies(sets);
+    for (std::size_t i = 0; i < placed.size(); ++i) {
+        if (!originals[i] || table.scans[*originals[i]].cluster != table.scans[i].cluster) continue;
+        if (placed[*originals[i]].pose == placed[i].pose) table.scans[i].copyOf = originals[i];
+    }
+}
+
+void fillInCopies(RegistrationTable& table)
+{
+    for (ScanRow& row : table.scans) {
+        if (!row.copyOf) continue;
+        const ScanRow& original = table.scans[*row.copyOf];
+        row.dOverlap = original.dOverlap;
+        row.dRmse = original.dRmse;
+        row.dSlip = original.dSlip;
     }
 }
 
@@ -186,9 +212,14 @@ RegistrationTable LookAtPoses(const CSession& session, const Placing* placing, c
     markPrimary(table);
     if (placing) sayWhy(*placing, table);
     const ConfigurationICP config = registration.GetRegistrationConfig().icpConfig;
+    markCopies(placed, table);
     lookAtPairs(config, placed, table);
     summarizePairs(table);
-    for (const auto& [id, members] : clusters) lookAtSlips(config, members, placed, group, table);
+    for (auto& [id, members] : clusters) {
+        std::erase_if(members, [&](std::size_t i) { return table.scans[i].copyOf.has_value(); });
+        lookAtSlips(config, members, placed, group, table);
+    }
+    fillInCopies(table);
     return table;
 }
 

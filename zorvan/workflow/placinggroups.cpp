@@ -268,26 +268,28 @@ double CPlacingWeigher::Score(const PlacedGroup& group) const
     return sum;
 }
 
+std::vector<PairEvidence> CPlacingWeigher::evidenceOn(const PlacedGroup& group, std::size_t scan) const
+{
+    std::vector<std::pair<ScanPair, CTrafo>> poses;
+    for (const std::size_t other : group.members) {
+        if (other == scan) continue;
+        const auto pair = ordered(scan, other);
+        poses.emplace_back(pair, relative(group.PoseOf(pair.first), group.PoseOf(pair.second)));
+    }
+    return m_pairs.Weigh(poses);
+}
+
 double CPlacingWeigher::Score(const PlacedGroup& group, std::size_t scan) const
 {
-    std::vector<ScanPair> pairs;
-    const std::vector<PairEvidence> all = evidenceIn(group, pairs);
     double sum = 0.0;
-    for (std::size_t i = 0; i < all.size(); ++i)
-        if (pairs[i].first == scan || pairs[i].second == scan) sum += all[i].counts.Score();
+    for (const PairEvidence& evidence : evidenceOn(group, scan)) sum += evidence.counts.Score();
     return sum;
 }
 
 std::size_t CPlacingWeigher::CountSupports(const PlacedGroup& group, std::size_t scan) const
 {
-    std::vector<ScanPair> pairs;
-    const std::vector<PairEvidence> all = evidenceIn(group, pairs);
-    std::size_t count = 0;
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        const bool isOfScan = pairs[i].first == scan || pairs[i].second == scan;
-        count += isOfScan && all[i].eEvidence == EEvidence::Supports;
-    }
-    return count;
+    const std::vector<PairEvidence> all = evidenceOn(group, scan);
+    return static_cast<std::size_t>(std::ranges::count(all, EEvidence::Supports, &PairEvidence::eEvidence));
 }
 
 std::vector<std::vector<std::size_t>> CPlacingWeigher::SupportedParts(const PlacedGroup& group) const

@@ -78,6 +78,8 @@ private:
     void addTurned(const PlacedGroup& a, const PlacedGroup& b, std::vector<Hypothesis>& all) const;
     bool addDistinct(const PlacedGroup& b, Hypothesis hypothesis, std::vector<Hypothesis>& all) const;
     void weigh(const PlacedGroup& a, const PlacedGroup& b, Hypothesis& hypothesis) const;
+    /// Of one scan with each of the others.
+    [[nodiscard]] std::vector<PairEvidence> evidenceOn(const PlacedGroup& group, std::size_t scan) const;
     [[nodiscard]] std::vector<PairEvidence> evidenceIn(const PlacedGroup& group, std::vector<ScanPair>& pairs) const;
     void addSymmetries(const PlacedGroup& group, std::vector<CTrafo>& motions) const;
 

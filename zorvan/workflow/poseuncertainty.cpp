@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <string>
 
 namespace prereg {
@@ -24,7 +25,7 @@ std::vector<PoseUncertainty> JointUncertainties(const CSession& session, const R
     const CClusterRegistration& registration = session.GetRegistration();
     std::map<std::string, std::vector<std::size_t>> clusters;
     for (std::size_t i = 0; i < table.scans.size(); ++i)
-        if (table.scans[i].isPlaced) clusters[table.scans[i].cluster].push_back(i);
+        if (table.scans[i].isPlaced && !table.scans[i].copyOf) clusters[table.scans[i].cluster].push_back(i);
     std::vector<PoseUncertainty> all;
     for (const auto& [cluster, members] : clusters) {
         std::vector<CClusterRegistration::PointSet> sets; // kept while they are looked at
@@ -35,6 +36,16 @@ std::vector<PoseUncertainty> JointUncertainties(const CSession& session, const R
         }
         const CJointCovariance joint(scans, registration.GetRegistrationConfig().icpConfig.uiNumSamples, group);
         for (std::size_t k = 0; k < members.size(); ++k) all.push_back({members[k], joint.CentreOf(k), joint.Of(k)});
+    }
+    for (std::size_t i = 0; i < table.scans.size(); ++i) {
+        const auto original = std::ranges::find(all, table.scans[i].copyOf, [](const PoseUncertainty& known) {
+            return std::optional<std::size_t>(known.scan);
+        });
+        if (table.scans[i].copyOf && original != all.end()) {
+            PoseUncertainty copy = *original;
+            copy.scan = i;
+            all.push_back(copy);
+        }
     }
     std::ranges::sort(all, {}, &PoseUncertainty::scan);
     return all;

@@ -13,6 +13,7 @@
 #include "zorvan/workflow/lookatposes.h"
 #include "zorvan/workflow/mergepairs.h"
 #include "zorvan/workflow/placing.h"
+#include "zorvan/workflow/scancopies.h"
 #include "zorvan/workflow/scanpairs.h"
 #include "zorvan/workflow/settingsfile.h"
 #include "zorvan/workflow/stagetimes.h"
@@ -146,10 +147,13 @@ public:
             arranger.emplace(session, group, m_isWeighed ? EPairEffort::All : EPairEffort::Glances);
         const bool isPlaced = arranger && (m_isWeighed || arranger->FindsFault(session.GetRegistration()));
         if (arranger && !m_isWeighed) m_times.End("check");
+        if (isPlaced) placeAndOptimize(session.GetRegistration(), *arranger);
+        joinCopies(scans, session);
         if (isPlaced) {
-            placeAndOptimize(session.GetRegistration(), *arranger);
             const std::vector<PairStanding> pairs = arranger->GetPairs();
-            table = LookAtPoses(session, &arranger->GetPlacing(), group);
+            Placing placing = arranger->GetPlacing();
+            placing.places.resize(session.GetFiles().size(), {EPlace::Placed}); // copies come last
+            table = LookAtPoses(session, &placing, group);
             AddPairs(pairs, table);
             times = m_times.Words() + ", " + arranger->Words(pairs);
         } else {
@@ -213,23 +217,85 @@ private:
         const ConfigurationFPFH config = SettingsForSearch(session.GetRegistration().GetRegistrationConfig());
         m_hooks.Start("features", scans.size());
         std::vector<std::shared_ptr<const CFPFHPointSet>> sets;
-        for (const Zorvan::SurfelScan& scan : scans) {
-            sets.push_back(computeFeatures(scan, config));
+        std::vector<ScanToCompare> given;
+        for (const Zorvan::SurfelScan& scan : scans) given.push_back({scan.points, scan.normals, scan.shift});
+        const auto same = FindCopies(given);
+        for (std::size_t i = 0; i < scans.size(); ++i) {
+            sets.push_back(same[i] ? sets[*same[i]] : computeFeatures(scans[i], config));
             m_hooks.Advance();
         }
         m_hooks.Finish();
         m_isWeighed = m_options.isWeighed ? *m_options.isWeighed : hasPart(session, sets);
+        const auto originals = findOriginals(session, scans, sets);
+        std::vector<UniversalUniqueID> ids;
+        for (const CSession::ScanFile& file : session.GetFiles()) ids.push_back(file.id);
         std::string refused;
         std::size_t added = 0;
         for (std::size_t i = 0; i < scans.size(); ++i) {
+            const auto& original = originals[ids.size()];
+            ids.emplace_back();
             const CTrafo start = m_options.startPoses.empty() ? CTrafo::Invalid() : m_options.startPoses[i];
-            if (sets[i] && session.Add(scans[i], sets[i], start, m_options.isWeighed.value_or(true)))
+            if (original && ids[*original]) {
+                m_copies.push_back({i, sets[i], ids[*original]});
                 ++added;
-            else if (sets[i])
+            } else if (sets[i] && session.Add(scans[i], sets[i], start, isRayKept())) {
+                ids.back() = session.GetFiles().back().id;
+                ++added;
+            } else if (sets[i])
                 refused += (refused.empty() ? "" : ", ") + scans[i].file.filename().string();
         }
         if (!refused.empty()) m_leftOut.push_back("too few points or features: " + refused);
         return added == scans.size();
+    }
+
+    [[nodiscard]] bool isRayKept() const { return m_options.isWeighed.value_or(true); }
+
+    /// The scans of the session, then the new ones.
+    [[nodiscard]] static std::vector<std::optional<std::size_t>>
+    findOriginals(const CSession& session, std::span<const Zorvan::SurfelScan> scans,
+                  const std::vector<std::shared_ptr<const CFPFHPointSet>>& added)
+    {
+        std::vector<CClusterRegistration::PointSet> old;
+        std::vector<ScanToCompare> all;
+        for (const CSession::ScanFile& file : session.GetFiles()) {
+            old.push_back(session.GetRegistration().GetPointSetAndTransform(file.id).first);
+            all.push_back({old.back()->GetPoints(), old.back()->GetNormals(), file.shift});
+        }
+        for (std::size_t i = 0; i < scans.size(); ++i) {
+            all.push_back({{}, {}, scans[i].shift});
+            if (!added[i]) continue;
+            all.back().points = added[i]->GetPoints();
+            all.back().normals = added[i]->GetNormals();
+        }
+        return FindCopies(all);
+    }
+
+    /// Exact copies of other scans come to lie on these. They take no part in merges and in the optimisation: nobody
+    /// fits a scan as its copies do, so that all others stand out.
+    void joinCopies(std::span<const Zorvan::SurfelScan> scans, CSession& session)
+    {
+        if (m_copies.empty()) return;
+        std::map<UniversalUniqueID, std::vector<UniversalUniqueID>> copiesOf;
+        for (const Copy& copy : m_copies)
+            if (session.Add(scans[copy.scan], copy.set, CTrafo::Invalid(), isRayKept()))
+                copiesOf[copy.original].push_back(session.GetFiles().back().id);
+        session.GetRegistration().SetArranger(
+            [&](const CClusterRegistration::ClusterContents& clusters, const Zorvan::Hooks&) {
+                std::set<UniversalUniqueID> isCopy;
+                for (const auto& [original, copies] : copiesOf) isCopy.insert(copies.begin(), copies.end());
+                std::vector<CClusterRegistration::Trafos> groups;
+                for (const auto& [id, entities] : clusters) {
+                    auto& group = groups.emplace_back();
+                    for (const auto& [entity, pose, start, set] : entities) {
+                        if (isCopy.contains(entity)) continue;
+                        group[entity] = pose;
+                        for (const UniversalUniqueID& copy : copiesOf[entity]) group[copy] = pose;
+                    }
+                }
+                return groups;
+            });
+        session.GetRegistration().Run();
+        session.GetRegistration().SetArranger({});
     }
 
     /// A merge of the first pairs that fit asks nothing of the others: a wrong one keeps scans out, takes others apart
@@ -270,6 +336,14 @@ private:
     bool m_isWeighed = false;
     std::string m_settingsWords;
     std::vector<std::string> m_leftOut;
+    struct Copy
+    {
+        std::size_t scan; ///< of those that are new
+        std::shared_ptr<const CFPFHPointSet> set;
+        UniversalUniqueID original;
+    };
+
+    std::vector<Copy> m_copies;
     bool m_isOptimized = false;
     CStageTimes m_times;
 };

@@ -64,7 +64,8 @@ struct RegisterResult
 ///     for (const auto& scan : all.table.scans) show(scan.file, scan.pose);
 ///     prereg::WriteRegistration("out", all.session, all.table);
 ///
-/// Scans that follow each other in the list are tried first. Same scans and options, same result.
+/// Scans that follow each other in the list are tried first. Exact copies of a scan, as when a file is given twice,
+/// come to lie on it, and follow all other scans in the table. Same scans and options, same result.
 /// @throws CInputError when features cannot be computed, see ComputeFeatureSet
 /// @throws std::invalid_argument without scans, and when there are start poses, but not one per scan
 [[nodiscard]] ZORVAN_WORKFLOW_API RegisterResult RegisterScans(std::span<const Zorvan::SurfelScan> scans,

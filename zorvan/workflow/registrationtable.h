@@ -25,10 +25,11 @@ struct ScanRow
     double dOverlap = std::numeric_limits<double>::quiet_NaN(); ///< this and the next two: medians over its pairs
     double dRmse = std::numeric_limits<double>::quiet_NaN();
     double dSlip = std::numeric_limits<double>::quiet_NaN();
-    std::optional<EPlace> ePlace = {}; ///< why it is where it is, when all pairs were weighed
-    std::string verdict;               ///< a few words for people
-    bool isPlaced = false;             ///< it found its place among other scans
-    Zorvan::Position shift = {};       ///< mm: `pose` is for points about it
+    std::optional<EPlace> ePlace = {};      ///< why it is where it is, when all pairs were weighed
+    std::string verdict;                    ///< a few words for people
+    bool isPlaced = false;                  ///< it found its place among other scans
+    Zorvan::Position shift = {};            ///< mm: `pose` is for points about it
+    std::optional<std::size_t> copyOf = {}; ///< it has the points and the pose of that row, and its numbers
 };
 
 /// Two scans that were found to overlap.
@@ -53,7 +54,7 @@ struct WeighedRow
     unsigned uiContradictions = 0; ///< there
 };
 
-/// A whole registration, as tables and pages show it. Scans are in the order of the call.
+/// A whole registration, as tables and pages show it. Scans are in the order of the call, exact copies of others last.
 struct RegistrationTable
 {
     double dMmPerUnit = 1.0; ///< lengths are shown in this unit, that of the files
