@@ -123,6 +123,7 @@ py::dict countsOf(const prereg::PoseCounts& counts)
     dict["opposed"] = counts.uiOpposed;
     dict["tail"] = counts.uiTail;
     dict["shallow"] = counts.uiShallow;
+    dict["telling"] = counts.uiTelling;
     return dict;
 }
 

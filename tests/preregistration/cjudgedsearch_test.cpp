@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/preregistration/cjudgedsearch.h"
 
+#include "tests/preregistration/boxscans.h"
 #include "tests/verdict/sphereobject.h"
 
 #include <gtest/gtest.h>
@@ -54,6 +55,7 @@ TEST(CJudgedSearch, AlignsWithoutFeaturesAndWithAnyNumberOfTasks)
     for (const unsigned tasks : {1U, 2U, 8U}) {
         CJudgedSearch search(fix, flt, ConfigurationFPFH(), refinement());
         search.SetNumTasks(tasks);
+        search.SetTwins(true); // spheres are no box
         EXPECT_TRUE(search.Compute(Zorvan::Hooks::None())) << search.GetVerdict().ToString();
         ASSERT_FALSE(search.GetCandidates().empty());
         const auto& best = search.GetCandidates().front();
@@ -80,6 +82,26 @@ TEST(CJudgedSearch, IsNotSureOfARingOfEqualPartsAndRefusesStrangers)
 
     CJudgedSearch strangers(fix, scanOf(support::Cluster(), CTrafo(), 3), ConfigurationFPFH(), refinement());
     EXPECT_FALSE(strangers.Compute(Zorvan::Hooks::None())) << strangers.GetVerdict().ToString();
+}
+
+TEST(CJudgedSearch, IsNotSureOfABoxOfWhichTheOtherSideMayHaveBeenScanned)
+{
+    // A groove tells the turns of the upper side from one another, but who knows whether the lower one has one too?
+    const support::Boxes box{{{0, 0, 0}, {60, 40, 24}}, {{0, 0, 24}, {60, 10, 30}}, {{0, 16, 24}, {60, 40, 30}}};
+    const auto scan = [&](float degrees) {
+        const CTrafo seen = CTrafo({0, 1, 0}, -0.8F, Vector3()) * CTrafo({0, 0, 1}, degrees * 0.01745329F, Vector3());
+        const auto voting = support::ToVotingScan(support::ScanOfBoxes(box, seen, 0.5F, 0.01F));
+        return SearchedScan{voting.set, voting.view};
+    };
+    CJudgedSearch search(scan(30), scan(55), ConfigurationFPFH(), refinement());
+    search.SetTwins(true);
+    EXPECT_FALSE(search.Compute(Zorvan::Hooks::None()));
+    const PairVerdict& verdict = search.GetVerdict();
+    EXPECT_EQ(verdict.eVerdict, EPairVerdict::Ambiguous) << verdict.ToString();
+    ASSERT_GE(verdict.explanations.size(), 2U) << verdict.ToString();
+    EXPECT_TRUE(verdict.poses.front());
+    EXPECT_EQ(verdict.poses[verdict.explanations.back()].eFinding, EFinding::NotRuledOut);
+    EXPECT_EQ(search.GetCandidates()[verdict.explanations.back()].eProposer, CJudgedSearch::EProposer::Twin);
 }
 
 TEST(CJudgedSearch, EndsAtAnAbortAndWantsBothViews)

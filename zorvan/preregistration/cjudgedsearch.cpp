@@ -6,6 +6,7 @@
 #include "zorvan/preregistration/crefinedpreregistration.h"
 #include "zorvan/preregistration/cvotepreregistration.h"
 #include "zorvan/preregistration/surfelthinning.h"
+#include "zorvan/verdict/boxtwins.h"
 #include "zorvan/verdict/planeshare.h"
 #include "zorvan/verdict/verdictlimits.h"
 
@@ -89,6 +90,7 @@ bool CJudgedSearch::Compute(const Zorvan::Hooks& hooks)
         proposeByVote(hooks);
         proposeTurns();
     }
+    if (m_hasTwins && !hooks.IsAborted()) proposeTwins();
     SortByVerdict(m_candidates, m_verdict);
     return static_cast<bool>(m_verdict);
 }
@@ -114,6 +116,32 @@ void CJudgedSearch::proposeTurns()
     if (m_verdict.explanations.empty()) return;
     const CTrafo best = m_candidates[m_verdict.explanations.front()].refined.GetTrafo();
     refineAndAdd(hopeful(m_judge.Turns(best)), EProposer::Turn);
+    weigh();
+}
+
+/// Twins that the matched surface tells from the best pose may still explain the scans as well; the others need not.
+void CJudgedSearch::proposeTwins()
+{
+    if (!m_verdict) return;
+    const std::size_t best = m_verdict.explanations.front();
+    std::vector<CTrafo> told;
+    std::vector<Candidate> open;
+    {
+        const CStopwatch watch(m_times.judging);
+        for (const BoxTwin& twin : FindBoxTwins(m_judge, m_candidates[best].refined.GetTrafo())) {
+            ICPResult there;
+            there.trafo = twin.pose;
+            if (twin.isTold)
+                told.push_back(twin.pose);
+            else
+                open.push_back({there, {EFinding::NotRuledOut, twin.counts}, EProposer::Twin});
+        }
+    }
+    refineAndAdd(hopeful(told), EProposer::Twin);
+    weigh();
+    if (!m_verdict || open.empty()) return;
+    m_candidates.insert(m_candidates.end(), open.begin(), open.end());
+    m_numWeighed = m_candidates.size();
     weigh();
 }
 
@@ -248,6 +276,8 @@ const char* ProposerName(CJudgedSearch::EProposer eProposer)
         return "features";
     case CJudgedSearch::EProposer::Turn:
         return "turn";
+    case CJudgedSearch::EProposer::Twin:
+        return "twin";
     case CJudgedSearch::EProposer::Vote:
         return "vote";
     }

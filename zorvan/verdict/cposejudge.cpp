@@ -497,6 +497,26 @@ public:
     }
 };
 
+bool CPoseJudge::isMatchedIn(const CScanView& view, const CTrafo& pose, const Sample& sample) const
+{
+    const CTrafo toView = view.HasImage() ? view.GetImage().GetFrame() * pose : pose;
+    const Sample moved{toView * sample.point, toView.Rotate(sample.normal)};
+    if (!view.HasImage()) return isMatch(nearestInTree(view, moved));
+    return isMatch(nearestInImage(view.GetImage(), view.GetImage().PixelAt(moved.point), moved));
+}
+
+std::vector<CPoseJudge::PlacedSample> CPoseJudge::Place(const CTrafo& pose) const
+{
+    std::vector<PlacedSample> placed;
+    placed.reserve(m_sides[0].samples.size() + m_sides[1].samples.size());
+    const CTrafo inverse = pose.GetInverse(true);
+    for (const Sample& sample : m_sides[0].samples)
+        placed.push_back({sample.point, sample.normal, isMatchedIn(GetFlt(), inverse, sample)});
+    for (const Sample& sample : m_sides[1].samples)
+        placed.push_back({pose * sample.point, pose.Rotate(sample.normal), isMatchedIn(GetFix(), pose, sample)});
+    return placed;
+}
+
 double CPoseJudge::HoldRatio(const CTrafo& pose) const { return CHoldAt(*this, pose).Ratio(); }
 
 std::vector<CTrafo> CPoseJudge::Turns(const CTrafo& pose) const

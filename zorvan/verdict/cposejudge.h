@@ -27,6 +27,7 @@ struct PoseCounts
     unsigned uiOpposed = 0;  ///< on the other surface, which looks elsewhere
     unsigned uiTail = 0;     ///< near the other surface and like it, but further off than noise explains
     unsigned uiShallow = 0;  ///< near the other surface, off it, and unlike it
+    unsigned uiTelling = 0;  ///< of a twin, see BoxTwin: matches of the pose that it is the twin of and no box explains
     std::array<unsigned, 2> matchedOf{}; ///< matches among the samples of the fixed and of the floating scan
 
     [[nodiscard]] unsigned Contradictions() const { return uiInFront + uiMissing + uiOpposed; }
@@ -50,8 +51,9 @@ enum class EFinding
     SeenThrough, ///< surface of one scan where the other looked through
     SurfaceMissing,
     Opposed,
-    Residuals, ///< surfaces that come near do not meet
-    Sliding    ///< the pose may be moved and nothing contradicts it
+    Residuals,  ///< surfaces that come near do not meet
+    Sliding,    ///< the pose may be moved and nothing contradicts it
+    NotRuledOut ///< nothing contradicts it, whether surface is shared or not; see FindBoxTwins
 };
 
 /// A word or two: "consistent", "seen through".
@@ -102,6 +104,15 @@ public:
     /// Places where a part that is round, or nearly so, would fit as well: the pose turned about the axes that both
     /// surfaces together hold least. Rough: to be refined before they are judged. Mostly none.
     [[nodiscard]] std::vector<CTrafo> Turns(const CTrafo& pose) const;
+    /// A sample of either scan in the frame of the fixed one.
+    struct PlacedSample
+    {
+        kdtree::Vector<3> point;
+        kdtree::Vector<3> normal;
+        bool isMatched = false;
+    };
+    /// All samples of both scans, put together at a pose.
+    [[nodiscard]] std::vector<PlacedSample> Place(const CTrafo& pose) const;
     /// How far apart two poses put the floating scan: root mean square over its points, mm.
     [[nodiscard]] double Distance(const CTrafo& a, const CTrafo& b) const;
 
@@ -135,6 +146,7 @@ private:
     void takeSamples(Side& side) const;
     [[nodiscard]] static Hit nearestInImage(const CRangeImage& image, CRangeImage::Pixel at, const Sample& moved);
     [[nodiscard]] Hit nearestInTree(const CScanView& view, const Sample& moved) const;
+    [[nodiscard]] bool isMatchedIn(const CScanView& view, const CTrafo& pose, const Sample& sample) const;
     [[nodiscard]] std::span<const Sample> partOf(std::size_t side, std::size_t part, std::size_t parts) const;
     void countInImage(std::size_t side, std::span<const Sample> samples, const CTrafo& pose, PoseCounts& counts,
                       std::vector<std::uint32_t>& fronts) const;

@@ -13,7 +13,8 @@ namespace {
 
 bool isExplanation(const PoseVerdict& verdict)
 {
-    return verdict || verdict.eFinding == EFinding::Sliding || verdict.eFinding == EFinding::Doubtful;
+    return verdict || verdict.eFinding == EFinding::Sliding || verdict.eFinding == EFinding::Doubtful ||
+           verdict.eFinding == EFinding::NotRuledOut;
 }
 
 /// Poses that stand, best first, without those that say the same as a better one.
@@ -39,6 +40,7 @@ std::vector<std::size_t> explanations(const CPoseJudge& judge, std::span<const C
 /// Explains the scans about as well as the best one, which is its own rival.
 bool isRival(const PoseVerdict& verdict, const PoseCounts& best)
 {
+    if (verdict.eFinding == EFinding::NotRuledOut) return true;            // it need not share any surface
     const bool isClean = verdict || verdict.eFinding == EFinding::Sliding; // may be the right one, not quite held
     const double share = isClean ? verdict::dCleanRivalShare : verdict::dRivalShare;
     return verdict.counts.Score() >= share * best.Score();
@@ -129,9 +131,7 @@ std::string PairVerdict::Reason() const
         return poses[explanations.front()].ToString() + ", and no other pose explains the scans as well";
     if (explanations.empty())
         return poses.empty() ? "no pose was proposed" : "of the nearest miss: " + poses[uiNearest].ToString();
-    if (explanations.size() > 1)
-        return std::to_string(explanations.size()) +
-               " poses explain the scans equally well; a further scan would have to show surface where they differ";
+    if (explanations.size() > 1) return reasonOfRivals();
     const PoseVerdict& best = poses[explanations.front()];
     if (best && isRayUnknown)
         return "nothing speaks against the pose, but neither scan shows from where it was taken, so that missing "
@@ -144,6 +144,16 @@ std::string PairVerdict::Reason() const
         return "nothing speaks against the pose, but more surface agrees in others, which some of it contradicts; a "
                "further scan would have to share more with this pose";
     return best.ToString() + "; a further scan would have to show surface that holds it";
+}
+
+std::string PairVerdict::reasonOfRivals() const
+{
+    const std::string count = std::to_string(explanations.size()) + " poses explain the scans";
+    const bool areTwins = std::all_of(explanations.begin() + 1, explanations.end(),
+                                      [&](std::size_t i) { return poses[i].eFinding == EFinding::NotRuledOut; });
+    if (!areTwins) return count + " equally well; a further scan would have to show surface where they differ";
+    return count + ": nearly all that matches could be the faces of a box, and nothing contradicts that the scans show "
+                   "different sides of it; a further scan would have to show both";
 }
 
 PairVerdict JudgePoses(const CPoseJudge& judge, std::span<const CTrafo> poses, unsigned uiNumTasks)

@@ -37,6 +37,9 @@ struct PairVerdict
     [[nodiscard]] ZORVAN_API std::string Reason() const;
     /// The verdict with its reason.
     [[nodiscard]] ZORVAN_API std::string ToString() const;
+
+private:
+    [[nodiscard]] std::string reasonOfRivals() const;
 };
 
 /// A word for a verdict: "aligned", "ambiguous", "not aligned", "too little to go on".

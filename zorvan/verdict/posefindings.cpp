@@ -56,6 +56,8 @@ const char* FindingName(EFinding eFinding)
         return "surfaces do not meet";
     case EFinding::Sliding:
         return "may slide";
+    case EFinding::NotRuledOut:
+        return "not ruled out";
     }
     return "";
 }
@@ -94,6 +96,10 @@ std::string PoseVerdict::ToString() const
         return percent(counts.TailShare()) + " of what comes near the other surface stays off it by more than noise";
     case EFinding::Sliding:
         return "the pose may slide, and nothing would contradict it";
+    case EFinding::NotRuledOut:
+        return "a turn of the box that the scans span; " + std::to_string(counts.Contradictions()) + " of " +
+               std::to_string(counts.uiSamples) + " samples speak against it, " + std::to_string(counts.uiMatched) +
+               " match";
     }
     return {};
 }

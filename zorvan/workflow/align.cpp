@@ -89,7 +89,8 @@ Zorvan::VerdictSummary summarize(const PairCandidate& candidate)
              {"in_gap", counts.uiInGap},
              {"opposed", counts.uiOpposed},
              {"tail", counts.uiTail},
-             {"shallow", counts.uiShallow}}};
+             {"shallow", counts.uiShallow},
+             {"telling", counts.uiTelling}}};
 }
 
 Zorvan::PoseUncertainty summarize(const PoseEstimate& estimate, const Zorvan::Position& shift)

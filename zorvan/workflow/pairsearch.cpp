@@ -58,6 +58,7 @@ PairSearchResult SearchPair(const Zorvan::SurfelScan& fixScan, const Zorvan::Sur
                          searchConfig, SettingsForRefinement(config));
     search.RequireLimits(options.areLimitsRequired);
     search.SetNumTasks(options.uiNumTasks);
+    search.SetTwins(true);
     search.Compute(hooks);
     const CJudgedSearch::Times& times = search.GetTimes();
     const std::string words = "features " + milliseconds(featuresDone - start) + ", search " +

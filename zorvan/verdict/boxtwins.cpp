@@ -1,0 +1,323 @@
+// SPDX-License-Identifier: MIT
+#include "zorvan/verdict/boxtwins.h"
+
+#include "zorvan/verdict/verdictlimits.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <functional>
+#include <numbers>
+#include <optional>
+#include <span>
+
+namespace prereg {
+
+namespace {
+
+using Vector3 = kdtree::Vector<3>;
+using Samples = std::vector<CPoseJudge::PlacedSample>;
+
+constexpr float fAlong = 0.985F;      // cosine of 10 degrees: on a face of the box
+constexpr float fAlongRough = 0.966F; // of 15 degrees: where face and edge meet
+
+/// One of the six directions that the faces of a box look in.
+struct Side
+{
+    std::size_t axis = 0;
+    float sign = 1.0F;
+};
+
+struct Box
+{
+    std::array<Vector3, 3> axes;
+    std::array<float, 3> low{};
+    std::array<float, 3> high{};
+    std::size_t numTurns = 3; ///< axes that it may be turned about, the first ones
+
+    [[nodiscard]] Vector3 Middle() const
+    {
+        Vector3 middle;
+        for (std::size_t k = 0; k < 3; ++k) middle = middle + axes[k] * (0.5F * (low[k] + high[k]));
+        return middle;
+    }
+    [[nodiscard]] float Extent(std::size_t axis) const { return high[axis] - low[axis]; }
+    [[nodiscard]] float Hull(const Side& side) const { return side.sign > 0 ? high[side.axis] : -low[side.axis]; }
+    /// The face that a normal belongs to.
+    [[nodiscard]] std::optional<Side> SideOf(const Vector3& normal, float cosine) const
+    {
+        for (std::size_t k = 0; k < 3; ++k) {
+            const float along = Dot(normal, axes[k]);
+            if (std::abs(along) > cosine) return Side{k, along > 0 ? 1.0F : -1.0F};
+        }
+        return std::nullopt;
+    }
+    /// How far out a point lies in the direction of a face.
+    [[nodiscard]] float Level(const Side& side, const Vector3& point) const
+    {
+        return side.sign * Dot(point, axes[side.axis]);
+    }
+};
+
+/// The direction, up to its sign, that most normals lie along; across `across` if that is given. Zero where there is
+/// none.
+Vector3 mainAxis(const Samples& samples, const Vector3* across)
+{
+    constexpr std::size_t uiProbes = 500;
+    const std::size_t step = std::max<std::size_t>(1, samples.size() / uiProbes);
+    const auto level = [&](const Vector3& v) { return across ? v - *across * Dot(v, *across) : v; };
+    Vector3 best;
+    std::size_t most = 0;
+    for (std::size_t i = 0; i < samples.size(); i += step) {
+        const Vector3 flat = level(samples[i].normal);
+        if (!(flat.Length() > fAlong)) continue;
+        const Vector3 direction = flat * (1.0F / flat.Length());
+        std::size_t count = 0;
+        for (std::size_t j = 0; j < samples.size(); j += step)
+            count += static_cast<std::size_t>(std::abs(Dot(samples[j].normal, direction)) > fAlong);
+        if (count <= most) continue;
+        most = count;
+        best = direction;
+    }
+    for (const float cosine : {fAlong, 0.9962F, 0.9986F}) { // 10, 5 and 3 degrees
+        Vector3 sum;
+        for (const auto& sample : samples) {
+            const float along = Dot(sample.normal, best);
+            if (std::abs(along) > cosine) sum = sum + level(sample.normal) * (along > 0 ? 1.0F : -1.0F);
+        }
+        if (sum.Length() > 0) best = sum * (1.0F / sum.Length());
+    }
+    return best;
+}
+
+/// Levels of the surface that looks to a side, the outermost first.
+std::vector<float> levelsOf(const Box& box, const Samples& samples, const Side& side)
+{
+    std::vector<float> levels;
+    for (const auto& sample : samples)
+        if (Dot(sample.normal, box.axes[side.axis]) * side.sign > fAlong)
+            levels.push_back(box.Level(side, sample.point));
+    std::sort(levels.begin(), levels.end(), std::greater<>());
+    return levels;
+}
+
+/// Samples that make a face: a few stray points make none.
+std::size_t faceSize(const Samples& samples) { return std::max<std::size_t>(30, samples.size() / 300); }
+
+/// Where the object ends on a side: its outermost face, or where none was seen there the points that lie furthest out.
+float hullOf(const Box& box, const Samples& samples, const Side& side, float pixel)
+{
+    std::vector<float> all;
+    for (const auto& sample : samples) all.push_back(box.Level(side, sample.point));
+    const auto nth = all.begin() +
+                     static_cast<std::ptrdiff_t>(std::min(all.size() - 1, std::max<std::size_t>(5, all.size() / 1000)));
+    std::nth_element(all.begin(), nth, all.end(), std::greater<>());
+    const std::vector<float> levels = levelsOf(box, samples, side);
+    const std::size_t size = faceSize(samples);
+    for (std::size_t i = 0; i + size < levels.size(); ++i) {
+        if (levels[i] - levels[i + size] >= pixel) continue;
+        std::size_t end = i;
+        while (end < levels.size() && levels[i] - levels[end] < pixel) ++end;
+        const float face = levels[(i + end) / 2];
+        return *nth > face + 2.0F * pixel ? *nth : face;
+    }
+    return *nth;
+}
+
+void setExtent(Box& box, const Samples& samples, float pixel)
+{
+    for (std::size_t k = 0; k < 3; ++k) {
+        box.high[k] = hullOf(box, samples, {k, 1.0F}, pixel);
+        box.low[k] = -hullOf(box, samples, {k, -1.0F}, pixel);
+    }
+}
+
+/// Without the plane that holds most of the samples, and what lies behind it; nothing where none does.
+Samples withoutTable(const Box& box, const Samples& samples, const Side& side, float pixel)
+{
+    const std::vector<float> levels = levelsOf(box, samples, side);
+    if (2 * levels.size() < samples.size()) return {};
+    const float table = levels[levels.size() / 2];
+    const auto isOn = [&](float level) { return std::abs(level - table) < 2.0F * pixel; };
+    const auto on = static_cast<std::size_t>(std::count_if(levels.begin(), levels.end(), isOn));
+    if (2 * on < samples.size()) return {};
+    Samples rest;
+    for (const auto& sample : samples)
+        if (box.Level(side, sample.point) > table + 2.0F * pixel) rest.push_back(sample);
+    return rest.size() > faceSize(samples) ? rest : Samples();
+}
+
+/// The box that the scans span, and the one of what stands on a table.
+std::vector<Box> boxesOf(const Samples& samples, float pixel)
+{
+    Box box;
+    box.axes[0] = mainAxis(samples, nullptr);
+    box.axes[1] = mainAxis(samples, &box.axes[0]);
+    box.axes[2] = Cross(box.axes[0], box.axes[1]);
+    if (!(box.axes[2].Length() > fAlong)) return {};
+    setExtent(box, samples, pixel);
+    std::vector<Box> boxes{box};
+    for (const float sign : {1.0F, -1.0F}) {
+        const Samples rest = withoutTable(box, samples, {0, sign}, pixel);
+        if (rest.empty()) continue;
+        setExtent(box, rest, pixel);
+        box.numTurns = 1; // else the table would come to lie above the part
+        boxes.push_back(box);
+    }
+    return boxes;
+}
+
+/// Turns that carry the box onto itself.
+std::vector<CTrafo> turnsOf(const Box& box)
+{
+    constexpr float fHalf = std::numbers::pi_v<float>;
+    std::vector<CTrafo> turns;
+    const auto add = [&](std::size_t axis, float angle) {
+        const CTrafo rotation(box.axes[axis], angle, Vector3());
+        turns.push_back(rotation.Translate(box.Middle() - rotation.Rotate(box.Middle())));
+    };
+    for (std::size_t k = 0; k < box.numTurns; ++k) {
+        add(k, fHalf);
+        const float a = box.Extent((k + 1) % 3);
+        const float b = box.Extent((k + 2) % 3);
+        if (std::abs(a - b) > static_cast<float>(verdict::dSquareShare) * std::max(a, b)) continue;
+        add(k, 0.5F * fHalf);
+        add(k, -0.5F * fHalf);
+    }
+    return turns;
+}
+
+bool isContradicted(const PoseCounts& counts)
+{
+    return counts.Contradictions() > verdict::dTwinContradiction * counts.uiSamples ||
+           counts.uiSolid >= verdict::uiMinSolid;
+}
+
+/// Moves a twin to and fro along an axis of the box where that leaves fewer contradictions.
+bool settleAlong(const CPoseJudge& judge, const Vector3& axis, double step, BoxTwin& twin)
+{
+    bool isBetter = false;
+    for (const double distance : {-step, step}) {
+        const CTrafo moved = twin.pose.Translate(axis * static_cast<float>(distance));
+        const PoseCounts counts = judge.Count(moved);
+        if (counts.Contradictions() >= twin.counts.Contradictions()) continue;
+        twin = {moved, counts};
+        isBetter = true;
+    }
+    return isBetter;
+}
+
+/// The twin at a pose, moved until nothing contradicts it, since the faces of the box are known to a pixel or two. No
+/// further: where no surface is shared, nothing holds it.
+BoxTwin settled(const CPoseJudge& judge, const Box& box, const CTrafo& pose)
+{
+    constexpr int iRounds = 3;
+    BoxTwin twin{pose, judge.Count(pose)};
+    if (twin.counts.Contradictions() > verdict::dHopelessTwin * twin.counts.uiSamples) return twin;
+    for (const double pixels : {1.5, 0.75, 0.4}) {
+        bool isBetter = true;
+        for (int round = 0; round < iRounds && isBetter; ++round) {
+            isBetter = false;
+            for (const Vector3& axis : box.axes)
+                if (isContradicted(twin.counts))
+                    isBetter = settleAlong(judge, axis, pixels * judge.GetPixelSize(), twin) || isBetter;
+        }
+    }
+    return twin;
+}
+
+/// Whether there is surface near a place, looking the same way.
+bool hasSurface(const CScanView& view, const CTrafo& toView, const Vector3& point, const Vector3& normal, float reach)
+{
+    const CRangeImage& image = view.GetImage();
+    const CTrafo toImage = image.GetFrame() * toView;
+    const Vector3 p = toImage * point;
+    const Vector3 n = toImage.Rotate(normal);
+    const CRangeImage::Pixel at = image.PixelAt(p);
+    for (int y = at.y - 1; y <= at.y + 1; ++y) {
+        for (int x = at.x - 1; x <= at.x + 1; ++x) {
+            if (!image.Contains({x, y})) continue;
+            const CRangeImage::Surfel& surfel = image.GetSurfel({x, y});
+            if (DistanceSq(surfel.point, p) < reach * reach && Dot(surfel.normal, n) > 0.5F) return true;
+        }
+    }
+    return false;
+}
+
+/// What of the surface that matches tells a pose from the twins of a box: all but the faces of the box, and but what
+/// the turn carries onto surface that was seen. For a plane any of that level will do, since its other end may be
+/// hidden.
+class CTellingSurface
+{
+public:
+    CTellingSurface(const CPoseJudge& judge, const CTrafo& pose, const Samples& samples, const Box& box)
+        : m_judge(judge),
+          m_back(pose.GetInverse(true)),
+          m_samples(samples),
+          m_box(box),
+          m_reach(static_cast<float>(verdict::dTwinReach * judge.GetPixelSize()))
+    {
+        for (std::size_t k = 0; k < 3; ++k)
+            for (const float sign : {1.0F, -1.0F}) m_levels.push_back(levelsOf(box, samples, {k, sign}));
+    }
+
+    /// In samples: were the turn the truth, they would match by chance.
+    [[nodiscard]] unsigned Count(const CTrafo& turn) const
+    {
+        const auto tells = [&](const CPoseJudge::PlacedSample& sample) {
+            return sample.isMatched && !isOnHull(sample) && !isKept(turn * sample.point, turn.Rotate(sample.normal));
+        };
+        return static_cast<unsigned>(std::count_if(m_samples.begin(), m_samples.end(), tells));
+    }
+
+private:
+    [[nodiscard]] bool isOnHull(const CPoseJudge::PlacedSample& sample) const
+    {
+        const auto side = m_box.SideOf(sample.normal, fAlongRough);
+        return side && std::abs(m_box.Level(*side, sample.point) - m_box.Hull(*side)) < m_reach;
+    }
+    [[nodiscard]] bool isKept(const Vector3& point, const Vector3& normal) const
+    {
+        if (const auto side = m_box.SideOf(normal, fAlongRough)) return hasPlane(*side, m_box.Level(*side, point));
+        return hasSurface(m_judge.GetFix(), CTrafo(), point, normal, 2.0F * m_reach) ||
+               hasSurface(m_judge.GetFlt(), m_back, point, normal, 2.0F * m_reach);
+    }
+    [[nodiscard]] bool hasPlane(const Side& side, float level) const
+    {
+        const std::vector<float>& levels = m_levels[2 * side.axis + (side.sign > 0 ? 0 : 1)];
+        const auto first = std::lower_bound(levels.begin(), levels.end(), level + m_reach, std::greater<>());
+        const auto last = std::upper_bound(first, levels.end(), level - m_reach, std::greater<>());
+        return static_cast<std::size_t>(last - first) >= faceSize(m_samples);
+    }
+
+    const CPoseJudge& m_judge;
+    CTrafo m_back;
+    const Samples& m_samples;
+    const Box& m_box;
+    float m_reach;
+    std::vector<std::vector<float>> m_levels;
+};
+
+} // namespace
+
+std::vector<BoxTwin> FindBoxTwins(const CPoseJudge& judge, const CTrafo& pose)
+{
+    if (!judge.GetFix().HasImage() || !judge.GetFlt().HasImage()) return {};
+    const Samples samples = judge.Place(pose);
+    const auto matched = std::count_if(samples.begin(), samples.end(), [](const auto& s) { return s.isMatched; });
+    std::vector<BoxTwin> twins;
+    for (const Box& box : boxesOf(samples, static_cast<float>(judge.GetPixelSize()))) {
+        const CTellingSurface surface(judge, pose, samples, box);
+        for (const CTrafo& turn : turnsOf(box)) {
+            BoxTwin twin = settled(judge, box, turn * pose);
+            if (isContradicted(twin.counts)) continue;
+            twin.counts.uiTelling = surface.Count(turn);
+            twin.isTold = twin.counts.uiTelling > verdict::dTellingShare * static_cast<double>(matched);
+            twins.push_back(twin);
+        }
+    }
+    return twins;
+}
+
+} // namespace prereg
