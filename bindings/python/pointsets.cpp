@@ -37,7 +37,7 @@ struct Neighbours
     std::vector<std::int64_t> indices;
     std::vector<float> distances;
 
-    [[nodiscard]] py::tuple ToPython(std::vector<py::ssize_t> shape)
+    [[nodiscard]] py::tuple ToPython(const std::vector<py::ssize_t>& shape)
     {
         return py::make_tuple(Owned(std::move(indices), shape), Owned(std::move(distances), shape));
     }

@@ -104,6 +104,7 @@ void setStarts(prereg::RegisterOptions& options, const Surfels& scans, const std
 {
     if (scans.empty()) return;
     std::vector<const Zorvan::ScanPose*> known;
+    known.reserve(starts.size());
     for (const Zorvan::ScanPose& start : starts) known.push_back(&start);
     options.frameShift =
         session != nullptr ? session->session.GetShift() : Zorvan::FrameShiftFor(scans, known, scans.front().shift);

@@ -36,6 +36,7 @@ constexpr std::array<Stage, 4> stages{{
 double quantile(const std::vector<FrameRecord>& frames, const Stage& stage, double share)
 {
     std::vector<double> values;
+    values.reserve(frames.size());
     for (const FrameRecord& frame : frames) values.push_back(stage.seconds(frame));
     return values.empty() ? 0.0 : Zorvan::Quantile(std::move(values), share);
 }

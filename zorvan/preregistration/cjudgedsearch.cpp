@@ -38,7 +38,7 @@ private:
     Clock::time_point m_start;
 };
 
-const SearchedScan& checked(const SearchedScan& scan)
+SearchedScan checked(SearchedScan scan)
 {
     if (!scan.set || !scan.view)
         throw std::invalid_argument("a judged search needs the set and the view of both scans");
@@ -48,6 +48,7 @@ const SearchedScan& checked(const SearchedScan& scan)
 std::vector<CTrafo> posesOf(const std::vector<CJudgedSearch::Candidate>& candidates)
 {
     std::vector<CTrafo> poses;
+    poses.reserve(candidates.size());
     for (const auto& candidate : candidates) poses.push_back(candidate.refined.GetTrafo());
     return poses;
 }
@@ -70,8 +71,8 @@ void forEach(std::size_t count, unsigned numTasks, const Work& work)
 
 CJudgedSearch::CJudgedSearch(SearchedScan fix, SearchedScan flt, const ConfigurationFPFH& searchConfig,
                              const ConfigurationICP& refinementConfig)
-    : m_fix(checked(fix)),
-      m_flt(checked(flt)),
+    : m_fix(checked(std::move(fix))),
+      m_flt(checked(std::move(flt))),
       m_searchConfig(searchConfig),
       m_refinementConfig(refinementConfig),
       m_judge(*m_fix.view, *m_flt.view)
@@ -138,6 +139,10 @@ void CJudgedSearch::proposeTwins()
         }
     }
     refineAndAdd(hopeful(told), EProposer::Twin);
+    // One that shares no surface has nothing to be refined on.
+    const auto added = m_candidates.begin() + static_cast<std::ptrdiff_t>(m_numWeighed);
+    m_candidates.erase(std::remove_if(added, m_candidates.end(), [](const auto& c) { return !c.refined.GetTrafo(); }),
+                       m_candidates.end());
     weigh();
     if (!m_verdict || open.empty()) return;
     m_candidates.insert(m_candidates.end(), open.begin(), open.end());
@@ -184,6 +189,7 @@ std::vector<CTrafo> CJudgedSearch::hopeful(const std::vector<CTrafo>& poses) con
     if (order.empty()) order = nearestMiss; // so that the answer can say what speaks against it
     order.resize(std::min(order.size(), verdict::uiMaxHopeful));
     std::vector<CTrafo> kept;
+    kept.reserve(order.size());
     for (const std::size_t i : order) kept.push_back(poses[i]);
     return kept;
 }

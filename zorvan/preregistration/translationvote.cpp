@@ -117,9 +117,10 @@ void CTranslationVote::listFixByNormal(const Surfels& fix, float maxNormalAngle)
     m_binStart.reserve(binsPerAxis * binsPerAxis * binsPerAxis + 1);
     m_binStart.push_back(0);
     for (unsigned bin = 0; bin < binsPerAxis * binsPerAxis * binsPerAxis; ++bin) {
+        const unsigned row = bin / binsPerAxis % binsPerAxis;
+        const unsigned layer = bin / (binsPerAxis * binsPerAxis);
         const Vector<3> middle(static_cast<float>(bin % binsPerAxis) + 0.5F - half,
-                               static_cast<float>(bin / binsPerAxis % binsPerAxis) + 0.5F - half,
-                               static_cast<float>(bin / (binsPerAxis * binsPerAxis)) + 0.5F - half);
+                               static_cast<float>(row) + 0.5F - half, static_cast<float>(layer) + 0.5F - half);
         const float length = middle.Length();
         if (std::abs(length - half) <= cornerDistance) {
             for (std::size_t i = 0; i < count; ++i)

@@ -27,6 +27,7 @@ std::vector<std::size_t> spreadOrder(std::size_t count)
     for (std::size_t i = 0; i < count; ++i) keyed[i] = {static_cast<std::uint32_t>(i) * 2654435769U, i};
     std::sort(keyed.begin(), keyed.end());
     std::vector<std::size_t> order;
+    order.reserve(count);
     for (const auto& [key, i] : keyed) order.push_back(i);
     return order;
 }

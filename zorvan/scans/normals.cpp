@@ -8,8 +8,10 @@
 
 #include <Eigen/Eigenvalues>
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <iterator>
 #include <vector>
 
 namespace Zorvan {
@@ -162,6 +164,13 @@ prereg::Vectors normalsFromPlaneFit(const prereg::Vectors& points, const Zorvan:
     return normals;
 }
 
+/// Rings that lie on surfaces of their own say nothing of what lies between them.
+bool areMostHeld(const prereg::Vectors& normals)
+{
+    const auto isHeld = [](const Vector3& n) { return n.LengthSq() > 0.0F; };
+    return 2 * std::ranges::count_if(normals, isHeld) >= std::ssize(normals);
+}
+
 } // namespace
 
 prereg::Vectors NormalsFromPlaneFit(const prereg::Vectors& points, const Sensor& sensor)
@@ -184,7 +193,7 @@ ENormalSource ComputeNormals(Scan& scan, const Sensor& sensor)
         place = Vector3(origin(0), origin(1), origin(2));
         if (const auto rings = FindRings(scan.points, *place)) {
             scan.normals = CRingSurface(*rings).NormalsOf(scan.points.size());
-            return ENormalSource::PlaneFit;
+            if (areMostHeld(scan.normals)) return ENormalSource::PlaneFit;
         }
     }
     scan.normals = normalsFromPlaneFit(scan.points, tree, place);

@@ -52,8 +52,9 @@ public:
     CPlaces(const CRangeImage& own, const CRangeImage& other, const CTrafo& toOther, const DisputeLimits& limits)
     {
         const int step = std::max(1, static_cast<int>(std::lround(limits.pixel / own.GetPixelSize())));
-        m_row = static_cast<std::size_t>((own.GetWidth() - 1) / step + 3);
-        m_places.assign(m_row * static_cast<std::size_t>((own.GetHeight() - 1) / step + 3), EPlace::Other);
+        const auto placesAlong = [&](int pixels) { return static_cast<std::size_t>((pixels - 1) / step) + 3; };
+        m_row = placesAlong(own.GetWidth());
+        m_places.assign(m_row * placesAlong(own.GetHeight()), EPlace::Other);
         for (int y = 0; y < own.GetHeight(); y += step) {
             for (int x = 0; x < own.GetWidth(); x += step) {
                 if (!own.IsFilled({x, y})) continue;

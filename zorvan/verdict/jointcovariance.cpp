@@ -119,6 +119,7 @@ void eraseOutliers(std::vector<Match>& matches)
 {
     if (matches.empty()) return;
     std::vector<double> sizes;
+    sizes.reserve(matches.size());
     for (const Match& match : matches) sizes.push_back(std::abs(match.residual));
     const double limit = verdict::dPoseResidualNoise * 1.4826 * Zorvan::Median(std::move(sizes));
     std::erase_if(matches, [&](const Match& match) { return std::abs(match.residual) > limit; });

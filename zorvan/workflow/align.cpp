@@ -69,6 +69,7 @@ void estimateBest(AlignResult& result, const CReadyPair& pair)
 std::vector<CTrafo> posesOf(const std::vector<PairCandidate>& candidates)
 {
     std::vector<CTrafo> poses;
+    poses.reserve(candidates.size());
     for (const PairCandidate& candidate : candidates) poses.push_back(candidate.refined.GetTrafo());
     return poses;
 }

@@ -30,7 +30,7 @@ void refuse(const Zorvan::SurfelScan& scan, const std::string& what)
 SetPtr computeFeatures(const Zorvan::SurfelScan& scan, const ConfigurationFPFH& config,
                        const PairSearchOptions& options)
 {
-    const SetPtr set = ComputeFeatureSet(scan, config, options.uiNumTasks, options.dMmPerUnit, options.gpu);
+    SetPtr set = ComputeFeatureSet(scan, config, options.uiNumTasks, options.dMmPerUnit, options.gpu);
     if (set->SizeFeatures() == 0) refuse(scan, "no features");
     if (set->IsTooLean(config))
         refuse(scan, std::to_string(set->Size()) + " points and " + std::to_string(set->SizeFeatures()) + " features");

@@ -308,6 +308,7 @@ std::vector<std::vector<std::size_t>> CPlacingWeigher::SupportedParts(const Plac
     std::map<std::size_t, std::vector<std::size_t>> parts;
     for (const auto& [scan, name] : part) parts[name].push_back(scan);
     std::vector<std::vector<std::size_t>> answer;
+    answer.reserve(parts.size());
     for (auto& [name, members] : parts) answer.push_back(std::move(members));
     return answer;
 }

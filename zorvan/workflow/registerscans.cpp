@@ -54,6 +54,7 @@ public:
         std::map<std::size_t, CClusterRegistration::Trafos> groups;
         for (std::size_t i = 0; i < m_ids.size(); ++i) groups[m_placing.group[i]][m_ids[i]] = m_placing.poses[i];
         std::vector<CClusterRegistration::Trafos> answer;
+        answer.reserve(groups.size());
         for (auto& [name, group] : groups) answer.push_back(std::move(group));
         return answer;
     }
