@@ -77,12 +77,18 @@ void CPageServer::End()
 
 std::string CPageServer::state() const
 {
+    json state;
+    {
+        // Before the rest is looked at: what is done then has all of it.
+        const std::lock_guard lock(m_mutex);
+        state["done"] = m_isDone;
+    }
     const CModel::State model = m_model.GetState();
     json points = json::array();
     for (const auto& [number, patch] : model.patches) points.push_back(pointsOf(patch));
-    json state{{"patches", points}, {"waiting", model.uiWaiting}};
+    state["patches"] = points;
+    state["waiting"] = model.uiWaiting;
     const std::lock_guard lock(m_mutex);
-    state["done"] = m_isDone;
     state["table"] = Table(m_frames);
     state["picture"] = Picture(m_frames);
     state["share"] = ShareInTime(m_frames);

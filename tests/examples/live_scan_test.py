@@ -43,7 +43,7 @@ def main(program):
             state = json.loads(get(address + "state"))
             counts.append(state["frames"])
         assert counts == sorted(counts) and counts[-1] == FRAMES, counts
-        assert len(state["patches"]) == PATCHES and state["waiting"] == 0, state
+        assert len(state["patches"]) == PATCHES and state["waiting"] == 0, (len(state["patches"]), state["waiting"])
         assert all(points and len(points) % 3 == 0 for points in state["patches"])
         assert {line.split()[0] for line in state["table"].splitlines()[1:]} == STAGES, state["table"]
         assert "</html>" in get(address)
