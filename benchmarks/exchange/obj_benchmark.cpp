@@ -36,12 +36,15 @@ public:
         std::FILE* const out = std::fopen(Name().c_str(), "w");
         if (out == nullptr) throw std::runtime_error("no file for the lattice");
         for (int i = 0; i < iSide * iSide; ++i) {
+            const int row = i / iSide;
             const double x = 0.1 * (i % iSide);
-            const double y = 0.1 * (i / iSide);
+            const double y = 0.1 * row;
             std::fprintf(out, "v %.6f %.6f %.6f\n", x, y, 5.0 * std::sin(0.1 * x) * std::cos(0.13 * y));
         }
-        for (int i = 0; i < iSide * iSide; ++i)
-            std::fprintf(out, "vt %.6f %.6f\n", (i % iSide) / double(iSide), (i / iSide) / double(iSide));
+        for (int i = 0; i < iSide * iSide; ++i) {
+            const int row = i / iSide;
+            std::fprintf(out, "vt %.6f %.6f\n", (i % iSide) / double(iSide), row / double(iSide));
+        }
         for (int i = 0; i < iSide * (iSide - 1); ++i) {
             if (i % iSide == iSide - 1) continue;
             const int a = i + 1, b = i + 2, c = i + iSide + 2, d = i + iSide + 1;
