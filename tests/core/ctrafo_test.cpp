@@ -10,7 +10,6 @@
 namespace {
 
 using prereg::CTrafo;
-using prereg::Quaternion;
 using support::IsNearPose;
 using support::Vector3;
 

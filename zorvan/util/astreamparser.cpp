@@ -11,7 +11,6 @@
 #include <fstream>
 #include <streambuf>
 #include <string_view>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -40,7 +39,8 @@ constexpr std::array<const wchar_t*, 24> tokenTexts{
 
 AStreamParser::ETokenType symbolType(wchar_t c)
 {
-    const auto place = static_cast<std::make_unsigned_t<wchar_t>>(c); // negative ones lie far behind the end
+    // Negative ones lie far behind the end.
+    const auto place = static_cast<std::size_t>(c); // NOLINT(bugprone-signed-char-misuse)
     return place < symbolTypes.size() ? symbolTypes[place] : AStreamParser::eError;
 }
 

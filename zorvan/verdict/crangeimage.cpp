@@ -208,10 +208,11 @@ CRangeImage::CRangeImage(const Vectors& points, const Vectors& normals, const Ve
         const CTrafo back = m_frame.GetInverse(true);
         const std::vector<float> heights = nearestHeights(m_surfels, m_width);
         for (std::size_t at = 0; at < heights.size(); ++at) {
-            const auto x = static_cast<float>(at % static_cast<std::size_t>(m_width));
-            const auto y = static_cast<float>(at / static_cast<std::size_t>(m_width));
-            if (!sweep.Contains(back * Vector3((x + 0.5F) * m_pixel, (y + 0.5F) * m_pixel, heights[at])))
-                m_shadows[at] = fInfinity;
+            const std::size_t column = at % static_cast<std::size_t>(m_width);
+            const std::size_t row = at / static_cast<std::size_t>(m_width);
+            const float x = (static_cast<float>(column) + 0.5F) * m_pixel;
+            const float y = (static_cast<float>(row) + 0.5F) * m_pixel;
+            if (!sweep.Contains(back * Vector3(x, y, heights[at]))) m_shadows[at] = fInfinity;
         }
     }
     computeCompleteness();
