@@ -13,7 +13,6 @@ namespace {
 
 using prereg::CFPFHPointSet;
 using prereg::CFPFHPreRegistration;
-using prereg::ConfigurationFPFH;
 using prereg::CTrafo;
 using prereg::ICPResult;
 using support::LogCapture;

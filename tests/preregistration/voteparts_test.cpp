@@ -237,7 +237,7 @@ TEST(FindSurfaceEdges, FindsWhereFacesEndAndNotWhereTheyAreHidden)
         const bool isUpper = p.z > 10.0F;
         ++(isUpper ? upper : outer);
         // Off its end: away from the middle, along the axis on which the plate ends here.
-        const Vector3 d = p - (isUpper ? Vector3(30, 20, p.z) : Vector3(30, 20, p.z));
+        const Vector3 d = p - Vector3(30, 20, p.z);
         const float halfX = isUpper ? 10.0F : 30.0F;
         const float halfY = isUpper ? 10.0F : 20.0F;
         const float toEnd = std::min(std::abs(std::abs(d.x) - halfX), std::abs(std::abs(d.y) - halfY));
