@@ -166,7 +166,8 @@ TEST(PointToPlaneUpdate, FailsWhereAPlaneLeavesDirectionsFree)
     const double still[] = {0, 0, 0};
     auto pairs = randomPairs(50, still, still, 0.0);
     for (int k = 0; k < 50; ++k) {
-        for (int i = 0; i < 3; ++i) pairs.normals[static_cast<std::size_t>(3 * k + i)] = i == 2 ? 1.0 : 0.0;
+        for (int i = 0; i < 3; ++i)
+            pairs.normals[3 * static_cast<std::size_t>(k) + static_cast<std::size_t>(i)] = i == 2 ? 1.0 : 0.0;
     }
     double r[3];
     double t[3];

@@ -27,7 +27,10 @@ public:
 
     [[nodiscard]] int Width() const { return m_width; }
     [[nodiscard]] int Height() const { return static_cast<int>(m_bytes.size()) / m_width; }
-    [[nodiscard]] unsigned char& At(int x, int y) { return m_bytes[static_cast<std::size_t>(y * m_width + x)]; }
+    [[nodiscard]] unsigned char& At(int x, int y)
+    {
+        return m_bytes[static_cast<std::size_t>(y) * static_cast<std::size_t>(m_width) + static_cast<std::size_t>(x)];
+    }
 
     [[nodiscard]] PixelSet Pixels() const
     {

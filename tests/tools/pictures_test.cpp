@@ -16,8 +16,10 @@ using tools::Picture;
 /// and a block of 2 x 2 at (14, 8).
 Picture mask()
 {
-    Picture picture{18, 12, false, std::vector<Picture::Pixel>(18 * 12, {0, 0, 0, 255})};
-    const auto set = [&](int x, int y) { picture.pixels[static_cast<std::size_t>(y * 18 + x)] = {200, 220, 190, 255}; };
+    Picture picture{18, 12, false, std::vector<Picture::Pixel>(std::size_t{18} * 12, {0, 0, 0, 255})};
+    const auto set = [&](int x, int y) {
+        picture.pixels[18 * static_cast<std::size_t>(y) + static_cast<std::size_t>(x)] = {200, 220, 190, 255};
+    };
     for (int i = 0; i < 24; ++i) set(2 + i % 6, 1 + i / 6);
     picture.pixels[2 * 18 + 4] = {10, 10, 10, 255};
     set(12, 2);

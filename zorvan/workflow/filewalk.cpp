@@ -30,8 +30,7 @@ struct Walked
     ScanInfo info;
     std::size_t uiNotFinite = 0;
     bool hasNormals = true;
-    Zorvan::Scan first = {}; ///< of its points, with their normals
-    std::vector<Position> places = {};
+    std::vector<Position> places = {}; ///< of the first of its points
 };
 
 class CScanWalk : public Zorvan::IPointListener
@@ -87,8 +86,9 @@ private:
     static ScanInfo finished(Walked& walked, const std::string& notLookedAt)
     {
         ScanInfo& info = walked.info;
-        Zorvan::SetPoints(walked.first, std::exchange(walked.places, {}));
-        const ScanInfo sample = DescribeScan(walked.first);
+        Zorvan::Scan first;
+        Zorvan::SetPoints(first, std::exchange(walked.places, {}));
+        const ScanInfo sample = DescribeScan(first);
         info.sampling = sample.sampling;
         if (walked.hasNormals) info.fields.emplace_back("normals");
         if (walked.uiNotFinite > 0)

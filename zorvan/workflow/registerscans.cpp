@@ -169,6 +169,13 @@ public:
     }
 
 private:
+    struct Copy
+    {
+        std::size_t scan; ///< of those that are new
+        std::shared_ptr<const CFPFHPointSet> set;
+        UniversalUniqueID original;
+    };
+
     [[nodiscard]] std::string length(double mm) const
     {
         return Zorvan::ToText(mm / m_options.dMmPerUnit) + " " + Zorvan::UnitName(m_options.dMmPerUnit);
@@ -337,13 +344,6 @@ private:
     bool m_isWeighed = false;
     std::string m_settingsWords;
     std::vector<std::string> m_leftOut;
-    struct Copy
-    {
-        std::size_t scan; ///< of those that are new
-        std::shared_ptr<const CFPFHPointSet> set;
-        UniversalUniqueID original;
-    };
-
     std::vector<Copy> m_copies;
     bool m_isOptimized = false;
     CStageTimes m_times;
