@@ -25,7 +25,7 @@ using Zorvan::CSharedMemory;
 
 namespace {
 
-constexpr std::uint64_t uiSize = 3 * 4096;
+constexpr std::uint64_t uiSize = std::uint64_t{3} * 4096;
 
 auto& firstWord(const std::shared_ptr<void>& view) { return *static_cast<std::atomic<std::uint64_t>*>(view.get()); }
 

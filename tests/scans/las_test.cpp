@@ -59,7 +59,7 @@ std::string lasOf(const LasLayout& layout)
     for (std::size_t i = 0; i < 2; ++i) {
         const std::size_t at = body + i * stride;
         for (std::size_t axis = 0; axis < 3; ++axis)
-            put(bytes, at + 4 * axis, static_cast<std::int32_t>(i == 0 ? axis : -10 * static_cast<int>(axis)));
+            put(bytes, at + 4 * axis, static_cast<std::int32_t>(axis) * (i == 0 ? 1 : -10));
         put(bytes, at + 12, static_cast<std::uint16_t>(1000 * i));
         for (std::size_t k = 0; layout.colour > 0 && k < 3; ++k)
             put(bytes, at + layout.colour + 2 * k, static_cast<std::uint16_t>(0x1100 * (k + 1)));

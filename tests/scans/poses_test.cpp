@@ -14,7 +14,6 @@ namespace {
 
 using prereg::CTrafo;
 using Zorvan::PosesFile;
-using Zorvan::ScanPose;
 using Vector3 = kdtree::Vector<3>;
 
 constexpr float fDegree = 3.14159265F / 180;
