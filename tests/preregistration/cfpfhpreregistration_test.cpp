@@ -83,7 +83,7 @@ TEST(CFPFHPreRegistration, GivesTheSameBytesEachTime)
 
 TEST(CFPFHPreRegistration, StopsWhenEnoughProposalsAgree)
 {
-    unsigned proposed[2];
+    unsigned proposed[2] = {};
     for (const unsigned quorum : {0U, 3U}) {
         auto config = support::SearchSettings();
         config.uiNumPolygons = 60;

@@ -83,6 +83,7 @@ std::vector<LeastSquaresProblem> smallProblems()
                       constexpr double y[] = {1.5, 2.25, 2.625};
                       auto power = x(1);
                       for (int k = 0; k < i; ++k) power *= x(1);
+                      // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult): there are three equations
                       return y[i] - x(0) * (1.0 - power);
                   }),
         published("Jennrich and Sampson", 10, {0.3, 0.4}, 124.362182,

@@ -85,13 +85,13 @@ CIterativePrimitiveFit::CIterativePrimitiveFit(const std::array<float, 3>* point
     for (std::size_t i = 0; i < count; ++i) m_fitPoints[i] = {static_cast<std::uint32_t>(i), primitives::nan};
 }
 
-// NOLINTNEXTLINE(performance-noexcept-move-constructor,performance-move-constructor-init)
+// NOLINTNEXTLINE(performance-noexcept-move-constructor)
 CIterativePrimitiveFit::CIterativePrimitiveFit(CIterativePrimitiveFit&& other)
     : m_points(std::move(other.m_points)),
       m_normals(std::move(other.m_normals)),
       m_fitPoints(std::move(other.m_fitPoints)),
       m_objective(std::move(other.m_objective)),
-      m_params(other.m_params)
+      m_params(other.m_params) // NOLINT(performance-move-constructor-init): the one moved from keeps its result
 {
 }
 
