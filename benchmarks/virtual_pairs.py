@@ -11,7 +11,7 @@ the truth, or of the truth moved by a motion that carries the object onto itself
 
 Columns: pairs of so much overlap (the smaller of both directions) that are called aligned and right ("found"), aligned
 but wrong, ambiguous with and without the right pose in the list, not aligned, too little to go on. Every wrong one is
-listed. A second table says why pairs of more than --reasons overlap are not found: whether the right pose was proposed,
+listed, and drawn with --pictures. A second table says why pairs of more than --reasons overlap are not found: whether the right pose was proposed,
 and what became of it; for each that was not, what the judge says of the truth. --list prints every pair when it is done. With
 --mesh, each view is aligned to the mesh of its object instead, and all of them count as overlapping. Exit code 1 when
 more than --max-wrong (a share of the answers "aligned") are wrong.
@@ -98,6 +98,7 @@ class Pair:
         self.text = next((m["text"] for m in members(answer) if isinstance(m, dict) and m.get("name") == self.verdict), "")
         candidates = answer.get("candidates", [])
         listed = candidates[:number_of_explanations(self.verdict, self.text)]
+        self.pose = candidates[0].get("pose") if candidates else None
         self.is_found = bool(candidates) and self.verdict == "aligned" and self.is_right(candidates[0]["pose"])
         self.is_listed = any(self.is_right(c["pose"]) for c in listed)
         self.best = candidates[0]["verdict"] if candidates else {}
@@ -202,6 +203,16 @@ def line_of(pair):
             f"right {counts_of(pair.right)}; first {counts_of(pair.best)}")
 
 
+def draw(pair, folder):
+    """The answer beside the truth, as the sensor of the fixed scan sees both."""
+    import numpy
+    import pairpicture
+    folder.mkdir(parents=True, exist_ok=True)
+    picture = folder / f"{pair.scene.object}-{pair.scene.seed}-{pair.fix}-{pair.flt}.svg"
+    pairpicture.draw(picture, pair.scene.folder / pair.fix_file, pair.scene.folder / f"{pair.flt}.ply",
+                     {"called aligned": numpy.array(pair.pose), "the truth": numpy.array(pair.truths[0])})
+
+
 def report(pairs, args):
     table("object", pairs, lambda p: p.scene.object)
     table("sensor", pairs, lambda p: p.scene.sensor)
@@ -209,6 +220,8 @@ def report(pairs, args):
     wrong = [p for p in pairs if outcome(p) == "wrong"]
     for p in wrong:
         print(f"wrong: {line_of(p)}")
+        if args.pictures:
+            draw(p, args.pictures)
     aligned = sum(p.verdict == "aligned" for p in pairs)
     print(f"{len(wrong)} of {aligned} answers \"aligned\" are wrong, in {len(pairs)} pairs of "
           f"{len({p.scene.seed for p in pairs})} scenes")
@@ -228,6 +241,7 @@ def main():
     parser.add_argument("--every", type=int, default=1, help="of the pairs of a scene, each so many-th")
     parser.add_argument("--reasons", type=float, default=0.3, help="overlap from which on the reason is given why a pair is not found")
     parser.add_argument("--list", action="store_true", help="print every pair with the counts of its poses")
+    parser.add_argument("--pictures", type=pathlib.Path, help="folder for a picture of every wrong pair; needs the Python module")
     parser.add_argument("--max-wrong", type=float, default=0.002)
     args = parser.parse_args()
     scenes = [Scene(number, args.seed, args) for number in range(args.scenes)]
@@ -242,7 +256,8 @@ def main():
             print(f"{done} of {len(scenes)} scenes: {scene.name}", file=sys.stderr)
             for pair in some if args.list else []:
                 print(line_of(pair), flush=True)
-    sys.exit(0 if report(pairs, args) else 1)
+        is_right = report(pairs, args)
+    sys.exit(0 if is_right else 1)
 
 
 if __name__ == "__main__":
