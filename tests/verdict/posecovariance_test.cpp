@@ -145,4 +145,27 @@ TEST(EstimatePose, SaysNothingWithoutMatches)
     EXPECT_FALSE(EstimatePose(set, set, away, sampling, sampling).ToString().empty());
 }
 
+TEST(SettlePose, LeadsBackFromWhereCurvedSurfaceHardlyTells)
+{
+    // Shallow swells: some degrees off all points still lie within a spacing of the other surface.
+    const auto shell = [](double x, double y) {
+        const double swells = 0.1 * std::sin(0.4 * x + 0.25 * y) + 0.07 * std::cos(0.45 * y - 0.2 * x);
+        return swells - 0.006 * x * x - 0.009 * y * y;
+    };
+    std::mt19937 rng(7);
+    const Sheet a(shell, 0.01, 0.0, rng);
+    const Sheet b(shell, 0.01, 0.2, rng);
+    const CPointSet fix(a.points.data(), a.normals.data(), a.points.size());
+    const CPointSet flt(b.points.data(), b.normals.data(), b.points.size());
+    const ScanSampling sampling{dSpacing, 0.01};
+    const CTrafo start(Vector3(0, 0, 1), 0.14F, Vector3(0.5F, -0.3F, 0.05F)); // 8 degrees: two spacings at the rim
+    const CTrafo settled = prereg::SettlePose(fix, flt, start, sampling, sampling);
+    ASSERT_TRUE(settled);
+    EXPECT_LT(static_cast<double>(settled.GetRotationDistance(CTrafo::Identity())), 0.0016); // an ICP: 0.0043
+    EXPECT_LT(static_cast<double>(settled.GetTranslation().Length()), 0.03);
+    const CTrafo away(Vector3(), Vector3(0, 0, 50));
+    EXPECT_FALSE(prereg::SettlePose(fix, flt, away, sampling, sampling));
+    EXPECT_FALSE(prereg::SettlePose(fix, flt, CTrafo::Invalid(), sampling, sampling));
+}
+
 } // namespace

@@ -8,6 +8,7 @@
 #include "zorvan/preregistration/surfelthinning.h"
 #include "zorvan/verdict/boxtwins.h"
 #include "zorvan/verdict/planeshare.h"
+#include "zorvan/verdict/posecovariance.h"
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <algorithm>
@@ -51,6 +52,13 @@ std::vector<CTrafo> posesOf(const std::vector<CJudgedSearch::Candidate>& candida
     poses.reserve(candidates.size());
     for (const auto& candidate : candidates) poses.push_back(candidate.refined.GetTrafo());
     return poses;
+}
+
+/// It stands, or what speaks against it is so little that a pixel may make the difference.
+bool mayStand(const PoseVerdict& verdict)
+{
+    return verdict.eFinding != EFinding::Invalid && verdict.eFinding != EFinding::TooLittle &&
+           verdict.counts.Contradiction() <= verdict::dMaxDoubt;
 }
 
 /// Runs `work(i)` for each index, spread over the tasks.
@@ -120,16 +128,18 @@ void CJudgedSearch::proposeTurns()
     weigh();
 }
 
-/// Twins that the matched surface tells from the best pose may still explain the scans as well; the others need not.
+/// Twins that the matched surface tells from the best pose have to share surface that explains the scans; the others
+/// need not. Either is the truth as well as the best pose, however much more matches there: that much surface looks
+/// alike from two sides.
 void CJudgedSearch::proposeTwins()
 {
     if (!m_verdict) return;
-    const std::size_t best = m_verdict.explanations.front();
+    const CTrafo pose = m_candidates[m_verdict.explanations.front()].refined.GetTrafo();
     std::vector<CTrafo> told;
     std::vector<Candidate> open;
     {
         const CStopwatch watch(m_times.judging);
-        for (const BoxTwin& twin : FindBoxTwins(m_judge, m_candidates[best].refined.GetTrafo())) {
+        for (const BoxTwin& twin : FindBoxTwins(m_judge, pose)) {
             ICPResult there;
             there.trafo = twin.pose;
             if (twin.isTold)
@@ -138,16 +148,30 @@ void CJudgedSearch::proposeTwins()
                 open.push_back({there, {EFinding::NotRuledOut, twin.counts}, EProposer::Twin});
         }
     }
-    refineAndAdd(hopeful(told), EProposer::Twin);
-    // One that shares no surface has nothing to be refined on.
-    const auto added = m_candidates.begin() + static_cast<std::ptrdiff_t>(m_numWeighed);
-    m_candidates.erase(std::remove_if(added, m_candidates.end(), [](const auto& c) { return !c.refined.GetTrafo(); }),
-                       m_candidates.end());
-    weigh();
+    addTold(told, pose);
     if (!m_verdict || open.empty()) return;
     m_candidates.insert(m_candidates.end(), open.begin(), open.end());
     m_numWeighed = m_candidates.size();
+    decide();
+}
+
+/// @param pose  whose twins they are
+void CJudgedSearch::addTold(const std::vector<CTrafo>& told, const CTrafo& pose)
+{
+    const std::size_t first = m_candidates.size();
+    refineAndAdd(hopeful(told), EProposer::Twin);
+    // One that shares no surface has nothing to be refined on.
+    const auto added = m_candidates.begin() + static_cast<std::ptrdiff_t>(first);
+    m_candidates.erase(std::remove_if(added, m_candidates.end(), [](const auto& c) { return !c.refined.GetTrafo(); }),
+                       m_candidates.end());
     weigh();
+    const double distinct = verdict::dDistinctPixels * m_judge.GetPixelSize();
+    for (std::size_t i = first; i < m_candidates.size(); ++i) {
+        Candidate& twin = m_candidates[i];
+        const bool isElsewhere = m_judge.Distance(twin.refined.GetTrafo(), pose) > distinct;
+        if (twin.verdict && isElsewhere) twin.verdict.eFinding = EFinding::NotRuledOut;
+    }
+    decide();
 }
 
 void CJudgedSearch::proposeByVote(const Zorvan::Hooks& hooks)
@@ -235,10 +259,48 @@ void CJudgedSearch::weigh()
         Candidate& candidate = m_candidates[first + i];
         if (candidate.refined || !m_requiresLimits) candidate.verdict = m_judge.Judge(candidate.refined.GetTrafo());
     });
+    settle(first);
     m_numWeighed = m_candidates.size();
+    decide();
+}
+
+void CJudgedSearch::decide()
+{
     std::vector<PoseVerdict> verdicts;
     for (const Candidate& candidate : m_candidates) verdicts.push_back(candidate.verdict);
     m_verdict = DecideOnPoses(m_judge, posesOf(m_candidates), std::move(verdicts));
+}
+
+/// Steps of the ICP that end early leave a pose on curved surface a pixel or more off. So what may stand is put where
+/// the scans agree best, and stands or falls there. Many proposals come to the same place: those that start near one
+/// that has been settled go where it went. Not on parts made of planes: they were refined on thinned directions, and
+/// the noise of large planes would move them along these.
+void CJudgedSearch::settle(std::size_t first)
+{
+    if (m_sparse) return;
+    std::vector<std::size_t> order;
+    for (std::size_t i = first; i < m_candidates.size(); ++i)
+        if (mayStand(m_candidates[i].verdict)) order.push_back(i);
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+        return m_candidates[a].verdict.counts.Score() > m_candidates[b].verdict.counts.Score();
+    });
+    const double near = verdict::dDistinctPixels * m_judge.GetPixelSize();
+    for (const std::size_t i : order) {
+        Candidate& candidate = m_candidates[i];
+        const CTrafo start = candidate.refined.GetTrafo();
+        const auto isNear = [&](const Settled& s) {
+            return m_judge.Distance(start, s.start) < near || m_judge.Distance(start, s.end) < near;
+        };
+        auto known = std::find_if(m_settled.begin(), m_settled.end(), isNear);
+        if (known == m_settled.end()) {
+            const CTrafo end =
+                SettlePose(*m_fix.set, *m_flt.set, start, m_fix.view->GetSampling(), m_flt.view->GetSampling());
+            if (!end) continue;
+            known = m_settled.insert(m_settled.end(), {start, end, m_judge.Judge(end)});
+        }
+        candidate.refined.trafo = known->end;
+        candidate.verdict = known->verdict;
+    }
 }
 
 /// The features of planes agree anywhere: thousands of polygons, of which the vote needs none.

@@ -99,7 +99,10 @@ private:
     void refineAndAdd(std::span<const CTrafo> poses, EProposer eProposer);
     void thinPlanes();
     [[nodiscard]] ICPResult refined(const CTrafo& start) const;
+    void addTold(const std::vector<CTrafo>& told, const CTrafo& pose);
     void weigh();
+    void decide();
+    void settle(std::size_t first);
     [[nodiscard]] bool isPlanePart() const;
     [[nodiscard]] bool isSettled() const;
     [[nodiscard]] std::vector<CTrafo> hopeful(const std::vector<CTrafo>& poses) const;
@@ -115,6 +118,14 @@ private:
     bool m_hasVote = true;
     bool m_hasTwins = false;
     std::vector<Candidate> m_candidates;
+    /// Where a pose went that was put where the scans agree best, and what the judge says there.
+    struct Settled
+    {
+        CTrafo start;
+        CTrafo end;
+        PoseVerdict verdict;
+    };
+    std::vector<Settled> m_settled;
     std::size_t m_numWeighed = 0; ///< candidates that have their verdict
     PairVerdict m_verdict;
     CFPFHPreRegistration::Statistics m_statistics;

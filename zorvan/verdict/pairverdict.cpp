@@ -152,8 +152,9 @@ std::string PairVerdict::reasonOfRivals() const
     const bool areTwins = std::all_of(explanations.begin() + 1, explanations.end(),
                                       [&](std::size_t i) { return poses[i].eFinding == EFinding::NotRuledOut; });
     if (!areTwins) return count + " equally well; a further scan would have to show surface where they differ";
-    return count + ": nearly all that matches could be the faces of a box, and nothing contradicts that the scans show "
-                   "different sides of it; a further scan would have to show both";
+    return count +
+           ": what matches may look alike on several sides, as the faces of a box do, and nothing contradicts that "
+           "the scans show different ones; a further scan would have to show both";
 }
 
 PairVerdict JudgePoses(const CPoseJudge& judge, std::span<const CTrafo> poses, unsigned uiNumTasks)

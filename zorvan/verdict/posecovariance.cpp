@@ -51,11 +51,13 @@ Limits limitsOf(const ScanSampling& fix, const ScanSampling& flt)
 
 Eigen::Vector3d toEigen(const Vector3& v) { return {v.x, v.y, v.z}; }
 
-std::vector<Match> findMatches(const IPointSet& fix, const IPointSet& flt, const CTrafo& pose, const Limits& limits)
+/// Of each `stride`-th point.
+std::vector<Match> findMatches(const IPointSet& fix, const IPointSet& flt, const CTrafo& pose, const Limits& limits,
+                               std::size_t stride)
 {
     std::vector<Match> matches;
-    matches.reserve(flt.Size());
-    for (std::size_t i = 0; i < flt.Size(); ++i) {
+    matches.reserve(flt.Size() / stride + 1);
+    for (std::size_t i = 0; i < flt.Size(); i += stride) {
         const Vector3 moved = pose * flt.GetPoint(i);
         Zorvan::NearestQuery query{moved, -1, limits.reachSq};
         fix.GetKdTree().FindNearest(query);
@@ -178,11 +180,11 @@ struct Polished
 /// Least-squares steps until they no longer count. What a rough pose leaves far off has to pull until the pose rests:
 /// on a part most points lie on a few planes, fit within noise at once, and a limit drawn from these would leave out
 /// the faces that hold the part against sliding.
-Polished polish(const IPointSet& fix, const IPointSet& flt, CTrafo pose, Limits limits)
+Polished polish(const IPointSet& fix, const IPointSet& flt, CTrafo pose, Limits limits, std::size_t stride = 1)
 {
     bool isLimitDrawn = false;
     for (int i = 0;; ++i) {
-        std::vector<Match> matches = findMatches(fix, flt, pose, limits);
+        std::vector<Match> matches = findMatches(fix, flt, pose, limits, stride);
         if (matches.size() < verdict::uiMinMatched) return {};
         const Frame frame(matches);
         const Equations equations(matches, frame);
@@ -339,6 +341,14 @@ PoseEstimate EstimatePose(const IPointSet& fix, const IPointSet& flt, const CTra
     if (!start || !(limits.spacing > 0.0)) return {};
     const Polished polished = polish(fix, flt, start, limits);
     return polished.pose ? estimateAt(polished, limits) : PoseEstimate{};
+}
+
+CTrafo SettlePose(const IPointSet& fix, const IPointSet& flt, const CTrafo& start, const ScanSampling& fixSampling,
+                  const ScanSampling& fltSampling)
+{
+    const Limits limits = limitsOf(fixSampling, fltSampling);
+    if (!start || !(limits.spacing > 0.0)) return CTrafo::Invalid();
+    return polish(fix, flt, start, limits, std::max<std::size_t>(1, flt.Size() / verdict::uiSettlePoints)).pose;
 }
 
 } // namespace prereg

@@ -63,4 +63,11 @@ struct PoseEstimate
 [[nodiscard]] ZORVAN_API PoseEstimate EstimatePose(const IPointSet& fix, const IPointSet& flt, const CTrafo& start,
                                                    const ScanSampling& fixSampling, const ScanSampling& fltSampling);
 
+/// Only moves it, on some thousand points: in milliseconds. An ICP whose steps end early leaves two curved surfaces a
+/// pixel or more off, since they hardly tell how far they may still turn; there a wrong pose is not contradicted yet,
+/// and a right one is taken for one that slides.
+/// @return  the pose where the matches agree best; invalid where too few match
+[[nodiscard]] ZORVAN_API CTrafo SettlePose(const IPointSet& fix, const IPointSet& flt, const CTrafo& start,
+                                           const ScanSampling& fixSampling, const ScanSampling& fltSampling);
+
 } // namespace prereg

@@ -177,6 +177,7 @@ constexpr double dPoseLeastCosine = 0.9986; ///< 3 degrees, which a curved surfa
 constexpr double dPosePatch = 6.0;           ///< spacings
 constexpr std::size_t uiPoseMinPatches = 12; ///< twice the parameters
 constexpr int iPoseMaxSteps = 30;
+constexpr std::size_t uiSettlePoints = 5000; ///< of one scan: they know the pose to a few hundredths of a pixel
 constexpr double dPoseRest = 0.01;         ///< spacings: after a step below, residuals are noise and no longer the pose
 constexpr double dPoseLastStep = 1e-4;     ///< spacings
 constexpr double dPoseLeastHold = 1e-5;    ///< of the best held direction: less is noise, and keeps a deviation finite

@@ -5,10 +5,13 @@
 #include "zorvan/scans/exactpose.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/textnumber.h"
+#include "zorvan/verdict/planeshare.h"
+#include "zorvan/verdict/verdictlimits.h"
 #include "zorvan/workflow/autosettings.h"
 #include "zorvan/workflow/readypair.h"
 #include "zorvan/workflow/settingsfile.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <utility>
@@ -64,6 +67,14 @@ void estimateBest(AlignResult& result, const CReadyPair& pair)
     if (!(std::hypot(turn, shift) < dMostEstimateStep * pair.GetSettings().dGrid)) return;
     pose = estimate.pose;
     result.estimate = std::move(estimate);
+}
+
+/// As a search does it before it weighs a pose.
+void settle(ICPResult& refined, const CReadyPair& pair, const CScanView& fix, const CScanView& flt)
+{
+    const CTrafo settled =
+        SettlePose(pair.GetFixSet(), pair.GetFltSet(), refined.GetTrafo(), fix.GetSampling(), flt.GetSampling());
+    if (settled) refined.trafo = settled;
 }
 
 std::vector<CTrafo> posesOf(const std::vector<PairCandidate>& candidates)
@@ -131,9 +142,12 @@ AlignResult WeighPoses(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& 
     const CScanView fixView(pair.GetFixSet(), pair.GetFixSensor());
     const CScanView fltView(pair.GetFltSet(), pair.GetFltSensor());
     const CPoseJudge judge(fixView, fltView);
+    const bool isPlanePart = std::max(PlaneShare(pair.GetFixSet().GetNormals()),
+                                      PlaneShare(pair.GetFltSet().GetNormals())) > verdict::dMaxPlaneShare;
     std::vector<PoseVerdict> verdicts;
     for (const CTrafo& pose : poses) {
-        const ICPResult refined = RefinePose(pair.GetFixSet(), pair.GetFltSet(), result.config.icpConfig, pose);
+        ICPResult refined = RefinePose(pair.GetFixSet(), pair.GetFltSet(), result.config.icpConfig, pose);
+        if (!isPlanePart) settle(refined, pair, fixView, fltView);
         const bool isAllowed = refined || !options.settings;
         verdicts.push_back(isAllowed ? judge.Judge(refined.GetTrafo()) : PoseVerdict());
         result.candidates.push_back({refined, verdicts.back(), CJudgedSearch::EProposer::Start});
