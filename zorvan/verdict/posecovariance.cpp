@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/verdict/posecovariance.h"
 
+#include "zorvan/verdict/cnearesttracker.h"
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <Eigen/Dense>
@@ -51,21 +52,23 @@ Limits limitsOf(const ScanSampling& fix, const ScanSampling& flt)
 
 Eigen::Vector3d toEigen(const Vector3& v) { return {v.x, v.y, v.z}; }
 
-std::vector<Match> findMatches(const IPointSet& fix, const IPointSet& flt, const CTrafo& pose, const Limits& limits)
+std::vector<Match> findMatches(const IPointSet& fix, const IPointSet& flt, const CTrafo& pose, const Limits& limits,
+                               CNearestTracker& tracker)
 {
     std::vector<Match> matches;
     matches.reserve(flt.Size());
-    for (std::size_t i = 0; i < flt.Size(); ++i) {
-        const Vector3 moved = pose * flt.GetPoint(i);
-        Zorvan::NearestQuery query{moved, -1, limits.reachSq};
-        fix.GetKdTree().FindNearest(query);
-        if (query.index < 0) continue;
-        const auto j = static_cast<std::size_t>(query.index);
-        const Eigen::Vector3d fixNormal = toEigen(fix.GetNormal(j));
-        const Eigen::Vector3d fltNormal = toEigen(pose.Rotate(flt.GetNormal(i)));
+    const Vectors& fltPoints = flt.GetPoints();
+    const Vectors& fltNormals = flt.GetNormals();
+    for (std::size_t i = 0; i < fltPoints.size(); ++i) {
+        const Vector3 moved = pose * fltPoints[i];
+        const int nearest = tracker.Nearest(i, moved);
+        if (nearest < 0) continue;
+        const auto j = static_cast<std::size_t>(nearest);
+        const Eigen::Vector3d fixNormal = toEigen(fix.GetNormals()[j]);
+        const Eigen::Vector3d fltNormal = toEigen(pose.Rotate(fltNormals[i]));
         if (!(fixNormal.dot(fltNormal) > limits.cosine)) continue;
         Match match{toEigen(moved), fixNormal, fltNormal, (fixNormal + fltNormal).normalized(), 0.0};
-        match.residual = match.normal.dot(match.moved - toEigen(fix.GetPoint(j)));
+        match.residual = match.normal.dot(match.moved - toEigen(fix.GetPoints()[j]));
         if (std::abs(match.residual) <= limits.residual) matches.push_back(match);
     }
     return matches;
@@ -180,9 +183,12 @@ struct Polished
 /// the faces that hold the part against sliding.
 Polished polish(const IPointSet& fix, const IPointSet& flt, CTrafo pose, Limits limits)
 {
+    constexpr double dPlay = 0.2; // spacings
+    CNearestTracker tracker(fix.GetPoints(), fix.GetKdTree(), flt.Size(), limits.reachSq,
+                            static_cast<float>(dPlay * limits.spacing));
     bool isLimitDrawn = false;
     for (int i = 0;; ++i) {
-        std::vector<Match> matches = findMatches(fix, flt, pose, limits);
+        std::vector<Match> matches = findMatches(fix, flt, pose, limits, tracker);
         if (matches.size() < verdict::uiMinMatched) return {};
         const Frame frame(matches);
         const Equations equations(matches, frame);

@@ -53,10 +53,9 @@ void markOverruled(AlignResult& result)
 void estimateBest(AlignResult& result, const CReadyPair& pair)
 {
     if (result.verdict.explanations.empty()) return;
-    const auto samplingOf = [](const CPointSet& set) { return MeasureSampling(set.GetPoints(), set.GetKdTree()); };
     CTrafo& pose = result.candidates.front().refined.trafo;
-    PoseEstimate estimate = EstimatePose(pair.GetFixSet(), pair.GetFltSet(), pose, samplingOf(pair.GetFixSet()),
-                                         samplingOf(pair.GetFltSet()));
+    PoseEstimate estimate = EstimatePose(pair.GetFixSet(), pair.GetFltSet(), pose, pair.GetFixView()->GetSampling(),
+                                         pair.GetFltView()->GetSampling());
     if (!estimate) return;
     const CTrafo step = estimate.pose * pose.GetInverse(true);
     const double turn = static_cast<double>(step.GetRotationDistance(CTrafo::Identity())) * estimate.dRadius;
@@ -111,7 +110,7 @@ AlignResult Align(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& flt, 
     AlignResult result = prepared(pair, options, false);
     PairSearchResult found = SearchPair(pair.GetFix(), pair.GetFlt(), result.config,
                                         {options.dMmPerUnit, options.uiNumTasks, options.gpu,
-                                         static_cast<bool>(options.settings), pair.GetFixSensor(), pair.GetFltSensor()},
+                                         static_cast<bool>(options.settings), pair.GetFixView(), pair.GetFltView()},
                                         hooks);
     result.candidates = std::move(found.candidates);
     result.verdict = std::move(found.verdict);
@@ -128,9 +127,7 @@ AlignResult WeighPoses(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& 
 {
     const CReadyPair pair(fix, flt, options);
     AlignResult result = prepared(pair, options, true);
-    const CScanView fixView(pair.GetFixSet(), pair.GetFixSensor());
-    const CScanView fltView(pair.GetFltSet(), pair.GetFltSensor());
-    const CPoseJudge judge(fixView, fltView);
+    const CPoseJudge judge(*pair.GetFixView(), *pair.GetFltView());
     std::vector<PoseVerdict> verdicts;
     for (const CTrafo& pose : poses) {
         const ICPResult refined = RefinePose(pair.GetFixSet(), pair.GetFltSet(), result.config.icpConfig, pose);
