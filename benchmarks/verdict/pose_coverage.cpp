@@ -1,17 +1,21 @@
 // SPDX-License-Identifier: MIT
 // How often the error of a pose lies within one and two of the standard deviations that EstimatePose gives it.
 //
-//     pose_coverage [REPETITIONS] [PAIR]
+//     pose_coverage [REPETITIONS] [PAIR or all] [NOISE]      noise: times the default, 0.3, 1 and 3 without
+//
+// Repetitions run on all processors, and each has a seed of its own: the counts do not depend on how the work is split.
 //
 // Six pairs of views of virtual objects, each seen again and again with other noise along the rays and one of four
 // rasters, normals fitted anew each time. Errors are counted along the six principal directions of each covariance: of
 // a normal error 68.3 % lie within one deviation and 95.4 % within two. Beside them the error that the same pose has
-// under the covariance that takes all pairs for independent.
+// under the covariance that takes all pairs for independent; and what the errors are made of, in deviations: what is
+// the same in all repetitions, and what differs. One deviation of both together is what the covariance says.
 
 #include "tools/virtualscanner/overlaptable.h"
 #include "tools/virtualscanner/randomness.h"
 #include "tools/virtualscanner/virtualobjects.h"
 #include "tools/virtualscanner/virtualscanner.h"
+#include "zorvan/platform/ctaskcollection.h"
 #include "zorvan/scans/normals.h"
 #include "zorvan/verdict/posecovariance.h"
 #include "zorvan/verdict/scansampling.h"
@@ -19,7 +23,6 @@
 #include <Eigen/Dense>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -33,6 +36,7 @@ namespace {
 
 constexpr double dDefaultNoise = 0.02; // mm
 constexpr double dSpacing = 0.4;
+constexpr unsigned uiSeed = 47110815;
 
 constexpr unsigned uiViews = 6;
 constexpr int iPhases = 2; // the raster of a repetition is one of 2 x 2 that lie inside the rendered one
@@ -130,87 +134,114 @@ NoisyScan withNoise(const View& view, double noise, std::mt19937& rng)
     return {kept, normals};
 }
 
-/// Errors over standard deviations, along the principal directions.
-using Ratios = std::array<double, 6>;
+using Vector6 = Eigen::Matrix<double, 6, 1>;
+using Matrix6 = Eigen::Matrix<double, 6, 6>;
 
-Ratios ratiosOf(const prereg::PoseEstimate& estimate, const prereg::CTrafo& truth)
+/// An error with the covariance given for it; turns by what they move at the radius.
+struct Outcome
+{
+    Vector6 error;
+    Matrix6 covariance;
+    double pairs = 0.0;
+    double effective = 0.0;
+};
+
+Outcome outcomeOf(const prereg::PoseEstimate& estimate, const prereg::CTrafo& truth)
 {
     const prereg::CTrafo off = estimate.pose * truth.GetInverse(true);
     const prereg::Quaternion q = off.GetQuaternion();
     const Eigen::Vector3d turn = 2.0 * Eigen::Vector3d(q.x, q.y, q.z) * (q.w < 0 ? -1.0 : 1.0);
     const kdtree::Vector<3> shift = off * estimate.centre - estimate.centre;
-    Eigen::Matrix<double, 6, 1> error;
-    error << turn * estimate.dRadius, shift.x, shift.y, shift.z;
-    Eigen::Matrix<double, 6, 6> covariance;
+    Outcome outcome;
+    outcome.error << turn * estimate.dRadius, shift.x, shift.y, shift.z;
     for (int i = 0; i < 6; ++i)
         for (int j = 0; j < 6; ++j)
-            covariance(i, j) =
+            outcome.covariance(i, j) =
                 estimate.covariance[i][j] * (i < 3 ? estimate.dRadius : 1.0) * (j < 3 ? estimate.dRadius : 1.0);
-    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix<double, 6, 6>> solver(covariance);
-    Ratios ratios{};
-    for (int k = 0; k < 6; ++k)
-        ratios[k] = std::abs(solver.eigenvectors().col(k).dot(error)) / std::sqrt(solver.eigenvalues()(k));
-    return ratios;
+    outcome.pairs = static_cast<double>(estimate.uiPairs);
+    outcome.effective = estimate.dEffectivePairs;
+    return outcome;
 }
 
-struct Tally
+/// Errors over standard deviations, along the principal directions.
+Vector6 ratiosOf(const Outcome& outcome)
 {
-    std::size_t errors = 0;
-    std::size_t within1 = 0;
-    std::size_t within2 = 0;
-    std::size_t within1Apart = 0; ///< pairs taken for independent
-    std::size_t within2Apart = 0;
-    std::size_t failed = 0;
-    double pairs = 0.0;
-    double effective = 0.0;
+    const Eigen::SelfAdjointEigenSolver<Matrix6> solver(outcome.covariance);
+    const Vector6 along = solver.eigenvectors().transpose() * outcome.error;
+    return along.cwiseAbs().cwiseQuotient(solver.eigenvalues().cwiseSqrt());
+}
 
-    void Add(const prereg::PoseEstimate& estimate, const prereg::CTrafo& truth)
-    {
-        if (!estimate) {
-            ++failed;
-            return;
-        }
-        const double shrink = std::sqrt(estimate.dEffectivePairs / static_cast<double>(estimate.uiPairs));
-        for (const double ratio : ratiosOf(estimate, truth)) {
-            ++errors;
-            within1 += ratio < 1.0;
-            within2 += ratio < 2.0;
-            within1Apart += ratio < shrink;
-            within2Apart += ratio < 2.0 * shrink;
-        }
-        pairs += static_cast<double>(estimate.uiPairs);
-        effective += estimate.dEffectivePairs;
-    }
+/// Root mean square over the six directions, in the deviations of the mean covariance.
+struct Parts
+{
+    double same = 0.0;    ///< of the mean error
+    double differs = 0.0; ///< of the errors about their mean
 
-    void Print(const std::string& name, double noise) const
+    explicit Parts(const std::vector<Outcome>& outcomes)
     {
-        const auto percent = [&](std::size_t n) {
-            return 100.0 * static_cast<double>(n) / static_cast<double>(errors);
-        };
-        const double runs = static_cast<double>(errors) / 6.0;
-        std::printf("| %s | %.3f | %.0f | %zu | %.1f | %.1f | %.1f | %.1f | %.0f | %.0f |\n", name.c_str(), noise, runs,
-                    failed, percent(within1), percent(within2), percent(within1Apart), percent(within2Apart),
-                    pairs / runs, effective / runs);
-        std::fflush(stdout);
+        const auto count = static_cast<double>(outcomes.size());
+        Vector6 mean = Vector6::Zero();
+        Matrix6 covariance = Matrix6::Zero();
+        for (const Outcome& outcome : outcomes) {
+            mean += outcome.error / count;
+            covariance += outcome.covariance / count;
+        }
+        Matrix6 spread = Matrix6::Zero();
+        for (const Outcome& outcome : outcomes)
+            spread += (outcome.error - mean) * (outcome.error - mean).transpose() / std::max(1.0, count - 1.0);
+        const Eigen::LDLT<Matrix6> solver(covariance);
+        same = std::sqrt(mean.dot(solver.solve(mean)) / 6.0);
+        differs = std::sqrt(solver.solve(spread).trace() / 6.0);
     }
 };
 
-void measure(const Scene& scene, int repetitions)
+void print(const std::string& name, double noise, const std::vector<Outcome>& outcomes, std::size_t failed)
+{
+    std::size_t within[4] = {}; // 1, 2, and the same of pairs taken for independent
+    double pairs = 0.0;
+    double effective = 0.0;
+    for (const Outcome& outcome : outcomes) {
+        const double shrink = std::sqrt(outcome.effective / outcome.pairs);
+        const Vector6 ratios = ratiosOf(outcome);
+        const double limits[4] = {1.0, 2.0, shrink, 2.0 * shrink};
+        for (int k = 0; k < 4; ++k) within[k] += static_cast<std::size_t>((ratios.array() < limits[k]).count());
+        pairs += outcome.pairs;
+        effective += outcome.effective;
+    }
+    const auto runs = static_cast<double>(outcomes.size());
+    const auto percent = [&](std::size_t n) { return 100.0 * static_cast<double>(n) / (6.0 * runs); };
+    const Parts parts(outcomes);
+    std::printf("| %s | %.3f | %.0f | %zu | %.1f | %.1f | %.1f | %.1f | %.2f | %.2f | %.0f | %.0f |\n", name.c_str(),
+                noise, runs, failed, percent(within[0]), percent(within[1]), percent(within[2]), percent(within[3]),
+                parts.same, parts.differs, pairs / runs, effective / runs);
+    std::fflush(stdout);
+}
+
+void measure(const Scene& scene, int repetitions, const std::vector<double>& factors)
 {
     const auto [first, second] = halfOverlapping(scene);
     const View fix = viewOf(scene, first);
     const View flt = viewOf(scene, second);
     const prereg::CTrafo truth = fix.pose.GetInverse(true) * flt.pose;
-    for (const double factor : {0.3, 1.0, 3.0}) {
-        std::mt19937 rng(47110815);
-        Tally tally;
-        for (int i = 0; i < repetitions; ++i) {
-            const NoisyScan a = withNoise(fix, factor * dDefaultNoise, rng);
-            const NoisyScan b = withNoise(flt, factor * dDefaultNoise, rng);
-            const prereg::CTrafo start(tools::RandomDirection(rng), 0.005F, tools::RandomDirection(rng) * 0.1F);
-            tally.Add(prereg::EstimatePose(a.set, b.set, start * truth, a.sampling, b.sampling), truth);
+    for (const double factor : factors) {
+        std::vector<std::optional<Outcome>> results(static_cast<std::size_t>(repetitions));
+        Zorvan::CTaskCollection tasks;
+        for (std::size_t i = 0; i < results.size(); ++i) {
+            tasks.Schedule([&, i] {
+                std::seed_seq seed{uiSeed, static_cast<unsigned>(i)};
+                std::mt19937 rng(seed);
+                const NoisyScan a = withNoise(fix, factor * dDefaultNoise, rng);
+                const NoisyScan b = withNoise(flt, factor * dDefaultNoise, rng);
+                const prereg::CTrafo start(tools::RandomDirection(rng), 0.005F, tools::RandomDirection(rng) * 0.1F);
+                const auto estimate = prereg::EstimatePose(a.set, b.set, start * truth, a.sampling, b.sampling);
+                if (estimate) results[i] = outcomeOf(estimate, truth);
+            });
         }
-        tally.Print(scene.object, factor * dDefaultNoise);
+        tasks.RunAndWait();
+        std::vector<Outcome> outcomes;
+        for (const auto& result : results)
+            if (result) outcomes.push_back(*result);
+        if (!outcomes.empty()) print(scene.object, factor * dDefaultNoise, outcomes, results.size() - outcomes.size());
     }
 }
 
@@ -219,10 +250,12 @@ void measure(const Scene& scene, int repetitions)
 int main(int argc, char** argv)
 {
     const int repetitions = argc > 1 ? std::atoi(argv[1]) : 500;
+    const std::string pair = argc > 2 ? argv[2] : "all";
+    const std::vector<double> factors = argc > 3 ? std::vector<double>{std::atof(argv[3])} : std::vector{0.3, 1.0, 3.0};
     std::puts("| pair | noise mm | runs | failed | within 1 % | within 2 % | 1, independent % | 2, independent % | "
-              "pairs | effective |");
-    std::puts("|---|---|---|---|---|---|---|---|---|---|");
+              "same | differs | pairs | effective |");
+    std::puts("|---|---|---|---|---|---|---|---|---|---|---|---|");
     for (const Scene& scene : scenes)
-        if (argc <= 2 || scene.object == argv[2]) measure(scene, repetitions);
+        if (pair == "all" || scene.object == pair) measure(scene, repetitions, factors);
     return 0;
 }

@@ -16,6 +16,7 @@
 #include <map>
 #include <numbers>
 #include <numeric>
+#include <random>
 
 namespace {
 
@@ -220,6 +221,45 @@ TEST(MatchingDirections, FindTheFacesOfAPartAndTheRotationBetweenTwoViews)
 prereg::CRangeImage imageOf(const support::Surface& scan, double spacing)
 {
     return {scan.points, scan.normals, {0, 0, 1}, spacing};
+}
+
+// Around each direction that is left all others are counted anew, until hardly any lie together.
+std::vector<float> bundleWeights(prereg::Vectors left)
+{
+    const auto all = static_cast<float>(left.size());
+    std::vector<float> weights;
+    while (weights.size() < 10) {
+        prereg::Vectors best;
+        for (const Vector3& centre : left) {
+            prereg::Vectors close;
+            for (const Vector3& other : left)
+                if (Dot(centre, other) >= 0.9945F) close.push_back(other);
+            if (close.size() > best.size()) best = close;
+        }
+        if (best.size() < 8) break;
+        weights.push_back(static_cast<float>(best.size()) / all);
+        const Vector3 sum = std::accumulate(best.begin(), best.end(), Vector3());
+        std::erase_if(left, [&](const Vector3& v) { return Dot(v, sum) > 0.978F * sum.Length(); });
+    }
+    return weights;
+}
+
+TEST(FindEdgeNormals, FindsTheBundlesThatCountingAllPairsAnewFinds)
+{
+    std::mt19937 rng(47110815);
+    std::normal_distribution<float> spread(0.0F, 0.08F);
+    std::vector<prereg::SurfaceEdge> edges;
+    prereg::Vectors directions;
+    for (int i = 0; i < 600; ++i) {
+        const Vector3 axis(i % 7 < 3 ? 1.0F : 0.0F, i % 7 < 5 ? 1.0F : 0.0F, i % 5 == 0 ? 0.9F : 0.1F);
+        const Vector3 v = axis + Vector3(spread(rng), spread(rng), spread(rng));
+        directions.push_back((1.0F / v.Length()) * v);
+        edges.push_back({{}, {}, directions.back()});
+    }
+    std::vector<float> weights;
+    for (const MarkedDirection& found : prereg::FindEdgeNormals(edges, 10)) weights.push_back(found.weight);
+    EXPECT_EQ(weights, bundleWeights(directions));
+    EXPECT_GE(weights.size(), 4U);
 }
 
 TEST(FindSurfaceEdges, FindsWhereFacesEndAndNotWhereTheyAreHidden)

@@ -206,6 +206,20 @@ TEST(CPoseJudge, CountsWhatLookingAtEverySurfelCounts)
     }
 }
 
+TEST(CPoseJudge, CountsNoFurtherThanItTakesToSeeThatTooMuchContradicts)
+{
+    const Pair pair(support::Cluster());
+    for (const float degrees : {0.0F, 3.0F, 20.0F, 120.0F}) {
+        const CTrafo pose = turn({1, 1, 0}, degrees) * pair.truth;
+        const PoseCounts counts = pair.judge.Count(pose);
+        EXPECT_EQ(counts.uiSamples, pair.judge.GetNumSamples());
+        EXPECT_EQ(pair.judge.CountWithin(pose, counts.Contradictions()), counts) << degrees;
+        if (degrees == 0.0F) continue;
+        ASSERT_GT(counts.Contradictions(), 0U);
+        EXPECT_EQ(pair.judge.CountWithin(pose, counts.Contradictions() - 1), std::nullopt) << degrees;
+    }
+}
+
 TEST(CPoseJudge, TellsASurfaceThatSlidesFromOneThatHolds)
 {
     const Pair pair(support::Cluster());

@@ -2,10 +2,12 @@
 #include "zorvan/verdict/crangeimage.h"
 
 #include "tests/verdict/rasterscans.h"
+#include "zorvan/verdict/verdictlimits.h"
 
 #include <gtest/gtest.h>
 
 #include <numbers>
+#include <random>
 
 namespace {
 
@@ -117,6 +119,46 @@ TEST(CRangeImage, TakesAHoleForAGapOnlyWhereCurvedSurfaceClosesIt)
     EXPECT_FALSE(isGap(ring));
     const CRangeImage image = imageOf(support::RasterScan(support::Waves, 20.0F, 0.25F), 0.25F);
     forEachPixel(image, [&](Pixel at) { EXPECT_FALSE(image.IsInGap(at)); }); // the outside is none
+}
+
+/// Looks from a pixel in eight directions.
+bool isInGapByLooking(const CRangeImage& image, Pixel at)
+{
+    Vector3 sum;
+    int count = 0;
+    int steep = 0;
+    for (const Pixel step : {Pixel{-1, 0}, {-1, -1}, {0, -1}, {1, -1}, {1, 0}, {1, 1}, {0, 1}, {-1, 1}}) {
+        Pixel seen = at;
+        while (image.Contains(seen) && !image.IsFilled(seen)) seen = {seen.x + step.x, seen.y + step.y};
+        if (!image.Contains(seen)) continue;
+        const Vector3 normal = image.GetSurfel(seen).normal;
+        sum = sum + normal;
+        ++count;
+        steep += normal.z < static_cast<float>(verdict::dGapCosine);
+    }
+    return !image.IsFilled(at) && count >= verdict::iGapDirections && steep <= verdict::iGapSteep &&
+           sum.Length() < static_cast<float>(verdict::dGapFlatness) * static_cast<float>(count);
+}
+
+TEST(CRangeImage, FindsTheGapsThatLookingInEightDirectionsFinds)
+{
+    std::mt19937 rng(47110815);
+    std::uniform_real_distribution<float> place(-14.0F, 14.0F);
+    std::vector<Vector3> holes;
+    for (int i = 0; i < 12; ++i) holes.emplace_back(place(rng), place(rng), 0.3F * static_cast<float>(i + 1));
+    const auto torn = [&](float x, float y) {
+        const auto isIn = [&](const Vector3& hole) { return std::hypot(x - hole.x, y - hole.y) < hole.z; };
+        return std::any_of(holes.begin(), holes.end(), isIn) ? NAN : 2.0F * support::Waves(x, y);
+    };
+    const CRangeImage image = imageOf(support::RasterScan(torn, 20.0F, 0.25F), 0.25F);
+    std::size_t gaps = 0;
+    std::size_t others = 0;
+    forEachPixel(image, [&](Pixel at) {
+        EXPECT_EQ(image.IsInGap(at), isInGapByLooking(image, at)) << at.x << " " << at.y;
+        if (!image.IsFilled(at)) ++(image.IsInGap(at) ? gaps : others);
+    });
+    EXPECT_GT(gaps, 100U);
+    EXPECT_GT(others, 100U);
 }
 
 TEST(CRangeImage, DoesNotMissWhatLiesBeyondTheFieldOfView)

@@ -152,6 +152,71 @@ float supportOf(const CTrafo& rotation, std::span<const MarkedDirection> fix, st
     return support;
 }
 
+/// Directions that lie close to one another. Who lies close to whom is counted once; what is cleared is taken off the
+/// counts of the others.
+class CBundles
+{
+public:
+    struct Bundle
+    {
+        Vector<3> sum;
+        std::size_t count = 0;
+    };
+
+    explicit CBundles(std::span<const SurfaceEdge> edges)
+    {
+        for (const SurfaceEdge& edge : edges) m_left.push_back({edge.outward, 0});
+        for (std::size_t i = 0; i < m_left.size(); ++i) {
+            std::uint32_t later = 0;
+            for (std::size_t k = i + 1; k < m_left.size(); ++k) {
+                const auto isClose = static_cast<std::uint32_t>(areClose(m_left[i].direction, m_left[k].direction));
+                m_left[k].count += isClose;
+                later += isClose;
+            }
+            m_left[i].count += later + 1;
+        }
+    }
+
+    /// About the direction with most others close to it, the first one among equals.
+    [[nodiscard]] Bundle Largest() const
+    {
+        const auto centre = std::max_element(m_left.begin(), m_left.end(),
+                                             [](const Counted& a, const Counted& b) { return a.count < b.count; });
+        Bundle bundle;
+        if (centre == m_left.end()) return bundle;
+        bundle.count = centre->count;
+        for (const Counted& other : m_left)
+            if (areClose(centre->direction, other.direction)) bundle.sum = bundle.sum + other.direction;
+        return bundle;
+    }
+
+    void Clear(const Vector<3>& direction)
+    {
+        constexpr float cosCleared = 0.978F; // 12 degrees
+        const auto isLeft = [&](const Counted& v) { return kdtree::Dot(v.direction, direction) <= cosCleared; };
+        const auto cleared = std::stable_partition(m_left.begin(), m_left.end(), isLeft);
+        for (auto left = m_left.begin(); left != cleared; ++left)
+            for (auto gone = cleared; gone != m_left.end(); ++gone)
+                left->count -= static_cast<std::uint32_t>(areClose(left->direction, gone->direction));
+        m_left.erase(cleared, m_left.end());
+    }
+
+private:
+    struct Counted
+    {
+        Vector<3> direction;
+        std::uint32_t count; ///< of what is left and close, with itself
+    };
+
+    static bool areClose(const Vector<3>& a, const Vector<3>& b)
+    {
+        constexpr float cosBundle = 0.9945F; // 6 degrees: what a raster does to the direction of a straight edge
+        return kdtree::Dot(a, b) >= cosBundle;
+    }
+
+    std::vector<Counted> m_left;
+};
+
 /// Cosine of half the angle between two rotations, by the trace of their quotient.
 bool areNear(const CTrafo& a, const CTrafo& b)
 {
@@ -193,31 +258,14 @@ std::vector<MarkedDirection> FindPlaneNormals(const Surfels& surfels, float cell
 
 std::vector<MarkedDirection> FindEdgeNormals(std::span<const SurfaceEdge> edges, std::size_t most)
 {
-    constexpr float cosBundle = 0.9945F; // 6 degrees: what a raster does to the direction of a straight edge
     constexpr std::size_t smallestBundle = 8;
-    std::vector<Vector<3>> left;
-    for (const SurfaceEdge& edge : edges) left.push_back(edge.outward);
+    CBundles bundles(edges);
     std::vector<MarkedDirection> directions;
-    while (directions.size() < most && left.size() >= smallestBundle) {
-        std::size_t best = 0;
-        Vector<3> bestSum;
-        for (const Vector<3>& centre : left) {
-            std::size_t count = 0;
-            Vector<3> sum;
-            for (const Vector<3>& other : left) {
-                if (kdtree::Dot(centre, other) < cosBundle) continue;
-                ++count;
-                sum = sum + other;
-            }
-            if (count <= best) continue;
-            best = count;
-            bestSum = sum;
-        }
-        if (best < smallestBundle) break;
-        const Vector<3> direction = unit(bestSum);
-        directions.push_back({direction, static_cast<float>(best) / static_cast<float>(edges.size())});
-        constexpr float cosCleared = 0.978F; // 12 degrees
-        std::erase_if(left, [&](const Vector<3>& v) { return kdtree::Dot(v, direction) > cosCleared; });
+    while (directions.size() < most) {
+        const auto [sum, count] = bundles.Largest();
+        if (count < smallestBundle) break;
+        directions.push_back({unit(sum), static_cast<float>(count) / static_cast<float>(edges.size())});
+        bundles.Clear(directions.back().direction);
     }
     return directions;
 }

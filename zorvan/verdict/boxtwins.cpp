@@ -200,21 +200,23 @@ bool settleAlong(const CPoseJudge& judge, const Vector3& axis, double step, BoxT
     bool isBetter = false;
     for (const double distance : {-step, step}) {
         const CTrafo moved = twin.pose.Translate(axis * static_cast<float>(distance));
-        const PoseCounts counts = judge.Count(moved);
-        if (counts.Contradictions() >= twin.counts.Contradictions()) continue;
-        twin = {moved, counts};
+        if (twin.counts.Contradictions() == 0) break;
+        const auto counts = judge.CountWithin(moved, twin.counts.Contradictions() - 1);
+        if (!counts) continue;
+        twin = {moved, *counts};
         isBetter = true;
     }
     return isBetter;
 }
 
 /// The twin at a pose, moved until nothing contradicts it, since the faces of the box are known to a pixel or two. No
-/// further: where no surface is shared, nothing holds it.
-BoxTwin settled(const CPoseJudge& judge, const Box& box, const CTrafo& pose)
+/// further: where no surface is shared, nothing holds it. Nothing where too much contradicts it from the start.
+std::optional<BoxTwin> settled(const CPoseJudge& judge, const Box& box, const CTrafo& pose)
 {
     constexpr int iRounds = 3;
-    BoxTwin twin{pose, judge.Count(pose)};
-    if (twin.counts.Contradictions() > verdict::dHopelessTwin * twin.counts.uiSamples) return twin;
+    const auto counts = judge.CountWithin(pose, static_cast<unsigned>(verdict::dHopelessTwin * judge.GetNumSamples()));
+    if (!counts) return std::nullopt;
+    BoxTwin twin{pose, *counts};
     for (const double pixels : {1.5, 0.75, 0.4}) {
         bool isBetter = true;
         for (int round = 0; round < iRounds && isBetter; ++round) {
@@ -310,11 +312,11 @@ std::vector<BoxTwin> FindBoxTwins(const CPoseJudge& judge, const CTrafo& pose)
     for (const Box& box : boxesOf(samples, static_cast<float>(judge.GetPixelSize()))) {
         const CTellingSurface surface(judge, pose, samples, box);
         for (const CTrafo& turn : turnsOf(box)) {
-            BoxTwin twin = settled(judge, box, turn * pose);
-            if (isContradicted(twin.counts)) continue;
-            twin.counts.uiTelling = surface.Count(turn);
-            twin.isTold = twin.counts.uiTelling > verdict::dTellingShare * static_cast<double>(matched);
-            twins.push_back(twin);
+            auto twin = settled(judge, box, turn * pose);
+            if (!twin || isContradicted(twin->counts)) continue;
+            twin->counts.uiTelling = surface.Count(turn);
+            twin->isTold = twin->counts.uiTelling > verdict::dTellingShare * static_cast<double>(matched);
+            twins.push_back(*twin);
         }
     }
     return twins;

@@ -12,6 +12,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <numeric>
 #include <optional>
 #include <random>
 #include <utility>
@@ -164,12 +165,7 @@ private:
     std::array<double, Zorvan::symsolvers::PackedSize(iSize)> m_sum{};
 };
 
-template <typename Sample>
-void shuffle(std::vector<Sample>& samples)
-{
-    std::mt19937 rng(uiSeed);
-    for (std::size_t i = samples.size(); i > 1; --i) std::swap(samples[i - 1], samples[rng() % i]);
-}
+std::size_t firstOfPart(std::size_t size, std::size_t part) { return size * part / uiParts; }
 
 /// Of samples two pixels apart; where each pixel of a spinning sensor's surface is one, there are as many more of them.
 int minSlideGrowth(const CPoseJudge& judge)
@@ -258,30 +254,56 @@ void CPoseJudge::takeSamples(Side& side) const
             }
         }
     }
-    shuffle(side.samples);
+    shuffle(side);
 }
 
-std::span<const CPoseJudge::Sample> CPoseJudge::partOf(std::size_t side, std::size_t part, std::size_t parts) const
+void CPoseJudge::shuffle(Side& side)
 {
-    const std::span<const Sample> all = m_sides[side].samples;
-    const std::size_t first = all.size() * part / parts;
-    return all.subspan(first, all.size() * (part + 1) / parts - first);
+    std::vector<std::uint32_t> order(side.samples.size());
+    std::iota(order.begin(), order.end(), 0U);
+    std::mt19937 rng(uiSeed);
+    for (std::size_t i = order.size(); i > 1; --i) std::swap(order[i - 1], order[rng() % i]);
+    const std::vector<Sample> inOrder = std::move(side.samples);
+    side.samples.clear();
+    for (const std::uint32_t i : order) side.samples.push_back(inOrder[i]);
+    std::vector<std::uint8_t> partOfSample(order.size());
+    std::array<std::size_t, uiParts> next{};
+    for (std::size_t part = 0; part < uiParts; ++part) {
+        next[part] = firstOfPart(order.size(), part);
+        for (std::size_t k = next[part]; k < firstOfPart(order.size(), part + 1); ++k)
+            partOfSample[order[k]] = static_cast<std::uint8_t>(part);
+    }
+    side.parts.resize(order.size());
+    for (std::size_t i = 0; i < order.size(); ++i) side.parts[next[partOfSample[i]]++] = inOrder[i];
+}
+
+std::span<const CPoseJudge::Sample> CPoseJudge::partOf(std::size_t side, std::size_t part) const
+{
+    const std::span<const Sample> all = m_sides[side].parts;
+    const std::size_t first = firstOfPart(all.size(), part);
+    return all.subspan(first, firstOfPart(all.size(), part + 1) - first);
 }
 
 CPoseJudge::Hit CPoseJudge::nearestInImage(const CRangeImage& image, CRangeImage::Pixel at, const Sample& moved)
 {
+    // Which of nine is the nearest no branch foresees: it is selected, and read in the end.
     Hit hit;
+    const CRangeImage::Surfel* nearest = nullptr;
+    const int left = std::max(0, at.x - 1);
+    const int right = std::min(image.GetWidth() - 1, at.x + 1);
     for (int y = std::max(0, at.y - 1); y <= std::min(image.GetHeight() - 1, at.y + 1); ++y) {
-        for (int x = std::max(0, at.x - 1); x <= std::min(image.GetWidth() - 1, at.x + 1); ++x) {
-            const CRangeImage::Surfel& surfel = image.GetSurfel({x, y});
-            const float distSq = DistanceSq(surfel.point, moved.point);
-            if (!(distSq < hit.distSq)) continue;
-            hit.point = surfel.point;
-            hit.normal = surfel.normal;
-            hit.distSq = distSq;
+        const CRangeImage::Surfel* surfel = &image.GetSurfel({left, y});
+        for (int x = left; x <= right; ++x, ++surfel) {
+            const float distSq = DistanceSq(surfel->point, moved.point);
+            const bool isNearer = distSq < hit.distSq;
+            nearest = isNearer ? surfel : nearest;
+            hit.distSq = isNearer ? distSq : hit.distSq;
         }
     }
-    if (hit.distSq < std::numeric_limits<float>::infinity()) hit.Measure(moved);
+    if (nearest == nullptr) return hit;
+    hit.point = nearest->point;
+    hit.normal = nearest->normal;
+    hit.Measure(moved);
     return hit;
 }
 
@@ -369,7 +391,7 @@ void CPoseJudge::countParts(const CTrafo& pose, std::size_t first, std::size_t l
     for (std::size_t side = 0; side < 2; ++side) {
         const CTrafo& intoOther = side == 0 ? inverse : pose;
         for (std::size_t part = first; part < last; ++part) {
-            const auto samples = partOf(side, part, uiParts);
+            const auto samples = partOf(side, part);
             counts.uiSamples += static_cast<unsigned>(samples.size());
             if (m_sides[1 - side].view->HasImage())
                 countInImage(side, samples, intoOther, counts, fronts[side]);
@@ -418,6 +440,18 @@ PoseCounts CPoseJudge::Count(const CTrafo& pose) const
     Fronts fronts;
     if (!pose) return counts;
     countParts(pose, 0, uiParts, counts, fronts);
+    counts.uiSolid = countSolid(fronts);
+    return counts;
+}
+
+std::optional<PoseCounts> CPoseJudge::CountWithin(const CTrafo& pose, unsigned uiMostContradictions) const
+{
+    PoseCounts counts;
+    Fronts fronts;
+    for (std::size_t part = 0; part < uiParts && pose; ++part) {
+        countParts(pose, part, part + 1, counts, fronts);
+        if (counts.Contradictions() > uiMostContradictions) return std::nullopt;
+    }
     counts.uiSolid = countSolid(fronts);
     return counts;
 }

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -88,6 +89,8 @@ public:
 
     /// All counts on samples, on all of them.
     [[nodiscard]] PoseCounts Count(const CTrafo& pose) const;
+    /// The same, or nothing where more samples than these contradict the pose: found out on part of them.
+    [[nodiscard]] std::optional<PoseCounts> CountWithin(const CTrafo& pose, unsigned uiMostContradictions) const;
     /// The counts on so many samples that shares are good to a percent or two: for choosing what to refine.
     [[nodiscard]] PoseCounts Glance(const CTrafo& pose) const;
     /// The whole weighing, cheapest first: ends with the first finding that refutes the pose.
@@ -118,6 +121,11 @@ public:
 
     [[nodiscard]] const CScanView& GetFix() const { return *m_sides[0].view; }
     [[nodiscard]] const CScanView& GetFlt() const { return *m_sides[1].view; }
+    /// Of both scans: what Count looks at.
+    [[nodiscard]] unsigned GetNumSamples() const
+    {
+        return static_cast<unsigned>(m_sides[0].samples.size() + m_sides[1].samples.size());
+    }
     /// At least one scan has a ray that is known well enough to tell that surface is missing.
     [[nodiscard]] bool CanMissSurface() const { return m_canMiss; }
     /// A scan fills so few pixels that details which tell turns of an object apart may lie between them.
@@ -138,16 +146,18 @@ private:
     {
         const CScanView* view = nullptr;
         std::vector<Sample> samples;   ///< in scan coordinates, shuffled: any stretch of them covers the scan
+        std::vector<Sample> parts;     ///< the same, each part in the order of the scan: neighbours meet neighbours
         std::uint32_t uiRowLength = 0; ///< cells between a sample and the one below it
     };
     struct Hit;
     class CHoldAt;
 
     void takeSamples(Side& side) const;
+    static void shuffle(Side& side);
     [[nodiscard]] static Hit nearestInImage(const CRangeImage& image, CRangeImage::Pixel at, const Sample& moved);
     [[nodiscard]] Hit nearestInTree(const CScanView& view, const Sample& moved) const;
     [[nodiscard]] bool isMatchedIn(const CScanView& view, const CTrafo& pose, const Sample& sample) const;
-    [[nodiscard]] std::span<const Sample> partOf(std::size_t side, std::size_t part, std::size_t parts) const;
+    [[nodiscard]] std::span<const Sample> partOf(std::size_t side, std::size_t part) const;
     void countInImage(std::size_t side, std::span<const Sample> samples, const CTrafo& pose, PoseCounts& counts,
                       std::vector<std::uint32_t>& fronts) const;
     void countInTree(std::size_t side, std::span<const Sample> samples, const CTrafo& pose, PoseCounts& counts) const;

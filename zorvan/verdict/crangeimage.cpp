@@ -182,6 +182,68 @@ std::vector<float> nearestHeights(const std::vector<CRangeImage::Surfel>& surfel
     return heights;
 }
 
+/// Each height becomes that of the highest cone over it. Cones stand on all heights and fall by the slope a pixel; two
+/// passes carry them from neighbour to neighbour, in axial and diagonal steps, so they are up to 8 % off between these
+/// directions.
+void spreadCones(std::vector<float>& heights, int width, float slope)
+{
+    const float diagonal = std::numbers::sqrt2_v<float> * slope;
+    const auto takeFromRow = [width, slope, diagonal](float* row, const float* from) {
+        for (int x = 0; x < width; ++x) row[x] = std::max(row[x], from[x] - slope);
+        for (int x = 1; x < width; ++x) row[x] = std::max(row[x], from[x - 1] - diagonal);
+        for (int x = 0; x + 1 < width; ++x) row[x] = std::max(row[x], from[x + 1] - diagonal);
+    };
+    const std::ptrdiff_t numRows = static_cast<std::ptrdiff_t>(heights.size()) / width;
+    const auto rowAt = [&](std::ptrdiff_t y) { return heights.data() + y * width; };
+    for (std::ptrdiff_t y = 0; y < numRows; ++y) {
+        float* const row = rowAt(y);
+        if (y > 0) takeFromRow(row, rowAt(y - 1));
+        for (int x = 1; x < width; ++x) row[x] = std::max(row[x], row[x - 1] - slope);
+    }
+    for (std::ptrdiff_t y = numRows - 1; y >= 0; --y) {
+        float* const row = rowAt(y);
+        if (y + 1 < numRows) takeFromRow(row, rowAt(y + 1));
+        for (int x = width - 2; x >= 0; --x) row[x] = std::max(row[x], row[x + 1] - slope);
+    }
+}
+
+/// Walks through a raster pixel by pixel and says where surface was met last along four lines that end in the pixel:
+/// from beside it, and from the three pixels above it. Walked from the last pixel to the first, the other four.
+class CNearestSurface
+{
+public:
+    using Four = std::array<std::uint32_t, 4>;
+
+    explicit CNearestSurface(int width)
+        : m_width(static_cast<std::size_t>(width)), m_rowBefore(m_width + 2, none()), m_row(m_width + 2, none())
+    {
+    }
+
+    /// Of a pixel that holds surface itself: that.
+    const Four& Next(std::size_t at, bool isSurface)
+    {
+        if (m_x == m_width) {
+            std::swap(m_rowBefore, m_row);
+            m_x = 0;
+        }
+        ++m_x; // one pixel at each end of a row stays without surface
+        Four& here = m_row[m_x];
+        if (isSurface)
+            here.fill(static_cast<std::uint32_t>(at));
+        else
+            here = {m_row[m_x - 1][0], m_rowBefore[m_x - 1][1], m_rowBefore[m_x][2], m_rowBefore[m_x + 1][3]};
+        return here;
+    }
+
+private:
+    static Four none() { return {CRangeImage::uiNone, CRangeImage::uiNone, CRangeImage::uiNone, CRangeImage::uiNone}; }
+
+    std::size_t m_width;
+    std::size_t m_x = 0;
+    std::vector<Four> m_rowBefore;
+    std::vector<Four> m_row;
+};
+
 } // namespace
 
 CRangeImage::CRangeImage(const Vectors& points, const Vectors& normals, const Vector3& direction, double dSpacing,
@@ -327,38 +389,15 @@ void CRangeImage::computeCeilings()
 
 void CRangeImage::computeDistances()
 {
-    // Two passes over the image carry the distance, and the cone below each surface, from neighbour to neighbour.
-    // Steps are axial and diagonal, so both are up to 8 % off between these directions.
-    m_outside.assign(m_indices.size(), fInfinity);
+    m_outside.resize(m_indices.size());
     m_shadows.resize(m_indices.size());
     for (std::size_t at = 0; at < m_indices.size(); ++at) {
         m_shadows[at] = m_surfels[at].point.z;
-        if (m_indices[at] != uiNone) m_outside[at] = 0.0F;
+        m_outside[at] = m_indices[at] != uiNone ? 0.0F : -fInfinity;
     }
-    const auto take = [&](std::size_t at, std::size_t from, float step) {
-        m_outside[at] = std::min(m_outside[at], m_outside[from] + step);
-        m_shadows[at] = std::max(m_shadows[at], m_shadows[from] - step * m_shadowSlope);
-    };
-    constexpr float fDiagonal = std::numbers::sqrt2_v<float>;
-    const auto width = static_cast<std::ptrdiff_t>(m_width);
-    const auto pass = [&](std::ptrdiff_t sign) {
-        const auto size = static_cast<std::ptrdiff_t>(m_indices.size());
-        for (std::ptrdiff_t k = 0; k < size; ++k) {
-            const std::ptrdiff_t at = sign > 0 ? k : size - 1 - k;
-            const std::ptrdiff_t x = at % width;
-            const bool hasBefore = sign > 0 ? x > 0 : x + 1 < width;
-            const bool hasAfter = sign > 0 ? x + 1 < width : x > 0;
-            const std::ptrdiff_t row = at - sign * width;
-            const bool hasRow = row >= 0 && row < size;
-            if (hasBefore) take(static_cast<std::size_t>(at), static_cast<std::size_t>(at - sign), 1.0F);
-            if (!hasRow) continue;
-            take(static_cast<std::size_t>(at), static_cast<std::size_t>(row), 1.0F);
-            if (hasBefore) take(static_cast<std::size_t>(at), static_cast<std::size_t>(row - sign), fDiagonal);
-            if (hasAfter) take(static_cast<std::size_t>(at), static_cast<std::size_t>(row + sign), fDiagonal);
-        }
-    };
-    pass(1);
-    pass(-1);
+    spreadCones(m_shadows, m_width, m_shadowSlope);
+    spreadCones(m_outside, m_width, 1.0F); // the height of a cone over the surface is the distance, downwards
+    for (float& outside : m_outside) outside = 0.0F - outside;
 }
 
 void CRangeImage::findCuts()
@@ -408,49 +447,40 @@ void CRangeImage::computeCompleteness()
     m_completeness = covered == 0 ? 0.0 : static_cast<double>(m_numFilled) / static_cast<double>(covered);
 }
 
-/// For each pixel the first one that holds surface, against a step; its own index where there is none.
-std::vector<std::size_t> CRangeImage::nearestAlong(Pixel step) const
-{
-    std::vector<std::size_t> nearest(m_indices.size());
-    const bool isForward = step.y > 0 || (step.y == 0 && step.x > 0);
-    for (std::size_t k = 0; k < nearest.size(); ++k) {
-        const std::size_t at = isForward ? k : nearest.size() - 1 - k;
-        const auto width = static_cast<std::size_t>(m_width);
-        const Pixel before{static_cast<int>(at % width) - step.x, static_cast<int>(at / width) - step.y};
-        nearest[at] = at;
-        if (m_indices[at] != uiNone || !Contains(before)) continue;
-        const std::size_t found = nearest[Index(before)];
-        if (m_indices[found] != uiNone) nearest[at] = found;
-    }
-    return nearest;
-}
-
 void CRangeImage::findGaps()
 {
-    struct Rim
-    {
-        Vector3 sum; // of normals
-        int count = 0;
-        int steep = 0;
-    };
-    std::vector<Rim> rims(m_indices.size());
-    for (const Pixel step : {Pixel{1, 0}, {1, 1}, {0, 1}, {-1, 1}, {-1, 0}, {-1, -1}, {0, -1}, {1, -1}}) {
-        const std::vector<std::size_t> nearest = nearestAlong(step);
-        for (std::size_t at = 0; at < rims.size(); ++at) {
-            if (nearest[at] == at) continue;
-            const Vector3& normal = m_surfels[nearest[at]].normal;
-            rims[at].sum = rims[at].sum + normal;
-            ++rims[at].count;
-            rims[at].steep += normal.z < static_cast<float>(verdict::dGapCosine);
+    // In order of the steps from surface to pixel: (1, 0), (1, 1), (0, 1), (-1, 1), and back.
+    CNearestSurface nearest(m_width);
+    std::vector<CNearestSurface::Four> firstFour(m_indices.size());
+    for (std::size_t at = 0; at < m_indices.size(); ++at) firstFour[at] = nearest.Next(at, m_indices[at] != uiNone);
+    nearest = CNearestSurface(m_width);
+    m_isGap.assign(m_indices.size(), 0);
+    for (std::size_t at = m_indices.size(); at-- > 0;) {
+        const CNearestSurface::Four& lastFour = nearest.Next(at, m_indices[at] != uiNone);
+        if (m_indices[at] == uiNone) m_isGap[at] = static_cast<std::uint8_t>(isGapBetween(firstFour[at], lastFour));
+    }
+}
+
+bool CRangeImage::isGapBetween(const std::array<std::uint32_t, 4>& firstFour,
+                               const std::array<std::uint32_t, 4>& lastFour) const
+{
+    const auto isNone = [](std::uint32_t i) { return i == uiNone; };
+    const auto none = std::count_if(firstFour.begin(), firstFour.end(), isNone) +
+                      std::count_if(lastFour.begin(), lastFour.end(), isNone);
+    const int count = 8 - static_cast<int>(none);
+    if (count < verdict::iGapDirections) return false;
+    Vector3 sum;
+    int steep = 0;
+    for (const auto& four : {firstFour, lastFour}) {
+        for (const std::uint32_t surface : four) {
+            if (surface == uiNone) continue;
+            const Vector3& normal = m_surfels[surface].normal;
+            sum = sum + normal;
+            steep += normal.z < static_cast<float>(verdict::dGapCosine);
         }
     }
-    m_isGap.resize(m_indices.size());
-    for (std::size_t at = 0; at < rims.size(); ++at) {
-        const Rim& rim = rims[at];
-        const auto flat = static_cast<float>(verdict::dGapFlatness) * static_cast<float>(rim.count);
-        m_isGap[at] = static_cast<std::uint8_t>(rim.count >= verdict::iGapDirections &&
-                                                rim.steep <= verdict::iGapSteep && rim.sum.Length() < flat);
-    }
+    return steep <= verdict::iGapSteep &&
+           sum.Length() < static_cast<float>(verdict::dGapFlatness) * static_cast<float>(count);
 }
 
 } // namespace prereg

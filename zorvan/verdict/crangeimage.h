@@ -7,6 +7,7 @@
 #include "zorvan/platform/export.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -134,7 +135,9 @@ private:
     void findCuts();
     void computeCompleteness();
     void findGaps();
-    [[nodiscard]] std::vector<std::size_t> nearestAlong(Pixel step) const;
+    /// Between such surface, by its place in the flat arrays, along four lines and four more.
+    [[nodiscard]] bool isGapBetween(const std::array<std::uint32_t, 4>& firstFour,
+                                    const std::array<std::uint32_t, 4>& lastFour) const;
 
     CTrafo m_frame;
     float m_pixel = 0.0F;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/verdict/posecovariance.h"
 
+#include "zorvan/verdict/cnearesttracker.h"
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <Eigen/Dense>
@@ -53,21 +54,22 @@ Eigen::Vector3d toEigen(const Vector3& v) { return {v.x, v.y, v.z}; }
 
 /// Of each `stride`-th point.
 std::vector<Match> findMatches(const IPointSet& fix, const IPointSet& flt, const CTrafo& pose, const Limits& limits,
-                               std::size_t stride)
+                               CNearestTracker& tracker, std::size_t stride)
 {
     std::vector<Match> matches;
     matches.reserve(flt.Size() / stride + 1);
-    for (std::size_t i = 0; i < flt.Size(); i += stride) {
-        const Vector3 moved = pose * flt.GetPoint(i);
-        Zorvan::NearestQuery query{moved, -1, limits.reachSq};
-        fix.GetKdTree().FindNearest(query);
-        if (query.index < 0) continue;
-        const auto j = static_cast<std::size_t>(query.index);
-        const Eigen::Vector3d fixNormal = toEigen(fix.GetNormal(j));
-        const Eigen::Vector3d fltNormal = toEigen(pose.Rotate(flt.GetNormal(i)));
+    const Vectors& fltPoints = flt.GetPoints();
+    const Vectors& fltNormals = flt.GetNormals();
+    for (std::size_t i = 0; i < fltPoints.size(); i += stride) {
+        const Vector3 moved = pose * fltPoints[i];
+        const int nearest = tracker.Nearest(i / stride, moved);
+        if (nearest < 0) continue;
+        const auto j = static_cast<std::size_t>(nearest);
+        const Eigen::Vector3d fixNormal = toEigen(fix.GetNormals()[j]);
+        const Eigen::Vector3d fltNormal = toEigen(pose.Rotate(fltNormals[i]));
         if (!(fixNormal.dot(fltNormal) > limits.cosine)) continue;
         Match match{toEigen(moved), fixNormal, fltNormal, (fixNormal + fltNormal).normalized(), 0.0};
-        match.residual = match.normal.dot(match.moved - toEigen(fix.GetPoint(j)));
+        match.residual = match.normal.dot(match.moved - toEigen(fix.GetPoints()[j]));
         if (std::abs(match.residual) <= limits.residual) matches.push_back(match);
     }
     return matches;
@@ -182,9 +184,12 @@ struct Polished
 /// the faces that hold the part against sliding.
 Polished polish(const IPointSet& fix, const IPointSet& flt, CTrafo pose, Limits limits, std::size_t stride = 1)
 {
+    constexpr double dPlay = 0.2; // spacings
+    CNearestTracker tracker(fix.GetPoints(), fix.GetKdTree(), flt.Size() / stride + 1, limits.reachSq,
+                            static_cast<float>(dPlay * limits.spacing));
     bool isLimitDrawn = false;
     for (int i = 0;; ++i) {
-        std::vector<Match> matches = findMatches(fix, flt, pose, limits, stride);
+        std::vector<Match> matches = findMatches(fix, flt, pose, limits, tracker, stride);
         if (matches.size() < verdict::uiMinMatched) return {};
         const Frame frame(matches);
         const Equations equations(matches, frame);

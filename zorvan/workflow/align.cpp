@@ -56,10 +56,9 @@ void markOverruled(AlignResult& result)
 void estimateBest(AlignResult& result, const CReadyPair& pair)
 {
     if (result.verdict.explanations.empty()) return;
-    const auto samplingOf = [](const CPointSet& set) { return MeasureSampling(set.GetPoints(), set.GetKdTree()); };
     CTrafo& pose = result.candidates.front().refined.trafo;
-    PoseEstimate estimate = EstimatePose(pair.GetFixSet(), pair.GetFltSet(), pose, samplingOf(pair.GetFixSet()),
-                                         samplingOf(pair.GetFltSet()));
+    PoseEstimate estimate = EstimatePose(pair.GetFixSet(), pair.GetFltSet(), pose, pair.GetFixView()->GetSampling(),
+                                         pair.GetFltView()->GetSampling());
     if (!estimate) return;
     const CTrafo step = estimate.pose * pose.GetInverse(true);
     const double turn = static_cast<double>(step.GetRotationDistance(CTrafo::Identity())) * estimate.dRadius;
@@ -70,10 +69,10 @@ void estimateBest(AlignResult& result, const CReadyPair& pair)
 }
 
 /// As a search does it before it weighs a pose.
-void settle(ICPResult& refined, const CReadyPair& pair, const CScanView& fix, const CScanView& flt)
+void settle(ICPResult& refined, const CReadyPair& pair)
 {
-    const CTrafo settled =
-        SettlePose(pair.GetFixSet(), pair.GetFltSet(), refined.GetTrafo(), fix.GetSampling(), flt.GetSampling());
+    const CTrafo settled = SettlePose(pair.GetFixSet(), pair.GetFltSet(), refined.GetTrafo(),
+                                      pair.GetFixView()->GetSampling(), pair.GetFltView()->GetSampling());
     if (settled) refined.trafo = settled;
 }
 
@@ -122,7 +121,7 @@ AlignResult Align(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& flt, 
     AlignResult result = prepared(pair, options, false);
     PairSearchResult found = SearchPair(pair.GetFix(), pair.GetFlt(), result.config,
                                         {options.dMmPerUnit, options.uiNumTasks, options.gpu,
-                                         static_cast<bool>(options.settings), pair.GetFixSensor(), pair.GetFltSensor()},
+                                         static_cast<bool>(options.settings), pair.GetFixView(), pair.GetFltView()},
                                         hooks);
     result.candidates = std::move(found.candidates);
     result.verdict = std::move(found.verdict);
@@ -139,15 +138,13 @@ AlignResult WeighPoses(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& 
 {
     const CReadyPair pair(fix, flt, options);
     AlignResult result = prepared(pair, options, true);
-    const CScanView fixView(pair.GetFixSet(), pair.GetFixSensor());
-    const CScanView fltView(pair.GetFltSet(), pair.GetFltSensor());
-    const CPoseJudge judge(fixView, fltView);
+    const CPoseJudge judge(*pair.GetFixView(), *pair.GetFltView());
     const bool isPlanePart = std::max(PlaneShare(pair.GetFixSet().GetNormals()),
                                       PlaneShare(pair.GetFltSet().GetNormals())) > verdict::dMaxPlaneShare;
     std::vector<PoseVerdict> verdicts;
     for (const CTrafo& pose : poses) {
         ICPResult refined = RefinePose(pair.GetFixSet(), pair.GetFltSet(), result.config.icpConfig, pose);
-        if (!isPlanePart) settle(refined, pair, fixView, fltView);
+        if (!isPlanePart) settle(refined, pair);
         const bool isAllowed = refined || !options.settings;
         verdicts.push_back(isAllowed ? judge.Judge(refined.GetTrafo()) : PoseVerdict());
         result.candidates.push_back({refined, verdicts.back(), CJudgedSearch::EProposer::Start});

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -169,6 +170,15 @@ AutoSettings ChooseSettings(const CPointSet& scan, std::optional<double> dGrid, 
 
 AutoSettings ChoosePairSettings(const CPointSet* fix, const CPointSet* flt, std::optional<double> dGrid)
 {
+    const auto samplingOf = [&](const CPointSet* scan) {
+        return scan == nullptr || dGrid ? ScanSampling{} : MeasureSampling(scan->GetPoints(), scan->GetKdTree());
+    };
+    return ChoosePairSettings(fix, flt, dGrid, samplingOf(fix), samplingOf(flt));
+}
+
+AutoSettings ChoosePairSettings(const CPointSet* fix, const CPointSet* flt, std::optional<double> dGrid,
+                                const ScanSampling& fixSampling, const ScanSampling& fltSampling)
+{
     constexpr double dOfNoise = 2.0;
     constexpr double dOtherSpacing = 2.0;
     const std::string fixName = "the fixed scan";
@@ -182,9 +192,9 @@ AutoSettings ChoosePairSettings(const CPointSet* fix, const CPointSet* flt, std:
         const double bounded = std::min(grid, coarsest); // else hardly a feature is left
         if (bounded > chosen.dGrid) chosen = withGrid(bounded, reason);
     };
-    for (const auto& [scan, name] : {std::pair(fix, fixName), std::pair(flt, fltName)}) {
+    for (const auto& [scan, sampling, name] :
+         {std::tuple(fix, fixSampling, fixName), std::tuple(flt, fltSampling, fltName)}) {
         if (scan == nullptr) continue;
-        const ScanSampling sampling = MeasureSampling(scan->GetPoints(), scan->GetKdTree());
         if (sampling.dSpacing > dOtherSpacing * first) raise(sampling.dSpacing, "the median point spacing of " + name);
         raise(dOfNoise * sampling.dNoise, "twice the noise of " + name);
         raise(lineSide(*scan), "the mean point spacing of " + name + ", whose points lie in lines");

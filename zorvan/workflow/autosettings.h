@@ -4,6 +4,7 @@
 #include "zorvan/core/configurationicp.h"
 #include "zorvan/core/cpointset.h"
 #include "zorvan/features/configurationfpfh.h"
+#include "zorvan/verdict/scansampling.h"
 #include "zorvan/workflow/export.h"
 
 #include <optional>
@@ -56,5 +57,10 @@ struct AutoSettings
 /// @param fix, flt  null: a model, which has neither; one of them is a scan
 [[nodiscard]] ZORVAN_WORKFLOW_API AutoSettings ChoosePairSettings(const CPointSet* fix, const CPointSet* flt,
                                                                   std::optional<double> dGrid);
+/// The same with what MeasureSampling has said of the scans; of a model it does not count.
+[[nodiscard]] ZORVAN_WORKFLOW_API AutoSettings ChoosePairSettings(const CPointSet* fix, const CPointSet* flt,
+                                                                  std::optional<double> dGrid,
+                                                                  const ScanSampling& fixSampling,
+                                                                  const ScanSampling& fltSampling);
 
 } // namespace prereg

@@ -37,12 +37,6 @@ SetPtr computeFeatures(const Zorvan::SurfelScan& scan, const ConfigurationFPFH& 
     return set;
 }
 
-std::shared_ptr<const CScanView> viewOf(const Zorvan::SurfelScan& scan, const SensorKnowledge& sensor)
-{
-    const CPointSet set(scan.points.data(), scan.normals.data(), scan.points.size());
-    return std::make_shared<const CScanView>(set, sensor);
-}
-
 } // namespace
 
 PairSearchResult SearchPair(const Zorvan::SurfelScan& fixScan, const Zorvan::SurfelScan& fltScan,
@@ -54,8 +48,7 @@ PairSearchResult SearchPair(const Zorvan::SurfelScan& fixScan, const Zorvan::Sur
     const SetPtr fix = computeFeatures(fixScan, searchConfig, options);
     const SetPtr flt = computeFeatures(fltScan, searchConfig, options);
     const auto featuresDone = Clock::now();
-    CJudgedSearch search({fix, viewOf(fixScan, options.fixSensor)}, {flt, viewOf(fltScan, options.fltSensor)},
-                         searchConfig, SettingsForRefinement(config));
+    CJudgedSearch search({fix, options.fixView}, {flt, options.fltView}, searchConfig, SettingsForRefinement(config));
     search.RequireLimits(options.areLimitsRequired);
     search.SetNumTasks(options.uiNumTasks);
     search.SetTwins(true);

@@ -9,6 +9,7 @@
 #include "zorvan/workflow/export.h"
 #include "zorvan/workflow/featureset.h"
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -29,16 +30,17 @@ struct PairSearchOptions
 {
     double dMmPerUnit = 1.0; ///< for the lengths in messages
     unsigned uiNumTasks = 1;
-    GpuContext gpu;                 ///< computes the features, unless null
-    bool areLimitsRequired = false; ///< a pose must also pass the limits of the ICP
-    SensorKnowledge fixSensor = {};
-    SensorKnowledge fltSensor = {};
+    GpuContext gpu;                           ///< computes the features, unless null
+    bool areLimitsRequired = false;           ///< a pose must also pass the limits of the ICP
+    std::shared_ptr<const CScanView> fixView; ///< of all points of the scans
+    std::shared_ptr<const CScanView> fltView;
 };
 
 /// Finds the pose of `flt` in the frame of `fix` without a start pose: features, search, refinement on all points,
 /// verdict.
 /// @param config  as AllSettingsForGrid makes them, with what the user has set
-/// @throws CInputError when a scan has too few features for a search
+/// @throws CInputError            when a scan has too few features for a search
+/// @throws std::invalid_argument  when a view is missing
 /// A stop ends the search with what has been found. Same scans, same result.
 [[nodiscard]] ZORVAN_WORKFLOW_API PairSearchResult SearchPair(const Zorvan::SurfelScan& fix,
                                                               const Zorvan::SurfelScan& flt,

@@ -45,12 +45,19 @@ void CReadyPair::Side::MakeSet()
 CReadyPair::CReadyPair(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& flt, const AlignOptions& options)
     : m_fix{&fix, sensorOf(fix, options.fixSensor)}, m_flt{&flt, sensorOf(flt, options.fltSensor)}
 {
-    for (Side* side : {&m_fix, &m_flt})
-        if (!side->IsModel()) sampleRings(*side);
-    m_settings = m_fix.set || m_flt.set ? ChoosePairSettings(m_fix.set.get(), m_flt.set.get(), options.dGrid)
+    for (Side* side : {&m_fix, &m_flt}) {
+        if (side->IsModel()) continue;
+        sampleRings(*side);
+        side->MakeView();
+    }
+    m_settings = m_fix.set || m_flt.set ? ChoosePairSettings(m_fix.set.get(), m_flt.set.get(), options.dGrid,
+                                                             m_fix.GetSampling(), m_flt.GetSampling())
                                         : settingsByArea(fix.model, options.dGrid);
-    for (Side* side : {&m_fix, &m_flt})
-        if (side->IsModel()) sample(*side);
+    for (Side* side : {&m_fix, &m_flt}) {
+        if (!side->IsModel()) continue;
+        sample(*side);
+        side->MakeView();
+    }
 }
 
 /// Along a ring points are dense and their noise large, across it they are sparse: the surface between the rings is

@@ -24,8 +24,8 @@ public:
     [[nodiscard]] const Zorvan::SurfelScan& GetFlt() const { return m_flt.Get(); }
     [[nodiscard]] const CPointSet& GetFixSet() const { return *m_fix.set; }
     [[nodiscard]] const CPointSet& GetFltSet() const { return *m_flt.set; }
-    [[nodiscard]] const SensorKnowledge& GetFixSensor() const { return m_fix.sensor; }
-    [[nodiscard]] const SensorKnowledge& GetFltSensor() const { return m_flt.sensor; }
+    [[nodiscard]] const std::shared_ptr<const CScanView>& GetFixView() const { return m_fix.view; }
+    [[nodiscard]] const std::shared_ptr<const CScanView>& GetFltView() const { return m_flt.view; }
     [[nodiscard]] const AutoSettings& GetSettings() const { return m_settings; }
     /// For people, of each model and each scan on rings: its name and how many points stand for it. Else empty.
     [[nodiscard]] const std::string& GetWords() const { return m_words; }
@@ -37,10 +37,14 @@ private:
         SensorKnowledge sensor;
         Zorvan::SurfelScan sampled = {}; ///< of a model, or of the surface between the rings of a spinning sensor
         std::unique_ptr<CPointSet> set = {};
+        std::shared_ptr<const CScanView> view = {};
 
         [[nodiscard]] bool IsModel() const { return !scan->model.faces.empty(); }
         [[nodiscard]] const Zorvan::SurfelScan& Get() const { return sampled.points.empty() ? *scan : sampled; }
         void MakeSet();
+        void MakeView() { view = std::make_shared<const CScanView>(*set, sensor); }
+        /// Of a model that is still to be sampled nothing.
+        [[nodiscard]] ScanSampling GetSampling() const { return view ? view->GetSampling() : ScanSampling{}; }
     };
 
     void sample(Side& side);
