@@ -9,6 +9,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <stdexcept>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -179,6 +180,7 @@ AutoSettings ChoosePairSettings(const CPointSet* fix, const CPointSet* flt, std:
 AutoSettings ChoosePairSettings(const CPointSet* fix, const CPointSet* flt, std::optional<double> dGrid,
                                 const ScanSampling& fixSampling, const ScanSampling& fltSampling)
 {
+    if (fix == nullptr && flt == nullptr) throw std::invalid_argument("settings for a pair ask for a scan");
     constexpr double dOfNoise = 2.0;
     constexpr double dOtherSpacing = 2.0;
     const std::string fixName = "the fixed scan";
