@@ -18,9 +18,14 @@ Vectors sheet(float spacing, float noise, std::mt19937& rng)
 {
     std::uniform_real_distribution<float> disturb(-noise, noise);
     Vectors points;
-    for (float x = -10; x <= 10; x += spacing)
-        for (float y = -10; y <= 10; y += spacing)
+    const int half = static_cast<int>(10.0F / spacing);
+    for (int i = -half; i <= half; ++i) {
+        for (int k = -half; k <= half; ++k) {
+            const float x = static_cast<float>(i) * spacing;
+            const float y = static_cast<float>(k) * spacing;
             points.emplace_back(x + disturb(rng), y + disturb(rng), std::round(std::sin(0.5F * x)) + disturb(rng));
+        }
+    }
     return points;
 }
 

@@ -204,6 +204,28 @@ Polished polish(const IPointSet& fix, const IPointSet& flt, CTrafo pose, Limits 
     }
 }
 
+/// A deviation that few patches tell is itself known badly, and errors over it are those of Student: of the sum of
+/// squared steps each principal direction is widened to the variance of these, v / (v - 2). The degrees of freedom v
+/// are Satterthwaite's (Biometrics Bulletin 2 (1946)), with a third of the square of a squared normal error for the
+/// square of its variance: as many as patches where all have an equal part in the direction, three where one patch has
+/// all.
+Matrix6d widened(const Matrix6d& sum, const std::vector<Vector6d>& steps)
+{
+    const Eigen::SelfAdjointEigenSolver<Matrix6d> solver(sum);
+    Vector6d variances = solver.eigenvalues();
+    for (int k = 0; k < 6; ++k) {
+        double squares = 0.0;
+        for (const Vector6d& step : steps) {
+            const double along = solver.eigenvectors().col(k).dot(step);
+            squares += along * along * along * along;
+        }
+        if (!(squares > 0.0)) continue;
+        const double freedom = 3.0 * variances(k) * variances(k) / squares;
+        variances(k) *= freedom / (freedom - 2.0);
+    }
+    return solver.eigenvectors() * variances.asDiagonal() * solver.eigenvectors().transpose();
+}
+
 /// What the estimate is made of, patch by patch.
 class CPatches
 {
@@ -228,13 +250,15 @@ public:
     /// is; the plain sum of squared pulls would take its residual, which the fit has made small, for its error.
     [[nodiscard]] Matrix6d Jackknife() const
     {
+        std::vector<Vector6d> steps;
+        steps.reserve(m_patches.size());
         Matrix6d sum = Matrix6d::Zero();
         for (const auto& [key, patch] : m_patches) {
-            const Vector6d step = boundedInverse(m_hold - patch.hold) * patch.pull;
-            sum += step * step.transpose();
+            steps.push_back(boundedInverse(m_hold - patch.hold) * patch.pull);
+            sum += steps.back() * steps.back().transpose();
         }
         const auto count = static_cast<double>(m_patches.size());
-        return sum * ((count - 1.0) / count);
+        return widened(sum, steps) * ((count - 1.0) / count);
     }
 
     /// As if all pairs were independent.

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <stdexcept>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -179,25 +180,27 @@ AutoSettings ChoosePairSettings(const CPointSet* fix, const CPointSet* flt, std:
 AutoSettings ChoosePairSettings(const CPointSet* fix, const CPointSet* flt, std::optional<double> dGrid,
                                 const ScanSampling& fixSampling, const ScanSampling& fltSampling)
 {
+    const CPointSet* const scan = fix != nullptr ? fix : flt;
+    if (scan == nullptr) throw std::invalid_argument("settings for a pair ask for a scan");
     constexpr double dOfNoise = 2.0;
     constexpr double dOtherSpacing = 2.0;
     const std::string fixName = "the fixed scan";
     const std::string fltName = "the floating scan";
-    AutoSettings chosen = ChooseSettings(fix != nullptr ? *fix : *flt, dGrid, fix != nullptr ? fixName : fltName);
+    AutoSettings chosen = ChooseSettings(*scan, dGrid, scan == fix ? fixName : fltName);
     if (dGrid) return chosen;
     const double first = chosen.dGrid;
-    const auto [low, high] = (fix != nullptr ? fix : flt)->GetAABB();
+    const auto [low, high] = scan->GetAABB();
     const double coarsest = static_cast<double>((high - low).Length()) * dCoarsestRaised;
     const auto raise = [&](double grid, const std::string& reason) {
         const double bounded = std::min(grid, coarsest); // else hardly a feature is left
         if (bounded > chosen.dGrid) chosen = withGrid(bounded, reason);
     };
-    for (const auto& [scan, sampling, name] :
+    for (const auto& [one, sampling, name] :
          {std::tuple(fix, fixSampling, fixName), std::tuple(flt, fltSampling, fltName)}) {
-        if (scan == nullptr) continue;
+        if (one == nullptr) continue;
         if (sampling.dSpacing > dOtherSpacing * first) raise(sampling.dSpacing, "the median point spacing of " + name);
         raise(dOfNoise * sampling.dNoise, "twice the noise of " + name);
-        raise(lineSide(*scan), "the mean point spacing of " + name + ", whose points lie in lines");
+        raise(lineSide(*one), "the mean point spacing of " + name + ", whose points lie in lines");
     }
     return chosen;
 }
