@@ -142,7 +142,7 @@ public:
         const auto group = scheduler->CreateJobGroup({}, {});
         std::string times;
         RegistrationTable table;
-        if (!m_isWeighed) mergeAndOptimize(session.GetRegistration());
+        if (!m_isWeighed) mergeAndOptimize(session.GetRegistration(), group);
         std::optional<CArranger> arranger;
         if (m_isWeighed || isWeighedAfterwards())
             arranger.emplace(session, group, m_isWeighed ? EPairEffort::All : EPairEffort::Glances);
@@ -310,9 +310,9 @@ private:
     /// with it, or stays with all that hangs on it.
     [[nodiscard]] bool isWeighedAfterwards() const { return !m_options.isWeighed && !m_hooks.IsAborted(); }
 
-    void mergeAndOptimize(CClusterRegistration& registration)
+    void mergeAndOptimize(CClusterRegistration& registration, const CSession::Group& group)
     {
-        MergePairs(registration, m_hooks);
+        MergePairs(registration, group, m_hooks);
         m_times.End("registration");
         if (!m_options.isOptimized || m_hooks.IsAborted()) return;
         registration.SetFitToPrimary(true);
