@@ -60,7 +60,8 @@ public:
     }
 
     /// Whether clusters lie apart, or pairs are at odds about the poses within one. Where none supports them, what is
-    /// known of the sensors does not suit these scans, and a refutation says nothing.
+    /// known of the sensors may not suit these scans, and a refutation counts only when the surfaces do not meet
+    /// either.
     [[nodiscard]] bool FindsFault(const CClusterRegistration& registration)
     {
         std::vector<CClusterRegistration::Trafos> clusters;
@@ -68,12 +69,19 @@ public:
             clusters.push_back(registration.GetTrafos(id, false));
         take(clusters);
         const std::vector<PairStanding> pairs = GetPairs();
-        const auto isSaid = [&](EEvidence eEvidence) {
-            return std::ranges::any_of(pairs, [&](const PairStanding& pair) {
-                return pair.isTogether && pair.evidence.eEvidence == eEvidence;
-            });
+        const auto isSaid = [](const PairStanding& pair, EEvidence eEvidence) {
+            return pair.isTogether && pair.evidence.eEvidence == eEvidence;
         };
-        return clusters.size() > 1 || (isSaid(EEvidence::Supports) && isSaid(EEvidence::Refutes));
+        const bool isSupported =
+            std::ranges::any_of(pairs, [&](const PairStanding& pair) { return isSaid(pair, EEvidence::Supports); });
+        const auto isFault = [&](const PairStanding& pair) {
+            const auto meet = [&] {
+                const CTrafo toFirst = m_placing.poses[pair.pair.first].GetInverse(true);
+                return m_pairs.MeetAt(pair.pair, toFirst * m_placing.poses[pair.pair.second]);
+            };
+            return isSaid(pair, EEvidence::Refutes) && (isSupported || !meet());
+        };
+        return clusters.size() > 1 || std::ranges::any_of(pairs, isFault);
     }
 
     [[nodiscard]] const Placing& GetPlacing() const { return m_placing; }

@@ -221,6 +221,13 @@ bool CScanPairs::MayMeet(ScanPair pair, const CTrafo& pose) const
     return Overlap(m_scans[pair.first].box, m_scans[pair.second].box.Moved(pose));
 }
 
+bool CScanPairs::MeetAt(ScanPair pair, const CTrafo& pose) const
+{
+    const ICPResult refined = RefinePose(*m_scans[pair.first].searched.set, *m_scans[pair.second].searched.set,
+                                         SettingsForRefinement(m_config), pose);
+    return refined && !AreDistinct(pair.second, refined.GetTrafo(), pose);
+}
+
 double CScanPairs::pixelOf(std::size_t scan) const
 {
     const CScanView& view = *m_scans[scan].searched.view;

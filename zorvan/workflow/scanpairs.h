@@ -31,6 +31,9 @@ public:
     [[nodiscard]] bool MayMeet(ScanPair pair, const CTrafo& pose) const override;
     [[nodiscard]] bool AreDistinct(std::size_t scan, const CTrafo& a, const CTrafo& b) const override;
 
+    /// Whether the surfaces lie on each other there, as those of a pair that is accepted without looking at sensors.
+    [[nodiscard]] bool MeetAt(ScanPair pair, const CTrafo& pose) const;
+
 private:
     struct Scan
     {
