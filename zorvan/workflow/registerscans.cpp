@@ -334,11 +334,13 @@ private:
         registration.SetArranger(
             [&](const auto& clusters, const Zorvan::Hooks& hooks) { return arranger.Arrange(clusters, hooks); });
         registration.SetFitToPrimary(true);
-        registration.Run(m_hooks);
+        // Poses that stay as an optimisation has left them need no other one.
+        const bool isSettled = !registration.Run(m_hooks) && m_isOptimized;
         m_times.End(m_isWeighed ? "registration" : "weighing");
         // What lies better after an optimisation may speak against what seemed to fit before, and for what did not.
         constexpr int iMaxRounds = 2;
-        for (int round = 0; m_options.isOptimized && round < iMaxRounds && !m_hooks.IsAborted(); ++round) {
+        for (int round = isSettled ? iMaxRounds : 0;
+             m_options.isOptimized && round < iMaxRounds && !m_hooks.IsAborted(); ++round) {
             registration.OptimizeRegistration(true, m_hooks);
             m_isOptimized = true;
             m_times.End("optimization");
