@@ -19,7 +19,7 @@ namespace prereg {
 namespace {
 
 /// Most pairs of many scans have nothing in common, and most others are found soon: the share of polygons for these.
-constexpr double dQuickShare = 0.25;
+constexpr double dQuickMergeShare = 0.25;
 
 /// The errors of the merges so far.
 class CMergeErrors
@@ -81,7 +81,7 @@ std::vector<CClusterRegistration::Trafos> mergeBlock(const ConfigurationFPFH& co
     CMergeErrors errors;
     CClusterRegistration block(config, nullptr, nullptr);
     for (const LooseScan& scan : scans) block.AddPointSet(scan.id, scan.set, &scan.start);
-    block.SetSearch(searchWith(errors, dQuickShare));
+    block.SetSearch(searchWith(errors, dQuickMergeShare));
     block.Run(hooks);
     std::vector<CClusterRegistration::Trafos> clusters;
     for (const UniversalUniqueID& id : block.GetClusterIDs())
@@ -133,7 +133,7 @@ void MergePairs(CClusterRegistration& registration, const CSession::Group& group
 {
     mergeBlocks(registration, group, hooks);
     CMergeErrors errors;
-    for (const double share : {dQuickShare, 1.0}) {
+    for (const double share : {dQuickMergeShare, 1.0}) {
         if (registration.GetClusterIDs().size() < 2 || hooks.IsAborted()) break;
         registration.ForgetFailures();
         registration.SetSearch(searchWith(errors, share));
