@@ -12,13 +12,14 @@ arch    24 small patches around a virtual row of teeth, where the truth is exact
         the first, before and after, and how many scans have an error within one, two and three times their slip; then
         --orders random orders
 mixed   patches of two objects in one call, in random orders: nothing of one may end in a cluster of the other
-sizes   5 to 80 patches: time and memory, and the exponent by which they grow from size to size
+sizes   5 to 80 patches of one jaw: time and memory, and the exponent by which they grow from size to size. Twice the
+        patches mean four times the pairs that overlap
 sessions  a session of a hundred scans, the bunny's views ten times over and patches of one object: the time to load it,
         beside the time to register two of its scans
 
-Without a name, all. Automatic settings, one thread. Exit code 1 when a scan is put in a wrong place (over 1 degree or
-2 mm for the bunny, over 0.5 degrees or 0.5 mm for the patches), or fewer than --min-placed (a share of the scans) are
-placed, or the optimisation does not lower the errors.
+Without a name, all. Automatic settings, one thread unless --threads says more. Exit code 1 when a scan is put in a
+wrong place (over 1 degree or 2 mm for the bunny, over 0.5 degrees or 0.5 mm for the patches), or fewer than --min-placed
+(a share of the scans) are placed, or the optimisation does not lower the errors.
 """
 import argparse
 import json
@@ -32,6 +33,7 @@ import statistics
 import subprocess
 import sys
 import tempfile
+import time
 
 from posemath import apply, errors, fit, inverse, product
 
@@ -55,7 +57,9 @@ class Run:
     """One call of `zorvan register`."""
 
     def __init__(self, args, folder, scans, *more):
+        start = time.monotonic()
         self.process, self.seconds = run([args.program, "register", *scans, "-o", folder / "out", *more])
+        self.clock = time.monotonic() - start
         self.clusters = clusters_of(folder / "out" / "poses.json")
         self.stages = {name: float(s) for name, s in re.findall(r"(\w+) (\S+) s(?:,|\n|$)", self.process.stderr)}
         self.bytes = (folder / "out" / "session.zdoc").stat().st_size
@@ -199,26 +203,36 @@ def mixed(args, folder):
     return good
 
 
+def size(args, folder, views):
+    scans, truth = simulate(args, folder / f"views{views}", views, args.seed)
+    call = [args.program, "register", *scans, "-o", folder / "out", "--optimize", "--threads", args.threads]
+    done = min((Run(args, folder, scans, "--optimize", "--threads", args.threads) for _ in range(args.repeats)),
+               key=lambda r: r.seconds)
+    peak = run([sys.executable, "-c", "import resource, subprocess, sys; subprocess.run(sys.argv[1:], check=False, "
+                "stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL); "
+                "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)", *call])[0].stdout
+    print(f"{views}: " + ", ".join(f"{stage} {s:.2f} s" for stage, s in done.stages.items())
+          + f"; clusters of {', '.join(str(len(c)) for c in done.clusters)}", flush=True)
+    row = [views, done.stages["registration"], done.stages["optimization"], done.seconds, done.clock, int(peak) / 1024,
+           done.bytes / 2**20, done.placed()]
+    return row, is_right(truth, done, (0.5, 0.5))
+
+
 def sizes(args, folder):
-    rows = []
+    rows, good = [], True
     for views in args.views:
-        scans, truth = simulate(args, folder / f"views{views}", views, 1)
-        done = min((Run(args, folder, scans, "--optimize") for _ in range(args.repeats)), key=lambda r: r.seconds)
-        peak = run([sys.executable, "-c", "import resource, subprocess, sys; subprocess.run(sys.argv[1:], check=False, "
-                    "stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL); "
-                    "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)",
-                    args.program, "register", *scans, "-o", folder / "out", "--optimize"])[0].stdout
-        rows.append([views, done.stages["registration"], done.stages["optimization"], done.seconds, int(peak) / 1024,
-                     done.bytes / 2**20, done.placed()])
-        if not is_right(truth, done, (0.5, 0.5)):
+        row, is_good = size(args, folder, views)
+        rows.append(row)
+        if not is_good:
             print(f"sizes: WRONG at {views}")
-            return False
-    print("scans  Run / s  optimisation / s  all / s  memory / MiB  session / MiB  placed   exponents: Run, opt., all, memory")
+            good = False
+    print("scans  Run / s  optimisation / s  all / s  clock / s  memory / MiB  session / MiB  placed   "
+          "exponents: Run, opt., all, memory")
     for row, last in zip(rows, [None, *rows]):
         grown = "" if last is None else "  ".join(
-            f"{math.log(row[k] / last[k]) / math.log(row[0] / last[0]):.2f}" for k in (1, 2, 3, 4))
-        print("{:5}  {:7.3f}  {:16.3f}  {:7.2f}  {:12.0f}  {:13.1f}  {:6}   ".format(*row) + grown)
-    return True
+            f"{math.log(row[k] / last[k]) / math.log(row[0] / last[0]):.2f}" for k in (1, 2, 3, 5))
+        print("{:5}  {:7.3f}  {:16.3f}  {:7.2f}  {:9.2f}  {:12.0f}  {:13.1f}  {:6}   ".format(*row) + grown)
+    return good
 
 
 def a_hundred_bunny_views(folder):
@@ -268,6 +282,8 @@ def main():
     parser.add_argument("--min-placed", type=float, default=0.0)
     parser.add_argument("--views", type=int, nargs="+", default=[5, 10, 20, 40, 80], help="of sizes")
     parser.add_argument("--repeats", type=int, default=3, help="of sizes; the fastest counts")
+    parser.add_argument("--seed", type=int, default=1, help="of sizes")
+    parser.add_argument("--threads", type=int, default=1, help="of sizes")
     parser.add_argument("--turns", type=int, default=15, help="of sessions")
     parser.add_argument("--scans", action="store_true", help="print the errors of every scan")
     args = parser.parse_args()

@@ -98,6 +98,51 @@ TEST_F(Hosts, StopARegistrationAndGoOnFromThere)
     EXPECT_TRUE(done.IsOneCluster());
 }
 
+/// Puts the first two scans together at a pose that is not theirs, as a host may.
+void ForceTogether(prereg::CSession& session, const prereg::CTrafo& wrong)
+{
+    const auto& files = session.GetFiles();
+    prereg::CClusterRegistration& registration = session.GetRegistration();
+    registration.SetArranger([&](const auto&, const Zorvan::Hooks&) {
+        return std::vector<prereg::CClusterRegistration::Trafos>{
+            {{files[0].id, prereg::CTrafo::Identity()}, {files[1].id, wrong}}};
+    });
+    ASSERT_TRUE(registration.Run());
+    registration.SetArranger({});
+}
+
+/// A scan in the frame of another one.
+prereg::CTrafo Between(const prereg::RegisterResult& result, std::size_t a, std::size_t b)
+{
+    return result.table.scans[a].pose.GetInverse(true) * result.table.scans[b].pose;
+}
+
+TEST_F(Hosts, ForceAWrongMergeThatTheNextRunPutsRight)
+{
+    const auto right = prereg::RegisterScans(ReadViews());
+    ASSERT_TRUE(right.IsOneCluster());
+    const prereg::CTrafo truth = Between(right, 0, 1);
+    const prereg::CTrafo turned = truth * prereg::CTrafo({0, 0, 1}, 1.6F, {});
+    const prereg::CTrafo shifted = truth.Translate({0, 7, 0});
+    for (const std::size_t count : {std::size_t{2}, std::size_t{3}}) {
+        for (const auto& [wrong, isOptimized] :
+             {std::pair{turned, true}, {shifted, true}, {turned, false}, {shifted, false}}) {
+            auto scans = ReadViews();
+            scans.resize(count);
+            auto forced = prereg::RegisterScans(scans);
+            ForceTogether(forced.session, wrong);
+            const auto next =
+                prereg::RegisterScans(forced.scheduler, std::move(forced.session), {}, {.isOptimized = isOptimized});
+            EXPECT_TRUE(next.IsOneCluster()) << count << isOptimized;
+            for (std::size_t scan = 1; scan < count; ++scan) {
+                const prereg::CTrafo off = Between(right, 0, scan).GetInverse(true) * Between(next, 0, scan);
+                EXPECT_LT(off.GetTranslation().Length(), 0.3F) << scan << " of " << count;
+                EXPECT_LT(off.GetRotationDistance({}), 0.01F) << scan << " of " << count;
+            }
+        }
+    }
+}
+
 TEST_F(Hosts, NameEveryStartPoseOrNone)
 {
     EXPECT_THROW(static_cast<void>(prereg::RegisterScans({})), std::invalid_argument);

@@ -75,6 +75,20 @@ TEST(Placing, NeverPutsInAScanThatTheOthersContradict)
     EXPECT_EQ(CountLoops(pairs, 4), 1U);
 }
 
+TEST(Placing, WeighsNoPairThatCannotMeet)
+{
+    CPuzzle puzzle({0, 1, 2, 3, 4});
+    for (std::size_t a = 0; a + 1 < 5; ++a) puzzle.FindTrue(a, a + 1);
+    for (std::size_t a = 0; a < 5; ++a)
+        for (std::size_t b = a + 2; b < 5; ++b) puzzle.PutFar(a, b);
+    const Placing placing = place(puzzle);
+    for (std::size_t scan = 1; scan < 5; ++scan) EXPECT_EQ(placing.group[scan], placing.group[0]);
+    EXPECT_EQ(puzzle.GetNumFarWeighed(), 0U);
+    for (const PairStanding& pair : WeighPairs(puzzle, placing))
+        EXPECT_TRUE(pair.finding || pair.pair.second == pair.pair.first + 1);
+    EXPECT_LE(puzzle.GetNumFarWeighed(), placing.searched.size()) << "only those that were searched";
+}
+
 // Whichever of two pairs came first would win.
 TEST(Placing, LetsNobodyDecideBetweenTwoPairsThatContradictEachOther)
 {

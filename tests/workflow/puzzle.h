@@ -33,8 +33,12 @@ public:
     void FindTrue(std::size_t a, std::size_t b) { Find(a, b, {Apart({a, b})}); }
     /// Scans that cannot tell two poses of the pair apart.
     void Confuse(std::size_t a, std::size_t b, float x) { m_alsoRight[{a, b}] = x; }
+    /// Scans that cannot have common surface.
+    void PutFar(std::size_t a, std::size_t b) { m_far.insert({a, b}); }
     /// Scans without common surface: they say nothing of their true pose.
     void Part(std::size_t a, std::size_t b) { m_apart.insert({a, b}); }
+    /// Of these, how many were weighed nevertheless.
+    [[nodiscard]] std::size_t GetNumFarWeighed() const { return m_farWeighed; }
     [[nodiscard]] const std::map<ScanPair, prereg::PairFinding>& GetFindings() const { return m_findings; }
 
     [[nodiscard]] std::size_t GetNumScans() const override { return m_truth.size(); }
@@ -58,6 +62,7 @@ public:
     {
         std::vector<prereg::PairEvidence> all;
         for (const auto& [pair, pose] : poses) {
+            if (m_far.contains(pair)) ++m_farWeighed;
             const prereg::EEvidence evidence = EvidenceOf(pair, pose.GetTranslation().x);
             const bool isSilent = evidence == prereg::EEvidence::Silent;
             all.push_back(
@@ -65,6 +70,7 @@ public:
         }
         return all;
     }
+    [[nodiscard]] bool MayMeet(ScanPair pair, const prereg::CTrafo&) const override { return !m_far.contains(pair); }
     [[nodiscard]] bool AreDistinct(std::size_t, const prereg::CTrafo& a, const prereg::CTrafo& b) const override
     {
         return (a.GetTranslation() - b.GetTranslation()).Length() > 0.1F;
@@ -84,4 +90,6 @@ private:
     std::map<ScanPair, prereg::PairFinding> m_findings;
     std::map<ScanPair, float> m_alsoRight;
     std::set<ScanPair> m_apart;
+    std::set<ScanPair> m_far;
+    mutable std::size_t m_farWeighed = 0;
 };

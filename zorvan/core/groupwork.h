@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "zorvan/platform/export.h"
 #include "zorvan/runtime/cjobscheduler.h"
 
 #include <cstddef>
@@ -15,7 +16,7 @@ namespace prereg {
 ///
 /// Work of jobs that somebody takes out of the scheduler's queue is done by the calling thread.
 /// @throws what the first call to fail has thrown
-void ForEachIndex(const std::shared_ptr<Zorvan::CJobScheduler::Group>& group, std::size_t count,
-                  const std::function<void(std::size_t)>& f);
+ZORVAN_API void ForEachIndex(const std::shared_ptr<Zorvan::CJobScheduler::Group>& group, std::size_t count,
+                             const std::function<void(std::size_t)>& f);
 
 } // namespace prereg

@@ -116,7 +116,7 @@ public:
     };
     /// All samples of both scans, put together at a pose.
     [[nodiscard]] std::vector<PlacedSample> Place(const CTrafo& pose) const;
-    /// How far apart two poses put the floating scan: root mean square over its points, mm.
+    /// How far apart two poses put the floating scan, mm.
     [[nodiscard]] double Distance(const CTrafo& a, const CTrafo& b) const;
 
     [[nodiscard]] const CScanView& GetFix() const { return *m_sides[0].view; }
@@ -177,5 +177,8 @@ private:
     bool m_canMiss = false;
     bool m_isCoarse = false;
 };
+
+/// How far apart two poses put a scan: root mean square over its points, mm.
+[[nodiscard]] ZORVAN_API double DistanceOfPoses(const CScanView& scan, const CTrafo& a, const CTrafo& b);
 
 } // namespace prereg

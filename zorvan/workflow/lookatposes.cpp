@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/lookatposes.h"
 
+#include "zorvan/core/groupwork.h"
 #include "zorvan/core/icpregistration.h"
 #include "zorvan/core/multiobjecticp.h"
+#include "zorvan/core/orientedbox.h"
 #include "zorvan/numerics/quantile.h"
 #include "zorvan/workflow/registerresults.h"
 #include "zorvan/workflow/scancopies.h"
@@ -12,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <tuple>
 #include <utility>
 
 namespace prereg {
@@ -46,18 +49,47 @@ std::pair<double, double> residual(const ConfigurationICP& config, const Placed&
     return {static_cast<double>(pairs.size()) / config.uiNumSamples, static_cast<double>(rmse)};
 }
 
-void lookAtPairs(const ConfigurationICP& config, const std::vector<Placed>& placed, RegistrationTable& table)
+/// Boxes that meet where points of the scans may be near each other.
+std::vector<OrientedBox> boxesOf(const ConfigurationICP& config, const std::vector<Placed>& placed)
 {
+    constexpr double dPlay = 1.01; // roundings
+    const auto reach = static_cast<float>(dPlay * config.dMinQueryRadius / 2.0);
+    std::vector<OrientedBox> boxes;
+    for (const Placed& scan : placed) {
+        boxes.push_back(OrientedBox::FromCorners(scan.set->GetAABB()).Moved(scan.pose));
+        boxes.back().halfExtent = boxes.back().halfExtent + kdtree::Vector<3>(reach, reach, reach);
+    }
+    return boxes;
+}
+
+/// Pairs of one cluster that may overlap, by their second scan.
+std::vector<PairRow> pairsToLookAt(const ConfigurationICP& config, const std::vector<Placed>& placed,
+                                   const RegistrationTable& table)
+{
+    const std::vector<OrientedBox> boxes = boxesOf(config, placed);
+    std::vector<PairRow> pairs;
     for (std::size_t b = 1; b < placed.size(); ++b) {
         for (std::size_t a = 0; a < b; ++a) {
             if (table.scans[a].cluster != table.scans[b].cluster) continue;
             if (table.scans[a].copyOf || table.scans[b].copyOf) continue;
-            // A small scan lies on a large one, and not the large one on it.
-            const auto pair = std::max(residual(config, placed[a], placed[b]), residual(config, placed[b], placed[a]));
-            if (pair.first < config.dMinOverlapRatio) continue;
-            table.pairs.push_back({a, b, pair.first, pair.second});
+            if (Overlap(boxes[a], boxes[b])) pairs.push_back({a, b, 0.0, nan});
         }
     }
+    return pairs;
+}
+
+void lookAtPairs(const ConfigurationICP& config, const std::vector<Placed>& placed, const CSession::Group& group,
+                 RegistrationTable& table)
+{
+    table.pairs = pairsToLookAt(config, placed, table);
+    ForEachIndex(group, table.pairs.size(), [&](std::size_t i) {
+        PairRow& pair = table.pairs[i];
+        const Placed& a = placed[pair.a];
+        const Placed& b = placed[pair.b];
+        // A small scan lies on a large one, and not the large one on it.
+        std::tie(pair.dOverlap, pair.dRmse) = std::max(residual(config, a, b), residual(config, b, a));
+    });
+    std::erase_if(table.pairs, [&](const PairRow& pair) { return pair.dOverlap < config.dMinOverlapRatio; });
 }
 
 void summarizePairs(RegistrationTable& table)
@@ -213,7 +245,7 @@ RegistrationTable LookAtPoses(const CSession& session, const Placing* placing, c
     if (placing) sayWhy(*placing, table);
     const ConfigurationICP config = registration.GetRegistrationConfig().icpConfig;
     markCopies(placed, table);
-    lookAtPairs(config, placed, table);
+    lookAtPairs(config, placed, group, table);
     summarizePairs(table);
     for (auto& [id, members] : clusters) {
         std::erase_if(members, [&](std::size_t i) { return table.scans[i].copyOf.has_value(); });

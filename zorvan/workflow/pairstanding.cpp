@@ -34,7 +34,9 @@ std::vector<PairStanding> WeighPairs(const IScanPairs& pairs, const Placing& pla
     for (std::size_t b = 0; b < placing.group.size(); ++b) {
         for (std::size_t a = 0; a < b; ++a) {
             if (placing.group[a] != placing.group[b]) continue;
-            together.emplace_back(ScanPair{a, b}, placing.poses[a].GetInverse(true) * placing.poses[b]);
+            const CTrafo pose = placing.poses[a].GetInverse(true) * placing.poses[b];
+            // A pair that was searched is told of in any case.
+            if (pairs.MayMeet({a, b}, pose) || all.contains({a, b})) together.emplace_back(ScanPair{a, b}, pose);
         }
     }
     const std::vector<PairEvidence> evidence = pairs.Weigh(together);

@@ -65,6 +65,8 @@ public:
     [[nodiscard]] virtual bool IsWorthAGlance(ScanPair pair) const = 0;
     /// Weighs poses, one a pair. Each may be off by what a chain of poses adds up to.
     [[nodiscard]] virtual std::vector<PairEvidence> Weigh(std::span<const std::pair<ScanPair, CTrafo>> poses) const = 0;
+    /// Whether the scans may share surface at a pose; where they cannot, they have nothing to say of it.
+    [[nodiscard]] virtual bool MayMeet(ScanPair pair, const CTrafo& pose) const = 0;
     /// Whether two poses of a scan are places of their own.
     [[nodiscard]] virtual bool AreDistinct(std::size_t scan, const CTrafo& a, const CTrafo& b) const = 0;
 

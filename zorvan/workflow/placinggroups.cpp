@@ -138,7 +138,9 @@ void CPlacingWeigher::weigh(const PlacedGroup& a, const PlacedGroup& b, Hypothes
     for (const std::size_t i : a.members) {
         for (const std::size_t k : b.members) {
             const CTrafo moved = hypothesis.pose * b.PoseOf(k);
-            poses.emplace_back(ordered(i, k), i < k ? relative(a.PoseOf(i), moved) : relative(moved, a.PoseOf(i)));
+            const CTrafo pose = i < k ? relative(a.PoseOf(i), moved) : relative(moved, a.PoseOf(i));
+            if (!m_pairs.MayMeet(ordered(i, k), pose)) continue;
+            poses.emplace_back(ordered(i, k), pose);
             ofFirst.push_back(i);
         }
     }
@@ -232,8 +234,10 @@ std::vector<PairEvidence> CPlacingWeigher::evidenceIn(const PlacedGroup& group, 
     for (const std::size_t b : group.members) {
         for (const std::size_t a : group.members) {
             if (a >= b) break;
+            const CTrafo pose = relative(group.PoseOf(a), group.PoseOf(b));
+            if (!m_pairs.MayMeet({a, b}, pose)) continue;
             pairs.emplace_back(a, b);
-            poses.emplace_back(pairs.back(), relative(group.PoseOf(a), group.PoseOf(b)));
+            poses.emplace_back(pairs.back(), pose);
         }
     }
     return m_pairs.Weigh(poses);
@@ -274,7 +278,8 @@ std::vector<PairEvidence> CPlacingWeigher::evidenceOn(const PlacedGroup& group, 
     for (const std::size_t other : group.members) {
         if (other == scan) continue;
         const auto pair = ordered(scan, other);
-        poses.emplace_back(pair, relative(group.PoseOf(pair.first), group.PoseOf(pair.second)));
+        const CTrafo pose = relative(group.PoseOf(pair.first), group.PoseOf(pair.second));
+        if (m_pairs.MayMeet(pair, pose)) poses.emplace_back(pair, pose);
     }
     return m_pairs.Weigh(poses);
 }

@@ -60,7 +60,8 @@ public:
     }
 
     /// Whether clusters lie apart, or pairs are at odds about the poses within one. Where none supports them, what is
-    /// known of the sensors does not suit these scans, and a refutation says nothing.
+    /// known of the sensors may not suit these scans, and a refutation counts only when the surfaces do not meet
+    /// either.
     [[nodiscard]] bool FindsFault(const CClusterRegistration& registration)
     {
         std::vector<CClusterRegistration::Trafos> clusters;
@@ -68,12 +69,19 @@ public:
             clusters.push_back(registration.GetTrafos(id, false));
         take(clusters);
         const std::vector<PairStanding> pairs = GetPairs();
-        const auto isSaid = [&](EEvidence eEvidence) {
-            return std::ranges::any_of(pairs, [&](const PairStanding& pair) {
-                return pair.isTogether && pair.evidence.eEvidence == eEvidence;
-            });
+        const auto isSaid = [](const PairStanding& pair, EEvidence eEvidence) {
+            return pair.isTogether && pair.evidence.eEvidence == eEvidence;
         };
-        return clusters.size() > 1 || (isSaid(EEvidence::Supports) && isSaid(EEvidence::Refutes));
+        const bool isSupported =
+            std::ranges::any_of(pairs, [&](const PairStanding& pair) { return isSaid(pair, EEvidence::Supports); });
+        const auto isFault = [&](const PairStanding& pair) {
+            const auto meet = [&] {
+                const CTrafo toFirst = m_placing.poses[pair.pair.first].GetInverse(true);
+                return m_pairs.MeetAt(pair.pair, toFirst * m_placing.poses[pair.pair.second]);
+            };
+            return isSaid(pair, EEvidence::Refutes) && (isSupported || !meet());
+        };
+        return clusters.size() > 1 || std::ranges::any_of(pairs, isFault);
     }
 
     [[nodiscard]] const Placing& GetPlacing() const { return m_placing; }
@@ -142,7 +150,7 @@ public:
         const auto group = scheduler->CreateJobGroup({}, {});
         std::string times;
         RegistrationTable table;
-        if (!m_isWeighed) mergeAndOptimize(session.GetRegistration());
+        if (!m_isWeighed) mergeAndOptimize(session.GetRegistration(), group);
         std::optional<CArranger> arranger;
         if (m_isWeighed || isWeighedAfterwards())
             arranger.emplace(session, group, m_isWeighed ? EPairEffort::All : EPairEffort::Glances);
@@ -310,9 +318,9 @@ private:
     /// with it, or stays with all that hangs on it.
     [[nodiscard]] bool isWeighedAfterwards() const { return !m_options.isWeighed && !m_hooks.IsAborted(); }
 
-    void mergeAndOptimize(CClusterRegistration& registration)
+    void mergeAndOptimize(CClusterRegistration& registration, const CSession::Group& group)
     {
-        MergePairs(registration, m_hooks);
+        MergePairs(registration, group, m_hooks);
         m_times.End("registration");
         if (!m_options.isOptimized || m_hooks.IsAborted()) return;
         registration.SetFitToPrimary(true);
@@ -326,11 +334,13 @@ private:
         registration.SetArranger(
             [&](const auto& clusters, const Zorvan::Hooks& hooks) { return arranger.Arrange(clusters, hooks); });
         registration.SetFitToPrimary(true);
-        registration.Run(m_hooks);
+        // Poses that stay as an optimisation has left them need no other one.
+        const bool isSettled = !registration.Run(m_hooks) && m_isOptimized;
         m_times.End(m_isWeighed ? "registration" : "weighing");
         // What lies better after an optimisation may speak against what seemed to fit before, and for what did not.
         constexpr int iMaxRounds = 2;
-        for (int round = 0; m_options.isOptimized && round < iMaxRounds && !m_hooks.IsAborted(); ++round) {
+        for (int round = isSettled ? iMaxRounds : 0;
+             m_options.isOptimized && round < iMaxRounds && !m_hooks.IsAborted(); ++round) {
             registration.OptimizeRegistration(true, m_hooks);
             m_isOptimized = true;
             m_times.End("optimization");

@@ -26,7 +26,7 @@ constexpr std::size_t uiMaxPlaces = 6; ///< of a pair
 constexpr double dQuickShare = 0.25;
 /// Pixels: a chain of poses may be off by so much, and what lies nearer to each other than that is one place.
 constexpr double dPlayPixels = 6.0;
-constexpr std::size_t uiMaxJudges = 2000; ///< some 200 KB each
+constexpr std::size_t uiMaxJudges = 200; ///< some 200 KB each, made in less time than it takes to ask one
 
 /// Contradictions from which on a pair refutes a pose: where the scans share surface, what refutes a pair alone; where
 /// they hardly do, more than the edges of thin walls bring about, 0.5 % of the samples on flange and bracket.
@@ -177,18 +177,25 @@ std::vector<PairEvidence> CScanPairs::Weigh(std::span<const std::pair<ScanPair, 
 
 PairEvidence CScanPairs::weigh(ScanPair pair, const CTrafo& pose) const
 {
-    constexpr double dSamePixels = 0.02; // the same pose, composed in another order
-    if (!Overlap(m_scans[pair.first].box, m_scans[pair.second].box.Moved(pose))) return {};
-    const auto judge = judgeOf(pair);
-    {
-        const std::lock_guard lock(m_mutex);
-        for (const auto& [known, evidence] : m_known[pair].weighed)
-            if (judge->Distance(known, pose) < dSamePixels * judge->GetPixelSize()) return evidence;
-    }
-    const PairEvidence evidence = weighAnew(pair, *judge, pose);
+    if (!MayMeet(pair, pose)) return {};
+    if (const auto known = findWeighed(pair, pose)) return *known;
+    const PairEvidence evidence = weighAnew(pair, *judgeOf(pair), pose);
     const std::lock_guard lock(m_mutex);
     m_known[pair].weighed.emplace_back(pose, evidence);
     return evidence;
+}
+
+std::optional<PairEvidence> CScanPairs::findWeighed(ScanPair pair, const CTrafo& pose) const
+{
+    constexpr double dSamePixels = 0.02; // the same pose, composed in another order
+    const CScanView& view = *m_scans[pair.second].searched.view;
+    const double same = dSamePixels * std::max(pixelOf(pair.first), pixelOf(pair.second));
+    const std::lock_guard lock(m_mutex);
+    const auto known = m_known.find(pair);
+    if (known == m_known.end()) return std::nullopt;
+    for (const auto& [other, evidence] : known->second.weighed)
+        if (DistanceOfPoses(view, other, pose) < same) return evidence;
+    return std::nullopt;
 }
 
 PairEvidence CScanPairs::weighAnew(ScanPair pair, const CPoseJudge& judge, const CTrafo& pose) const
@@ -209,14 +216,31 @@ PairEvidence CScanPairs::weighAnew(ScanPair pair, const CPoseJudge& judge, const
     return {evidenceOf(eFinding, counts), counts};
 }
 
+bool CScanPairs::MayMeet(ScanPair pair, const CTrafo& pose) const
+{
+    return Overlap(m_scans[pair.first].box, m_scans[pair.second].box.Moved(pose));
+}
+
+bool CScanPairs::MeetAt(ScanPair pair, const CTrafo& pose) const
+{
+    const ICPResult refined = RefinePose(*m_scans[pair.first].searched.set, *m_scans[pair.second].searched.set,
+                                         SettingsForRefinement(m_config), pose);
+    return refined && !AreDistinct(pair.second, refined.GetTrafo(), pose);
+}
+
+double CScanPairs::pixelOf(std::size_t scan) const
+{
+    const CScanView& view = *m_scans[scan].searched.view;
+    return view.HasImage() ? static_cast<double>(view.GetImage().GetPixelSize())
+                           : verdict::dPixelPerSpacing * view.GetSampling().dSpacing;
+}
+
 bool CScanPairs::AreDistinct(std::size_t scan, const CTrafo& a, const CTrafo& b) const
 {
     const CScanView& view = *m_scans[scan].searched.view;
-    const double pixel = view.HasImage() ? static_cast<double>(view.GetImage().GetPixelSize())
-                                         : verdict::dPixelPerSpacing * view.GetSampling().dSpacing;
     const auto shift = static_cast<double>((a * view.GetMiddle() - b * view.GetMiddle()).Length());
     const double turn = 2.0 * std::sin(0.5 * static_cast<double>(a.GetRotationDistance(b))) * view.GetRadius();
-    return std::hypot(shift, turn) > dPlayPixels * pixel;
+    return std::hypot(shift, turn) > dPlayPixels * pixelOf(scan);
 }
 
 } // namespace prereg

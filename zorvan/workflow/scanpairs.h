@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 namespace prereg {
@@ -27,7 +28,11 @@ public:
                                                   const Zorvan::Hooks& hooks) override;
     [[nodiscard]] bool IsWorthAGlance(ScanPair pair) const override;
     [[nodiscard]] std::vector<PairEvidence> Weigh(std::span<const std::pair<ScanPair, CTrafo>> poses) const override;
+    [[nodiscard]] bool MayMeet(ScanPair pair, const CTrafo& pose) const override;
     [[nodiscard]] bool AreDistinct(std::size_t scan, const CTrafo& a, const CTrafo& b) const override;
+
+    /// Whether the surfaces lie on each other there, as those of a pair that is accepted without looking at sensors.
+    [[nodiscard]] bool MeetAt(ScanPair pair, const CTrafo& pose) const;
 
 private:
     struct Scan
@@ -48,6 +53,9 @@ private:
     [[nodiscard]] PairFinding findingOf(ScanPair pair, const CJudgedSearch& search) const;
     [[nodiscard]] PairEvidence weigh(ScanPair pair, const CTrafo& pose) const;
     [[nodiscard]] PairEvidence weighAnew(ScanPair pair, const CPoseJudge& judge, const CTrafo& pose) const;
+    /// What was said of the pose before.
+    [[nodiscard]] std::optional<PairEvidence> findWeighed(ScanPair pair, const CTrafo& pose) const;
+    [[nodiscard]] double pixelOf(std::size_t scan) const;
     [[nodiscard]] std::shared_ptr<const CPoseJudge> judgeOf(ScanPair pair) const;
 
     CSession::Group m_group;
