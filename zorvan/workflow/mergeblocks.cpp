@@ -56,13 +56,25 @@ std::vector<std::span<const LooseScan>> blocksOf(std::span<const LooseScan> scan
     }
 }
 
-/// Waits for all; the caller's question is for this thread alone.
-void waitFor(std::vector<std::future<void>>& jobs, std::atomic<bool>& isAborted, const Zorvan::Hooks& hooks)
+/// The caller's question is for this thread alone.
+void answer(std::vector<std::future<void>>& jobs, std::atomic<bool>& isAborted, const Zorvan::Hooks& hooks)
 {
     for (std::future<void>& job : jobs) {
         while (job.wait_for(std::chrono::milliseconds(5)) != std::future_status::ready)
             isAborted = hooks.IsAborted() || isAborted;
         hooks.Advance();
+    }
+}
+
+/// Waits for all, also when a hook throws: they work on what their caller owns.
+void waitFor(std::vector<std::future<void>>& jobs, std::atomic<bool>& isAborted, const Zorvan::Hooks& hooks)
+{
+    try {
+        answer(jobs, isAborted, hooks);
+    } catch (...) {
+        isAborted = true;
+        for (std::future<void>& job : jobs) job.wait();
+        throw;
     }
     for (std::future<void>& job : jobs) job.get();
 }
