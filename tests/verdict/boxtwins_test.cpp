@@ -54,7 +54,7 @@ TEST(FindBoxTwins, LeadBackToTheTruthFromBoxesThatWereFoldedOntoTheirOtherSide)
         const CTrafo truth = seenFrom(c.first) * seenFrom(c.second).GetInverse(true);
         const CTrafo folded = seenFrom(c.first) * c.turn * seenFrom(c.second).GetInverse(true);
         const auto twins = FindBoxTwins(judge, folded);
-        const auto isTruth = [&](const BoxTwin& twin) {
+        const auto isTruth = [&](const PoseTwin& twin) {
             return judge.Distance(twin.pose, truth) < 6.0 * judge.GetPixelSize() && !twin.isTold;
         };
         EXPECT_TRUE(std::any_of(twins.begin(), twins.end(), isTruth)) << c.name << ": " << twins.size() << " twins";
@@ -68,7 +68,7 @@ TEST(FindBoxTwins, DoNotShakeWhatNoBoxExplains)
     const auto fltSet = support::PointSet(support::ScanSpheres(support::Cluster(), turn, 0.25F, 0.02F, 2));
     const CScanView fix(fixSet);
     const CScanView flt(fltSet);
-    for (const BoxTwin& twin : FindBoxTwins(CPoseJudge(fix, flt), turn.GetInverse(true))) EXPECT_TRUE(twin.isTold);
+    for (const PoseTwin& twin : FindBoxTwins(CPoseJudge(fix, flt), turn.GetInverse(true))) EXPECT_TRUE(twin.isTold);
     const CScanView model(fltSet, {.isSurface = true});
     EXPECT_TRUE(FindBoxTwins(CPoseJudge(fix, model), turn.GetInverse(true)).empty());
 }

@@ -7,6 +7,7 @@
 #include "zorvan/preregistration/cvotepreregistration.h"
 #include "zorvan/preregistration/surfelthinning.h"
 #include "zorvan/verdict/boxtwins.h"
+#include "zorvan/verdict/ellipsoidtwins.h"
 #include "zorvan/verdict/planeshare.h"
 #include "zorvan/verdict/posecovariance.h"
 #include "zorvan/verdict/verdictlimits.h"
@@ -139,7 +140,10 @@ void CJudgedSearch::proposeTwins()
     std::vector<Candidate> open;
     {
         const CStopwatch watch(m_times.judging);
-        for (const BoxTwin& twin : FindBoxTwins(m_judge, pose)) {
+        std::vector<PoseTwin> twins = FindBoxTwins(m_judge, pose);
+        const std::vector<PoseTwin> ofEllipsoid = FindEllipsoidTwins(m_judge, pose);
+        twins.insert(twins.end(), ofEllipsoid.begin(), ofEllipsoid.end());
+        for (const PoseTwin& twin : twins) {
             ICPResult there;
             there.trafo = twin.pose;
             if (twin.isTold)

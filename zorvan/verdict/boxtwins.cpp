@@ -195,7 +195,7 @@ bool isContradicted(const PoseCounts& counts)
 }
 
 /// Moves a twin to and fro along an axis of the box where that leaves fewer contradictions.
-bool settleAlong(const CPoseJudge& judge, const Vector3& axis, double step, BoxTwin& twin)
+bool settleAlong(const CPoseJudge& judge, const Vector3& axis, double step, PoseTwin& twin)
 {
     bool isBetter = false;
     for (const double distance : {-step, step}) {
@@ -211,12 +211,12 @@ bool settleAlong(const CPoseJudge& judge, const Vector3& axis, double step, BoxT
 
 /// The twin at a pose, moved until nothing contradicts it, since the faces of the box are known to a pixel or two. No
 /// further: where no surface is shared, nothing holds it. Nothing where too much contradicts it from the start.
-std::optional<BoxTwin> settled(const CPoseJudge& judge, const Box& box, const CTrafo& pose)
+std::optional<PoseTwin> settled(const CPoseJudge& judge, const Box& box, const CTrafo& pose)
 {
     constexpr int iRounds = 3;
     const auto counts = judge.CountWithin(pose, static_cast<unsigned>(verdict::dHopelessTwin * judge.GetNumSamples()));
     if (!counts) return std::nullopt;
-    BoxTwin twin{pose, *counts};
+    PoseTwin twin{pose, *counts};
     for (const double pixels : {1.5, 0.75, 0.4}) {
         bool isBetter = true;
         for (int round = 0; round < iRounds && isBetter; ++round) {
@@ -303,12 +303,12 @@ private:
 
 } // namespace
 
-std::vector<BoxTwin> FindBoxTwins(const CPoseJudge& judge, const CTrafo& pose)
+std::vector<PoseTwin> FindBoxTwins(const CPoseJudge& judge, const CTrafo& pose)
 {
     if (!judge.GetFix().HasImage() || !judge.GetFlt().HasImage()) return {};
     const Samples samples = judge.Place(pose);
     const auto matched = std::count_if(samples.begin(), samples.end(), [](const auto& s) { return s.isMatched; });
-    std::vector<BoxTwin> twins;
+    std::vector<PoseTwin> twins;
     for (const Box& box : boxesOf(samples, static_cast<float>(judge.GetPixelSize()))) {
         const CTellingSurface surface(judge, pose, samples, box);
         for (const CTrafo& turn : turnsOf(box)) {

@@ -4,18 +4,11 @@
 #include "zorvan/core/ctrafo.h"
 #include "zorvan/platform/export.h"
 #include "zorvan/verdict/cposejudge.h"
+#include "zorvan/verdict/posetwin.h"
 
 #include <vector>
 
 namespace prereg {
-
-/// Another place of the floating scan that nothing contradicts: its box turned onto itself.
-struct BoxTwin
-{
-    CTrafo pose;         ///< floating into fixed coordinates, good to a pixel or so
-    PoseCounts counts;   ///< at it, with what tells it from the given pose
-    bool isTold = false; ///< too much matches at the given pose for an accident of a box
-};
 
 /// Opposite sides of a box have the same size. So where only its faces match, scans of one side and of the other fold
 /// onto each other, half a turn off: half of the samples match there and nothing contradicts. The right pose shares no
@@ -24,8 +17,8 @@ struct BoxTwin
 /// most of the surface, such as a table, the box of the rest too. Each is moved a pixel or two to where least
 /// contradicts it.
 /// @param pose  explains the scans
-/// @return      the turns that nothing contradicts, whether they share surface or not. None where a scan has no image:
-///              a model shows all of its sides
-[[nodiscard]] ZORVAN_API std::vector<BoxTwin> FindBoxTwins(const CPoseJudge& judge, const CTrafo& pose);
+/// @return      the turns that nothing contradicts, whether they share surface or not; told where too much matches at
+///              the given pose for an accident of a box. None where a scan has no image: a model shows all of its sides
+[[nodiscard]] ZORVAN_API std::vector<PoseTwin> FindBoxTwins(const CPoseJudge& judge, const CTrafo& pose);
 
 } // namespace prereg

@@ -28,7 +28,7 @@ struct PoseCounts
     unsigned uiOpposed = 0;  ///< on the other surface, which looks elsewhere
     unsigned uiTail = 0;     ///< near the other surface and like it, but further off than noise explains
     unsigned uiShallow = 0;  ///< near the other surface, off it, and unlike it
-    unsigned uiTelling = 0;  ///< of a twin, see BoxTwin: matches of the pose that it is the twin of and no box explains
+    unsigned uiTelling = 0; ///< of a twin, see PoseTwin: matches of the pose that it is the twin of and no box explains
     std::array<unsigned, 2> matchedOf{}; ///< matches among the samples of the fixed and of the floating scan
 
     [[nodiscard]] unsigned Contradictions() const { return uiInFront + uiMissing + uiOpposed; }

@@ -165,6 +165,8 @@ constexpr double dTwinReach = 2.5;
 /// of a box. Of the 13 wrong ones up to 0.34; of 44 right ones of the bracket and the steps that a twin is open for
 /// 0.02 to 0.73, five above the limit.
 constexpr double dTellingShare = 0.5;
+/// Squared ratio of the half-axes of an ellipsoid: where it is flatter, hardly anything says where its middle lies.
+constexpr double dFlattestEllipsoid = 0.01;
 
 // How well a pose is known --------------------------------------------------------------------------------------------
 
