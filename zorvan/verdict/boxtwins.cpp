@@ -188,12 +188,6 @@ std::vector<CTrafo> turnsOf(const Box& box)
     return turns;
 }
 
-bool isContradicted(const PoseCounts& counts)
-{
-    return counts.Contradictions() > verdict::dTwinContradiction * counts.uiSamples ||
-           counts.uiSolid >= verdict::uiMinSolid;
-}
-
 /// Moves a twin to and fro along an axis of the box where that leaves fewer contradictions.
 bool settleAlong(const CPoseJudge& judge, const Vector3& axis, double step, PoseTwin& twin)
 {
@@ -222,7 +216,7 @@ std::optional<PoseTwin> settled(const CPoseJudge& judge, const Box& box, const C
         for (int round = 0; round < iRounds && isBetter; ++round) {
             isBetter = false;
             for (const Vector3& axis : box.axes)
-                if (isContradicted(twin.counts))
+                if (IsTwinContradicted(twin.counts))
                     isBetter = settleAlong(judge, axis, pixels * judge.GetPixelSize(), twin) || isBetter;
         }
     }
@@ -313,7 +307,7 @@ std::vector<PoseTwin> FindBoxTwins(const CPoseJudge& judge, const CTrafo& pose)
         const CTellingSurface surface(judge, pose, samples, box);
         for (const CTrafo& turn : turnsOf(box)) {
             auto twin = settled(judge, box, turn * pose);
-            if (!twin || isContradicted(twin->counts)) continue;
+            if (!twin || IsTwinContradicted(twin->counts)) continue;
             twin->counts.uiTelling = surface.Count(turn);
             twin->isTold = twin->counts.uiTelling > verdict::dTellingShare * static_cast<double>(matched);
             twins.push_back(*twin);

@@ -88,12 +88,6 @@ Vector10d fitRobustly(const Points& points)
     return quadric;
 }
 
-bool isContradicted(const PoseCounts& counts)
-{
-    return counts.Contradictions() > verdict::dTwinContradiction * counts.uiSamples ||
-           counts.uiSolid >= verdict::uiMinSolid;
-}
-
 CTrafo turnAbout(const Vector3& middle, const Vector3& axis, float angle)
 {
     const CTrafo turn(axis, angle, Vector3());
@@ -130,7 +124,7 @@ PoseTwin settled(const CPoseJudge& judge, const MatchedEllipsoid& ellipsoid, con
         for (int round = 0; round < iRounds && isBetter; ++round) {
             isBetter = false;
             for (std::size_t direction = 0; direction < uiDirections; ++direction) {
-                if (!isContradicted(twin.counts)) return twin;
+                if (!IsTwinContradicted(twin.counts)) return twin;
                 const double step = pixels * judge.GetPixelSize();
                 isBetter = settleInDirection(judge, ellipsoid, direction, step, twin) || isBetter;
             }
@@ -188,7 +182,7 @@ std::vector<PoseTwin> FindEllipsoidTwins(const CPoseJudge& judge, const CTrafo& 
     for (const Vector3& axis : ellipsoid->axes) {
         PoseTwin twin =
             settled(judge, *ellipsoid, turnAbout(ellipsoid->middle, axis, std::numbers::pi_v<float>) * pose);
-        if (isContradicted(twin.counts)) continue;
+        if (IsTwinContradicted(twin.counts)) continue;
         twin.counts.uiTelling = static_cast<unsigned>(ellipsoid->uiOff);
         twins.push_back(twin);
     }

@@ -3,6 +3,7 @@
 
 #include "zorvan/core/ctrafo.h"
 #include "zorvan/verdict/cposejudge.h"
+#include "zorvan/verdict/verdictlimits.h"
 
 namespace prereg {
 
@@ -14,5 +15,12 @@ struct PoseTwin
     PoseCounts counts;   ///< at it, with what tells it from the given pose
     bool isTold = false; ///< explains the scans as well only if it does so by surface that it shares
 };
+
+/// Whether so much speaks against a twin that it is not the truth.
+[[nodiscard]] inline bool IsTwinContradicted(const PoseCounts& counts)
+{
+    return counts.Contradictions() > verdict::dTwinContradiction * counts.uiSamples ||
+           counts.uiSolid >= verdict::uiMinSolid;
+}
 
 } // namespace prereg
