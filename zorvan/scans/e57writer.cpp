@@ -113,7 +113,7 @@ std::string packetsOf(const std::vector<Column>& columns, std::size_t points)
     std::size_t each = 0;
     for (const Column& column : columns) each += column.bytes;
     const std::size_t room = uiMostPacketBytes - 6 - 2 * columns.size() - 3;
-    const std::size_t most = room / each;
+    const std::size_t most = room / std::max<std::size_t>(1, each);
     std::string packets;
     for (std::size_t begin = 0; begin < points; begin += most)
         appendPacket(packets, columns, begin, std::min(points, begin + most));

@@ -270,8 +270,11 @@ SurfaceSamples CRingSurface::Sample() const
             if (!node.isJoinedUp) continue;
             const double gap = gapAbove(ring);
             const double steps = std::max(1.0, std::round(gap / width));
-            for (double k = 1.0; k < steps; k += 1.0)
-                addSample(between(ring, column, k / steps), azimuthOf(column), elevation + gap * k / steps, samples);
+            for (std::size_t k = 1; static_cast<double>(k) < steps; ++k) {
+                const auto step = static_cast<double>(k);
+                addSample(between(ring, column, step / steps), azimuthOf(column), elevation + gap * step / steps,
+                          samples);
+            }
         }
     }
     return samples;

@@ -156,7 +156,7 @@ std::optional<MatchedEllipsoid> FitEllipsoid(std::span<const CPoseJudge::PlacedS
     square(0, 2) = square(2, 0) = 0.5 * quadric(4);
     square(1, 2) = square(2, 1) = 0.5 * quadric(5);
     const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> solver(square);
-    const Eigen::Vector3d bends = solver.eigenvalues();
+    const Eigen::Vector3d& bends = solver.eigenvalues();
     const bool isOpen = !(bends(0) * bends(2) > 0.0);
     if (isOpen || !(bends.cwiseAbs().minCoeff() > verdict::dFlattestEllipsoid * bends.cwiseAbs().maxCoeff()))
         return std::nullopt;

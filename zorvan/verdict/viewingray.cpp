@@ -104,7 +104,8 @@ Ray refined(CProbes& probes, Ray ray)
     const Vector3 helper = std::abs(ray.direction.z) < 0.9F ? Vector3(0, 0, 1) : Vector3(1, 0, 0);
     const Vector3 u = normalised(Cross(ray.direction, helper));
     const Vector3 v = Cross(ray.direction, u);
-    for (float step = 0.06F; step > 0.004F; step *= 0.5F) { // radians
+    float step = 0.06F; // radians
+    for (int halving = 0; halving < 4; ++halving, step *= 0.5F) {
         const Vector3 middle = ray.direction;
         for (int k = 0; k < 6; ++k) {
             const float angle = static_cast<float>(k) * static_cast<float>(std::numbers::pi) / 3;
