@@ -57,9 +57,11 @@ class FarCoordinates(unittest.TestCase):
 
     def test_a_sensor_stands_where_the_points_do(self):
         with_sensor = [zorvan.align(scan_of(0, at), scan_of(1, at), fix_sensor=at + [0, 0, 0.5]) for at in (np.zeros(3), FAR)]
-        self.assertEqual(*(r.candidates[0]["counts"] for r in with_sensor))
         wrong = zorvan.align(scan_of(0), scan_of(1), fix_sensor=FAR + [0.5, 0, 0])
-        self.assertNotEqual(wrong.candidates[0]["counts"], with_sensor[1].candidates[0]["counts"])
+        near, far, off = (r.candidates[0]["counts"] for r in (*with_sensor, wrong))
+        differences = [max(abs(near[name] - counts[name]) for name in near) for counts in (far, off)]
+        self.assertLess(differences[0], 5, "of thousands of samples, some lie at a limit")
+        self.assertGreater(differences[1], 50)
 
     def test_many_scans_and_a_session_come_out_as_from_the_program(self):
         program("register", *FILES[:2], "--scale", 1000, "-o", folder() / "out")
