@@ -3,7 +3,7 @@
 # Installs what is missing, builds and runs every test.
 #
 #   scripts/test.sh            the release preset
-#   scripts/test.sh asan       another preset: debug, asan, tsan, or ci (release, built a little faster)
+#   scripts/test.sh asan       another preset: debug, asan, tsan
 #   scripts/test.sh tsan runtime_test core_test     only these test programs
 #
 # Tests on real scans run when ZORVAN_DATA names the folder that holds them, and say so when they are skipped.
