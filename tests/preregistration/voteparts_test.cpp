@@ -150,11 +150,12 @@ TEST(CTranslationVote, CountsAsManyVotesAsAPlainCountOfAllPairs)
     const CTrafo turn(Vector3(0, 1, 0), Vector3(0, 0, 1), Vector3(1, 0, 0), Vector3(7, 7, 7));
     for (const std::size_t count : {3U, 40U, 333U}) {
         const auto fix = latticeSurfels(rng, count);
-        const auto flt = latticeSurfels(rng, count + 2);
-        std::map<std::array<int, 3>, unsigned> blocks; // by lowest cell
+        auto flt = latticeSurfels(rng, count + 2);
+        if (count == 333U) flt.normals.front() = Vector3(NAN, NAN, NAN); // has no vote
+        std::map<std::array<int, 3>, unsigned> blocks;                   // by lowest cell
         for (std::size_t a = 0; a < fix.Size(); ++a) {
             for (std::size_t b = 0; b < flt.Size(); ++b) {
-                if (kdtree::Dot(fix.normals[a], turn.Rotate(flt.normals[b])) < 0.9F) continue;
+                if (!(kdtree::Dot(fix.normals[a], turn.Rotate(flt.normals[b])) >= 0.9F)) continue;
                 const Vector3 t = fix.points[a] - turn.Rotate(flt.points[b]);
                 for (int k = 0; k < 8; ++k)
                     ++blocks[{static_cast<int>(t.x) - (k & 1), static_cast<int>(t.y) - (k >> 1 & 1),

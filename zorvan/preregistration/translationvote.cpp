@@ -151,7 +151,8 @@ void CTranslationVote::turn(const CTrafo& rotation, Ballot& ballot) const
         for (unsigned r = 0; r < 3; ++r) {
             ((m[r][0] * v[0] + m[r][1] * v[1] + m[r][2] * v[2]) * simd::Float4::Set1(unit)).StoreRounded(at[r]);
             const simd::Float4 normal = m[r][0] * v[3] + m[r][1] * v[4] + m[r][2] * v[5];
-            simd::Max(lowest, simd::Min(highest, normal * toBin + beforeBin)).StoreRounded(bin[r]);
+            // In this order what is not a number falls into the last bin: both take the second where one is none.
+            simd::Max(simd::Min(normal * toBin + beforeBin, highest), lowest).StoreRounded(bin[r]);
         }
         for (std::size_t k = 0; k < lanes; ++k) {
             ballot.positions[i + k] = pack(at[0][k], at[1][k], at[2][k]);
