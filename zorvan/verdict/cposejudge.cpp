@@ -589,14 +589,4 @@ int CPoseJudge::SlideGrowth(const CTrafo& pose, const PoseCounts& at) const
 
 double CPoseJudge::Distance(const CTrafo& a, const CTrafo& b) const { return DistanceOfPoses(GetFlt(), a, b); }
 
-double DistanceOfPoses(const CScanView& scan, const CTrafo& a, const CTrafo& b)
-{
-    // Over points about their middle the turn and the shift of the middle add up in squares; the turn by what it moves
-    // at the radius, seen along its axis from two of three directions in the mean.
-    const auto shift = static_cast<double>((a * scan.GetMiddle() - b * scan.GetMiddle()).Length());
-    const double angle = static_cast<double>(a.GetRotationDistance(b));
-    const double turn = 2.0 * std::sin(0.5 * angle) * scan.GetRadius() * std::sqrt(2.0 / 3.0);
-    return std::hypot(shift, turn);
-}
-
 } // namespace prereg

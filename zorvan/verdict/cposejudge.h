@@ -178,7 +178,4 @@ private:
     bool m_isCoarse = false;
 };
 
-/// How far apart two poses put a scan: root mean square over its points, mm.
-[[nodiscard]] ZORVAN_API double DistanceOfPoses(const CScanView& scan, const CTrafo& a, const CTrafo& b);
-
 } // namespace prereg

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zorvan/core/cpointset.h"
+#include "zorvan/core/ctrafo.h"
 #include "zorvan/core/tkdtree.h"
 #include "zorvan/platform/export.h"
 #include "zorvan/verdict/crangeimage.h"
@@ -75,5 +76,8 @@ private:
     Vectors m_points;
     Vectors m_normals;
 };
+
+/// How far apart two poses put a scan: root mean square over its points, mm.
+[[nodiscard]] ZORVAN_API double DistanceOfPoses(const CScanView& scan, const CTrafo& a, const CTrafo& b);
 
 } // namespace prereg
