@@ -184,7 +184,7 @@ def counts_of(verdict):
     """A candidate's finding with what the judge counted, short."""
     if not verdict:
         return "-"
-    counts = [f"{key} {verdict[key]}" for key in ("matched", "seen_through", "solid", "missing", "in_gap", "opposed", "tail", "shallow")
+    counts = [f"{key} {verdict[key]}" for key in ("matched", "seen_through", "solid", "missing", "in_gap", "turned", "opposed", "tail", "shallow")
               if verdict.get(key)]
     return f"{verdict['name']} ({verdict['proposer']}; {', '.join(counts)} of {verdict['samples']})"
 

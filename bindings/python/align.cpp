@@ -120,6 +120,7 @@ py::dict countsOf(const prereg::PoseCounts& counts)
     dict["disputed"] = counts.uiDisputed;
     dict["missing"] = counts.uiMissing;
     dict["in_gap"] = counts.uiInGap;
+    dict["turned"] = counts.uiTurned;
     dict["opposed"] = counts.uiOpposed;
     dict["tail"] = counts.uiTail;
     dict["shallow"] = counts.uiShallow;

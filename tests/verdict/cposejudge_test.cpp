@@ -121,7 +121,7 @@ TEST(CPoseJudge, DoubtsOrRefutesAPoseForWindowsThatOnlyOneOfTwoBoxesHas)
         const CScanView bored(boredSet);
         const PoseVerdict verdict = CPoseJudge(closed, bored).Judge(CTrafo());
         EXPECT_EQ(verdict.eFinding, eFinding) << verdict.ToString();
-        EXPECT_LT(verdict.counts.Contradiction(), verdict::dMaxContradiction);
+        EXPECT_LT(verdict.counts.Contradiction(), verdict::dMaxDoubt);
         EXPECT_EQ(CPoseJudge(bored, closed).Judge(CTrafo()).counts.uiDisputed, verdict.counts.uiDisputed);
         EXPECT_EQ(CPoseJudge(bored, bored).Judge(CTrafo()).counts.uiDisputed, 0U);
     }
@@ -287,15 +287,26 @@ TEST(DecideOnPoses, IsNotSureOfAPoseThatOneThatFellOutdoes)
     PoseVerdict sliding{EFinding::Sliding, {}};
     sliding.counts.uiMatched = 300; // more than half of the best score: the right one may be held badly
     EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, sliding}).explanations.size(), 2U);
+    sliding.counts.uiMatched = 200;
+    EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, sliding}).eVerdict, EPairVerdict::Aligned);
+    PoseVerdict held{EFinding::Consistent, {}};
+    held.counts.uiMatched = 100; // little, but nothing speaks against it, and it is held
+    EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, held}).eVerdict, EPairVerdict::Ambiguous);
     fallen.counts.uiMatched = 850;
     EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, fallen}).eVerdict, EPairVerdict::Aligned);
     fallen.counts = {.uiMatched = 2100, .uiInFront = 1000}; // scores less, but most of the object agrees with itself
     EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, fallen}).eVerdict, EPairVerdict::Ambiguous);
 
+    const auto pixel = static_cast<float>(pair.judge.GetPixelSize());
     const std::vector<CTrafo> twins{pair.truth, pair.truth.Translate({0.05F, 0, 0})};
     sliding.counts.uiMatched = 495;
     EXPECT_EQ(DecideOnPoses(pair.judge, twins, {best, sliding}).poses[0].eFinding, EFinding::Sliding);
-    sliding.counts.uiMatched = 480; // a rougher fit, from which the better one looks like a way out
+    const std::vector<CTrafo> slid{pair.truth, pair.truth.Translate({5.0F * pixel, 0, 0})};
+    sliding.counts = {.uiMatched = 450, .uiTail = 10};
+    EXPECT_EQ(DecideOnPoses(pair.judge, slid, {best, sliding}).eVerdict, EPairVerdict::Ambiguous);
+    sliding.counts = {.uiMatched = 450, .uiTail = 50}; // the best one is held against the motion there
+    EXPECT_EQ(DecideOnPoses(pair.judge, slid, {best, sliding}).eVerdict, EPairVerdict::Aligned);
+    sliding.counts = {.uiMatched = 480}; // a rougher fit, from which the better one looks like a way out
     EXPECT_EQ(DecideOnPoses(pair.judge, twins, {best, sliding}).eVerdict, EPairVerdict::Aligned);
 }
 

@@ -5,6 +5,7 @@
 #include "zorvan/preregistration/cfpfhpreregistration.h"
 #include "zorvan/preregistration/crefinedpreregistration.h"
 #include "zorvan/preregistration/cvotepreregistration.h"
+#include "zorvan/preregistration/planevote.h"
 #include "zorvan/preregistration/surfelthinning.h"
 #include "zorvan/verdict/boxtwins.h"
 #include "zorvan/verdict/ellipsoidtwins.h"
@@ -181,14 +182,18 @@ void CJudgedSearch::addTold(const std::vector<CTrafo>& told, const CTrafo& pose)
 void CJudgedSearch::proposeByVote(const Zorvan::Hooks& hooks)
 {
     std::vector<CTrafo> poses;
+    std::vector<CTrafo> onPlane;
     {
         const CStopwatch watch(m_times.vote);
+        onPlane = ProposeOnPlane({m_fix.set, m_fix.view}, {m_flt.set, m_flt.view}, m_uiNumTasks,
+                                 [&] { return hooks.IsAborted(); });
         ConfigurationVote config;
         config.uiNumTasks = m_uiNumTasks;
         CVotePreRegistration vote({m_fix.set, m_fix.view}, {m_flt.set, m_flt.view}, config);
         vote.Compute([&] { return hooks.IsAborted(); });
         for (const auto& candidate : vote.GetCandidates()) poses.push_back(candidate.pose);
     }
+    refineAndAdd(hopeful(onPlane), EProposer::Plane);
     refineAndAdd(hopeful(poses), EProposer::Vote);
     weigh();
 }
@@ -352,6 +357,8 @@ const char* ProposerName(CJudgedSearch::EProposer eProposer)
         return "twin";
     case CJudgedSearch::EProposer::Vote:
         return "vote";
+    case CJudgedSearch::EProposer::Plane:
+        return "plane";
     }
     return "";
 }

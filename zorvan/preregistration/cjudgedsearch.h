@@ -46,7 +46,8 @@ public:
         Features,
         Turn, ///< a better pose, turned about what holds it least
         Twin, ///< the best pose, turned so that the box which the scans span stays where it is
-        Vote
+        Vote,
+        Plane ///< the vote on what stands on a plane that both scans show
     };
     struct Candidate
     {
@@ -136,7 +137,7 @@ private:
 /// order. The verdict's indices follow.
 ZORVAN_API void SortByVerdict(std::vector<CJudgedSearch::Candidate>& candidates, PairVerdict& verdict);
 
-/// A word for a proposer: "start", "features", "turn", "twin", "vote".
+/// A word for a proposer: "start", "features", "turn", "twin", "vote", "plane".
 [[nodiscard]] ZORVAN_API const char* ProposerName(CJudgedSearch::EProposer eProposer);
 
 } // namespace prereg

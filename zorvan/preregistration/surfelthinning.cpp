@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/preregistration/surfelthinning.h"
 
+#include "zorvan/verdict/planeshare.h"
+
 #include <algorithm>
 #include <cmath>
 #include <utility>
@@ -99,24 +101,10 @@ Surfels ThinSurfels(std::span<const Vector<3>> points, std::span<const Vector<3>
 
 Surfels ThinCrowds(const Surfels& surfels, double dMostShare)
 {
-    constexpr float cosSameDirection = 0.951F; // 18 degrees
-    constexpr std::size_t uiProbes = 500;
-    Vectors probes;
-    for (std::size_t i = 0; i < surfels.Size(); i += std::max<std::size_t>(1, surfels.Size() / uiProbes))
-        probes.push_back(surfels.normals[i]);
-    const double most = dMostShare * static_cast<double>(probes.size());
     Surfels kept;
-    double due = 0.0; // of the surfels looked at in crowds, those to keep that have not been kept
-    for (std::size_t i = 0; i < surfels.Size(); ++i) {
-        const Vector<3> direction = surfels.normals[i];
-        const auto crowd = std::count_if(probes.begin(), probes.end(), [&](const Vector<3>& normal) {
-            return kdtree::Dot(normal, direction) > cosSameDirection;
-        });
-        const double share = most / std::max(1.0, static_cast<double>(crowd));
-        if (share < 1.0 && (due += share) < 1.0) continue;
-        if (share < 1.0) due -= 1.0;
+    for (const std::size_t i : ThinDirections(surfels.normals, dMostShare)) {
         kept.points.push_back(surfels.points[i]);
-        kept.normals.push_back(direction);
+        kept.normals.push_back(surfels.normals[i]);
         kept.counts.push_back(surfels.counts[i]);
     }
     return kept;

@@ -39,6 +39,13 @@ std::vector<Vector<3>> sidesOf(const CScanView& view)
     return {{1, 0, 0}, {-1, 0, 0}, {0, 1, 0}, {0, -1, 0}, {0, 0, 1}, {0, 0, -1}};
 }
 
+void append(const Surfels& from, std::size_t i, Surfels& to)
+{
+    to.points.push_back(from.points[i]);
+    to.normals.push_back(from.normals[i]);
+    to.counts.push_back(from.counts[i]);
+}
+
 void appendEdges(const CRangeImage& image, float noise, std::vector<SurfaceEdge>& edges)
 {
     const CTrafo back = image.GetFrame().GetInverse(true);
@@ -64,7 +71,7 @@ std::vector<SurfaceEdge> edgesOf(const VotingScan& scan)
     return spread;
 }
 
-MatchedScan toMatched(const VotingScan& scan, const Surfels& surfels, float size)
+MatchedScan toMatched(const VotingScan& scan, const Surfels& surfels, std::vector<SurfaceEdge> edges, float size)
 {
     MatchedScan matched;
     for (const std::size_t i : spreadOrder(surfels.Size())) {
@@ -72,7 +79,7 @@ MatchedScan toMatched(const VotingScan& scan, const Surfels& surfels, float size
         matched.points.push_back(surfels.points[i]);
         matched.normals.push_back(surfels.normals[i]);
     }
-    matched.edges = edgesOf(scan);
+    matched.edges = std::move(edges);
     matched.uiEdgeSamples = std::min(uiEdgeSamples, matched.edges.size());
     const ERay eRay = scan.view->GetRay().eKind;
     matched.hasSensor = eRay == ERay::Found || eRay == ERay::Given; // a guessed ray may be 30 degrees off
@@ -110,9 +117,26 @@ VoteScan PrepareVote(const VotingScan& scan, float size)
     VoteScan made;
     made.fine = ThinSurfels(scan.set->GetPoints(), scan.set->GetNormals(), {}, cell);
     made.coarse = ThinSurfels(made.fine.points, made.fine.normals, made.fine.counts, evenScale.cell * size);
-    made.matched = toMatched(scan, made.fine, size);
+    made.matched = toMatched(scan, made.fine, edgesOf(scan), size);
     made.directions =
         directionsOf(made.fine, made.matched.edges, cell, static_cast<float>(scan.view->GetSampling().dNoise));
+    return made;
+}
+
+VoteScan PrepareVoteOffPlane(const VotingScan& scan, const SupportPlane& plane, float size)
+{
+    const Surfels all = ThinSurfels(scan.set->GetPoints(), scan.set->GetNormals(), {}, directedScale.cell * size);
+    VoteScan made;
+    Surfels on;
+    for (std::size_t i = 0; i < all.Size(); ++i)
+        append(all, i, plane.Holds(all.points[i], all.normals[i]) ? on : made.fine);
+    Surfels sampled = made.fine;
+    const std::size_t most = made.fine.Size() / uiOffForEachOn;
+    const std::size_t step = std::max<std::size_t>(1, on.Size() / std::max<std::size_t>(1, most));
+    for (std::size_t i = 0; i < on.Size(); i += step) append(on, i, sampled);
+    std::vector<SurfaceEdge> edges = edgesOf(scan);
+    std::erase_if(edges, [&](const SurfaceEdge& edge) { return plane.Holds(edge.point, edge.normal); });
+    made.matched = toMatched(scan, sampled, std::move(edges), size);
     return made;
 }
 

@@ -7,6 +7,7 @@
 #include "zorvan/preregistration/matchingdirections.h"
 #include "zorvan/preregistration/poserefinement.h"
 #include "zorvan/preregistration/surfelthinning.h"
+#include "zorvan/verdict/supportplane.h"
 
 #include <vector>
 
@@ -36,5 +37,10 @@ struct VoteScan
 
 /// @param size  of the object (mm)
 [[nodiscard]] VoteScan PrepareVote(const VotingScan& scan, float size);
+
+/// Of what stands on a plane: surfels, edges and most samples lie off it, and some on it, to hold the distance. Without
+/// coarse surfels and directions.
+/// @param size  of what stands there (mm)
+[[nodiscard]] VoteScan PrepareVoteOffPlane(const VotingScan& scan, const SupportPlane& plane, float size);
 
 } // namespace prereg

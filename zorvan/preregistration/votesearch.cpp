@@ -184,4 +184,11 @@ std::optional<std::vector<CVoteSearch::Candidate>> CVoteSearch::Run()
     return refine(std::move(proposals));
 }
 
+std::optional<std::vector<CVoteSearch::Candidate>> CVoteSearch::RunWith(const std::vector<CTrafo>& rotations)
+{
+    std::vector<Proposal> proposals;
+    if (!propose(rotations, m_fix.fine, m_flt.fine, directedScale, proposals)) return {};
+    return refine(std::move(proposals));
+}
+
 } // namespace prereg

@@ -39,6 +39,8 @@ public:
 
     /// Best first; nothing after an abort.
     [[nodiscard]] std::optional<std::vector<Candidate>> Run();
+    /// The same for given rotations, on the fine surfels.
+    [[nodiscard]] std::optional<std::vector<Candidate>> RunWith(const std::vector<CTrafo>& rotations);
     /// A pose from elsewhere, refined and scored.
     [[nodiscard]] Candidate Refined(const CTrafo& pose) const;
 

@@ -103,7 +103,10 @@ std::vector<float> levelsOf(const Box& box, const Samples& samples, const Side& 
 }
 
 /// Samples that make a face: a few stray points make none.
-std::size_t faceSize(const Samples& samples) { return std::max<std::size_t>(30, samples.size() / 300); }
+std::size_t faceSize(const Samples& samples)
+{
+    return std::max(verdict::uiMinFace, samples.size() / verdict::uiFacesInScan);
+}
 
 /// Where the object ends on a side: its outermost face, or where none was seen there the points that lie furthest out.
 float hullOf(const Box& box, const Samples& samples, const Side& side, float pixel)
@@ -133,38 +136,32 @@ void setExtent(Box& box, const Samples& samples, float pixel)
     }
 }
 
-/// Without the plane that holds most of the samples, and what lies behind it; nothing where none does.
-Samples withoutTable(const Box& box, const Samples& samples, const Side& side, float pixel)
+/// What stands on a plane; nothing where that is next to nothing.
+Samples onPlane(const SupportPlane& plane, const Samples& samples)
 {
-    const std::vector<float> levels = levelsOf(box, samples, side);
-    if (2 * levels.size() < samples.size()) return {};
-    const float table = levels[levels.size() / 2];
-    const auto isOn = [&](float level) { return std::abs(level - table) < 2.0F * pixel; };
-    const auto on = static_cast<std::size_t>(std::count_if(levels.begin(), levels.end(), isOn));
-    if (2 * on < samples.size()) return {};
     Samples rest;
     for (const auto& sample : samples)
-        if (box.Level(side, sample.point) > table + 2.0F * pixel) rest.push_back(sample);
+        if (Dot(plane.normal, sample.point) > plane.offset + plane.reach) rest.push_back(sample);
     return rest.size() > faceSize(samples) ? rest : Samples();
 }
 
 /// The box that the scans span, and the one of what stands on a table.
-std::vector<Box> boxesOf(const Samples& samples, float pixel)
+std::vector<Box> boxesOf(const CPoseJudge& judge, const Samples& samples)
 {
+    const auto pixel = static_cast<float>(judge.GetPixelSize());
+    const auto& plane = judge.GetSupportPlane();
     Box box;
-    box.axes[0] = mainAxis(samples, nullptr);
+    box.axes[0] = plane ? plane->normal : mainAxis(samples, nullptr);
     box.axes[1] = mainAxis(samples, &box.axes[0]);
     box.axes[2] = Cross(box.axes[0], box.axes[1]);
     if (!(box.axes[2].Length() > fAlong)) return {};
     setExtent(box, samples, pixel);
     std::vector<Box> boxes{box};
-    for (const float sign : {1.0F, -1.0F}) {
-        const Samples rest = withoutTable(box, samples, {0, sign}, pixel);
-        if (rest.empty()) continue;
-        setExtent(box, rest, pixel);
-        box.numTurns = 1; // else the table would come to lie above the part
-        boxes.push_back(box);
-    }
+    const Samples rest = plane ? onPlane(*plane, samples) : Samples();
+    if (rest.empty()) return boxes;
+    setExtent(box, rest, pixel);
+    box.numTurns = 1; // else the table would come to lie above the part
+    boxes.push_back(box);
     return boxes;
 }
 
@@ -303,7 +300,7 @@ std::vector<PoseTwin> FindBoxTwins(const CPoseJudge& judge, const CTrafo& pose)
     const Samples samples = judge.Place(pose);
     const auto matched = std::count_if(samples.begin(), samples.end(), [](const auto& s) { return s.isMatched; });
     std::vector<PoseTwin> twins;
-    for (const Box& box : boxesOf(samples, static_cast<float>(judge.GetPixelSize()))) {
+    for (const Box& box : boxesOf(judge, samples)) {
         const CTellingSurface surface(judge, pose, samples, box);
         for (const CTrafo& turn : turnsOf(box)) {
             auto twin = settled(judge, box, turn * pose);

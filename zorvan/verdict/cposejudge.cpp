@@ -12,9 +12,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
-#include <numeric>
 #include <optional>
-#include <random>
 #include <utility>
 
 namespace prereg {
@@ -23,8 +21,6 @@ namespace {
 
 using Vector3 = kdtree::Vector<3>;
 
-constexpr std::size_t uiParts = 8; ///< of the samples; most wrong poses end after the first
-constexpr unsigned uiSeed = 47110815;
 constexpr std::size_t uiHoldSamples = 4000; ///< directions and shares of a hold need no more
 
 bool hasFewPixels(const CScanView& view)
@@ -35,12 +31,6 @@ bool hasFewPixels(const CScanView& view)
 bool isRayKnown(const CScanView& view)
 {
     return view.GetRay().eKind == ERay::Found || view.GetRay().eKind == ERay::Given;
-}
-
-float pixelOf(const CScanView& view)
-{
-    return view.HasImage() ? view.GetImage().GetPixelSize()
-                           : static_cast<float>(verdict::dPixelPerSpacing * view.GetSampling().dSpacing);
 }
 
 /// What both surfaces hold of a pose, in the three turns and three shifts about a middle; turns count by what they move
@@ -165,16 +155,6 @@ private:
     std::array<double, Zorvan::symsolvers::PackedSize(iSize)> m_sum{};
 };
 
-std::size_t firstOfPart(std::size_t size, std::size_t part) { return size * part / uiParts; }
-
-/// Of samples two pixels apart; where each pixel of a spinning sensor's surface is one, there are as many more of them.
-int minSlideGrowth(const CPoseJudge& judge)
-{
-    constexpr double dPixelsOfSample = verdict::dSampleStep * verdict::dSampleStep;
-    const bool isEven = judge.GetFix().IsEven() || judge.GetFlt().IsEven();
-    return static_cast<int>(verdict::uiMinSlideGrowth * (judge.IsCoarse() && isEven ? dPixelsOfSample : 1.0));
-}
-
 /// Whether the pose lays the patterns of two spinning sensors on each other: that they agree there says nothing.
 bool isPatternOnPattern(const CPoseJudge& judge, const CTrafo& pose)
 {
@@ -219,6 +199,8 @@ CPoseJudge::CPoseJudge(const CScanView& fix, const CScanView& flt)
     m_sides[0].view = &fix;
     m_sides[1].view = &flt;
     for (Side& side : m_sides) takeSamples(side);
+    thinSupportPlanes();
+    for (Side& side : m_sides) shuffle(side);
     const double noise = std::hypot(fix.GetSampling().dNoise, flt.GetSampling().dNoise);
     const auto pixel = static_cast<double>(m_pixel);
     m_matchLimit = static_cast<float>(std::max(verdict::dMatchNoise * noise, verdict::dMatchPixels * pixel));
@@ -228,53 +210,6 @@ CPoseJudge::CPoseJudge(const CScanView& fix, const CScanView& flt)
     const std::size_t smaller = std::min(m_sides[0].samples.size(), m_sides[1].samples.size());
     m_minMatched = std::max(verdict::uiMinMatched,
                             static_cast<unsigned>(verdict::dMinMatchedShare * static_cast<double>(smaller)));
-}
-
-void CPoseJudge::takeSamples(Side& side) const
-{
-    const CScanView& view = *side.view;
-    const double step = (m_isCoarse ? 1.0 : verdict::dSampleStep) * static_cast<double>(m_pixel / pixelOf(view));
-    if (!view.HasImage()) {
-        const auto every = static_cast<std::size_t>(std::max(1.0, std::round(step * step)));
-        for (std::size_t i = 0; i < view.GetPoints().size(); i += every)
-            if (view.GetPoints()[i].IsFinite()) side.samples.push_back({view.GetPoints()[i], view.GetNormals()[i]});
-    } else {
-        const CRangeImage& image = view.GetImage();
-        const CTrafo back = image.GetFrame().GetInverse(true);
-        const int stride = std::max(1, static_cast<int>(std::lround(step)));
-        const auto rowLength = static_cast<std::uint32_t>(image.GetWidth() / stride + 2); // no row meets the next one
-        if (!m_isCoarse) side.uiRowLength = rowLength; // three pixels are no patch that an edge could not feign
-        for (int y = 0; y < image.GetHeight(); y += stride) {
-            for (int x = 0; x < image.GetWidth(); x += stride) {
-                if (!image.IsFilled({x, y})) continue;
-                const CRangeImage::Surfel& surfel = image.GetSurfel({x, y});
-                const auto cell =
-                    static_cast<std::uint32_t>(y / stride + 1) * rowLength + static_cast<std::uint32_t>(x / stride + 1);
-                side.samples.push_back({back * surfel.point, back.Rotate(surfel.normal), cell});
-            }
-        }
-    }
-    shuffle(side);
-}
-
-void CPoseJudge::shuffle(Side& side)
-{
-    std::vector<std::uint32_t> order(side.samples.size());
-    std::iota(order.begin(), order.end(), 0U);
-    std::mt19937 rng(uiSeed);
-    for (std::size_t i = order.size(); i > 1; --i) std::swap(order[i - 1], order[rng() % i]);
-    const std::vector<Sample> inOrder = std::move(side.samples);
-    side.samples.clear();
-    for (const std::uint32_t i : order) side.samples.push_back(inOrder[i]);
-    std::vector<std::uint8_t> partOfSample(order.size());
-    std::array<std::size_t, uiParts> next{};
-    for (std::size_t part = 0; part < uiParts; ++part) {
-        next[part] = firstOfPart(order.size(), part);
-        for (std::size_t k = next[part]; k < firstOfPart(order.size(), part + 1); ++k)
-            partOfSample[order[k]] = static_cast<std::uint8_t>(part);
-    }
-    side.parts.resize(order.size());
-    for (std::size_t i = 0; i < order.size(); ++i) side.parts[next[partOfSample[i]]++] = inOrder[i];
 }
 
 std::span<const CPoseJudge::Sample> CPoseJudge::partOf(std::size_t side, std::size_t part) const
@@ -368,7 +303,8 @@ void CPoseJudge::countInImage(std::size_t side, std::span<const Sample> samples,
             fronts.push_back(sample.uiCell);
         } else if (canMiss && moved.normal.z > static_cast<float>(verdict::dFacingCosine) &&
                    image.IsMissing(at, moved.point.z, static_cast<float>(verdict::dMissingPixels))) {
-            ++(image.IsInGap(at) ? counts.uiInGap : counts.uiMissing);
+            const bool isTurned = !image.Faces(moved.normal);
+            ++(isTurned ? counts.uiTurned : image.IsInGap(at) ? counts.uiInGap : counts.uiMissing);
         } else if (isInside) {
             addHit(nearestInImage(image, at, moved), side, counts);
         }
@@ -502,7 +438,7 @@ PoseVerdict CPoseJudge::Judge(const CTrafo& pose) const
         verdict.counts.uiDisputed = countDisputed(pose);
         verdict.eFinding = Weigh(verdict.counts);
     }
-    if (verdict && SlideGrowth(pose, verdict.counts) < minSlideGrowth(*this)) verdict.eFinding = EFinding::Sliding;
+    if (verdict && SlideGrowth(pose, verdict.counts) < MinSlideGrowth()) verdict.eFinding = EFinding::Sliding;
     const bool stands = verdict || verdict.eFinding == EFinding::Sliding;
     if (stands && isPatternOnPattern(*this, pose)) verdict.eFinding = EFinding::Doubtful;
     return verdict;
@@ -562,25 +498,30 @@ std::vector<CTrafo> CPoseJudge::Turns(const CTrafo& pose) const
     return turns;
 }
 
+int CPoseJudge::MinSlideGrowth() const
+{
+    constexpr double dPixelsOfSample = verdict::dSampleStep * verdict::dSampleStep;
+    const bool isEven = GetFix().IsEven() || GetFlt().IsEven();
+    return static_cast<int>(verdict::uiMinSlideGrowth * (IsCoarse() && isEven ? dPixelsOfSample : 1.0));
+}
+
 int CPoseJudge::SlideGrowth(const CTrafo& pose, const PoseCounts& at) const
 {
-    // Whatever speaks against the pose. What is shallow does not: there become fewer where the overlap shrinks.
-    const auto misfits = [](const PoseCounts& c) { return static_cast<int>(c.Contradictions() + c.uiTail); };
     const auto misfitsOfPart = [&](const CTrafo& moved) {
         PoseCounts counts;
         Fronts fronts;
         countParts(moved, 0, 1, counts, fronts);
-        return misfits(counts);
+        return counts.Misfits();
     };
     constexpr std::size_t uiDirections = 3;
-    const int iEnough = minSlideGrowth(*this);
+    const int iEnough = MinSlideGrowth();
     const int before = misfitsOfPart(pose);
     int least = std::numeric_limits<int>::max();
     for (const CTrafo& motion :
          CHoldAt(*this, pose).WeakestMotions(uiDirections, verdict::dSlidePixels * GetPixelSize())) {
         const CTrafo moved = motion * pose;
         int growth = misfitsOfPart(moved) - before;
-        if (growth < iEnough) growth = misfits(Count(moved)) - misfits(at);
+        if (growth < iEnough) growth = Count(moved).Misfits() - at.Misfits();
         least = std::min(least, growth);
         if (least < iEnough) break;
     }

@@ -5,6 +5,7 @@
 #include "zorvan/core/vector.h"
 #include "zorvan/platform/export.h"
 #include "zorvan/verdict/cscanview.h"
+#include "zorvan/verdict/supportplane.h"
 
 #include <array>
 #include <cstdint>
@@ -25,6 +26,7 @@ struct PoseCounts
     unsigned uiDisputed = 0; ///< pixels in the middle of patches, see CountDisputed; of poses that else stand
     unsigned uiMissing = 0;  ///< the other sensor should have seen it, and saw nothing
     unsigned uiInGap = 0;    ///< the same in a gap of the other scan, where it says nothing
+    unsigned uiTurned = 0;   ///< the same of steep surface that its sensor may not have faced, see CRangeImage::Faces
     unsigned uiOpposed = 0;  ///< on the other surface, which looks elsewhere
     unsigned uiTail = 0;     ///< near the other surface and like it, but further off than noise explains
     unsigned uiShallow = 0;  ///< near the other surface, off it, and unlike it
@@ -36,6 +38,9 @@ struct PoseCounts
     [[nodiscard]] ZORVAN_API double Contradiction() const;
     /// Over tail and matches.
     [[nodiscard]] ZORVAN_API double TailShare() const;
+    /// All that a motion to one side would leave fewer of, were the pose not held. What is shallow is none: there
+    /// become fewer where the overlap shrinks.
+    [[nodiscard]] int Misfits() const { return static_cast<int>(Contradictions() + uiTail + uiTurned); }
     /// Rivals are compared by it: matches, less what speaks against the pose.
     [[nodiscard]] ZORVAN_API double Score() const;
 
@@ -101,6 +106,9 @@ public:
     /// the least growth of what speaks against it, in samples; counted no further than it takes to see whether it is
     /// enough. A pose that may leave to one side is not held. @param at  counts at the pose itself
     [[nodiscard]] int SlideGrowth(const CTrafo& pose, const PoseCounts& at) const;
+    /// What growth is enough. Of samples two pixels apart; where each pixel of a spinning sensor's surface is one,
+    /// there are as many more of them.
+    [[nodiscard]] int MinSlideGrowth() const;
     /// How well the two surfaces hold the pose in the direction that they hold least, against the one that they hold
     /// best: in [0, 1], 0 for a ball or a plane.
     [[nodiscard]] double HoldRatio(const CTrafo& pose) const;
@@ -130,6 +138,8 @@ public:
     [[nodiscard]] bool CanMissSurface() const { return m_canMiss; }
     /// A scan fills so few pixels that details which tell turns of an object apart may lie between them.
     [[nodiscard]] bool IsCoarse() const { return m_isCoarse; }
+    /// Of the fixed scan, where a plane holds most of either: a table that both show, of which few samples are taken.
+    [[nodiscard]] const std::optional<SupportPlane>& GetSupportPlane() const { return m_plane; }
     [[nodiscard]] double GetMatchLimit() const { return static_cast<double>(m_matchLimit); } ///< mm
     [[nodiscard]] double GetPixelSize() const { return static_cast<double>(m_pixel); } ///< of the coarser scan, mm
 
@@ -152,7 +162,11 @@ private:
     struct Hit;
     class CHoldAt;
 
+    static constexpr std::size_t uiParts = 8; ///< of the samples; most wrong poses end after the first
+    [[nodiscard]] static std::size_t firstOfPart(std::size_t size, std::size_t part) { return size * part / uiParts; }
+    [[nodiscard]] static float pixelOf(const CScanView& view);
     void takeSamples(Side& side) const;
+    void thinSupportPlanes();
     static void shuffle(Side& side);
     [[nodiscard]] static Hit nearestInImage(const CRangeImage& image, CRangeImage::Pixel at, const Sample& moved);
     [[nodiscard]] Hit nearestInTree(const CScanView& view, const Sample& moved) const;
@@ -169,6 +183,7 @@ private:
     [[nodiscard]] unsigned countDisputed(const CTrafo& pose) const;
 
     std::array<Side, 2> m_sides; ///< fixed, floating
+    std::optional<SupportPlane> m_plane;
     float m_pixel = 0.0F;
     float m_matchLimit = 0.0F;
     float m_frontLimit = 0.0F;

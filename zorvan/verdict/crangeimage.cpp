@@ -262,6 +262,7 @@ CRangeImage::CRangeImage(const Vectors& points, const Vectors& normals, const Ve
     findCuts();
     closeSinglePixels();
     storeSurfels(points, normals);
+    findSteepSectors();
     computeCeilings();
     computeDistances();
     if (isEven) {
@@ -365,6 +366,28 @@ void CRangeImage::storeSurfels(const Vectors& points, const Vectors& normals)
         // steep surface away from a ray that is 30 degrees off.
         m_surfels[at] = {m_frame * points[m_indices[at]], normal.z < 0.0F ? -normal : normal};
         ++m_numFilled;
+    }
+}
+
+unsigned CRangeImage::sectorOf(const Vector3& normal)
+{
+    const float turns = std::atan2(normal.y, normal.x) / (2.0F * std::numbers::pi_v<float>)+0.5F;
+    return std::min(uiSectors - 1, static_cast<unsigned>(turns * static_cast<float>(uiSectors)));
+}
+
+void CRangeImage::findSteepSectors()
+{
+    std::array<std::size_t, uiSectors> counts{};
+    for (const Surfel& surfel : m_surfels) {
+        const bool isSteep = surfel.point.z > fEmpty && surfel.normal.z < static_cast<float>(verdict::dSteepCosine) &&
+                             surfel.normal.z > static_cast<float>(verdict::dFacingCosine);
+        if (isSteep) ++counts[sectorOf(surfel.normal)];
+    }
+    const std::size_t least = std::max(verdict::uiMinFace, m_numFilled / verdict::uiFacesInScan);
+    for (unsigned k = 0; k < uiSectors; ++k) {
+        if (counts[k] < least) continue;
+        for (const unsigned near : {k, (k + 1) % uiSectors, (k + uiSectors - 1) % uiSectors})
+            m_steepSectors |= 1U << near;
     }
 }
 

@@ -5,6 +5,7 @@
 #include "zorvan/core/ctrafo.h"
 #include "zorvan/core/vector.h"
 #include "zorvan/platform/export.h"
+#include "zorvan/verdict/verdictlimits.h"
 
 #include <algorithm>
 #include <array>
@@ -91,6 +92,15 @@ public:
     /// The sensor would have looked through a surface at this height: all nine pixels were seen, and lie lower.
     [[nodiscard]] bool IsInFront(Pixel at, float height) const { return Contains(at) && height > GetCeiling(at); }
 
+    /// Whether the sensor would see a surface that looks along this normal (in the frame of the image). The light or
+    /// the camera of a triangulating sensor stands beside the ray, where steep surface turns away from it: such surface
+    /// is seen where more like it was, on any part of the scan.
+    [[nodiscard]] bool Faces(const Vector3& normal) const
+    {
+        if (!(normal.z > static_cast<float>(verdict::dFacingCosine))) return false;
+        return normal.z >= static_cast<float>(verdict::dSteepCosine) || (m_steepSectors >> sectorOf(normal) & 1U) != 0;
+    }
+
     /// The sensor saw nothing here although nothing that it saw hides a surface at this height; false where the field
     /// of view may have ended. Whether the surface faces the sensor is for the caller to ask.
     /// @param minPixels  distance from the silhouette that counts as outside
@@ -130,6 +140,9 @@ private:
     [[nodiscard]] double meanFilledNeighbours() const;
     void closeSinglePixels();
     void storeSurfels(const Vectors& points, const Vectors& normals);
+    static constexpr unsigned uiSectors = 24; ///< of directions about the ray
+    [[nodiscard]] static unsigned sectorOf(const Vector3& normal);
+    void findSteepSectors();
     void computeCeilings();
     void computeDistances();
     void findCuts();
@@ -147,7 +160,8 @@ private:
     int m_height = 0;
     std::size_t m_numFilled = 0;
     double m_completeness = 0.0;
-    bool m_isPartial = false; ///< the surface goes on beyond the field of view, on which side ever
+    std::uint32_t m_steepSectors = 0; ///< one bit a sector: in it, or beside it, steep surface was seen
+    bool m_isPartial = false;         ///< the surface goes on beyond the field of view, on which side ever
     std::vector<std::uint32_t> m_indices;
     std::vector<Surfel> m_surfels;
     std::vector<float> m_ceilings;

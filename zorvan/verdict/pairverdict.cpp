@@ -37,13 +37,23 @@ std::vector<std::size_t> explanations(const CPoseJudge& judge, std::span<const C
     return kept;
 }
 
-/// Explains the scans about as well as the best one, which is its own rival.
+/// Explains the scans about as well as the best one, which is its own rival. One that nothing speaks against and that
+/// is held does so however little it shares: where an object looks alike on two sides, more may match in the wrong
+/// place.
 bool isRival(const PoseVerdict& verdict, const PoseCounts& best)
 {
-    if (verdict.eFinding == EFinding::NotRuledOut) return true;            // it need not share any surface
-    const bool isClean = verdict || verdict.eFinding == EFinding::Sliding; // may be the right one, not quite held
-    const double share = isClean ? verdict::dCleanRivalShare : verdict::dRivalShare;
+    if (verdict || verdict.eFinding == EFinding::NotRuledOut) return true;
+    const bool maySlide = verdict.eFinding == EFinding::Sliding; // may be the right one, not quite held
+    const double share = maySlide ? verdict::dCleanRivalShare : verdict::dRivalShare;
     return verdict.counts.Score() >= share * best.Score();
+}
+
+/// Whether the best pose is held against a motion to this one, as it has to be against motions to the sides: of so many
+/// pixels, which leave the overlap as it is, more speaks against the scans there.
+bool isHeldAgainst(const CPoseJudge& judge, double distance, const PoseVerdict& other, const PoseCounts& best)
+{
+    return other.eFinding != EFinding::NotRuledOut && distance <= verdict::dSlidePixels * judge.GetPixelSize() &&
+           other.counts.Misfits() - best.Misfits() >= judge.MinSlideGrowth();
 }
 
 double matchedShare(const PoseCounts& counts)
@@ -189,7 +199,11 @@ PairVerdict DecideOnPoses(const CPoseJudge& judge, std::span<const CTrafo> poses
     if (result.poses[first] && hasSlidingTwin(judge, poses, result.poses, first))
         result.poses[first].eFinding = EFinding::Sliding;
     const PoseVerdict best = result.poses[first];
-    std::erase_if(result.explanations, [&](std::size_t i) { return !isRival(result.poses[i], best.counts); });
+    std::erase_if(result.explanations, [&](std::size_t i) {
+        return !isRival(result.poses[i], best.counts) ||
+               (i != first &&
+                isHeldAgainst(judge, judge.Distance(poses[i], poses[first]), result.poses[i], best.counts));
+    });
     result.isOutdone = isOutdone(judge, poses, result.poses, result.explanations.front());
     const bool isAlone = result.explanations.size() == 1 && best && !result.isRayUnknown && !result.isCoarse;
     result.eVerdict = isAlone && !result.isOutdone ? EPairVerdict::Aligned : EPairVerdict::Ambiguous;

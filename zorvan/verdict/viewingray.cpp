@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/verdict/viewingray.h"
 
+#include "zorvan/verdict/planeshare.h"
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <numbers>
+#include <utility>
 #include <vector>
 
 namespace prereg {
@@ -21,12 +23,12 @@ Vector3 normalised(const Vector3& v) { return v * (1.0F / v.Length()); }
 class CProbes
 {
 public:
-    CProbes(const Vectors& points, const Zorvan::TKdTree<3, 48>& tree, double dSpacing)
+    CProbes(const Vectors& points, const std::vector<std::size_t>& at, const Zorvan::TKdTree<3, 48>& tree,
+            double dSpacing)
     {
-        const std::size_t step = std::max<std::size_t>(1, points.size() / verdict::uiRayProbes);
         const auto radius = static_cast<float>(verdict::dRayRadius * dSpacing);
         std::vector<unsigned> found;
-        for (std::size_t i = 0; i < points.size(); i += step) {
+        for (const std::size_t i : at) {
             if (!points[i].IsFinite()) continue;
             found.clear();
             tree.FindInBall(found, {points[i], radius * radius});
@@ -75,6 +77,33 @@ private:
     std::vector<std::size_t> m_ends;
     std::vector<float> m_nearest;
 };
+
+std::vector<std::size_t> atEqualSteps(std::size_t size, std::size_t count)
+{
+    std::vector<std::size_t> indices;
+    for (std::size_t i = 0; i < size; i += std::max<std::size_t>(1, size / count)) indices.push_back(i);
+    return indices;
+}
+
+/// A plane has a raster along any ray. Where one holds most of a scan, as a table does, probes on it would outnumber
+/// those that know better: they are taken from many, of which crowds are thinned until few are left.
+std::vector<std::size_t> probePlaces(const Vectors& normals)
+{
+    constexpr std::size_t uiMore = 16;
+    if (PlaneShare(normals) <= verdict::dMaxPlaneShare) return atEqualSteps(normals.size(), verdict::uiRayProbes);
+    std::vector<std::size_t> places = atEqualSteps(normals.size(), uiMore * verdict::uiRayProbes);
+    while (places.size() > 2 * verdict::uiRayProbes) {
+        Vectors directions;
+        for (const std::size_t i : places) directions.push_back(normals[i]);
+        std::vector<std::size_t> kept;
+        for (const std::size_t k : ThinDirections(directions, verdict::dMostOfADirection)) kept.push_back(places[k]);
+        if (kept.size() == places.size()) break;
+        places = std::move(kept);
+    }
+    std::vector<std::size_t> probes;
+    for (const std::size_t k : atEqualSteps(places.size(), verdict::uiRayProbes)) probes.push_back(places[k]);
+    return probes;
+}
 
 /// A direction with what speaks for it.
 struct Ray
@@ -131,7 +160,8 @@ std::vector<Ray> regularRays(CProbes& probes)
     rays.push_back(zAxis);
     const double best =
         std::max_element(rays.begin(), rays.end(), [&](auto& a, auto& b) { return better(b, a); })->dRegularity;
-    std::erase_if(rays, [&](const Ray& ray) { return ray.dRegularity < best - verdict::dRegularityTie; });
+    const double tie = std::clamp(2.0 * (1.0 - best), verdict::dRegularityRounding, verdict::dRegularityTie);
+    std::erase_if(rays, [&](const Ray& ray) { return ray.dRegularity < best - tie; });
     return rays;
 }
 
@@ -171,7 +201,7 @@ std::string ViewingRay::Warning() const
 double RayRegularity(const Vectors& points, const Zorvan::TKdTree<3, 48>& tree, double dSpacing,
                      const kdtree::Vector<3>& direction)
 {
-    return CProbes(points, tree, dSpacing).Regularity(direction);
+    return CProbes(points, atEqualSteps(points.size(), verdict::uiRayProbes), tree, dSpacing).Regularity(direction);
 }
 
 ViewingRay FindViewingRay(const Vectors& points, const Vectors& normals, const Zorvan::TKdTree<3, 48>& tree,
@@ -179,7 +209,7 @@ ViewingRay FindViewingRay(const Vectors& points, const Vectors& normals, const Z
 {
     const Vector3 mean = meanNormal(normals);
     if (!(static_cast<double>(mean.Length()) > verdict::dMinMeanNormal)) return {};
-    CProbes probes(points, tree, dSpacing);
+    CProbes probes(points, probePlaces(normals), tree, dSpacing);
     // Most scans lie in the frame of their sensor: the search (20 ms) is for the others.
     const Vector3 zAxis(0.0F, 0.0F, mean.z < 0.0F ? -1.0F : 1.0F);
     const double zRegularity = probes.Regularity(zAxis);

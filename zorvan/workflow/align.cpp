@@ -98,6 +98,7 @@ Zorvan::VerdictSummary summarize(const PairCandidate& candidate)
              {"disputed", counts.uiDisputed},
              {"missing", counts.uiMissing},
              {"in_gap", counts.uiInGap},
+             {"turned", counts.uiTurned},
              {"opposed", counts.uiOpposed},
              {"tail", counts.uiTail},
              {"shallow", counts.uiShallow},

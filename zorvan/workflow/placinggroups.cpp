@@ -29,6 +29,7 @@ void add(const PoseCounts& more, PoseCounts& sum)
     sum.uiDisputed += more.uiDisputed;
     sum.uiMissing += more.uiMissing;
     sum.uiInGap += more.uiInGap;
+    sum.uiTurned += more.uiTurned;
     sum.uiOpposed += more.uiOpposed;
     sum.uiTail += more.uiTail;
     sum.uiShallow += more.uiShallow;
