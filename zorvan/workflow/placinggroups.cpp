@@ -132,6 +132,7 @@ void CPlacingWeigher::addPlaces(const PlacedGroup& a, const PlacedGroup& b, std:
                     hypothesis.isAligned = isAligned;
                     hypothesis.isHeld = place.isHeld;
                     hypothesis.isOpen = place.isOpen;
+                    hypothesis.pair = ordered(i, k);
                     addDistinct(b, hypothesis, all);
                 }
             }
@@ -144,26 +145,39 @@ bool CPlacingWeigher::addDistinct(const PlacedGroup& b, Hypothesis hypothesis, s
     const std::size_t scan = b.members.front();
     for (Hypothesis& other : all) {
         if (m_pairs.AreDistinct(scan, hypothesis.pose * b.PoseOf(scan), other.pose * b.PoseOf(scan))) continue;
-        if (hypothesis.isHeld && !other.isHeld) other.pose = hypothesis.pose;
         other.isAligned = other.isAligned || hypothesis.isAligned;
-        other.isHeld = other.isHeld || hypothesis.isHeld;
         other.isOpen = other.isOpen || hypothesis.isOpen;
+        if (hypothesis.pair && hypothesis.pair == other.pair) {
+            // Two places to the pair itself.
+            other.nearby.push_back({hypothesis.pose, hypothesis.isHeld});
+            return false;
+        }
+        other.pair = hypothesis.pair;
+        if (!hypothesis.isHeld || other.isHeld) return false;
+        other.nearby.push_back({std::exchange(other.pose, hypothesis.pose), false});
+        other.isHeld = true;
         return false;
     }
     all.push_back(std::move(hypothesis));
     return true;
 }
 
-/// A place that shares no surface with the scan it comes from is known to a few pixels. Where it shares some with
-/// another one, it is where these two meet.
+/// Where much contradicts the pose, one nearby may be meant. And a place that shares no surface with the scan it comes
+/// from is known to a few pixels: where it shares some with another one, it is where these two meet.
 void CPlacingWeigher::weigh(const PlacedGroup& a, const PlacedGroup& b, Hypothesis& hypothesis) const
 {
-    Hypothesis met = hypothesis;
-    const auto there = weighAt(a, b, hypothesis);
-    if (!hypothesis.isOpen || !there) return;
-    met.pose = *there;
-    weighAt(a, b, met);
-    if (met.counts.Contradictions() < hypothesis.counts.Contradictions()) hypothesis = std::move(met);
+    const Hypothesis blank = hypothesis;
+    const auto met = weighAt(a, b, hypothesis);
+    const auto tryPose = [&](const CTrafo& pose, bool isHeld) {
+        Hypothesis other = blank;
+        other.pose = pose;
+        other.isHeld = isHeld;
+        weighAt(a, b, other);
+        if (other.counts.Contradictions() < hypothesis.counts.Contradictions()) hypothesis = std::move(other);
+    };
+    for (const Hypothesis::Nearby& nearby : blank.nearby)
+        if (hypothesis.counts.Contradictions() >= uiMinMargin) tryPose(nearby.pose, nearby.isHeld);
+    if (hypothesis.isOpen && met) tryPose(*met, blank.isHeld);
 }
 
 /// @return where the pair that matches most found that its scans meet; nothing where that is at the pose itself

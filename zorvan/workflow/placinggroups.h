@@ -21,7 +21,17 @@ struct PlacedGroup
 /// A pose that would join two groups, with what all their pairs say of it.
 struct Hypothesis
 {
+    /// The same place, as some pair found it too, or another place so near to it that a chain of poses may be off by as
+    /// much.
+    struct Nearby
+    {
+        CTrafo pose;
+        bool isHeld = false;
+    };
+
     CTrafo pose = CTrafo::Invalid();   ///< second to first group
+    std::vector<Nearby> nearby;        ///< to be weighed where much contradicts the pose
+    std::optional<ScanPair> pair;      ///< the last that found it
     bool isAligned = false;            ///< a pair is aligned there
     bool isHeld = false;               ///< a pair holds it in all directions
     bool isOpen = false;               ///< it may be the truth though hardly any surface is shared there
