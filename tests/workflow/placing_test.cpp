@@ -169,6 +169,17 @@ TEST(Placing, ATwinThatIsKnownRoughlyIsWeighedWhereOtherScansMeet)
     EXPECT_EQ(placing.places[2].ePlace, EPlace::Ambiguous);
 }
 
+// A chain of poses may be off by as much, so the two are one place, and the wrong one of them comes first.
+TEST(Placing, APlaceBesideAWrongOneIsWeighedToo)
+{
+    CPuzzle puzzle({0, 1, 6});
+    puzzle.FindTrue(0, 1);
+    puzzle.Find(1, 2, {5.15F, 5.06F});
+    const Placing placing = place(puzzle);
+    ASSERT_EQ(placing.places[2].ePlace, EPlace::Placed);
+    EXPECT_NEAR(between(placing, 0, 2), 6.06F, 1e-4F);
+}
+
 /// Two sides of a box, three scans of each, folded onto each other: all but one pair agree with that.
 CPuzzle twoSides()
 {
