@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "puzzle.h"
+#include "zorvan/workflow/placinggroups.h"
 
 #include <gtest/gtest.h>
 
@@ -112,6 +113,122 @@ TEST(Placing, NoticesAWrongMergeAndPutsItRight)
     const Placing placing = place(puzzle, start);
     EXPECT_EQ(placing.places[3].ePlace, EPlace::Placed);
     EXPECT_NEAR(between(placing, 0, 3), 3.0F, 1e-4F);
+}
+
+/// The third scan shows a side that looks like one of the first two: it fits there, and where it belongs it shares
+/// nothing with them.
+template <typename Puzzle>
+Puzzle folded(float twin)
+{
+    Puzzle puzzle({0, 1, 6});
+    puzzle.FindTrue(0, 1);
+    puzzle.Find(1, 2, {2});
+    puzzle.FindOpen(1, 2, twin);
+    puzzle.Confuse(1, 2, 2);
+    puzzle.Confuse(0, 2, 3);
+    puzzle.Part(1, 2);
+    puzzle.Part(0, 2);
+    return puzzle;
+}
+
+TEST(Placing, PutsNoScanWhereItsTwinIsContradictedAsLittle)
+{
+    auto puzzle = folded<CPuzzle>(5);
+    const Placing placing = place(puzzle);
+    EXPECT_EQ(placing.group[1], placing.group[0]);
+    EXPECT_EQ(placing.places[2].ePlace, EPlace::Ambiguous);
+}
+
+/// Half a step off, the first scan sees the third one, and that it does not quite fit.
+class CLoosePuzzle : public CPuzzle
+{
+public:
+    using CPuzzle::CPuzzle;
+
+    [[nodiscard]] std::vector<PairEvidence> Weigh(std::span<const std::pair<ScanPair, CTrafo>> poses) const override
+    {
+        std::vector<PairEvidence> all = CPuzzle::Weigh(poses);
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            const float off = std::abs(poses[i].second.GetTranslation().x - Apart(poses[i].first));
+            if (off < 0.1F || off > 0.6F) continue;
+            all[i] = {};
+            if (poses[i].first != ScanPair(0, 2)) continue;
+            all[i] = {EEvidence::Supports, {}, At(Apart({0, 2}))};
+            all[i].counts.uiMatched = 1000;
+            all[i].counts.uiInFront = 60;
+        }
+        return all;
+    }
+};
+
+TEST(Placing, ATwinThatIsKnownRoughlyIsWeighedWhereOtherScansMeet)
+{
+    auto puzzle = folded<CLoosePuzzle>(5.5F);
+    const Placing placing = place(puzzle);
+    EXPECT_EQ(placing.group[1], placing.group[0]);
+    EXPECT_EQ(placing.places[2].ePlace, EPlace::Ambiguous);
+}
+
+// A chain of poses may be off by as much, so the two are one place, and the wrong one of them comes first.
+TEST(Placing, APlaceBesideAWrongOneIsWeighedToo)
+{
+    CPuzzle puzzle({0, 1, 6});
+    puzzle.FindTrue(0, 1);
+    puzzle.Find(1, 2, {5.15F, 5.06F});
+    const Placing placing = place(puzzle);
+    ASSERT_EQ(placing.places[2].ePlace, EPlace::Placed);
+    EXPECT_NEAR(between(placing, 0, 2), 6.06F, 1e-4F);
+}
+
+/// Two sides of a box, three scans of each, folded onto each other: all but one pair agree with that.
+CPuzzle twoSides()
+{
+    CPuzzle puzzle({0, 1, 2, 20, 21, 22});
+    for (std::size_t i = 0; i < 3; ++i) {
+        for (std::size_t k = 3; k < 6; ++k) {
+            if (i == 0 && k == 3) continue;
+            puzzle.Confuse(i, k, puzzle.Apart({i, k}) - 15.0F);
+            puzzle.Part(i, k);
+        }
+    }
+    return puzzle;
+}
+
+Placing foldedSides(const std::vector<float>& found)
+{
+    CPuzzle puzzle = twoSides();
+    puzzle.Find(0, 3, found);
+    Placing start = Placing::Apart(6);
+    start.group.assign(6, 0);
+    for (std::size_t i = 0; i < 6; ++i) start.poses[i] = CPuzzle::At(puzzle.Apart({0, i}) - (i < 3 ? 0.0F : 15.0F));
+    start.searched = {{0, 3}};
+    start.findings = {puzzle.GetFindings().at({0, 3})};
+    return place(puzzle, start);
+}
+
+TEST(Placing, UnfoldsScansThatHoldEachOtherInAWrongPlace)
+{
+    const Placing placing = foldedSides({11, 20}); // no aligned pair leads there
+    for (std::size_t scan = 3; scan < 6; ++scan) {
+        EXPECT_EQ(placing.group[scan], placing.group[0]);
+        EXPECT_NEAR(between(placing, 0, scan), 17.0F + static_cast<float>(scan), 1e-4F);
+    }
+}
+
+// The fold matches more, as eight pairs fit there.
+TEST(Placing, AreBetterWhereLessContradictsThem)
+{
+    const auto countsOf = [](unsigned matched, unsigned inFront) {
+        PoseCounts counts;
+        counts.uiMatched = matched;
+        counts.uiInFront = inFront;
+        return counts;
+    };
+    const PoseCounts fold = countsOf(14000, 300);
+    EXPECT_TRUE(AreBetter(countsOf(8000, 20), fold));
+    EXPECT_FALSE(AreBetter(fold, countsOf(8000, 20)));
+    EXPECT_FALSE(AreBetter(countsOf(5000, 0), fold)) << "scans apart are not better";
+    EXPECT_TRUE(AreBetter(countsOf(9000, 20), countsOf(8000, 0))) << "within the margin matches count";
 }
 
 /// A puzzle whose scans are turned, each in another way.

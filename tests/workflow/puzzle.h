@@ -30,6 +30,13 @@ public:
         finding.eVerdict = places.size() == 1 ? prereg::EPairVerdict::Aligned : prereg::EPairVerdict::Ambiguous;
         for (const float x : places) finding.places.push_back({At(x), counts(true), true});
     }
+    /// Another place, which need not share any surface.
+    void FindOpen(std::size_t a, std::size_t b, float x)
+    {
+        prereg::PairFinding& finding = m_findings[{a, b}];
+        finding.eVerdict = prereg::EPairVerdict::Ambiguous;
+        finding.places.push_back({At(x), {}, false, true});
+    }
     void FindTrue(std::size_t a, std::size_t b) { Find(a, b, {Apart({a, b})}); }
     /// Scans that cannot tell two poses of the pair apart.
     void Confuse(std::size_t a, std::size_t b, float x) { m_alsoRight[{a, b}] = x; }

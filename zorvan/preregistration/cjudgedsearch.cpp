@@ -97,7 +97,7 @@ bool CJudgedSearch::Compute(const Zorvan::Hooks& hooks)
         proposeByFeatures(hooks);
         proposeTurns();
     }
-    if (m_hasVote && !hooks.IsAborted() && !isSettled()) {
+    if (m_hasVote && !hooks.IsAborted() && !IsSettled()) {
         proposeByVote(hooks);
         proposeTurns();
     }
@@ -319,7 +319,7 @@ bool CJudgedSearch::isPlanePart() const
     return planes > verdict::dMaxPlaneShare;
 }
 
-bool CJudgedSearch::isSettled() const
+bool CJudgedSearch::IsSettled() const
 {
     return !isPlanePart() && !m_judge.IsCoarse() && m_verdict &&
            m_judge.HoldRatio(m_candidates[m_verdict.explanations.front()].refined.GetTrafo()) >= verdict::dFirmHold;

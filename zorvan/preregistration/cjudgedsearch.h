@@ -77,13 +77,16 @@ public:
     void SetVote(bool isOn) { m_hasVote = isOn; }
 
     /// Before the scans are called aligned, looks for turns of the box that they span which nothing contradicts; see
-    /// FindBoxTwins. Some 50 ms; as it comes, off: who joins many scans has loops to tell.
+    /// FindBoxTwins. Some 50 ms; as it comes, off.
     void SetTwins(bool isOn) { m_hasTwins = isOn; }
 
     /// Searches. An abort ends it with what has been found and weighed until then.
     /// @return whether the scans are aligned
     bool Compute(const Zorvan::Hooks& hooks);
 
+    /// Whether the scans are aligned, and both surfaces hold the pose so firmly that the vote would find no rival.
+    /// Where they do not, a search without the vote has not looked for rivals.
+    [[nodiscard]] bool IsSettled() const;
     /// Indices are those of the candidates: explanations are the first ones.
     [[nodiscard]] const PairVerdict& GetVerdict() const { return m_verdict; }
     /// Explanations best first, then those that fell, in the order in which they were proposed.
@@ -105,7 +108,6 @@ private:
     void decide();
     void settle(std::size_t first);
     [[nodiscard]] bool isPlanePart() const;
-    [[nodiscard]] bool isSettled() const;
     [[nodiscard]] std::vector<CTrafo> hopeful(const std::vector<CTrafo>& poses) const;
 
     SearchedScan m_fix;

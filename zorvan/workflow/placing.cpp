@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
@@ -36,8 +37,9 @@ public:
     {
         m_hooks.Start("registering", std::max<std::size_t>(m_state.group.size(), 1) - 1);
         takeOutRefuted();
-        while (!m_hooks.IsAborted() && (joinBest() || searchMore() || reviseOne() || moveOne() || recheckOne())) {
+        while (!m_hooks.IsAborted() && (joinBest() || searchMore() || reviseOne() || moveOne() || recheckAny())) {
         }
+        takeOutDoubtful();
         takeOutOutvoted();
         m_hooks.Finish();
         sayWhatBecame();
@@ -223,7 +225,7 @@ private:
     {
         const auto [a, b] = pair;
         const Placing before = m_state;
-        const double scoreBefore = score();
+        const PoseCounts countsBefore = counts();
         for (std::size_t scan = 0; scan < before.group.size(); ++scan)
             if (before.group[scan] == before.group[a] || before.group[scan] == before.group[b])
                 m_state.group[scan] = scan;
@@ -232,7 +234,7 @@ private:
         while (joinBest()) {
         }
         takeOutRefuted();
-        if (score() > scoreBefore) return true;
+        if (AreBetter(counts(), countsBefore)) return true;
         m_state = before;
         m_decisions.clear();
         return false;
@@ -259,35 +261,83 @@ private:
         return false;
     }
 
-    /// What all pairs that lie in a common frame say, matches against contradictions.
-    [[nodiscard]] double score() const
+    /// What all pairs that lie in a common frame say.
+    [[nodiscard]] PoseCounts counts() const
     {
-        double sum = 0.0;
-        for (const std::size_t name : names()) sum += m_weigher.Score(groupOf(name));
+        PoseCounts sum;
+        for (const std::size_t name : names()) Add(m_weigher.Counts(groupOf(name)), sum);
         return sum;
     }
 
-    /// Asks of each scan whether the others would put it where it is. One that they would put elsewhere moves there;
-    /// one that has several places is taken out, as it came in when less was known. @return whether any moved
-    bool recheckOne()
+    /// What becomes of scans that the others would put elsewhere.
+    enum class ERemedy
     {
-        for (std::size_t scan = 0; scan < m_state.group.size(); ++scan) {
-            Members rest = m_state.MembersOf(m_state.group[scan]);
-            if (rest.size() < 2 || !m_rechecked.insert({scan, rest}).second) continue;
-            std::erase(rest, scan);
-            const JoinDecision decision = m_weigher.Decide({rest, &m_state.poses}, {{scan}, &m_state.poses}, CTrafo());
-            if (decision && !m_pairs.AreDistinct(scan, decision.pose * m_state.poses[scan], m_state.poses[scan]))
-                continue;
-            if (!decision && decision.place.ePlace != EPlace::Ambiguous) continue;
-            takeOut(scan);
-            if (!decision) return true;
-            m_state.poses[scan] = rigid(decision.pose * m_state.poses[scan]);
-            rest.push_back(scan);
-            std::sort(rest.begin(), rest.end());
-            regroup(rest);
-            return true;
+        Move,   ///< they go there, or out where they have several places: they came in when less was known
+        TakeOut ///< they go out
+    };
+
+    /// Asks of each scan, and of scans that hold each other where they are, whether the others would put them where
+    /// they are. @return whether any moved
+    bool recheckAny(ERemedy eRemedy = ERemedy::Move)
+    {
+        for (std::size_t scan = 0; scan < m_state.group.size(); ++scan)
+            if (recheck({scan}, m_state.MembersOf(m_state.group[scan]), eRemedy)) return true;
+        for (const auto& [pair, finding] : m_weigher.GetFindings())
+            if (recheckPart(pair, finding, eRemedy)) return true;
+        return false;
+    }
+
+    /// A place where a pair was found, other than where it is, shows which scans would go there together. Opposite
+    /// sides of a box, folded onto each other, are two such parts.
+    bool recheckPart(ScanPair pair, const PairFinding& finding, ERemedy eRemedy)
+    {
+        constexpr std::size_t uiTwoParts = 4; // a part of one scan has been looked at
+        const auto [a, b] = pair;
+        const Members members = m_state.MembersOf(m_state.group[a]);
+        if (m_state.group[a] != m_state.group[b] || members.size() < uiTwoParts) return false;
+        if (eRemedy == ERemedy::Move && !m_parted.insert({pair, members}).second) return false;
+        for (const PairFinding::Place& place : finding.places) {
+            const CTrafo there = m_state.poses[a] * place.pose;
+            const bool isKnown = place.isHeld || place.isOpen;
+            if (!isKnown || !m_pairs.AreDistinct(b, there, m_state.poses[b])) continue;
+            const CTrafo motion = there * m_state.poses[b].GetInverse(true);
+            Members part = m_weigher.PartThatGoes({members, &m_state.poses}, a, b, motion);
+            if (2 * part.size() > members.size()) part = without(members, part);
+            if (part.size() > 1 && recheck(part, members, eRemedy)) return true;
         }
         return false;
+    }
+
+    [[nodiscard]] static Members without(const Members& members, const Members& part)
+    {
+        Members rest;
+        std::ranges::set_difference(members, part, std::back_inserter(rest));
+        return rest;
+    }
+
+    /// Of a part of a group.
+    bool recheck(const Members& part, const Members& members, ERemedy eRemedy)
+    {
+        const Members rest = without(members, part);
+        if (rest.empty() || (eRemedy == ERemedy::Move && !m_rechecked.insert({part, rest}).second)) return false;
+        const std::size_t scan = part.front();
+        const JoinDecision decision = m_weigher.Decide({rest, &m_state.poses}, {part, &m_state.poses}, CTrafo());
+        if (decision && !m_pairs.AreDistinct(scan, decision.pose * m_state.poses[scan], m_state.poses[scan]))
+            return false;
+        if (!decision && decision.place.ePlace != EPlace::Ambiguous) return false;
+        regroup(part);
+        regroup(rest);
+        if (!decision || eRemedy == ERemedy::TakeOut) return true;
+        for (const std::size_t moved : part) m_state.poses[moved] = rigid(decision.pose * m_state.poses[moved]);
+        regroup(members);
+        return true;
+    }
+
+    /// At the end: what has been rechecked once may have come in again another way.
+    void takeOutDoubtful()
+    {
+        while (!m_hooks.IsAborted() && recheckAny(ERemedy::TakeOut)) {
+        }
     }
 
     /// Takes out each scan that one pair alone holds where it is, when another one that found it elsewhere says about
@@ -351,8 +401,9 @@ private:
     std::map<std::pair<Members, Members>, std::pair<std::size_t, JoinDecision>> m_decisions;
     std::set<std::tuple<ScanPair, Members, Members>> m_revised;
     std::set<std::tuple<std::size_t, Members, Members>> m_moved;
-    std::set<std::pair<std::size_t, Members>> m_rechecked;
-    std::map<std::size_t, std::size_t> m_outvoted; ///< scans, each with one that found another place for it
+    std::set<std::pair<Members, Members>> m_rechecked;
+    std::set<std::pair<ScanPair, Members>> m_parted; ///< pairs whose places have shown the parts of their group
+    std::map<std::size_t, std::size_t> m_outvoted;   ///< scans, each with one that found another place for it
 };
 
 } // namespace

@@ -27,7 +27,8 @@ struct PairFinding
     {
         CTrafo pose;
         PoseCounts counts;
-        bool isHeld = true; ///< false: it may slide, so that it is no place to put a scan, only a rival
+        bool isHeld = true;  ///< false: it may slide, so that it is no place to put a scan, only a rival
+        bool isOpen = false; ///< nothing contradicts it, whether surface is shared or not: see EFinding::NotRuledOut
     };
     EPairVerdict eVerdict = EPairVerdict::TooLittle;
     std::vector<Place> places; ///< that explain both scans, best first
@@ -47,6 +48,7 @@ struct PairEvidence
 {
     EEvidence eEvidence = EEvidence::Silent;
     PoseCounts counts;
+    CTrafo met = CTrafo::Invalid(); ///< near the pose, where the scans were found to meet; invalid: at the pose itself
 };
 
 /// All that placing asks of the scans. Tests make theirs up.

@@ -20,7 +20,9 @@ constexpr unsigned uiMinMargin = 30;
 
 constexpr std::size_t uiMaxSymmetries = 24;
 
-void add(const PoseCounts& more, PoseCounts& sum)
+} // namespace
+
+void Add(const PoseCounts& more, PoseCounts& sum)
 {
     sum.uiSamples += more.uiSamples;
     sum.uiMatched += more.uiMatched;
@@ -36,19 +38,29 @@ void add(const PoseCounts& more, PoseCounts& sum)
     for (std::size_t side = 0; side < sum.matchedOf.size(); ++side) sum.matchedOf.at(side) += more.matchedOf.at(side);
 }
 
+namespace {
+
+/// Whether there are fewer contradictions, by a margin.
+bool areFewer(const PoseCounts& a, const PoseCounts& b)
+{
+    return b.Contradictions() >= a.Contradictions() + std::max(uiMinMargin, a.Contradictions());
+}
+
 ScanPair ordered(std::size_t a, std::size_t b) { return {std::min(a, b), std::max(a, b)}; }
 
 /// The pose of the second scan of the ordered pair in the frame of the first one.
 CTrafo relative(const CTrafo& poseA, const CTrafo& poseB) { return poseA.GetInverse(true) * poseB; }
 
-/// Whether `a` explains the scans better than `b`, by a margin: fewer contradictions, or more than twice the score.
-bool beats(const PoseCounts& a, const PoseCounts& b)
+/// Whether `a` explains the scans better than `b`, by a margin: fewer contradictions, or more than twice the score,
+/// unless `b` need not share any surface.
+bool beats(const Hypothesis& a, const Hypothesis& b)
 {
-    const unsigned margin = std::max(uiMinMargin, a.Contradictions());
-    if (b.Contradictions() >= a.Contradictions() + margin) return true;
-    const bool isDoubtful = b.Contradiction() > verdict::dMaxContradiction;
+    if (areFewer(a.counts, b.counts)) return true;
+    if (b.isOpen) return false;
+    const bool isDoubtful = b.counts.Contradiction() > verdict::dMaxContradiction;
     const double share = isDoubtful ? verdict::dRivalShare : verdict::dCleanRivalShare;
-    return b.Score() < share * a.Score() && a.Contradictions() < b.Contradictions() + uiMinMargin;
+    return b.counts.Score() < share * a.counts.Score() &&
+           a.counts.Contradictions() < b.counts.Contradictions() + uiMinMargin;
 }
 
 /// The one that beats all others.
@@ -56,7 +68,7 @@ const Hypothesis* winner(const std::vector<Hypothesis>& standing)
 {
     for (const Hypothesis& candidate : standing) {
         const bool isBest = std::all_of(standing.begin(), standing.end(), [&](const Hypothesis& other) {
-            return &other == &candidate || beats(candidate.counts, other.counts);
+            return &other == &candidate || beats(candidate, other);
         });
         if (isBest) return &candidate;
     }
@@ -65,8 +77,17 @@ const Hypothesis* winner(const std::vector<Hypothesis>& standing)
 
 } // namespace
 
+bool AreBetter(const PoseCounts& a, const PoseCounts& b)
+{
+    if (areFewer(a, b)) return a.Score() >= verdict::dCleanRivalShare * b.Score();
+    if (areFewer(b, a)) return b.Score() < verdict::dCleanRivalShare * a.Score();
+    return a.Score() > b.Score();
+}
+
 bool Hypothesis::Stands() const
 {
+    // Where no surface is shared, matches are no measure.
+    if (isOpen && uiSupports == 0) return uiRefutations == 0;
     // Where no pair is aligned by itself, all of them together must be as sure as one that is.
     const double limit = isAligned ? verdict::dMaxDoubt : verdict::dMaxContradiction;
     return uiSupports > 0 && uiRefutations * uiSupportsPerRefutation <= uiSupports && counts.Contradiction() <= limit;
@@ -111,6 +132,8 @@ void CPlacingWeigher::addPlaces(const PlacedGroup& a, const PlacedGroup& b, std:
                     hypothesis.pose = a.PoseOf(i) * toFirst * b.PoseOf(k).GetInverse(true);
                     hypothesis.isAligned = isAligned;
                     hypothesis.isHeld = place.isHeld;
+                    hypothesis.isOpen = place.isOpen;
+                    hypothesis.pair = ordered(i, k);
                     addDistinct(b, hypothesis, all);
                 }
             }
@@ -123,41 +146,81 @@ bool CPlacingWeigher::addDistinct(const PlacedGroup& b, Hypothesis hypothesis, s
     const std::size_t scan = b.members.front();
     for (Hypothesis& other : all) {
         if (m_pairs.AreDistinct(scan, hypothesis.pose * b.PoseOf(scan), other.pose * b.PoseOf(scan))) continue;
-        if (hypothesis.isHeld && !other.isHeld) other.pose = hypothesis.pose;
         other.isAligned = other.isAligned || hypothesis.isAligned;
-        other.isHeld = other.isHeld || hypothesis.isHeld;
+        other.isOpen = other.isOpen || hypothesis.isOpen;
+        if (hypothesis.pair && hypothesis.pair == other.pair) {
+            // Two places to the pair itself.
+            other.nearby.push_back({hypothesis.pose, hypothesis.isHeld});
+            return false;
+        }
+        other.pair = hypothesis.pair;
+        if (!hypothesis.isHeld || other.isHeld) return false;
+        other.nearby.push_back({std::exchange(other.pose, hypothesis.pose), false});
+        other.isHeld = true;
         return false;
     }
     all.push_back(std::move(hypothesis));
     return true;
 }
 
+/// Where much contradicts the pose, one nearby may be meant. And a place that shares no surface with the scan it comes
+/// from is known to a few pixels: where it shares some with another one, it is where these two meet.
 void CPlacingWeigher::weigh(const PlacedGroup& a, const PlacedGroup& b, Hypothesis& hypothesis) const
 {
+    const Hypothesis blank = hypothesis;
+    const auto met = weighAt(a, b, hypothesis);
+    const auto tryPose = [&](const CTrafo& pose, bool isHeld) {
+        Hypothesis other = blank;
+        other.pose = pose;
+        other.isHeld = isHeld;
+        weighAt(a, b, other);
+        if (other.counts.Contradictions() < hypothesis.counts.Contradictions()) hypothesis = std::move(other);
+    };
+    for (const Hypothesis::Nearby& nearby : blank.nearby)
+        if (hypothesis.counts.Contradictions() >= uiMinMargin) tryPose(nearby.pose, nearby.isHeld);
+    if (hypothesis.isOpen && met) tryPose(*met, blank.isHeld);
+}
+
+/// @return where the pair that matches most found that its scans meet; nothing where that is at the pose itself
+std::optional<CTrafo> CPlacingWeigher::weighAt(const PlacedGroup& a, const PlacedGroup& b, Hypothesis& hypothesis) const
+{
     std::vector<std::pair<ScanPair, CTrafo>> poses;
-    std::vector<std::size_t> ofFirst;
+    std::vector<ScanPair> scans; // of the first and of the second group
     for (const std::size_t i : a.members) {
         for (const std::size_t k : b.members) {
             const CTrafo moved = hypothesis.pose * b.PoseOf(k);
             const CTrafo pose = i < k ? relative(a.PoseOf(i), moved) : relative(moved, a.PoseOf(i));
             if (!m_pairs.MayMeet(ordered(i, k), pose)) continue;
             poses.emplace_back(ordered(i, k), pose);
-            ofFirst.push_back(i);
+            scans.emplace_back(i, k);
         }
     }
     const std::vector<PairEvidence> all = m_pairs.Weigh(poses);
     unsigned worst = 0;
+    unsigned most = 0;
+    std::optional<CTrafo> there;
     for (std::size_t i = 0; i < all.size(); ++i) {
-        add(all[i].counts, hypothesis.counts);
-        hypothesis.uiSupports += all[i].eEvidence == EEvidence::Supports;
+        Add(all[i].counts, hypothesis.counts);
+        if (all[i].eEvidence == EEvidence::Supports) {
+            ++hypothesis.uiSupports;
+            if (all[i].counts.uiMatched <= most) continue;
+            most = all[i].counts.uiMatched;
+            there.reset();
+            if (!all[i].met) continue;
+            const auto [first, second] = scans[i];
+            const CTrafo toFirst = first < second ? all[i].met : all[i].met.GetInverse(true);
+            there = a.PoseOf(first) * toFirst * b.PoseOf(second).GetInverse(true);
+        }
         if (all[i].eEvidence != EEvidence::Refutes) continue;
+        const std::size_t refuter = scans[i].first;
         ++hypothesis.uiRefutations;
-        if (hypothesis.refuters.empty() || hypothesis.refuters.back() != ofFirst[i])
-            hypothesis.refuters.push_back(ofFirst[i]);
+        if (hypothesis.refuters.empty() || hypothesis.refuters.back() != refuter)
+            hypothesis.refuters.push_back(refuter);
         if (all[i].counts.Contradictions() <= worst) continue;
         worst = all[i].counts.Contradictions();
-        hypothesis.uiWorstRefuter = ofFirst[i];
+        hypothesis.uiWorstRefuter = refuter;
     }
+    return there;
 }
 
 /// Motions that carry the object nearly onto itself, in the frame of a group: an ambiguous pair shows them.
@@ -265,11 +328,11 @@ std::optional<std::size_t> CPlacingWeigher::FindRefuted(const PlacedGroup& group
     return worst;
 }
 
-double CPlacingWeigher::Score(const PlacedGroup& group) const
+PoseCounts CPlacingWeigher::Counts(const PlacedGroup& group) const
 {
     std::vector<ScanPair> pairs;
-    double sum = 0.0;
-    for (const PairEvidence& evidence : evidenceIn(group, pairs)) sum += evidence.counts.Score();
+    PoseCounts sum;
+    for (const PairEvidence& evidence : evidenceIn(group, pairs)) Add(evidence.counts, sum);
     return sum;
 }
 

@@ -21,9 +21,20 @@ struct PlacedGroup
 /// A pose that would join two groups, with what all their pairs say of it.
 struct Hypothesis
 {
+    /// The same place, as some pair found it too, or another place so near to it that a chain of poses may be off by as
+    /// much.
+    struct Nearby
+    {
+        CTrafo pose;
+        bool isHeld = false;
+    };
+
     CTrafo pose = CTrafo::Invalid();   ///< second to first group
+    std::vector<Nearby> nearby;        ///< to be weighed where much contradicts the pose
+    std::optional<ScanPair> pair;      ///< the last that found it
     bool isAligned = false;            ///< a pair is aligned there
     bool isHeld = false;               ///< a pair holds it in all directions
+    bool isOpen = false;               ///< it may be the truth though hardly any surface is shared there
     PoseCounts counts;                 ///< of all pairs
     std::size_t uiSupports = 0;        ///< pairs
     std::vector<std::size_t> refuters; ///< scans of the first group that refute it, ascending
@@ -33,6 +44,13 @@ struct Hypothesis
     /// Hardly a pair refutes it. One in five may: a sensor loses surface for reasons that nobody foresees.
     [[nodiscard]] bool Stands() const;
 };
+
+void Add(const PoseCounts& more, PoseCounts& sum);
+
+/// Whether poses of which all pairs together say `a` are better than others of the same scans. Fewer contradictions
+/// count for more than matches: sides that look alike, folded onto each other, match more than they do where they
+/// belong. But scans apart have none, so matches must not be less than half.
+[[nodiscard]] ZORVAN_WORKFLOW_API bool AreBetter(const PoseCounts& a, const PoseCounts& b);
 
 struct JoinDecision
 {
@@ -62,11 +80,17 @@ public:
     /// @param present  where the second group is now, which is a hypothesis too
     [[nodiscard]] JoinDecision Decide(const PlacedGroup& a, const PlacedGroup& b,
                                       const std::optional<CTrafo>& present = {}) const;
+    /// The scans of a group that would go along if one of them went elsewhere: those that refute the others that go,
+    /// and find less that contradicts them when they go too. Ascending.
+    /// @param stays   a scan that does not go
+    /// @param motion  of those that go, in the frame of the group
+    [[nodiscard]] std::vector<std::size_t> PartThatGoes(const PlacedGroup& group, std::size_t stays, std::size_t goes,
+                                                        const CTrafo& motion) const;
     /// The scan that the others of its group refute most; nothing when they refute none.
     [[nodiscard]] std::optional<std::size_t> FindRefuted(const PlacedGroup& group) const;
-    /// What the pairs of a group say for it.
-    [[nodiscard]] double Score(const PlacedGroup& group) const;
-    /// What those of one of its scans do.
+    /// What the pairs of a group say of it, together.
+    [[nodiscard]] PoseCounts Counts(const PlacedGroup& group) const;
+    /// What those of one of its scans say for its pose.
     [[nodiscard]] double Score(const PlacedGroup& group, std::size_t scan) const;
     /// Pairs of a scan that support its pose in the group.
     [[nodiscard]] std::size_t CountSupports(const PlacedGroup& group, std::size_t scan) const;
@@ -78,6 +102,8 @@ private:
     void addTurned(const PlacedGroup& a, const PlacedGroup& b, std::vector<Hypothesis>& all) const;
     bool addDistinct(const PlacedGroup& b, Hypothesis hypothesis, std::vector<Hypothesis>& all) const;
     void weigh(const PlacedGroup& a, const PlacedGroup& b, Hypothesis& hypothesis) const;
+    std::optional<CTrafo> weighAt(const PlacedGroup& a, const PlacedGroup& b, Hypothesis& hypothesis) const;
+    [[nodiscard]] PairEvidence weighPair(std::size_t i, const CTrafo& poseI, std::size_t k, const CTrafo& poseK) const;
     /// Of one scan with each of the others.
     [[nodiscard]] std::vector<PairEvidence> evidenceOn(const PlacedGroup& group, std::size_t scan) const;
     [[nodiscard]] std::vector<PairEvidence> evidenceIn(const PlacedGroup& group, std::vector<ScanPair>& pairs) const;

@@ -105,10 +105,14 @@ PairFinding CScanPairs::search(ScanPair pair, bool isThorough, const Zorvan::Hoo
     CJudgedSearch judged(m_scans[pair.first].searched, m_scans[pair.second].searched, config,
                          SettingsForRefinement(m_config));
     judged.SetVote(isThorough);
+    judged.SetTwins(true);
     judged.Compute(hooks);
     // What the features leave open the vote has to settle.
     if (!isThorough && !judged.GetVerdict()) return {};
-    return findingOf(pair, judged);
+    PairFinding finding = findingOf(pair, judged);
+    // The teeth of a wheel agree in many places, of which the features find some.
+    if (!isThorough && finding.IsAligned() && !judged.IsSettled()) finding.eVerdict = EPairVerdict::Ambiguous;
+    return finding;
 }
 
 /// A pose that the caller gave needs no search for rivals: it says which of several places is meant.
@@ -131,8 +135,11 @@ PairFinding CScanPairs::findingOf(ScanPair pair, const CJudgedSearch& search) co
     for (const std::size_t i : verdict.explanations) {
         if (finding.places.size() == uiMaxPlaces) break;
         const CJudgedSearch::Candidate& candidate = search.GetCandidates()[i];
+        const EFinding eFinding = candidate.verdict.eFinding;
+        // A twin that shares no surface is known to a pixel or so.
+        const bool isOpen = eFinding == EFinding::NotRuledOut;
         finding.places.push_back(
-            {candidate.refined.GetTrafo(), candidate.verdict.counts, candidate.verdict.eFinding != EFinding::Sliding});
+            {candidate.refined.GetTrafo(), candidate.verdict.counts, eFinding != EFinding::Sliding && !isOpen, isOpen});
     }
     if (finding.places.size() != 1 || !verdict.isRayUnknown || !verdict.poses[verdict.explanations.front()])
         return finding;
@@ -204,16 +211,20 @@ PairEvidence CScanPairs::weighAnew(ScanPair pair, const CPoseJudge& judge, const
     EFinding eFinding = judge.Weigh(counts);
     const unsigned touching = counts.uiMatched + counts.uiTail + counts.uiShallow;
     if (eFinding == EFinding::Consistent || touching < verdict::uiMinMatched)
-        return {evidenceOf(eFinding, counts), counts};
+        return {evidenceOf(eFinding, counts), counts, CTrafo::Invalid()};
+    CTrafo met = CTrafo::Invalid();
     // What a chain of poses has added up to is no contradiction.
     const ICPResult refined = RefinePose(*m_scans[pair.first].searched.set, *m_scans[pair.second].searched.set,
                                          SettingsForRefinement(m_config), pose);
     if (refined.GetTrafo() && judge.Distance(refined.GetTrafo(), pose) <= dPlayPixels * judge.GetPixelSize()) {
         const PoseCounts there = judge.Count(refined.GetTrafo());
-        if (there.Score() > counts.Score()) counts = there;
+        if (there.Score() > counts.Score()) {
+            counts = there;
+            met = refined.GetTrafo();
+        }
         eFinding = judge.Weigh(counts);
     }
-    return {evidenceOf(eFinding, counts), counts};
+    return {evidenceOf(eFinding, counts), counts, met};
 }
 
 bool CScanPairs::MayMeet(ScanPair pair, const CTrafo& pose) const
