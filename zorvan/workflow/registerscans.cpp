@@ -157,19 +157,23 @@ public:
             arranger.emplace(session, group, m_isWeighed ? EPairEffort::All : EPairEffort::Glances);
         const bool isPlaced = arranger && (m_isWeighed || arranger->FindsFault(session.GetRegistration()));
         if (arranger && !m_isWeighed) endStage("check");
-        if (isPlaced)
-            placeAndOptimize(session.GetRegistration(), *arranger);
-        else
-            arranger.reset(); // the views of many scans take much memory
+        if (isPlaced) placeAndOptimize(session.GetRegistration(), *arranger);
+        std::vector<PairStanding> pairs;
+        Placing placing;
+        std::string pairWords;
+        if (isPlaced) {
+            pairs = arranger->GetPairs();
+            placing = arranger->GetPlacing();
+            pairWords = arranger->Words(pairs);
+        }
+        arranger.reset(); // the views of many scans take much memory
         Zorvan::ReturnFreedMemory();
         joinCopies(scans, session);
         if (isPlaced) {
-            const std::vector<PairStanding> pairs = arranger->GetPairs();
-            Placing placing = arranger->GetPlacing();
             placing.places.resize(session.GetFiles().size(), {EPlace::Placed}); // copies come last
             table = LookAtPoses(session, &placing, group);
             AddPairs(pairs, table);
-            times = m_times.Words() + ", " + arranger->Words(pairs);
+            times = m_times.Words() + ", " + pairWords;
         } else {
             table = LookAtPoses(session, nullptr, group);
             times = m_times.Words();
