@@ -81,7 +81,10 @@ float CVirtualWall::Distance(const Zorvan::Vector3& p) const
     float distance = p.z - swell(p.x, p.y);
     const int column = std::clamp(cellOf(p.x), -m_reach, m_reach);
     const int row = std::clamp(cellOf(p.y), -m_reach, m_reach);
-    const auto placeOf = [this](int cell) { return static_cast<std::size_t>(cell + m_reach); };
+    const auto placeOf = [this](int cell) {
+        const int place = cell + m_reach;
+        return static_cast<std::size_t>(place);
+    };
     const std::size_t width = 1 + placeOf(m_reach);
     for (int r = std::max(row - 1, -m_reach); r <= std::min(row + 1, m_reach); ++r)
         for (int c = std::max(column - 1, -m_reach); c <= std::min(column + 1, m_reach); ++c)
