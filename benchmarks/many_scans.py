@@ -13,7 +13,8 @@ arch    24 small patches around a virtual row of teeth, where the truth is exact
         --orders random orders
 mixed   patches of two objects in one call, in random orders: nothing of one may end in a cluster of the other
 sizes   5 to 80 patches of one jaw: time and memory, and the exponent by which they grow from size to size. Twice the
-        patches mean four times the pairs that overlap
+        patches mean four times the pairs that overlap; with --object wall each overlaps as many others as before:
+        sizes --object wall --views 25 50 100 200 400 1000 --seed 9761 --threads 2 --repeats 1
 sessions  a session of a hundred scans, the bunny's views ten times over and patches of one object: the time to load it,
         beside the time to register two of its scans
 
@@ -161,10 +162,12 @@ def bunny(args, folder):
             and random_orders(args, "bunny", folder, scans, truth, limits, "--scale", 1000))
 
 
-def simulate(args, folder, views, seed):
-    run([args.program, "simulate", "-o", folder, "--views", views, "--field", 16, "--seed", seed, "--quiet"])
+def simulate(args, folder, views, seed, kind="jaw"):
+    run([args.program, "simulate", "-o", folder, "--object", kind, "--views", views, "--field", 16, "--seed", seed,
+         "--threads", args.threads, "--quiet"])
     truth = Truth(folder / "truth.json", lambda _: [0, 0, 0], 1.0)  # the sensor's frame begins at the surface
-    return sorted(folder.glob("view*.ply")), truth
+    # By number, as the views follow each other: by name view100 would come before view11.
+    return sorted(folder.glob("view*.ply"), key=lambda file: int(file.stem[4:])), truth
 
 
 def arch(args, folder):
@@ -204,7 +207,7 @@ def mixed(args, folder):
 
 
 def size(args, folder, views):
-    scans, truth = simulate(args, folder / f"views{views}", views, args.seed)
+    scans, truth = simulate(args, folder / f"views{views}", views, args.seed, args.object)
     call = [args.program, "register", *scans, "-o", folder / "out", "--optimize", "--threads", args.threads]
     done = min((Run(args, folder, scans, "--optimize", "--threads", args.threads) for _ in range(args.repeats)),
                key=lambda r: r.seconds)
@@ -283,6 +286,7 @@ def main():
     parser.add_argument("--views", type=int, nargs="+", default=[5, 10, 20, 40, 80], help="of sizes")
     parser.add_argument("--repeats", type=int, default=3, help="of sizes; the fastest counts")
     parser.add_argument("--seed", type=int, default=1, help="of sizes")
+    parser.add_argument("--object", choices=["jaw", "wall"], default="jaw", help="of sizes")
     parser.add_argument("--threads", type=int, default=1, help="of sizes")
     parser.add_argument("--turns", type=int, default=15, help="of sessions")
     parser.add_argument("--scans", action="store_true", help="print the errors of every scan")

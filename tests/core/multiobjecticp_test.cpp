@@ -19,6 +19,7 @@ namespace {
 
 using prereg::ConfigurationICP;
 using prereg::CTrafo;
+using prereg::EDraws;
 using prereg::ICPPointSet;
 using prereg::ICPPointSetsWithPoses;
 using prereg::ICPResult;
@@ -248,6 +249,66 @@ TEST(MultiObjectICP, GivesTheSameBytesOnAnyNumberOfThreads)
             EXPECT_EQ(valuesOf(optimize(sets, {}, scheduler, computeStatistics)), alone) << threads;
         }
     }
+}
+
+/// Views of a bumpy ball, all of its top: each overlaps all others.
+ICPPointSetsWithPoses manyViewsOfOnePlace()
+{
+    std::mt19937 rng(5);
+    ICPPointSetsWithPoses sets;
+    for (unsigned k = 0; k < 34; ++k) {
+        const CTrafo off(support::RandomDirection(rng), 0.002F, support::RandomDirection(rng) * 0.05F);
+        sets.emplace_back(toSet(support::BumpyBall(Vector3(0, 0, 1), 0.9F, 4000, k, 0.005F)), off);
+    }
+    return sets;
+}
+
+// 561 pairs of 500 draws each would draw each of the 4,000 points twice.
+TEST(MultiObjectICP, SharedDrawsFindPosesAsNearToTheTruth)
+{
+    const auto sets = manyViewsOfOnePlace();
+    ConfigurationICP config;
+    config.dPointAccuracy = 0.0; // what the draws say, and no more
+    const auto run = [&](EDraws eDraws, const std::shared_ptr<Zorvan::CJobScheduler::Group>& group) {
+        std::mt19937 rng(1);
+        return ComputeICPRegistration(config, rng, sets, group, 3.0, true, Zorvan::Hooks::None(), eDraws);
+    };
+    const Outcome all = run(EDraws::OfEachPair, nullptr);
+    const Outcome shared = run(EDraws::Shared, nullptr);
+    ASSERT_EQ(shared.second.GetNumClasses(), 1U);
+    double errorOfAll = 0.0;
+    double errorOfShared = 0.0;
+    for (std::size_t k = 1; k < sets.size(); ++k) {
+        const Vector3 centre = sets[k].first->GetEllipsoid().center;
+        const auto errorSq = [&](const Outcome& outcome) {
+            return (outcome.first[0].trafo.GetInverse(true) * outcome.first[k].trafo * centre - centre).LengthSq();
+        };
+        errorOfAll += static_cast<double>(errorSq(all));
+        errorOfShared += static_cast<double>(errorSq(shared));
+        // 243 draws a pair instead of 500: they know the pose less well, and say so.
+        EXPECT_NEAR(shared.first[k].GetStdDev(), std::sqrt(500.0 / 243.0) * all.first[k].GetStdDev(),
+                    0.2 * all.first[k].GetStdDev());
+        // Counted as if all had been drawn.
+        EXPECT_NEAR(shared.first[k].fStop_OverlapRatio, all.first[k].fStop_OverlapRatio, 0.03) << k;
+    }
+    EXPECT_LT(errorOfShared, 1.5 * errorOfAll);
+    Zorvan::CJobScheduler scheduler(3);
+    EXPECT_EQ(valuesOf(run(EDraws::Shared, scheduler)), valuesOf(shared));
+}
+
+// Two heaps of scans whose only link is a narrow strip: of so few draws none would meet there.
+TEST(MultiObjectICP, SharedDrawsKeepWhatHardlyOverlaps)
+{
+    ICPPointSetsWithPoses sets;
+    for (unsigned k = 0; k < 40; ++k) {
+        const float lean = k % 2 == 0 ? 0.61F : -0.61F;
+        sets.emplace_back(toSet(support::BumpyBall(Vector3(std::sin(lean), 0, std::cos(lean)), 0.65F, 1500, k, 0.005F)),
+                          CTrafo());
+    }
+    std::mt19937 rng(1);
+    const auto [results, classes] =
+        ComputeICPRegistration({}, rng, sets, nullptr, 3.0, true, Zorvan::Hooks::None(), EDraws::Shared);
+    EXPECT_EQ(classes.GetNumClasses(), 1U);
 }
 
 TEST(MultiObjectICP, OptimisesEachPartByItselfAndLeavesLoneSetsAlone)

@@ -51,11 +51,11 @@ struct Row
     std::vector<std::shared_ptr<const CPointSet>> sets;
     std::vector<ScanInFrame> scans;
 
-    Row(std::size_t count, double noise, std::mt19937& rng)
+    Row(std::size_t count, double noise, std::mt19937& rng, double step = dStep)
     {
         ICPPointSetsWithPoses start;
         for (std::size_t i = 0; i < count; ++i) {
-            sets.push_back(scanOfHills(dStep * static_cast<double>(i), noise, rng));
+            sets.push_back(scanOfHills(step * static_cast<double>(i), noise, rng));
             start.emplace_back(std::make_shared<ICPPointSet>(sets.back()), CTrafo());
         }
         ConfigurationICP config;
@@ -63,7 +63,7 @@ struct Row
         config.dMaxRMSE = 10 * noise;
         std::mt19937 engine(47110815);
         const auto [results, classes] =
-            ComputeICPRegistration(config, engine, start, nullptr, 3.0, false, Zorvan::Hooks::None());
+            ComputeICPRegistration(config, engine, start, nullptr, 3.0, false, Zorvan::Hooks::None(), EDraws::Shared);
         EXPECT_EQ(classes.GetNumClasses(), 1U);
         const CTrafo back = results[0].GetTrafo().GetInverse(true);
         for (std::size_t i = 0; i < count; ++i)
@@ -71,7 +71,21 @@ struct Row
     }
 };
 
-// The truth is that all poses are the identity.
+/// Squared errors of a scan over their variances, summed over the six numbers of its pose: the truth is the identity.
+double squaresOf(const Row& row, const CJointCovariance& joint, std::size_t scan, int& within2)
+{
+    const Matrix6 covariance = joint.Of(scan);
+    const auto q = row.scans[scan].pose.GetQuaternion();
+    const Vector3 shift = row.scans[scan].pose * joint.CentreOf(scan) - joint.CentreOf(scan);
+    const std::array<double, 6> errors{2 * q.x, 2 * q.y, 2 * q.z, shift.x, shift.y, shift.z};
+    double sum = 0.0;
+    for (std::size_t k = 0; k < 6; ++k) {
+        sum += errors[k] * errors[k] / covariance[k][k];
+        within2 += errors[k] * errors[k] < 4 * covariance[k][k];
+    }
+    return sum;
+}
+
 TEST(CJointCovariance, CoversTheErrorsOfRepeatedScans)
 {
     std::mt19937 rng(47110815);
@@ -84,14 +98,7 @@ TEST(CJointCovariance, CoversTheErrorsOfRepeatedScans)
         const Row row(uiScans, 0.02, rng);
         const CJointCovariance joint(row.scans, uiSamples);
         for (std::size_t i = 1; i < uiScans; ++i) {
-            const Matrix6 covariance = joint.Of(i);
-            const auto q = row.scans[i].pose.GetQuaternion();
-            const Vector3 shift = row.scans[i].pose * joint.CentreOf(i) - joint.CentreOf(i);
-            const std::array<double, 6> errors{2 * q.x, 2 * q.y, 2 * q.z, shift.x, shift.y, shift.z};
-            for (std::size_t k = 0; k < 6; ++k) {
-                squares[i] += errors[k] * errors[k] / covariance[k][k] / (6 * iRuns);
-                within2 += errors[k] * errors[k] < 4 * covariance[k][k];
-            }
+            squares[i] += squaresOf(row, joint, i, within2) / (6 * iRuns);
         }
         const Vector3 a(-5, 3, 0);
         const Vector3 b(static_cast<float>(dStep * (uiScans - 1)), -4, 0);
@@ -104,6 +111,25 @@ TEST(CJointCovariance, CoversTheErrorsOfRepeatedScans)
     for (std::size_t i = 1; i < uiScans; ++i) EXPECT_NEAR(squares[i], 1.0, 0.5) << i;
     EXPECT_NEAR(distances, 1.0, 0.6);
     EXPECT_GT(within2, 0.89 * 6 * (uiScans - 1) * iRuns);
+}
+
+// Pairs of many scans that share their draws: each point counts about once. Were all draws of a scan the same points,
+// as those of few scans are, the errors would be twice as large as it is told here.
+TEST(CJointCovariance, CoversTheErrorsOfManyScansOfOnePlace)
+{
+    std::mt19937 rng(47110815);
+    double squares = 0.0;
+    int within2 = 0;
+    constexpr int iRuns = 4;
+    constexpr std::size_t uiScans = 36;
+    for (int run = 0; run < iRuns; ++run) {
+        const Row row(uiScans, 0.02, rng, 0.4);
+        const CJointCovariance joint(row.scans, uiSamples);
+        for (std::size_t i = 1; i < uiScans; ++i)
+            squares += squaresOf(row, joint, i, within2) / (6 * (uiScans - 1) * iRuns);
+    }
+    EXPECT_NEAR(squares, 1.0, 0.5);
+    EXPECT_GT(within2, 0.88 * 6 * (uiScans - 1) * iRuns);
 }
 
 TEST(CJointCovariance, GrowsAlongARowAndDoesNotDependOnTheFrame)

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "tools/virtualscanner/scene.h"
 #include "tools/virtualscanner/virtualscanner.h"
 
 #include <gtest/gtest.h>
@@ -77,6 +78,60 @@ TEST(VirtualScanner, NeighboursOverlapWell)
         for (unsigned view = 1; view < views; ++view)
             EXPECT_GT(overlap(scanner.Render(view - 1), scanner.Render(view)), 0.4) << view << " of " << views;
     }
+}
+
+CVirtualScanner overWall(unsigned views)
+{
+    tools::Scene scene;
+    scene.object = "wall";
+    scene.spacing = 0.8;
+    scene.noise = 0.0;
+    scene.scanner.uiSeed = 3;
+    scene.scanner.uiNumViews = views;
+    return tools::MakeScanner(scene);
+}
+
+// What costs of many scans grow with is the number of those that each overlaps: it must not grow with the wall.
+TEST(VirtualWall, GrowsWithTheViewsSoThatEachOverlapsAsManyOthers)
+{
+    const auto partnersOf = [](const CVirtualScanner& scanner, unsigned view, unsigned count) {
+        const VirtualScan own = scanner.Render(view);
+        int partners = 0;
+        for (unsigned other = 0; other < count; ++other) {
+            const float apart = (scanner.GetPose(other).GetTranslation() - own.pose.GetTranslation()).Length();
+            if (other != view && apart < 24.0F) partners += overlap(own, scanner.Render(other)) > 0.1;
+        }
+        return partners;
+    };
+    const CVirtualScanner small = overWall(60);
+    const CVirtualScanner large = overWall(1000);
+    for (unsigned view = 1; view < 60; ++view)
+        EXPECT_GT(overlap(small.Render(view - 1), small.Render(view)), 0.35) << view;
+    const int inSmall = partnersOf(small, 31, 60); // in the middle
+    const int inLarge = partnersOf(large, 500, 1000);
+    EXPECT_GE(inSmall, 8);
+    EXPECT_LE(inLarge, 16);
+    EXPECT_LE(std::abs(inSmall - inLarge), 3) << inSmall << " and " << inLarge;
+}
+
+TEST(VirtualWall, IsTheSameInItsMiddleHoweverLargeAndLooksLikeItselfNowhereElse)
+{
+    const CVirtualScanner small = overWall(25);
+    const CVirtualScanner large = overWall(400);
+    const VirtualScan scan = large.Render(218); // in the middle
+    double elsewhere = 1e9;
+    for (const Vector3& p : scan.scan.points) {
+        const Vector3 q = scan.pose * p;
+        EXPECT_LE(std::abs(small.GetObject().Distance(q)), 0.001F);
+        EXPECT_LE(std::abs(large.GetObject().Distance(q)), 0.001F);
+    }
+    for (const Vector3& away : {Vector3(4, 0, 0), Vector3(0, -8, 0), Vector3(36, 40, 0), Vector3(-48, 4, 0)}) {
+        double sum = 0.0;
+        for (const Vector3& p : scan.scan.points)
+            sum += std::abs(double{large.GetObject().Distance(scan.pose * p + away)});
+        elsewhere = std::min(elsewhere, sum / static_cast<double>(scan.scan.points.size()));
+    }
+    EXPECT_GT(elsewhere, 0.3); // mm in the mean; the noise of a view is 0.01
 }
 
 TEST(VirtualScanner, FramesOfAVideoFollowEachOtherClosely)

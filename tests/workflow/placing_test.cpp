@@ -4,7 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <numeric>
+#include <string>
 #include <vector>
 
 namespace {
@@ -55,6 +58,35 @@ TEST(Placing, LeavesOutWhatHasTwoPlacesOrNone)
     EXPECT_EQ(placing.places[2].ePlace, EPlace::Ambiguous);
     EXPECT_EQ(PlaceWords(placing.places[2], ""), "ambiguous: two places");
     EXPECT_EQ(placing.places[3].ePlace, EPlace::Alone);
+}
+
+std::ptrdiff_t pairsOf(const Placing& placing, std::size_t scan)
+{
+    return std::ranges::count_if(placing.settled,
+                                 [&](const ScanPair& pair) { return pair.first == scan || pair.second == scan; });
+}
+
+TEST(Placing, SearchesEachOfManyLonersWithSomeOthersAndSaysSo)
+{
+    CPuzzle few(std::vector<float>(32));
+    Placing placing = place(few);
+    EXPECT_EQ(placing.settled.size(), 32U * 31 / 2);
+    EXPECT_EQ(PlaceWords(placing.places[3], ""), "alone");
+
+    CPuzzle many(std::vector<float>(100));
+    placing = place(many);
+    EXPECT_LE(placing.settled.size(), 100U * 31);
+    for (std::size_t scan = 0; scan < 100; ++scan) {
+        EXPECT_GE(pairsOf(placing, scan), 31) << scan;
+        EXPECT_EQ(pairsOf(placing, scan) + static_cast<std::ptrdiff_t>(placing.places[scan].uiUntried), 99) << scan;
+    }
+    const std::size_t untried = placing.places[50].uiUntried;
+    EXPECT_EQ(PlaceWords(placing.places[50], ""), "alone, not tried with " + std::to_string(untried) + " others");
+    // Asked again, it says the same without a search.
+    const std::size_t searched = placing.searched.size();
+    placing = place(many, placing);
+    EXPECT_EQ(placing.searched.size(), searched);
+    EXPECT_EQ(placing.places[50].uiUntried, untried);
 }
 
 TEST(Placing, NeverPutsInAScanThatTheOthersContradict)

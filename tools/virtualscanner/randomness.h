@@ -17,7 +17,9 @@ enum ERandomPurpose : unsigned
     Disturbance,
     Missing,
     Obliquity,
-    Warping
+    Warping,
+    Swell,
+    Lumps
 };
 
 /// The engine of one row of one view: rows may be made in any order, on any thread.

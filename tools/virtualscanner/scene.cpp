@@ -4,6 +4,7 @@
 #include "objectmesh.h"
 #include "overlaptable.h"
 #include "virtualobjects.h"
+#include "virtualwall.h"
 
 #include "zorvan/scans/atomicfile.h"
 #include "zorvan/scans/jsonvalues.h"
@@ -25,6 +26,7 @@ namespace tools {
 namespace {
 
 constexpr const char* sMeshFile = "object.stl";
+constexpr double dPatch = 16.0; // mm; of a wall that a view sees
 constexpr double dFrame = 14.0; // mm; what a hand-held scanner sees at once
 
 std::string nameOf(unsigned view) { return (view < 10 ? "view0" : "view") + std::to_string(view); }
@@ -47,16 +49,36 @@ Zorvan::PosesFile toFile(const std::vector<prereg::CTrafo>& poses, const std::st
     return {1.0, {cluster}};
 }
 
-/// A jaw keeps the small holes and the whole points that it has always had; what else is simulated is a coarser scan of
-/// a larger thing.
+/// Looks at a wall that goes half a view beyond the outermost views.
+CVirtualScanner overWall(const SensorEffects& effects, const VirtualScannerSettings& settings)
+{
+    std::vector<prereg::CTrafo> views = ViewsOverWall(settings.uiNumViews, settings.dFieldOfView, settings.uiSeed);
+    float furthest = 0.0F;
+    for (const prereg::CTrafo& view : views) {
+        const Zorvan::Vector3 place = view.GetTranslation();
+        furthest = std::max({furthest, std::abs(place.x), std::abs(place.y)});
+    }
+    const double halfWidth = furthest + settings.dFieldOfView;
+    return {std::make_shared<CVirtualWall>(settings.uiSeed, halfWidth), std::move(views), effects, settings};
+}
+
+/// A jaw keeps the small holes and the whole points that it has always had, and a wall is scanned like it; what else is
+/// simulated is a coarser scan of a larger thing.
 CVirtualScanner makeScanner(const Scene& scene, VirtualScannerSettings settings)
 {
-    settings.dPixelSpacing = scene.spacing.value_or(scene.IsJaw() && !scene.IsLidar() ? 0.12 : 0.3);
-    settings.dNoise = scene.noise.value_or(scene.IsLidar() ? 0.1 : scene.IsJaw() ? 0.01 : 0.02);
-    settings.dFieldOfView = scene.field.value_or(settings.isVideo ? dFrame : settings.dFieldOfView);
+    settings.dPixelSpacing = scene.spacing.value_or(scene.IsByPatches() ? 0.12 : 0.3);
+    settings.dNoise = scene.noise.value_or(scene.IsLidar() ? 0.1 : scene.IsByPatches() ? 0.01 : 0.02);
+    settings.dFieldOfView = scene.field.value_or(settings.isVideo ? dFrame
+                                                 : scene.IsWall() ? dPatch
+                                                                  : settings.dFieldOfView);
+    if (scene.IsWall()) {
+        SensorEffects effects = SensorFor(scene.sensor, {});
+        effects.dMissing = 0.0;
+        return overWall(effects, settings);
+    }
     const auto object = MakeObject(scene.object, settings.uiSeed);
     SensorEffects effects = SensorFor(scene.sensor, object->GetTraits());
-    if (!scene.IsJaw() || scene.IsLidar())
+    if (!scene.IsByPatches())
         return {object, effects, settings, scene.isRandom ? EDirections::Random : EDirections::Fibonacci};
     effects.dMissing = 0.0;
     return {effects, settings};
@@ -71,7 +93,7 @@ std::vector<prereg::Vectors> writeViews(const Scene& scene, const CVirtualScanne
     for (unsigned view = 0; view < scanner.GetSettings().uiNumViews; ++view) {
         Zorvan::Scan scan = scanner.Render(view).scan;
         scan.normals.clear(); // as from a scanner: readers take them from the faces
-        if (!scene.IsJaw() && !scene.hasTriangles) scan.faces.clear();
+        if (!scene.IsJaw() && !scene.IsByPatches() && !scene.hasTriangles) scan.faces.clear();
         Zorvan::WritePly(staging / (nameOf(view) + ".ply"), scan);
         points.push_back(std::move(scan.points));
         hooks.Advance();
@@ -143,7 +165,7 @@ void writeTruth(const Scene& scene, const CVirtualScanner& scanner, const std::v
     Zorvan::WritePoses(staging / "rough.json", toFile(DisturbPoses(truth, middle, scene.dRoughDegrees, scene.dRoughMm,
                                                                    scanner.GetSettings().uiSeed),
                                                       "rough"));
-    if (scene.IsJaw() && !scene.IsLidar() && !scene.hasOverlap) return;
+    if (scene.IsByPatches() && !scene.hasOverlap) return;
     writeObject(staging / "object.json", scene, scanner);
     writeOverlap(staging / "overlap.csv", OverlapTable(points, truth, reachOf(scene, scanner.GetSettings()),
                                                        scanner.GetSettings().uiNumThreads));
@@ -151,12 +173,24 @@ void writeTruth(const Scene& scene, const CVirtualScanner& scanner, const std::v
 
 } // namespace
 
+const std::vector<std::string>& SceneObjectNames()
+{
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> all = ObjectNames();
+        all.emplace_back("wall");
+        return all;
+    }();
+    return names;
+}
+
 std::string WhatIsWrong(const Scene& scene)
 {
     if (scene.noise && (!(*scene.noise >= 0.0) || !(*scene.noise <= 10.0)))
         return "--noise must be between 0 and 10 millimetres";
-    if (scene.field && (!scene.IsJaw() || scene.IsLidar()))
-        return "--field goes with views along a jaw; other objects are seen whole";
+    if (scene.field && !scene.IsByPatches())
+        return "--field goes with views along a jaw or over a wall; other objects are seen whole";
+    if (scene.IsWall() && scene.IsLidar()) return "--object wall does not go with a lidar";
+    if (scene.IsWall() && scene.hasMesh) return "--mesh does not go with a wall, which has no end";
     if (scene.scanner.isVideo && (!scene.IsJaw() || scene.IsLidar())) return "--video goes with views along a jaw";
     if (scene.uiNumPoints > 0 && scene.IsLidar())
         return "--points does not go with a lidar: give --spacing, the one along its rings";

@@ -15,23 +15,29 @@ namespace tools {
 /// What is scanned and how, and what is written of it.
 struct Scene
 {
-    std::string object = "jaw";    ///< one of ObjectNames()
+    std::string object = "jaw";    ///< one of SceneObjectNames()
     std::string sensor = "depth";  ///< of SensorNames(), joined by +
     std::size_t uiNumPoints = 0;   ///< a view; 0: by the pixel spacing
     std::optional<double> spacing; ///< mm; without one, that of the kind of object
     std::optional<double> noise;   ///< mm; without one, that of the kind of object and sensor
-    std::optional<double> field;   ///< mm; of a jaw
+    std::optional<double> field;   ///< mm; of a jaw or a wall
     bool isRandom = false;         ///< views from anywhere, not evenly spread
-    bool hasTriangles = false;     ///< also for what is no jaw
-    bool hasOverlap = false;       ///< also for a jaw
+    bool hasTriangles = false;     ///< also for what is seen whole
+    bool hasOverlap = false;       ///< also for what is seen by patches
     bool hasMesh = false;          ///< of the object itself
     double dRoughDegrees = 5.0;    ///< by which the start poses in rough.json are turned
     double dRoughMm = 1.0;         ///< and shifted
     VirtualScannerSettings scanner;
 
     [[nodiscard]] bool IsJaw() const { return object == "jaw"; }
+    [[nodiscard]] bool IsWall() const { return object == "wall"; }
     [[nodiscard]] bool IsLidar() const { return sensor.find("lidar") != std::string::npos; }
+    /// Each view sees a patch of the object, not all of it.
+    [[nodiscard]] bool IsByPatches() const { return IsWall() || (IsJaw() && !IsLidar()); }
 };
+
+/// Objects that there can be in a scene: those of MakeObject, and "wall", which is as large as its views need.
+[[nodiscard]] const std::vector<std::string>& SceneObjectNames();
 
 struct SceneCount
 {

@@ -20,6 +20,9 @@ constexpr double dFirst = 0.15;         // where a sweep begins
 constexpr double dSweep = 0.7;          // of the arch, until it turns back
 constexpr double dSway = 0.3;           // to the cheek and to the tongue
 constexpr double dSwings = 0.07;        // radians a frame
+constexpr double dAlongWall = 0.375;    // of a field of view, between neighbours of a row
+constexpr double dAcrossWall = 0.5;     // and between rows
+constexpr double dOffRow = 0.05;
 constexpr double dGoldenAngle = 2.39996322972865;
 constexpr double dSinLowest = 0.4226;     // 25 degrees above the table
 constexpr double dOffMiddle = 0.3;        // of the object's radius
@@ -57,6 +60,29 @@ prereg::CTrafo frameOnArch(unsigned frame)
     const auto sway = static_cast<float>(dSway * std::sin(dSwings * frame));
     return lookingAt(station.place + Zorvan::Vector3(0, 0, 3), Zorvan::Vector3(0, 0, 1) + station.outward * sway,
                      station.along);
+}
+
+/// Views of a row, so that a wall of all of them is about square.
+unsigned viewsOfRow(unsigned count)
+{
+    const double wanted = std::sqrt(count * dAcrossWall / dAlongWall);
+    return std::max(1U, static_cast<unsigned>(std::lround(wanted)));
+}
+
+prereg::CTrafo viewOverWall(unsigned count, double field, unsigned seed, unsigned view)
+{
+    std::mt19937 rng = EngineFor(seed, Views, view);
+    const unsigned columns = viewsOfRow(count);
+    const unsigned rows = (count + columns - 1) / columns;
+    const unsigned row = view / columns;
+    const unsigned column = row % 2 == 0 ? view % columns : columns - 1 - view % columns;
+    const double x = dAlongWall * (column - 0.5 * (columns - 1.0)) + Uniform(rng, -dOffRow, dOffRow);
+    const double y = dAcrossWall * (row - 0.5 * (rows - 1.0)) + Uniform(rng, -dOffRow, dOffRow);
+    const DrawnTriple lean(rng, {-0.2, 0.2}, {-0.2, 0.2}, {1.0, 1.0});
+    const double roll = Uniform(rng, -30, 30) * dDegree;
+    return lookingAt({Zorvan::ToFloat(field * x), Zorvan::ToFloat(field * y), 0.0F},
+                     {Zorvan::ToFloat(lean.x), Zorvan::ToFloat(lean.y), 1.0F},
+                     {Zorvan::ToFloat(std::cos(roll)), Zorvan::ToFloat(std::sin(roll)), 0.0F});
 }
 
 /// A point of the unit sphere by the height and the turn of a spiral; `lowest` is -1 for all of the sphere.
@@ -118,6 +144,13 @@ std::vector<prereg::CTrafo> ViewsAlongArch(unsigned uiCount, unsigned uiSeed)
 {
     std::vector<prereg::CTrafo> views;
     for (unsigned view = 0; view < uiCount; ++view) views.push_back(viewOnArch(uiCount, uiSeed, view));
+    return views;
+}
+
+std::vector<prereg::CTrafo> ViewsOverWall(unsigned uiCount, double dField, unsigned uiSeed)
+{
+    std::vector<prereg::CTrafo> views;
+    for (unsigned view = 0; view < uiCount; ++view) views.push_back(viewOverWall(uiCount, dField, uiSeed, view));
     return views;
 }
 

@@ -29,6 +29,12 @@ enum class EDirections
 /// Sensor to object coordinates of views along the arch of a jaw; neighbours share more than half of what they see.
 [[nodiscard]] std::vector<prereg::CTrafo> ViewsAlongArch(unsigned uiCount, unsigned uiSeed);
 
+/// Sensor to object coordinates of views over a wall about the origin, row by row, to and fro: neighbours of a row
+/// share well over half of what they see, those of two rows nearly half. How many others a view shares surface with
+/// does not grow with their number.
+/// @param dField  width and height of a view (mm)
+[[nodiscard]] std::vector<prereg::CTrafo> ViewsOverWall(unsigned uiCount, double dField, unsigned uiSeed);
+
 /// Sensor to object coordinates of the frames of a hand that sweeps along the arch of a jaw and back, swaying: some
 /// 0.4 mm apart, 8 mm a second at 20 frames a second.
 [[nodiscard]] std::vector<prereg::CTrafo> FramesAlongArch(unsigned uiCount);

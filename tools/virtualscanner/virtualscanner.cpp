@@ -23,8 +23,8 @@ constexpr double dSeenRadius = 1.35;        // of the object's: views are off it
 constexpr double dSeenRadiusOnTable = 1.15; // there by up to 0.1
 constexpr float fOverTable = 8.0F;          // in radii: high enough that the lowest slanting rays start above the table
 
-/// Rays that start above all that a view along the arch can see.
-RayBundle raysOverJaw() { return {30.0F, 70.0F, 40.0F, {}}; }
+/// Rays that start above all that a view along the arch, or over a wall, can see.
+RayBundle raysOverPatch() { return {30.0F, 70.0F, 40.0F, {}}; }
 
 double seenRadius(const ObjectTraits& object)
 {
@@ -38,24 +38,32 @@ RayBundle raysAround(const ObjectTraits& object)
     return {height, height + deepest, deepest, {}};
 }
 
-/// The small holes that every view of a jaw has.
-DroppedPatches holesOfJaw(double field) { return {6, 0.3, 1.2, 0.5 * field}; }
+/// The small holes that every view of a patch has.
+DroppedPatches holesOfPatch(double field) { return {6, 0.3, 1.2, 0.5 * field}; }
 
 } // namespace
 
 CVirtualScanner::CVirtualScanner(const VirtualScannerSettings& settings) : CVirtualScanner(SensorEffects{}, settings) {}
 
 CVirtualScanner::CVirtualScanner(const SensorEffects& effects, const VirtualScannerSettings& settings)
+    : CVirtualScanner(std::make_shared<CVirtualJaw>(settings.uiSeed),
+                      settings.isVideo ? FramesAlongArch(settings.uiNumViews)
+                                       : ViewsAlongArch(settings.uiNumViews, settings.uiSeed),
+                      effects, settings)
+{
+}
+
+CVirtualScanner::CVirtualScanner(std::shared_ptr<const AVirtualObject> object, std::vector<prereg::CTrafo> views,
+                                 const SensorEffects& effects, const VirtualScannerSettings& settings)
     : m_settings(settings),
       m_effects(effects),
-      m_object(std::make_shared<CVirtualJaw>(settings.uiSeed)),
-      m_rays(raysOverJaw()),
-      m_poses(settings.isVideo ? FramesAlongArch(settings.uiNumViews)
-                               : ViewsAlongArch(settings.uiNumViews, settings.uiSeed))
+      m_object(std::move(object)),
+      m_rays(raysOverPatch()),
+      m_poses(std::move(views))
 {
-    if (effects.rings) throw std::invalid_argument("a lidar does not look along an arch");
+    if (effects.rings) throw std::invalid_argument("a lidar does not look at patches");
     m_settings.uiNumThreads = std::max(1U, settings.uiNumThreads);
-    if (!m_effects.patches) m_effects.patches = holesOfJaw(m_settings.dFieldOfView);
+    if (!m_effects.patches) m_effects.patches = holesOfPatch(m_settings.dFieldOfView);
     if (m_effects.triangulation) m_rays.towardCamera = m_effects.triangulation->TowardCamera();
 }
 

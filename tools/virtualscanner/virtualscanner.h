@@ -34,9 +34,9 @@ struct VirtualScan
     prereg::CTrafo pose; ///< scan to object coordinates, the truth
 };
 
-/// A depth camera with parallel rays that looks at a `CVirtualJaw` from several places along its arch, or at any object
-/// from all around, and then with the effects of other sensors. Noise lies along the rays; pixels on steep places
-/// (beyond 75 degrees) and at steps in depth stay empty, and for a jaw some small random holes.
+/// A depth camera with parallel rays that looks at a `CVirtualJaw` from several places along its arch, at patches of
+/// any object, or at it from all around, and then with the effects of other sensors. Noise lies along the rays; pixels
+/// on steep places (beyond 75 degrees) and at steps in depth stay empty, and for a jaw some small random holes.
 ///
 ///     const tools::CVirtualScanner scanner({.uiSeed = 7, .uiNumViews = 2});
 ///     const tools::VirtualScan a = scanner.Render(0);
@@ -55,6 +55,10 @@ public:
     /// Looks at a jaw of the seed along its arch, with the effects of a sensor that takes images. Its holes are those
     /// of the effects, when they have any. @throws std::invalid_argument for rings
     CVirtualScanner(const SensorEffects& effects, const VirtualScannerSettings& settings);
+    /// Looks at patches of an object as at those of a jaw.
+    /// @param views  sensor to object coordinates, as many as the settings say
+    CVirtualScanner(std::shared_ptr<const AVirtualObject> object, std::vector<prereg::CTrafo> views,
+                    const SensorEffects& effects, const VirtualScannerSettings& settings);
 
     [[nodiscard]] const AVirtualObject& GetObject() const { return *m_object; }
     [[nodiscard]] const VirtualScannerSettings& GetSettings() const { return m_settings; }

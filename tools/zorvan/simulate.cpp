@@ -4,7 +4,6 @@
 #include "progress.h"
 
 #include "tools/virtualscanner/scene.h"
-#include "tools/virtualscanner/virtualobjects.h"
 #include "zorvan/scans/atomicfile.h"
 #include "zorvan/scans/filelock.h"
 #include "zorvan/scans/inputerror.h"
@@ -64,16 +63,20 @@ std::string joined(const std::vector<std::string>& words)
 /// What is scanned, and by what.
 void addKinds(CCommand command, Scene& scene)
 {
-    command.AddOption("--object", scene.object, "One of " + joined(ObjectNames()) + " (default jaw)")
-        .Among(ObjectNames());
+    command
+        .AddOption("--object", scene.object,
+                   "One of " + joined(SceneObjectNames()) +
+                       " (default jaw).\nA wall grows with the views: each overlaps about as many others")
+        .Among(SceneObjectNames());
     command.AddOption("--sensor", scene.sensor,
                       "One of " + joined(SensorNames()) + ",\nor several joined by + (default depth)");
     command.AddOption("--seed", scene.scanner.uiSeed, "Another seed gives another object and other views (default 1)");
     command.AddFlag("--random-views", scene.isRandom, "Look from random sides, not from evenly spread ones");
     command.AddFlag("--video", scene.scanner.isVideo,
                     "Frames of a hand that sweeps along a jaw, 0.4 mm apart, each 14 mm wide\n(--field)");
-    command.AddFlag("--triangles", scene.hasTriangles, "Write triangles too; a jaw has them always");
-    command.AddFlag("--overlap", scene.hasOverlap, "Write overlap.csv and object.json; without it for all but a jaw");
+    command.AddFlag("--triangles", scene.hasTriangles, "Write triangles too; a jaw and a wall have them always");
+    command.AddFlag("--overlap", scene.hasOverlap,
+                    "Write overlap.csv and object.json; without it for all but a jaw\nand a wall");
     command.AddFlag("--mesh", scene.hasMesh,
                     "Write object.stl, the surface of the object as its maker has it; truth.json\nhas its pose");
 }
@@ -84,19 +87,21 @@ void AddSimulate(CCommand app)
 {
     const auto options = std::make_shared<SimulateOptions>();
     CCommand command =
-        app.AddCommand("simulate", "A virtual scanner: scans with known poses of teeth, machine parts, figures");
+        app.AddCommand("simulate", "A virtual scanner: scans with known poses of teeth, machine parts, figures, walls");
     command.AddOption("-o,--output", options->folder, "Folder for view00.ply, view01.ply, ..., truth.json, rough.json")
         .Required();
     addKinds(command, options->scene);
     command.AddOption("--views", options->scene.scanner.uiNumViews, "Number of scans (default 6)").Between(1, 1000);
-    command.AddOption(
-        "--noise", options->scene.noise,
-        "Standard deviation along the ray in mm\n(default 0.01 for a jaw, 0.02 for others, 0.1 for a lidar)");
+    command.AddOption("--noise", options->scene.noise,
+                      "Standard deviation along the ray in mm\n(default 0.01 for a jaw and a wall, 0.02 for others, "
+                      "0.1 for a lidar)");
     command
         .AddOption("--spacing", options->scene.spacing,
-                   "Of the pixels, or along the rings of a lidar, in mm\n(default 0.12 for a jaw, else 0.3)")
+                   "Of the pixels, or along the rings of a lidar, in mm\n(default 0.12 for a jaw and a wall, else 0.3)")
         .Between(0.01, 10.0);
-    command.AddOption("--field", options->scene.field, "Width and height of a view of a jaw in mm (default 40)")
+    command
+        .AddOption("--field", options->scene.field,
+                   "Width and height of a view of a jaw (default 40) or a wall (16) in mm")
         .Between(5.0, 80.0);
     command.AddOption("--points", options->scene.uiNumPoints, "About so many points a scan, instead of a spacing")
         .Between(100, 20000000);
@@ -107,6 +112,7 @@ void AddSimulate(CCommand app)
     command.SetFooter("Examples:\n"
                       "  zorvan simulate -o demo\n"
                       "  zorvan simulate -o arch --views 24 --field 16\n"
+                      "  zorvan simulate -o wall --object wall --views 400\n"
                       "  zorvan simulate -o sweep --video --views 200\n"
                       "  zorvan simulate -o big --views 2 --points 4000000 --threads 8\n"
                       "  zorvan simulate -o gear --object gear --sensor triangulation --seed 5 --views 12\n"

@@ -68,6 +68,7 @@ CClusterRegistration::State CClusterRegistration::takeState()
     rest.makeSearch = m_state.makeSearch;
     rest.arrange = m_state.arrange;
     rest.isFitToPrimary = m_state.isFitToPrimary;
+    rest.eDraws = m_state.eDraws;
     return std::exchange(m_state, std::move(rest));
 }
 
@@ -127,7 +128,7 @@ bool CClusterRegistration::createNewCluster(const UniversalUniqueID& id, const P
     auto cluster = std::make_shared<Cluster>();
     cluster->primaryID = id;
     cluster->clusterTrafo = preTrafo;
-    cluster->mergedPointSet = std::make_shared<const CFPFHPointSet>(*set);
+    cluster->mergedPointSet = set; // immutable
     cluster->entities[id] = {m_state.nextEntityOrdinal++, std::make_shared<CLazyPointSet>(set), CTrafo::Identity(),
                              preTrafo};
     // A cluster keeps its identifier after the entity that it was named after has left.
@@ -222,6 +223,12 @@ void CClusterRegistration::SetFitToPrimary(bool isOn)
 {
     const std::lock_guard lock(m_mutex);
     m_state.isFitToPrimary = isOn;
+}
+
+void CClusterRegistration::SetDraws(EDraws eDraws)
+{
+    const std::lock_guard lock(m_mutex);
+    m_state.eDraws = eDraws;
 }
 
 void CClusterRegistration::ForgetFailures()

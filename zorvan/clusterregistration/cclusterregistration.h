@@ -3,6 +3,7 @@
 
 #include "zorvan/core/ctrafo.h"
 #include "zorvan/core/hooks.h"
+#include "zorvan/core/multiobjecticp.h"
 #include "zorvan/core/vector.h"
 #include "zorvan/documents/bson.h"
 #include "zorvan/features/cfpfhpointset.h"
@@ -143,6 +144,9 @@ public:
     /// With true, all that belong with the primary entity move together until they fit it. In a strip of five patches
     /// the largest error fell from 0.04 to 0.007 mm. Not saved with the state.
     void SetFitToPrimary(bool isOn);
+    /// How many points an optimisation draws; by itself each pair as many as the settings say. Shared draws are for
+    /// clusters of many entities, of which each overlaps many others. Not saved with the state.
+    void SetDraws(EDraws eDraws);
     /// The next `Run` tries all pairs again; for a search that looks harder than the last one.
     void ForgetFailures();
 
@@ -201,6 +205,7 @@ private:
         SearchFactory makeSearch;
         Arranger arrange;
         bool isFitToPrimary = false;
+        EDraws eDraws = EDraws::OfEachPair;
     };
 
     [[nodiscard]] State copyState() const;

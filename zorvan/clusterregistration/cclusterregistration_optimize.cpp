@@ -30,7 +30,7 @@ CDisjointSets oneClass(std::size_t n)
 
 CDisjointSets Cluster::OptimizeRegistration(const ConfigurationICP& config, std::mt19937& rng,
                                             const PointSetJobGroup& group, bool computeStatistics,
-                                            const Zorvan::Hooks& hooks, bool isFitToPrimary)
+                                            const Zorvan::Hooks& hooks, bool isFitToPrimary, EDraws eDraws)
 {
     const std::vector<UniversalUniqueID> ids = entitiesPrimaryFirst();
     if (ids.empty()) return {};
@@ -40,7 +40,7 @@ CDisjointSets Cluster::OptimizeRegistration(const ConfigurationICP& config, std:
         sets.emplace_back(std::make_shared<const ICPPointSet>(entity.GetPointSet()), entity.trafo);
     }
     const auto [results, classes] =
-        ComputeICPRegistration(config, rng, sets, group, zScoreLimit, computeStatistics, hooks);
+        ComputeICPRegistration(config, rng, sets, group, zScoreLimit, computeStatistics, hooks, eDraws);
     if (hooks.IsAborted()) {
         logger.Warn(L"rejecting optimization result (aborted computation)");
         return oneClass(ids.size());
@@ -98,8 +98,9 @@ std::vector<UniversalUniqueID> CClusterRegistration::OptimizeRegistration(const 
         return {clusterID};
     }
     const std::shared_ptr<Cluster> cluster = place->second;
-    const CDisjointSets classes = cluster->OptimizeRegistration(m_state.config.icpConfig, *m_state.rng, m_state.group,
-                                                                computeStatistics, hooks, m_state.isFitToPrimary);
+    const CDisjointSets classes =
+        cluster->OptimizeRegistration(m_state.config.icpConfig, *m_state.rng, m_state.group, computeStatistics, hooks,
+                                      m_state.isFitToPrimary, m_state.eDraws);
     m_state.events += bson::element::make_uuid("optimize", &clusterID);
     for (const auto& [id, entity] : cluster->entities) m_state.changes[id] = cluster->GetTrafo(id);
     if (classes.GetNumClasses() < 2) {

@@ -3,6 +3,7 @@
 
 #include "zorvan/core/ctrafo.h"
 #include "zorvan/core/hooks.h"
+#include "zorvan/core/multiobjecticp.h"
 #include "zorvan/features/cfpfhpointset.h"
 #include "zorvan/features/configurationfpfh.h"
 #include "zorvan/graphs/cdisjointsets.h"
@@ -77,11 +78,12 @@ struct Cluster
     /// The primary entity, then the others in map order; all in map order when the primary one has gone.
     [[nodiscard]] std::vector<UniversalUniqueID> entitiesPrimaryFirst() const;
     /// Refines the poses inside the cluster; the primary entity stays. An abort leaves all poses as they were.
-    /// @param isFitToPrimary  see CClusterRegistration::SetFitToPrimary
+    /// @param isFitToPrimary  see CClusterRegistration::SetFitToPrimary, and SetDraws for the next one
     /// @return  which entities still belong together, by their indices in `entitiesPrimaryFirst`
     [[nodiscard]] Zorvan::CDisjointSets OptimizeRegistration(const ConfigurationICP& config, std::mt19937& rng,
                                                              const PointSetJobGroup& group, bool computeStatistics,
-                                                             const Zorvan::Hooks& hooks, bool isFitToPrimary);
+                                                             const Zorvan::Hooks& hooks, bool isFitToPrimary,
+                                                             EDraws eDraws);
 };
 
 } // namespace prereg

@@ -41,6 +41,7 @@ struct Settings
     double dZScoreLimit;
     bool bComputeStatistics;
     const Zorvan::Hooks& hooks;
+    EDraws eDraws;
 
     [[nodiscard]] bool IsAborted() const { return hooks.IsAborted(); }
 };
@@ -90,7 +91,7 @@ GroupRun::GroupRun(const Settings& settings, const ICPPointSetsWithPoses& sets)
     : m_settings(settings),
       m_config(settings.config),
       m_minRadiusSq(static_cast<float>(m_config.dMinQueryRadius * m_config.dMinQueryRadius)),
-      m_data(m_config, settings.rng, sets, settings.group),
+      m_data(m_config, settings.rng, sets, settings.group, settings.eDraws),
       m_update(sets.size(), settings.group),
       m_outcome(resultsAtGivenPoses(sets), CDisjointSets(static_cast<unsigned>(sets.size())))
 {
@@ -344,13 +345,13 @@ ComputeICPRegistration(const ConfigurationICP& config, std::mt19937& rng, const 
 std::pair<std::vector<ICPResult>, CDisjointSets>
 ComputeICPRegistration(const ConfigurationICP& config, std::mt19937& rng, const ICPPointSetsWithPoses& sets,
                        const std::shared_ptr<Zorvan::CJobScheduler::Group>& group, double zScoreLimit,
-                       bool computeStatistics, const Zorvan::Hooks& hooks)
+                       bool computeStatistics, const Zorvan::Hooks& hooks, EDraws eDraws)
 {
     const auto isMissing = [](const auto& setWithPose) { return setWithPose.first == nullptr; };
     if (std::any_of(sets.begin(), sets.end(), isMissing)) throw std::invalid_argument("no point set");
 
     logger.Info(L"ICP: computation of statistics is %ls", computeStatistics ? L"ENABLED" : L"DISABLED");
-    const Settings settings{config, rng, group, zScoreLimit, computeStatistics, hooks};
+    const Settings settings{config, rng, group, zScoreLimit, computeStatistics, hooks, eDraws};
     Outcome outcome = computeICPRegistration_multiCluster(settings, sets);
     for (const auto& oneClass : outcome.second) {
         fixGauge(sets, std::vector<unsigned>(oneClass.begin(), oneClass.end()), outcome.first);

@@ -72,6 +72,13 @@ private:
 /// Point sets, each with its pose (own to common coordinates).
 using ICPPointSetsWithPoses = std::vector<std::pair<std::shared_ptr<const ICPPointSetIf>, CTrafo>>;
 
+/// How many points the pairs of sets draw.
+enum class EDraws
+{
+    OfEachPair, ///< each as many as the settings say
+    Shared      ///< in a group of more than 32 sets, fewer where both sets of a pair have many partners
+};
+
 /// Refines the poses of many overlapping point sets at once, so that errors spread over the group instead of piling up
 /// along a chain, and shows which sets hold together. Every pair of sets that overlap contributes point-to-plane
 /// equations to one system with six unknowns a set.
@@ -108,9 +115,14 @@ ComputeICPRegistration(const ConfigurationICP& config, std::mt19937& rng, const 
                        const std::shared_ptr<Zorvan::CJobScheduler::Group>& group, double zScoreLimit,
                        bool computeStatistics, bool, const bool& abort);
 /// The same, stopped through the hooks, which are asked on the calling thread.
+///
+/// With shared draws a pass over all pairs draws each point of a set about once, however many partners the set has:
+/// more of them would look at the same points again, whose noise is the same. The pairs of a set with few partners draw
+/// all that they may, and so does a pair that finds next to nothing. So time and memory grow with the sets, not with
+/// the pairs, while each pair that touches still counts; poses differ by less than their standard deviation.
 [[nodiscard]] ZORVAN_API std::pair<std::vector<ICPResult>, Zorvan::CDisjointSets>
 ComputeICPRegistration(const ConfigurationICP& config, std::mt19937& rng, const ICPPointSetsWithPoses& sets,
                        const std::shared_ptr<Zorvan::CJobScheduler::Group>& group, double zScoreLimit,
-                       bool computeStatistics, const Zorvan::Hooks& hooks);
+                       bool computeStatistics, const Zorvan::Hooks& hooks, EDraws eDraws = EDraws::OfEachPair);
 
 } // namespace prereg

@@ -3,6 +3,7 @@
 
 #include "zorvan/core/groupwork.h"
 #include "zorvan/core/multiobjecticp_state.h"
+#include "zorvan/core/shareddraws.h"
 #include "zorvan/numerics/quantile.h"
 #include "zorvan/platform/clogger.h"
 
@@ -18,7 +19,9 @@ using Vector3 = kdtree::Vector<3>;
 const Logging::CLogger logger(L"QAV.PreRegistration");
 
 constexpr std::size_t minPoints = 6;
-constexpr std::size_t minInliers = 6; // as many as unknowns
+constexpr std::size_t minInliers = 6;     // as many as unknowns
+constexpr std::size_t enoughMatches = 32; // with shared draws: of fewer there is hardly a scale of the residuals
+constexpr unsigned moreDraws = 4;
 
 // True only if no point of the floating box, moved by the pose in single precision, can have a point of the fixed box
 // within the radius. Such a pair needs no samples: in a strip of 80 scans, where each touches six others, a pass takes
@@ -59,9 +62,14 @@ float largestErrorSq(const std::vector<PairWithError>& pairs)
 } // namespace
 
 MultiObjectICPData::MultiObjectICPData(const ConfigurationICP& config, const std::mt19937& rng,
-                                       const ICPPointSetsWithPoses& sets, JobGroup group)
-    : m_config(config), m_rng(rng), m_group(std::move(group)), m_pairs(NumberOfPairs(sets.size()))
+                                       const ICPPointSetsWithPoses& sets, JobGroup group, EDraws eDraws)
+    : m_config(config),
+      m_rng(rng),
+      m_group(std::move(group)),
+      m_pairs(NumberOfPairs(sets.size())),
+      m_isShared(eDraws == EDraws::Shared && sets.size() > uiMaxSetsOfFullDraws)
 {
+    for (SampledPair& pair : m_pairs) pair.uiDraws = m_config.uiNumSamples;
     for (const auto& [set, pose] : sets) {
         m_sets.push_back(set);
         m_poses.push_back(pose);
@@ -71,7 +79,9 @@ MultiObjectICPData::MultiObjectICPData(const ConfigurationICP& config, const std
 MultiObjectICPData::Sampling MultiObjectICPData::SamplePairs(float radiusSq)
 {
     const Stopwatch watch;
+    if (m_isShared && m_isFirstPass) shareDraws(radiusSq);
     ForEachIndex(m_group, m_pairs.size(), [this, radiusSq](std::size_t k) { samplePair(k, radiusSq); });
+    m_isFirstPass = false;
     Sampling sampling = summary();
     const auto isUsed = [](const SampledPair& pair) { return !pair.list.empty(); };
     logger.Trace(L"SamplePairs took %.3f s (%i overlaps, RMSE %.3f mm, max.PtP %.3f mm)", watch.Seconds(),
@@ -86,22 +96,68 @@ void MultiObjectICPData::samplePair(std::size_t k, float radiusSq)
     result.list.clear();
     result.dRMSE = std::numeric_limits<double>::quiet_NaN();
 
-    const auto [i, j] = PairOf(k);
-    const ICPPointSetIf& fix = *m_sets[i];
-    const ICPPointSetIf& flt = *m_sets[j];
-    if (flt.Size() < minPoints) return;
-    const CTrafo trafo = m_poses[i].GetInverse(false) * m_poses[j];
-    if (areApart(fix.GetKdTree().GetAABB(), flt.GetKdTree().GetAABB(), trafo, radiusSq)) return;
-
-    std::uniform_int_distribution<int> draw(0, static_cast<int>(flt.Size()) - 1);
-    const auto random = [draw, engine = m_rng]() mutable { return draw(engine); };
-    std::vector<PairWithError> found;
-    prereg::SamplePairs(m_config, radiusSq, fix.GetPoints(), fix.GetNormals(), fix.GetKdTree(), flt.GetPoints(),
-                        flt.GetNormals(), flt.GetKdTree(), trafo, random, &found, nullptr, true);
+    if (!areNear(k, radiusSq)) return;
+    std::vector<PairWithError> found = findMatches(k, radiusSq, result.uiDraws);
+    // What all draws did not find at first, they will not find later.
+    for (unsigned draws = result.uiDraws;
+         draws < m_config.uiNumSamples && found.size() < enoughMatches && (m_isFirstPass || !found.empty());) {
+        draws = std::min(moreDraws * draws, m_config.uiNumSamples);
+        found = findMatches(k, radiusSq, draws);
+        if (!found.empty()) result.uiDraws = draws;
+    }
     const auto [inliers, rmse] = ComputeNumberOfInliers(found, m_config.dInlierScaling);
     if (inliers < minInliers) return;
     result.list.assign(found.begin(), found.begin() + static_cast<std::ptrdiff_t>(inliers));
     result.dRMSE = rmse;
+}
+
+std::vector<PairWithError> MultiObjectICPData::findMatches(std::size_t k, float radiusSq, unsigned draws) const
+{
+    const auto [i, j] = PairOf(k);
+    const ICPPointSetIf& fix = *m_sets[i];
+    const ICPPointSetIf& flt = *m_sets[j];
+    ConfigurationICP config = m_config;
+    config.uiNumSamples = draws;
+    std::uniform_int_distribution<int> draw(0, static_cast<int>(flt.Size()) - 1);
+    const auto random = [draw, engine = engineOf(k)]() mutable { return draw(engine); };
+    std::vector<PairWithError> found;
+    prereg::SamplePairs(config, radiusSq, fix.GetPoints(), fix.GetNormals(), fix.GetKdTree(), flt.GetPoints(),
+                        flt.GetNormals(), flt.GetKdTree(), m_poses[i].GetInverse(false) * m_poses[j], random, &found,
+                        nullptr, true);
+    return found;
+}
+
+bool MultiObjectICPData::areNear(std::size_t k, float radiusSq) const
+{
+    const auto [i, j] = PairOf(k);
+    if (m_sets[j]->Size() < minPoints) return false;
+    const CTrafo trafo = m_poses[i].GetInverse(false) * m_poses[j];
+    return !areApart(m_sets[i]->GetKdTree().GetAABB(), m_sets[j]->GetKdTree().GetAABB(), trafo, radiusSq);
+}
+
+std::mt19937 MultiObjectICPData::engineOf(std::size_t k) const
+{
+    std::mt19937 engine = m_rng;
+    if (!m_isShared) return engine;
+    std::seed_seq seeds{static_cast<std::size_t>(engine()), k};
+    return std::mt19937(seeds);
+}
+
+// So that a pass draws each point of a set about once, and the pairs of a set with few partners draw all.
+void MultiObjectICPData::shareDraws(float radiusSq)
+{
+    std::vector<SampledSet> sets(Size());
+    for (std::size_t i = 0; i < sets.size(); ++i) sets[i].uiPoints = m_sets[i]->Size();
+    for (std::size_t k = 0; k < m_pairs.size(); ++k) {
+        if (!areNear(k, radiusSq)) continue;
+        const auto [i, j] = PairOf(k);
+        ++sets[i].uiPartners;
+        ++sets[j].uiPartners;
+    }
+    for (std::size_t k = 0; k < m_pairs.size(); ++k) {
+        const auto [i, j] = PairOf(k);
+        m_pairs[k].uiDraws = SharedDraws(sets[i], sets[j], m_config.uiNumSamples);
+    }
 }
 
 // In the order of the pairs, whoever sampled them: the result must not depend on the number of threads.
@@ -123,17 +179,18 @@ MultiObjectICPData::Sampling MultiObjectICPData::summary() const
 
 MultiObjectICPData::SetStatistics MultiObjectICPData::StatisticsOf(std::size_t i) const
 {
-    std::size_t sum = 0;
+    double sum = 0.0;
     std::vector<double> errors;
     for (std::size_t j = 0; j < Size(); ++j) {
         if (j == i) continue;
         const SampledPair& pair = m_pairs[PairIndex(i, j)];
         if (pair.list.empty() || !std::isfinite(pair.dRMSE)) continue;
-        sum += pair.list.size();
+        // As many as if all had been drawn.
+        sum += static_cast<double>(pair.list.size()) * m_config.uiNumSamples / pair.uiDraws;
         errors.push_back(pair.dRMSE);
     }
     if (errors.empty()) return {};
-    const double meanCount = static_cast<double>(sum) / static_cast<double>(errors.size());
+    const double meanCount = sum / static_cast<double>(errors.size());
     return {meanCount, Zorvan::Median(std::move(errors))};
 }
 

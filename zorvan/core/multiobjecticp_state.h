@@ -53,10 +53,11 @@ public:
     };
 
     MultiObjectICPData(const ConfigurationICP& config, const std::mt19937& rng, const ICPPointSetsWithPoses& sets,
-                       JobGroup group);
+                       JobGroup group, EDraws eDraws);
 
     /// Finds the inlier correspondences of all pairs of sets at the current poses. Every pair draws its samples from
-    /// the same state of the engine, on every pass.
+    /// the same state of the engine, on every pass; with shared draws from one of its own, as together they should see
+    /// all points.
     [[nodiscard]] Sampling SamplePairs(float radiusSq);
 
     [[nodiscard]] std::size_t Size() const { return m_poses.size(); }
@@ -73,9 +74,14 @@ private:
     {
         std::vector<PairWithError> list; ///< inliers only
         double dRMSE = std::numeric_limits<double>::quiet_NaN();
+        unsigned uiDraws = 0;
     };
 
     void samplePair(std::size_t k, float radiusSq);
+    [[nodiscard]] std::vector<PairWithError> findMatches(std::size_t k, float radiusSq, unsigned draws) const;
+    [[nodiscard]] bool areNear(std::size_t k, float radiusSq) const;
+    void shareDraws(float radiusSq);
+    [[nodiscard]] std::mt19937 engineOf(std::size_t k) const;
     [[nodiscard]] Sampling summary() const;
 
     ConfigurationICP m_config;
@@ -84,6 +90,8 @@ private:
     std::vector<CTrafo> m_poses;
     std::vector<std::shared_ptr<const ICPPointSetIf>> m_sets;
     std::vector<SampledPair> m_pairs; ///< by pair number
+    bool m_isShared;                  ///< pairs share the draws of their sets
+    bool m_isFirstPass = true;
 };
 
 /// The system of all pairs: six unknowns for each set but the first, three rotation angles and a translation, to be

@@ -3,6 +3,7 @@
 
 #include "zorvan/core/groupwork.h"
 #include "zorvan/core/orientedbox.h"
+#include "zorvan/core/shareddraws.h"
 #include "zorvan/graphs/cdisjointsets.h"
 #include "zorvan/numerics/quantile.h"
 #include "zorvan/verdict/verdictlimits.h"
@@ -32,11 +33,11 @@ using Blocks = std::map<std::pair<std::size_t, std::size_t>, Matrix6d>;
 
 Eigen::Vector3d toEigen(const Vector3& v) { return {v.x, v.y, v.z}; }
 
-/// A scan's points in common coordinates.
+/// A scan's points in common coordinates; single, as there are many.
 struct Moved
 {
-    std::vector<Eigen::Vector3d> points;
-    std::vector<Eigen::Vector3d> normals;
+    std::vector<Vector3> points;
+    std::vector<Vector3> normals;
     Eigen::Vector3d centre = Eigen::Vector3d::Zero();
 
     explicit Moved(const ScanInFrame& scan)
@@ -45,9 +46,9 @@ struct Moved
             throw std::invalid_argument("a scan without points or pose");
         for (std::size_t i = 0; i < scan.set->Size(); ++i) {
             const auto [point, normal] = scan.pose.Transform(scan.set->GetPoint(i), scan.set->GetNormal(i));
-            points.push_back(toEigen(point));
-            normals.push_back(toEigen(normal));
-            centre += points.back() / static_cast<double>(scan.set->Size());
+            points.push_back(point);
+            normals.push_back(normal);
+            centre += toEigen(point) / static_cast<double>(scan.set->Size());
         }
     }
 };
@@ -89,30 +90,10 @@ struct PairBlocks
 struct PairSums
 {
     PairBlocks hold;
-    PairBlocks spread; ///< squared pulls of single matches
+    PairBlocks spread;       ///< squared pulls of single matches
+    double takenShare = 0.0; ///< of the variance of a draw: what looking at some of the points only brings about
     std::map<Cell, std::pair<Vector6d, Vector6d>> pulls;
 };
-
-std::vector<Match> matchesOf(const ScanInFrame& fix, const Moved& fixPoints, const ScanInFrame& flt,
-                             const Moved& fltPoints)
-{
-    const double noise = std::hypot(fix.sampling.dNoise, flt.sampling.dNoise);
-    const double reach = verdict::dPoseReach * std::max(fix.sampling.dSpacing, flt.sampling.dSpacing) +
-                         verdict::dPoseResidualNoise * noise;
-    const CTrafo toFix = fix.pose.GetInverse(true) * flt.pose;
-    std::vector<Match> matches;
-    for (std::size_t k = 0; k < fltPoints.points.size(); ++k) {
-        Zorvan::NearestQuery query{toFix * flt.set->GetPoint(k), -1, static_cast<float>(reach * reach)};
-        fix.set->GetKdTree().FindNearest(query);
-        if (query.index < 0) continue;
-        const auto i = static_cast<std::size_t>(query.index);
-        if (!(fixPoints.normals[i].dot(fltPoints.normals[k]) > verdict::dPoseCosine)) continue;
-        const Eigen::Vector3d normal = (fixPoints.normals[i] + fltPoints.normals[k]).normalized();
-        const Eigen::Vector3d gap = fltPoints.points[k] - fixPoints.points[i];
-        matches.push_back({fixPoints.points[i], fltPoints.points[k], normal, normal.dot(gap)});
-    }
-    return matches;
-}
 
 /// Those whose residual the spread of most explains.
 void eraseOutliers(std::vector<Match>& matches)
@@ -123,6 +104,39 @@ void eraseOutliers(std::vector<Match>& matches)
     for (const Match& match : matches) sizes.push_back(std::abs(match.residual));
     const double limit = verdict::dPoseResidualNoise * 1.4826 * Zorvan::Median(std::move(sizes));
     std::erase_if(matches, [&](const Match& match) { return std::abs(match.residual) > limit; });
+}
+
+/// Every how many-th point of the floating scan is looked at, from which one on: others for each of its pairs, as the
+/// optimisation draws them.
+struct Stride
+{
+    std::size_t first = 0;
+    std::size_t step = 1;
+};
+
+std::vector<Match> matchesOf(const ScanInFrame& fix, const Moved& fixPoints, const ScanInFrame& flt,
+                             const Moved& fltPoints, const Stride& stride)
+{
+    const double noise = std::hypot(fix.sampling.dNoise, flt.sampling.dNoise);
+    const double reach = verdict::dPoseReach * std::max(fix.sampling.dSpacing, flt.sampling.dSpacing) +
+                         verdict::dPoseResidualNoise * noise;
+    const CTrafo toFix = fix.pose.GetInverse(true) * flt.pose;
+    std::vector<Match> matches;
+    for (std::size_t k = stride.first; k < fltPoints.points.size(); k += stride.step) {
+        Zorvan::NearestQuery query{toFix * flt.set->GetPoint(k), -1, static_cast<float>(reach * reach)};
+        fix.set->GetKdTree().FindNearest(query);
+        if (query.index < 0) continue;
+        const auto i = static_cast<std::size_t>(query.index);
+        const Eigen::Vector3d fixNormal = toEigen(fixPoints.normals[i]);
+        const Eigen::Vector3d fltNormal = toEigen(fltPoints.normals[k]);
+        if (!(fixNormal.dot(fltNormal) > verdict::dPoseCosine)) continue;
+        const Eigen::Vector3d normal = (fixNormal + fltNormal).normalized();
+        const Eigen::Vector3d fixPoint = toEigen(fixPoints.points[i]);
+        const Eigen::Vector3d fltPoint = toEigen(fltPoints.points[k]);
+        matches.push_back({fixPoint, fltPoint, normal, normal.dot(fltPoint - fixPoint)});
+    }
+    eraseOutliers(matches);
+    return matches;
 }
 
 PairSums sumsOf(const std::vector<Match>& matches, const Eigen::Vector3d& fixCentre, const Eigen::Vector3d& fltCentre,
@@ -183,7 +197,7 @@ double radiusOf(const std::vector<Moved>& scans)
     double sum = 0.0;
     std::size_t count = 0;
     for (const Moved& scan : scans) {
-        for (const Eigen::Vector3d& point : scan.points) sum += (point - scan.centre).squaredNorm();
+        for (const Vector3& point : scan.points) sum += (toEigen(point) - scan.centre).squaredNorm();
         count += scan.points.size();
     }
     return sum > 0.0 ? std::sqrt(sum / static_cast<double>(count)) : 1.0;
@@ -218,12 +232,32 @@ struct CJointCovariance::System
         std::vector<double> variances;
         for (const ScanInFrame& scan : scans)
             variances.push_back(uiSamples > 0 ? static_cast<double>(scan.set->Size()) / uiSamples : 0.0);
-        solve(variances, matchAll(scans, moved, group));
+        solve(variances, matchAll(scans, moved, uiSamples, group));
     }
 
     using Sums = std::vector<std::pair<std::pair<std::size_t, std::size_t>, PairSums>>;
 
-    [[nodiscard]] Sums matchAll(std::span<const ScanInFrame> scans, const std::vector<Moved>& moved,
+    /// Of many scans the optimisation draws fewer points where they have many partners. As many times fewer are looked
+    /// at here, so that a draw counts a point with the same variance as ever.
+    [[nodiscard]] static std::vector<std::size_t> stepsOf(std::span<const ScanInFrame> scans, const Sums& pairs,
+                                                          unsigned samples)
+    {
+        std::vector<std::size_t> steps(pairs.size(), 1);
+        if (scans.size() <= uiMaxSetsOfFullDraws) return steps;
+        std::vector<SampledSet> sets;
+        for (const ScanInFrame& scan : scans) sets.push_back({scan.set->Size(), 0});
+        for (const auto& [pair, sums] : pairs) {
+            ++sets[pair.first].uiPartners;
+            ++sets[pair.second].uiPartners;
+        }
+        for (std::size_t p = 0; p < pairs.size(); ++p) {
+            const auto [i, k] = pairs[p].first;
+            steps[p] = std::max(1U, samples / std::max(1U, SharedDraws(sets[i], sets[k], samples)));
+        }
+        return steps;
+    }
+
+    [[nodiscard]] Sums matchAll(std::span<const ScanInFrame> scans, const std::vector<Moved>& moved, unsigned uiSamples,
                                 const std::shared_ptr<Zorvan::CJobScheduler::Group>& group) const
     {
         double spacing = 0.0;
@@ -236,12 +270,19 @@ struct CJointCovariance::System
         for (std::size_t k = 0; k < scans.size(); ++k)
             for (std::size_t i = 0; i < k; ++i)
                 if (Overlap(boxes[i], boxes[k])) all.push_back({{i, k}, {}});
+        const std::vector<std::size_t> steps = stepsOf(scans, all, uiSamples);
         ForEachIndex(group, all.size(), [&](std::size_t p) {
             const auto [i, k] = all[p].first;
-            std::vector<Match> matches = matchesOf(scans[i], moved[i], scans[k], moved[k]);
-            eraseOutliers(matches);
+            Stride stride{i % steps[p], steps[p]};
+            std::vector<Match> matches = matchesOf(scans[i], moved[i], scans[k], moved[k], stride);
+            // A pair that hardly overlaps is looked at more closely, as the optimisation does it.
+            if (stride.step > 1 && matches.size() < verdict::uiMinMatched) {
+                stride = {};
+                matches = matchesOf(scans[i], moved[i], scans[k], moved[k], stride);
+            }
             if (matches.size() < verdict::uiMinMatched) return;
             all[p].second = sumsOf(matches, centres[i], centres[k], radius, verdict::dPosePatch * spacing);
+            all[p].second.takenShare = 1.0 - 1.0 / static_cast<double>(stride.step);
         });
         std::erase_if(all, [](const auto& pair) { return pair.second.pulls.empty(); });
         return all;
@@ -258,7 +299,7 @@ struct CJointCovariance::System
             const auto [i, k] = pair;
             linked.Unify(static_cast<unsigned>(i), static_cast<unsigned>(k));
             add(normal, pair, sums.hold, 1.0);
-            add(squares, pair, sums.spread, drawVariances[k]);
+            add(squares, pair, sums.spread, std::max(0.0, drawVariances[k] - sums.takenShare));
             for (const auto& [cell, pull] : sums.pulls) {
                 auto& patch = patches[cell];
                 patch.try_emplace(i, Vector6d(Vector6d::Zero())).first->second += pull.first;

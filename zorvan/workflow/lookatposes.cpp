@@ -146,9 +146,9 @@ void lookAtSlips(const ConfigurationICP& config, const std::vector<std::size_t>&
     for (const std::size_t i : members)
         sets.emplace_back(std::make_shared<const ICPPointSet>(placed[i].set), placed[i].pose);
     std::mt19937 rng(uiSeed);
-    const bool abort = false;
     const double anyZScore = std::numeric_limits<double>::infinity();
-    const auto [results, classes] = ComputeICPRegistration(look, rng, sets, group, anyZScore, true, false, abort);
+    const auto [results, classes] =
+        ComputeICPRegistration(look, rng, sets, group, anyZScore, true, Zorvan::Hooks::None(), EDraws::Shared);
     for (std::size_t k = 0; k < members.size(); ++k) {
         const double slip = static_cast<double>(results[k].GetStdDev());
         if (std::isfinite(slip) && results[k].vStop_StdDev.x >= 0.0F) table.scans[members[k]].dSlip = slip;

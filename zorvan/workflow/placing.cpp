@@ -19,6 +19,10 @@ namespace {
 
 using Members = std::vector<std::size_t>;
 
+/// Thorough searches of a scan that finds no place: with all others of 32 scans. One with each of a thousand takes
+/// minutes, and for all of them days.
+constexpr std::size_t uiMaxSearches = 31;
+
 /// A pose of poses of poses is no rotation any more: each product through an inverse that is a transpose doubles what
 /// it is off. After 99 joins it was 0.002.
 CTrafo rigid(const CTrafo& pose) { return {pose.GetQuaternion(), pose.GetTranslation()}; }
@@ -31,6 +35,7 @@ public:
         : m_pairs(pairs), m_hooks(hooks), m_eEffort(eEffort), m_state(std::move(start)), m_weigher(pairs)
     {
         for (std::size_t i = 0; i < m_state.searched.size(); ++i) note(m_state.searched[i], m_state.findings[i]);
+        for (const ScanPair& pair : m_state.settled) countSettled(pair);
     }
 
     Placing Run()
@@ -150,7 +155,7 @@ private:
     [[nodiscard]] bool isOpen(ScanPair pair, bool isThorough) const
     {
         if (m_state.settled.contains(pair)) return false;
-        if (isThorough) return true;
+        if (isThorough) return least(m_settled, pair) < uiMaxSearches;
         return !m_weigher.GetFindings().contains(pair) && m_pairs.IsWorthAGlance(pair) && isAffordable(pair);
     }
 
@@ -158,11 +163,22 @@ private:
     [[nodiscard]] bool isAffordable(ScanPair pair) const
     {
         constexpr std::size_t uiMaxGlances = 8;
-        const auto looksOf = [&](std::size_t scan) {
-            const auto found = m_looks.find(scan);
-            return found == m_looks.end() ? std::size_t{0} : found->second;
+        return m_eEffort == EPairEffort::All || least(m_looks, pair) < uiMaxGlances;
+    }
+
+    [[nodiscard]] static std::size_t least(const std::map<std::size_t, std::size_t>& counts, ScanPair pair)
+    {
+        const auto countOf = [&](std::size_t scan) {
+            const auto found = counts.find(scan);
+            return found == counts.end() ? std::size_t{0} : found->second;
         };
-        return m_eEffort == EPairEffort::All || std::min(looksOf(pair.first), looksOf(pair.second)) < uiMaxGlances;
+        return std::min(countOf(pair.first), countOf(pair.second));
+    }
+
+    void countSettled(ScanPair pair)
+    {
+        ++m_settled[pair.first];
+        ++m_settled[pair.second];
     }
 
     void note(ScanPair pair, const PairFinding& finding)
@@ -176,7 +192,7 @@ private:
     {
         const std::vector<PairFinding> found = m_pairs.Search(batch, isThorough, m_hooks);
         for (std::size_t i = 0; i < found.size(); ++i) {
-            if (isThorough || found[i].IsAligned()) m_state.settled.insert(batch[i]);
+            if ((isThorough || found[i].IsAligned()) && m_state.settled.insert(batch[i]).second) countSettled(batch[i]);
             note(batch[i], found[i]);
             m_state.searched.push_back(batch[i]);
             m_state.findings.push_back(found[i]);
@@ -372,7 +388,17 @@ private:
             const auto outvoted = m_outvoted.find(name);
             m_state.places[name] = outvoted == m_outvoted.end() ? placeOfLoner(name)
                                                                 : ScanPlace{EPlace::Contradicted, 0, outvoted->second};
+            m_state.places[name].uiUntried = numUntried(name);
         }
+    }
+
+    /// Where thorough searches have reached their limit.
+    [[nodiscard]] std::size_t numUntried(std::size_t scan) const
+    {
+        if (m_eEffort == EPairEffort::Glances || m_hooks.IsAborted()) return 0;
+        const auto settled = m_settled.find(scan);
+        if (settled == m_settled.end() || settled->second < uiMaxSearches) return 0;
+        return m_state.group.size() - 1 - settled->second;
     }
 
     /// Against the largest group that says something.
@@ -397,7 +423,8 @@ private:
     EPairEffort m_eEffort;
     Placing m_state;
     CPlacingWeigher m_weigher;
-    std::map<std::size_t, std::size_t> m_looks; ///< searches of each scan
+    std::map<std::size_t, std::size_t> m_looks;   ///< searches of each scan
+    std::map<std::size_t, std::size_t> m_settled; ///< pairs of each scan that no search would say more of
     std::map<std::pair<Members, Members>, std::pair<std::size_t, JoinDecision>> m_decisions;
     std::set<std::tuple<ScanPair, Members, Members>> m_revised;
     std::set<std::tuple<std::size_t, Members, Members>> m_moved;
@@ -445,7 +472,7 @@ std::string PlaceWords(const ScanPlace& place, const std::string& refuter)
     case EPlace::Contradicted:
         return "contradicted by " + refuter;
     case EPlace::Alone:
-        return "alone";
+        return place.uiUntried == 0 ? "alone" : "alone, not tried with " + std::to_string(place.uiUntried) + " others";
     }
     return "";
 }

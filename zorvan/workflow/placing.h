@@ -94,6 +94,7 @@ struct ScanPlace
     EPlace ePlace = EPlace::Alone;
     std::size_t uiPlaces = 0;  ///< of an ambiguous one
     std::size_t uiRefuter = 0; ///< of a contradicted one: the scan that speaks against it most
+    std::size_t uiUntried = 0; ///< of one without a place: scans that it was not searched with, as there are too many
 };
 
 /// Scans in groups, each with a frame of its own.
@@ -116,7 +117,8 @@ enum class EPairEffort
 {
     Glances, ///< cheap searches, each scan with a few others: for what a merge of the first pairs that fit has left
              ///< over
-    All      ///< cheap searches of all pairs, and thorough ones where these find nothing
+    All      ///< cheap searches of all pairs, and thorough ones where these find nothing; of the latter each scan has
+        ///< 31 that it wants, with its neighbours in the list first, so that of up to 32 scans all pairs are searched
 };
 
 /// Puts scans into common frames, so that all pairs of a group agree, not only those that were found.
@@ -149,7 +151,8 @@ struct PairStanding
 /// Loops of pairs that support their poses, of which none consists of others: each closes, or it would refute them.
 [[nodiscard]] ZORVAN_WORKFLOW_API std::size_t CountLoops(std::span<const PairStanding> pairs, std::size_t numScans);
 
-/// For people: "registered", "ambiguous: two places", "contradicted by b.ply", "alone".
+/// For people: "registered", "ambiguous: two places", "contradicted by b.ply", "alone", "alone, not tried with 68
+/// others".
 [[nodiscard]] ZORVAN_WORKFLOW_API std::string PlaceWords(const ScanPlace& place, const std::string& refuter);
 
 } // namespace prereg

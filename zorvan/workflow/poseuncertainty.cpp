@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/poseuncertainty.h"
 
+#include "zorvan/core/groupwork.h"
 #include "zorvan/verdict/jointcovariance.h"
 
 #include <algorithm>
@@ -35,7 +36,11 @@ std::vector<PoseUncertainty> JointUncertainties(const CSession& session, const R
             scans.push_back(inFrame(*sets.back(), table.scans[i].pose));
         }
         const CJointCovariance joint(scans, registration.GetRegistrationConfig().icpConfig.uiNumSamples, group);
-        for (std::size_t k = 0; k < members.size(); ++k) all.push_back({members[k], joint.CentreOf(k), joint.Of(k)});
+        const std::size_t before = all.size();
+        all.resize(before + members.size());
+        ForEachIndex(group, members.size(), [&](std::size_t k) {
+            all[before + k] = {members[k], joint.CentreOf(k), joint.Of(k)};
+        });
     }
     for (std::size_t i = 0; i < table.scans.size(); ++i) {
         const auto original = std::ranges::find(all, table.scans[i].copyOf, [](const PoseUncertainty& known) {

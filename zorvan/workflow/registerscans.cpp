@@ -4,6 +4,7 @@
 #include "zorvan/core/cpointset.h"
 #include "zorvan/features/cfpfhpointset.h"
 #include "zorvan/numerics/quantile.h"
+#include "zorvan/platform/freedmemory.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/textnumber.h"
@@ -146,7 +147,7 @@ public:
         const CSession::Step before = session.GetStep();
         const std::map<std::string, std::string> clustersBefore = ClustersByName(session);
         const bool isComplete = addScans(scans, session);
-        m_times.End("features");
+        endStage("features");
         const auto group = scheduler->CreateJobGroup({}, {});
         std::string times;
         RegistrationTable table;
@@ -155,16 +156,24 @@ public:
         if (m_isWeighed || isWeighedAfterwards())
             arranger.emplace(session, group, m_isWeighed ? EPairEffort::All : EPairEffort::Glances);
         const bool isPlaced = arranger && (m_isWeighed || arranger->FindsFault(session.GetRegistration()));
-        if (arranger && !m_isWeighed) m_times.End("check");
+        if (arranger && !m_isWeighed) endStage("check");
         if (isPlaced) placeAndOptimize(session.GetRegistration(), *arranger);
+        std::vector<PairStanding> pairs;
+        Placing placing;
+        std::string pairWords;
+        if (isPlaced) {
+            pairs = arranger->GetPairs();
+            placing = arranger->GetPlacing();
+            pairWords = arranger->Words(pairs);
+        }
+        arranger.reset(); // the views of many scans take much memory
+        Zorvan::ReturnFreedMemory();
         joinCopies(scans, session);
         if (isPlaced) {
-            const std::vector<PairStanding> pairs = arranger->GetPairs();
-            Placing placing = arranger->GetPlacing();
             placing.places.resize(session.GetFiles().size(), {EPlace::Placed}); // copies come last
             table = LookAtPoses(session, &placing, group);
             AddPairs(pairs, table);
-            times = m_times.Words() + ", " + arranger->Words(pairs);
+            times = m_times.Words() + ", " + pairWords;
         } else {
             table = LookAtPoses(session, nullptr, group);
             times = m_times.Words();
@@ -183,6 +192,12 @@ private:
         std::shared_ptr<const CFPFHPointSet> set;
         UniversalUniqueID original;
     };
+
+    void endStage(const std::string& name)
+    {
+        Zorvan::ReturnFreedMemory();
+        m_times.End(name);
+    }
 
     [[nodiscard]] std::string length(double mm) const
     {
@@ -321,12 +336,13 @@ private:
     void mergeAndOptimize(CClusterRegistration& registration, const CSession::Group& group)
     {
         MergePairs(registration, group, m_hooks);
-        m_times.End("registration");
+        endStage("registration");
         if (!m_options.isOptimized || m_hooks.IsAborted()) return;
         registration.SetFitToPrimary(true);
+        registration.SetDraws(EDraws::Shared);
         registration.OptimizeRegistration(true, m_hooks);
         m_isOptimized = !m_hooks.IsAborted();
-        m_times.End("optimization");
+        endStage("optimization");
     }
 
     void placeAndOptimize(CClusterRegistration& registration, CArranger& arranger)
@@ -334,16 +350,17 @@ private:
         registration.SetArranger(
             [&](const auto& clusters, const Zorvan::Hooks& hooks) { return arranger.Arrange(clusters, hooks); });
         registration.SetFitToPrimary(true);
+        registration.SetDraws(EDraws::Shared);
         // Poses that stay as an optimisation has left them need no other one.
         const bool isSettled = !registration.Run(m_hooks) && m_isOptimized;
-        m_times.End(m_isWeighed ? "registration" : "weighing");
+        endStage(m_isWeighed ? "registration" : "weighing");
         // What lies better after an optimisation may speak against what seemed to fit before, and for what did not.
         constexpr int iMaxRounds = 2;
         for (int round = isSettled ? iMaxRounds : 0;
              m_options.isOptimized && round < iMaxRounds && !m_hooks.IsAborted(); ++round) {
             registration.OptimizeRegistration(true, m_hooks);
             m_isOptimized = true;
-            m_times.End("optimization");
+            endStage("optimization");
             if (m_hooks.IsAborted() || !registration.Run(m_hooks)) break;
         }
         registration.SetArranger({});

@@ -160,9 +160,13 @@ std::shared_ptr<const CPoseJudge> CScanPairs::judgeOf(ScanPair pair) const
     auto judge =
         std::make_shared<const CPoseJudge>(*m_scans[pair.first].searched.view, *m_scans[pair.second].searched.view);
     const std::lock_guard lock(m_mutex);
-    if (m_known.size() > uiMaxJudges)
+    if (m_numJudges >= uiMaxJudges) {
         for (auto& [other, known] : m_known) known.judge = nullptr;
-    m_known[pair].judge = judge;
+        m_numJudges = 0;
+    }
+    std::shared_ptr<const CPoseJudge>& kept = m_known[pair].judge;
+    if (!kept) ++m_numJudges;
+    kept = judge;
     return judge;
 }
 

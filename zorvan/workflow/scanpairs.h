@@ -7,6 +7,7 @@
 #include "zorvan/workflow/placing.h"
 #include "zorvan/workflow/session.h"
 
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -63,6 +64,7 @@ private:
     std::vector<Scan> m_scans;
     mutable std::mutex m_mutex;
     mutable std::map<ScanPair, Known> m_known;
+    mutable std::size_t m_numJudges = 0; ///< of the known pairs
 };
 
 } // namespace prereg
