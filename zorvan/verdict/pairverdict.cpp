@@ -39,12 +39,14 @@ std::vector<std::size_t> explanations(const CPoseJudge& judge, std::span<const C
 
 /// Explains the scans about as well as the best one, which is its own rival. One that nothing speaks against and that
 /// is held does so however little it shares: where an object looks alike on two sides, more may match in the wrong
-/// place.
-bool isRival(const PoseVerdict& verdict, const PoseCounts& best)
+/// place. Not so on a model, which shows all of the object: there it should share as much.
+bool isRival(const CPoseJudge& judge, const PoseVerdict& verdict, const PoseCounts& best)
 {
-    if (verdict || verdict.eFinding == EFinding::NotRuledOut) return true;
-    const bool maySlide = verdict.eFinding == EFinding::Sliding; // may be the right one, not quite held
-    const double share = maySlide ? verdict::dCleanRivalShare : verdict::dRivalShare;
+    if (verdict.eFinding == EFinding::NotRuledOut) return true; // it need not share any surface
+    const bool areScans = judge.GetFix().HasImage() && judge.GetFlt().HasImage();
+    if (verdict && areScans) return true;
+    const bool isClean = verdict || verdict.eFinding == EFinding::Sliding; // may be the right one, not quite held
+    const double share = isClean ? verdict::dCleanRivalShare : verdict::dRivalShare;
     return verdict.counts.Score() >= share * best.Score();
 }
 
@@ -200,7 +202,7 @@ PairVerdict DecideOnPoses(const CPoseJudge& judge, std::span<const CTrafo> poses
         result.poses[first].eFinding = EFinding::Sliding;
     const PoseVerdict best = result.poses[first];
     std::erase_if(result.explanations, [&](std::size_t i) {
-        return !isRival(result.poses[i], best.counts) ||
+        return !isRival(judge, result.poses[i], best.counts) ||
                (i != first &&
                 isHeldAgainst(judge, judge.Distance(poses[i], poses[first]), result.poses[i], best.counts));
     });
