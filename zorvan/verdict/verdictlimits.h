@@ -74,7 +74,7 @@ constexpr double dOpposedCosine = 0.2; ///< by 78 degrees and more: another face
 constexpr double dNearPixels = 3.0;    ///< a point this near should match: it counts for the tail when it does not
 constexpr double dFrontPixels = 3.0;   ///< in front of the highest of nine pixels by more: the sensor looked through it
 constexpr double dFrontNoise = 5.0;
-constexpr double dFacingCosine = 0.4;  ///< flatter surface a sensor may lose
+constexpr double dFacingCosine = 0.4; ///< flatter surface a sensor may lose
 /// 50 degrees off the ray, and so ten degrees above the horizon of a camera that stands dShadowDegrees beside it:
 /// steeper surface speaks against a pose where the sensor saw some that looks the same way.
 constexpr double dSteepCosine = 0.64;
