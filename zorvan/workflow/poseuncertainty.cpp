@@ -38,8 +38,8 @@ std::vector<PoseUncertainty> JointUncertainties(const CSession& session, const R
         const CJointCovariance joint(scans, registration.GetRegistrationConfig().icpConfig.uiNumSamples, group);
         const std::size_t before = all.size();
         all.resize(before + members.size());
-        ForEachIndex(group, members.size(), [&](std::size_t k) {
-            all[before + k] = {members[k], joint.CentreOf(k), joint.Of(k)};
+        ForEachIndex(group, scans.size(), [&, &scansOf = members](std::size_t k) {
+            all[before + k] = {scansOf[k], joint.CentreOf(k), joint.Of(k)};
         });
     }
     for (std::size_t i = 0; i < table.scans.size(); ++i) {
