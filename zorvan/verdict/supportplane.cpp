@@ -56,7 +56,7 @@ float fullestLevel(std::vector<float> levels, float width)
     return best;
 }
 
-/// Least squares through the points that a plane holds; `seen` says which side the normal looks to.
+/// Least squares through the points that a plane holds; the normal keeps its side.
 SupportPlane fitted(const SupportPlane& plane, Points points, Points normals)
 {
     Eigen::Vector3d sum = Eigen::Vector3d::Zero();
