@@ -10,6 +10,7 @@
 #include <cmath>
 #include <locale>
 #include <map>
+#include <optional>
 #include <sstream>
 
 namespace prereg {
@@ -52,28 +53,49 @@ Limits limitsOf(const ScanSampling& fix, const ScanSampling& flt)
 
 Eigen::Vector3d toEigen(const Vector3& v) { return {v.x, v.y, v.z}; }
 
-/// Of each `stride`-th point.
-std::vector<Match> findMatches(const IPointSet& fix, const IPointSet& flt, const CTrafo& pose, const Limits& limits,
-                               CNearestTracker& tracker, std::size_t stride)
+/// Matches the floating points at one pose after the other; remembers where the last search ended.
+class CMatcher
 {
-    std::vector<Match> matches;
-    matches.reserve(flt.Size() / stride + 1);
-    const Vectors& fltPoints = flt.GetPoints();
-    const Vectors& fltNormals = flt.GetNormals();
-    for (std::size_t i = 0; i < fltPoints.size(); i += stride) {
-        const Vector3 moved = pose * fltPoints[i];
-        const int nearest = tracker.Nearest(i / stride, moved);
-        if (nearest < 0) continue;
-        const auto j = static_cast<std::size_t>(nearest);
-        const Eigen::Vector3d fixNormal = toEigen(fix.GetNormals()[j]);
-        const Eigen::Vector3d fltNormal = toEigen(pose.Rotate(fltNormals[i]));
-        if (!(fixNormal.dot(fltNormal) > limits.cosine)) continue;
-        Match match{toEigen(moved), fixNormal, fltNormal, (fixNormal + fltNormal).normalized(), 0.0};
-        match.residual = match.normal.dot(match.moved - toEigen(fix.GetPoints()[j]));
-        if (std::abs(match.residual) <= limits.residual) matches.push_back(match);
+public:
+    /// Of each `stride`-th point.
+    CMatcher(const IPointSet& fix, const IPointSet& flt, const Limits& limits, std::size_t stride)
+        : m_fix(fix),
+          m_flt(flt),
+          m_stride(stride),
+          m_tracker(fix.GetPoints(), fix.GetKdTree(), flt.Size() / stride + 1, limits.reachSq,
+                    static_cast<float>(dPlay * limits.spacing))
+    {
     }
-    return matches;
-}
+
+    [[nodiscard]] std::vector<Match> Matches(const CTrafo& pose, const Limits& limits)
+    {
+        std::vector<Match> matches;
+        matches.reserve(m_flt.Size() / m_stride + 1);
+        const Vectors& fltPoints = m_flt.GetPoints();
+        const Vectors& fltNormals = m_flt.GetNormals();
+        for (std::size_t i = 0; i < fltPoints.size(); i += m_stride) {
+            const Vector3 moved = pose * fltPoints[i];
+            const int nearest = m_tracker.Nearest(i / m_stride, moved);
+            if (nearest < 0) continue;
+            const auto j = static_cast<std::size_t>(nearest);
+            const Eigen::Vector3d fixNormal = toEigen(m_fix.GetNormals()[j]);
+            const Eigen::Vector3d fltNormal = toEigen(pose.Rotate(fltNormals[i]));
+            if (!(fixNormal.dot(fltNormal) > limits.cosine)) continue;
+            Match match{toEigen(moved), fixNormal, fltNormal, (fixNormal + fltNormal).normalized(), 0.0};
+            match.residual = match.normal.dot(match.moved - toEigen(m_fix.GetPoints()[j]));
+            if (std::abs(match.residual) <= limits.residual) matches.push_back(match);
+        }
+        return matches;
+    }
+
+private:
+    static constexpr double dPlay = 0.2; // spacings
+
+    const IPointSet& m_fix;
+    const IPointSet& m_flt;
+    std::size_t m_stride;
+    CNearestTracker m_tracker;
+};
 
 /// Where turns are about, and what makes a turn comparable to a shift.
 struct Frame
@@ -111,6 +133,7 @@ struct Frame
 struct Equations
 {
     Matrix6d normal = Matrix6d::Zero();
+    Matrix6d hold = Matrix6d::Zero();
     Vector6d pull = Vector6d::Zero();
 
     Equations(const std::vector<Match>& matches, const Frame& frame)
@@ -119,6 +142,7 @@ struct Equations
             const Vector6d row = frame.Row(match, match.normal);
             normal += row * row.transpose();
             pull += row * match.residual;
+            hold += frame.HoldOf(match);
         }
     }
 };
@@ -134,14 +158,94 @@ CTrafo motion(const Vector6d& step, const Frame& frame)
             {static_cast<float>(shift.x()), static_cast<float>(shift.y()), static_cast<float>(shift.z())}};
 }
 
-/// The inverse, with the directions that nothing holds kept finite.
-Matrix6d boundedInverse(const Matrix6d& matrix)
+/// Of a symmetric matrix, with the directions that nothing holds kept finite.
+Eigen::MatrixXd boundedInverse(const Eigen::MatrixXd& matrix)
 {
-    const Eigen::SelfAdjointEigenSolver<Matrix6d> solver(matrix);
-    const double least = verdict::dPoseLeastHold * solver.eigenvalues()(5);
-    const Vector6d inverse = solver.eigenvalues().cwiseMax(least).cwiseInverse();
+    if (matrix.cols() == 0) return matrix;
+    const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> solver(matrix);
+    const double least = verdict::dPoseLeastHold * solver.eigenvalues()(matrix.cols() - 1);
+    const Eigen::VectorXd inverse = solver.eigenvalues().cwiseMax(least).cwiseInverse();
     return solver.eigenvectors() * inverse.asDiagonal() * solver.eigenvectors().transpose();
 }
+
+/// The motions, told apart by whether the surfaces hold them, as seen while the limits of a match are rough.
+class CHeldMotions
+{
+public:
+    /// What is held by no more than edges can feign is free.
+    CHeldMotions(const std::vector<Match>& matches, const Frame& frame, const Limits& limits)
+        : CHeldMotions(matches, frame, limits, [](double, const Vector6d&) { return false; })
+    {
+    }
+
+    /// A weak hold is held that surfaces at the pose bear out.
+    CHeldMotions(const std::vector<Match>& matches, const Frame& frame, const Limits& limits, const CTrafo& pose,
+                 CMatcher& matcher)
+        : CHeldMotions(matches, frame, limits, [&](double hold, const Vector6d& direction) {
+              return bearsOut(hold, direction, frame, pose, limits, matcher);
+          })
+    {
+    }
+
+    [[nodiscard]] Eigen::Index GetHeldCount() const { return m_held.cols(); }
+
+    /// Of the matrix within the held motions.
+    [[nodiscard]] Matrix6d Inverse(const Matrix6d& matrix) const
+    {
+        return m_held * boundedInverse(m_held.transpose() * matrix * m_held) * m_held.transpose();
+    }
+
+    /// Of a pose whose free motions are off by `deviation` each. Where they are, least squares find the held ones a
+    /// little elsewhere, since the normals err.
+    [[nodiscard]] Matrix6d FreeCovariance(double deviation, const Matrix6d& normal) const
+    {
+        const Eigen::MatrixXd along = m_free - Inverse(normal) * normal * m_free;
+        return deviation * deviation * along * along.transpose();
+    }
+
+private:
+    template <typename IsReal>
+    CHeldMotions(const std::vector<Match>& matches, const Frame& frame, const Limits& limits, const IsReal& isReal)
+    {
+        const double feigned = mostFeigned(matches.size(), limits.cosine);
+        const Eigen::SelfAdjointEigenSolver<Matrix6d> solver(Equations(matches, frame).hold);
+        for (int k = 0; k < 6; ++k) {
+            const double hold = solver.eigenvalues()(k);
+            const Vector6d direction = solver.eigenvectors().col(k);
+            Eigen::MatrixXd& motions = hold > feigned || isReal(hold, direction) ? m_held : m_free;
+            motions.conservativeResize(6, motions.cols() + 1);
+            motions.rightCols<1>() = direction;
+        }
+    }
+
+    /// Fitted normals lean beside an edge, in both scans, and a plane with edges seems to hold what slides in it. About
+    /// a tenth of the matches lies beside edges, their normals lean by up to what those of a match may differ by,
+    /// evenly, and hold by a third of its square.
+    static double mostFeigned(std::size_t matches, double cosine)
+    {
+        return verdict::dPoseEdgeShare / 3.0 * (1.0 - cosine * cosine) * static_cast<double>(matches);
+    }
+
+    /// Against what holds them, surfaces part as they are moved by up to a spacing, and pull back as the hold says. On
+    /// a plane the points find others like those that they left, and the pull is any.
+    static bool bearsOut(double hold, const Vector6d& direction, const Frame& frame, const CTrafo& pose,
+                         const Limits& limits, CMatcher& matcher)
+    {
+        if (!(hold > 0.0)) return false;
+        const auto pullAt = [&](double step) {
+            const CTrafo moved = motion(step * direction, frame) * pose;
+            return direction.dot(Equations(matcher.Matches(moved, limits), frame).pull);
+        };
+        return std::ranges::all_of(std::array{1.0, 0.5}, [&](double part) {
+            const double step = part * limits.spacing;
+            const double share = (pullAt(step) - pullAt(-step)) / (2.0 * step * hold);
+            return std::abs(share - 1.0) < verdict::dPoseHoldPlay;
+        });
+    }
+
+    Eigen::MatrixXd m_held{6, 0};
+    Eigen::MatrixXd m_free{6, 0};
+};
 
 double medianOf(std::vector<double> values)
 {
@@ -173,34 +277,56 @@ double nextCosine(const std::vector<Match>& matches)
     return std::cos(std::clamp(angle, std::acos(verdict::dPoseLeastCosine), std::acos(verdict::dPoseCosine)));
 }
 
+/// A frame, and what is held in it.
+struct Ground
+{
+    Frame frame;
+    CHeldMotions held;
+};
+
 struct Polished
 {
     CTrafo pose = CTrafo::Invalid();
     std::vector<Match> matches; ///< at the pose
+    Limits limits;              ///< that they keep
+    std::optional<Ground> ground;
 };
 
-/// Least-squares steps until they no longer count. What a rough pose leaves far off has to pull until the pose rests:
-/// on a part most points lie on a few planes, fit within noise at once, and a limit drawn from these would leave out
-/// the faces that hold the part against sliding.
-Polished polish(const IPointSet& fix, const IPointSet& flt, CTrafo pose, Limits limits, std::size_t stride = 1)
+/// Least-squares steps until they no longer count; what nothing holds stays where it is. What a rough pose leaves far
+/// off has to pull until the pose rests: on a part most points lie on a few planes, fit within noise at once, and a
+/// limit drawn from these would leave out the faces that hold the part against sliding.
+Polished polish(CMatcher& matcher, const CTrafo& start, const Limits& rough)
 {
-    constexpr double dPlay = 0.2; // spacings
-    CNearestTracker tracker(fix.GetPoints(), fix.GetKdTree(), flt.Size() / stride + 1, limits.reachSq,
-                            static_cast<float>(dPlay * limits.spacing));
-    bool isLimitDrawn = false;
+    enum class EPhase
+    {
+        Rough,
+        WithWeakHolds,
+        Fine
+    };
+    EPhase ePhase = EPhase::Rough;
+    Polished at{start, {}, rough, std::nullopt};
     for (int i = 0;; ++i) {
-        std::vector<Match> matches = findMatches(fix, flt, pose, limits, tracker, stride);
-        if (matches.size() < verdict::uiMinMatched) return {};
-        const Frame frame(matches);
-        const Equations equations(matches, frame);
-        const Vector6d step = -boundedInverse(equations.normal) * equations.pull;
-        const bool isLast = isLimitDrawn && step.norm() < verdict::dPoseLastStep * limits.spacing;
-        if (isLast || i == verdict::iPoseMaxSteps) return {pose, std::move(matches)};
-        pose = motion(step, frame) * pose;
-        if (step.norm() > verdict::dPoseRest * limits.spacing) continue;
-        limits.residual = std::max(0.5 * limits.residual, nextResidual(matches, limits));
-        if (!isLimitDrawn) limits.cosine = nextCosine(matches);
-        isLimitDrawn = true;
+        at.matches = matcher.Matches(at.pose, at.limits);
+        if (at.matches.size() < verdict::uiMinMatched) return {CTrafo::Invalid(), {}, rough, std::nullopt};
+        if (ePhase == EPhase::Rough) {
+            const Frame frame(at.matches);
+            at.ground = Ground{frame, CHeldMotions(at.matches, frame, rough)};
+        }
+        const Equations equations(at.matches, at.ground->frame);
+        const Vector6d step = -at.ground->held.Inverse(equations.normal) * equations.pull;
+        const bool isLast = ePhase == EPhase::Fine && step.norm() < verdict::dPoseLastStep * rough.spacing;
+        if (isLast || i == verdict::iPoseMaxSteps) return at;
+        const CTrafo before = at.pose;
+        at.pose = motion(step, at.ground->frame) * at.pose;
+        if (step.norm() > verdict::dPoseRest * rough.spacing) continue;
+        if (ePhase == EPhase::Rough && at.ground->held.GetHeldCount() < 6) {
+            ePhase = EPhase::WithWeakHolds;
+            at.ground->held = CHeldMotions(at.matches, at.ground->frame, rough, before, matcher);
+            continue;
+        }
+        at.limits.residual = std::max(0.5 * at.limits.residual, nextResidual(at.matches, at.limits));
+        if (ePhase != EPhase::Fine) at.limits.cosine = nextCosine(at.matches);
+        ePhase = EPhase::Fine;
     }
 }
 
@@ -230,7 +356,8 @@ Matrix6d widened(const Matrix6d& sum, const std::vector<Vector6d>& steps)
 class CPatches
 {
 public:
-    CPatches(const std::vector<Match>& matches, const Frame& frame, double side)
+    CPatches(const std::vector<Match>& matches, const Frame& frame, double side, const CHeldMotions& held)
+        : m_held(held)
     {
         for (const Match& match : matches) {
             const Eigen::Vector3d cell = match.moved / side;
@@ -254,7 +381,7 @@ public:
         steps.reserve(m_patches.size());
         Matrix6d sum = Matrix6d::Zero();
         for (const auto& [key, patch] : m_patches) {
-            steps.push_back(boundedInverse(m_hold - patch.hold) * patch.pull);
+            steps.push_back(m_held.Inverse(m_hold - patch.hold) * patch.pull);
             sum += steps.back() * steps.back().transpose();
         }
         const auto count = static_cast<double>(m_patches.size());
@@ -264,7 +391,7 @@ public:
     /// As if all pairs were independent.
     [[nodiscard]] Matrix6d Apart() const
     {
-        const Matrix6d inverse = boundedInverse(m_hold);
+        const Matrix6d inverse = m_held.Inverse(m_hold);
         return inverse * m_apart * inverse;
     }
 
@@ -275,6 +402,7 @@ private:
         Matrix6d hold = Matrix6d::Zero();
     };
 
+    const CHeldMotions& m_held;
     std::map<std::array<long, 3>, Patch> m_patches;
     Matrix6d m_hold = Matrix6d::Zero();
     Matrix6d m_apart = Matrix6d::Zero();
@@ -308,12 +436,34 @@ Matrix6 unscaled(const Matrix6d& covariance, double radius)
     return result;
 }
 
-PoseEstimate estimateAt(const Polished& at, const Limits& limits)
+/// As the pose moves, points find other matches, which fit a little better than the old ones: the pull grows less than
+/// the normals say, the more the noise comes up to the spacing, and the pose is known so much worse. Measured along
+/// each principal direction, by a motion of one deviation.
+Matrix6d withResponse(const Matrix6d& covariance, const Polished& at, const Frame& frame, CMatcher& matcher)
 {
-    const Frame frame(at.matches);
-    const CPatches patches(at.matches, frame, limits.patch);
+    const Equations here(at.matches, frame);
+    const Eigen::SelfAdjointEigenSolver<Matrix6d> solver(covariance);
+    Vector6d variances = solver.eigenvalues();
+    for (int k = 0; k < 6; ++k) {
+        const double deviation = std::sqrt(std::max(0.0, variances(k)));
+        if (!(deviation > 0.0)) continue;
+        const Vector6d direction = solver.eigenvectors().col(k);
+        const Equations there(matcher.Matches(motion(deviation * direction, frame) * at.pose, at.limits), frame);
+        const double expected = deviation * direction.dot(here.hold * direction);
+        const double response = direction.dot(there.pull - here.pull) / expected;
+        if (response > 0.0 && response < 1.0) variances(k) /= response * response;
+    }
+    return solver.eigenvectors() * variances.asDiagonal() * solver.eigenvectors().transpose();
+}
+
+PoseEstimate estimateAt(const Polished& at, CMatcher& matcher)
+{
+    const Limits& limits = at.limits;
+    const auto& [frame, held] = *at.ground;
+    const CPatches patches(at.matches, frame, limits.patch, held);
     if (patches.GetCount() < verdict::uiPoseMinPatches) return {};
-    const Matrix6d covariance = patches.Jackknife();
+    const Matrix6d known = withResponse(patches.Jackknife(), at, frame, matcher);
+    const Matrix6d covariance = known + held.FreeCovariance(frame.radius, Equations(at.matches, frame).normal);
     const auto count = static_cast<double>(at.matches.size());
     PoseEstimate estimate;
     estimate.pose = at.pose;
@@ -322,7 +472,7 @@ PoseEstimate estimateAt(const Polished& at, const Limits& limits)
                        static_cast<float>(frame.centre.z())};
     estimate.dRadius = frame.radius;
     estimate.uiPairs = at.matches.size();
-    estimate.dEffectivePairs = count * std::min(1.0, patches.Apart().trace() / covariance.trace());
+    estimate.dEffectivePairs = count * std::min(1.0, patches.Apart().trace() / known.trace());
     double sumSq = 0.0;
     for (const Match& match : at.matches) sumSq += match.residual * match.residual;
     estimate.dResidual = std::sqrt(sumSq / count);
@@ -368,8 +518,9 @@ PoseEstimate EstimatePose(const IPointSet& fix, const IPointSet& flt, const CTra
 {
     const Limits limits = limitsOf(fixSampling, fltSampling);
     if (!start || !(limits.spacing > 0.0)) return {};
-    const Polished polished = polish(fix, flt, start, limits);
-    return polished.pose ? estimateAt(polished, limits) : PoseEstimate{};
+    CMatcher matcher(fix, flt, limits, 1);
+    const Polished polished = polish(matcher, start, limits);
+    return polished.pose ? estimateAt(polished, matcher) : PoseEstimate{};
 }
 
 CTrafo SettlePose(const IPointSet& fix, const IPointSet& flt, const CTrafo& start, const ScanSampling& fixSampling,
@@ -377,7 +528,8 @@ CTrafo SettlePose(const IPointSet& fix, const IPointSet& flt, const CTrafo& star
 {
     const Limits limits = limitsOf(fixSampling, fltSampling);
     if (!start || !(limits.spacing > 0.0)) return CTrafo::Invalid();
-    return polish(fix, flt, start, limits, std::max<std::size_t>(1, flt.Size() / verdict::uiSettlePoints)).pose;
+    CMatcher matcher(fix, flt, limits, std::max<std::size_t>(1, flt.Size() / verdict::uiSettlePoints));
+    return polish(matcher, start, limits).pose;
 }
 
 } // namespace prereg

@@ -36,7 +36,9 @@ struct PoseEstimate
     std::size_t uiPairs = 0;
     double dEffectivePairs = 0.0; ///< as many independent pairs would know the pose as well
     double dResidual = 0.0;       ///< root mean square over the pairs, mm
-    std::vector<FreeMotion> free; ///< worst first; what moves the points by over a quarter of the spacing (1 sigma)
+    /// Worst first: what moves the points by over a quarter of the spacing (1 sigma). What nothing holds has the size of
+    /// what matches for its deviation, and the pose stays where it started along it.
+    std::vector<FreeMotion> free;
 
     /// Enough pairs to say something.
     [[nodiscard]] explicit operator bool() const { return uiPairs > 0; }
@@ -55,8 +57,9 @@ struct PoseEstimate
 /// 61 (1974); as many pulls of one patch hang together: they share points of the fixed scan, normals that were fitted
 /// to the same neighbours, and errors of the sensor; O. Bengtsson and A.-J. Baerveldt, Robotics and Autonomous Systems
 /// 44 (2003), show how far a count of pairs as independent misleads). What holds the pose is built from the normals of
-/// one scan times those of the other: noise of one alone looks like a hold. What all patches have in common, as a wrong
-/// scale or a bent sensor, no residual shows.
+/// one scan times those of the other: noise of one alone looks like a hold. A hold no larger than normals beside edges
+/// can feign is none. As the pose moves, points find other matches that fit a little better; how much less the pull
+/// grows for it is measured. What all patches have in common, as a wrong scale or a bent sensor, no residual shows.
 /// @param start  rough pose, within a spacing or two of the right one
 /// @return       uiPairs 0 for an invalid pose, or fewer than 60 pairs or 12 patches that match
 /// Same input, same bytes. 30 ms for scans of 6,000 points.

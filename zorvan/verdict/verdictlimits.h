@@ -188,9 +188,15 @@ constexpr double dPosePatch = 6.0;           ///< spacings
 constexpr std::size_t uiPoseMinPatches = 12; ///< twice the parameters
 constexpr int iPoseMaxSteps = 30;
 constexpr std::size_t uiSettlePoints = 5000; ///< of one scan: they know the pose to a few hundredths of a pixel
-constexpr double dPoseRest = 0.01;         ///< spacings: after a step below, residuals are noise and no longer the pose
-constexpr double dPoseLastStep = 1e-4;     ///< spacings
-constexpr double dPoseLeastHold = 1e-5;    ///< of the best held direction: less is noise, and keeps a deviation finite
+constexpr double dPoseRest = 0.01;     ///< spacings: after a step below, residuals are noise and no longer the pose
+constexpr double dPoseLastStep = 1e-4; ///< spacings
+/// Of the matches lie beside edges, where fitted normals lean though nothing is there to hold. Of two views of a gear's
+/// face, 9 %.
+constexpr double dPoseEdgeShare = 0.1;
+/// The pull against a weak hold is that of the hold, give or take so much. Of a bracket and a housing 0.75 to 1.24 of
+/// it; of the gear's face a third of the shares lies below -2, a third beyond 2.
+constexpr double dPoseHoldPlay = 0.3;
+constexpr double dPoseLeastHold = 1e-5; ///< of the best held direction: keeps the deviation of a cluster's scan finite
 constexpr double dPoseFreeSpacings = 0.25; ///< a motion of so much is said in words
 
 } // namespace prereg::verdict
