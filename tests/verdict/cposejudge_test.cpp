@@ -157,6 +157,39 @@ TEST(CPoseJudge, FindsSurfaceThatShouldHaveBeenSeen)
     EXPECT_EQ(CPoseJudge(a, b).Judge(CTrafo()).eFinding, EFinding::SurfaceMissing);
 }
 
+TEST(CPoseJudge, MissesSteepSurfaceOnlyWhereTheSensorSawSome)
+{
+    // The camera stands at -x: of the first ball it loses what is steep and looks to +x.
+    const std::vector<support::Sphere> balls{{{-9, 0, 0}, 7}, {{9, 0, 0}, 7}};
+    const support::Surface whole = support::ScanSpheres(balls, CTrafo(), 0.12F, 0.02F, 1);
+    const auto lost = [&](float until) {
+        support::Surface seen;
+        for (std::size_t i = 0; i < whole.points.size(); ++i) {
+            const Vector3& n = whole.normals[i];
+            if (n.x > 0.5F && n.z < 0.64F && whole.points[i].x < until) continue;
+            seen.points.push_back(whole.points[i]);
+            seen.normals.push_back(n);
+        }
+        return support::PointSet(seen);
+    };
+    const auto byLight = lost(100.0F);
+    const auto byFault = lost(0.0F);
+    const auto all = support::PointSet(support::ScanSpheres(balls, CTrafo(), 0.12F, 0.02F, 2));
+    const CScanView oneSided(byLight);
+    const CScanView faulty(byFault);
+    const auto faces = [](const CScanView& view, const Vector3& normal) {
+        return view.GetImage().Faces(view.GetImage().GetFrame().Rotate(normal));
+    };
+    EXPECT_FALSE(faces(oneSided, {0.8F, 0, 0.6F}));
+    EXPECT_TRUE(faces(oneSided, {-0.8F, 0, 0.6F}));
+    EXPECT_TRUE(faces(oneSided, {0.6F, 0, 0.8F}));
+    EXPECT_TRUE(faces(faulty, {0.8F, 0, 0.6F})) << "the second ball shows some";
+    EXPECT_FALSE(faces(faulty, {0.95F, 0, 0.3F}));
+
+    const PoseCounts counts = CPoseJudge(oneSided, CScanView(all)).Judge(CTrafo()).counts;
+    EXPECT_GT(counts.uiTurned, counts.uiMissing) << "what is missed lies beside directions that were seen";
+}
+
 TEST(CPoseJudge, CountsWhatLookingAtEverySurfelCounts)
 {
     const Pair pair(support::Cluster());
