@@ -66,6 +66,16 @@ Vector10d fitQuadric(const Points& points)
     return Eigen::GeneralizedSelfAdjointEigenSolver<Matrix10d>(slopes, values).eigenvectors().col(9);
 }
 
+/// Every n-th, so that some thousand are left.
+Points thinned(const Points& all)
+{
+    constexpr std::size_t uiEnough = 1000; // for ten unknowns
+    const std::size_t stride = std::max<std::size_t>(1, all.size() / uiEnough);
+    Points points;
+    for (std::size_t i = 0; i < all.size(); i += stride) points.push_back(all[i]);
+    return points;
+}
+
 /// Fitted to what lies on it: openings and swells are left out.
 Vector10d fitRobustly(const Points& points)
 {
@@ -150,7 +160,7 @@ std::optional<MatchedEllipsoid> FitEllipsoid(std::span<const CPoseJudge::PlacedS
     if (!(ellipsoid.dRadius > 0.0)) return std::nullopt;
     for (Eigen::Vector3d& p : points) p = (p - middle) / ellipsoid.dRadius;
 
-    const Vector10d quadric = fitRobustly(points);
+    const Vector10d quadric = fitRobustly(thinned(points));
     Eigen::Matrix3d square = quadric.head<3>().asDiagonal();
     square(0, 1) = square(1, 0) = 0.5 * quadric(3);
     square(0, 2) = square(2, 0) = 0.5 * quadric(4);

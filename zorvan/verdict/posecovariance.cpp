@@ -133,7 +133,6 @@ struct Frame
 struct Equations
 {
     Matrix6d normal = Matrix6d::Zero();
-    Matrix6d hold = Matrix6d::Zero();
     Vector6d pull = Vector6d::Zero();
 
     Equations(const std::vector<Match>& matches, const Frame& frame)
@@ -142,10 +141,16 @@ struct Equations
             const Vector6d row = frame.Row(match, match.normal);
             normal += row * row.transpose();
             pull += row * match.residual;
-            hold += frame.HoldOf(match);
         }
     }
 };
+
+Matrix6d holdOf(const std::vector<Match>& matches, const Frame& frame)
+{
+    Matrix6d hold = Matrix6d::Zero();
+    for (const Match& match : matches) hold += frame.HoldOf(match);
+    return hold;
+}
 
 CTrafo motion(const Vector6d& step, const Frame& frame)
 {
@@ -208,7 +213,7 @@ private:
     CHeldMotions(const std::vector<Match>& matches, const Frame& frame, const Limits& limits, const IsReal& isReal)
     {
         const double feigned = mostFeigned(matches.size(), limits.cosine);
-        const Eigen::SelfAdjointEigenSolver<Matrix6d> solver(Equations(matches, frame).hold);
+        const Eigen::SelfAdjointEigenSolver<Matrix6d> solver(holdOf(matches, frame));
         for (int k = 0; k < 6; ++k) {
             const double hold = solver.eigenvalues()(k);
             const Vector6d direction = solver.eigenvectors().col(k);
@@ -292,42 +297,60 @@ struct Polished
     std::optional<Ground> ground;
 };
 
-/// Least-squares steps until they no longer count; what nothing holds stays where it is. What a rough pose leaves far
-/// off has to pull until the pose rests: on a part most points lie on a few planes, fit within noise at once, and a
-/// limit drawn from these would leave out the faces that hold the part against sliding.
-Polished polish(CMatcher& matcher, const CTrafo& start, const Limits& rough)
+Vector6d stepAt(const Polished& at)
 {
-    enum class EPhase
-    {
-        Rough,
-        WithWeakHolds,
-        Fine
-    };
-    EPhase ePhase = EPhase::Rough;
+    const Equations equations(at.matches, at.ground->frame);
+    return -at.ground->held.Inverse(equations.normal) * equations.pull;
+}
+
+/// Least-squares steps until they no longer count. What a rough pose leaves far off has to pull until the pose rests:
+/// on a part most points lie on a few planes, fit within noise at once, and a limit drawn from these would leave out
+/// the faces that hold the part against sliding. What nothing holds stays where it is.
+/// @return  invalid where too few match
+Polished settleRoughly(CMatcher& matcher, const CTrafo& start, const Limits& rough)
+{
     Polished at{start, {}, rough, std::nullopt};
+    bool hasWeakHolds = false;
     for (int i = 0;; ++i) {
-        at.matches = matcher.Matches(at.pose, at.limits);
+        at.matches = matcher.Matches(at.pose, rough);
         if (at.matches.size() < verdict::uiMinMatched) return {CTrafo::Invalid(), {}, rough, std::nullopt};
-        if (ePhase == EPhase::Rough) {
+        if (!hasWeakHolds) {
             const Frame frame(at.matches);
             at.ground = Ground{frame, CHeldMotions(at.matches, frame, rough)};
         }
-        const Equations equations(at.matches, at.ground->frame);
-        const Vector6d step = -at.ground->held.Inverse(equations.normal) * equations.pull;
-        const bool isLast = ePhase == EPhase::Fine && step.norm() < verdict::dPoseLastStep * rough.spacing;
-        if (isLast || i == verdict::iPoseMaxSteps) return at;
-        const CTrafo before = at.pose;
-        at.pose = motion(step, at.ground->frame) * at.pose;
-        if (step.norm() > verdict::dPoseRest * rough.spacing) continue;
-        if (ePhase == EPhase::Rough && at.ground->held.GetHeldCount() < 6) {
-            ePhase = EPhase::WithWeakHolds;
-            at.ground->held = CHeldMotions(at.matches, at.ground->frame, rough, before, matcher);
+        const Vector6d step = stepAt(at);
+        const bool isAtRest = step.norm() <= verdict::dPoseRest * rough.spacing;
+        if (isAtRest && !hasWeakHolds && at.ground->held.GetHeldCount() < 6) {
+            hasWeakHolds = true;
+            at.ground->held = CHeldMotions(at.matches, at.ground->frame, rough, at.pose, matcher);
             continue;
         }
-        at.limits.residual = std::max(0.5 * at.limits.residual, nextResidual(at.matches, at.limits));
-        if (ePhase != EPhase::Fine) at.limits.cosine = nextCosine(at.matches);
-        ePhase = EPhase::Fine;
+        at.pose = motion(step, at.ground->frame) * at.pose;
+        if (!isAtRest && i < verdict::iPoseMaxSteps) continue;
+        at.limits.residual = std::max(0.5 * rough.residual, nextResidual(at.matches, rough));
+        at.limits.cosine = nextCosine(at.matches);
+        return at;
     }
+}
+
+/// The same of a pose at rest, with limits that leave out what noise does not explain.
+Polished settleFinely(CMatcher& matcher, Polished at)
+{
+    for (int i = 0;; ++i) {
+        at.matches = matcher.Matches(at.pose, at.limits);
+        if (at.matches.size() < verdict::uiMinMatched) return {CTrafo::Invalid(), {}, at.limits, std::nullopt};
+        const Vector6d step = stepAt(at);
+        if (step.norm() < verdict::dPoseLastStep * at.limits.spacing || i == verdict::iPoseMaxSteps) return at;
+        at.pose = motion(step, at.ground->frame) * at.pose;
+        if (step.norm() > verdict::dPoseRest * at.limits.spacing) continue;
+        at.limits.residual = std::max(0.5 * at.limits.residual, nextResidual(at.matches, at.limits));
+    }
+}
+
+Polished polish(CMatcher& matcher, const CTrafo& start, const Limits& rough)
+{
+    Polished at = settleRoughly(matcher, start, rough);
+    return at.pose ? settleFinely(matcher, std::move(at)) : at;
 }
 
 /// A deviation that few patches tell is itself known badly, and errors over it are those of Student: of the sum of
@@ -441,7 +464,9 @@ Matrix6 unscaled(const Matrix6d& covariance, double radius)
 /// each principal direction, by a motion of one deviation.
 Matrix6d withResponse(const Matrix6d& covariance, const Polished& at, const Frame& frame, CMatcher& matcher)
 {
-    const Equations here(at.matches, frame);
+    const std::vector<Match> matches = matcher.Matches(at.pose, at.limits);
+    const Equations here(matches, frame);
+    const Matrix6d hold = holdOf(matches, frame);
     const Eigen::SelfAdjointEigenSolver<Matrix6d> solver(covariance);
     Vector6d variances = solver.eigenvalues();
     for (int k = 0; k < 6; ++k) {
@@ -449,7 +474,7 @@ Matrix6d withResponse(const Matrix6d& covariance, const Polished& at, const Fram
         if (!(deviation > 0.0)) continue;
         const Vector6d direction = solver.eigenvectors().col(k);
         const Equations there(matcher.Matches(motion(deviation * direction, frame) * at.pose, at.limits), frame);
-        const double expected = deviation * direction.dot(here.hold * direction);
+        const double expected = deviation * direction.dot(hold * direction);
         const double response = direction.dot(there.pull - here.pull) / expected;
         if (response > 0.0 && response < 1.0) variances(k) /= response * response;
     }
@@ -479,6 +504,8 @@ PoseEstimate estimateAt(const Polished& at, CMatcher& matcher)
     estimate.free = freeMotions(covariance, frame.radius, verdict::dPoseFreeSpacings * limits.spacing);
     return estimate;
 }
+
+std::size_t strideOf(const IPointSet& flt) { return std::max<std::size_t>(1, flt.Size() / verdict::uiSettlePoints); }
 
 std::string rounded(double value)
 {
@@ -518,9 +545,12 @@ PoseEstimate EstimatePose(const IPointSet& fix, const IPointSet& flt, const CTra
 {
     const Limits limits = limitsOf(fixSampling, fltSampling);
     if (!start || !(limits.spacing > 0.0)) return {};
-    CMatcher matcher(fix, flt, limits, 1);
-    const Polished polished = polish(matcher, start, limits);
-    return polished.pose ? estimateAt(polished, matcher) : PoseEstimate{};
+    // Of few points first: all of them are only for the last steps.
+    CMatcher few(fix, flt, limits, strideOf(flt));
+    CMatcher all(fix, flt, limits, 1);
+    Polished polished = polish(few, start, limits);
+    polished = polished.pose ? settleFinely(all, std::move(polished)) : polish(all, start, limits);
+    return polished.pose ? estimateAt(polished, few) : PoseEstimate{};
 }
 
 CTrafo SettlePose(const IPointSet& fix, const IPointSet& flt, const CTrafo& start, const ScanSampling& fixSampling,
@@ -528,7 +558,7 @@ CTrafo SettlePose(const IPointSet& fix, const IPointSet& flt, const CTrafo& star
 {
     const Limits limits = limitsOf(fixSampling, fltSampling);
     if (!start || !(limits.spacing > 0.0)) return CTrafo::Invalid();
-    CMatcher matcher(fix, flt, limits, std::max<std::size_t>(1, flt.Size() / verdict::uiSettlePoints));
+    CMatcher matcher(fix, flt, limits, strideOf(flt));
     return polish(matcher, start, limits).pose;
 }
 
