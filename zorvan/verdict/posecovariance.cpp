@@ -333,14 +333,19 @@ Polished settleRoughly(CMatcher& matcher, const CTrafo& start, const Limits& rou
     }
 }
 
-/// The same of a pose at rest, with limits that leave out what noise does not explain.
+/// The same of a pose at rest, with limits that leave out what noise does not explain. In the end a few points change
+/// their matches to and fro, and the pose with them.
 Polished settleFinely(CMatcher& matcher, Polished at)
 {
+    Vector6d last = Vector6d::Zero();
     for (int i = 0;; ++i) {
         at.matches = matcher.Matches(at.pose, at.limits);
         if (at.matches.size() < verdict::uiMinMatched) return {CTrafo::Invalid(), {}, at.limits, std::nullopt};
         const Vector6d step = stepAt(at);
-        if (step.norm() < verdict::dPoseLastStep * at.limits.spacing || i == verdict::iPoseMaxSteps) return at;
+        const bool isToAndFro = step.dot(last) < -0.5 * last.squaredNorm();
+        if (isToAndFro || step.norm() < verdict::dPoseLastStep * at.limits.spacing || i == verdict::iPoseMaxSteps)
+            return at;
+        last = step;
         at.pose = motion(step, at.ground->frame) * at.pose;
         if (step.norm() > verdict::dPoseRest * at.limits.spacing) continue;
         at.limits.residual = std::max(0.5 * at.limits.residual, nextResidual(at.matches, at.limits));
