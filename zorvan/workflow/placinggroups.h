@@ -56,7 +56,7 @@ struct JoinDecision
 {
     CTrafo pose = CTrafo::Invalid(); ///< second to first group
     double dScore = 0.0;
-    ScanPlace place; ///< why not; of a contradicted one the refuter is a scan of the first group
+    ScanPlace place;           ///< why not; of a contradicted one the refuter is a scan of the first group
     std::size_t uiRefuted = 0; ///< by it, of the second group
 
     [[nodiscard]] explicit operator bool() const { return static_cast<bool>(pose); }
