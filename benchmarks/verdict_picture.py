@@ -10,6 +10,7 @@ Right: the refined truth, within 2 degrees and 1 % of the object, with an overla
 count over itself and the matches, and drawn by their logarithm from 0.001 on.
 """
 import argparse
+import collections
 import csv
 import math
 import pathlib
@@ -42,13 +43,15 @@ def across(value):
 
 
 def curve(values, colour):
-    values.sort()
-    points = [(0.0, HEIGHT)]
-    for i, value in enumerate(values):
-        x = across(value)
-        points += [(x, points[-1][1]), (x, HEIGHT * (1 - (i + 1) / len(values)))]
+    """One step per pixel at most, however many the values are."""
+    steps = collections.Counter(round(across(value)) for value in values)
+    points = [(0, float(HEIGHT))]
+    below = 0
+    for x, count in sorted(steps.items()):
+        below += count
+        points += [(x, points[-1][1]), (x, HEIGHT * (1 - below / len(values)))]
     points.append((WIDTH, points[-1][1]))
-    text = " ".join(f"{x:.1f},{y:.1f}" for x, y in points)
+    text = " ".join(f"{x},{y:.1f}" for x, y in points)
     return f'<polyline points="{text}" fill="none" stroke="{colour}" stroke-width="1.5"/>'
 
 

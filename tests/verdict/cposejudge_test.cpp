@@ -330,6 +330,15 @@ TEST(DecideOnPoses, IsNotSureOfAPoseThatOneThatFellOutdoes)
     fallen.counts = {.uiMatched = 2100, .uiInFront = 1000}; // scores less, but most of the object agrees with itself
     EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, fallen}).eVerdict, EPairVerdict::Ambiguous);
 
+    // Where nothing contradicts a place as it stands, a doubt about the pose refined there does not rule it out.
+    const std::vector<CTrafo> beside{pair.truth, poses[1], poses[1]};
+    PoseVerdict doubtful{EFinding::Doubtful, {}};
+    doubtful.counts.uiMatched = 200;
+    PoseVerdict open{EFinding::NotRuledOut, {}};
+    open.counts.uiMatched = 100;
+    EXPECT_EQ(DecideOnPoses(pair.judge, beside, {best, doubtful, open}).eVerdict, EPairVerdict::Ambiguous);
+    EXPECT_EQ(DecideOnPoses(pair.judge, beside, {best, doubtful, doubtful}).eVerdict, EPairVerdict::Aligned);
+
     const auto pixel = static_cast<float>(pair.judge.GetPixelSize());
     const std::vector<CTrafo> twins{pair.truth, pair.truth.Translate({0.05F, 0, 0})};
     sliding.counts.uiMatched = 495;

@@ -30,9 +30,12 @@ std::vector<std::size_t> explanations(const CPoseJudge& judge, std::span<const C
     const double distinct = verdict::dDistinctPixels * judge.GetPixelSize();
     std::vector<std::size_t> kept;
     for (const std::size_t i : order) {
-        const bool isNew = std::all_of(kept.begin(), kept.end(),
-                                       [&](std::size_t k) { return judge.Distance(poses[i], poses[k]) > distinct; });
-        if (isNew) kept.push_back(i);
+        // What is not ruled out stays so beside a pose that is doubted.
+        const auto saysTheSame = [&](std::size_t k) {
+            const bool isWeaker = verdicts[k] || verdicts[i].eFinding != EFinding::NotRuledOut;
+            return isWeaker && judge.Distance(poses[i], poses[k]) <= distinct;
+        };
+        if (std::none_of(kept.begin(), kept.end(), saysTheSame)) kept.push_back(i);
     }
     return kept;
 }
