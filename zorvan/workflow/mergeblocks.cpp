@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/mergeblocks.h"
 
+#include "zorvan/workflow/sidebyside.h"
+
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <cmath>
-#include <future>
 #include <iterator>
 #include <map>
 #include <optional>
@@ -46,37 +45,14 @@ bool isSharing(const Trafos& a, const Trafos& b)
     return std::ranges::any_of(b, [&](const auto& member) { return a.contains(member.first); });
 }
 
-/// Of blocks that follow each other in the list, all but the last of one size.
-std::vector<std::span<const LooseScan>> blocksOf(std::span<const LooseScan> scans)
+std::vector<std::vector<LooseScan>> blocksOf(std::span<const LooseScan> scans, const LikelyScans& likely)
 {
-    std::vector<std::span<const LooseScan>> blocks;
-    for (std::size_t first = 0;; first += uiBlockScans - uiBlockShared) {
-        blocks.push_back(scans.subspan(first, std::min(uiBlockScans, scans.size() - first)));
-        if (first + uiBlockScans >= scans.size()) return blocks;
+    std::vector<std::vector<LooseScan>> blocks;
+    for (const auto& members : GrowBlocks(likely, uiBlockScans, uiBlockShared)) {
+        auto& block = blocks.emplace_back();
+        for (const std::size_t member : members) block.push_back(scans[member]);
     }
-}
-
-/// The caller's question is for this thread alone.
-void answer(std::vector<std::future<void>>& jobs, std::atomic<bool>& isAborted, const Zorvan::Hooks& hooks)
-{
-    for (std::future<void>& job : jobs) {
-        while (job.wait_for(std::chrono::milliseconds(5)) != std::future_status::ready)
-            isAborted = hooks.IsAborted() || isAborted;
-        hooks.Advance();
-    }
-}
-
-/// Waits for all, also when a hook throws: they work on what their caller owns.
-void waitFor(std::vector<std::future<void>>& jobs, std::atomic<bool>& isAborted, const Zorvan::Hooks& hooks)
-{
-    try {
-        answer(jobs, isAborted, hooks);
-    } catch (...) {
-        isAborted = true;
-        for (std::future<void>& job : jobs) job.wait();
-        throw;
-    }
-    for (std::future<void>& job : jobs) job.get();
+    return blocks;
 }
 
 } // namespace
@@ -108,23 +84,27 @@ std::vector<Trafos> JoinSharing(std::span<const Trafos> clusters, std::span<cons
     return joined;
 }
 
-std::vector<Trafos> MergeInBlocks(std::span<const LooseScan> scans, const BlockMerger& merge, double dPlay,
-                                  const CSession::Group& group, const Zorvan::Hooks& hooks)
+std::vector<Trafos> MergeInBlocks(std::span<const LooseScan> scans, const BlockMerger& merge, const ScanSearch& search,
+                                  const ConfigurationFPFH& config, const CSession::Group& group,
+                                  const Zorvan::Hooks& hooks)
 {
-    const std::vector<std::span<const LooseScan>> blocks = blocksOf(scans);
+    std::vector<const CFPFHPointSet*> sets;
+    for (const LooseScan& scan : scans) sets.push_back(scan.set.get());
+    const LikelyScans likely = FindLikelyScans(sets, config.dFeatureRadius, group);
+    const std::vector<std::vector<LooseScan>> blocks = blocksOf(scans, likely);
     std::vector<std::vector<Trafos>> merged(blocks.size());
-    std::atomic<bool> isAborted = false;
-    const Zorvan::Hooks jobHooks([&] { return isAborted.load(); });
-    std::vector<std::future<void>> jobs;
-    hooks.Start("registering", blocks.size());
+    std::vector<Work> work;
     for (std::size_t i = 0; i < blocks.size(); ++i)
-        jobs.push_back(group->Schedule([&, i] { merged[i] = merge(blocks[i], jobHooks); }));
-    waitFor(jobs, isAborted, hooks);
+        work.emplace_back([&, i](const Zorvan::Hooks& jobHooks) { merged[i] = merge(blocks[i], jobHooks); });
+    hooks.Start("registering", blocks.size());
+    RunSideBySide(work, group, hooks);
     hooks.Finish();
     std::vector<Trafos> clusters;
     for (std::vector<Trafos>& block : merged)
         clusters.insert(clusters.end(), std::make_move_iterator(block.begin()), std::make_move_iterator(block.end()));
-    return JoinSharing(clusters, scans, dPlay);
+    // What lies nearer to each other than this counts as the same surface.
+    const std::vector<Trafos> joined = JoinSharing(clusters, scans, config.icpConfig.dMinQueryRadius);
+    return LinkLikely(joined, scans, likely, search, group, hooks);
 }
 
 } // namespace prereg

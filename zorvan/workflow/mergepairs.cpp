@@ -9,7 +9,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdio>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -35,8 +37,34 @@ public:
         return Zorvan::Median(m_errors);
     }
 
+    void Add(const CMergeErrors& others)
+    {
+        m_errors.insert(m_errors.end(), others.m_errors.begin(), others.m_errors.end());
+    }
+
 private:
     std::vector<double> m_errors;
+};
+
+/// The errors of blocks that are merged side by side. Their median does not depend on which block comes first.
+class CSharedErrors
+{
+public:
+    void Add(const CMergeErrors& block)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_all.Add(block);
+    }
+
+    [[nodiscard]] CMergeErrors Get() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_all;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    CMergeErrors m_all;
 };
 
 /// The search for one pair of clusters, which remembers the error of a merge.
@@ -75,18 +103,56 @@ CClusterRegistration::SearchFactory searchWith(CMergeErrors& errors, double shar
     };
 }
 
+/// Of a scan of a block: clusters are tried in the order of their identifiers.
+UniversalUniqueID inOrder(std::size_t number)
+{
+    char text[37];
+    std::snprintf(text, sizeof text, "%08x-0000-8000-8000-000000000000", static_cast<unsigned>(number) + 1);
+    return UniversalUniqueID(text);
+}
+
+/// Adds scans one by one, each to what has been merged of those before. One that fits nowhere stays out: it would be
+/// searched anew after each merge, and with what it is likely to overlap it is searched later.
+void addInOrder(CClusterRegistration& block, std::span<const LooseScan> scans, const Zorvan::Hooks& hooks)
+{
+    bool isAnyMerged = false;
+    for (std::size_t i = 0; i < scans.size(); ++i) {
+        CClusterRegistration with(block);
+        with.AddPointSet(inOrder(i), scans[i].set, &scans[i].start);
+        const bool isMerged = with.Run(hooks);
+        if (isAnyMerged && !isMerged) continue;
+        isAnyMerged = isMerged;
+        block = std::move(with);
+    }
+}
+
 std::vector<CClusterRegistration::Trafos> mergeBlock(const ConfigurationFPFH& config, std::span<const LooseScan> scans,
-                                                     const Zorvan::Hooks& hooks)
+                                                     CSharedErrors& shared, const Zorvan::Hooks& hooks)
 {
     CMergeErrors errors;
     CClusterRegistration block(config, nullptr, nullptr);
-    for (const LooseScan& scan : scans) block.AddPointSet(scan.id, scan.set, &scan.start);
     block.SetSearch(searchWith(errors, dQuickMergeShare));
-    block.Run(hooks);
+    addInOrder(block, scans, hooks);
+    shared.Add(errors);
     std::vector<CClusterRegistration::Trafos> clusters;
-    for (const UniversalUniqueID& id : block.GetClusterIDs())
-        if (block.Size(id) > 1) clusters.push_back(block.GetTrafos(id, true));
+    for (const UniversalUniqueID& id : block.GetClusterIDs()) {
+        if (block.Size(id) < 2) continue;
+        auto& cluster = clusters.emplace_back();
+        const CClusterRegistration::Trafos poses = block.GetTrafos(id, true);
+        for (std::size_t i = 0; i < scans.size(); ++i)
+            if (const auto pose = poses.find(inOrder(i)); pose != poses.end()) cluster[scans[i].id] = pose->second;
+    }
     return clusters;
+}
+
+/// The quick search, for two scans by themselves.
+CTrafo searchScans(const ConfigurationFPFH& config, const LooseScan& fix, const LooseScan& flt, CMergeErrors errors,
+                   const Zorvan::Hooks& hooks)
+{
+    const auto search = searchWith(errors, dQuickMergeShare)(fix.set, flt.set, config, nullptr);
+    if (fix.start && flt.start) static_cast<void>(search->InjectTrafo(fix.start.GetInverse(false) * flt.start));
+    if (!search->HasMoreResults()) search->Compute(hooks);
+    return search->HasMoreResults() && !hooks.IsAborted() ? search->GetNextResult().GetTrafo() : CTrafo::Invalid();
 }
 
 /// Clusters of several scans stay as they are.
@@ -105,12 +171,15 @@ std::vector<CClusterRegistration::Trafos> mergeLoose(const CClusterRegistration:
         auto& cluster = groups.emplace_back();
         for (const auto& [entity, pose, start, set] : entities) cluster[entity] = pose;
     }
+    CSharedErrors errors;
     const auto merge = [&](std::span<const LooseScan> block, const Zorvan::Hooks& jobHooks) {
-        return mergeBlock(config, block, jobHooks);
+        return mergeBlock(config, block, errors, jobHooks);
     };
-    // What lies nearer to each other than this counts as the same surface.
-    const double play = config.icpConfig.dMinQueryRadius;
-    for (auto& cluster : MergeInBlocks(loose, merge, play, group, hooks)) groups.push_back(std::move(cluster));
+    const auto search = [&](const LooseScan& fix, const LooseScan& flt, const Zorvan::Hooks& jobHooks) {
+        return searchScans(config, fix, flt, errors.Get(), jobHooks);
+    };
+    for (auto& cluster : MergeInBlocks(loose, merge, search, config, group, hooks))
+        groups.push_back(std::move(cluster));
     return groups;
 }
 
