@@ -16,8 +16,8 @@ namespace prereg {
 using LikelyScans = std::vector<std::map<std::size_t, double>>;
 
 /// Tells from the features alone which scans may overlap, so that the others need not be searched. Each scan gives the
-/// features that are least like the mean of all; each of these votes for the scans where the features are that look most
-/// like it. Pairs are kept that have more votes than chance would give them.
+/// features that are least like the mean of all; each of these votes for the scans where the features are that look
+/// most like it. Pairs are kept that have more votes than chance would give them.
 ///
 /// Scans that follow each other in the list come before what the votes leave open: people scan along a surface.
 /// @param dFeatureRadius  mm; features of a scan that are nearer to each other than half of it count as one

@@ -13,7 +13,6 @@
 #include "zorvan/workflow/autosettings.h"
 #include "zorvan/workflow/lookatposes.h"
 #include "zorvan/workflow/mergepairs.h"
-#include "zorvan/workflow/pairdisputes.h"
 #include "zorvan/workflow/placing.h"
 #include "zorvan/workflow/scancopies.h"
 #include "zorvan/workflow/scanpairs.h"
@@ -71,17 +70,19 @@ public:
             clusters.push_back(registration.GetTrafos(id, false));
         take(clusters);
         const std::vector<PairStanding> pairs = GetPairs();
-        const bool isSupported = std::ranges::any_of(pairs, [](const PairStanding& pair) {
-            return pair.isTogether && pair.evidence.eEvidence == EEvidence::Supports;
-        });
+        const auto isSaid = [](const PairStanding& pair, EEvidence eEvidence) {
+            return pair.isTogether && pair.evidence.eEvidence == eEvidence;
+        };
+        const bool isSupported =
+            std::ranges::any_of(pairs, [&](const PairStanding& pair) { return isSaid(pair, EEvidence::Supports); });
         const auto isFault = [&](const PairStanding& pair) {
             const auto meet = [&] {
                 const CTrafo toFirst = m_placing.poses[pair.pair.first].GetInverse(true);
                 return m_pairs.MeetAt(pair.pair, toFirst * m_placing.poses[pair.pair.second]);
             };
-            return isSupported || !meet();
+            return isSaid(pair, EEvidence::Refutes) && (isSupported || !meet());
         };
-        return clusters.size() > 1 || std::ranges::any_of(FindDisputes(pairs), isFault);
+        return clusters.size() > 1 || std::ranges::any_of(pairs, isFault);
     }
 
     [[nodiscard]] const Placing& GetPlacing() const { return m_placing; }
