@@ -3,6 +3,7 @@
 """Registers sets of scans that hold something wrong, and tabulates what becomes of them.
 
     benchmarks/hard_sets.py [--program build/release/bin/zorvan] [twin] [strangers] [moved] [copies] [start] [edited]
+                            [forced]
 
 twin       12 views of the cow and 12 of a cow with one more hole, 6 mm wide through its flank: each view where its own
            cow puts it. A view that shows nothing of the hole belongs to both; wrong are clusters that hold views of both
@@ -13,6 +14,7 @@ copies     the bunny's ten views, --copies times each
 start      the cow's views with start poses, of which one is turned by a right angle
 edited     the cow's views in a session, one of which was put in a wrong place: poses of a session of eleven views, and the
            twelfth given with a wrong start pose and --optimize
+forced     a session of five views of the steps merged as they first fit, most of them turned, and the sixth added to it
 
 The scans are those of the folder that the environment variable ZORVAN_DATA names. Right means within 5 degrees and 2 % of
 the object's size of the truth, with the cluster laid on it. --option passes an option to every call. Exit code 1 when a
@@ -191,8 +193,19 @@ def edited(args, data, scans):
                   files=scans.files([last]))
 
 
+def forced(args, data, scans):
+    for view in views_of(data / "steps")[:6]:
+        scans.add(data / "steps", view)
+    *most, last = scans.truth
+    clusters, _, _ = register(args, scans, scans.files(most), "--first-fit")
+    merged = max(clusters, key=len)
+    print(f"{'forced':10} {len(merged)} merged, {len(wrong_in(scans, merged))} of them wrong")
+    session = (scans.folder / "out" / "session.zdoc").rename(scans.folder / "session.zdoc")
+    return report(args, "forced", scans, "--session", session, files=scans.files([last]))
+
+
 def main():
-    cases = {case.__name__: case for case in (twin, strangers, moved, copies, start, edited)}
+    cases = {case.__name__: case for case in (twin, strangers, moved, copies, start, edited, forced)}
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("cases", nargs="*", metavar="CASE", help=", ".join(cases))
     parser.add_argument("--program", default="build/release/bin/zorvan")

@@ -56,7 +56,7 @@ TEST(Placing, LeavesOutWhatHasTwoPlacesOrNone)
     const Placing placing = place(puzzle);
     EXPECT_EQ(placing.group[1], placing.group[0]);
     EXPECT_EQ(placing.places[2].ePlace, EPlace::Ambiguous);
-    EXPECT_EQ(PlaceWords(placing.places[2], ""), "ambiguous: two places");
+    EXPECT_EQ(PlaceWords(placing.places[2], ""), "ambiguous: fits equally well in two places");
     EXPECT_EQ(placing.places[3].ePlace, EPlace::Alone);
 }
 
@@ -147,10 +147,31 @@ TEST(Placing, NoticesAWrongMergeAndPutsItRight)
     EXPECT_NEAR(between(placing, 0, 3), 3.0F, 1e-4F);
 }
 
-/// The third scan shows a side that looks like one of the first two: it fits there, and where it belongs it shares
-/// nothing with them.
+// The loner's number may be the smaller one of the two.
+TEST(Placing, AContradictedScanNamesAnotherOne)
+{
+    CPuzzle puzzle({0, 1, 2, 3});
+    for (const auto& [a, b] : {ScanPair{1, 2}, {1, 3}, {2, 3}}) puzzle.FindTrue(a, b);
+    puzzle.Find(0, 3, {9});
+    puzzle.Confuse(0, 3, 9);
+    const Placing placing = place(puzzle);
+    ASSERT_EQ(placing.places[0].ePlace, EPlace::Contradicted);
+    EXPECT_NE(placing.places[0].uiRefuter, 0U);
+}
+
+TEST(Placing, APlaceThatIsNotSureIsOne)
+{
+    CPuzzle puzzle({0, 1});
+    puzzle.FindOpen(0, 1, 1); // two scans, neither aligned nor held
+    const Placing placing = place(puzzle);
+    ASSERT_EQ(placing.places[1].ePlace, EPlace::Ambiguous);
+    EXPECT_EQ(PlaceWords(placing.places[1], ""), "ambiguous: fits in one place, but not for sure");
+}
+
+/// The third scan shows a side that looks like one of the first two: it fits there, and where it belongs, `twin` away
+/// from the second, it shares nothing with them. So it stays out.
 template <typename Puzzle>
-Puzzle folded(float twin)
+void expectThatTheTwinKeepsItOut(float twin)
 {
     Puzzle puzzle({0, 1, 6});
     puzzle.FindTrue(0, 1);
@@ -160,16 +181,12 @@ Puzzle folded(float twin)
     puzzle.Confuse(0, 2, 3);
     puzzle.Part(1, 2);
     puzzle.Part(0, 2);
-    return puzzle;
-}
-
-TEST(Placing, PutsNoScanWhereItsTwinIsContradictedAsLittle)
-{
-    auto puzzle = folded<CPuzzle>(5);
     const Placing placing = place(puzzle);
     EXPECT_EQ(placing.group[1], placing.group[0]);
     EXPECT_EQ(placing.places[2].ePlace, EPlace::Ambiguous);
 }
+
+TEST(Placing, PutsNoScanWhereItsTwinIsContradictedAsLittle) { expectThatTheTwinKeepsItOut<CPuzzle>(5); }
 
 /// Half a step off, the first scan sees the third one, and that it does not quite fit.
 class CLoosePuzzle : public CPuzzle
@@ -193,13 +210,7 @@ public:
     }
 };
 
-TEST(Placing, ATwinThatIsKnownRoughlyIsWeighedWhereOtherScansMeet)
-{
-    auto puzzle = folded<CLoosePuzzle>(5.5F);
-    const Placing placing = place(puzzle);
-    EXPECT_EQ(placing.group[1], placing.group[0]);
-    EXPECT_EQ(placing.places[2].ePlace, EPlace::Ambiguous);
-}
+TEST(Placing, ATwinThatIsKnownRoughlyIsWeighedWhereOtherScansMeet) { expectThatTheTwinKeepsItOut<CLoosePuzzle>(5.5F); }
 
 // A chain of poses may be off by as much, so the two are one place, and the wrong one of them comes first.
 TEST(Placing, APlaceBesideAWrongOneIsWeighedToo)

@@ -311,7 +311,7 @@ private:
         const auto [a, b] = pair;
         const Members members = m_state.MembersOf(m_state.group[a]);
         if (m_state.group[a] != m_state.group[b] || members.size() < uiTwoParts) return false;
-        if (eRemedy == ERemedy::Move && !m_parted.insert({pair, members}).second) return false;
+        if (!m_parted.insert({pair, members}).second) return false;
         for (const PairFinding::Place& place : finding.places) {
             const CTrafo there = m_state.poses[a] * place.pose;
             const bool isKnown = place.isHeld || place.isOpen;
@@ -335,7 +335,7 @@ private:
     bool recheck(const Members& part, const Members& members, ERemedy eRemedy)
     {
         const Members rest = without(members, part);
-        if (rest.empty() || (eRemedy == ERemedy::Move && !m_rechecked.insert({part, rest}).second)) return false;
+        if (rest.empty() || !m_rechecked.insert({part, rest}).second) return false;
         const std::size_t scan = part.front();
         const JoinDecision decision = m_weigher.Decide({rest, &m_state.poses}, {part, &m_state.poses}, CTrafo());
         if (decision && !m_pairs.AreDistinct(scan, decision.pose * m_state.poses[scan], m_state.poses[scan]))
@@ -349,9 +349,12 @@ private:
         return true;
     }
 
-    /// At the end: what has been rechecked once may have come in again another way.
+    /// At the end: what has been rechecked once may have come in again another way. As nothing moves any more, what
+    /// stands among the same scans stands.
     void takeOutDoubtful()
     {
+        m_rechecked.clear();
+        m_parted.clear();
         while (!m_hooks.IsAborted() && recheckAny(ERemedy::TakeOut)) {
         }
     }
@@ -410,9 +413,11 @@ private:
             if (a != scan && b != scan) continue;
             const Members members = m_state.MembersOf(a == scan ? b : a);
             if (members.size() <= size) continue;
-            const ScanPlace place = decide(a, b).place;
-            if (place.ePlace != EPlace::Ambiguous && place.ePlace != EPlace::Contradicted) continue;
-            said = place;
+            const JoinDecision& decision = decide(a, b);
+            const EPlace ePlace = decision.place.ePlace;
+            if (ePlace != EPlace::Ambiguous && ePlace != EPlace::Contradicted) continue;
+            said = decision.place;
+            if (a == scan) said.uiRefuter = decision.uiRefuted;
             size = members.size();
         }
         return said;
@@ -432,6 +437,13 @@ private:
     std::set<std::pair<ScanPair, Members>> m_parted; ///< pairs whose places have shown the parts of their group
     std::map<std::size_t, std::size_t> m_outvoted;   ///< scans, each with one that found another place for it
 };
+
+std::string placesInWords(std::size_t count)
+{
+    if (count == 1) return "fits in one place, but not for sure";
+    constexpr std::array<const char*, 6> numbers{"no", "one", "two", "three", "four", "five"};
+    return "fits equally well in " + (count < numbers.size() ? numbers.at(count) : std::to_string(count)) + " places";
+}
 
 } // namespace
 
@@ -461,14 +473,11 @@ Placing PlaceScans(IScanPairs& pairs, Placing start, const Zorvan::Hooks& hooks,
 
 std::string PlaceWords(const ScanPlace& place, const std::string& refuter)
 {
-    constexpr std::array<const char*, 6> numbers{"no", "one", "two", "three", "four", "five"};
     switch (place.ePlace) {
     case EPlace::Placed:
         return "registered";
     case EPlace::Ambiguous:
-        return "ambiguous: " +
-               (place.uiPlaces < numbers.size() ? numbers.at(place.uiPlaces) : std::to_string(place.uiPlaces)) +
-               std::string(" places");
+        return "ambiguous: " + placesInWords(place.uiPlaces);
     case EPlace::Contradicted:
         return "contradicted by " + refuter;
     case EPlace::Alone:

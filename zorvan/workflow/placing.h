@@ -151,8 +151,8 @@ struct PairStanding
 /// Loops of pairs that support their poses, of which none consists of others: each closes, or it would refute them.
 [[nodiscard]] ZORVAN_WORKFLOW_API std::size_t CountLoops(std::span<const PairStanding> pairs, std::size_t numScans);
 
-/// For people: "registered", "ambiguous: two places", "contradicted by b.ply", "alone", "alone, not tried with 68
-/// others".
+/// For people: "registered", "ambiguous: fits equally well in two places", "contradicted by b.ply", "alone", "alone,
+/// not tried with 68 others".
 [[nodiscard]] ZORVAN_WORKFLOW_API std::string PlaceWords(const ScanPlace& place, const std::string& refuter);
 
 } // namespace prereg

@@ -218,7 +218,7 @@ std::optional<CTrafo> CPlacingWeigher::weighAt(const PlacedGroup& a, const Place
             hypothesis.refuters.push_back(refuter);
         if (all[i].counts.Contradictions() <= worst) continue;
         worst = all[i].counts.Contradictions();
-        hypothesis.uiWorstRefuter = refuter;
+        hypothesis.worst = scans[i];
     }
     return there;
 }
@@ -272,11 +272,12 @@ JoinDecision CPlacingWeigher::Decide(const PlacedGroup& a, const PlacedGroup& b,
     if (all.empty()) return decision;
     std::stable_sort(all.begin(), all.end(),
                      [](const Hypothesis& x, const Hypothesis& y) { return x.counts.Score() > y.counts.Score(); });
-    const std::size_t refuter = all.front().uiWorstRefuter;
+    const auto [refuter, refuted] = all.front().worst;
     addTurned(a, b, all);
     std::erase_if(all, [](const Hypothesis& hypothesis) { return !hypothesis.Stands(); });
     if (all.empty()) {
         decision.place = {EPlace::Contradicted, 0, refuter};
+        decision.uiRefuted = refuted;
         return decision;
     }
     // Two scans alone have nobody to decide between their places.

@@ -39,7 +39,7 @@ struct Hypothesis
     std::size_t uiSupports = 0;        ///< pairs
     std::vector<std::size_t> refuters; ///< scans of the first group that refute it, ascending
     std::size_t uiRefutations = 0;     ///< pairs
-    std::size_t uiWorstRefuter = 0;    ///< the scan of the first group with the most contradictions
+    ScanPair worst;                    ///< scans of the first and of the second group with the most contradictions
 
     /// Hardly a pair refutes it. One in five may: a sensor loses surface for reasons that nobody foresees.
     [[nodiscard]] bool Stands() const;
@@ -56,7 +56,8 @@ struct JoinDecision
 {
     CTrafo pose = CTrafo::Invalid(); ///< second to first group
     double dScore = 0.0;
-    ScanPlace place; ///< why not
+    ScanPlace place;           ///< why not; of a contradicted one the refuter is a scan of the first group
+    std::size_t uiRefuted = 0; ///< by it, of the second group
 
     [[nodiscard]] explicit operator bool() const { return static_cast<bool>(pose); }
 };
