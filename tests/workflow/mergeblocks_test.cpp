@@ -40,6 +40,21 @@ std::shared_ptr<const CFPFHPointSet> corner()
                                                  std::vector<CPointFeatureHistogram>(points.size()));
 }
 
+/// Scans that follow each other in the list are likely to overlap, whatever their features.
+void ExpectNeighboursLikely(std::span<const LooseScan> block, const LikelyScans& likely)
+{
+    std::vector<UniversalUniqueID> ids;
+    for (std::size_t k = 0; k <= 3 * uiBlockScans; ++k) ids.push_back(idOf(k));
+    ASSERT_EQ(likely.size(), block.size());
+    for (std::size_t a = 0; a < block.size(); ++a) {
+        for (const auto& [other, votes] : likely[a]) EXPECT_LT(other, block.size());
+        for (std::size_t b = 0; b < block.size(); ++b) {
+            const auto apart = std::ranges::find(ids, block[a].id) - std::ranges::find(ids, block[b].id);
+            EXPECT_TRUE(likely[a].contains(b) || std::abs(apart) != 1) << a << " and " << b;
+        }
+    }
+}
+
 /// Scans on a way, each with its true pose.
 class MergeBlocks : public testing::Test
 {
@@ -107,9 +122,10 @@ TEST_F(MergeBlocks, TakesEachScanAndChainsTheBlocks)
         Zorvan::CJobScheduler scheduler(threads);
         std::mutex mutex;
         std::map<UniversalUniqueID, int> times;
-        const auto merge = [&](std::span<const LooseScan> block, const Zorvan::Hooks&) {
+        const auto merge = [&](std::span<const LooseScan> block, const LikelyScans& likely, const Zorvan::Hooks&) {
             const std::lock_guard lock(mutex);
             EXPECT_LE(block.size(), uiBlockScans);
+            ExpectNeighboursLikely(block, likely);
             Trafos cluster;
             for (const LooseScan& scan : block) {
                 ++times[scan.id];

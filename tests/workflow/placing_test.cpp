@@ -89,6 +89,18 @@ TEST(Placing, SearchesEachOfManyLonersWithSomeOthersAndSaysSo)
     EXPECT_EQ(placing.places[50].uiUntried, untried);
 }
 
+TEST(Placing, GlancesAtSomeOfManyForOneThatIsLeftOver)
+{
+    for (const std::size_t others : {31U, 99U}) {
+        CPuzzle puzzle(std::vector<float>(others + 1));
+        Placing start = Placing::Apart(others + 1);
+        std::fill_n(start.group.begin(), others, 0U);
+        const Placing placing = PlaceScans(puzzle, start, Zorvan::Hooks::None(), EPairEffort::Glances);
+        EXPECT_EQ(placing.searched.size(), 31U) << others;
+        EXPECT_EQ(placing.places[others].ePlace, EPlace::Alone);
+    }
+}
+
 TEST(Placing, NeverPutsInAScanThatTheOthersContradict)
 {
     CPuzzle puzzle({0, 1, 2, 3});

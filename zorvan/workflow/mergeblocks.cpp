@@ -45,14 +45,24 @@ bool isSharing(const Trafos& a, const Trafos& b)
     return std::ranges::any_of(b, [&](const auto& member) { return a.contains(member.first); });
 }
 
-std::vector<std::vector<LooseScan>> blocksOf(std::span<const LooseScan> scans, const LikelyScans& likely)
+struct Block
 {
-    std::vector<std::vector<LooseScan>> blocks;
-    for (const auto& members : GrowBlocks(likely, uiBlockScans, uiBlockShared)) {
-        auto& block = blocks.emplace_back();
-        for (const std::size_t member : members) block.push_back(scans[member]);
+    std::vector<LooseScan> scans;
+    LikelyScans likely;
+};
+
+Block blockOf(const std::vector<std::size_t>& members, std::span<const LooseScan> scans, const LikelyScans& likely)
+{
+    std::map<std::size_t, std::size_t> numbers;
+    for (const std::size_t member : members) numbers.emplace(member, numbers.size());
+    Block block;
+    for (const std::size_t member : members) {
+        block.scans.push_back(scans[member]);
+        auto& others = block.likely.emplace_back();
+        for (const auto& [other, votes] : likely[member])
+            if (const auto inside = numbers.find(other); inside != numbers.end()) others[inside->second] = votes;
     }
-    return blocks;
+    return block;
 }
 
 } // namespace
@@ -91,11 +101,15 @@ std::vector<Trafos> MergeInBlocks(std::span<const LooseScan> scans, const BlockM
     std::vector<const CFPFHPointSet*> sets;
     for (const LooseScan& scan : scans) sets.push_back(scan.set.get());
     const LikelyScans likely = FindLikelyScans(sets, config.dFeatureRadius, group);
-    const std::vector<std::vector<LooseScan>> blocks = blocksOf(scans, likely);
+    std::vector<Block> blocks;
+    for (const auto& members : GrowBlocks(likely, uiBlockScans, uiBlockShared))
+        blocks.push_back(blockOf(members, scans, likely));
     std::vector<std::vector<Trafos>> merged(blocks.size());
     std::vector<Work> work;
     for (std::size_t i = 0; i < blocks.size(); ++i)
-        work.emplace_back([&, i](const Zorvan::Hooks& jobHooks) { merged[i] = merge(blocks[i], jobHooks); });
+        work.emplace_back([&, i](const Zorvan::Hooks& jobHooks) {
+            merged[i] = merge(blocks[i].scans, blocks[i].likely, jobHooks);
+        });
     hooks.Start("registering", blocks.size());
     RunSideBySide(work, group, hooks);
     hooks.Finish();

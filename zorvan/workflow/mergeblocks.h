@@ -24,9 +24,10 @@ struct LooseScan
     CClusterRegistration::PointSet set;
 };
 
-/// Merges the scans of a block as if there were no others. Called by several threads.
-using BlockMerger =
-    std::function<std::vector<CClusterRegistration::Trafos>(std::span<const LooseScan>, const Zorvan::Hooks&)>;
+/// Merges the scans of a block as if there were no others, told which of them are likely to overlap. Called by several
+/// threads.
+using BlockMerger = std::function<std::vector<CClusterRegistration::Trafos>(
+    std::span<const LooseScan>, const LikelyScans&, const Zorvan::Hooks&)>;
 
 /// Searches two scans for the pose of the second in the frame of the first; invalid: none. Called by several threads.
 using ScanSearch = std::function<CTrafo(const LooseScan& fix, const LooseScan& flt, const Zorvan::Hooks&)>;

@@ -111,37 +111,58 @@ UniversalUniqueID inOrder(std::size_t number)
     return UniversalUniqueID(text);
 }
 
-/// Adds scans one by one, each to what has been merged of those before. One that fits nowhere stays out: it would be
-/// searched anew after each merge, and with what it is likely to overlap it is searched later.
-void addInOrder(CClusterRegistration& block, std::span<const LooseScan> scans, const Zorvan::Hooks& hooks)
+using Indices = std::vector<std::size_t>;
+
+/// The first scan that was not tried and is likely to overlap one that is in.
+std::optional<std::size_t> nextOf(const Indices& in, const std::vector<bool>& isTried, const LikelyScans& likely)
 {
-    bool isAnyMerged = false;
-    for (std::size_t i = 0; i < scans.size(); ++i) {
-        CClusterRegistration with(block);
-        with.AddPointSet(inOrder(i), scans[i].set, &scans[i].start);
-        const bool isMerged = with.Run(hooks);
-        if (isAnyMerged && !isMerged) continue;
-        isAnyMerged = isMerged;
-        block = std::move(with);
-    }
+    for (std::size_t i = 0; i < isTried.size(); ++i)
+        if (!isTried[i] && std::ranges::any_of(in, [&](std::size_t scan) { return likely[scan].contains(i); })) return i;
+    return std::nullopt;
 }
 
+/// Adds scans one by one to a first one. One that does not fit stays out: it would be searched anew after each merge.
+/// @param isTried  those are left alone
+/// @return         what is in
+Indices growCluster(CClusterRegistration& cluster, std::size_t first, std::span<const LooseScan> scans,
+                    const LikelyScans& likely, std::vector<bool> isTried, const Zorvan::Hooks& hooks)
+{
+    cluster.AddPointSet(inOrder(first), scans[first].set, &scans[first].start);
+    Indices in{first};
+    isTried[first] = true;
+    while (const auto next = nextOf(in, isTried, likely)) {
+        if (hooks.IsAborted()) break;
+        isTried[*next] = true;
+        CClusterRegistration with(cluster);
+        with.AddPointSet(inOrder(*next), scans[*next].set, &scans[*next].start);
+        if (!with.Run(hooks)) continue;
+        cluster = std::move(with);
+        in.push_back(*next);
+    }
+    return in;
+}
+
+/// What stays out of one cluster begins the next: scans that the block has for the sake of one that does not fit may fit
+/// that one.
 std::vector<CClusterRegistration::Trafos> mergeBlock(const ConfigurationFPFH& config, std::span<const LooseScan> scans,
-                                                     CSharedErrors& shared, const Zorvan::Hooks& hooks)
+                                                     const LikelyScans& likely, CSharedErrors& shared,
+                                                     const Zorvan::Hooks& hooks)
 {
     CMergeErrors errors;
-    CClusterRegistration block(config, nullptr, nullptr);
-    block.SetSearch(searchWith(errors, dQuickMergeShare));
-    addInOrder(block, scans, hooks);
-    shared.Add(errors);
     std::vector<CClusterRegistration::Trafos> clusters;
-    for (const UniversalUniqueID& id : block.GetClusterIDs()) {
-        if (block.Size(id) < 2) continue;
-        auto& cluster = clusters.emplace_back();
-        const CClusterRegistration::Trafos poses = block.GetTrafos(id, true);
-        for (std::size_t i = 0; i < scans.size(); ++i)
-            if (const auto pose = poses.find(inOrder(i)); pose != poses.end()) cluster[scans[i].id] = pose->second;
+    std::vector<bool> isDone(scans.size());
+    for (std::size_t first = 0; first < scans.size() && !hooks.IsAborted(); ++first) {
+        if (isDone[first]) continue;
+        CClusterRegistration cluster(config, nullptr, nullptr);
+        cluster.SetSearch(searchWith(errors, dQuickMergeShare));
+        const Indices in = growCluster(cluster, first, scans, likely, isDone, hooks);
+        for (const std::size_t i : in) isDone[i] = true;
+        if (in.size() < 2) continue;
+        const CClusterRegistration::Trafos poses = cluster.GetTrafos(cluster.GetClusterIDs().front(), true);
+        auto& found = clusters.emplace_back();
+        for (const std::size_t i : in) found[scans[i].id] = poses.at(inOrder(i));
     }
+    shared.Add(errors);
     return clusters;
 }
 
@@ -172,8 +193,8 @@ std::vector<CClusterRegistration::Trafos> mergeLoose(const CClusterRegistration:
         for (const auto& [entity, pose, start, set] : entities) cluster[entity] = pose;
     }
     CSharedErrors errors;
-    const auto merge = [&](std::span<const LooseScan> block, const Zorvan::Hooks& jobHooks) {
-        return mergeBlock(config, block, errors, jobHooks);
+    const auto merge = [&](std::span<const LooseScan> block, const LikelyScans& likely, const Zorvan::Hooks& jobHooks) {
+        return mergeBlock(config, block, likely, errors, jobHooks);
     };
     const auto search = [&](const LooseScan& fix, const LooseScan& flt, const Zorvan::Hooks& jobHooks) {
         return searchScans(config, fix, flt, errors.Get(), jobHooks);
