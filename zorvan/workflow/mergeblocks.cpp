@@ -107,9 +107,8 @@ std::vector<Trafos> MergeInBlocks(std::span<const LooseScan> scans, const BlockM
     std::vector<std::vector<Trafos>> merged(blocks.size());
     std::vector<Work> work;
     for (std::size_t i = 0; i < blocks.size(); ++i)
-        work.emplace_back([&, i](const Zorvan::Hooks& jobHooks) {
-            merged[i] = merge(blocks[i].scans, blocks[i].likely, jobHooks);
-        });
+        work.emplace_back(
+            [&, i](const Zorvan::Hooks& jobHooks) { merged[i] = merge(blocks[i].scans, blocks[i].likely, jobHooks); });
     hooks.Start("registering", blocks.size());
     RunSideBySide(work, group, hooks);
     hooks.Finish();

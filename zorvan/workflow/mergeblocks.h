@@ -26,8 +26,8 @@ struct LooseScan
 
 /// Merges the scans of a block as if there were no others, told which of them are likely to overlap. Called by several
 /// threads.
-using BlockMerger = std::function<std::vector<CClusterRegistration::Trafos>(
-    std::span<const LooseScan>, const LikelyScans&, const Zorvan::Hooks&)>;
+using BlockMerger = std::function<std::vector<CClusterRegistration::Trafos>(std::span<const LooseScan>,
+                                                                            const LikelyScans&, const Zorvan::Hooks&)>;
 
 /// Searches two scans for the pose of the second in the frame of the first; invalid: none. Called by several threads.
 using ScanSearch = std::function<CTrafo(const LooseScan& fix, const LooseScan& flt, const Zorvan::Hooks&)>;

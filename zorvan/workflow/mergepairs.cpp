@@ -117,7 +117,8 @@ using Indices = std::vector<std::size_t>;
 std::optional<std::size_t> nextOf(const Indices& in, const std::vector<bool>& isTried, const LikelyScans& likely)
 {
     for (std::size_t i = 0; i < isTried.size(); ++i)
-        if (!isTried[i] && std::ranges::any_of(in, [&](std::size_t scan) { return likely[scan].contains(i); })) return i;
+        if (!isTried[i] && std::ranges::any_of(in, [&](std::size_t scan) { return likely[scan].contains(i); }))
+            return i;
     return std::nullopt;
 }
 
@@ -142,8 +143,8 @@ Indices growCluster(CClusterRegistration& cluster, std::size_t first, std::span<
     return in;
 }
 
-/// What stays out of one cluster begins the next: scans that the block has for the sake of one that does not fit may fit
-/// that one.
+/// What stays out of one cluster begins the next: a block has scans for the sake of one that does not fit, and they may
+/// fit that one.
 std::vector<CClusterRegistration::Trafos> mergeBlock(const ConfigurationFPFH& config, std::span<const LooseScan> scans,
                                                      const LikelyScans& likely, CSharedErrors& shared,
                                                      const Zorvan::Hooks& hooks)
