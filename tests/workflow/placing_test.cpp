@@ -89,15 +89,17 @@ TEST(Placing, SearchesEachOfManyLonersWithSomeOthersAndSaysSo)
     EXPECT_EQ(placing.places[50].uiUntried, untried);
 }
 
-TEST(Placing, GlancesAtSomeOfManyForOneThatIsLeftOver)
+TEST(Placing, GlancesAtSomeOfManyForThoseThatAreLeftOver)
 {
-    for (const std::size_t others : {31U, 99U}) {
-        CPuzzle puzzle(std::vector<float>(others + 1));
-        Placing start = Placing::Apart(others + 1);
-        std::fill_n(start.group.begin(), others, 0U);
-        const Placing placing = PlaceScans(puzzle, start, Zorvan::Hooks::None(), EPairEffort::Glances);
-        EXPECT_EQ(placing.searched.size(), 31U) << others;
-        EXPECT_EQ(placing.places[others].ePlace, EPlace::Alone);
+    for (const std::size_t left : {1U, 2U}) {
+        for (const std::size_t others : {30U, 99U}) {
+            CPuzzle puzzle(std::vector<float>(others + left));
+            Placing start = Placing::Apart(others + left);
+            std::fill_n(start.group.begin(), others, 0U);
+            std::fill_n(start.group.begin() + static_cast<std::ptrdiff_t>(others), left, others);
+            const Placing placing = PlaceScans(puzzle, start, Zorvan::Hooks::None(), EPairEffort::Glances);
+            EXPECT_EQ(placing.searched.size(), left * std::min<std::size_t>(others, 31)) << others;
+        }
     }
 }
 

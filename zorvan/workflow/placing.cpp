@@ -159,19 +159,23 @@ private:
         return !m_weigher.GetFindings().contains(pair) && m_pairs.IsWorthAGlance(pair) && isAffordable(pair);
     }
 
-    /// Of two scans the one that was looked at less may need a place. One without a place has met enough others before
-    /// each of hundreds has been looked at.
+    /// Of two scans the one that was looked at less may need a place. One of a smaller group needs a place among the
+    /// others, and has met enough of these before each of hundreds has been looked at.
     [[nodiscard]] bool isAffordable(ScanPair pair) const
     {
         constexpr std::size_t uiMaxGlances = 8;
         if (m_eEffort == EPairEffort::All) return true;
-        const auto isWithin = [&](std::size_t scan) { return count(m_looks, scan) < uiMaxSearches || !isAlone(scan); };
-        return least(m_looks, pair) < uiMaxGlances && isWithin(pair.first) && isWithin(pair.second);
+        if (least(m_looks, pair) >= uiMaxGlances) return false;
+        const auto isWithin = [&](std::size_t scan, std::size_t other) {
+            return count(m_looks, scan) < uiMaxSearches || sizeOf(scan) > sizeOf(other);
+        };
+        return isWithin(pair.first, pair.second) && isWithin(pair.second, pair.first);
     }
 
-    [[nodiscard]] bool isAlone(std::size_t scan) const
+    /// Of the group of a scan.
+    [[nodiscard]] std::ptrdiff_t sizeOf(std::size_t scan) const
     {
-        return std::ranges::count(m_state.group, m_state.group[scan]) == 1;
+        return std::ranges::count(m_state.group, m_state.group[scan]);
     }
 
     [[nodiscard]] static std::size_t count(const std::map<std::size_t, std::size_t>& counts, std::size_t scan)
