@@ -29,7 +29,6 @@ import os
 import pathlib
 import random
 import re
-import resource
 import statistics
 import subprocess
 import sys
@@ -42,12 +41,17 @@ BUNNY_MIDDLE = [-0.024, 0.097, 0.036]  # in the frame of its truth (m)
 
 
 def run(command):
-    before = resource.getrusage(resource.RUSAGE_CHILDREN)
-    process = subprocess.run([*map(str, command)], capture_output=True, text=True, check=False)
-    after = resource.getrusage(resource.RUSAGE_CHILDREN)
-    if process.returncode not in (0, 1):
-        sys.exit(process.stderr)
-    return process, after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
+    """What it said, with the processor time in seconds and the peak of the memory in MiB."""
+    with tempfile.TemporaryFile("w+") as out, tempfile.TemporaryFile("w+") as err:
+        process = subprocess.Popen([*map(str, command)], stdout=out, stderr=err)
+        _, status, usage = os.wait4(process.pid, 0)
+        process.returncode = os.waitstatus_to_exitcode(status)
+        out.seek(0)
+        err.seek(0)
+        done = subprocess.CompletedProcess(command, process.returncode, out.read(), err.read())
+    if done.returncode not in (0, 1):
+        sys.exit(done.stderr)
+    return done, usage.ru_utime + usage.ru_stime, usage.ru_maxrss / 1024
 
 
 def clusters_of(file):
@@ -59,7 +63,7 @@ class Run:
 
     def __init__(self, args, folder, scans, *more):
         start = time.monotonic()
-        self.process, self.seconds = run([args.program, "register", *scans, "-o", folder / "out", *more])
+        self.process, self.seconds, self.peak = run([args.program, "register", *scans, "-o", folder / "out", *more])
         self.clock = time.monotonic() - start
         self.clusters = clusters_of(folder / "out" / "poses.json")
         self.stages = {name: float(s) for name, s in re.findall(r"(\w+) (\S+) s(?:,|\n|$)", self.process.stderr)}
@@ -208,15 +212,15 @@ def mixed(args, folder):
 
 def size(args, folder, views):
     scans, truth = simulate(args, folder / f"views{views}", views, args.seed, args.object)
-    call = [args.program, "register", *scans, "-o", folder / "out", "--optimize", "--threads", args.threads]
+    if args.shuffle is not None:
+        scans = shuffled(scans, args.shuffle)
     done = min((Run(args, folder, scans, "--optimize", "--threads", args.threads) for _ in range(args.repeats)),
                key=lambda r: r.seconds)
-    peak = run([sys.executable, "-c", "import resource, subprocess, sys; subprocess.run(sys.argv[1:], check=False, "
-                "stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL); "
-                "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)", *call])[0].stdout
+    cluster = max(done.clusters, key=len)
     print(f"{views}: " + ", ".join(f"{stage} {s:.2f} s" for stage, s in done.stages.items())
-          + f"; clusters of {', '.join(str(len(c)) for c in done.clusters)}", flush=True)
-    row = [views, done.stages["registration"], done.stages["optimization"], done.seconds, done.clock, int(peak) / 1024,
+          + f"; clusters of {', '.join(str(len(c)) for c in done.clusters)}; worst, laid on the truth: "
+          + words(truth.errors(cluster).values()), flush=True)
+    row = [views, done.stages["registration"], done.stages["optimization"], done.seconds, done.clock, done.peak,
            done.bytes / 2**20, done.placed()]
     return row, is_right(truth, done, (0.5, 0.5))
 
@@ -287,6 +291,7 @@ def main():
     parser.add_argument("--repeats", type=int, default=3, help="of sizes; the fastest counts")
     parser.add_argument("--seed", type=int, default=1, help="of sizes")
     parser.add_argument("--object", choices=["jaw", "wall"], default="jaw", help="of sizes")
+    parser.add_argument("--shuffle", type=int, metavar="SEED", help="of sizes: a random order instead of that of the views")
     parser.add_argument("--threads", type=int, default=1, help="of sizes")
     parser.add_argument("--turns", type=int, default=15, help="of sessions")
     parser.add_argument("--scans", action="store_true", help="print the errors of every scan")

@@ -89,6 +89,20 @@ TEST(Placing, SearchesEachOfManyLonersWithSomeOthersAndSaysSo)
     EXPECT_EQ(placing.places[50].uiUntried, untried);
 }
 
+TEST(Placing, GlancesAtSomeOfManyForThoseThatAreLeftOver)
+{
+    for (const std::size_t left : {1U, 2U}) {
+        for (const std::size_t others : {30U, 99U}) {
+            CPuzzle puzzle(std::vector<float>(others + left));
+            Placing start = Placing::Apart(others + left);
+            std::fill_n(start.group.begin(), others, 0U);
+            std::fill_n(start.group.begin() + static_cast<std::ptrdiff_t>(others), left, others);
+            const Placing placing = PlaceScans(puzzle, start, Zorvan::Hooks::None(), EPairEffort::Glances);
+            EXPECT_EQ(placing.searched.size(), left * std::min<std::size_t>(others, 31)) << others;
+        }
+    }
+}
+
 TEST(Placing, NeverPutsInAScanThatTheOthersContradict)
 {
     CPuzzle puzzle({0, 1, 2, 3});

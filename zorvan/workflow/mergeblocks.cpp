@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/mergeblocks.h"
 
+#include "zorvan/workflow/sidebyside.h"
+
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <cmath>
-#include <future>
 #include <iterator>
 #include <map>
 #include <optional>
@@ -46,37 +45,24 @@ bool isSharing(const Trafos& a, const Trafos& b)
     return std::ranges::any_of(b, [&](const auto& member) { return a.contains(member.first); });
 }
 
-/// Of blocks that follow each other in the list, all but the last of one size.
-std::vector<std::span<const LooseScan>> blocksOf(std::span<const LooseScan> scans)
+struct Block
 {
-    std::vector<std::span<const LooseScan>> blocks;
-    for (std::size_t first = 0;; first += uiBlockScans - uiBlockShared) {
-        blocks.push_back(scans.subspan(first, std::min(uiBlockScans, scans.size() - first)));
-        if (first + uiBlockScans >= scans.size()) return blocks;
-    }
-}
+    std::vector<LooseScan> scans;
+    LikelyScans likely;
+};
 
-/// The caller's question is for this thread alone.
-void answer(std::vector<std::future<void>>& jobs, std::atomic<bool>& isAborted, const Zorvan::Hooks& hooks)
+Block blockOf(const std::vector<std::size_t>& members, std::span<const LooseScan> scans, const LikelyScans& likely)
 {
-    for (std::future<void>& job : jobs) {
-        while (job.wait_for(std::chrono::milliseconds(5)) != std::future_status::ready)
-            isAborted = hooks.IsAborted() || isAborted;
-        hooks.Advance();
+    std::map<std::size_t, std::size_t> numbers;
+    for (const std::size_t member : members) numbers.emplace(member, numbers.size());
+    Block block;
+    for (const std::size_t member : members) {
+        block.scans.push_back(scans[member]);
+        auto& others = block.likely.emplace_back();
+        for (const auto& [other, votes] : likely[member])
+            if (const auto inside = numbers.find(other); inside != numbers.end()) others[inside->second] = votes;
     }
-}
-
-/// Waits for all, also when a hook throws: they work on what their caller owns.
-void waitFor(std::vector<std::future<void>>& jobs, std::atomic<bool>& isAborted, const Zorvan::Hooks& hooks)
-{
-    try {
-        answer(jobs, isAborted, hooks);
-    } catch (...) {
-        isAborted = true;
-        for (std::future<void>& job : jobs) job.wait();
-        throw;
-    }
-    for (std::future<void>& job : jobs) job.get();
+    return block;
 }
 
 } // namespace
@@ -108,23 +94,30 @@ std::vector<Trafos> JoinSharing(std::span<const Trafos> clusters, std::span<cons
     return joined;
 }
 
-std::vector<Trafos> MergeInBlocks(std::span<const LooseScan> scans, const BlockMerger& merge, double dPlay,
-                                  const CSession::Group& group, const Zorvan::Hooks& hooks)
+std::vector<Trafos> MergeInBlocks(std::span<const LooseScan> scans, const BlockMerger& merge, const ScanSearch& search,
+                                  const ConfigurationFPFH& config, const CSession::Group& group,
+                                  const Zorvan::Hooks& hooks)
 {
-    const std::vector<std::span<const LooseScan>> blocks = blocksOf(scans);
+    std::vector<const CFPFHPointSet*> sets;
+    for (const LooseScan& scan : scans) sets.push_back(scan.set.get());
+    const LikelyScans likely = FindLikelyScans(sets, config.dFeatureRadius, group);
+    std::vector<Block> blocks;
+    for (const auto& members : GrowBlocks(likely, uiBlockScans, uiBlockShared))
+        blocks.push_back(blockOf(members, scans, likely));
     std::vector<std::vector<Trafos>> merged(blocks.size());
-    std::atomic<bool> isAborted = false;
-    const Zorvan::Hooks jobHooks([&] { return isAborted.load(); });
-    std::vector<std::future<void>> jobs;
-    hooks.Start("registering", blocks.size());
+    std::vector<Work> work;
     for (std::size_t i = 0; i < blocks.size(); ++i)
-        jobs.push_back(group->Schedule([&, i] { merged[i] = merge(blocks[i], jobHooks); }));
-    waitFor(jobs, isAborted, hooks);
+        work.emplace_back(
+            [&, i](const Zorvan::Hooks& jobHooks) { merged[i] = merge(blocks[i].scans, blocks[i].likely, jobHooks); });
+    hooks.Start("registering", blocks.size());
+    RunSideBySide(work, group, hooks);
     hooks.Finish();
     std::vector<Trafos> clusters;
     for (std::vector<Trafos>& block : merged)
         clusters.insert(clusters.end(), std::make_move_iterator(block.begin()), std::make_move_iterator(block.end()));
-    return JoinSharing(clusters, scans, dPlay);
+    // What lies nearer to each other than this counts as the same surface.
+    const std::vector<Trafos> joined = JoinSharing(clusters, scans, config.icpConfig.dMinQueryRadius);
+    return LinkLikely(joined, scans, likely, search, group, hooks);
 }
 
 } // namespace prereg

@@ -9,7 +9,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdio>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -35,8 +37,34 @@ public:
         return Zorvan::Median(m_errors);
     }
 
+    void Add(const CMergeErrors& others)
+    {
+        m_errors.insert(m_errors.end(), others.m_errors.begin(), others.m_errors.end());
+    }
+
 private:
     std::vector<double> m_errors;
+};
+
+/// The errors of blocks that are merged side by side. Their median does not depend on which block comes first.
+class CSharedErrors
+{
+public:
+    void Add(const CMergeErrors& block)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_all.Add(block);
+    }
+
+    [[nodiscard]] CMergeErrors Get() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_all;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    CMergeErrors m_all;
 };
 
 /// The search for one pair of clusters, which remembers the error of a merge.
@@ -75,18 +103,78 @@ CClusterRegistration::SearchFactory searchWith(CMergeErrors& errors, double shar
     };
 }
 
+/// Of a scan of a block: clusters are tried in the order of their identifiers.
+UniversalUniqueID inOrder(std::size_t number)
+{
+    char text[37];
+    std::snprintf(text, sizeof text, "%08x-0000-8000-8000-000000000000", static_cast<unsigned>(number) + 1);
+    return UniversalUniqueID(text);
+}
+
+using Indices = std::vector<std::size_t>;
+
+/// The first scan that was not tried and is likely to overlap one that is in.
+std::optional<std::size_t> nextOf(const Indices& in, const std::vector<bool>& isTried, const LikelyScans& likely)
+{
+    for (std::size_t i = 0; i < isTried.size(); ++i)
+        if (!isTried[i] && std::ranges::any_of(in, [&](std::size_t scan) { return likely[scan].contains(i); }))
+            return i;
+    return std::nullopt;
+}
+
+/// Adds scans one by one to a first one. One that does not fit stays out: it would be searched anew after each merge.
+/// @param isTried  those are left alone
+/// @return         what is in
+Indices growCluster(CClusterRegistration& cluster, std::size_t first, std::span<const LooseScan> scans,
+                    const LikelyScans& likely, std::vector<bool> isTried, const Zorvan::Hooks& hooks)
+{
+    cluster.AddPointSet(inOrder(first), scans[first].set, &scans[first].start);
+    Indices in{first};
+    isTried[first] = true;
+    while (const auto next = nextOf(in, isTried, likely)) {
+        if (hooks.IsAborted()) break;
+        isTried[*next] = true;
+        CClusterRegistration with(cluster);
+        with.AddPointSet(inOrder(*next), scans[*next].set, &scans[*next].start);
+        if (!with.Run(hooks)) continue;
+        cluster = std::move(with);
+        in.push_back(*next);
+    }
+    return in;
+}
+
+/// What stays out of one cluster begins the next: a block has scans for the sake of one that does not fit, and they may
+/// fit that one.
 std::vector<CClusterRegistration::Trafos> mergeBlock(const ConfigurationFPFH& config, std::span<const LooseScan> scans,
+                                                     const LikelyScans& likely, CSharedErrors& shared,
                                                      const Zorvan::Hooks& hooks)
 {
     CMergeErrors errors;
-    CClusterRegistration block(config, nullptr, nullptr);
-    for (const LooseScan& scan : scans) block.AddPointSet(scan.id, scan.set, &scan.start);
-    block.SetSearch(searchWith(errors, dQuickMergeShare));
-    block.Run(hooks);
     std::vector<CClusterRegistration::Trafos> clusters;
-    for (const UniversalUniqueID& id : block.GetClusterIDs())
-        if (block.Size(id) > 1) clusters.push_back(block.GetTrafos(id, true));
+    std::vector<bool> isDone(scans.size());
+    for (std::size_t first = 0; first < scans.size() && !hooks.IsAborted(); ++first) {
+        if (isDone[first]) continue;
+        CClusterRegistration cluster(config, nullptr, nullptr);
+        cluster.SetSearch(searchWith(errors, dQuickMergeShare));
+        const Indices in = growCluster(cluster, first, scans, likely, isDone, hooks);
+        for (const std::size_t i : in) isDone[i] = true;
+        if (in.size() < 2) continue;
+        const CClusterRegistration::Trafos poses = cluster.GetTrafos(cluster.GetClusterIDs().front(), true);
+        auto& found = clusters.emplace_back();
+        for (const std::size_t i : in) found[scans[i].id] = poses.at(inOrder(i));
+    }
+    shared.Add(errors);
     return clusters;
+}
+
+/// The quick search, for two scans by themselves.
+CTrafo searchScans(const ConfigurationFPFH& config, const LooseScan& fix, const LooseScan& flt, CMergeErrors errors,
+                   const Zorvan::Hooks& hooks)
+{
+    const auto search = searchWith(errors, dQuickMergeShare)(fix.set, flt.set, config, nullptr);
+    if (fix.start && flt.start) static_cast<void>(search->InjectTrafo(fix.start.GetInverse(false) * flt.start));
+    if (!search->HasMoreResults()) search->Compute(hooks);
+    return search->HasMoreResults() && !hooks.IsAborted() ? search->GetNextResult().GetTrafo() : CTrafo::Invalid();
 }
 
 /// Clusters of several scans stay as they are.
@@ -105,12 +193,15 @@ std::vector<CClusterRegistration::Trafos> mergeLoose(const CClusterRegistration:
         auto& cluster = groups.emplace_back();
         for (const auto& [entity, pose, start, set] : entities) cluster[entity] = pose;
     }
-    const auto merge = [&](std::span<const LooseScan> block, const Zorvan::Hooks& jobHooks) {
-        return mergeBlock(config, block, jobHooks);
+    CSharedErrors errors;
+    const auto merge = [&](std::span<const LooseScan> block, const LikelyScans& likely, const Zorvan::Hooks& jobHooks) {
+        return mergeBlock(config, block, likely, errors, jobHooks);
     };
-    // What lies nearer to each other than this counts as the same surface.
-    const double play = config.icpConfig.dMinQueryRadius;
-    for (auto& cluster : MergeInBlocks(loose, merge, play, group, hooks)) groups.push_back(std::move(cluster));
+    const auto search = [&](const LooseScan& fix, const LooseScan& flt, const Zorvan::Hooks& jobHooks) {
+        return searchScans(config, fix, flt, errors.Get(), jobHooks);
+    };
+    for (auto& cluster : MergeInBlocks(loose, merge, search, config, group, hooks))
+        groups.push_back(std::move(cluster));
     return groups;
 }
 

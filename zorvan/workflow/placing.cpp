@@ -19,8 +19,8 @@ namespace {
 
 using Members = std::vector<std::size_t>;
 
-/// Thorough searches of a scan that finds no place: with all others of 32 scans. One with each of a thousand takes
-/// minutes, and for all of them days.
+/// Searches of a scan that finds no place, thorough ones or cheap ones: with all others of 32 scans. One with each of a
+/// thousand takes minutes, and for all of them days.
 constexpr std::size_t uiMaxSearches = 31;
 
 /// A pose of poses of poses is no rotation any more: each product through an inverse that is a transpose doubles what
@@ -159,20 +159,34 @@ private:
         return !m_weigher.GetFindings().contains(pair) && m_pairs.IsWorthAGlance(pair) && isAffordable(pair);
     }
 
-    /// Of two scans the one that was looked at less is the one that needs a place.
+    /// Of two scans the one that was looked at less may need a place. One of a smaller group needs a place among the
+    /// others, and has met enough of these before each of hundreds has been looked at.
     [[nodiscard]] bool isAffordable(ScanPair pair) const
     {
         constexpr std::size_t uiMaxGlances = 8;
-        return m_eEffort == EPairEffort::All || least(m_looks, pair) < uiMaxGlances;
+        if (m_eEffort == EPairEffort::All) return true;
+        if (least(m_looks, pair) >= uiMaxGlances) return false;
+        const auto isWithin = [&](std::size_t scan, std::size_t other) {
+            return count(m_looks, scan) < uiMaxSearches || sizeOf(scan) > sizeOf(other);
+        };
+        return isWithin(pair.first, pair.second) && isWithin(pair.second, pair.first);
+    }
+
+    /// Of the group of a scan.
+    [[nodiscard]] std::ptrdiff_t sizeOf(std::size_t scan) const
+    {
+        return std::ranges::count(m_state.group, m_state.group[scan]);
+    }
+
+    [[nodiscard]] static std::size_t count(const std::map<std::size_t, std::size_t>& counts, std::size_t scan)
+    {
+        const auto found = counts.find(scan);
+        return found == counts.end() ? std::size_t{0} : found->second;
     }
 
     [[nodiscard]] static std::size_t least(const std::map<std::size_t, std::size_t>& counts, ScanPair pair)
     {
-        const auto countOf = [&](std::size_t scan) {
-            const auto found = counts.find(scan);
-            return found == counts.end() ? std::size_t{0} : found->second;
-        };
-        return std::min(countOf(pair.first), countOf(pair.second));
+        return std::min(count(counts, pair.first), count(counts, pair.second));
     }
 
     void countSettled(ScanPair pair)

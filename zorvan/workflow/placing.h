@@ -115,8 +115,8 @@ struct Placing
 /// What pairs between groups may cost.
 enum class EPairEffort
 {
-    Glances, ///< cheap searches, each scan with a few others: for what a merge of the first pairs that fit has left
-             ///< over
+    Glances, ///< cheap searches, each scan with a few others, one apart from most with 31, its neighbours in the list
+             ///< first: for what a merge of the first pairs that fit has left over
     All      ///< cheap searches of all pairs, and thorough ones where these find nothing; of the latter each scan has
         ///< 31 that it wants, with its neighbours in the list first, so that of up to 32 scans all pairs are searched
 };
