@@ -201,8 +201,8 @@ bool settleAlong(const CPoseJudge& judge, const Vector3& axis, double step, Pose
 }
 
 /// The twin at a pose, moved until nothing contradicts it, since the faces of the box are known to a pixel or two. No
-/// further: where no surface is shared, nothing holds it. Nothing where too much contradicts it from the start, or still
-/// after the first steps.
+/// further: where no surface is shared, nothing holds it. Nothing where too much contradicts it from the start, or
+/// still after the first steps.
 std::optional<PoseTwin> settled(const CPoseJudge& judge, const Box& box, const CTrafo& pose)
 {
     constexpr int iRounds = 3;

@@ -36,8 +36,8 @@ struct PoseEstimate
     std::size_t uiPairs = 0;
     double dEffectivePairs = 0.0; ///< as many independent pairs would know the pose as well
     double dResidual = 0.0;       ///< root mean square over the pairs, mm
-    /// Worst first: what moves the points by over a quarter of the spacing (1 sigma). What nothing holds has the size of
-    /// what matches for its deviation, and the pose stays where it started along it.
+    /// Worst first: what moves the points by over a quarter of the spacing (1 sigma). What nothing holds has the size
+    /// of what matches for its deviation, and the pose stays where it started along it.
     std::vector<FreeMotion> free;
 
     /// Enough pairs to say something.

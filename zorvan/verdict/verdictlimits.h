@@ -164,8 +164,8 @@ constexpr double dDistinctPixels = 4.0;      ///< poses nearer to one another ar
 constexpr double dSquareShare = 0.05;
 /// Contradictions over samples of a twin that a pixel or two will not bring right.
 constexpr double dHopelessTwin = 0.06;
-/// The same after a step to each side along all axes. Of 35 twins of brackets, housings and steps (seeds 10180 to 10233)
-/// that came out below the limit all had 0.006 at most then.
+/// The same after a step to each side along all axes. Of 35 twins of brackets, housings and steps (seeds 10180 to
+/// 10233) that came out below the limit all had 0.006 at most then.
 constexpr double dHopelessSettledTwin = 0.01;
 /// Contradictions over samples of a twin that may be the truth. Of 13 housings and brackets that were folded onto their
 /// other side (seeds 8300 and 9600), the right place, found in this way, has 0 to 0.0034.
