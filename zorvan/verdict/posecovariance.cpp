@@ -177,6 +177,9 @@ Eigen::MatrixXd boundedInverse(const Eigen::MatrixXd& matrix)
 class CHeldMotions
 {
 public:
+    /// All of them.
+    CHeldMotions() : m_held(Matrix6d::Identity()) {}
+
     /// What is held by no more than edges can feign is free.
     CHeldMotions(const std::vector<Match>& matches, const Frame& frame, const Limits& limits)
         : CHeldMotions(matches, frame, limits, [](double, const Vector6d&) { return false; })
@@ -306,8 +309,9 @@ Vector6d stepAt(const Polished& at)
 /// Least-squares steps until they no longer count. What a rough pose leaves far off has to pull until the pose rests:
 /// on a part most points lie on a few planes, fit within noise at once, and a limit drawn from these would leave out
 /// the faces that hold the part against sliding. What nothing holds stays where it is.
-/// @return  invalid where too few match
-Polished settleRoughly(CMatcher& matcher, const CTrafo& start, const Limits& rough)
+/// @param isAllHeld  follows what leans at edges, too
+/// @return           invalid where too few match
+Polished settleRoughly(CMatcher& matcher, const CTrafo& start, const Limits& rough, bool isAllHeld)
 {
     Polished at{start, {}, rough, std::nullopt};
     bool hasWeakHolds = false;
@@ -316,7 +320,7 @@ Polished settleRoughly(CMatcher& matcher, const CTrafo& start, const Limits& rou
         if (at.matches.size() < verdict::uiMinMatched) return {CTrafo::Invalid(), {}, rough, std::nullopt};
         if (!hasWeakHolds) {
             const Frame frame(at.matches);
-            at.ground = Ground{frame, CHeldMotions(at.matches, frame, rough)};
+            at.ground = Ground{frame, isAllHeld ? CHeldMotions() : CHeldMotions(at.matches, frame, rough)};
         }
         const Vector6d step = stepAt(at);
         const bool isAtRest = step.norm() <= verdict::dPoseRest * rough.spacing;
@@ -352,9 +356,9 @@ Polished settleFinely(CMatcher& matcher, Polished at)
     }
 }
 
-Polished polish(CMatcher& matcher, const CTrafo& start, const Limits& rough)
+Polished polish(CMatcher& matcher, const CTrafo& start, const Limits& rough, bool isAllHeld = false)
 {
-    Polished at = settleRoughly(matcher, start, rough);
+    Polished at = settleRoughly(matcher, start, rough, isAllHeld);
     return at.pose ? settleFinely(matcher, std::move(at)) : at;
 }
 
@@ -564,7 +568,7 @@ CTrafo SettlePose(const IPointSet& fix, const IPointSet& flt, const CTrafo& star
     const Limits limits = limitsOf(fixSampling, fltSampling);
     if (!start || !(limits.spacing > 0.0)) return CTrafo::Invalid();
     CMatcher matcher(fix, flt, limits, strideOf(flt));
-    return polish(matcher, start, limits).pose;
+    return polish(matcher, start, limits, true).pose;
 }
 
 } // namespace prereg

@@ -68,7 +68,8 @@ struct PoseEstimate
 
 /// Only moves it, on some thousand points: in milliseconds. An ICP whose steps end early leaves two curved surfaces a
 /// pixel or more off, since they hardly tell how far they may still turn; there a wrong pose is not contradicted yet,
-/// and a right one is taken for one that slides.
+/// and a right one is taken for one that slides. Weak holds are followed, feigned or not: a nearly round shell has no
+/// other, and what is found is weighed afterwards.
 /// @return  the pose where the matches agree best; invalid where too few match
 [[nodiscard]] ZORVAN_API CTrafo SettlePose(const IPointSet& fix, const IPointSet& flt, const CTrafo& start,
                                            const ScanSampling& fixSampling, const ScanSampling& fltSampling);
