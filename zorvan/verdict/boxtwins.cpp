@@ -34,7 +34,8 @@ struct Box
     std::array<Vector3, 3> axes;
     std::array<float, 3> low{};
     std::array<float, 3> high{};
-    std::size_t numTurns = 3; ///< axes that it may be turned about, the first ones
+    std::size_t numTurns = 3;     ///< axes that it may be turned about, the first ones
+    std::array<bool, 3> isOpen{}; ///< along an axis: at an end no face was seen, and the box may go on there
 
     [[nodiscard]] Vector3 Middle() const
     {
@@ -108,8 +109,15 @@ std::size_t faceSize(const Samples& samples)
     return std::max(verdict::uiMinFace, samples.size() / verdict::uiFacesInScan);
 }
 
-/// Where the object ends on a side: its outermost face, or where none was seen there the points that lie furthest out.
-float hullOf(const Box& box, const Samples& samples, const Side& side, float pixel)
+/// Where the object ends.
+struct Hull
+{
+    float level = 0.0F;
+    bool isFace = false;
+};
+
+/// On a side: its outermost face, or where none was seen there the points that lie furthest out.
+Hull hullOf(const Box& box, const Samples& samples, const Side& side, float pixel)
 {
     std::vector<float> all;
     for (const auto& sample : samples) all.push_back(box.Level(side, sample.point));
@@ -123,16 +131,29 @@ float hullOf(const Box& box, const Samples& samples, const Side& side, float pix
         std::size_t end = i;
         while (end < levels.size() && levels[i] - levels[end] < pixel) ++end;
         const float face = levels[(i + end) / 2];
-        return *nth > face + 2.0F * pixel ? *nth : face;
+        if (*nth > face + 2.0F * pixel) break;
+        return {face, true};
     }
-    return *nth;
+    return {*nth, false};
+}
+
+/// Whether most of the samples are faces of the box.
+bool isMadeOfFaces(const Box& box, const Samples& samples)
+{
+    const auto faces = std::count_if(samples.begin(), samples.end(),
+                                     [&](const auto& sample) { return box.SideOf(sample.normal, fAlong).has_value(); });
+    return 2 * static_cast<std::size_t>(faces) > samples.size();
 }
 
 void setExtent(Box& box, const Samples& samples, float pixel)
 {
+    const bool isBox = isMadeOfFaces(box, samples);
     for (std::size_t k = 0; k < 3; ++k) {
-        box.high[k] = hullOf(box, samples, {k, 1.0F}, pixel);
-        box.low[k] = -hullOf(box, samples, {k, -1.0F}, pixel);
+        const Hull high = hullOf(box, samples, {k, 1.0F}, pixel);
+        const Hull low = hullOf(box, samples, {k, -1.0F}, pixel);
+        box.high[k] = high.level;
+        box.low[k] = -low.level;
+        box.isOpen[k] = isBox && !(high.isFace && low.isFace);
     }
 }
 
@@ -200,15 +221,50 @@ bool settleAlong(const CPoseJudge& judge, const Vector3& axis, double step, Pose
     return isBetter;
 }
 
+/// Moves a twin along the axes that are open to where the least contradicts it. Where both scans show the same side in
+/// the given pose and opposite ones in truth, the box is taken for thinner than it is by what no scan shows of its far
+/// side, and the turned scan comes to lie inside of the other.
+PoseTwin apart(const CPoseJudge& judge, const Box& box, PoseTwin twin)
+{
+    for (std::size_t k = 0; k < 3; ++k) {
+        if (!box.isOpen[k]) continue;
+        const CTrafo start = twin.pose;
+        for (const double pixels : {-9.0, -6.0, -3.0, 3.0, 6.0, 9.0}) {
+            if (!IsTwinContradicted(twin.counts) || twin.counts.Contradictions() == 0) return twin;
+            const CTrafo moved = start.Translate(box.axes[k] * static_cast<float>(pixels * judge.GetPixelSize()));
+            const auto counts = judge.CountWithin(moved, twin.counts.Contradictions() - 1);
+            if (counts) twin = {moved, *counts};
+        }
+    }
+    return twin;
+}
+
+bool isOpen(const Box& box)
+{
+    return std::any_of(box.isOpen.begin(), box.isOpen.end(), [](bool isOpenAlong) { return isOpenAlong; });
+}
+
+/// Nothing where too much contradicts it.
+std::optional<PoseTwin> placed(const CPoseJudge& judge, const Box& box, const CTrafo& pose)
+{
+    const auto most = static_cast<unsigned>(verdict::dHopelessTwin * judge.GetNumSamples());
+    if (isOpen(box)) {
+        const PoseTwin twin = apart(judge, box, {pose, judge.Count(pose)});
+        return twin.counts.Contradictions() <= most ? std::optional(twin) : std::nullopt;
+    }
+    const auto counts = judge.CountWithin(pose, most);
+    return counts ? std::optional(PoseTwin{pose, *counts}) : std::nullopt;
+}
+
 /// The twin at a pose, moved until nothing contradicts it, since the faces of the box are known to a pixel or two. No
 /// further: where no surface is shared, nothing holds it. Nothing where too much contradicts it from the start, or
 /// still after the first steps.
 std::optional<PoseTwin> settled(const CPoseJudge& judge, const Box& box, const CTrafo& pose)
 {
     constexpr int iRounds = 3;
-    const auto counts = judge.CountWithin(pose, static_cast<unsigned>(verdict::dHopelessTwin * judge.GetNumSamples()));
-    if (!counts) return std::nullopt;
-    PoseTwin twin{pose, *counts};
+    std::optional<PoseTwin> found = placed(judge, box, pose);
+    if (!found) return std::nullopt;
+    PoseTwin& twin = *found;
     for (const double pixels : {1.5, 0.75, 0.4}) {
         bool isBetter = true;
         for (int round = 0; round < iRounds && isBetter; ++round) {
@@ -220,7 +276,7 @@ std::optional<PoseTwin> settled(const CPoseJudge& judge, const Box& box, const C
                 return std::nullopt;
         }
     }
-    return twin;
+    return found;
 }
 
 /// Whether there is surface near a place, looking the same way.
