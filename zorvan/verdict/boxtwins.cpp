@@ -43,6 +43,7 @@ struct Box
         for (std::size_t k = 0; k < 3; ++k) middle = middle + axes[k] * (0.5F * (low[k] + high[k]));
         return middle;
     }
+    [[nodiscard]] bool IsOpen() const { return isOpen[0] || isOpen[1] || isOpen[2]; }
     [[nodiscard]] float Extent(std::size_t axis) const { return high[axis] - low[axis]; }
     [[nodiscard]] float Hull(const Side& side) const { return side.sign > 0 ? high[side.axis] : -low[side.axis]; }
     /// The face that a normal belongs to.
@@ -229,9 +230,11 @@ PoseTwin apart(const CPoseJudge& judge, const Box& box, PoseTwin twin)
     for (std::size_t k = 0; k < 3; ++k) {
         if (!box.isOpen[k]) continue;
         const CTrafo start = twin.pose;
-        for (const double pixels : {-9.0, -6.0, -3.0, 3.0, 6.0, 9.0}) {
+        for (int step = -verdict::iApartSteps; step <= verdict::iApartSteps; ++step) {
+            if (step == 0) continue;
             if (!IsTwinContradicted(twin.counts) || twin.counts.Contradictions() == 0) return twin;
-            const CTrafo moved = start.Translate(box.axes[k] * static_cast<float>(pixels * judge.GetPixelSize()));
+            const double distance = step * verdict::dApartPixels * judge.GetPixelSize();
+            const CTrafo moved = start.Translate(box.axes[k] * static_cast<float>(distance));
             const auto counts = judge.CountWithin(moved, twin.counts.Contradictions() - 1);
             if (counts) twin = {moved, *counts};
         }
@@ -239,16 +242,11 @@ PoseTwin apart(const CPoseJudge& judge, const Box& box, PoseTwin twin)
     return twin;
 }
 
-bool isOpen(const Box& box)
-{
-    return std::any_of(box.isOpen.begin(), box.isOpen.end(), [](bool isOpenAlong) { return isOpenAlong; });
-}
-
 /// Nothing where too much contradicts it.
 std::optional<PoseTwin> placed(const CPoseJudge& judge, const Box& box, const CTrafo& pose)
 {
     const auto most = static_cast<unsigned>(verdict::dHopelessTwin * judge.GetNumSamples());
-    if (isOpen(box)) {
+    if (box.IsOpen()) {
         const PoseTwin twin = apart(judge, box, {pose, judge.Count(pose)});
         return twin.counts.Contradictions() <= most ? std::optional(twin) : std::nullopt;
     }

@@ -32,8 +32,8 @@ std::vector<std::size_t> explanations(const CPoseJudge& judge, std::span<const C
     for (const std::size_t i : order) {
         // What is not ruled out stays so beside a pose that is doubted.
         const auto saysTheSame = [&](std::size_t k) {
-            const bool isWeaker = verdicts[k] || verdicts[i].eFinding != EFinding::NotRuledOut;
-            return isWeaker && judge.Distance(poses[i], poses[k]) <= distinct;
+            const bool mayGo = verdicts[k] || verdicts[i].eFinding != EFinding::NotRuledOut;
+            return mayGo && judge.Distance(poses[i], poses[k]) <= distinct;
         };
         if (std::none_of(kept.begin(), kept.end(), saysTheSame)) kept.push_back(i);
     }

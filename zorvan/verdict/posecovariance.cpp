@@ -205,8 +205,10 @@ public:
 
     /// Of a pose whose free motions are off by `deviation` each. Where they are, least squares find the held ones a
     /// little elsewhere, since the normals err.
-    [[nodiscard]] Matrix6d FreeCovariance(double deviation, const Matrix6d& normal) const
+    [[nodiscard]] Matrix6d FreeCovariance(double deviation, const std::vector<Match>& matches, const Frame& frame) const
     {
+        if (m_free.cols() == 0) return Matrix6d::Zero();
+        const Matrix6d normal = Equations(matches, frame).normal;
         const Eigen::MatrixXd along = m_free - Inverse(normal) * normal * m_free;
         return deviation * deviation * along * along.transpose();
     }
@@ -397,8 +399,9 @@ public:
             Patch& patch = m_patches[key];
             const Vector6d pull = frame.Row(match, match.normal) * match.residual;
             patch.pull += pull;
-            patch.hold += frame.HoldOf(match);
-            m_hold += frame.HoldOf(match);
+            const Matrix6d hold = frame.HoldOf(match);
+            patch.hold += hold;
+            m_hold += hold;
             m_apart += pull * pull.transpose();
         }
     }
@@ -497,7 +500,7 @@ PoseEstimate estimateAt(const Polished& at, CMatcher& matcher)
     const CPatches patches(at.matches, frame, limits.patch, held);
     if (patches.GetCount() < verdict::uiPoseMinPatches) return {};
     const Matrix6d known = withResponse(patches.Jackknife(), at, frame, matcher);
-    const Matrix6d covariance = known + held.FreeCovariance(frame.radius, Equations(at.matches, frame).normal);
+    const Matrix6d covariance = known + held.FreeCovariance(frame.radius, at.matches, frame);
     const auto count = static_cast<double>(at.matches.size());
     PoseEstimate estimate;
     estimate.pose = at.pose;

@@ -167,6 +167,10 @@ constexpr double dHopelessTwin = 0.06;
 /// The same after a step to each side along all axes. Of 35 twins of brackets, housings and steps (seeds 10180 to
 /// 10233) that came out below the limit all had 0.006 at most then.
 constexpr double dHopelessSettledTwin = 0.01;
+/// So far, in steps of dApartPixels to either side, a twin is looked for along an axis at whose end no face of the box
+/// was seen. Three folded housings (10400, 10445, 10550): two needed 7 pixels.
+constexpr int iApartSteps = 3;
+constexpr double dApartPixels = 3.0;
 /// Contradictions over samples of a twin that may be the truth. Of 13 housings and brackets that were folded onto their
 /// other side (seeds 8300 and 9600), the right place, found in this way, has 0 to 0.0034.
 constexpr double dTwinContradiction = 0.005;
@@ -199,7 +203,7 @@ constexpr double dPoseEdgeShare = 0.1;
 /// The pull against a weak hold is that of the hold, give or take so much. Of a bracket and a housing 0.75 to 1.24 of
 /// it; of the gear's face a third of the shares lies below -2, a third beyond 2.
 constexpr double dPoseHoldPlay = 0.3;
-constexpr double dPoseLeastHold = 1e-5; ///< of the best held direction: keeps the deviation of a cluster's scan finite
+constexpr double dPoseLeastHold = 1e-5;    ///< of the best held direction: keeps deviations finite
 constexpr double dPoseFreeSpacings = 0.25; ///< a motion of so much is said in words
 
 } // namespace prereg::verdict
