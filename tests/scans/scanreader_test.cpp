@@ -127,6 +127,37 @@ INSTANTIATE_TEST_SUITE_P(All, PlyFormats,
                                          PlyCase{"binary_big_endian", "double", "char", "char"}),
                          [](const auto& test) { return std::string(test.param.format) + "_" + test.param.scalar; });
 
+TEST(PlyFaces, AreTrianglesAndWhateverElseStandsBetweenThem)
+{
+    const TemporaryFolder folder;
+    for (const std::string format : {"ascii", "binary_little_endian", "binary_big_endian"}) {
+        const auto write = [&](const std::vector<std::vector<int>>& faces) {
+            PlyBody body(format);
+            for (int i = 0; i < 12; ++i) body.Put("float", i * i);
+            for (const std::vector<int>& face : faces) {
+                body.Put("uchar", static_cast<int>(face.size()));
+                for (const int corner : face) body.Put("int", corner);
+            }
+            return folder.Write("faces.ply", "ply\nformat " + format +
+                                                 " 1.0\nelement vertex 4\nproperty float x\nproperty float y\n"
+                                                 "property float z\nelement face " +
+                                                 std::to_string(faces.size()) +
+                                                 "\nproperty list uchar int vertex_indices\nend_header\n" +
+                                                 body.Bytes());
+        };
+        const std::vector<Zorvan::Face> expected{{0, 1, 2}, {3, 2, 1}, {3, 1, 0}, {1, 2, 3}};
+        EXPECT_EQ(Zorvan::ReadScanFile(write({{0, 1, 2}, {3, 2, 1, 0}, {}, {1, 2}, {1, 2, 3}})).faces, expected)
+            << format;
+        for (const int bad : {4, -1}) {
+            const auto file = write({{0, 1, 2}, {0, bad, 2}, {0, 1, 2}});
+            EXPECT_THAT([&] { (void)Zorvan::ReadScanFile(file); },
+                        testing::ThrowsMessage<Zorvan::CInputError>(
+                            testing::HasSubstr("index " + std::to_string(bad) + " of 4 vertices")))
+                << format;
+        }
+    }
+}
+
 TEST_P(PlyFormats, GiveTheSameScan)
 {
     const TemporaryFolder folder;

@@ -60,6 +60,19 @@ public:
         }
     }
 
+    /// A list of three indices below the limit, its length in one byte and each of them in four. Stays where it is when
+    /// anything else follows.
+    std::optional<Face> ReadTriangle(std::uint32_t limit)
+    {
+        const std::size_t before = m_offset;
+        if (m_bytes.size() - m_offset < sizeof(std::uint8_t) + sizeof(Face)) return std::nullopt;
+        const bool isTriangle = load<std::uint8_t>() == 3;
+        const Face face{load<std::uint32_t>(), load<std::uint32_t>(), load<std::uint32_t>()};
+        if (isTriangle && face[0] < limit && face[1] < limit && face[2] < limit) return face;
+        m_offset = before;
+        return std::nullopt;
+    }
+
     [[nodiscard]] std::string Where() const { return "byte " + std::to_string(m_offset); }
 
 private:
@@ -94,6 +107,8 @@ public:
         if (!isReal && *value != std::trunc(*value)) throw CBodyError("a whole number is wanted");
         return *value;
     }
+
+    static std::optional<Face> ReadTriangle(std::uint32_t) { return std::nullopt; }
 
     [[nodiscard]] std::string Where() const
     {
@@ -178,7 +193,7 @@ private:
     // Leaves the scalars in m_row and the list in column `list` in m_list.
     void readEntry(const PlyElement& element, int list = -1)
     {
-        m_row.assign(element.properties.size(), 0.0);
+        m_row.resize(element.properties.size());
         for (std::size_t i = 0; i < element.properties.size(); ++i) {
             const PlyProperty& property = element.properties[i];
             if (property.isList)
@@ -254,11 +269,26 @@ private:
     {
         const int list = std::max(element.FindList("vertex_indices"), element.FindList("vertex_index"));
         if (list < 0) return skip(element);
+        const bool mayBePlain = isPlain(element);
+        const auto limit = static_cast<std::uint32_t>(std::min(m_numVertices, 2147483648.0)); // of either sign
         for (std::uint64_t i = 0; i < element.count; ++i) {
+            if (const auto triangle = mayBePlain ? m_source.ReadTriangle(limit) : std::nullopt) {
+                m_scan.faces.push_back(*triangle);
+                continue;
+            }
             readEntry(element, list);
             for (std::size_t k = 2; k < m_list.size(); ++k)
                 m_scan.faces.push_back({takeIndex(m_list[0]), takeIndex(m_list[k - 1]), takeIndex(m_list[k])});
         }
+    }
+
+    /// Faces as nearly all files hold them: nothing but a list of indices. They are as many as all else of a file.
+    [[nodiscard]] static bool isPlain(const PlyElement& face)
+    {
+        if (face.properties.size() != 1) return false;
+        const PlyProperty& list = face.properties.front();
+        return (list.countType == EPlyType::UInt8 || list.countType == EPlyType::Int8) &&
+               (list.type == EPlyType::Int32 || list.type == EPlyType::UInt32);
     }
 
     // Vertices may stand behind the faces, so the count of the header decides.
