@@ -339,6 +339,14 @@ TEST(DecideOnPoses, IsNotSureOfAPoseThatOneThatFellOutdoes)
     EXPECT_EQ(DecideOnPoses(pair.judge, beside, {best, doubtful, open}).eVerdict, EPairVerdict::Ambiguous);
     EXPECT_EQ(DecideOnPoses(pair.judge, beside, {best, doubtful, doubtful}).eVerdict, EPairVerdict::Aligned);
 
+    // What leaves the best pose standing does not rule out another one either.
+    best.counts = {.uiMatched = 500, .uiMissing = 10};
+    doubtful.counts = {.uiMatched = 400, .uiMissing = 15};
+    EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, doubtful}).eVerdict, EPairVerdict::Ambiguous);
+    doubtful.counts.uiMissing = 20;
+    EXPECT_EQ(DecideOnPoses(pair.judge, poses, {best, doubtful}).eVerdict, EPairVerdict::Aligned);
+    best.counts = {.uiMatched = 500};
+
     const auto pixel = static_cast<float>(pair.judge.GetPixelSize());
     const std::vector<CTrafo> twins{pair.truth, pair.truth.Translate({0.05F, 0, 0})};
     sliding.counts.uiMatched = 495;

@@ -516,14 +516,19 @@ int CPoseJudge::SlideGrowth(const CTrafo& pose, const PoseCounts& at) const
     constexpr std::size_t uiDirections = 3;
     const int iEnough = MinSlideGrowth();
     const int before = misfitsOfPart(pose);
+    const auto growthAt = [&](const CTrafo& moved, int weight) {
+        const int growth = weight * (misfitsOfPart(moved) - before);
+        return growth < iEnough ? weight * (Count(moved).Misfits() - at.Misfits()) : growth;
+    };
+    const CHoldAt hold(*this, pose);
+    const double way = verdict::dSlidePixels * GetPixelSize();
     int least = std::numeric_limits<int>::max();
-    for (const CTrafo& motion :
-         CHoldAt(*this, pose).WeakestMotions(uiDirections, verdict::dSlidePixels * GetPixelSize())) {
-        const CTrafo moved = motion * pose;
-        int growth = misfitsOfPart(moved) - before;
-        if (growth < iEnough) growth = Count(moved).Misfits() - at.Misfits();
-        least = std::min(least, growth);
-        if (least < iEnough) break;
+    for (const auto& [step, weight] :
+         {std::pair(way, 1), std::pair(verdict::dNearSlide * way, verdict::iNearSlideWeight)}) {
+        for (const CTrafo& motion : hold.WeakestMotions(uiDirections, step)) {
+            least = std::min(least, growthAt(motion * pose, weight));
+            if (least < iEnough) return least;
+        }
     }
     return least;
 }

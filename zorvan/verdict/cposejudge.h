@@ -104,7 +104,8 @@ public:
     [[nodiscard]] EFinding Weigh(const PoseCounts& counts) const;
     /// Moves the pose to and fro along each of the three directions that both surfaces together hold least, and returns
     /// the least growth of what speaks against it, in samples; counted no further than it takes to see whether it is
-    /// enough. A pose that may leave to one side is not held. @param at  counts at the pose itself
+    /// enough. Growth after three quarters of the way counts twice. A pose that may leave to one side is not held.
+    /// @param at  counts at the pose itself
     [[nodiscard]] int SlideGrowth(const CTrafo& pose, const PoseCounts& at) const;
     /// What growth is enough. Of samples two pixels apart; where each pixel of a spinning sensor's surface is one,
     /// there are as many more of them.

@@ -48,7 +48,8 @@ bool isRival(const CPoseJudge& judge, const PoseVerdict& verdict, const PoseCoun
     if (verdict.eFinding == EFinding::NotRuledOut) return true; // it need not share any surface
     const bool areScans = judge.GetFix().HasImage() && judge.GetFlt().HasImage();
     if (verdict && areScans) return true;
-    const bool isClean = verdict || verdict.eFinding == EFinding::Sliding; // may be the right one, not quite held
+    const bool isAsDoubtful = verdict.counts.Contradiction() <= verdict::dAsDoubtful * best.Contradiction();
+    const bool isClean = verdict || verdict.eFinding == EFinding::Sliding || isAsDoubtful; // may be the right one
     const double share = isClean ? verdict::dCleanRivalShare : verdict::dRivalShare;
     return verdict.counts.Score() >= share * best.Score();
 }
