@@ -73,6 +73,33 @@ TEST_P(TreeClouds, NearestAgreesWithLookingAtEveryPoint)
     EXPECT_GT(found, 100);
 }
 
+TEST_P(TreeClouds, NextPointAgreesWithLookingAtEveryPoint)
+{
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    int found = 0;
+    for (const auto& q : m_queries) {
+        if (!q.IsFinite()) continue;
+        std::vector<float> all;
+        for (const auto& p : m_cloud.points)
+            if (p.IsFinite()) all.push_back(kdtree::DistanceSq(p, q));
+        std::sort(all.begin(), all.end());
+        for (const float radius : {0.2F, 2.0F, infinity}) {
+            for (const float slack : {0.0F, 0.1F, infinity}) {
+                NearestQuery query{q, -1, radius * radius};
+                const float next = m_tree.FindNearestAndNext(query, slack);
+                ASSERT_EQ(query.index, nearest(m_tree, q, radius * radius).index);
+                const bool isFound = query.index >= 0;
+                const float farthest = (isFound ? std::sqrt(query.distSq) : radius) + slack;
+                const std::size_t other = isFound ? 1 : 0;
+                const float expected = std::min(all.size() > other ? all[other] : infinity, farthest * farthest);
+                ASSERT_EQ(next, expected) << radius << " and " << slack;
+                found += static_cast<int>(isFound);
+            }
+        }
+    }
+    EXPECT_GT(found, 300);
+}
+
 TEST_P(TreeClouds, BallAgreesWithLookingAtEveryPoint)
 {
     std::vector<unsigned> found = {77};

@@ -8,6 +8,17 @@
 
 using Zorvan::CTaskCollection;
 
+TEST(ForEachTask, CallsEachIndexOnceForAnyNumberOfTasks)
+{
+    for (const unsigned tasks : {0U, 1U, 3U, 200U}) {
+        std::vector<int> calls(50, 0);
+        Zorvan::ForEachTask(calls.size(), tasks, [&](std::size_t i) { ++calls[i]; });
+        EXPECT_EQ(calls, std::vector<int>(50, 1)) << tasks;
+        EXPECT_THROW(Zorvan::ForEachTask(2, tasks, [](std::size_t) { throw std::runtime_error("no"); }),
+                     std::runtime_error);
+    }
+}
+
 TEST(CTaskCollection, RunsNestedTasksAndThrowsTheFirstScheduledFailureWhenAllHaveRun)
 {
     std::vector<int> sums(100, 0); // plain: every task writes its own, and the wait makes them visible

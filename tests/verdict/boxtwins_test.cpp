@@ -53,7 +53,7 @@ TEST(FindBoxTwins, LeadBackToTheTruthFromBoxesThatWereFoldedOntoTheirOtherSide)
         const CPoseJudge judge(fix, flt);
         const CTrafo truth = seenFrom(c.first) * seenFrom(c.second).GetInverse(true);
         const CTrafo folded = seenFrom(c.first) * c.turn * seenFrom(c.second).GetInverse(true);
-        const auto twins = FindBoxTwins(judge, folded);
+        const auto twins = FindBoxTwins(judge, folded, judge.Place(folded));
         const auto isTruth = [&](const PoseTwin& twin) {
             return judge.Distance(twin.pose, truth) < 6.0 * judge.GetPixelSize() && !twin.isTold;
         };
@@ -68,9 +68,11 @@ TEST(FindBoxTwins, DoNotShakeWhatNoBoxExplains)
     const auto fltSet = support::PointSet(support::ScanSpheres(support::Cluster(), turn, 0.25F, 0.02F, 2));
     const CScanView fix(fixSet);
     const CScanView flt(fltSet);
-    for (const PoseTwin& twin : FindBoxTwins(CPoseJudge(fix, flt), turn.GetInverse(true))) EXPECT_TRUE(twin.isTold);
+    const CPoseJudge judge(fix, flt);
+    const CTrafo pose = turn.GetInverse(true);
+    for (const PoseTwin& twin : FindBoxTwins(judge, pose, judge.Place(pose))) EXPECT_TRUE(twin.isTold);
     const CScanView model(fltSet, {.isSurface = true});
-    EXPECT_TRUE(FindBoxTwins(CPoseJudge(fix, model), turn.GetInverse(true)).empty());
+    EXPECT_TRUE(FindBoxTwins(CPoseJudge(fix, model), pose, judge.Place(pose)).empty());
 }
 
 } // namespace

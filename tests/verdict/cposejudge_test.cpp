@@ -247,6 +247,10 @@ TEST(CPoseJudge, CountsNoFurtherThanItTakesToSeeThatTooMuchContradicts)
         const PoseCounts counts = pair.judge.Count(pose);
         EXPECT_EQ(counts.uiSamples, pair.judge.GetNumSamples());
         EXPECT_EQ(pair.judge.CountWithin(pose, counts.Contradictions()), counts) << degrees;
+        const PoseVerdict byCounts = pair.judge.JudgeCounts(pose);
+        const PoseVerdict whole = pair.judge.Judge(pose);
+        EXPECT_EQ(byCounts.counts.Contradictions(), whole.counts.Contradictions()) << degrees;
+        EXPECT_TRUE(byCounts || byCounts.eFinding == whole.eFinding) << degrees;
         if (degrees == 0.0F) continue;
         ASSERT_GT(counts.Contradictions(), 0U);
         EXPECT_EQ(pair.judge.CountWithin(pose, counts.Contradictions() - 1), std::nullopt) << degrees;

@@ -2,6 +2,7 @@
 #include "zorvan/verdict/crangeimage.h"
 
 #include "tests/verdict/rasterscans.h"
+#include "zorvan/verdict/nearestpixel.h"
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <gtest/gtest.h>
@@ -54,6 +55,27 @@ TEST(CRangeImage, HoldsTheHighestPointOfEachPixel)
     const Vector3 under = image.GetFrame() * scan.points[below];
     EXPECT_TRUE(image.IsFilled(image.PixelAt(under)));
     EXPECT_NEAR(image.GetCompleteness(), 1.0 - 4.0 / 225.0, 0.01);
+}
+
+TEST(FindNearestPixel, AgreesWithLookingAtEachOfNine)
+{
+    const CRangeImage image = imageOf(support::RasterScan(tower, 20.0F, 0.5F), 0.5F);
+    std::mt19937 rng(47110815);
+    std::uniform_real_distribution<float> place(-3.0F, 45.0F);
+    std::uniform_real_distribution<float> height(-4.0F, 9.0F);
+    int found = 0;
+    for (int i = 0; i < 20000; ++i) {
+        // On a lattice, so that several pixels are equally near.
+        Vector3 p(place(rng), place(rng), height(rng));
+        if (i % 2 == 0) p = {0.25F * std::round(4.0F * p.x), 0.25F * std::round(4.0F * p.y), std::round(p.z)};
+        const auto plainly = detail::NearestPixelPlainly(image, image.PixelAt(p), p);
+        const auto nearest = detail::FindNearestPixel(image, image.PixelAt(p), p);
+        ASSERT_EQ(nearest.surfel, plainly.surfel) << p.x << ' ' << p.y << ' ' << p.z;
+        ASSERT_EQ(nearest.distSq, plainly.distSq);
+        found += static_cast<int>(nearest.surfel != nullptr);
+    }
+    EXPECT_GT(found, 5000);
+    EXPECT_LT(found, 19000);
 }
 
 TEST(CRangeImage, AgreesWithLookingAtEveryPixel)

@@ -51,7 +51,7 @@ TEST(FindEllipsoidTwins, LeadBackToTheTruthFromADomeFoldedOntoItsOtherEnd)
     const CTrafo truth = seenFrom(15) * seenFrom(190).GetInverse(true);
     const CTrafo folded = seenFrom(15) * CTrafo({0, 0, 1}, fPi, Vector3()) * seenFrom(190).GetInverse(true);
     ASSERT_GT(judge.Count(folded).uiMatched, judge.Count(truth).uiMatched) << "the fold matches more";
-    const auto twins = FindEllipsoidTwins(judge, folded);
+    const auto twins = FindEllipsoidTwins(judge, folded, judge.Place(folded));
     const auto isTruth = [&](const PoseTwin& twin) {
         return judge.Distance(twin.pose, truth) < 6.0 * judge.GetPixelSize() && !twin.isTold;
     };
@@ -65,11 +65,15 @@ TEST(FindEllipsoidTwins, DoNotShakeWhatNoEllipsoidExplains)
     const auto fltSet = support::PointSet(support::ScanSpheres(support::Cluster(), turn, 0.25F, 0.02F, 2));
     const CScanView fix(fixSet);
     const CScanView flt(fltSet);
-    EXPECT_TRUE(FindEllipsoidTwins(CPoseJudge(fix, flt), turn.GetInverse(true)).empty());
+    const CPoseJudge judge(fix, flt);
+    const CTrafo pose = turn.GetInverse(true);
+    EXPECT_TRUE(FindEllipsoidTwins(judge, pose, judge.Place(pose)).empty());
     const auto dome = support::PointSet(scanOfDome(CTrafo(), 1));
     const CScanView view(dome);
     const CScanView model(dome, {.isSurface = true});
-    EXPECT_TRUE(FindEllipsoidTwins(CPoseJudge(view, model), CTrafo()).empty()) << "a model shows all of its sides";
+    const CPoseJudge ofModel(view, model);
+    EXPECT_TRUE(FindEllipsoidTwins(ofModel, CTrafo(), ofModel.Place(CTrafo())).empty())
+        << "a model shows all of its sides";
 }
 
 /// Samples on a surface over a square, every fifth one lifted off it.

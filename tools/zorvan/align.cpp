@@ -13,14 +13,18 @@
 #include "zorvan/workflow/align.h"
 #include "zorvan/workflow/alignwords.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <thread>
 
 namespace tools {
 
 namespace {
+
+constexpr unsigned uiMostThreads = 8; // more hardly help two scans
 
 struct AlignOptions
 {
@@ -71,8 +75,7 @@ int align(AlignOptions options)
                  : Zorvan::PairPoses();
     const bson::object settings = options.settings.Read(options.general.isQuiet);
     CProgress progress(options.general.isQuiet);
-    const ScanPair pair =
-        options.pair.Read(options.fix, options.flt, options.files, options.general.isQuiet, progress.Hooks());
+    const ScanPair pair = options.pair.Read(options.fix, options.flt, options.files, options.general, progress.Hooks());
     const prereg::CTrafo start = hasStart ? Zorvan::PoseAbout(starts.fix, starts.flt, pair.fix.shift, pair.flt.shift)
                                           : prereg::CTrafo::Invalid();
     const prereg::AlignResult found = run(options, pair, start, settings, progress);
@@ -110,7 +113,9 @@ void AddAlign(CCommand app)
     options->pair.AddTo(command);
     options->settings.AddTo(command);
     options->gpu.AddTo(command);
-    options->general.AddTo(command, "Threads that compute features; the result does not depend on it");
+    options->general.uiNumThreads = std::clamp(std::thread::hardware_concurrency(), 1U, uiMostThreads);
+    options->general.AddTo(command, "Threads at most, by default one a processor, up to 8; the result does not\n"
+                                    "depend on it");
     command.SetFooter(
         "Ctrl-C ends the search and keeps what has been found.\n"
         "Exit code 0: aligned; 1: ambiguous, not aligned or too little to go on; 2: wrong call, unreadable "

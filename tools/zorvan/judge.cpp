@@ -44,7 +44,7 @@ int judge(const JudgeOptions& options)
     how.dGrid = options.files.ToGrid();
     how.settings = options.settings.Read(options.general.isQuiet);
     how.dMmPerUnit = options.files.dMmPerUnit;
-    const ScanPair pair = options.pair.Read(options.fix, options.flt, options.files, options.general.isQuiet);
+    const ScanPair pair = options.pair.Read(options.fix, options.flt, options.files, options.general);
     const auto& [fix, flt] = pair;
     options.pair.Apply(options.files, fix, flt, how);
     const std::vector<prereg::CTrafo> poses = Zorvan::ReadCandidatePoses(

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "pairoptions.h"
 
+#include "zorvan/platform/ctaskcollection.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/sharedshift.h"
 
@@ -81,17 +82,29 @@ void PairOptions::AddTo(CCommand command)
     command.AddOption("--ray-flt", fltRay, "The same of FLT");
 }
 
-ScanPair PairOptions::Read(const std::string& fix, const std::string& flt, const ScanFileOptions& files, bool isQuiet,
-                           const Zorvan::Hooks& hooks) const
+ScanPair PairOptions::Read(const std::string& fix, const std::string& flt, const ScanFileOptions& files,
+                           const GeneralOptions& general, const Zorvan::Hooks& hooks) const
 {
-    hooks.Start("reading", 2);
-    ScanPair pair{Zorvan::ReadScan(fix, ForFix(files), hooks), {}};
-    hooks.Start("reading", 2);
-    hooks.Advance();
-    pair.flt = Zorvan::ReadScan(flt, ForFlt(files), hooks);
-    hooks.Finish();
+    const std::array names{fix, flt};
+    const std::array how{ForFix(files), ForFlt(files)};
+    ScanPair pair;
     const std::array scans{&pair.fix, &pair.flt};
-    Tell(Zorvan::ShiftWords(Zorvan::ShareShift(scans), files.dMmPerUnit), isQuiet);
+    const auto read = [&](std::size_t i, const Zorvan::Hooks& ofFile) {
+        *scans[i] = Zorvan::ReadScan(names[i], how[i], ofFile);
+    };
+    // Large files take their time one by one, and show how far they are.
+    const bool areSmall = !Zorvan::IsReadThinned(fix, how[0].thin) && !Zorvan::IsReadThinned(flt, how[1].thin);
+    hooks.Start("reading", 2);
+    if (areSmall && general.uiNumThreads > 1) {
+        Zorvan::ForEachTask(2, 2, [&](std::size_t i) { read(i, Zorvan::Hooks::None()); });
+    } else {
+        read(0, hooks);
+        hooks.Start("reading", 2);
+        hooks.Advance();
+        read(1, hooks);
+    }
+    hooks.Finish();
+    Tell(Zorvan::ShiftWords(Zorvan::ShareShift(scans), files.dMmPerUnit), general.isQuiet);
     return pair;
 }
 

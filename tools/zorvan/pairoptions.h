@@ -33,7 +33,8 @@ struct PairOptions
     [[nodiscard]] Zorvan::ScanOptions ForFlt(const ScanFileOptions& files) const;
     /// Both scans, about one shift when they are far from the origin, which is reported. @throws CInputError
     [[nodiscard]] ScanPair Read(const std::string& fix, const std::string& flt, const ScanFileOptions& files,
-                                bool isQuiet, const Zorvan::Hooks& hooks = Zorvan::Hooks::None()) const;
+                                const GeneralOptions& general,
+                                const Zorvan::Hooks& hooks = Zorvan::Hooks::None()) const;
     /// @throws CInputError
     void Apply(const ScanFileOptions& files, const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& flt,
                prereg::AlignOptions& options) const;

@@ -28,8 +28,13 @@ using Lanes = simd::Float4;
 
 } // namespace
 
-const KdTreeKernels baselineKernels = {
-    "sse4", &findNearest, &findInBall, &findNearestToLine, &findKNearest<3, 48>, &findKNearest<33, 4096>};
+const KdTreeKernels baselineKernels = {"sse4",
+                                       &findNearest,
+                                       &findNearestAndNext,
+                                       &findInBall,
+                                       &findNearestToLine,
+                                       &findKNearest<3, 48>,
+                                       &findKNearest<33, 4096>};
 
 const KdTreeKernels& ActiveKernels() { return simd::IsWide() ? avxKernels : baselineKernels; }
 
@@ -225,6 +230,16 @@ void TKdTree<Dim, LeafSize>::FindNearest(NearestQuery& query) const requires(Dim
     if constexpr (isSpatial) {
         if (!Empty()) detail::ActiveKernels().findNearest(view(), query);
     }
+}
+
+template <unsigned Dim, unsigned LeafSize>
+float TKdTree<Dim, LeafSize>::FindNearestAndNext(NearestQuery& query, float slack) const requires(Dim == 3)
+{
+    float nextSq = std::numeric_limits<float>::infinity();
+    if constexpr (isSpatial) {
+        if (!Empty()) detail::ActiveKernels().findNearestAndNext(view(), query, slack, nextSq);
+    }
+    return nextSq;
 }
 
 template <unsigned Dim, unsigned LeafSize>

@@ -85,6 +85,13 @@ public:
     /// The nearest point strictly nearer than the radius in the query; a radius of 0 finds nothing.
     void FindNearest(NearestQuery& query) const requires(Dim == 3);
 
+    /// As FindNearest, and returns the squared distance of the next point: no other than the nearest one lies below it.
+    /// It is looked for up to `slack` farther than the nearest point, or than the radius where no point is in reach;
+    /// then that is what is returned. Until the query has moved by half of the gap between both distances, the nearest
+    /// point stays what it is. An empty tree returns +Infinity.
+    /// @param slack  >= 0, also +Infinity
+    float FindNearestAndNext(NearestQuery& query, float slack) const requires(Dim == 3);
+
     /// Brings near the processor what searches around these points will read, many at a time so that their waits
     /// overlap. Changes no result; does nothing below 1,000,000 points, where it would cost more than it saves
     /// (4,000,000 points, random order: 1.3 times as fast).

@@ -20,7 +20,12 @@ using Lanes = simd::Float8;
 
 } // namespace
 
-const KdTreeKernels avxKernels = {
-    "avx", &findNearest, &findInBall, &findNearestToLine, &findKNearest<3, 48>, &findKNearest<33, 4096>};
+const KdTreeKernels avxKernels = {"avx",
+                                  &findNearest,
+                                  &findNearestAndNext,
+                                  &findInBall,
+                                  &findNearestToLine,
+                                  &findKNearest<3, 48>,
+                                  &findKNearest<33, 4096>};
 
 } // namespace Zorvan::detail

@@ -21,6 +21,7 @@ struct KdTreeKernels
 {
     const char* name;
     void (*findNearest)(const TKdTree<3, 48>::View&, NearestQuery&);
+    void (*findNearestAndNext)(const TKdTree<3, 48>::View&, NearestQuery&, float, float&);
     void (*findInBall)(const TKdTree<3, 48>::View&, const kdtree::Ball<3>&, std::vector<unsigned>&);
     int (*findNearestToLine)(const TKdTree<3, 48>::View&, const kdtree::Ball<3>&, const kdtree::Vector<3>&);
     void (*findKNearest3)(const TKdTree<3, 48>::View&, const kdtree::Vector<3>&, std::vector<IndexAndDist>&,

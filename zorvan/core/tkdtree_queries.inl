@@ -155,6 +155,106 @@ WIDE void findNearest(const TKdTree<3, 48>::View& tree, NearestQuery& query)
     }
 }
 
+// The two smallest values of a leaf, and where the smaller one is; the first point wins among equals.
+struct LanesTwoSmallest
+{
+    Lanes best;
+    Lanes second;
+    Lanes block;
+
+    WIDE LanesTwoSmallest()
+        : best(Lanes::Set1(std::numeric_limits<float>::infinity())), second(best), block(Lanes::SetBits(0))
+    {
+    }
+
+    WIDE void Offer(std::uint32_t i, Lanes value, Lanes mask)
+    {
+        const Lanes offered = Select(Lanes::Set1(std::numeric_limits<float>::infinity()), value, mask);
+        const Lanes smaller = offered < best;
+        second = Min(second, Max(best, offered));
+        best = Min(best, offered);
+        block = Select(block, Lanes::SetBits(i), smaller);
+    }
+
+    // Of the leaf; the smaller value to `value`, the other to `next`.
+    WIDE std::uint32_t Reduce(float& value, float& next) const
+    {
+        float bests[Lanes::width];
+        float blocks[Lanes::width];
+        best.Store(bests);
+        block.Store(blocks);
+        value = best.Smallest();
+        next = second.Smallest();
+        std::uint32_t position = noPosition;
+        bool isFirst = true;
+        for (unsigned lane = 0; lane < Lanes::width; ++lane) {
+            const bool isSmallest = bests[lane] == value;
+            if (isSmallest) position = std::min(position, std::bit_cast<std::uint32_t>(blocks[lane]) + lane);
+            if (!isSmallest || !isFirst) next = std::min(next, bests[lane]);
+            isFirst = isFirst && !isSmallest;
+        }
+        return position;
+    }
+};
+
+// As findNearest, but keeps looking for the next point, up to `slack` farther than the nearest one.
+WIDE void findNearestAndNext(const TKdTree<3, 48>::View& tree, NearestQuery& query, float slack, float& nextSq)
+{
+    struct Waiting
+    {
+        std::uint32_t node;
+        float distSq;
+    };
+    Waiting waiting[maxDepth];
+    unsigned numWaiting = 0;
+
+    const simd::Float4 q = simd::Float4::Load(&query.point.x);
+    const Splat<3> splat(query.point);
+    const auto farther = [slack](float distSq) {
+        const float dist = std::sqrt(distSq) + slack;
+        return dist * dist;
+    };
+    float distSq = query.distSq;
+    nextSq = farther(distSq);
+    std::uint32_t found = noPosition;
+    std::uint32_t current = 0;
+    while (true) {
+        const auto& node = tree.nodes[current];
+        if (!(boxDistanceSq(node, q) < nextSq)) {
+            // Neither is in here.
+        } else if (node.IsLeaf()) {
+            LanesTwoSmallest smallest;
+            forEachBlock<3>(leafOf<48, 3>(tree, node), splat,
+                            [&](std::uint32_t i, Lanes dist, Lanes mask) WIDE { smallest.Offer(i, dist, mask); });
+            float nearest = 0.0F;
+            float next = 0.0F;
+            const std::uint32_t position = smallest.Reduce(nearest, next);
+            if (nearest < distSq) {
+                if (found != noPosition) next = std::min(next, distSq);
+                found = node.first + position;
+                distSq = nearest;
+                nextSq = std::min({nextSq, next, farther(distSq)});
+            } else {
+                nextSq = std::min(nextSq, nearest);
+            }
+        } else {
+            const float d = node.pivot - query.point[node.splitDim];
+            const bool leftFirst = d >= 0;
+            waiting[numWaiting++] = {leftFirst ? node.right : current + 1, d * d};
+            current = leftFirst ? current + 1 : node.right;
+            continue;
+        }
+        do {
+            if (numWaiting == 0) {
+                query.distSq = distSq;
+                if (found != noPosition) query.index = static_cast<int>(tree.permutation[found]);
+                return;
+            }
+        } while (!(nextSq > waiting[--numWaiting].distSq));
+        current = waiting[numWaiting].node;
+    }
+}
+
 WIDE void ballInLeaf(const TKdTree<3, 48>::View& tree, const TKdTree<3, 48>::Node& node, const Splat<3>& q,
                      Lanes radiusSq, std::vector<unsigned>& out)
 {

@@ -3,6 +3,7 @@
 
 #include "zorvan/platform/export.h"
 
+#include <cstddef>
 #include <functional>
 #include <vector>
 
@@ -32,5 +33,21 @@ public:
 private:
     std::vector<std::function<void()>> m_tasks;
 };
+
+/// Calls `work(i)` for each index below the count, spread over at most so many tasks; on the calling thread alone for
+/// one. @throws what `work` threw, see RunAndWait
+template <typename Work>
+void ForEachTask(std::size_t count, unsigned uiNumTasks, const Work& work)
+{
+    const std::size_t step = uiNumTasks < 1 ? 1 : uiNumTasks;
+    const auto runFrom = [&work, step, count](std::size_t first) {
+        for (std::size_t i = first; i < count; i += step) work(i);
+    };
+    if (step == 1) return runFrom(0);
+    CTaskCollection tasks;
+    for (std::size_t first = 0; first < step && first < count; ++first)
+        tasks.Schedule([&runFrom, first] { runFrom(first); });
+    tasks.RunAndWait();
+}
 
 } // namespace Zorvan

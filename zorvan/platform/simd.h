@@ -86,6 +86,26 @@ inline Float4 Min(Float4 a, Float4 b) { return {_mm_min_ps(a.v, b.v)}; }
 inline Float4 Max(Float4 a, Float4 b) { return {_mm_max_ps(a.v, b.v)}; }
 inline Float4 Floor(Float4 a) { return {_mm_floor_ps(a.v)}; }
 
+/// The same lane of four vectors with three coordinates.
+struct Vector4
+{
+    Float4 x;
+    Float4 y;
+    Float4 z;
+};
+
+/// Columns 0 to 2 of four rows of four numbers each.
+/// @param row  gives the start of row 0 to 3
+template <typename Row>
+inline Vector4 LoadFourRows(Row row)
+{
+    const __m128 a0 = _mm_loadu_ps(row(0)), a1 = _mm_loadu_ps(row(1));
+    const __m128 a2 = _mm_loadu_ps(row(2)), a3 = _mm_loadu_ps(row(3));
+    const __m128 xy01 = _mm_unpacklo_ps(a0, a1), xy23 = _mm_unpacklo_ps(a2, a3);
+    const __m128 zw01 = _mm_unpackhi_ps(a0, a1), zw23 = _mm_unpackhi_ps(a2, a3);
+    return {{_mm_movelh_ps(xy01, xy23)}, {_mm_movehl_ps(xy23, xy01)}, {_mm_movelh_ps(zw01, zw23)}};
+}
+
 /// Lanes 0, 1, 2 added left to right.
 inline float Sum3(Float4 a)
 {

@@ -63,20 +63,6 @@ bool mayStand(const PoseVerdict& verdict)
            verdict.counts.Contradiction() <= verdict::dMaxDoubt;
 }
 
-/// Runs `work(i)` for each index, spread over the tasks.
-template <typename Work>
-void forEach(std::size_t count, unsigned numTasks, const Work& work)
-{
-    Zorvan::CTaskCollection tasks;
-    const std::size_t step = std::max(1U, numTasks);
-    for (std::size_t first = 0; first < std::min(step, count); ++first) {
-        tasks.Schedule([&work, first, step, count] {
-            for (std::size_t i = first; i < count; i += step) work(i);
-        });
-    }
-    tasks.RunAndWait();
-}
-
 } // namespace
 
 CJudgedSearch::CJudgedSearch(SearchedScan fix, SearchedScan flt, const ConfigurationFPFH& searchConfig,
@@ -135,14 +121,15 @@ void CJudgedSearch::proposeTurns()
 /// alike from two sides.
 void CJudgedSearch::proposeTwins()
 {
-    if (!m_verdict) return;
+    if (!m_verdict || !m_fix.view->HasImage() || !m_flt.view->HasImage()) return;
     const CTrafo pose = m_candidates[m_verdict.explanations.front()].refined.GetTrafo();
     std::vector<CTrafo> told;
     std::vector<Candidate> open;
     {
         const CStopwatch watch(m_times.judging);
-        std::vector<PoseTwin> twins = FindBoxTwins(m_judge, pose);
-        const std::vector<PoseTwin> ofEllipsoid = FindEllipsoidTwins(m_judge, pose);
+        const std::vector<CPoseJudge::PlacedSample> samples = m_judge.Place(pose);
+        std::vector<PoseTwin> twins = FindBoxTwins(m_judge, pose, samples);
+        const std::vector<PoseTwin> ofEllipsoid = FindEllipsoidTwins(m_judge, pose, samples);
         twins.insert(twins.end(), ofEllipsoid.begin(), ofEllipsoid.end());
         for (const PoseTwin& twin : twins) {
             ICPResult there;
@@ -202,7 +189,7 @@ void CJudgedSearch::proposeByVote(const Zorvan::Hooks& hooks)
 std::vector<CTrafo> CJudgedSearch::hopeful(const std::vector<CTrafo>& poses) const
 {
     std::vector<PoseCounts> counts(poses.size());
-    forEach(poses.size(), m_uiNumTasks, [&](std::size_t i) { counts[i] = m_judge.Glance(poses[i]); });
+    Zorvan::ForEachTask(poses.size(), m_uiNumTasks, [&](std::size_t i) { counts[i] = m_judge.Glance(poses[i]); });
     // A pose that part of the samples refuted has the counts of that part: shares compare, amounts do not.
     const auto merit = [&](std::size_t i) {
         const PoseCounts& c = counts[i];
@@ -232,7 +219,7 @@ void CJudgedSearch::refineAndAdd(std::span<const CTrafo> poses, EProposer ePropo
     const CStopwatch watch(m_times.judging);
     const std::size_t before = m_candidates.size();
     m_candidates.resize(before + poses.size());
-    forEach(poses.size(), m_uiNumTasks, [&](std::size_t i) {
+    Zorvan::ForEachTask(poses.size(), m_uiNumTasks, [&](std::size_t i) {
         m_candidates[before + i] = {refined(poses[i]), {}, eProposer};
     });
 }
@@ -264,9 +251,12 @@ void CJudgedSearch::weigh()
 {
     const CStopwatch watch(m_times.judging);
     const std::size_t first = m_numWeighed;
-    forEach(m_candidates.size() - first, m_uiNumTasks, [&](std::size_t i) {
+    Zorvan::ForEachTask(m_candidates.size() - first, m_uiNumTasks, [&](std::size_t i) {
         Candidate& candidate = m_candidates[first + i];
-        if (candidate.refined || !m_requiresLimits) candidate.verdict = m_judge.Judge(candidate.refined.GetTrafo());
+        if (!candidate.refined && m_requiresLimits) return;
+        const CTrafo pose = candidate.refined.GetTrafo();
+        // What may stand is judged where it settles.
+        candidate.verdict = m_sparse ? m_judge.Judge(pose) : m_judge.JudgeCounts(pose);
     });
     settle(first);
     m_numWeighed = m_candidates.size();
@@ -304,7 +294,10 @@ void CJudgedSearch::settle(std::size_t first)
         if (known == m_settled.end()) {
             const CTrafo end =
                 SettlePose(*m_fix.set, *m_flt.set, start, m_fix.view->GetSampling(), m_flt.view->GetSampling());
-            if (!end) continue;
+            if (!end) {
+                candidate.verdict = m_judge.Judge(start);
+                continue;
+            }
             known = m_settled.insert(m_settled.end(), {start, end, m_judge.Judge(end)});
         }
         candidate.refined.trafo = known->end;

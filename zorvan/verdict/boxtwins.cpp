@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/verdict/boxtwins.h"
 
+#include "zorvan/verdict/normalprobes.h"
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <numbers>
 #include <optional>
@@ -66,18 +68,17 @@ struct Box
 /// none.
 Vector3 mainAxis(const Samples& samples, const Vector3* across)
 {
-    constexpr std::size_t uiProbes = 500;
-    const std::size_t step = std::max<std::size_t>(1, samples.size() / uiProbes);
     const auto level = [&](const Vector3& v) { return across ? v - *across * Dot(v, *across) : v; };
+    CNormalProbes probes;
+    for (std::size_t i = 0; i < samples.size(); i += CNormalProbes::StepFor(samples.size()))
+        probes.Add(samples[i].normal);
     Vector3 best;
-    std::size_t most = 0;
-    for (std::size_t i = 0; i < samples.size(); i += step) {
-        const Vector3 flat = level(samples[i].normal);
+    std::uint32_t most = 0;
+    for (std::size_t i = 0; i < probes.Size(); ++i) {
+        const Vector3 flat = level(probes[i]);
         if (!(flat.Length() > fAlong)) continue;
         const Vector3 direction = flat * (1.0F / flat.Length());
-        std::size_t count = 0;
-        for (std::size_t j = 0; j < samples.size(); j += step)
-            count += static_cast<std::size_t>(std::abs(Dot(samples[j].normal, direction)) > fAlong);
+        const std::uint32_t count = probes.CountEitherWay(direction, fAlong);
         if (count <= most) continue;
         most = count;
         best = direction;
@@ -242,10 +243,18 @@ PoseTwin apart(const CPoseJudge& judge, const Box& box, PoseTwin twin)
     return twin;
 }
 
+/// Part of the samples will do where it shows twice as much as is too much.
+bool isHopelessAtAGlance(const CPoseJudge& judge, const CTrafo& pose)
+{
+    const PoseCounts counts = judge.Glance(pose);
+    return counts.Contradictions() > 2.0 * verdict::dHopelessTwin * counts.uiSamples;
+}
+
 /// Nothing where too much contradicts it.
 std::optional<PoseTwin> placed(const CPoseJudge& judge, const Box& box, const CTrafo& pose)
 {
     const auto most = static_cast<unsigned>(verdict::dHopelessTwin * judge.GetNumSamples());
+    if (!box.IsOpen() && isHopelessAtAGlance(judge, pose)) return std::nullopt;
     if (box.IsOpen()) {
         const PoseTwin twin = apart(judge, box, {pose, judge.Count(pose)});
         return twin.counts.Contradictions() <= most ? std::optional(twin) : std::nullopt;
@@ -351,18 +360,18 @@ private:
 
 } // namespace
 
-std::vector<PoseTwin> FindBoxTwins(const CPoseJudge& judge, const CTrafo& pose)
+std::vector<PoseTwin> FindBoxTwins(const CPoseJudge& judge, const CTrafo& pose, const Samples& samples)
 {
     if (!judge.GetFix().HasImage() || !judge.GetFlt().HasImage()) return {};
-    const Samples samples = judge.Place(pose);
     const auto matched = std::count_if(samples.begin(), samples.end(), [](const auto& s) { return s.isMatched; });
     std::vector<PoseTwin> twins;
     for (const Box& box : boxesOf(judge, samples)) {
-        const CTellingSurface surface(judge, pose, samples, box);
+        std::optional<CTellingSurface> surface; // mostly no twin is left that asks for it
         for (const CTrafo& turn : turnsOf(box)) {
             auto twin = settled(judge, box, turn * pose);
             if (!twin || IsTwinContradicted(twin->counts)) continue;
-            twin->counts.uiTelling = surface.Count(turn);
+            if (!surface) surface.emplace(judge, pose, samples, box);
+            twin->counts.uiTelling = surface->Count(turn);
             twin->isTold = twin->counts.uiTelling > verdict::dTellingShare * static_cast<double>(matched);
             twins.push_back(*twin);
         }

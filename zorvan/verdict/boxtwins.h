@@ -16,9 +16,12 @@ namespace prereg {
 /// about the three axes of that box are tried, and quarter turns where two of its sides agree; where one plane holds
 /// most of the surface, such as a table, the box of the rest too. Each is moved a pixel or two to where least
 /// contradicts it.
-/// @param pose  explains the scans
-/// @return      the turns that nothing contradicts, whether they share surface or not; told where too much matches at
+/// @param pose     explains the scans
+/// @param samples  of both scans, placed there: `judge.Place(pose)`
+/// @return         the turns that nothing contradicts, whether they share surface or not; told where too much matches
+/// at
 ///              the given pose for an accident of a box. None where a scan has no image: a model shows all of its sides
-[[nodiscard]] ZORVAN_API std::vector<PoseTwin> FindBoxTwins(const CPoseJudge& judge, const CTrafo& pose);
+[[nodiscard]] ZORVAN_API std::vector<PoseTwin> FindBoxTwins(const CPoseJudge& judge, const CTrafo& pose,
+                                                            const std::vector<CPoseJudge::PlacedSample>& samples);
 
 } // namespace prereg

@@ -3,35 +3,40 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 namespace prereg {
 
 namespace {
 
-/// Far above what rounding does to a distance, far below what a ball grows by it.
+/// Far above what rounding does to a distance, far below what matters of a play.
 constexpr float fRounding = 1e-5F;
 
 } // namespace
 
 CNearestTracker::CNearestTracker(const Vectors& points, const Zorvan::TKdTree<3, 48>& tree, std::size_t numMoved,
                                  float reachSq, float play)
-    : m_points(points), m_tree(tree), m_reachSq(reachSq), m_play(play), m_known(numMoved)
+    : m_points(points), m_tree(tree), m_reachSq(reachSq), m_reach(std::sqrt(reachSq)), m_play(play), m_known(numMoved)
 {
-    for (Known& known : m_known) known.count = uiNever;
 }
 
 int CNearestTracker::Nearest(std::size_t i, const Vector3& moved)
 {
     Known& known = m_known[i];
-    const bool isNear = known.count != uiNever && DistanceSq(known.where, moved) <= m_play * m_play;
-    if (isNear && known.count == uiOnce) remember(known, moved);
-    if (isNear && known.count <= uiMost) return fromCandidates(known, moved);
-    if (!isNear) {
-        known.where = moved;
-        known.count = uiOnce;
-    }
-    return fromTree(moved);
+    if (known.play < 0.0F || !(DistanceSq(known.where, moved) < known.play * known.play)) lookUp(known, moved);
+    if (known.index < 0) return -1;
+    const float distSq = DistanceSq(m_points[static_cast<std::size_t>(known.index)], moved);
+    if (std::abs(distSq - m_reachSq) <= fRounding * m_reachSq) return fromTree(moved); // rounding may decide
+    return distSq < m_reachSq ? known.index : -1;
+}
+
+/// A play further than the reach, so that the answer holds there, too.
+void CNearestTracker::lookUp(Known& known, const Vector3& moved) const
+{
+    const float reach = m_reach + m_play;
+    Zorvan::NearestQuery query{moved, -1, reach * reach};
+    const float next = std::sqrt(m_tree.FindNearestAndNext(query, 2.0F * m_play));
+    const float gap = query.index < 0 ? next - m_reach : 0.5F * (next - std::sqrt(query.distSq));
+    known = {moved, query.index, std::clamp(gap - fRounding * next, 0.0F, m_play)};
 }
 
 int CNearestTracker::fromTree(const Vector3& moved) const
@@ -39,47 +44,6 @@ int CNearestTracker::fromTree(const Vector3& moved) const
     Zorvan::NearestQuery query{moved, -1, m_reachSq};
     m_tree.FindNearest(query);
     return query.index;
-}
-
-/// With the nearest point at a distance d, that of any place within the play of this one lies within d and twice the
-/// play of it.
-void CNearestTracker::remember(Known& known, const Vector3& moved)
-{
-    constexpr float fMore = 1.0F + fRounding;
-    const float reach = fMore * (std::sqrt(m_reachSq) + m_play);
-    Zorvan::NearestQuery query{moved, -1, reach * reach};
-    m_tree.FindNearest(query);
-    known.where = moved;
-    known.count = 0;
-    if (query.index < 0) return;
-    const float radius = fMore * (std::sqrt(query.distSq) + 2.0F * m_play);
-    m_found.clear();
-    m_tree.FindInBall(m_found, {moved, radius * radius});
-    if (m_found.size() > uiMost) {
-        known.count = static_cast<std::uint32_t>(uiMost) + 1; // the tree knows best
-        return;
-    }
-    std::copy(m_found.begin(), m_found.end(), known.candidates.begin());
-    known.count = static_cast<std::uint32_t>(m_found.size());
-}
-
-/// Where rounding may decide, the tree does.
-int CNearestTracker::fromCandidates(const Known& known, const Vector3& moved) const
-{
-    if (known.count == 0) return -1;
-    float nearest = std::numeric_limits<float>::infinity();
-    float second = nearest;
-    std::uint32_t index = 0;
-    for (std::uint32_t k = 0; k < known.count; ++k) {
-        const float distSq = DistanceSq(m_points[known.candidates[k]], moved);
-        second = std::min(second, std::max(nearest, distSq));
-        if (!(distSq < nearest)) continue;
-        nearest = distSq;
-        index = known.candidates[k];
-    }
-    const bool isClear = second > nearest * (1.0F + fRounding) && std::abs(nearest - m_reachSq) > fRounding * m_reachSq;
-    if (!isClear) return fromTree(moved);
-    return nearest < m_reachSq ? static_cast<int>(index) : -1;
 }
 
 } // namespace prereg

@@ -4,6 +4,7 @@
 #include "zorvan/numerics/packedldlt.h"
 #include "zorvan/numerics/symsolvers.h"
 #include "zorvan/verdict/disputedpatches.h"
+#include "zorvan/verdict/nearestpixel.h"
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <Eigen/Geometry>
@@ -221,23 +222,12 @@ std::span<const CPoseJudge::Sample> CPoseJudge::partOf(std::size_t side, std::si
 
 CPoseJudge::Hit CPoseJudge::nearestInImage(const CRangeImage& image, CRangeImage::Pixel at, const Sample& moved)
 {
-    // Which of nine is the nearest no branch foresees: it is selected, and read in the end.
     Hit hit;
-    const CRangeImage::Surfel* nearest = nullptr;
-    const int left = std::max(0, at.x - 1);
-    const int right = std::min(image.GetWidth() - 1, at.x + 1);
-    for (int y = std::max(0, at.y - 1); y <= std::min(image.GetHeight() - 1, at.y + 1); ++y) {
-        const CRangeImage::Surfel* surfel = &image.GetSurfel({left, y});
-        for (int x = left; x <= right; ++x, ++surfel) {
-            const float distSq = DistanceSq(surfel->point, moved.point);
-            const bool isNearer = distSq < hit.distSq;
-            nearest = isNearer ? surfel : nearest;
-            hit.distSq = isNearer ? distSq : hit.distSq;
-        }
-    }
-    if (nearest == nullptr) return hit;
-    hit.point = nearest->point;
-    hit.normal = nearest->normal;
+    const detail::NearestPixel nearest = detail::FindNearestPixel(image, at, moved.point);
+    if (nearest.surfel == nullptr) return hit;
+    hit.distSq = nearest.distSq;
+    hit.point = nearest.surfel->point;
+    hit.normal = nearest.surfel->normal;
     hit.Measure(moved);
     return hit;
 }
@@ -420,7 +410,7 @@ EFinding CPoseJudge::Weigh(const PoseCounts& counts) const
     return isDoubtful ? EFinding::Doubtful : EFinding::Consistent;
 }
 
-PoseVerdict CPoseJudge::Judge(const CTrafo& pose) const
+PoseVerdict CPoseJudge::JudgeCounts(const CTrafo& pose) const
 {
     if (!pose) return {};
     PoseVerdict verdict;
@@ -434,6 +424,12 @@ PoseVerdict CPoseJudge::Judge(const CTrafo& pose) const
     countParts(pose, 1, uiParts, verdict.counts, fronts);
     verdict.counts.uiSolid = countSolid(fronts);
     verdict.eFinding = Weigh(verdict.counts);
+    return verdict;
+}
+
+PoseVerdict CPoseJudge::Judge(const CTrafo& pose) const
+{
+    PoseVerdict verdict = JudgeCounts(pose);
     if (verdict || verdict.eFinding == EFinding::Doubtful) {
         verdict.counts.uiDisputed = countDisputed(pose);
         verdict.eFinding = Weigh(verdict.counts);
@@ -467,9 +463,8 @@ public:
     }
 };
 
-bool CPoseJudge::isMatchedIn(const CScanView& view, const CTrafo& pose, const Sample& sample) const
+bool CPoseJudge::isMatchedIn(const CScanView& view, const CTrafo& toView, const Sample& sample) const
 {
-    const CTrafo toView = view.HasImage() ? view.GetImage().GetFrame() * pose : pose;
     const Sample moved{toView * sample.point, toView.Rotate(sample.normal)};
     if (!view.HasImage()) return isMatch(nearestInTree(view, moved));
     return isMatch(nearestInImage(view.GetImage(), view.GetImage().PixelAt(moved.point), moved));
@@ -479,11 +474,15 @@ std::vector<CPoseJudge::PlacedSample> CPoseJudge::Place(const CTrafo& pose) cons
 {
     std::vector<PlacedSample> placed;
     placed.reserve(m_sides[0].samples.size() + m_sides[1].samples.size());
-    const CTrafo inverse = pose.GetInverse(true);
+    const auto into = [](const CScanView& view, const CTrafo& motion) {
+        return view.HasImage() ? view.GetImage().GetFrame() * motion : motion;
+    };
+    const CTrafo toFlt = into(GetFlt(), pose.GetInverse(true));
+    const CTrafo toFix = into(GetFix(), pose);
     for (const Sample& sample : m_sides[0].samples)
-        placed.push_back({sample.point, sample.normal, isMatchedIn(GetFlt(), inverse, sample)});
+        placed.push_back({sample.point, sample.normal, isMatchedIn(GetFlt(), toFlt, sample)});
     for (const Sample& sample : m_sides[1].samples)
-        placed.push_back({pose * sample.point, pose.Rotate(sample.normal), isMatchedIn(GetFix(), pose, sample)});
+        placed.push_back({pose * sample.point, pose.Rotate(sample.normal), isMatchedIn(GetFix(), toFix, sample)});
     return placed;
 }
 

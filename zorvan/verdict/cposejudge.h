@@ -100,6 +100,9 @@ public:
     [[nodiscard]] PoseCounts Glance(const CTrafo& pose) const;
     /// The whole weighing, cheapest first: ends with the first finding that refutes the pose.
     [[nodiscard]] PoseVerdict Judge(const CTrafo& pose) const;
+    /// The same by the samples alone: without patches that are disputed, and without the question whether the pose
+    /// slides. What this refutes, Judge refutes.
+    [[nodiscard]] PoseVerdict JudgeCounts(const CTrafo& pose) const;
     /// The finding for such counts, without the question whether the pose slides.
     [[nodiscard]] EFinding Weigh(const PoseCounts& counts) const;
     /// Moves the pose to and fro along each of the three directions that both surfaces together hold least, and returns
@@ -171,7 +174,7 @@ private:
     static void shuffle(Side& side);
     [[nodiscard]] static Hit nearestInImage(const CRangeImage& image, CRangeImage::Pixel at, const Sample& moved);
     [[nodiscard]] Hit nearestInTree(const CScanView& view, const Sample& moved) const;
-    [[nodiscard]] bool isMatchedIn(const CScanView& view, const CTrafo& pose, const Sample& sample) const;
+    [[nodiscard]] bool isMatchedIn(const CScanView& view, const CTrafo& toView, const Sample& sample) const;
     [[nodiscard]] std::span<const Sample> partOf(std::size_t side, std::size_t part) const;
     void countInImage(std::size_t side, std::span<const Sample> samples, const CTrafo& pose, PoseCounts& counts,
                       std::vector<std::uint32_t>& fronts) const;

@@ -6,6 +6,7 @@
 #include <Eigen/Dense>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numbers>
 
@@ -33,21 +34,31 @@ Vector10d termsAt(const Eigen::Vector3d& p)
     return terms;
 }
 
-Eigen::Matrix<double, 10, 3> slopesAt(const Eigen::Vector3d& p)
+/// How the terms grow along one coordinate: all others stay as they are.
+struct Slopes
 {
-    Eigen::Matrix<double, 10, 3> slopes = Eigen::Matrix<double, 10, 3>::Zero();
-    slopes.topRows<3>() = (2.0 * p).asDiagonal();
-    slopes.row(3) << p.y(), p.x(), 0.0;
-    slopes.row(4) << p.z(), 0.0, p.x();
-    slopes.row(5) << 0.0, p.z(), p.y();
-    slopes.middleRows<3>(6).setIdentity();
-    return slopes;
+    std::array<Eigen::Index, 4> terms;
+    Eigen::Vector4d values;
+};
+
+std::array<Slopes, 3> slopesAt(const Eigen::Vector3d& p)
+{
+    return {{{{0, 3, 4, 6}, {2.0 * p.x(), p.y(), p.z(), 1.0}},
+             {{1, 3, 5, 7}, {2.0 * p.y(), p.x(), p.z(), 1.0}},
+             {{2, 4, 5, 8}, {2.0 * p.z(), p.x(), p.y(), 1.0}}}};
 }
 
 /// To first order: the value over its slope.
 double distance(const Vector10d& quadric, const Eigen::Vector3d& p)
 {
-    return std::abs(quadric.dot(termsAt(p))) / (slopesAt(p).transpose() * quadric).norm();
+    double squares = 0.0;
+    for (const Slopes& slopes : slopesAt(p)) {
+        double slope = 0.0;
+        for (std::size_t i = 0; i < 4; ++i)
+            slope += quadric(slopes.terms[i]) * slopes.values(static_cast<Eigen::Index>(i));
+        squares += slope * slope;
+    }
+    return std::abs(quadric.dot(termsAt(p))) / std::sqrt(squares);
 }
 
 /// Least squares of distances to first order: Taubin, PAMI 13 (1991).
@@ -58,9 +69,12 @@ Vector10d fitQuadric(const Points& points)
     Matrix10d slopes = Matrix10d::Zero();
     for (const Eigen::Vector3d& p : points) {
         const Vector10d terms = termsAt(p);
-        const Eigen::Matrix<double, 10, 3> slope = slopesAt(p);
         values += terms * terms.transpose();
-        slopes += slope * slope.transpose();
+        for (const Slopes& along : slopesAt(p))
+            for (std::size_t i = 0; i < 4; ++i)
+                for (std::size_t j = 0; j < 4; ++j)
+                    slopes(along.terms[i], along.terms[j]) +=
+                        along.values(static_cast<Eigen::Index>(i)) * along.values(static_cast<Eigen::Index>(j));
     }
     values += dRidge * values.trace() * Matrix10d::Identity();
     return Eigen::GeneralizedSelfAdjointEigenSolver<Matrix10d>(slopes, values).eigenvectors().col(9);
@@ -181,10 +195,11 @@ std::optional<MatchedEllipsoid> FitEllipsoid(std::span<const CPoseJudge::PlacedS
     return ellipsoid;
 }
 
-std::vector<PoseTwin> FindEllipsoidTwins(const CPoseJudge& judge, const CTrafo& pose)
+std::vector<PoseTwin> FindEllipsoidTwins(const CPoseJudge& judge, const CTrafo& pose,
+                                         std::span<const CPoseJudge::PlacedSample> samples)
 {
     if (!judge.GetFix().HasImage() || !judge.GetFlt().HasImage()) return {};
-    const auto ellipsoid = FitEllipsoid(judge.Place(pose), judge.GetMatchLimit());
+    const auto ellipsoid = FitEllipsoid(samples, judge.GetMatchLimit());
     if (!ellipsoid) return {};
     if (static_cast<double>(ellipsoid->uiOff) > verdict::dTellingShare * static_cast<double>(ellipsoid->uiMatched))
         return {};

@@ -33,7 +33,9 @@ struct MatchedEllipsoid
 /// ellipsoid are tried, each moved to where least contradicts it, since an ellipsoid that was seen in part is known to
 /// a few pixels and degrees. A turn counts when half of what matches lies on the ellipsoid as near as matches do: then
 /// the scans agree with it as well as with one another. One that something contradicts is told: it may be refined.
-/// @param pose  explains the scans
-[[nodiscard]] ZORVAN_API std::vector<PoseTwin> FindEllipsoidTwins(const CPoseJudge& judge, const CTrafo& pose);
+/// @param pose     explains the scans
+/// @param samples  of both scans, placed there: `judge.Place(pose)`
+[[nodiscard]] ZORVAN_API std::vector<PoseTwin> FindEllipsoidTwins(const CPoseJudge& judge, const CTrafo& pose,
+                                                                  std::span<const CPoseJudge::PlacedSample> samples);
 
 } // namespace prereg

@@ -176,14 +176,7 @@ std::string PairVerdict::reasonOfRivals() const
 PairVerdict JudgePoses(const CPoseJudge& judge, std::span<const CTrafo> poses, unsigned uiNumTasks)
 {
     std::vector<PoseVerdict> verdicts(poses.size());
-    Zorvan::CTaskCollection tasks;
-    for (std::size_t task = 0; task < std::max(1U, uiNumTasks); ++task) {
-        tasks.Schedule([&, task] {
-            for (std::size_t i = task; i < poses.size(); i += std::max(1U, uiNumTasks))
-                verdicts[i] = judge.Judge(poses[i]);
-        });
-    }
-    tasks.RunAndWait();
+    Zorvan::ForEachTask(poses.size(), uiNumTasks, [&](std::size_t i) { verdicts[i] = judge.Judge(poses[i]); });
     return DecideOnPoses(judge, poses, std::move(verdicts));
 }
 

@@ -134,6 +134,7 @@ struct Equations
 {
     Matrix6d normal = Matrix6d::Zero();
     Vector6d pull = Vector6d::Zero();
+    double squares = 0.0; ///< of all residuals
 
     Equations(const std::vector<Match>& matches, const Frame& frame)
     {
@@ -141,6 +142,7 @@ struct Equations
             const Vector6d row = frame.Row(match, match.normal);
             normal += row * row.transpose();
             pull += row * match.residual;
+            squares += match.residual * match.residual;
         }
     }
 };
@@ -196,6 +198,19 @@ public:
     }
 
     [[nodiscard]] Eigen::Index GetHeldCount() const { return m_held.cols(); }
+
+    /// Within the held motions, the inverse of the matrix times the vector.
+    [[nodiscard]] Vector6d Solve(const Matrix6d& matrix, const Vector6d& vector) const
+    {
+        constexpr double dFarFromBound = 100.0; // a pivot is no eigenvalue
+        if (m_held.cols() == 6) {
+            const Eigen::LDLT<Matrix6d> factors(matrix);
+            const Vector6d pivots = factors.vectorD();
+            if (pivots.minCoeff() > dFarFromBound * verdict::dPoseLeastHold * pivots.maxCoeff())
+                return factors.solve(vector);
+        }
+        return Inverse(matrix) * vector;
+    }
 
     /// Of the matrix within the held motions.
     [[nodiscard]] Matrix6d Inverse(const Matrix6d& matrix) const
@@ -302,10 +317,18 @@ struct Polished
     std::optional<Ground> ground;
 };
 
-Vector6d stepAt(const Polished& at)
+struct Step
+{
+    Vector6d motion;
+    double inNoise = 0.0; ///< in deviations that the pose would have, were the residuals independent
+};
+
+Step stepAt(const Polished& at)
 {
     const Equations equations(at.matches, at.ground->frame);
-    return -at.ground->held.Inverse(equations.normal) * equations.pull;
+    const Vector6d motion = -at.ground->held.Solve(equations.normal, equations.pull);
+    const double meanSq = equations.squares / static_cast<double>(at.matches.size());
+    return {motion, std::sqrt(std::max(0.0, motion.dot(equations.normal * motion)) / meanSq)};
 }
 
 /// Least-squares steps until they no longer count. What a rough pose leaves far off has to pull until the pose rests:
@@ -324,7 +347,7 @@ Polished settleRoughly(CMatcher& matcher, const CTrafo& start, const Limits& rou
             const Frame frame(at.matches);
             at.ground = Ground{frame, isAllHeld ? CHeldMotions() : CHeldMotions(at.matches, frame, rough)};
         }
-        const Vector6d step = stepAt(at);
+        const Vector6d step = stepAt(at).motion;
         const bool isAtRest = step.norm() <= verdict::dPoseRest * rough.spacing;
         if (isAtRest && !hasWeakHolds && at.ground->held.GetHeldCount() < 6) {
             hasWeakHolds = true;
@@ -341,18 +364,20 @@ Polished settleRoughly(CMatcher& matcher, const CTrafo& start, const Limits& rou
 
 /// The same of a pose at rest, with limits that leave out what noise does not explain. In the end a few points change
 /// their matches to and fro, and the pose with them.
-Polished settleFinely(CMatcher& matcher, Polished at)
+/// @param lastStep  in deviations of independent noise: below it, a step is the last one
+Polished settleFinely(CMatcher& matcher, Polished at, double lastStep = 0.0)
 {
     Vector6d last = Vector6d::Zero();
     for (int i = 0;; ++i) {
         at.matches = matcher.Matches(at.pose, at.limits);
         if (at.matches.size() < verdict::uiMinMatched) return {CTrafo::Invalid(), {}, at.limits, std::nullopt};
-        const Vector6d step = stepAt(at);
+        const auto [step, inNoise] = stepAt(at);
         const bool isToAndFro = step.dot(last) < -0.5 * last.squaredNorm();
         if (isToAndFro || step.norm() < verdict::dPoseLastStep * at.limits.spacing || i == verdict::iPoseMaxSteps)
             return at;
         last = step;
         at.pose = motion(step, at.ground->frame) * at.pose;
+        if (inNoise < lastStep) return at;
         if (step.norm() > verdict::dPoseRest * at.limits.spacing) continue;
         at.limits.residual = std::max(0.5 * at.limits.residual, nextResidual(at.matches, at.limits));
     }
@@ -416,7 +441,7 @@ public:
         steps.reserve(m_patches.size());
         Matrix6d sum = Matrix6d::Zero();
         for (const auto& [key, patch] : m_patches) {
-            steps.push_back(m_held.Inverse(m_hold - patch.hold) * patch.pull);
+            steps.push_back(m_held.Solve(m_hold - patch.hold, patch.pull));
             sum += steps.back() * steps.back().transpose();
         }
         const auto count = static_cast<double>(m_patches.size());
@@ -561,7 +586,8 @@ PoseEstimate EstimatePose(const IPointSet& fix, const IPointSet& flt, const CTra
     CMatcher few(fix, flt, limits, strideOf(flt));
     CMatcher all(fix, flt, limits, 1);
     Polished polished = polish(few, start, limits);
-    polished = polished.pose ? settleFinely(all, std::move(polished)) : polish(all, start, limits);
+    polished =
+        polished.pose ? settleFinely(all, std::move(polished), verdict::dPoseStepInNoise) : polish(all, start, limits);
     return polished.pose ? estimateAt(polished, few) : PoseEstimate{};
 }
 

@@ -26,17 +26,27 @@ using Row = std::array<double, iParameters>;
 
 std::size_t stepFor(std::size_t size, std::size_t probes) { return std::max<std::size_t>(1, size / probes); }
 
+/// Squared distance to the nearest point that lies elsewhere; 0 where there is none.
+float nearestElsewhereSq(const Vector<3>& point, const Zorvan::TKdTree<3, 48>& tree)
+{
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    Zorvan::NearestQuery query{point, -1, infinity};
+    const float nextSq = tree.FindNearestAndNext(query, infinity); // than the point itself
+    if (nextSq > 0.0F) return nextSq < infinity ? nextSq : 0.0F;
+    constexpr int iNeighbours = 8; // of a point that is there more than once
+    std::vector<Zorvan::IndexAndDist> found;
+    tree.FindKNearest(point, found, iNeighbours, std::numeric_limits<float>::max());
+    const auto other = std::find_if(found.begin(), found.end(), [](const auto& hit) { return hit.distSq > 0.0F; });
+    return other == found.end() ? 0.0F : other->distSq;
+}
+
 double medianSpacing(const Vectors& points, const Zorvan::TKdTree<3, 48>& tree)
 {
-    // The search is approximate: with two neighbours it would hardly leave the point's leaf.
-    constexpr int iNeighbours = 8;
-    std::vector<Zorvan::IndexAndDist> found;
     std::vector<double> distances;
     for (std::size_t i = 0; i < points.size(); i += stepFor(points.size(), verdict::uiSpacingProbes)) {
         if (!points[i].IsFinite()) continue;
-        tree.FindKNearest(points[i], found, iNeighbours, std::numeric_limits<float>::max());
-        const auto other = std::find_if(found.begin(), found.end(), [](const auto& hit) { return hit.distSq > 0.0F; });
-        if (other != found.end()) distances.push_back(std::sqrt(static_cast<double>(other->distSq)));
+        const float distSq = nearestElsewhereSq(points[i], tree);
+        if (distSq > 0.0F) distances.push_back(std::sqrt(static_cast<double>(distSq)));
     }
     return distances.empty() ? 0.0 : Zorvan::Median(std::move(distances));
 }

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/verdict/supportplane.h"
 
+#include "zorvan/verdict/normalprobes.h"
+
 #include <Eigen/Eigenvalues>
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace prereg {
@@ -19,18 +22,15 @@ constexpr std::size_t uiLeastPoints = 30; // fewer make no plane that is worth a
 /// The direction that most normals lie within 10 degrees of; zero without normals.
 Vector3 commonestDirection(Points normals)
 {
-    constexpr std::size_t uiProbes = 500;
     constexpr float fAlong = 0.985F;
-    const std::size_t step = std::max<std::size_t>(1, normals.size() / uiProbes);
+    const CNormalProbes probes(normals);
     Vector3 best;
-    std::size_t most = 0;
-    for (std::size_t i = 0; i < normals.size(); i += step) {
-        std::size_t count = 0;
-        for (std::size_t j = 0; j < normals.size(); j += step)
-            count += static_cast<std::size_t>(Dot(normals[j], normals[i]) > fAlong);
+    std::uint32_t most = 0;
+    for (std::size_t i = 0; i < probes.Size(); ++i) {
+        const std::uint32_t count = probes.CountAlong(probes[i], fAlong);
         if (count <= most) continue;
         most = count;
-        best = normals[i];
+        best = probes[i];
     }
     for (const float along : {fAlong, 0.9962F}) { // 10 and 5 degrees
         Vector3 sum;

@@ -26,7 +26,7 @@ struct AlignOptions
                                       ///< refined; invalid: the pose is searched for
     std::optional<double> dGrid = {}; ///< point distance (mm) that all settings grow with; nothing: see ChooseSettings
     bson::object settings = {};       ///< replace the automatic ones; see ReadSettingsText
-    unsigned uiNumTasks = 1;          ///< threads that compute features; the result does not depend on it
+    unsigned uiNumTasks = 1;          ///< at most so many threads; the result does not depend on it
     GpuContext gpu = nullptr;         ///< computes the features, unless null
     double dMmPerUnit = 1.0;          ///< unit of the lengths in words
     SensorKnowledge fixSensor = {};   ///< of the fixed scan, in its coordinates; what is left out is measured

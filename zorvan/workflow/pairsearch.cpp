@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/pairsearch.h"
 
+#include "zorvan/platform/ctaskcollection.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/textnumber.h"
 #include "zorvan/workflow/autosettings.h"
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <memory>
@@ -45,8 +47,12 @@ PairSearchResult SearchPair(const Zorvan::SurfelScan& fixScan, const Zorvan::Sur
 {
     const ConfigurationFPFH searchConfig = SettingsForSearch(config);
     const auto start = Clock::now();
-    const SetPtr fix = computeFeatures(fixScan, searchConfig, options);
-    const SetPtr flt = computeFeatures(fltScan, searchConfig, options);
+    const std::array<const Zorvan::SurfelScan*, 2> scans{&fixScan, &fltScan};
+    std::array<SetPtr, 2> sets;
+    // A compute device takes one scan after the other.
+    Zorvan::ForEachTask(scans.size(), options.gpu ? 1 : options.uiNumTasks,
+                        [&](std::size_t i) { sets[i] = computeFeatures(*scans[i], searchConfig, options); });
+    const auto& [fix, flt] = sets;
     const auto featuresDone = Clock::now();
     CJudgedSearch search({fix, options.fixView}, {flt, options.fltView}, searchConfig, SettingsForRefinement(config));
     search.RequireLimits(options.areLimitsRequired);

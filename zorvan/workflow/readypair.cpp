@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/readypair.h"
 
+#include "zorvan/platform/ctaskcollection.h"
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/scans/meshsampling.h"
 #include "zorvan/scans/ringsurface.h"
@@ -8,6 +9,7 @@
 #include "zorvan/scans/spunsensor.h"
 #include "zorvan/workflow/sensorbeside.h"
 
+#include <array>
 #include <cmath>
 #include <utility>
 
@@ -45,19 +47,21 @@ void CReadyPair::Side::MakeSet()
 CReadyPair::CReadyPair(const Zorvan::SurfelScan& fix, const Zorvan::SurfelScan& flt, const AlignOptions& options)
     : m_fix{&fix, sensorOf(fix, options.fixSensor)}, m_flt{&flt, sensorOf(flt, options.fltSensor)}
 {
-    for (Side* side : {&m_fix, &m_flt}) {
-        if (side->IsModel()) continue;
-        sampleRings(*side);
-        side->MakeView();
-    }
+    const std::array<Side*, 2> sides{&m_fix, &m_flt};
+    Zorvan::ForEachTask(sides.size(), options.uiNumTasks, [&](std::size_t i) {
+        if (sides[i]->IsModel()) return;
+        sampleRings(*sides[i]);
+        sides[i]->MakeView();
+    });
     m_settings = m_fix.set || m_flt.set ? ChoosePairSettings(m_fix.set.get(), m_flt.set.get(), options.dGrid,
                                                              m_fix.GetSampling(), m_flt.GetSampling())
                                         : settingsByArea(fix.model, options.dGrid);
-    for (Side* side : {&m_fix, &m_flt}) {
+    for (Side* side : sides) {
         if (!side->IsModel()) continue;
         sample(*side);
         side->MakeView();
     }
+    for (const Side* side : sides) m_words += (m_words.empty() || side->words.empty() ? "" : "; ") + side->words;
 }
 
 /// Along a ring points are dense and their noise large, across it they are sparse: the surface between the rings is
@@ -79,9 +83,8 @@ void CReadyPair::sampleRings(Side& side)
     side.sampled.shift = scan.shift;
     side.sampled.sensor = scan.sensor;
     side.sensor.isEven = true;
-    m_words += (m_words.empty() ? "" : "; ") + Zorvan::ToShown(scan.file.filename().string()) + " lies on " +
-               std::to_string(rings->rings.size()) + " rings: " + std::to_string(side.sampled.points.size()) +
-               " points of the surface between them";
+    side.words = Zorvan::ToShown(scan.file.filename().string()) + " lies on " + std::to_string(rings->rings.size()) +
+                 " rings: " + std::to_string(side.sampled.points.size()) + " points of the surface between them";
     side.MakeSet();
 }
 
@@ -97,8 +100,8 @@ void CReadyPair::sample(Side& side)
                                   "give both in the same unit, or a finer --grid");
     side.sensor = {.isSurface = true};
     side.MakeSet();
-    m_words += (m_words.empty() ? "" : "; ") + Zorvan::ToShown(side.scan->file.filename().string()) +
-               " is a model: " + std::to_string(side.sampled.points.size()) + " points on its surface";
+    side.words = Zorvan::ToShown(side.scan->file.filename().string()) +
+                 " is a model: " + std::to_string(side.sampled.points.size()) + " points on its surface";
 }
 
 } // namespace prereg

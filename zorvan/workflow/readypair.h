@@ -38,6 +38,7 @@ private:
         Zorvan::SurfelScan sampled = {}; ///< of a model, or of the surface between the rings of a spinning sensor
         std::unique_ptr<CPointSet> set = {};
         std::shared_ptr<const CScanView> view = {};
+        std::string words = {}; ///< see GetWords
 
         [[nodiscard]] bool IsModel() const { return !scan->model.faces.empty(); }
         [[nodiscard]] const Zorvan::SurfelScan& Get() const { return sampled.points.empty() ? *scan : sampled; }
@@ -48,7 +49,7 @@ private:
     };
 
     void sample(Side& side);
-    void sampleRings(Side& side);
+    static void sampleRings(Side& side);
 
     Side m_fix;
     Side m_flt;
