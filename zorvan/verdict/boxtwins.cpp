@@ -23,6 +23,7 @@ using Samples = std::vector<CPoseJudge::PlacedSample>;
 
 constexpr float fAlong = 0.985F;      // cosine of 10 degrees: on a face of the box
 constexpr float fAlongRough = 0.966F; // of 15 degrees: where face and edge meet
+constexpr double dFirstStep = 1.5;    // pixels: as well as the faces of the box are known
 
 /// One of the six directions that the faces of a box look in.
 struct Side
@@ -208,19 +209,37 @@ std::vector<CTrafo> turnsOf(const Box& box)
     return turns;
 }
 
+/// Counts at a pose, or nothing where more than so many samples contradict it.
+using Counter = std::function<std::optional<PoseCounts>(const CTrafo& pose, unsigned uiMost)>;
+
 /// Moves a twin to and fro along an axis of the box where that leaves fewer contradictions.
-bool settleAlong(const CPoseJudge& judge, const Vector3& axis, double step, PoseTwin& twin)
+bool settleAlong(const Counter& count, const Vector3& axis, double step, PoseTwin& twin)
 {
     bool isBetter = false;
     for (const double distance : {-step, step}) {
         const CTrafo moved = twin.pose.Translate(axis * static_cast<float>(distance));
         if (twin.counts.Contradictions() == 0) break;
-        const auto counts = judge.CountWithin(moved, twin.counts.Contradictions() - 1);
+        const auto counts = count(moved, twin.counts.Contradictions() - 1);
         if (!counts) continue;
         twin = {moved, *counts};
         isBetter = true;
     }
     return isBetter;
+}
+
+/// The same along all axes, until it gets no better. Returns whether the twin is not hopeless then: of its samples no
+/// more than a share contradict it.
+bool settleBySteps(const Counter& count, const Box& box, double step, double dMostShare, PoseTwin& twin)
+{
+    constexpr int iRounds = 3;
+    bool isBetter = true;
+    for (int round = 0; round < iRounds && isBetter; ++round) {
+        isBetter = false;
+        for (const Vector3& axis : box.axes)
+            if (IsTwinContradicted(twin.counts)) isBetter = settleAlong(count, axis, step, twin) || isBetter;
+        if (twin.counts.Contradictions() > dMostShare * twin.counts.uiSamples) return false;
+    }
+    return true;
 }
 
 /// Moves a twin along the axes that are open to where the least contradicts it. Where both scans show the same side in
@@ -243,18 +262,10 @@ PoseTwin apart(const CPoseJudge& judge, const Box& box, PoseTwin twin)
     return twin;
 }
 
-/// Part of the samples will do where it shows twice as much as is too much.
-bool isHopelessAtAGlance(const CPoseJudge& judge, const CTrafo& pose)
-{
-    const PoseCounts counts = judge.Glance(pose);
-    return counts.Contradictions() > 2.0 * verdict::dHopelessTwin * counts.uiSamples;
-}
-
 /// Nothing where too much contradicts it.
 std::optional<PoseTwin> placed(const CPoseJudge& judge, const Box& box, const CTrafo& pose)
 {
     const auto most = static_cast<unsigned>(verdict::dHopelessTwin * judge.GetNumSamples());
-    if (!box.IsOpen() && isHopelessAtAGlance(judge, pose)) return std::nullopt;
     if (box.IsOpen()) {
         const PoseTwin twin = apart(judge, box, {pose, judge.Count(pose)});
         return twin.counts.Contradictions() <= most ? std::optional(twin) : std::nullopt;
@@ -263,25 +274,32 @@ std::optional<PoseTwin> placed(const CPoseJudge& judge, const Box& box, const CT
     return counts ? std::optional(PoseTwin{pose, *counts}) : std::nullopt;
 }
 
+/// Most turns of most objects are far from a twin: an eighth of the samples shows it, before and after the first steps,
+/// where it is twice as much as is too much.
+bool isHopelessAtAGlance(const CPoseJudge& judge, const Box& box, const CTrafo& pose)
+{
+    if (box.IsOpen()) return false; // the twin may lie far off
+    const Counter count = [&judge](const CTrafo& moved, unsigned uiMost) {
+        const PoseCounts counts = judge.CountPart(moved);
+        return counts.Contradictions() <= uiMost ? std::optional(counts) : std::nullopt;
+    };
+    PoseTwin twin{pose, judge.CountPart(pose)};
+    if (twin.counts.Contradictions() > 2.0 * verdict::dHopelessTwin * twin.counts.uiSamples) return true;
+    return !settleBySteps(count, box, dFirstStep * judge.GetPixelSize(), 2.0 * verdict::dHopelessSettledTwin, twin);
+}
+
 /// The twin at a pose, moved until nothing contradicts it, since the faces of the box are known to a pixel or two. No
 /// further: where no surface is shared, nothing holds it. Nothing where too much contradicts it from the start, or
 /// still after the first steps.
 std::optional<PoseTwin> settled(const CPoseJudge& judge, const Box& box, const CTrafo& pose)
 {
-    constexpr int iRounds = 3;
+    if (isHopelessAtAGlance(judge, box, pose)) return std::nullopt;
     std::optional<PoseTwin> found = placed(judge, box, pose);
     if (!found) return std::nullopt;
-    PoseTwin& twin = *found;
-    for (const double pixels : {1.5, 0.75, 0.4}) {
-        bool isBetter = true;
-        for (int round = 0; round < iRounds && isBetter; ++round) {
-            isBetter = false;
-            for (const Vector3& axis : box.axes)
-                if (IsTwinContradicted(twin.counts))
-                    isBetter = settleAlong(judge, axis, pixels * judge.GetPixelSize(), twin) || isBetter;
-            if (twin.counts.Contradictions() > verdict::dHopelessSettledTwin * twin.counts.uiSamples)
-                return std::nullopt;
-        }
+    const Counter count = [&judge](const CTrafo& moved, unsigned uiMost) { return judge.CountWithin(moved, uiMost); };
+    for (const double pixels : {dFirstStep, 0.75, 0.4}) {
+        const double step = pixels * judge.GetPixelSize();
+        if (!settleBySteps(count, box, step, verdict::dHopelessSettledTwin, *found)) return std::nullopt;
     }
     return found;
 }

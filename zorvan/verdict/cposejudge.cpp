@@ -220,7 +220,7 @@ std::span<const CPoseJudge::Sample> CPoseJudge::partOf(std::size_t side, std::si
     return all.subspan(first, firstOfPart(all.size(), part + 1) - first);
 }
 
-CPoseJudge::Hit CPoseJudge::nearestInImage(const CRangeImage& image, CRangeImage::Pixel at, const Sample& moved)
+inline CPoseJudge::Hit CPoseJudge::nearestInImage(const CRangeImage& image, CRangeImage::Pixel at, const Sample& moved)
 {
     Hit hit;
     const detail::NearestPixel nearest = detail::FindNearestPixel(image, at, moved.point);
@@ -382,6 +382,14 @@ std::optional<PoseCounts> CPoseJudge::CountWithin(const CTrafo& pose, unsigned u
     return counts;
 }
 
+PoseCounts CPoseJudge::CountPart(const CTrafo& pose) const
+{
+    PoseCounts counts;
+    Fronts fronts;
+    if (pose) countParts(pose, 0, 1, counts, fronts);
+    return counts;
+}
+
 PoseCounts CPoseJudge::Glance(const CTrafo& pose) const
 {
     constexpr unsigned uiEnough = 2000;
@@ -506,17 +514,11 @@ int CPoseJudge::MinSlideGrowth() const
 
 int CPoseJudge::SlideGrowth(const CTrafo& pose, const PoseCounts& at) const
 {
-    const auto misfitsOfPart = [&](const CTrafo& moved) {
-        PoseCounts counts;
-        Fronts fronts;
-        countParts(moved, 0, 1, counts, fronts);
-        return counts.Misfits();
-    };
     constexpr std::size_t uiDirections = 3;
     const int iEnough = MinSlideGrowth();
-    const int before = misfitsOfPart(pose);
+    const int before = CountPart(pose).Misfits();
     const auto growthAt = [&](const CTrafo& moved, int weight) {
-        const int growth = weight * (misfitsOfPart(moved) - before);
+        const int growth = weight * (CountPart(moved).Misfits() - before);
         return growth < iEnough ? weight * (Count(moved).Misfits() - at.Misfits()) : growth;
     };
     const CHoldAt hold(*this, pose);

@@ -96,6 +96,8 @@ public:
     [[nodiscard]] PoseCounts Count(const CTrafo& pose) const;
     /// The same, or nothing where more samples than these contradict the pose: found out on part of them.
     [[nodiscard]] std::optional<PoseCounts> CountWithin(const CTrafo& pose, unsigned uiMostContradictions) const;
+    /// The counts on an eighth of the samples, which cover the scans.
+    [[nodiscard]] PoseCounts CountPart(const CTrafo& pose) const;
     /// The counts on so many samples that shares are good to a percent or two: for choosing what to refine.
     [[nodiscard]] PoseCounts Glance(const CTrafo& pose) const;
     /// The whole weighing, cheapest first: ends with the first finding that refutes the pose.

@@ -102,6 +102,7 @@ struct Frame
 {
     Eigen::Vector3d centre = Eigen::Vector3d::Zero();
     double radius = 1.0;
+    double perRadius = 1.0;
 
     explicit Frame(const std::vector<Match>& matches)
     {
@@ -110,13 +111,14 @@ struct Frame
         double sum = 0.0;
         for (const Match& match : matches) sum += (match.moved - centre).squaredNorm() / count;
         if (sum > 0.0) radius = std::sqrt(sum);
+        perRadius = 1.0 / radius;
     }
 
     /// How a residual along `normal` changes with the motion; turns in units of 1 / radius.
     [[nodiscard]] Vector6d Row(const Match& match, const Eigen::Vector3d& normal) const
     {
         Vector6d row;
-        row << (match.moved - centre).cross(normal) / radius, normal;
+        row << (match.moved - centre).cross(normal) * perRadius, normal;
         return row;
     }
 
