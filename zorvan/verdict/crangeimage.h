@@ -146,8 +146,8 @@ private:
     void computeCeilings();
     void computeDistances();
     void findCuts(const Vectors& points);
-    /// Rows whose surface comes within half a pixel of the left end of all, of the right end; and columns, of the bottom
-    /// and the top.
+    /// Rows whose surface comes within half a pixel of the left end of all, of the right end; and columns, of the
+    /// bottom and the top.
     [[nodiscard]] std::array<int, 4> countOutermost(const Vectors& points) const;
     void computeCompleteness();
     void findGaps();

@@ -48,7 +48,7 @@ constexpr double dMinFilledNeighbours = 6.5; ///< of 8, in the mean over filled 
 constexpr double dShadowDegrees = 30.0;      ///< between camera and light of a triangulating sensor
 /// A side of the image that so many lines of surface reach within half a pixel, where hardly more do three pixels
 /// further in, may be the end of the field of view, and the other sides too. So are the sides of 400 of 400 views of a
-/// virtual jaw, 36 of 36 of parts on a table, and 3 of 261 of the bunny, figures and parts.
+/// virtual jaw, 24 of 24 of parts on a table, and 3 of 262 of the bunny, figures and other parts.
 constexpr int iMinCutPixels = 15;
 constexpr double dMinCutStraightness = 0.8;
 
