@@ -197,6 +197,22 @@ TEST(CRangeImage, DoesNotMissWhatLiesBeyondTheFieldOfView)
     EXPECT_TRUE(isMissing(-12.0F, -12.0F)); // in view, beside the surface
 }
 
+TEST(CRangeImage, KnowsTheFieldOfViewWhereverItsEndFallsInAPixel)
+{
+    const auto cut = [](float x, float y) { return x > 8.0F ? NAN : support::Waves(x, y); };
+    support::Surface scan = support::RasterScan(cut, 20.0F, 0.5F);
+    std::mt19937 rng(47110815);
+    std::uniform_real_distribution<float> thinned(-0.1F, 0.1F); // points that stand for two are not on the raster
+    for (Vector3& p : scan.points) p.x += thinned(rng);
+    for (float spacing = 0.48F; spacing < 0.52F; spacing += 0.002F) { // from one pixel to the next but one
+        const CRangeImage image = imageOf(scan, spacing);
+        const Pixel beyond = image.PixelAt(image.GetFrame() * Vector3(-17.0F, 0.0F, 0.0F));
+        EXPECT_FALSE(image.IsMissing(beyond, 8.0F, 2.5F)) << spacing;
+        const CRangeImage whole = imageOf(support::RasterScan(support::Waves, 20.0F, 0.5F), spacing);
+        EXPECT_TRUE(whole.IsMissing(beyond, 8.0F, 2.5F)) << spacing;
+    }
+}
+
 TEST(CRangeImage, WidensItsPixelsForLinesOfASpinningSensor)
 {
     support::Surface lines;

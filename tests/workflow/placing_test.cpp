@@ -103,6 +103,29 @@ TEST(Placing, GlancesAtSomeOfManyForThoseThatAreLeftOver)
     }
 }
 
+TEST(Placing, SearchesManyWhereTheyAreLikelyToMeet)
+{
+    constexpr std::size_t uiLoner = 5;
+    constexpr std::size_t uiNeighbour = 90; // far away in the list
+    for (const EPairEffort eEffort : {EPairEffort::Glances, EPairEffort::All}) {
+        for (const bool isSuggested : {false, true}) {
+            CPuzzle puzzle(std::vector<float>(100));
+            puzzle.FindTrue(uiLoner, uiNeighbour);
+            for (std::size_t other = 40; other < 80; ++other) puzzle.Suggest(uiLoner, other, 2.0);
+            if (isSuggested) puzzle.Suggest(uiLoner, uiNeighbour, 3.0);
+            Placing start = Placing::Apart(100);
+            std::ranges::fill(start.group, 0U);
+            start.group[uiLoner] = uiLoner;
+            const Placing placing = PlaceScans(puzzle, start, Zorvan::Hooks::None(), eEffort);
+            const bool isFound = isSuggested || eEffort == EPairEffort::All;
+            EXPECT_EQ(placing.group[uiLoner] == 0, isFound);
+            if (!isSuggested) continue;
+            const ScanPair first = placing.searched.front();
+            EXPECT_TRUE(first == ScanPair(uiLoner, uiNeighbour)) << first.first << " and " << first.second;
+        }
+    }
+}
+
 TEST(Placing, NeverPutsInAScanThatTheOthersContradict)
 {
     CPuzzle puzzle({0, 1, 2, 3});

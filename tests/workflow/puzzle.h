@@ -44,11 +44,18 @@ public:
     void PutFar(std::size_t a, std::size_t b) { m_far.insert({a, b}); }
     /// Scans without common surface: they say nothing of their true pose.
     void Part(std::size_t a, std::size_t b) { m_apart.insert({a, b}); }
-    /// Of these, how many were weighed nevertheless.
+    /// What looks alike before it is searched.
+    void Suggest(std::size_t a, std::size_t b, double votes)
+    {
+        m_likely.resize(m_truth.size());
+        m_likely[a][b] = m_likely[b][a] = votes;
+    }
+    /// Of scans put far, how many pairs were weighed nevertheless.
     [[nodiscard]] std::size_t GetNumFarWeighed() const { return m_farWeighed; }
     [[nodiscard]] const std::map<ScanPair, prereg::PairFinding>& GetFindings() const { return m_findings; }
 
     [[nodiscard]] std::size_t GetNumScans() const override { return m_truth.size(); }
+    [[nodiscard]] prereg::LikelyScans FindLikely() const override { return m_likely; }
     [[nodiscard]] bool IsWorthAGlance(ScanPair) const override { return true; }
     [[nodiscard]] std::vector<prereg::PairFinding> Search(std::span<const ScanPair> pairs, bool,
                                                           const Zorvan::Hooks&) override
@@ -96,6 +103,7 @@ private:
     std::vector<float> m_truth;
     std::map<ScanPair, prereg::PairFinding> m_findings;
     std::map<ScanPair, float> m_alsoRight;
+    prereg::LikelyScans m_likely;
     std::set<ScanPair> m_apart;
     std::set<ScanPair> m_far;
     mutable std::size_t m_farWeighed = 0;

@@ -259,7 +259,7 @@ CRangeImage::CRangeImage(const Vectors& points, const Vectors& normals, const Ve
         m_pixel *= static_cast<float>(verdict::dPixelGrowth);
         setFrame(points);
     }
-    findCuts();
+    findCuts(points);
     closeSinglePixels();
     storeSurfels(points, normals);
     findSteepSectors();
@@ -423,7 +423,7 @@ void CRangeImage::computeDistances()
     for (float& outside : m_outside) outside = 0.0F - outside;
 }
 
-void CRangeImage::findCuts()
+void CRangeImage::findCuts(const Vectors& points)
 {
     // Where the field of view ends, the surface ends in a straight line along the raster: as long as the line a little
     // further in. A silhouette that only touches the box grows longer inwards.
@@ -437,16 +437,43 @@ void CRangeImage::findCuts()
         const auto first = m_indices.begin() + static_cast<std::ptrdiff_t>(Index({0, y}));
         return m_width - static_cast<int>(std::count(first, first + m_width, uiNone));
     };
-    const auto isStraight = [](int outer, int inner) -> bool {
-        return outer >= verdict::iMinCutPixels && outer >= verdict::dMinCutStraightness * inner;
-    };
     const int right = m_width - 1 - iMargin;
     const int top = m_height - 1 - iMargin;
+    const std::array<int, 4> inner = {filledInColumn(iMargin + iInwards), filledInColumn(right - iInwards),
+                                      filledInRow(iMargin + iInwards), filledInRow(top - iInwards)};
+    const std::array<int, 4> outer = countOutermost(points);
     // Where it cuts one side it may cut the others as well, with hardly any surface there to show it.
-    m_isPartial = isStraight(filledInColumn(iMargin), filledInColumn(iMargin + iInwards)) ||
-                  isStraight(filledInColumn(right), filledInColumn(right - iInwards)) ||
-                  isStraight(filledInRow(iMargin), filledInRow(iMargin + iInwards)) ||
-                  isStraight(filledInRow(top), filledInRow(top - iInwards));
+    for (std::size_t side = 0; side < outer.size(); ++side)
+        m_isPartial = m_isPartial || (outer[side] >= verdict::iMinCutPixels &&
+                                      outer[side] >= verdict::dMinCutStraightness * inner[side]);
+}
+
+std::array<int, 4> CRangeImage::countOutermost(const Vectors& points) const
+{
+    // Not the pixels of the outermost column: of a box that ends somewhere within its last one they hold a sliver, and
+    // miss half of a straight line that noise or thinning moves by a tenth of a pixel.
+    const auto [low, high] = boxOf(points, m_frame);
+    const float reach = 0.5F * m_pixel;
+    const auto numRows = static_cast<std::size_t>(m_height);
+    const auto numColumns = static_cast<std::size_t>(m_width);
+    std::array<std::vector<std::uint8_t>, 4> isReached;
+    for (std::size_t side = 0; side < isReached.size(); ++side)
+        isReached[side].assign(side < 2 ? numRows : numColumns, 0);
+    for (const Vector3& point : points) {
+        if (!point.IsFinite()) continue;
+        const Vector3 p = m_frame * point;
+        const Pixel at = clamped(PixelAt(p));
+        const auto row = static_cast<std::size_t>(at.y);
+        const auto column = static_cast<std::size_t>(at.x);
+        isReached[0][row] |= static_cast<std::uint8_t>(p.x < low.x + reach);
+        isReached[1][row] |= static_cast<std::uint8_t>(p.x > high.x - reach);
+        isReached[2][column] |= static_cast<std::uint8_t>(p.y < low.y + reach);
+        isReached[3][column] |= static_cast<std::uint8_t>(p.y > high.y - reach);
+    }
+    std::array<int, 4> counts{};
+    for (std::size_t side = 0; side < counts.size(); ++side)
+        counts[side] = static_cast<int>(std::count(isReached[side].begin(), isReached[side].end(), 1));
+    return counts;
 }
 
 void CRangeImage::computeCompleteness()

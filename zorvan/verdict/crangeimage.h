@@ -145,7 +145,10 @@ private:
     void findSteepSectors();
     void computeCeilings();
     void computeDistances();
-    void findCuts();
+    void findCuts(const Vectors& points);
+    /// Rows whose surface comes within half a pixel of the left end of all, of the right end; and columns, of the
+    /// bottom and the top.
+    [[nodiscard]] std::array<int, 4> countOutermost(const Vectors& points) const;
     void computeCompleteness();
     void findGaps();
     /// Between such surface, by its place in the flat arrays, along four lines and four more.

@@ -34,7 +34,7 @@ FeaturePoint pointOf(const CPointFeatureHistogram& histogram)
 
 /// Calls `work(i)` for 0 to count - 1, side by side.
 template <class Work>
-void forEach(std::size_t count, const CSession::Group& group, const Work& work)
+void forEach(std::size_t count, const CClusterRegistration::Group& group, const Work& work)
 {
     const std::size_t step = std::min<std::size_t>(count, group->GetMaxConcurrency());
     std::vector<std::future<void>> jobs;
@@ -92,7 +92,7 @@ struct Keys
     std::vector<FeaturePoint> features;
     std::vector<std::size_t> scans;
 
-    Keys(std::span<const CFPFHPointSet* const> sets, double apart, const CSession::Group& group)
+    Keys(std::span<const CFPFHPointSet* const> sets, double apart, const CClusterRegistration::Group& group)
     {
         std::vector<CPointFeatureHistogram> means(sets.size());
         forEach(sets.size(), group, [&](std::size_t i) { means[i] = meanOf(*sets[i]); });
@@ -216,7 +216,7 @@ private:
 } // namespace
 
 LikelyScans FindLikelyScans(std::span<const CFPFHPointSet* const> sets, double dFeatureRadius,
-                            const CSession::Group& group)
+                            const CClusterRegistration::Group& group)
 {
     const Keys keys(sets, 0.5 * dFeatureRadius, group);
     const CFPFHPointSet::FeatureTree tree(keys.features.data(), keys.features.size());

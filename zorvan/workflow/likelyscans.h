@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "zorvan/clusterregistration/cclusterregistration.h"
 #include "zorvan/features/cfpfhpointset.h"
 #include "zorvan/workflow/export.h"
-#include "zorvan/workflow/session.h"
 
 #include <cstddef>
 #include <map>
@@ -24,7 +24,8 @@ using LikelyScans = std::vector<std::map<std::size_t, double>>;
 /// @param group           where scans are looked at side by side; the result does not depend on it
 /// Patches of a wall, two threads: 0.09 s for 100, 0.49 s for 400.
 [[nodiscard]] ZORVAN_WORKFLOW_API LikelyScans FindLikelyScans(std::span<const CFPFHPointSet* const> sets,
-                                                              double dFeatureRadius, const CSession::Group& group);
+                                                              double dFeatureRadius,
+                                                              const CClusterRegistration::Group& group);
 
 /// Sorts scans into blocks of those that are likely to share surface. A block grows from a scan of an earlier one and
 /// what is around that; then each time by the scan that has most votes for one in the block.

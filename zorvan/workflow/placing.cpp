@@ -127,29 +127,59 @@ private:
 
     // Searching -----------------------------------------------------------------------------------------------------
 
-    /// The next few pairs: neighbours in the list first, all cheaply before any thoroughly; none that would say no more
-    /// than another one of the batch. The size does not depend on the threads, so that neither does the result.
+    /// The next few pairs, all cheaply before any thoroughly. @return whether there was one
     bool searchMore()
     {
-        constexpr std::size_t uiBatch = 8;
         for (const bool isThorough : {false, true}) {
             if (isThorough && m_eEffort == EPairEffort::Glances) break;
-            std::vector<ScanPair> batch;
-            Members linked = m_state.group;
-            for (std::size_t step = 1; step < linked.size() && batch.size() < uiBatch; ++step) {
-                for (std::size_t a = 0; a + step < linked.size() && batch.size() < uiBatch; ++a) {
-                    const ScanPair pair{a, a + step};
-                    if (linked[pair.first] == linked[pair.second] || !isOpen(pair, isThorough)) continue;
-                    std::replace(linked.begin(), linked.end(), std::size_t{linked[pair.second]},
-                                 std::size_t{linked[pair.first]});
-                    batch.push_back(pair);
-                }
-            }
+            const std::vector<ScanPair> batch = nextPairs(isThorough);
             if (batch.empty()) continue;
             search(batch, isThorough);
             return true;
         }
         return false;
+    }
+
+    /// The likely ones first, then neighbours in the list; none that would say no more than another one of the batch.
+    /// The size does not depend on the threads, so that neither does the result.
+    [[nodiscard]] std::vector<ScanPair> nextPairs(bool isThorough)
+    {
+        constexpr std::size_t uiBatch = 8;
+        std::vector<ScanPair> batch;
+        Members linked = m_state.group;
+        const auto consider = [&](ScanPair pair) {
+            if (linked[pair.first] == linked[pair.second] || !isOpen(pair, isThorough)) return;
+            std::replace(linked.begin(), linked.end(), std::size_t{linked[pair.second]},
+                         std::size_t{linked[pair.first]});
+            batch.push_back(pair);
+        };
+        for (const ScanPair& pair : likelyPairs()) {
+            if (batch.size() == uiBatch) return batch;
+            consider(pair);
+        }
+        for (std::size_t step = 1; step < linked.size(); ++step) {
+            for (std::size_t a = 0; a + step < linked.size(); ++a) {
+                if (batch.size() == uiBatch) return batch;
+                consider({a, a + step});
+            }
+        }
+        return batch;
+    }
+
+    /// By what speaks for them, then by their distance in the list. None where each scan can be searched with all
+    /// others: then the order hardly matters.
+    const std::vector<ScanPair>& likelyPairs()
+    {
+        const bool isOfUse = m_state.group.size() > uiMaxSearches + 1 && names().size() > 1;
+        if (!m_likely.empty() || !isOfUse) return m_likely;
+        std::vector<std::tuple<double, std::size_t, ScanPair>> order;
+        const LikelyScans likely = m_pairs.FindLikely();
+        for (std::size_t a = 0; a < likely.size(); ++a)
+            for (const auto& [b, votes] : likely[a])
+                if (a < b) order.emplace_back(-votes, b - a, ScanPair{a, b});
+        std::ranges::sort(order);
+        for (const auto& entry : order) m_likely.push_back(std::get<ScanPair>(entry));
+        return m_likely;
     }
 
     [[nodiscard]] bool isOpen(ScanPair pair, bool isThorough) const
@@ -442,6 +472,7 @@ private:
     EPairEffort m_eEffort;
     Placing m_state;
     CPlacingWeigher m_weigher;
+    std::vector<ScanPair> m_likely;               ///< once it was asked for
     std::map<std::size_t, std::size_t> m_looks;   ///< searches of each scan
     std::map<std::size_t, std::size_t> m_settled; ///< pairs of each scan that no search would say more of
     std::map<std::pair<Members, Members>, std::pair<std::size_t, JoinDecision>> m_decisions;

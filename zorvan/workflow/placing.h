@@ -6,6 +6,7 @@
 #include "zorvan/verdict/cposejudge.h"
 #include "zorvan/verdict/pairverdict.h"
 #include "zorvan/workflow/export.h"
+#include "zorvan/workflow/likelyscans.h"
 
 #include <cstddef>
 #include <optional>
@@ -63,6 +64,8 @@ public:
     /// @return            one a pair; fewer when the hooks stop it
     [[nodiscard]] virtual std::vector<PairFinding> Search(std::span<const ScanPair> pairs, bool isThorough,
                                                           const Zorvan::Hooks& hooks) = 0;
+    /// Of many scans: which may share surface, as far as that can be told without a search.
+    [[nodiscard]] virtual LikelyScans FindLikely() const = 0;
     /// Whether the cheap search may find something.
     [[nodiscard]] virtual bool IsWorthAGlance(ScanPair pair) const = 0;
     /// Weighs poses, one a pair. Each may be off by what a chain of poses adds up to.
@@ -115,10 +118,10 @@ struct Placing
 /// What pairs between groups may cost.
 enum class EPairEffort
 {
-    Glances, ///< cheap searches, each scan with a few others, one apart from most with 31, its neighbours in the list
-             ///< first: for what a merge of the first pairs that fit has left over
+    Glances, ///< cheap searches, each scan with a few others, one apart from most with 31: for what a merge of the
+             ///< first pairs that fit has left over
     All      ///< cheap searches of all pairs, and thorough ones where these find nothing; of the latter each scan has
-        ///< 31 that it wants, with its neighbours in the list first, so that of up to 32 scans all pairs are searched
+             ///< 31 that it wants, so that of up to 32 scans all pairs are searched
 };
 
 /// Puts scans into common frames, so that all pairs of a group agree, not only those that were found.
@@ -128,6 +131,9 @@ enum class EPairEffort
 /// a near symmetry of the object suggests, is worse by a margin. Ambiguous pairs wait until the scans around them
 /// decide. At the end each scan is weighed against all others once more; one that they refute is taken out, and one
 /// that fits better elsewhere moves there. What stays out has no place, or several.
+///
+/// Pairs are searched in the order of the list, neighbours first; of more than 32 scans those first that are likely to
+/// share surface.
 ///
 /// @param start  groups to go on with: they are weighed first, and what does not hold is taken out; pairs that it says
 ///               were searched are not searched again

@@ -70,6 +70,13 @@ CScanPairs::CScanPairs(const CSession& session, CSession::Group group)
     for (std::future<void>& job : done) job.get();
 }
 
+LikelyScans CScanPairs::FindLikely() const
+{
+    std::vector<const CFPFHPointSet*> sets;
+    for (const Scan& scan : m_scans) sets.push_back(scan.searched.set.get());
+    return FindLikelyScans(sets, m_config.dFeatureRadius, m_group);
+}
+
 bool CScanPairs::IsWorthAGlance(ScanPair pair) const
 {
     return !m_scans[pair.first].isPlane && !m_scans[pair.second].isPlane;

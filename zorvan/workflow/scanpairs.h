@@ -27,6 +27,7 @@ public:
     [[nodiscard]] std::size_t GetNumScans() const override { return m_scans.size(); }
     [[nodiscard]] std::vector<PairFinding> Search(std::span<const ScanPair> pairs, bool isThorough,
                                                   const Zorvan::Hooks& hooks) override;
+    [[nodiscard]] LikelyScans FindLikely() const override;
     [[nodiscard]] bool IsWorthAGlance(ScanPair pair) const override;
     [[nodiscard]] std::vector<PairEvidence> Weigh(std::span<const std::pair<ScanPair, CTrafo>> poses) const override;
     [[nodiscard]] bool MayMeet(ScanPair pair, const CTrafo& pose) const override;
