@@ -21,9 +21,10 @@ class CBall
 public:
     using IsLost = std::function<bool(const Vector3& point)>; ///< in the frame of the ball
 
-    void See(float degrees, const IsLost& isLost)
+    /// @param axis  in the equator, to turn the ball about
+    void See(float degrees, const IsLost& isLost, const Vector3& axis = {0, 1, 0})
     {
-        const CTrafo toScan(Vector3(0, 1, 0), degrees * 0.01745329F, Vector3());
+        const CTrafo toScan(axis, degrees * 0.01745329F, Vector3());
         const CTrafo pose = toScan.GetInverse(true);
         const support::Surface all =
             support::ScanSpheres({{{0, 0, 0}, 12}}, toScan, 0.3F, 0.01F, static_cast<std::uint32_t>(m_views.size()));
@@ -84,8 +85,9 @@ TEST(DisputedSpots, AreNoneWhereItIsAMatterOfWhereTheyStand)
     CBall bySteepness;
     CBall bySide;
     for (int k = 0; k < 8; ++k) {
+        const Vector3 axis(std::cos(1.57F * static_cast<float>(k / 2)), std::sin(1.57F * static_cast<float>(k / 2)), 0);
+        bySteepness.See(k % 2 == 0 ? 15.0F : 40.0F, within(top, k % 2 == 0 ? 0.0F : 3.0F), axis);
         const float degrees = -35.0F + 10.0F * static_cast<float>(k);
-        bySteepness.See(degrees, within(top, std::abs(degrees) > 20.0F ? 3.0F : 0.0F));
         bySide.See(degrees, within(top, degrees > 0.0F ? 3.0F : 0.0F));
     }
     EXPECT_TRUE(bySteepness.Find().empty());
@@ -96,8 +98,10 @@ TEST(DisputedSpots, AreNoneWhereLossesOverlap)
 {
     CBall ball;
     for (int k = 0; k < 8; ++k) {
-        const Vector3 beside(k == 3 ? -1.5F : 1.5F, 0, 11.9F);
-        ball.See(-35.0F + 10.0F * static_cast<float>(k), within(beside, k == 3 || k == 6 ? 4.0F : 0.0F));
+        const bool isLacking = k % 2 == 1 && k < 7;
+        const float side = 2.1F * static_cast<float>(k / 2);
+        const Vector3 beside(2.5F * std::cos(side), 2.5F * std::sin(side), 11.7F);
+        ball.See(-35.0F + 10.0F * static_cast<float>(k), within(beside, isLacking ? 5.0F : 0.0F));
     }
     EXPECT_TRUE(ball.Find().empty());
 }
@@ -105,8 +109,10 @@ TEST(DisputedSpots, AreNoneWhereLossesOverlap)
 TEST(DisputedSpots, AreNoneWhereSurfaceEnds)
 {
     CBall ball; // every second view is of its lower half
-    for (int k = 0; k < 8; ++k)
-        ball.See(-35.0F + 10.0F * static_cast<float>(k), [k](const Vector3& p) { return k % 2 == 1 && p.y > 0.0F; });
+    for (int k = 0; k < 8; ++k) {
+        const auto isBeyond = [k](const Vector3& p) { return k % 2 == 1 && p.y > 0.1F * p.x * p.x - 2.0F; };
+        ball.See(-35.0F + 10.0F * static_cast<float>(k), isBeyond);
+    }
     EXPECT_TRUE(ball.Find().empty());
 }
 

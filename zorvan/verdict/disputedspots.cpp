@@ -163,6 +163,29 @@ public:
         return image().IsInFront(image().PixelAt(p), p.z - front);
     }
 
+    /// No way leads from an empty pixel of these places to where the image ends, but through surface.
+    [[nodiscard]] bool Encloses(const Places& places, std::span<const std::size_t> spot) const
+    {
+        std::vector<bool> isReached(static_cast<std::size_t>(image().GetWidth()) *
+                                    static_cast<std::size_t>(image().GetHeight()));
+        std::vector<Pixel> open;
+        bool isOutside = false;
+        const auto reach = [&](Pixel at) {
+            isOutside = isOutside || !image().Contains(at);
+            if (isOutside || image().IsFilled(at) || isReached[image().Index(at)]) return;
+            isReached[image().Index(at)] = true;
+            open.push_back(at);
+        };
+        for (const std::size_t i : spot) reach(image().PixelAt(m_toImage * places[i].point));
+        while (!open.empty() && !isOutside) {
+            const Pixel at = open.back();
+            open.pop_back();
+            for (const Pixel next : {Pixel{at.x - 1, at.y}, {at.x + 1, at.y}, {at.x, at.y - 1}, {at.x, at.y + 1}})
+                reach(next);
+        }
+        return !isOutside;
+    }
+
 private:
     [[nodiscard]] const CRangeImage& image() const { return m_view.GetImage(); }
 
@@ -359,7 +382,7 @@ private:
             if (ofSpot(counts.present) >= verdict::dShownOfSpot &&
                 static_cast<double>(counts.lost) <= verdict::dLostOfShown * static_cast<double>(counts.present))
                 camps.showing.push_back(view);
-            else if (isLooking && ofSpot(counts.open) >= verdict::dMostOfSpot)
+            else if (isLooking && ofSpot(counts.open) >= verdict::dMostOfSpot && m_views[view].Encloses(m_places, spot))
                 camps.lacking.push_back(view);
             else if (counts.present > 0 || about > 0.0)
                 camps.unclear.push_back(view);
