@@ -40,9 +40,10 @@ public:
 
     [[nodiscard]] std::vector<DisputedSpot> Find() const
     {
+        constexpr std::size_t uiMatched = 1000; // of some 800 samples of each view
         std::vector<ViewPair> pairs;
         for (std::size_t b = 0; b < m_placed.size(); ++b)
-            for (std::size_t a = 0; a < b; ++a) pairs.push_back({a, b});
+            for (std::size_t a = 0; a < b; ++a) pairs.push_back({a, b, uiMatched});
         return FindDisputedSpots(m_placed, pairs);
     }
 

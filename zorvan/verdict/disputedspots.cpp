@@ -76,6 +76,7 @@ public:
         if (!IsKnown()) return;
         m_toImage = image().GetFrame() * placed.pose.GetInverse(true);
         m_toCommon = placed.pose * image().GetFrame().GetInverse(true);
+        findOutside();
     }
 
     /// Of others nothing is known.
@@ -127,8 +128,9 @@ public:
         if (image().IsInFront(at, p.z - front)) return ESight::Lacks;
         const Vector3 n = m_toImage.Rotate(normal);
         if (!image().Faces(n)) return ESight::Silent;
+        if (isOutside(at)) return ESight::Silent;
         if (image().IsMissing(at, p.z, static_cast<float>(verdict::dMissingPixels))) return ESight::Lacks;
-        if (!image().Contains(at) || !image().IsFull(at)) return ESight::Silent;
+        if (!image().IsFull(at)) return ESight::Silent;
         const CRangeImage::Surfel& surfel = image().GetSurfel(at);
         const bool isOn = std::abs(Dot(surfel.normal, p - surfel.point)) < front;
         const bool isAlike = Dot(surfel.normal, n) > static_cast<float>(verdict::dMatchCosine);
@@ -163,31 +165,44 @@ public:
         return image().IsInFront(image().PixelAt(p), p.z - front);
     }
 
-    /// No way leads from an empty pixel of these places to where the image ends, but through surface.
+    /// Surface goes all round each gap that holds one of these places.
     [[nodiscard]] bool Encloses(const Places& places, std::span<const std::size_t> spot) const
     {
-        std::vector<bool> isReached(static_cast<std::size_t>(image().GetWidth()) *
-                                    static_cast<std::size_t>(image().GetHeight()));
+        return std::ranges::none_of(
+            spot, [&](std::size_t i) { return isOutside(image().PixelAt(m_toImage * places[i].point)); });
+    }
+
+    /// There is a gap, with surface all round, that is wider than what edges lose.
+    [[nodiscard]] bool HasGap() const { return m_hasGap; }
+
+private:
+    [[nodiscard]] const CRangeImage& image() const { return m_view.GetImage(); }
+
+    /// Empty pixels that others lead to from the corner of the image, which is empty.
+    void findOutside()
+    {
+        m_isOutside.assign(static_cast<std::size_t>(image().GetWidth()) * static_cast<std::size_t>(image().GetHeight()),
+                           false);
         std::vector<Pixel> open;
-        bool isOutside = false;
         const auto reach = [&](Pixel at) {
-            isOutside = isOutside || !image().Contains(at);
-            if (isOutside || image().IsFilled(at) || isReached[image().Index(at)]) return;
-            isReached[image().Index(at)] = true;
+            if (isOutside(at) || image().IsFilled(at)) return;
+            m_isOutside[image().Index(at)] = true;
             open.push_back(at);
         };
-        for (const std::size_t i : spot) reach(image().PixelAt(m_toImage * places[i].point));
-        while (!open.empty() && !isOutside) {
+        reach({0, 0});
+        while (!open.empty()) {
             const Pixel at = open.back();
             open.pop_back();
             for (const Pixel next : {Pixel{at.x - 1, at.y}, {at.x + 1, at.y}, {at.x, at.y - 1}, {at.x, at.y + 1}})
                 reach(next);
         }
-        return !isOutside;
+        for (int y = 0; y < image().GetHeight() && !m_hasGap; ++y)
+            for (int x = 0; x < image().GetWidth() && !m_hasGap; ++x)
+                m_hasGap = !isOutside({x, y}) &&
+                           image().GetDistanceToSilhouette({x, y}) > static_cast<float>(verdict::dMissingPixels);
     }
 
-private:
-    [[nodiscard]] const CRangeImage& image() const { return m_view.GetImage(); }
+    [[nodiscard]] bool isOutside(Pixel at) const { return !image().Contains(at) || m_isOutside[image().Index(at)]; }
 
     template <typename F>
     void sampleAt(Pixel at, F f) const
@@ -199,6 +214,8 @@ private:
     const CScanView& m_view;
     CTrafo m_toImage;
     CTrafo m_toCommon;
+    std::vector<bool> m_isOutside;
+    bool m_hasGap = false;
 };
 
 /// One call of FindDisputedSpots.
@@ -214,8 +231,9 @@ public:
         }
         for (const ViewPair& pair : pairs) {
             if (!m_views[pair.a].IsKnown() || !m_views[pair.b].IsKnown()) continue;
+            m_numLooks += pair.uiMatched;
             m_beside[pair.a].push_back(pair);
-            m_beside[pair.b].push_back({pair.b, pair.a, pair.isAtOdds});
+            m_beside[pair.b].push_back({pair.b, pair.a, pair.uiMatched, pair.isAtOdds, pair.isSeenThrough});
         }
     }
 
@@ -242,13 +260,15 @@ private:
     void findPlaces()
     {
         for (std::size_t own = 0; own < m_views.size(); ++own) {
-            if (std::ranges::none_of(m_beside[own], &ViewPair::isAtOdds)) continue;
+            std::vector<std::size_t> asked;
+            for (const ViewPair& pair : m_beside[own])
+                if (pair.isAtOdds && (pair.isSeenThrough || m_views[pair.b].HasGap())) asked.push_back(pair.b);
+            if (asked.empty()) continue;
             m_views[own].ForEachSample(step(), [&](const Vector3& point, const Vector3& normal) {
                 bool isLacking = false;
-                for (const ViewPair& pair : m_beside[own]) {
-                    if (!pair.isAtOdds) continue;
-                    const ESight eSight = m_views[pair.b].Sight(point, normal, front(own, pair.b));
-                    m_numLooks += eSight != ESight::Silent;
+                for (const std::size_t view : asked) {
+                    const ESight eSight = m_views[view].Sight(point, normal, front(own, view));
+                    m_numLooks += eSight == ESight::Lacks;
                     isLacking = isLacking || eSight == ESight::Lacks;
                 }
                 if (isLacking) m_places.push_back({point, normal, own, askAll(own, point, normal)});
@@ -483,7 +503,7 @@ private:
     std::vector<std::vector<ViewPair>> m_beside; ///< of each view, itself first
     float m_pixel = 0.0F;                        ///< of the coarsest view
     Places m_places;
-    std::size_t m_numLooks = 0; ///< samples of pairs at odds that the other one shows or lacks
+    std::size_t m_numLooks = 0; ///< samples that another view shows or lacks
     std::size_t m_numLost = 0;  ///< of these, places that one view alone lacks
 };
 

@@ -24,7 +24,9 @@ struct ViewPair
 {
     std::size_t a = 0;
     std::size_t b = 0;
-    bool isAtOdds = true; ///< one shows surface where the other has none; only there spots are looked for
+    std::size_t uiMatched = 0; ///< samples of either that the other one shows, as a CPoseJudge counts them
+    bool isAtOdds = true;      ///< one shows surface where the other has none; only there spots are looked for
+    bool isSeenThrough = true; ///< a sensor looked through surface of the other one
 };
 
 /// A spot of the object that is surface in some views and a hole in others.

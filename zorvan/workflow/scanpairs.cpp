@@ -259,7 +259,8 @@ std::vector<DisputedSpot> CScanPairs::FindDisputes(const std::vector<std::size_t
         const auto b = numbers.find(standing.pair.second);
         if (!standing.isTogether || a == numbers.end() || b == numbers.end()) continue;
         const PoseCounts& counts = standing.evidence.counts;
-        viewPairs.push_back({a->second, b->second, counts.uiInFront + counts.uiMissing + counts.uiInGap > 0});
+        const bool isAtOdds = counts.uiInFront + counts.uiMissing + counts.uiInGap > 0;
+        viewPairs.push_back({a->second, b->second, counts.uiMatched, isAtOdds, counts.uiInFront > 0});
     }
     return FindDisputedSpots(views, viewPairs);
 }
