@@ -158,7 +158,7 @@ constexpr double dFallenMatches = 4.0;
 constexpr double dContradictionWeight = 4.0; ///< in the score, against a match
 constexpr double dDistinctPixels = 4.0;      ///< poses nearer to one another are one
 
-// Spots that views divide about -----------------------------------------------------------------------------------------
+// Spots that views divide about ---------------------------------------------------------------------------------------
 
 constexpr std::size_t uiMinCamp = 2;      ///< views that show a spot, and that lack it: one may err
 constexpr std::size_t uiMinSpotCells = 4; ///< samples side by side: wider than what an edge errs by
