@@ -167,6 +167,17 @@ constexpr double dFallenMatches = 4.0;
 constexpr double dContradictionWeight = 4.0; ///< in the score, against a match
 constexpr double dDistinctPixels = 4.0;      ///< poses nearer to one another are one
 
+// Spots that views divide about ---------------------------------------------------------------------------------------
+
+constexpr std::size_t uiMinCamp = 2;      ///< views that show a spot, and that lack it: one may err
+constexpr std::size_t uiMinSpotCells = 4; ///< samples side by side: wider than what an edge errs by
+/// Of what lies about a spot, or of the spot itself: a gap in a ring of it spans less than a quarter turn.
+constexpr double dMostOfSpot = 0.8;
+/// A view that looks at a spot flatly shows the part of it that faces the sensor. None of what does is lost then.
+constexpr double dShownOfSpot = 0.5;
+constexpr double dLostOfShown = 0.1;
+constexpr double dMaxSpotChance = 0.01; ///< spots that chance would bring about in an object
+
 // Twins of a box ------------------------------------------------------------------------------------------------------
 
 /// Two sides of a box that differ by less are one square, which quarter turns carry onto itself.

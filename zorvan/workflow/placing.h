@@ -98,6 +98,7 @@ struct ScanPlace
     std::size_t uiPlaces = 0;  ///< of an ambiguous one
     std::size_t uiRefuter = 0; ///< of a contradicted one: the scan that speaks against it most
     std::size_t uiUntried = 0; ///< of one without a place: scans that it was not searched with, as there are too many
+    bool isOfEither = false;   ///< of an ambiguous one: the others are of objects that differ in what it does not show
 };
 
 /// Scans in groups, each with a frame of its own.

@@ -18,6 +18,7 @@
 #include "zorvan/workflow/scanpairs.h"
 #include "zorvan/workflow/settingsfile.h"
 #include "zorvan/workflow/stagetimes.h"
+#include "zorvan/workflow/twincamps.h"
 
 #include <algorithm>
 #include <map>
@@ -52,12 +53,7 @@ public:
         }
         take(current);
         m_placing = PlaceScans(m_pairs, std::move(m_placing), hooks, m_eEffort);
-        std::map<std::size_t, CClusterRegistration::Trafos> groups;
-        for (std::size_t i = 0; i < m_ids.size(); ++i) groups[m_placing.group[i]][m_ids[i]] = m_placing.poses[i];
-        std::vector<CClusterRegistration::Trafos> answer;
-        answer.reserve(groups.size());
-        for (auto& [name, group] : groups) answer.push_back(std::move(group));
-        return answer;
+        return clustersOf(m_placing);
     }
 
     /// Whether clusters lie apart, or pairs are at odds about the poses within one. Where none supports them, what is
@@ -85,6 +81,34 @@ public:
         return clusters.size() > 1 || std::ranges::any_of(pairs, isFault);
     }
 
+    /// Divides clusters whose scans are of objects that differ in some spot. @return the spots, by numbers of scans
+    std::vector<DisputedSpot> Divide(CClusterRegistration& registration)
+    {
+        std::vector<CClusterRegistration::Trafos> clusters;
+        for (const UniversalUniqueID& id : registration.GetClusterIDs())
+            clusters.push_back(registration.GetTrafos(id, false));
+        take(clusters);
+        const std::vector<PairStanding> pairs = GetPairs();
+        const std::set<std::size_t> names(m_placing.group.begin(), m_placing.group.end());
+        std::vector<DisputedSpot> all;
+        for (const std::size_t name : names) {
+            const std::vector<std::size_t> members = m_placing.MembersOf(name);
+            if (members.size() < 2 * verdict::uiMinCamp) continue;
+            std::vector<DisputedSpot> spots = m_pairs.FindDisputes(members, m_placing.poses, pairs);
+            if (spots.empty()) continue;
+            divide(members, spots);
+            for (DisputedSpot& spot : spots)
+                for (auto* const camp : {&spot.showing, &spot.lacking, &spot.unclear})
+                    for (std::size_t& view : *camp) view = members[view];
+            all.insert(all.end(), spots.begin(), spots.end());
+        }
+        if (all.empty()) return all;
+        registration.SetArranger([&](const auto&, const Zorvan::Hooks&) { return clustersOf(m_placing); });
+        registration.Run();
+        registration.SetArranger({});
+        return all;
+    }
+
     [[nodiscard]] const Placing& GetPlacing() const { return m_placing; }
     [[nodiscard]] std::vector<PairStanding> GetPairs() const { return WeighPairs(m_pairs, m_placing); }
     /// "19 of 66 pairs searched; 31 support the poses, 0 refute them, 20 loops closed"
@@ -103,6 +127,27 @@ public:
     }
 
 private:
+    [[nodiscard]] std::vector<CClusterRegistration::Trafos> clustersOf(const Placing& placing) const
+    {
+        std::map<std::size_t, CClusterRegistration::Trafos> groups;
+        for (std::size_t i = 0; i < m_ids.size(); ++i) groups[placing.group[i]][m_ids[i]] = placing.poses[i];
+        std::vector<CClusterRegistration::Trafos> answer;
+        answer.reserve(groups.size());
+        for (auto& [name, group] : groups) answer.push_back(std::move(group));
+        return answer;
+    }
+
+    void divide(const std::vector<std::size_t>& members, std::span<const DisputedSpot> spots)
+    {
+        const auto groups = DivideByCamps(spots, members.size());
+        for (std::size_t k = 0; k < members.size(); ++k) {
+            m_placing.group[members[k]] = members[groups[k].value_or(k)];
+            ScanPlace& place = m_placing.places[members[k]];
+            place = {groups[k] ? EPlace::Placed : EPlace::Ambiguous};
+            place.isOfEither = !groups[k];
+        }
+    }
+
     /// Groups and poses as the clusters have them; what has been searched stays known.
     void take(const std::vector<CClusterRegistration::Trafos>& clusters)
     {
@@ -155,9 +200,12 @@ public:
         std::optional<CArranger> arranger;
         if (m_isWeighed || isWeighedAfterwards())
             arranger.emplace(session, group, m_isWeighed ? EPairEffort::All : EPairEffort::Glances);
-        const bool isPlaced = arranger && (m_isWeighed || arranger->FindsFault(session.GetRegistration()));
+        bool isPlaced = arranger && (m_isWeighed || arranger->FindsFault(session.GetRegistration()));
         if (arranger && !m_isWeighed) endStage("check");
         if (isPlaced) placeAndOptimize(session.GetRegistration(), *arranger);
+        std::vector<DisputedSpot> disputes;
+        if (arranger && !m_hooks.IsAborted()) disputes = divideTwins(session.GetRegistration(), *arranger);
+        isPlaced = isPlaced || !disputes.empty();
         std::vector<PairStanding> pairs;
         Placing placing;
         std::string pairWords;
@@ -173,6 +221,8 @@ public:
             placing.places.resize(session.GetFiles().size(), {EPlace::Placed}); // copies come last
             table = LookAtPoses(session, &placing, group);
             AddPairs(pairs, table);
+            for (const DisputedSpot& spot : disputes)
+                table.disputes.push_back({spot.showing, spot.lacking, spot.dWidth});
             times = m_times.Words() + ", " + pairWords;
         } else {
             table = LookAtPoses(session, nullptr, group);
@@ -364,6 +414,19 @@ private:
             if (m_hooks.IsAborted() || !registration.Run(m_hooks)) break;
         }
         registration.SetArranger({});
+    }
+
+    /// What scans of an object and of one that differs in a hole have been placed together, comes apart again at the
+    /// end: no pair of them tells. Poses are then settled without the others.
+    std::vector<DisputedSpot> divideTwins(CClusterRegistration& registration, CArranger& arranger)
+    {
+        std::vector<DisputedSpot> disputes = arranger.Divide(registration);
+        if (disputes.empty()) return disputes;
+        endStage("division");
+        if (!m_isOptimized) return disputes;
+        registration.OptimizeRegistration(true, m_hooks);
+        endStage("optimization");
+        return disputes;
     }
 
     const RegisterOptions& m_options;

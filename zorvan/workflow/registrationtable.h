@@ -54,15 +54,24 @@ struct WeighedRow
     unsigned uiContradictions = 0; ///< there
 };
 
+/// Scans of one place that some show surface in and some a hole: they are of objects that differ there.
+struct DisputeRow
+{
+    std::vector<std::size_t> showing; ///< into the scans of the table
+    std::vector<std::size_t> lacking;
+    double dWidth = 0.0; ///< mm
+};
+
 /// A whole registration, as tables and pages show it. Scans are in the order of the call, exact copies of others last.
 struct RegistrationTable
 {
     double dMmPerUnit = 1.0; ///< lengths are shown in this unit, that of the files
     std::vector<ScanRow> scans;
     std::vector<PairRow> pairs;
-    std::vector<WeighedRow> weighed = {}; ///< when all pairs were weighed
-    Zorvan::Position shift = {};          ///< mm: cluster coordinates are about it
-    std::size_t uiLoops = 0;              ///< of pairs that support the poses, see CountLoops
+    std::vector<WeighedRow> weighed = {};  ///< when all pairs were weighed
+    Zorvan::Position shift = {};           ///< mm: cluster coordinates are about it
+    std::size_t uiLoops = 0;               ///< of pairs that support the poses, see CountLoops
+    std::vector<DisputeRow> disputes = {}; ///< what scans that seemed to lie together were divided by
 };
 
 } // namespace prereg

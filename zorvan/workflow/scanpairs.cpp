@@ -250,6 +250,28 @@ bool CScanPairs::MeetAt(ScanPair pair, const CTrafo& pose) const
     return refined && !AreDistinct(pair.second, refined.GetTrafo(), pose);
 }
 
+std::vector<DisputedSpot> CScanPairs::FindDisputes(const std::vector<std::size_t>& members,
+                                                   const std::vector<CTrafo>& poses,
+                                                   std::span<const PairStanding> pairs) const
+{
+    std::map<std::size_t, std::size_t> numbers;
+    std::vector<PlacedView> views;
+    for (const std::size_t scan : members) {
+        numbers[scan] = views.size();
+        views.push_back({m_scans[scan].searched.view.get(), poses[scan]});
+    }
+    std::vector<ViewPair> viewPairs;
+    for (const PairStanding& standing : pairs) {
+        const auto a = numbers.find(standing.pair.first);
+        const auto b = numbers.find(standing.pair.second);
+        if (!standing.isTogether || a == numbers.end() || b == numbers.end()) continue;
+        const PoseCounts& counts = standing.evidence.counts;
+        const bool isAtOdds = counts.uiInFront + counts.uiMissing + counts.uiInGap > 0;
+        viewPairs.push_back({a->second, b->second, counts.uiMatched, isAtOdds, counts.uiInFront > 0});
+    }
+    return FindDisputedSpots(views, viewPairs);
+}
+
 double CScanPairs::pixelOf(std::size_t scan) const
 {
     const CScanView& view = *m_scans[scan].searched.view;

@@ -4,6 +4,7 @@
 #include "zorvan/core/orientedbox.h"
 #include "zorvan/features/configurationfpfh.h"
 #include "zorvan/preregistration/cjudgedsearch.h"
+#include "zorvan/verdict/disputedspots.h"
 #include "zorvan/workflow/placing.h"
 #include "zorvan/workflow/session.h"
 
@@ -32,6 +33,12 @@ public:
     [[nodiscard]] std::vector<PairEvidence> Weigh(std::span<const std::pair<ScanPair, CTrafo>> poses) const override;
     [[nodiscard]] bool MayMeet(ScanPair pair, const CTrafo& pose) const override;
     [[nodiscard]] bool AreDistinct(std::size_t scan, const CTrafo& a, const CTrafo& b) const override;
+
+    /// Spots that the scans of a group divide about; views are numbers of its members.
+    /// @param pairs  what WeighPairs says of the placing
+    [[nodiscard]] std::vector<DisputedSpot> FindDisputes(const std::vector<std::size_t>& members,
+                                                         const std::vector<CTrafo>& poses,
+                                                         std::span<const PairStanding> pairs) const;
 
     /// Whether the surfaces lie on each other there, as those of a pair that is accepted without looking at sensors.
     [[nodiscard]] bool MeetAt(ScanPair pair, const CTrafo& pose) const;
