@@ -6,7 +6,7 @@
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/scans/scanwriter.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include <algorithm>
