@@ -50,7 +50,7 @@ class Pair:
     def align(self, args, folder):
         out = pathlib.Path(folder) / f"{id(self)}.json"
         trace = ["--log", "trace"] if args.polygons else []
-        run = zorvan(args.program, "align", self.fix, self.flt, "--scale", self.scale, "-o", out, *trace)
+        run = zorvan(args.program, "align", "--threads", "1", self.fix, self.flt, "--scale", self.scale, "-o", out, *trace)
         stop = re.search(r"after looking at (\d+) polygons", run.stderr)
         self.polygons = int(stop.group(1)) if stop else None
         self.is_success = run.returncode == 0
