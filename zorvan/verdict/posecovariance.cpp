@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/verdict/posecovariance.h"
 
-#include "zorvan/verdict/cnearesttracker.h"
+#include "zorvan/verdict/heldmotions.h"
+#include "zorvan/verdict/posematches.h"
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <Eigen/Dense>
@@ -17,262 +18,7 @@ namespace prereg {
 
 namespace {
 
-using Vector3 = kdtree::Vector<3>;
-using Vector6d = Eigen::Matrix<double, 6, 1>;
-using Matrix6d = Eigen::Matrix<double, 6, 6>;
-
-/// A moved floating point and the fixed point that it matches.
-struct Match
-{
-    Eigen::Vector3d moved;
-    Eigen::Vector3d fixNormal;
-    Eigen::Vector3d fltNormal;
-    Eigen::Vector3d normal; ///< between the two
-    double residual = 0.0;  ///< along it, mm
-};
-
-struct Limits
-{
-    float reachSq;     ///< between the points of a match
-    double residual;   ///< mm
-    double cosine;     ///< between the normals of a match
-    double leastLimit; ///< mm; noise alone may reach this
-    double patch;      ///< side of a patch, mm
-    double spacing;
-};
-
-Limits limitsOf(const ScanSampling& fix, const ScanSampling& flt)
-{
-    const double spacing = std::max(fix.dSpacing, flt.dSpacing);
-    const double noise = std::hypot(fix.dNoise, flt.dNoise);
-    const double rough = std::max(verdict::dPoseResidualNoise * noise, spacing);
-    const double reach = verdict::dPoseReach * spacing + verdict::dPoseResidualNoise * noise;
-    return {static_cast<float>(reach * reach), rough,  verdict::dPoseCosine, verdict::dPoseResidualNoise * noise,
-            verdict::dPosePatch * spacing,     spacing};
-}
-
-Eigen::Vector3d toEigen(const Vector3& v) { return {v.x, v.y, v.z}; }
-
-/// Matches the floating points at one pose after the other; remembers where the last search ended.
-class CMatcher
-{
-public:
-    /// Of each `stride`-th point.
-    CMatcher(const IPointSet& fix, const IPointSet& flt, const Limits& limits, std::size_t stride)
-        : m_fix(fix),
-          m_flt(flt),
-          m_stride(stride),
-          m_tracker(fix.GetPoints(), fix.GetKdTree(), flt.Size() / stride + 1, limits.reachSq,
-                    static_cast<float>(dPlay * limits.spacing))
-    {
-    }
-
-    [[nodiscard]] std::vector<Match> Matches(const CTrafo& pose, const Limits& limits)
-    {
-        std::vector<Match> matches;
-        matches.reserve(m_flt.Size() / m_stride + 1);
-        const Vectors& fltPoints = m_flt.GetPoints();
-        const Vectors& fltNormals = m_flt.GetNormals();
-        for (std::size_t i = 0; i < fltPoints.size(); i += m_stride) {
-            const Vector3 moved = pose * fltPoints[i];
-            const int nearest = m_tracker.Nearest(i / m_stride, moved);
-            if (nearest < 0) continue;
-            const auto j = static_cast<std::size_t>(nearest);
-            const Eigen::Vector3d fixNormal = toEigen(m_fix.GetNormals()[j]);
-            const Eigen::Vector3d fltNormal = toEigen(pose.Rotate(fltNormals[i]));
-            if (!(fixNormal.dot(fltNormal) > limits.cosine)) continue;
-            Match match{toEigen(moved), fixNormal, fltNormal, (fixNormal + fltNormal).normalized(), 0.0};
-            match.residual = match.normal.dot(match.moved - toEigen(m_fix.GetPoints()[j]));
-            if (std::abs(match.residual) <= limits.residual) matches.push_back(match);
-        }
-        return matches;
-    }
-
-private:
-    static constexpr double dPlay = 0.2; // spacings
-
-    const IPointSet& m_fix;
-    const IPointSet& m_flt;
-    std::size_t m_stride;
-    CNearestTracker m_tracker;
-};
-
-/// Where turns are about, and what makes a turn comparable to a shift.
-struct Frame
-{
-    Eigen::Vector3d centre = Eigen::Vector3d::Zero();
-    double radius = 1.0;
-    double perRadius = 1.0;
-
-    explicit Frame(const std::vector<Match>& matches)
-    {
-        const auto count = static_cast<double>(matches.size());
-        for (const Match& match : matches) centre += match.moved / count;
-        double sum = 0.0;
-        for (const Match& match : matches) sum += (match.moved - centre).squaredNorm() / count;
-        if (sum > 0.0) radius = std::sqrt(sum);
-        perRadius = 1.0 / radius;
-    }
-
-    /// How a residual along `normal` changes with the motion; turns in units of 1 / radius.
-    [[nodiscard]] Vector6d Row(const Match& match, const Eigen::Vector3d& normal) const
-    {
-        Vector6d row;
-        row << (match.moved - centre).cross(normal) * perRadius, normal;
-        return row;
-    }
-
-    /// From the normals of one scan times those of the other: noise of one alone looks like a hold.
-    [[nodiscard]] Matrix6d HoldOf(const Match& match) const
-    {
-        const Vector6d fixRow = Row(match, match.fixNormal);
-        const Vector6d fltRow = Row(match, match.fltNormal);
-        return 0.5 * (fixRow * fltRow.transpose() + fltRow * fixRow.transpose());
-    }
-};
-
-/// The matches as equations of least squares for a small motion.
-struct Equations
-{
-    Matrix6d normal = Matrix6d::Zero();
-    Vector6d pull = Vector6d::Zero();
-    double squares = 0.0; ///< of all residuals
-
-    Equations(const std::vector<Match>& matches, const Frame& frame)
-    {
-        for (const Match& match : matches) {
-            const Vector6d row = frame.Row(match, match.normal);
-            normal += row * row.transpose();
-            pull += row * match.residual;
-            squares += match.residual * match.residual;
-        }
-    }
-};
-
-Matrix6d holdOf(const std::vector<Match>& matches, const Frame& frame)
-{
-    Matrix6d hold = Matrix6d::Zero();
-    for (const Match& match : matches) hold += frame.HoldOf(match);
-    return hold;
-}
-
-CTrafo motion(const Vector6d& step, const Frame& frame)
-{
-    const Eigen::Vector3d turn = step.head<3>() / frame.radius;
-    const double angle = turn.norm();
-    const Eigen::Quaterniond q(
-        Eigen::AngleAxisd(angle, angle > 0.0 ? Eigen::Vector3d(turn / angle) : Eigen::Vector3d::UnitX()));
-    const Eigen::Vector3d shift = frame.centre - q * frame.centre + step.tail<3>();
-    return {Quaternion(q.w(), q.x(), q.y(), q.z()),
-            {static_cast<float>(shift.x()), static_cast<float>(shift.y()), static_cast<float>(shift.z())}};
-}
-
-/// Of a symmetric matrix, with the directions that nothing holds kept finite.
-Eigen::MatrixXd boundedInverse(const Eigen::MatrixXd& matrix)
-{
-    if (matrix.cols() == 0) return matrix;
-    const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> solver(matrix);
-    const double least = verdict::dPoseLeastHold * solver.eigenvalues()(matrix.cols() - 1);
-    const Eigen::VectorXd inverse = solver.eigenvalues().cwiseMax(least).cwiseInverse();
-    return solver.eigenvectors() * inverse.asDiagonal() * solver.eigenvectors().transpose();
-}
-
-/// The motions, told apart by whether the surfaces hold them, as seen while the limits of a match are rough.
-class CHeldMotions
-{
-public:
-    /// All of them.
-    CHeldMotions() : m_held(Matrix6d::Identity()) {}
-
-    /// What is held by no more than edges can feign is free.
-    CHeldMotions(const std::vector<Match>& matches, const Frame& frame, const Limits& limits)
-        : CHeldMotions(matches, frame, limits, [](double, const Vector6d&) { return false; })
-    {
-    }
-
-    /// A weak hold is held that surfaces at the pose bear out.
-    CHeldMotions(const std::vector<Match>& matches, const Frame& frame, const Limits& limits, const CTrafo& pose,
-                 CMatcher& matcher)
-        : CHeldMotions(matches, frame, limits, [&](double hold, const Vector6d& direction) {
-              return bearsOut(hold, direction, frame, pose, limits, matcher);
-          })
-    {
-    }
-
-    [[nodiscard]] Eigen::Index GetHeldCount() const { return m_held.cols(); }
-
-    /// Within the held motions, the inverse of the matrix times the vector.
-    [[nodiscard]] Vector6d Solve(const Matrix6d& matrix, const Vector6d& vector) const
-    {
-        constexpr double dFarFromBound = 100.0; // a pivot is no eigenvalue
-        if (m_held.cols() == 6) {
-            const Eigen::LDLT<Matrix6d> factors(matrix);
-            const Vector6d pivots = factors.vectorD();
-            if (pivots.minCoeff() > dFarFromBound * verdict::dPoseLeastHold * pivots.maxCoeff())
-                return factors.solve(vector);
-        }
-        return Inverse(matrix) * vector;
-    }
-
-    /// Of the matrix within the held motions.
-    [[nodiscard]] Matrix6d Inverse(const Matrix6d& matrix) const
-    {
-        return m_held * boundedInverse(m_held.transpose() * matrix * m_held) * m_held.transpose();
-    }
-
-    /// Of a pose whose free motions are off by `deviation` each. Where they are, least squares find the held ones a
-    /// little elsewhere, since the normals err.
-    [[nodiscard]] Matrix6d FreeCovariance(double deviation, const std::vector<Match>& matches, const Frame& frame) const
-    {
-        if (m_free.cols() == 0) return Matrix6d::Zero();
-        const Matrix6d normal = Equations(matches, frame).normal;
-        const Eigen::MatrixXd along = m_free - Inverse(normal) * normal * m_free;
-        return deviation * deviation * along * along.transpose();
-    }
-
-private:
-    template <typename IsReal>
-    CHeldMotions(const std::vector<Match>& matches, const Frame& frame, const Limits& limits, const IsReal& isReal)
-    {
-        const double feigned = mostFeigned(matches.size(), limits.cosine);
-        const Eigen::SelfAdjointEigenSolver<Matrix6d> solver(holdOf(matches, frame));
-        for (int k = 0; k < 6; ++k) {
-            const double hold = solver.eigenvalues()(k);
-            const Vector6d direction = solver.eigenvectors().col(k);
-            Eigen::MatrixXd& motions = hold > feigned || isReal(hold, direction) ? m_held : m_free;
-            motions.conservativeResize(6, motions.cols() + 1);
-            motions.rightCols<1>() = direction;
-        }
-    }
-
-    /// Fitted normals lean beside an edge, in both scans, and a plane with edges seems to hold what slides in it. About
-    /// a tenth of the matches lies beside edges, their normals lean by up to what those of a match may differ by,
-    /// evenly, and hold by a third of its square.
-    static double mostFeigned(std::size_t matches, double cosine)
-    {
-        return verdict::dPoseEdgeShare / 3.0 * (1.0 - cosine * cosine) * static_cast<double>(matches);
-    }
-
-    /// Against what holds them, surfaces part as they are moved by up to a spacing, and pull back as the hold says. On
-    /// a plane the points find others like those that they left, and the pull is any.
-    static bool bearsOut(double hold, const Vector6d& direction, const Frame& frame, const CTrafo& pose,
-                         const Limits& limits, CMatcher& matcher)
-    {
-        if (!(hold > 0.0)) return false;
-        const auto pullAt = [&](double step) {
-            const CTrafo moved = motion(step * direction, frame) * pose;
-            return direction.dot(Equations(matcher.Matches(moved, limits), frame).pull);
-        };
-        return std::ranges::all_of(std::array{1.0, 0.5}, [&](double part) {
-            const double step = part * limits.spacing;
-            const double share = (pullAt(step) - pullAt(-step)) / (2.0 * step * hold);
-            return std::abs(share - 1.0) < verdict::dPoseHoldPlay;
-        });
-    }
-
-    Eigen::MatrixXd m_held{6, 0};
-    Eigen::MatrixXd m_free{6, 0};
-};
+using namespace posefit;
 
 double medianOf(std::vector<double> values)
 {
@@ -356,7 +102,7 @@ Polished settleRoughly(CMatcher& matcher, const CTrafo& start, const Limits& rou
             at.ground->held = CHeldMotions(at.matches, at.ground->frame, rough, at.pose, matcher);
             continue;
         }
-        at.pose = motion(step, at.ground->frame) * at.pose;
+        at.pose = Motion(step, at.ground->frame) * at.pose;
         if (!isAtRest && i < verdict::iPoseMaxSteps) continue;
         at.limits.residual = std::max(0.5 * rough.residual, nextResidual(at.matches, rough));
         at.limits.cosine = nextCosine(at.matches);
@@ -378,7 +124,7 @@ Polished settleFinely(CMatcher& matcher, Polished at, double lastStep = 0.0)
         if (isToAndFro || step.norm() < verdict::dPoseLastStep * at.limits.spacing || i == verdict::iPoseMaxSteps)
             return at;
         last = step;
-        at.pose = motion(step, at.ground->frame) * at.pose;
+        at.pose = Motion(step, at.ground->frame) * at.pose;
         if (inNoise < lastStep) return at;
         if (step.norm() > verdict::dPoseRest * at.limits.spacing) continue;
         at.limits.residual = std::max(0.5 * at.limits.residual, nextResidual(at.matches, at.limits));
@@ -505,14 +251,14 @@ Matrix6d withResponse(const Matrix6d& covariance, const Polished& at, const Fram
 {
     const std::vector<Match> matches = matcher.Matches(at.pose, at.limits);
     const Equations here(matches, frame);
-    const Matrix6d hold = holdOf(matches, frame);
+    const Matrix6d hold = HoldOf(matches, frame);
     const Eigen::SelfAdjointEigenSolver<Matrix6d> solver(covariance);
     Vector6d variances = solver.eigenvalues();
     for (int k = 0; k < 6; ++k) {
         const double deviation = std::sqrt(std::max(0.0, variances(k)));
         if (!(deviation > 0.0)) continue;
         const Vector6d direction = solver.eigenvectors().col(k);
-        const Equations there(matcher.Matches(motion(deviation * direction, frame) * at.pose, at.limits), frame);
+        const Equations there(matcher.Matches(Motion(deviation * direction, frame) * at.pose, at.limits), frame);
         const double expected = deviation * direction.dot(hold * direction);
         const double response = direction.dot(there.pull - here.pull) / expected;
         if (response > 0.0 && response < 1.0) variances(k) /= response * response;
@@ -582,7 +328,7 @@ std::string PoseEstimate::ToString() const
 PoseEstimate EstimatePose(const IPointSet& fix, const IPointSet& flt, const CTrafo& start,
                           const ScanSampling& fixSampling, const ScanSampling& fltSampling)
 {
-    const Limits limits = limitsOf(fixSampling, fltSampling);
+    const Limits limits = LimitsOf(fixSampling, fltSampling);
     if (!start || !(limits.spacing > 0.0)) return {};
     // Of few points first: all of them are only for the last steps.
     CMatcher few(fix, flt, limits, strideOf(flt));
@@ -596,7 +342,7 @@ PoseEstimate EstimatePose(const IPointSet& fix, const IPointSet& flt, const CTra
 CTrafo SettlePose(const IPointSet& fix, const IPointSet& flt, const CTrafo& start, const ScanSampling& fixSampling,
                   const ScanSampling& fltSampling)
 {
-    const Limits limits = limitsOf(fixSampling, fltSampling);
+    const Limits limits = LimitsOf(fixSampling, fltSampling);
     if (!start || !(limits.spacing > 0.0)) return CTrafo::Invalid();
     CMatcher matcher(fix, flt, limits, strideOf(flt));
     return polish(matcher, start, limits, true).pose;
