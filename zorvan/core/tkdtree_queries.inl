@@ -114,8 +114,11 @@ WIDE inline float farthestCornerSq(const TKdTree<3, 48>::Node& node, simd::Float
     return Sum3(Max(a * a, b * b));
 }
 
-// Far children wait on a stack of our own; a child is dropped when by then a nearer point is known.
-WIDE void findNearest(const TKdTree<3, 48>::View& tree, NearestQuery& query)
+// Visits leaves that may hold a point within the reach, the near ones first; a visit may make the reach smaller. Far
+// children wait on a stack of our own; a child is dropped when by then the reach has become too small for it.
+template <typename VisitLeaf>
+WIDE inline void walkNearFirst(const TKdTree<3, 48>::View& tree, const kdtree::Vector<3>& point, const float& reachSq,
+                               VisitLeaf visitLeaf)
 {
     struct Waiting
     {
@@ -125,34 +128,44 @@ WIDE void findNearest(const TKdTree<3, 48>::View& tree, NearestQuery& query)
     Waiting waiting[maxDepth];
     unsigned numWaiting = 0;
 
-    const simd::Float4 q = simd::Float4::Load(&query.point.x);
-    const Splat<3> splat(query.point);
-    float distSq = query.distSq;
-    std::uint32_t found = noPosition;
+    const simd::Float4 q = simd::Float4::Load(&point.x);
     std::uint32_t current = 0;
     while (true) {
         const auto& node = tree.nodes[current];
-        if (!(boxDistanceSq(node, q) < distSq)) {
-            // Nothing nearer in here. Also asked of leaves: over a dense cloud, seen from afar, most are dropped by it.
+        if (!(boxDistanceSq(node, q) < reachSq)) {
+            // Nothing in reach. Also asked of leaves: over a dense cloud, seen from afar, most are dropped by it.
         } else if (node.IsLeaf()) {
-            const std::uint32_t position = nearestInLeaf(leafOf<48, 3>(tree, node), splat, distSq);
-            if (position != noPosition) found = node.first + position;
+            visitLeaf(node);
         } else {
-            const float d = node.pivot - query.point[node.splitDim];
+            const float d = node.pivot - point[node.splitDim];
             const bool leftFirst = d >= 0;
             waiting[numWaiting++] = {leftFirst ? node.right : current + 1, d * d};
             current = leftFirst ? current + 1 : node.right;
             continue;
         }
         do {
-            if (numWaiting == 0) {
-                query.distSq = distSq;
-                if (found != noPosition) query.index = static_cast<int>(tree.permutation[found]);
-                return;
-            }
-        } while (!(distSq > waiting[--numWaiting].distSq));
+            if (numWaiting == 0) return;
+        } while (!(reachSq > waiting[--numWaiting].distSq));
         current = waiting[numWaiting].node;
     }
+}
+
+WIDE inline void answer(const TKdTree<3, 48>::View& tree, std::uint32_t found, float distSq, NearestQuery& query)
+{
+    query.distSq = distSq;
+    if (found != noPosition) query.index = static_cast<int>(tree.permutation[found]);
+}
+
+WIDE void findNearest(const TKdTree<3, 48>::View& tree, NearestQuery& query)
+{
+    const Splat<3> splat(query.point);
+    float distSq = query.distSq;
+    std::uint32_t found = noPosition;
+    walkNearFirst(tree, query.point, distSq, [&](const TKdTree<3, 48>::Node& node) WIDE {
+        const std::uint32_t position = nearestInLeaf(leafOf<48, 3>(tree, node), splat, distSq);
+        if (position != noPosition) found = node.first + position;
+    });
+    answer(tree, found, distSq, query);
 }
 
 // The two smallest values of a leaf, and where the smaller one is; the first point wins among equals.
@@ -200,15 +213,6 @@ struct LanesTwoSmallest
 // As findNearest, but keeps looking for the next point, up to `slack` farther than the nearest one.
 WIDE void findNearestAndNext(const TKdTree<3, 48>::View& tree, NearestQuery& query, float slack, float& nextSq)
 {
-    struct Waiting
-    {
-        std::uint32_t node;
-        float distSq;
-    };
-    Waiting waiting[maxDepth];
-    unsigned numWaiting = 0;
-
-    const simd::Float4 q = simd::Float4::Load(&query.point.x);
     const Splat<3> splat(query.point);
     const auto farther = [slack](float distSq) {
         const float dist = std::sqrt(distSq) + slack;
@@ -217,42 +221,23 @@ WIDE void findNearestAndNext(const TKdTree<3, 48>::View& tree, NearestQuery& que
     float distSq = query.distSq;
     nextSq = farther(distSq);
     std::uint32_t found = noPosition;
-    std::uint32_t current = 0;
-    while (true) {
-        const auto& node = tree.nodes[current];
-        if (!(boxDistanceSq(node, q) < nextSq)) {
-            // Neither is in here.
-        } else if (node.IsLeaf()) {
-            LanesTwoSmallest smallest;
-            forEachBlock<3>(leafOf<48, 3>(tree, node), splat,
-                            [&](std::uint32_t i, Lanes dist, Lanes mask) WIDE { smallest.Offer(i, dist, mask); });
-            float nearest = 0.0F;
-            float next = 0.0F;
-            const std::uint32_t position = smallest.Reduce(nearest, next);
-            if (nearest < distSq) {
-                if (found != noPosition) next = std::min(next, distSq);
-                found = node.first + position;
-                distSq = nearest;
-                nextSq = std::min({nextSq, next, farther(distSq)});
-            } else {
-                nextSq = std::min(nextSq, nearest);
-            }
-        } else {
-            const float d = node.pivot - query.point[node.splitDim];
-            const bool leftFirst = d >= 0;
-            waiting[numWaiting++] = {leftFirst ? node.right : current + 1, d * d};
-            current = leftFirst ? current + 1 : node.right;
-            continue;
+    walkNearFirst(tree, query.point, nextSq, [&](const TKdTree<3, 48>::Node& node) WIDE {
+        LanesTwoSmallest smallest;
+        forEachBlock<3>(leafOf<48, 3>(tree, node), splat,
+                        [&](std::uint32_t i, Lanes dist, Lanes mask) WIDE { smallest.Offer(i, dist, mask); });
+        float nearest = 0.0F;
+        float next = 0.0F;
+        const std::uint32_t position = smallest.Reduce(nearest, next);
+        if (!(nearest < distSq)) {
+            nextSq = std::min(nextSq, nearest);
+            return;
         }
-        do {
-            if (numWaiting == 0) {
-                query.distSq = distSq;
-                if (found != noPosition) query.index = static_cast<int>(tree.permutation[found]);
-                return;
-            }
-        } while (!(nextSq > waiting[--numWaiting].distSq));
-        current = waiting[numWaiting].node;
-    }
+        if (found != noPosition) next = std::min(next, distSq);
+        found = node.first + position;
+        distSq = nearest;
+        nextSq = std::min({nextSq, next, farther(distSq)});
+    });
+    answer(tree, found, distSq, query);
 }
 
 WIDE void ballInLeaf(const TKdTree<3, 48>::View& tree, const TKdTree<3, 48>::Node& node, const Splat<3>& q,

@@ -19,8 +19,8 @@ namespace prereg {
 /// @param pose     explains the scans
 /// @param samples  of both scans, placed there: `judge.Place(pose)`
 /// @return         the turns that nothing contradicts, whether they share surface or not; told where too much matches
-/// at
-///              the given pose for an accident of a box. None where a scan has no image: a model shows all of its sides
+///                 at the given pose for an accident of a box. None where a scan has no image: a model shows all of its
+///                 sides
 [[nodiscard]] ZORVAN_API std::vector<PoseTwin> FindBoxTwins(const CPoseJudge& judge, const CTrafo& pose,
                                                             const std::vector<CPoseJudge::PlacedSample>& samples);
 
