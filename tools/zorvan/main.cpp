@@ -8,12 +8,15 @@
 
 #include <fcntl.h>
 #include <malloc.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <new>
 #include <string>
 #include <system_error>
@@ -35,13 +38,24 @@ void occupyStandardStreams()
     if (descriptor >= 0) ::close(descriptor);
 }
 
-/// Freed memory stays for the next step: fetching zeroed pages anew took a fifth of the time of an alignment.
-void keepFreedMemory()
+/// Freed memory stays for the next step: fetching zeroed pages anew took a fifth of the time of an alignment. And the
+/// first of it comes in large pages: fetching some seven thousand small ones took a tenth.
+void prepareHeap()
 {
 #ifdef __GLIBC__
     mallopt(M_MMAP_THRESHOLD, 32 << 20); // the most that is taken
     mallopt(M_TRIM_THRESHOLD, 64 << 20);
     mallopt(M_TOP_PAD, 16 << 20);
+    // A block that nothing lies in yet; freed, it stays in the heap. Large pages are a wish: a system without them
+    // refuses, and nothing is lost.
+    constexpr std::size_t largePage = std::size_t{2} << 20;
+    constexpr std::size_t blockSize = std::size_t{31} << 20;
+    void* const block = std::malloc(blockSize);
+    void* begin = block;
+    std::size_t size = blockSize;
+    if (block != nullptr && std::align(largePage, largePage, begin, size) != nullptr)
+        static_cast<void>(::madvise(begin, size / largePage * largePage, MADV_HUGEPAGE));
+    std::free(block);
 #endif
 }
 
@@ -87,7 +101,7 @@ int run(int argc, char** argv)
 int main(int argc, char** argv)
 {
     occupyStandardStreams();
-    keepFreedMemory();
+    prepareHeap();
     std::signal(SIGPIPE, SIG_IGN); // a reader of messages that goes away does not end the work
     try {
         return withOutput(run(argc, argv));
