@@ -5,6 +5,7 @@
 #include "zorvan/platform/export.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -54,6 +55,14 @@ public:
     [[nodiscard]] std::size_t Size() const { return m_cells.size(); }
     [[nodiscard]] const std::vector<Record>& Records() const { return m_records; }
 
+    /// Makes room for so many cells.
+    void Reserve(std::size_t n)
+    {
+        m_cells.reserve(n);
+        m_records.reserve(n);
+        if (2 * (n + 1) > m_table.size()) rebuildTable(std::bit_ceil(2 * (n + 1)));
+    }
+
     /// The record of a cell, or of the cell of p; a new cell gets a default one. The reference holds until the next
     /// call.
     Record& At(const LatticeCell& cell) { return m_records[slotOf(cell)]; }
@@ -97,6 +106,8 @@ private:
 
     std::size_t slotOf(const LatticeCell& cell)
     {
+        // Points of a scan come line by line: every other one lies in the cell of the one before.
+        if (m_last < m_cells.size() && m_cells[m_last] == cell) return m_last;
         // At most half full, so that runs of taken places stay short.
         if (2 * (m_cells.size() + 1) > m_table.size()) rebuildTable(std::max(firstTableSize, 2 * m_table.size()));
         std::uint32_t& slot = m_table[placeOf(cell)];
@@ -105,6 +116,7 @@ private:
             m_cells.push_back(cell);
             m_records.emplace_back();
         }
+        m_last = slot;
         return slot;
     }
 
@@ -126,6 +138,7 @@ private:
     CLattice m_lattice;
     std::vector<LatticeCell> m_cells;
     std::vector<Record> m_records;
+    std::uint32_t m_last = 0;           ///< record that was asked for last
     std::vector<std::uint32_t> m_table; ///< open addressing; a power of two, at most half full
 };
 

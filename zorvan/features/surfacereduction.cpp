@@ -44,7 +44,9 @@ void Surface::Push(const Vector3& point, const Vector3& normal, unsigned int mas
 Surface reduce(const SurfaceView& surface, double gridSize)
 {
     if (gridSize <= 0) return copyOf(surface);
+    constexpr std::size_t pointsPerCell = 4; // where features are computed, as a rule more
     TLatticeMap<CFPFHDataSource::GridCell> grid(static_cast<float>(gridSize));
+    grid.Reserve(surface.n / pointsPerCell);
     for (std::size_t i = 0; i < surface.n; ++i) {
         grid.At(surface.points[i]).Add(surface.points[i], surface.normals[i], surface.MaskOf(i));
     }

@@ -283,20 +283,30 @@ void CPoseJudge::countInImage(std::size_t side, std::span<const Sample> samples,
     const CRangeImage& image = into.GetImage();
     const CTrafo toImage = image.GetFrame() * pose;
     const bool canMiss = isRayKnown(into);
-    for (const Sample& sample : samples) {
-        const Sample moved{toImage * sample.point, toImage.Rotate(sample.normal)};
-        const CRangeImage::Pixel at = image.PixelAt(moved.point);
-        const bool isInside = image.Contains(at);
-        if (isInside && image.IsInFront(at, moved.point.z - m_frontLimit)) {
-            if (!isInFrontOverCone(into, pose, sample)) continue;
-            ++counts.uiInFront;
-            fronts.push_back(sample.uiCell);
-        } else if (canMiss && moved.normal.z > static_cast<float>(verdict::dFacingCosine) &&
-                   image.IsMissing(at, moved.point.z, static_cast<float>(verdict::dMissingPixels))) {
-            const bool isTurned = !image.Faces(moved.normal);
-            ++(isTurned ? counts.uiTurned : image.IsInGap(at) ? counts.uiInGap : counts.uiMissing);
-        } else if (isInside) {
-            addHit(nearestInImage(image, at, moved), side, counts);
+    // In batches: a sample falls anywhere into the image, and the waits for it overlap.
+    constexpr std::size_t batch = 16;
+    std::array<Sample, batch> moved;
+    std::array<CRangeImage::Pixel, batch> at;
+    for (; !samples.empty(); samples = samples.subspan(std::min(batch, samples.size()))) {
+        const std::size_t n = std::min(batch, samples.size());
+        for (std::size_t k = 0; k < n; ++k) {
+            moved[k] = {toImage * samples[k].point, toImage.Rotate(samples[k].normal)};
+            at[k] = image.PixelAt(moved[k].point);
+            image.Expect(at[k]);
+        }
+        for (std::size_t k = 0; k < n; ++k) {
+            const bool isInside = image.Contains(at[k]);
+            if (isInside && image.IsInFront(at[k], moved[k].point.z - m_frontLimit)) {
+                if (!isInFrontOverCone(into, pose, samples[k])) continue;
+                ++counts.uiInFront;
+                fronts.push_back(samples[k].uiCell);
+            } else if (canMiss && moved[k].normal.z > static_cast<float>(verdict::dFacingCosine) &&
+                       image.IsMissing(at[k], moved[k].point.z, static_cast<float>(verdict::dMissingPixels))) {
+                const bool isTurned = !image.Faces(moved[k].normal);
+                ++(isTurned ? counts.uiTurned : image.IsInGap(at[k]) ? counts.uiInGap : counts.uiMissing);
+            } else if (isInside) {
+                addHit(nearestInImage(image, at[k], moved[k]), side, counts);
+            }
         }
     }
 }

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/verdict/crangeimage.h"
 
+#include "zorvan/core/radixsort.h"
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <numbers>
+#include <utility>
 
 namespace prereg {
 
@@ -45,13 +47,15 @@ class CPlaneCells
 public:
     CPlaneCells(const Vectors& points, const CTrafo& frame, double cell) : m_cell(cell)
     {
-        m_entries.reserve(points.size());
-        for (const Vector3& p : points) {
-            if (!p.IsFinite()) continue;
-            const Vector3 moved = frame * p;
-            m_entries.push_back({keyOf(moved, 0, 0), moved});
+        std::vector<std::pair<std::uint64_t, std::uint32_t>> order; // keys, and of which point
+        order.reserve(points.size());
+        for (std::size_t i = 0; i < points.size(); ++i) {
+            if (!points[i].IsFinite()) continue;
+            order.emplace_back(keyOf(frame * points[i], 0, 0), static_cast<std::uint32_t>(i));
         }
-        std::stable_sort(m_entries.begin(), m_entries.end());
+        Zorvan::RadixSort(order, [](const auto& one) { return one.first; });
+        m_entries.reserve(order.size());
+        for (const auto& [key, i] : order) m_entries.push_back({key, frame * points[i]});
     }
 
     [[nodiscard]] std::size_t Size() const { return m_entries.size(); }

@@ -73,6 +73,17 @@ public:
     {
         return static_cast<std::size_t>(at.y) * static_cast<std::size_t>(m_width) + static_cast<std::size_t>(at.x);
     }
+    /// Brings near the processor what is asked of a pixel and of those about it; any pixel will do.
+    void Expect(Pixel at) const
+    {
+        const Pixel middle = clamped(at);
+        const std::size_t index = Index(middle);
+        const auto width = static_cast<std::size_t>(m_width);
+        __builtin_prefetch(&m_ceilings[index]);
+        __builtin_prefetch(&m_surfels[index]);
+        if (middle.y > 0) __builtin_prefetch(&m_surfels[index - width]);
+        if (middle.y + 1 < m_height) __builtin_prefetch(&m_surfels[index + width]);
+    }
     [[nodiscard]] const Surfel& GetSurfel(Pixel at) const { return m_surfels[Index(at)]; }
     [[nodiscard]] bool IsFilled(Pixel at) const { return GetSurfel(at).point.z > fEmpty; }
     /// Index of the pixel's surface among the points given; `uiNone` in an empty pixel.

@@ -4,6 +4,7 @@
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace prereg::posefit {
@@ -37,23 +38,47 @@ CMatcher::CMatcher(const IPointSet& fix, const IPointSet& flt, const Limits& lim
 {
 }
 
+/// A floating point that was moved, and the fixed point nearest to it, or -1.
+struct CMatcher::Surfel
+{
+    std::size_t floating;
+    Vector3 moved;
+    int nearest;
+};
+
+void CMatcher::findNearest(std::span<Surfel> batch, std::size_t first, const CTrafo& pose)
+{
+    for (std::size_t k = 0; k < batch.size(); ++k) {
+        const std::size_t i = (first + k) * m_stride;
+        batch[k] = {i, pose * m_flt.GetPoints()[i], -1};
+        m_tracker.Expect(first + k);
+    }
+    for (std::size_t k = 0; k < batch.size(); ++k) {
+        batch[k].nearest = m_tracker.Nearest(first + k, batch[k].moved);
+        if (batch[k].nearest >= 0) __builtin_prefetch(&m_fix.GetNormals()[static_cast<std::size_t>(batch[k].nearest)]);
+    }
+}
+
 std::vector<Match> CMatcher::Matches(const CTrafo& pose, const Limits& limits)
 {
+    // In batches: what a point matches lies anywhere, and the waits for it overlap.
+    std::array<Surfel, 32> batch;
+    const std::size_t count = (m_flt.GetPoints().size() + m_stride - 1) / m_stride;
     std::vector<Match> matches;
-    matches.reserve(m_flt.Size() / m_stride + 1);
-    const Vectors& fltPoints = m_flt.GetPoints();
-    const Vectors& fltNormals = m_flt.GetNormals();
-    for (std::size_t i = 0; i < fltPoints.size(); i += m_stride) {
-        const Vector3 moved = pose * fltPoints[i];
-        const int nearest = m_tracker.Nearest(i / m_stride, moved);
-        if (nearest < 0) continue;
-        const auto j = static_cast<std::size_t>(nearest);
-        const Eigen::Vector3d fixNormal = toEigen(m_fix.GetNormals()[j]);
-        const Eigen::Vector3d fltNormal = toEigen(pose.Rotate(fltNormals[i]));
-        if (!(fixNormal.dot(fltNormal) > limits.cosine)) continue;
-        Match match{toEigen(moved), fixNormal, fltNormal, (fixNormal + fltNormal).normalized(), 0.0};
-        match.residual = match.normal.dot(match.moved - toEigen(m_fix.GetPoints()[j]));
-        if (std::abs(match.residual) <= limits.residual) matches.push_back(match);
+    matches.reserve(count);
+    for (std::size_t first = 0; first < count; first += batch.size()) {
+        const std::span<Surfel> some(batch.data(), std::min(batch.size(), count - first));
+        findNearest(some, first, pose);
+        for (const Surfel& surfel : some) {
+            if (surfel.nearest < 0) continue;
+            const auto j = static_cast<std::size_t>(surfel.nearest);
+            const Eigen::Vector3d fixNormal = toEigen(m_fix.GetNormals()[j]);
+            const Eigen::Vector3d fltNormal = toEigen(pose.Rotate(m_flt.GetNormals()[surfel.floating]));
+            if (!(fixNormal.dot(fltNormal) > limits.cosine)) continue;
+            Match match{toEigen(surfel.moved), fixNormal, fltNormal, (fixNormal + fltNormal).normalized(), 0.0};
+            match.residual = match.normal.dot(match.moved - toEigen(m_fix.GetPoints()[j]));
+            if (std::abs(match.residual) <= limits.residual) matches.push_back(match);
+        }
     }
     return matches;
 }
@@ -70,12 +95,14 @@ Frame::Frame(const std::vector<Match>& matches)
 
 Equations::Equations(const std::vector<Match>& matches, const Frame& frame)
 {
+    // One half of the symmetric matrix: the sums stay in registers.
     for (const Match& match : matches) {
         const Vector6d row = frame.Row(match, match.normal);
-        normal += row * row.transpose();
+        for (int column = 0; column < 6; ++column) normal.col(column).tail(6 - column) += row(column) * row.tail(6 - column);
         pull += row * match.residual;
         squares += match.residual * match.residual;
     }
+    normal.triangularView<Eigen::StrictlyUpper>() = normal.transpose();
 }
 
 Matrix6d HoldOf(const std::vector<Match>& matches, const Frame& frame)

@@ -12,6 +12,7 @@
 #include <Eigen/Geometry>
 
 #include <cstddef>
+#include <span>
 #include <vector>
 
 namespace prereg::posefit {
@@ -53,6 +54,11 @@ public:
     [[nodiscard]] std::vector<Match> Matches(const CTrafo& pose, const Limits& limits);
 
 private:
+    struct Surfel;
+
+    /// Looks up those from the one with this number on; what they match is read later.
+    void findNearest(std::span<Surfel> batch, std::size_t first, const CTrafo& pose);
+
     const IPointSet& m_fix;
     const IPointSet& m_flt;
     std::size_t m_stride;
