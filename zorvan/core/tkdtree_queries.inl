@@ -56,6 +56,19 @@ WIDE inline void forEachBlock(const Leaf<Dim>& leaf, const Splat<Dim>& q, Visit 
     if (whole < leaf.count) visit(whole, squaredDistances(leaf, q.lanes, whole), Lanes::First(leaf.count - whole));
 }
 
+// Of these lanes, the position that comes first in the leaf. Each lane holds the first position of its block.
+WIDE inline std::uint32_t firstPosition(Lanes block, unsigned lanes)
+{
+    float blocks[Lanes::width];
+    block.Store(blocks);
+    std::uint32_t position = noPosition;
+    for (; lanes != 0; lanes &= lanes - 1) {
+        const auto lane = static_cast<unsigned>(std::countr_zero(lanes));
+        position = std::min(position, std::bit_cast<std::uint32_t>(blocks[lane]) + lane);
+    }
+    return position;
+}
+
 // The smallest value met, and where. Each lane keeps its own; the first point wins among equals, as if they had been
 // looked at one by one.
 struct LanesMinimum
@@ -80,14 +93,7 @@ struct LanesMinimum
         const unsigned lanes = touched.Bits();
         if (lanes == 0) return noPosition;
         value = best.Smallest();
-        float blocks[Lanes::width];
-        block.Store(blocks);
-        std::uint32_t position = noPosition;
-        for (unsigned equal = (best == Lanes::Set1(value)).Bits() & lanes; equal != 0; equal &= equal - 1) {
-            const auto lane = static_cast<unsigned>(std::countr_zero(equal));
-            position = std::min(position, std::bit_cast<std::uint32_t>(blocks[lane]) + lane);
-        }
-        return position;
+        return firstPosition(block, (best == Lanes::Set1(value)).Bits() & lanes);
     }
 };
 
@@ -192,21 +198,13 @@ struct LanesTwoSmallest
     // Of the leaf; the smaller value to `value`, the other to `next`.
     WIDE std::uint32_t Reduce(float& value, float& next) const
     {
-        float bests[Lanes::width];
-        float blocks[Lanes::width];
-        best.Store(bests);
-        block.Store(blocks);
         value = best.Smallest();
-        next = second.Smallest();
-        std::uint32_t position = noPosition;
-        bool isFirst = true;
-        for (unsigned lane = 0; lane < Lanes::width; ++lane) {
-            const bool isSmallest = bests[lane] == value;
-            if (isSmallest) position = std::min(position, std::bit_cast<std::uint32_t>(blocks[lane]) + lane);
-            if (!isSmallest || !isFirst) next = std::min(next, bests[lane]);
-            isFirst = isFirst && !isSmallest;
-        }
-        return position;
+        const Lanes isSmallest = best == Lanes::Set1(value);
+        const Lanes others = Select(best, Lanes::Set1(std::numeric_limits<float>::infinity()), isSmallest);
+        const unsigned lanes = isSmallest.Bits();
+        const bool isAlone = (lanes & (lanes - 1)) == 0;
+        next = isAlone ? Min(second, others).Smallest() : value;
+        return firstPosition(block, lanes);
     }
 };
 
