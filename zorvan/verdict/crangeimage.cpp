@@ -466,13 +466,11 @@ std::array<int, 4> CRangeImage::countOutermost(const Vectors& points) const
     for (const Vector3& point : points) {
         if (!point.IsFinite()) continue;
         const Vector3 p = m_frame * point;
+        const bool isAtEnd[] = {p.x < low.x + reach, high.x - reach < p.x, p.y < low.y + reach, high.y - reach < p.y};
+        if (!(isAtEnd[0] || isAtEnd[1] || isAtEnd[2] || isAtEnd[3])) continue;
         const Pixel at = clamped(PixelAt(p));
-        const auto row = static_cast<std::size_t>(at.y);
-        const auto column = static_cast<std::size_t>(at.x);
-        isReached[0][row] |= static_cast<std::uint8_t>(p.x < low.x + reach);
-        isReached[1][row] |= static_cast<std::uint8_t>(p.x > high.x - reach);
-        isReached[2][column] |= static_cast<std::uint8_t>(p.y < low.y + reach);
-        isReached[3][column] |= static_cast<std::uint8_t>(p.y > high.y - reach);
+        for (std::size_t side = 0; side < isReached.size(); ++side)
+            if (isAtEnd[side]) isReached[side][static_cast<std::size_t>(side < 2 ? at.y : at.x)] = 1;
     }
     std::array<int, 4> counts{};
     for (std::size_t side = 0; side < counts.size(); ++side)

@@ -172,10 +172,10 @@ public:
             Patch& patch = m_patches[key];
             const Vector6d pull = frame.Row(match, match.normal) * match.residual;
             patch.pull += pull;
-            const Matrix6d hold = frame.HoldOf(match);
+            const SymmetricHalf hold = frame.HoldOf(match);
             patch.hold += hold;
             m_hold += hold;
-            m_apart += pull * pull.transpose();
+            m_apart += SymmetricHalf::Square(pull);
         }
     }
 
@@ -188,8 +188,9 @@ public:
         std::vector<Vector6d> steps;
         steps.reserve(m_patches.size());
         Matrix6d sum = Matrix6d::Zero();
+        const Matrix6d hold = m_hold.Whole();
         for (const auto& [key, patch] : m_patches) {
-            steps.push_back(m_held.Solve(m_hold - patch.hold, patch.pull));
+            steps.push_back(m_held.Solve(hold - patch.hold.Whole(), patch.pull));
             sum += steps.back() * steps.back().transpose();
         }
         const auto count = static_cast<double>(m_patches.size());
@@ -199,21 +200,21 @@ public:
     /// As if all pairs were independent.
     [[nodiscard]] Matrix6d Apart() const
     {
-        const Matrix6d inverse = m_held.Inverse(m_hold);
-        return inverse * m_apart * inverse;
+        const Matrix6d inverse = m_held.Inverse(m_hold.Whole());
+        return inverse * m_apart.Whole() * inverse;
     }
 
 private:
     struct Patch
     {
         Vector6d pull = Vector6d::Zero();
-        Matrix6d hold = Matrix6d::Zero();
+        SymmetricHalf hold;
     };
 
     const CHeldMotions& m_held;
     std::map<std::array<long, 3>, Patch> m_patches;
-    Matrix6d m_hold = Matrix6d::Zero();
-    Matrix6d m_apart = Matrix6d::Zero();
+    SymmetricHalf m_hold;
+    SymmetricHalf m_apart;
 };
 
 /// @param covariance  turns in units of 1 / radius: its deviations are what a motion moves the points, in mm

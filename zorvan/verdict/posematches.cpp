@@ -95,21 +95,21 @@ Frame::Frame(const std::vector<Match>& matches)
 
 Equations::Equations(const std::vector<Match>& matches, const Frame& frame)
 {
-    // One half of the symmetric matrix: the sums stay in registers.
+    SymmetricHalf half;
     for (const Match& match : matches) {
         const Vector6d row = frame.Row(match, match.normal);
-        for (int column = 0; column < 6; ++column) normal.col(column).tail(6 - column) += row(column) * row.tail(6 - column);
+        half += SymmetricHalf::Square(row);
         pull += row * match.residual;
         squares += match.residual * match.residual;
     }
-    normal.triangularView<Eigen::StrictlyUpper>() = normal.transpose();
+    normal = half.Whole();
 }
 
 Matrix6d HoldOf(const std::vector<Match>& matches, const Frame& frame)
 {
-    Matrix6d hold = Matrix6d::Zero();
+    SymmetricHalf hold;
     for (const Match& match : matches) hold += frame.HoldOf(match);
-    return hold;
+    return hold.Whole();
 }
 
 CTrafo Motion(const Vector6d& step, const Frame& frame)

@@ -20,6 +20,44 @@ namespace prereg::posefit {
 using Vector6d = Eigen::Matrix<double, 6, 1>;
 using Matrix6d = Eigen::Matrix<double, 6, 6>;
 
+/// The lower half of a symmetric matrix, two columns at a time: what is summed over all matches stays in registers.
+struct SymmetricHalf
+{
+    Eigen::Matrix<double, 6, 2> left = Eigen::Matrix<double, 6, 2>::Zero();
+    Eigen::Matrix<double, 4, 2> middle = Eigen::Matrix<double, 4, 2>::Zero(); ///< from the third row and column on
+    Eigen::Matrix<double, 2, 2> right = Eigen::Matrix<double, 2, 2>::Zero();
+
+    /// Of a column times its transpose.
+    [[nodiscard]] static SymmetricHalf Square(const Vector6d& a)
+    {
+        return {a * a.head<2>().transpose(), a.tail<4>() * a.segment<2>(2).transpose(),
+                a.tail<2>() * a.tail<2>().transpose()};
+    }
+    /// Of the mean of both products of two columns.
+    [[nodiscard]] static SymmetricHalf Mean(const Vector6d& a, const Vector6d& b)
+    {
+        return {0.5 * (a * b.head<2>().transpose() + b * a.head<2>().transpose()),
+                0.5 * (a.tail<4>() * b.segment<2>(2).transpose() + b.tail<4>() * a.segment<2>(2).transpose()),
+                0.5 * (a.tail<2>() * b.tail<2>().transpose() + b.tail<2>() * a.tail<2>().transpose())};
+    }
+    SymmetricHalf& operator+=(const SymmetricHalf& other)
+    {
+        left += other.left;
+        middle += other.middle;
+        right += other.right;
+        return *this;
+    }
+    [[nodiscard]] Matrix6d Whole() const
+    {
+        Matrix6d whole;
+        whole.leftCols<2>() = left;
+        whole.block<4, 2>(2, 2) = middle;
+        whole.bottomRightCorner<2, 2>() = right;
+        whole.triangularView<Eigen::StrictlyUpper>() = whole.transpose();
+        return whole;
+    }
+};
+
 /// A moved floating point and the fixed point that it matches.
 struct Match
 {
@@ -83,11 +121,9 @@ struct Frame
     }
 
     /// From the normals of one scan times those of the other: noise of one alone looks like a hold.
-    [[nodiscard]] Matrix6d HoldOf(const Match& match) const
+    [[nodiscard]] SymmetricHalf HoldOf(const Match& match) const
     {
-        const Vector6d fixRow = Row(match, match.fixNormal);
-        const Vector6d fltRow = Row(match, match.fltNormal);
-        return 0.5 * (fixRow * fltRow.transpose() + fltRow * fixRow.transpose());
+        return SymmetricHalf::Mean(Row(match, match.fixNormal), Row(match, match.fltNormal));
     }
 };
 
