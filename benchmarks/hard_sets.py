@@ -81,7 +81,7 @@ class Scans:
 def register(args, scans, files, *more):
     before = resource.getrusage(resource.RUSAGE_CHILDREN)
     out = scans.folder / "out"
-    run = subprocess.run([args.program, "register", *map(str, files), "-o", out, "--optimize", *map(str, more),
+    run = subprocess.run([args.program, "register", *map(str, files), "-o", out, "--optimize", "--threads", "1", *map(str, more),
                           *args.option], capture_output=True, text=True, check=False)
     if run.returncode not in (0, 1):
         sys.exit(run.stderr)

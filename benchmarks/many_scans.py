@@ -63,7 +63,8 @@ class Run:
 
     def __init__(self, args, folder, scans, *more):
         start = time.monotonic()
-        self.process, self.seconds, self.peak = run([args.program, "register", *scans, "-o", folder / "out", *more])
+        self.process, self.seconds, self.peak = run([args.program, "register", *scans, "-o", folder / "out",
+                                                     "--threads", args.threads, *more])
         self.clock = time.monotonic() - start
         self.clusters = clusters_of(folder / "out" / "poses.json")
         self.stages = {name: float(s) for name, s in re.findall(r"(\w+) (\S+) s(?:,|\n|$)", self.process.stderr)}
@@ -214,7 +215,7 @@ def size(args, folder, views):
     scans, truth = simulate(args, folder / f"views{views}", views, args.seed, args.object)
     if args.shuffle is not None:
         scans = shuffled(scans, args.shuffle)
-    done = min((Run(args, folder, scans, "--optimize", "--threads", args.threads) for _ in range(args.repeats)),
+    done = min((Run(args, folder, scans, "--optimize") for _ in range(args.repeats)),
                key=lambda r: r.seconds)
     cluster = max(done.clusters, key=len)
     print(f"{views}: " + ", ".join(f"{stage} {s:.2f} s" for stage, s in done.stages.items())
@@ -292,7 +293,7 @@ def main():
     parser.add_argument("--seed", type=int, default=1, help="of sizes")
     parser.add_argument("--object", choices=["jaw", "wall"], default="jaw", help="of sizes")
     parser.add_argument("--shuffle", type=int, metavar="SEED", help="of sizes: a random order instead of that of the views")
-    parser.add_argument("--threads", type=int, default=1, help="of sizes")
+    parser.add_argument("--threads", type=int, default=1)
     parser.add_argument("--turns", type=int, default=15, help="of sessions")
     parser.add_argument("--scans", action="store_true", help="print the errors of every scan")
     args = parser.parse_args()

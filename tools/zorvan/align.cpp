@@ -13,18 +13,14 @@
 #include "zorvan/workflow/align.h"
 #include "zorvan/workflow/alignwords.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <memory>
 #include <string>
-#include <thread>
 
 namespace tools {
 
 namespace {
-
-constexpr unsigned uiMostThreads = 8; // more hardly help two scans
 
 struct AlignOptions
 {
@@ -113,9 +109,7 @@ void AddAlign(CCommand app)
     options->pair.AddTo(command);
     options->settings.AddTo(command);
     options->gpu.AddTo(command);
-    options->general.uiNumThreads = std::clamp(std::thread::hardware_concurrency(), 1U, uiMostThreads);
-    options->general.AddTo(command, "Threads at most, by default one a processor, up to 8; the result does not\n"
-                                    "depend on it");
+    options->general.AddToShared(command);
     command.SetFooter(
         "Ctrl-C ends the search and keeps what has been found.\n"
         "Exit code 0: aligned; 1: ambiguous, not aligned or too little to go on; 2: wrong call, unreadable "

@@ -89,7 +89,7 @@ void AddFeatures(CCommand app)
     options->files.AddTo(command);
     options->settings.AddTo(command);
     options->gpu.AddTo(command);
-    options->general.AddTo(command, "Tasks that share the work; the features do not depend on it (default 1)");
+    options->general.AddToShared(command);
     command.SetFooter(
         "With --quiet only the counts are printed. Exit code 0: there are features; 1: there is none, and\n"
         "no file is written; 2: wrong call or unreadable input.\n\n"

@@ -73,8 +73,7 @@ void AddJudge(CCommand app)
     options->files.AddTo(command);
     options->pair.AddTo(command);
     options->settings.AddTo(command);
-    options->general.AddTo(command, "With more than one, both scans are read side by side; the result does not\n"
-                                    "depend on it");
+    options->general.AddToShared(command);
     command.SetFooter("Each pose is refined before it is weighed, and the poses are compared with one another.\n"
                       "Exit code 0: one pose explains both scans; 1: ambiguous, not aligned or too little to go on;\n"
                       "2: wrong call, unreadable input or unwritable output.\n\n"

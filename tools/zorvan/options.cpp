@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <iostream>
 #include <string_view>
+#include <thread>
 
 namespace tools {
 
@@ -35,6 +36,14 @@ void GeneralOptions::AddTo(CCommand command, const std::string& threadsHelp)
     command.AddOption("--threads", uiNumThreads, threadsHelp).Between(1, 1024);
     command.AddFlag("--quiet", isQuiet, "Print the result and errors only");
     command.AddOption("--log", logLevel, "What the library reports: trace, debug, info, warn, error or fatal");
+}
+
+void GeneralOptions::AddToShared(CCommand command)
+{
+    constexpr unsigned uiMostThreads = 8; // more hardly help two scans
+    uiNumThreads = std::clamp(std::thread::hardware_concurrency(), 1U, uiMostThreads);
+    AddTo(command, "Threads at most, by default one a processor, up to 8; the result does not\n"
+                   "depend on it");
 }
 
 void GeneralOptions::Apply() const

@@ -24,6 +24,8 @@ struct GeneralOptions
 
     /// @param threadsHelp  what the number of threads does in this subcommand
     void AddTo(CCommand command, const std::string& threadsHelp);
+    /// For subcommands whose work threads share: as many as there are processors, up to 8, unless the user says more.
+    void AddToShared(CCommand command);
     /// Passes the level on to the library. @throws CInputError for an unknown one
     void Apply() const;
 };

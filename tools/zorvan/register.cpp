@@ -304,7 +304,7 @@ void AddRegister(CCommand app)
     options->files.AddTo(command);
     options->settings.AddTo(command);
     options->gpu.AddTo(command);
-    options->general.AddTo(command, "Threads that work; the result does not depend on it");
+    options->general.AddToShared(command);
     command.SetFooter("Ctrl-C and SIGTERM end the search and write what has been found.\n"
                       "Exit code 0: all scans are in one frame; 1: not all, or one was left out; 2: wrong call,\n"
                       "unreadable input or unwritable output.\n\n"

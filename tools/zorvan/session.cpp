@@ -116,7 +116,7 @@ void AddSession(CCommand app)
     const auto add = [&](const char* name, const char* help) {
         CCommand sub = command.AddCommand(name, help);
         sub.AddOption("FILE", options->file, "A session.zdoc that register has written").Required();
-        options->general.AddTo(sub, "Threads that work; the result does not depend on it");
+        options->general.AddToShared(sub);
         return sub;
     };
     add("list", "Its scans, by cluster, how well they fit, and who did what to it, when and why").SetAction([options] {

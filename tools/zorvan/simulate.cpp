@@ -108,13 +108,13 @@ void AddSimulate(CCommand app)
     command.AddOption("--rough", options->rough,
                       "Turn in degrees and shift in mm of the start poses in rough.json,\n"
                       "all but the first one's (default 5,1)");
-    options->general.AddTo(command, "Threads that scan; the files do not depend on it (default 1)");
+    options->general.AddToShared(command);
     command.SetFooter("Examples:\n"
                       "  zorvan simulate -o demo\n"
                       "  zorvan simulate -o arch --views 24 --field 16\n"
                       "  zorvan simulate -o wall --object wall --views 400\n"
                       "  zorvan simulate -o sweep --video --views 200\n"
-                      "  zorvan simulate -o big --views 2 --points 4000000 --threads 8\n"
+                      "  zorvan simulate -o big --views 2 --points 4000000\n"
                       "  zorvan simulate -o gear --object gear --sensor triangulation --seed 5 --views 12\n"
                       "  zorvan simulate -o street --object housing --sensor lidar+outliers --noise 0.5");
     command.SetAction([options] { return simulate(*options); });
