@@ -93,14 +93,22 @@ double rimOf(const Scan& mesh)
 
 bool isClosed(const Scan& mesh, double area) { return rimOf(mesh) < dLongestRim * std::sqrt(area); }
 
+/// Most of the area lies in triangles that are much larger than most are.
 bool isUneven(std::vector<double> areas, double area)
 {
+    const auto inLarger = [&](double least) {
+        double sum = 0.0;
+        for (const double one : areas) sum += one > least ? one : 0.0;
+        return sum;
+    };
+    // Of a scan, more than half of the triangles have a fifth of the mean area, and so has the median.
+    const double fifth = 0.2 * area / static_cast<double>(areas.size());
+    const auto numAbove = std::ranges::count_if(areas, [&](double one) { return one >= fifth; });
+    const bool isMedianAbove = 2 * static_cast<std::size_t>(numAbove) > areas.size() + 1;
+    if (isMedianAbove && inLarger(dLargeTriangle * fifth) <= dLargeShare * area) return false;
     const auto middle = areas.begin() + static_cast<std::ptrdiff_t>(areas.size() / 2);
     std::nth_element(areas.begin(), middle, areas.end());
-    const double large = dLargeTriangle * *middle;
-    double inLarge = 0.0;
-    for (const double one : areas) inLarge += one > large ? one : 0.0;
-    return inLarge > dLargeShare * area;
+    return inLarger(dLargeTriangle * *middle) > dLargeShare * area;
 }
 
 /// Six times the volume, measured from a corner of the mesh, so that it may lie anywhere.

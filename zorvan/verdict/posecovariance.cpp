@@ -166,14 +166,15 @@ public:
     CPatches(const std::vector<Match>& matches, const Frame& frame, double side, const CHeldMotions& held)
         : m_held(held)
     {
+        auto patch = m_patches.end(); // of a match; as a rule of the next one, too
         for (const Match& match : matches) {
             const Eigen::Vector3d cell = match.moved / side;
             const std::array<long, 3> key{std::lround(cell.x()), std::lround(cell.y()), std::lround(cell.z())};
-            Patch& patch = m_patches[key];
+            if (patch == m_patches.end() || patch->first != key) patch = m_patches.try_emplace(key).first;
             const Vector6d pull = frame.Row(match, match.normal) * match.residual;
-            patch.pull += pull;
+            patch->second.pull += pull;
             const SymmetricHalf hold = frame.HoldOf(match);
-            patch.hold += hold;
+            patch->second.hold += hold;
             m_hold += hold;
             m_apart += SymmetricHalf::Square(pull);
         }

@@ -22,55 +22,55 @@ constexpr double dFinest = 1.0 / 500; // of the diagonal
 constexpr double dCoarsest = 1.0 / 50;
 constexpr double dCoarsestRaised = 1.0 / 100;
 
-/// How the points around a point lie.
-struct Neighbourhood
-{
-    double dSide = 0.0;   ///< of the square that each point stands for, mm
-    double dAcross = 0.0; ///< the nearest eight points: their extent across their main direction, over that along it
-};
+using Hits = std::vector<Zorvan::IndexAndDist>;
 
-Neighbourhood neighbourhoodOf(const CPointSet& scan, std::size_t i, std::vector<Zorvan::IndexAndDist>& found)
+/// Calls `use(p, hits)` for some two hundred points, with the points next to each.
+template <typename Use>
+void forEachProbe(const CPointSet& scan, int numNeighbours, Use use)
 {
-    constexpr int iNear = 8;
-    constexpr int iWide = 50;
-    const auto limit = std::numeric_limits<float>::max();
-    const kdtree::Vector<3> p = scan.GetPoint(i);
-    scan.GetKdTree().FindKNearest(p, found, iWide, limit);
-    float farthest = 0.0F;
-    for (const auto& hit : found) farthest = std::max(farthest, hit.distSq);
-    Neighbourhood result;
-    result.dSide = std::sqrt(std::numbers::pi * static_cast<double>(farthest) / iWide);
-    scan.GetKdTree().FindKNearest(p, found, iNear, limit);
+    constexpr std::size_t uiProbes = 200;
+    Hits found;
+    for (std::size_t i = 0; i < scan.Size(); i += std::max<std::size_t>(1, scan.Size() / uiProbes)) {
+        const kdtree::Vector<3> p = scan.GetPoint(i);
+        scan.GetKdTree().FindKNearest(p, found, numNeighbours, std::numeric_limits<float>::max());
+        use(p, found);
+    }
+}
+
+/// Extent of points about another one across their main direction, over that along it.
+double acrossOf(const CPointSet& scan, const kdtree::Vector<3>& p, const Hits& hits)
+{
     kdtree::Vector<3> along;
     float most = 0.0F;
-    for (const auto& hit : found) {
+    for (const auto& hit : hits) {
         if (hit.distSq <= most) continue;
         most = hit.distSq;
         along = scan.GetPoint(hit.index) - p;
     }
-    if (!(most > 0.0F)) return result;
+    if (!(most > 0.0F)) return 0.0;
     float across = 0.0F;
-    for (const auto& hit : found)
+    for (const auto& hit : hits)
         across = std::max(across, Cross(scan.GetPoint(hit.index) - p, along).LengthSq() / most);
-    result.dAcross = std::sqrt(static_cast<double>(across / most));
-    return result;
+    return std::sqrt(static_cast<double>(across / most));
 }
 
 /// The side of the square that a point stands for where the points lie in lines; 0 where they lie in a raster or
 /// anyhow.
 double lineSide(const CPointSet& scan)
 {
-    constexpr std::size_t uiProbes = 200;
+    constexpr int iNear = 8;
+    constexpr int iWide = 50;
     constexpr double dLine = 0.35; // in a raster the eight neighbours are as far across as along
-    std::vector<double> sides;
     std::vector<double> across;
-    std::vector<Zorvan::IndexAndDist> found;
-    for (std::size_t i = 0; i < scan.Size(); i += std::max<std::size_t>(1, scan.Size() / uiProbes)) {
-        const Neighbourhood around = neighbourhoodOf(scan, i, found);
-        sides.push_back(around.dSide);
-        across.push_back(around.dAcross);
-    }
-    if (sides.empty() || Zorvan::Median(std::move(across)) > dLine) return 0.0;
+    forEachProbe(scan, iNear,
+                 [&](const kdtree::Vector<3>& p, const Hits& hits) { across.push_back(acrossOf(scan, p, hits)); });
+    if (across.empty() || Zorvan::Median(std::move(across)) > dLine) return 0.0;
+    std::vector<double> sides;
+    forEachProbe(scan, iWide, [&](const kdtree::Vector<3>&, const Hits& hits) {
+        float farthest = 0.0F;
+        for (const auto& hit : hits) farthest = std::max(farthest, hit.distSq);
+        sides.push_back(std::sqrt(std::numbers::pi * static_cast<double>(farthest) / iWide));
+    });
     return Zorvan::Median(std::move(sides));
 }
 
