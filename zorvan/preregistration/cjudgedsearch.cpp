@@ -71,15 +71,17 @@ CJudgedSearch::CJudgedSearch(SearchedScan fix, SearchedScan flt, const Configura
       m_flt(checked(std::move(flt))),
       m_searchConfig(searchConfig),
       m_refinementConfig(refinementConfig),
-      m_judge(*m_fix.view, *m_flt.view)
+      m_judge(*m_fix.view, *m_flt.view),
+      m_isPlanePart(std::max(PlaneShare(m_fix.set->GetNormals()), PlaneShare(m_flt.set->GetNormals())) >
+                    verdict::dMaxPlaneShare)
 {
 }
 
 bool CJudgedSearch::Compute(const Zorvan::Hooks& hooks)
 {
-    if (isPlanePart()) thinPlanes();
+    if (m_isPlanePart) thinPlanes();
     const bool hasFeatures = m_fix.set->SizeFeatures() > 0 && m_flt.set->SizeFeatures() > 0;
-    if (hasFeatures && !(m_hasVote && isPlanePart())) {
+    if (hasFeatures && !(m_hasVote && m_isPlanePart)) {
         proposeByFeatures(hooks);
         proposeTurns();
     }
@@ -305,16 +307,9 @@ void CJudgedSearch::settle(std::size_t first)
     }
 }
 
-/// The features of planes agree anywhere: thousands of polygons, of which the vote needs none.
-bool CJudgedSearch::isPlanePart() const
-{
-    const double planes = std::max(PlaneShare(m_fix.set->GetNormals()), PlaneShare(m_flt.set->GetNormals()));
-    return planes > verdict::dMaxPlaneShare;
-}
-
 bool CJudgedSearch::IsSettled() const
 {
-    return !isPlanePart() && !m_judge.IsCoarse() && m_verdict &&
+    return !m_isPlanePart && !m_judge.IsCoarse() && m_verdict &&
            m_judge.HoldRatio(m_candidates[m_verdict.explanations.front()].refined.GetTrafo()) >= verdict::dFirmHold;
 }
 

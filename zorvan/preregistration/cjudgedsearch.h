@@ -107,7 +107,6 @@ private:
     void weigh();
     void decide();
     void settle(std::size_t first);
-    [[nodiscard]] bool isPlanePart() const;
     [[nodiscard]] std::vector<CTrafo> hopeful(const std::vector<CTrafo>& poses) const;
 
     SearchedScan m_fix;
@@ -116,6 +115,8 @@ private:
     ConfigurationFPFH m_searchConfig;
     ConfigurationICP m_refinementConfig;
     CPoseJudge m_judge;
+    /// The features of planes agree anywhere: thousands of polygons, of which the vote needs none.
+    bool m_isPlanePart;
     bool m_requiresLimits = false;
     unsigned m_uiNumTasks = 1;
     bool m_hasVote = true;
