@@ -158,6 +158,23 @@ TEST(PlyFaces, AreTrianglesAndWhateverElseStandsBetweenThem)
     }
 }
 
+TEST(PlyPoints, AreTakenByNameInAnyOrder)
+{
+    const TemporaryFolder folder;
+    for (const std::string format : {"ascii", "binary_little_endian", "binary_big_endian"}) {
+        for (const std::string names : {"xyz", "zyx", "xyza"}) {
+            PlyBody body(format);
+            std::string header = "ply\nformat " + format + " 1.0\nelement vertex 2\n";
+            for (const char name : names) header += std::string("property float ") + name + "\n";
+            for (const int first : {1, 11})
+                for (const char name : names) body.Put("float", first + (name - 'x'));
+            const auto file = folder.Write("points.ply", header + "end_header\n" + body.Bytes());
+            EXPECT_THAT(Zorvan::ReadScanFile(file).points, testing::ElementsAre(Vector3(1, 2, 3), Vector3(11, 12, 13)))
+                << format << ' ' << names;
+        }
+    }
+}
+
 TEST_P(PlyFormats, GiveTheSameScan)
 {
     const TemporaryFolder folder;

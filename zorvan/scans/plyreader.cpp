@@ -73,6 +73,13 @@ public:
         return std::nullopt;
     }
 
+    /// Three floats. Stays where it is when there are fewer.
+    std::optional<Vector3> ReadPoint()
+    {
+        if (m_bytes.size() - m_offset < 3 * sizeof(float)) return std::nullopt;
+        return Vector3{load<float>(), load<float>(), load<float>()};
+    }
+
     [[nodiscard]] std::string Where() const { return "byte " + std::to_string(m_offset); }
 
 private:
@@ -109,6 +116,7 @@ public:
     }
 
     static std::optional<Face> ReadTriangle(std::uint32_t) { return std::nullopt; }
+    static std::optional<Vector3> ReadPoint() { return std::nullopt; }
 
     [[nodiscard]] std::string Where() const
     {
@@ -229,7 +237,12 @@ private:
         if (hasNormals) m_scan.normals.reserve(element.count);
         if (hasColours) m_scan.colours.reserve(element.count);
         if (columns.intensity >= 0) m_scan.intensities.reserve(element.count);
+        const bool mayBePlain = isPlainPoint(element);
         for (std::uint64_t i = 0; i < element.count; ++i) {
+            if (const auto point = mayBePlain ? m_source.ReadPoint() : std::nullopt) {
+                m_scan.points.push_back(*point);
+                continue;
+            }
             readEntry(element);
             if (isDouble)
                 m_places.push_back({cell(columns.point[0]), cell(columns.point[1]), cell(columns.point[2])});
@@ -239,6 +252,15 @@ private:
             if (hasColours) m_scan.colours.push_back(takeColour(element, columns.colour));
             if (columns.intensity >= 0) m_scan.intensities.push_back(ToFloat(cell(columns.intensity)));
         }
+    }
+
+    /// Nothing but x, y and z, as many scanners write them.
+    [[nodiscard]] static bool isPlainPoint(const PlyElement& vertex)
+    {
+        static constexpr std::array<std::string_view, 3> names{"x", "y", "z"};
+        return std::ranges::equal(vertex.properties, names, [](const PlyProperty& property, std::string_view name) {
+            return !property.isList && property.type == EPlyType::Float32 && property.name == name;
+        });
     }
 
     /// Whether coordinates may have more digits than a float; those of a text always may.
@@ -270,6 +292,7 @@ private:
         const int list = std::max(element.FindList("vertex_indices"), element.FindList("vertex_index"));
         if (list < 0) return skip(element);
         const bool mayBePlain = isPlain(element);
+        if (mayBePlain) m_scan.faces.reserve(element.count);
         const auto limit = static_cast<std::uint32_t>(std::min(m_numVertices, 2147483648.0)); // of either sign
         for (std::uint64_t i = 0; i < element.count; ++i) {
             if (const auto triangle = mayBePlain ? m_source.ReadTriangle(limit) : std::nullopt) {

@@ -2,6 +2,7 @@
 #include "zorvan/verdict/crangeimage.h"
 
 #include "zorvan/core/radixsort.h"
+#include "zorvan/platform/simd.h"
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <numbers>
@@ -26,13 +27,18 @@ CTrafo axesAlong(const Vector3& direction)
 
 kdtree::Range<3> boxOf(const Vectors& points, const CTrafo& frame)
 {
+    using Zorvan::simd::Float4;
     kdtree::Range<3> box = kdtree::EmptyRange();
+    Float4 low = Float4::Load(&box.low.x);
+    Float4 high = Float4::Load(&box.high.x);
     for (const Vector3& p : points) {
         if (!p.IsFinite()) continue;
         const Vector3 moved = frame * p;
-        box.low = Min(box.low, moved);
-        box.high = Max(box.high, moved);
+        low = Min(low, Float4::Load(&moved.x));
+        high = Max(high, Float4::Load(&moved.x));
     }
+    low.Store(&box.low.x);
+    high.Store(&box.high.x);
     return box;
 }
 
