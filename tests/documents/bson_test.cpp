@@ -25,6 +25,26 @@ TEST(Bson, FreezesToTheBytesWorkedByHand)
     EXPECT_EQ(Bytes(element::make_regex("r", "a+", "i")), "\x08\0\0\0\x0Br\0a+\0i\0\0"s);
 }
 
+TEST(Bson, AnObjectMadeElementByElementIsTheSame)
+{
+    const auto nth = [](std::uint64_t i) {
+        return i % 2 == 0 ? element("n", static_cast<int>(i))
+                          : element("o", object(element("text", std::string(i, 'x'))));
+    };
+    for (const std::uint64_t count : {0U, 1U, 2U, 50U}) {
+        object all;
+        for (std::uint64_t i = 0; i < count; ++i) all += nth(i);
+        EXPECT_EQ(Bytes(element::make_object("all", count, nth)), Bytes(element("all", all))) << count;
+    }
+    for (const int change : {1, -1}) { // between the two times that an element is made
+        int size = 10;
+        const auto changing = [&](std::uint64_t) {
+            return element("t", std::string(static_cast<std::size_t>(size += change), 'x'));
+        };
+        EXPECT_THROW(static_cast<void>(element::make_object("all", 1, changing)), std::logic_error) << change;
+    }
+}
+
 TEST(Bson, ReadersDemandTheirOwnType)
 {
     for (const element& e : EveryType()) {

@@ -127,6 +127,29 @@ TEST(StagingFolder, LeavesTheOldFileWhenWritingIsStopped)
     EXPECT_EQ(contentsOf(folder), (Contents{{"a", bytes}}));
 }
 
+TEST(StagingFolder, TakesWhatIsWrittenInStepsOrNothing)
+{
+    const TemporaryFolder folder;
+    folder.Write("a", "old a");
+    std::string whole;
+    for (int i = 0; i < 1'000'000; ++i) whole += std::to_string(i) + '\n'; // of some 7 MB, over the ends of blocks
+    const auto write = [](std::ostream& out) {
+        for (int i = 0; i < 1'000'000; ++i) (out << i).put('\n');
+    };
+    EXPECT_THROW(Zorvan::WriteFileAtomically(folder / "a",
+                                             [&](std::ostream& out) {
+                                                 write(out);
+                                                 throw std::runtime_error("no more");
+                                             }),
+                 std::runtime_error);
+    int questions = 0;
+    const Zorvan::Hooks stopping([&] { return questions++ == 1; });
+    EXPECT_FALSE(Zorvan::WriteFileAtomically(folder / "a", whole.size(), write, stopping));
+    EXPECT_EQ(contentsOf(folder), (Contents{{"a", "old a"}}));
+    Zorvan::WriteFileAtomically(folder / "a", write);
+    EXPECT_EQ(contentsOf(folder), (Contents{{"a", whole}}));
+}
+
 TEST(FileLock, KeepsOthersOutUntilItsProcessIsGone)
 {
     const TemporaryFolder folder;

@@ -98,15 +98,17 @@ bson::object CClusterRegistration::ToObject() const
 bson::object CClusterRegistration::toObject() const
 {
     bson::object clustering;
-    bson::object surfaces;
+    std::vector<std::pair<UniversalUniqueID, const Entity*>> entities;
     for (const auto& [clusterID, cluster] : m_state.clusters) {
         clustering += bson::element("cluster", clusterToObject(clusterID, *cluster));
-        for (const auto& [id, entity] : cluster->entities)
-            surfaces += bson::element("point_set", surfaceToObject(id, entity));
+        for (const auto& [id, entity] : cluster->entities) entities.emplace_back(id, &entity);
     }
+    const auto surface = [&](std::uint64_t i) {
+        return bson::element("point_set", surfaceToObject(entities[i].first, *entities[i].second));
+    };
     return {bson::element("configuration", bson::to_object(m_state.config)), bson::element("clustering", clustering),
             makeID("primary_cluster_id", m_state.primaryClusterID), bson::element("events", m_state.events),
-            bson::element("point_sets", surfaces)};
+            bson::element::make_object("point_sets", entities.size(), surface)};
 }
 
 CClusterRegistration CClusterRegistration::FromObject(const bson::object& document, const Group& group)

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <iosfwd>
 #include <list>
@@ -141,6 +142,10 @@ public:
     [[nodiscard]] static element make_null(const std::string& name);
     /// Throws std::length_error if documents would nest deeper than `uiMaxNesting`.
     [[nodiscard]] static element make_object(const std::string& name, const object& value);
+    /// An object of what `make` gives for 0 to `count` - 1. Each is made twice, the first time for its size, so that no
+    /// more than one of them is in memory beside the result. Throws as the other does.
+    [[nodiscard]] static element make_object(const std::string& name, std::uint64_t count,
+                                             const std::function<element(std::uint64_t)>& make);
     /// Pattern and options end at their first NUL character.
     [[nodiscard]] static element make_regex(const std::string& name, const std::string& pattern,
                                             const std::string& options);

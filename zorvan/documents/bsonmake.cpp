@@ -131,6 +131,32 @@ element element::make_object(const std::string& name, const object& value)
     return result;
 }
 
+element element::make_object(const std::string& name, std::uint64_t count,
+                             const std::function<element(std::uint64_t)>& make)
+{
+    std::uint64_t size = detail::uiFrameBytes;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        const element e = make(i);
+        detail::demandRoomAround({e});
+        size += e.size();
+    }
+    element result = CElementBuilder::allocate(eObject, name, size);
+    unsigned char* to = CElementBuilder::value(result);
+    const unsigned char* const end = to + size;
+    to = detail::store(to, detail::length32(size - detail::uiFrameBytes));
+    bool isAsRead = true;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        const element e = make(i);
+        if (e.size() >= static_cast<std::uint64_t>(end - to)) throw std::logic_error("an element that grew");
+        to = detail::storeBytes(to, e.raw(), e.size());
+        isAsRead = isAsRead && CElementBuilder::isAsRead(e);
+    }
+    if (to + 1 != end) throw std::logic_error("an element that shrank");
+    *to = 0;
+    CElementBuilder::setAsRead(result, isAsRead);
+    return result;
+}
+
 element element::make_regex(const std::string& name, const std::string& pattern, const std::string& options)
 {
     // Further NUL characters would be read back as the start of other elements.

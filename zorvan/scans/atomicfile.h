@@ -4,7 +4,10 @@
 #include "zorvan/core/hooks.h"
 #include "zorvan/scans/export.h"
 
+#include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <ostream>
 #include <string_view>
 
 namespace Zorvan {
@@ -19,6 +22,14 @@ ZORVAN_SCANS_API void WriteFileAtomically(const std::filesystem::path& file, std
 /// @return  false when the hooks stop it: nothing is written then
 ZORVAN_SCANS_API bool WriteFileAtomically(const std::filesystem::path& file, std::string_view bytes,
                                           const Hooks& hooks);
+
+/// The same of bytes that never stand in memory all at once: `write` puts them into a stream, and what it throws
+/// passes.
+ZORVAN_SCANS_API void WriteFileAtomically(const std::filesystem::path& file,
+                                          const std::function<void(std::ostream&)>& write);
+/// @param size  of the file, for the progress
+ZORVAN_SCANS_API bool WriteFileAtomically(const std::filesystem::path& file, std::uint64_t size,
+                                          const std::function<void(std::ostream&)>& write, const Hooks& hooks);
 
 /// Makes the folder and those above it. @throws CInputError
 ZORVAN_SCANS_API void MakeFolder(const std::filesystem::path& folder);

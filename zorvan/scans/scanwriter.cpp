@@ -54,10 +54,9 @@ std::string headerOf(const Scan& scan, bool isFar, bool isResult)
 void WritePly(const std::filesystem::path& file, const Scan& scan, double unitsPerMm, std::span<const Rgb> colours)
 {
     const bool isFar = scan.shift != Position{};
-    std::string bytes = headerOf(scan, isFar, !colours.empty());
+    const std::string header = headerOf(scan, isFar, !colours.empty());
     if (colours.empty()) colours = scan.colours;
-    bytes.reserve(bytes.size() + scan.points.size() * (isFar ? 43 : 31) + scan.faces.size() * 13);
-    for (std::size_t i = 0; i < scan.points.size(); ++i) {
+    const auto appendVertex = [&](std::string& bytes, std::size_t i) {
         if (isFar)
             appendFar(bytes, scan.points[i], scan.shift, unitsPerMm);
         else
@@ -65,12 +64,24 @@ void WritePly(const std::filesystem::path& file, const Scan& scan, double unitsP
         if (!scan.normals.empty()) append(bytes, scan.normals[i], 1.0);
         if (!colours.empty()) append(bytes, colours[i]);
         if (!scan.intensities.empty()) AppendLittle(bytes, scan.intensities[i]);
-    }
-    for (const Face& face : scan.faces) {
+    };
+    const auto appendFace = [&](std::string& bytes, std::size_t i) {
         bytes.push_back('\3');
-        for (const std::uint32_t corner : face) AppendLittle(bytes, corner);
-    }
-    WriteFileAtomically(file, bytes);
+        for (const std::uint32_t corner : scan.faces[i]) AppendLittle(bytes, corner);
+    };
+    WriteFileAtomically(file, [&](std::ostream& out) {
+        out << header;
+        std::string bytes; // of one vertex or face at a time
+        const auto writeAll = [&](std::size_t count, const auto& appendOne) {
+            for (std::size_t i = 0; i < count; ++i) {
+                bytes.clear();
+                appendOne(bytes, i);
+                out << bytes;
+            }
+        };
+        writeAll(scan.points.size(), appendVertex);
+        writeAll(scan.faces.size(), appendFace);
+    });
 }
 
 bool IsColouredResult(const std::filesystem::path& file)

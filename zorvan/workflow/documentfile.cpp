@@ -64,8 +64,8 @@ void WriteDocumentFile(const std::filesystem::path& file, const bson::object& do
 
 bool WriteDocumentFile(const std::filesystem::path& file, const bson::object& document, const Zorvan::Hooks& hooks)
 {
-    const auto [bytes, size] = document.freeze();
-    return Zorvan::WriteFileAtomically(file, {reinterpret_cast<const char*>(bytes.get()), size}, hooks);
+    const auto write = [&](std::ostream& out) { document.freeze(out); };
+    return Zorvan::WriteFileAtomically(file, document.size(), write, hooks);
 }
 
 } // namespace prereg
