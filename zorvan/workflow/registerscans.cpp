@@ -16,6 +16,7 @@
 #include "zorvan/workflow/placing.h"
 #include "zorvan/workflow/scancopies.h"
 #include "zorvan/workflow/scanpairs.h"
+#include "zorvan/workflow/sessionedit.h"
 #include "zorvan/workflow/settingsfile.h"
 #include "zorvan/workflow/stagetimes.h"
 #include "zorvan/workflow/twincamps.h"
@@ -191,20 +192,23 @@ public:
     {
         const CSession::Step before = session.GetStep();
         const std::map<std::string, std::string> clustersBefore = ClustersByName(session);
+        m_isDivided = hasSeveralGroups(session.GetRegistration());
         const bool isComplete = addScans(scans, session);
-        endStage("features");
         const auto group = scheduler->CreateJobGroup({}, {});
+        setCopiesAside(session, group);
+        endStage("features");
         std::string times;
         RegistrationTable table;
         if (!m_isWeighed) mergeAndOptimize(session.GetRegistration(), group);
         std::optional<CArranger> arranger;
         if (m_isWeighed || isWeighedAfterwards())
             arranger.emplace(session, group, m_isWeighed ? EPairEffort::All : EPairEffort::Glances);
-        bool isPlaced = arranger && (m_isWeighed || arranger->FindsFault(session.GetRegistration()));
+        bool isPlaced =
+            arranger && (m_isWeighed || (!m_hooks.IsAborted() && arranger->FindsFault(session.GetRegistration())));
         if (arranger && !m_isWeighed) endStage("check");
         if (isPlaced) placeAndOptimize(session.GetRegistration(), *arranger);
         std::vector<DisputedSpot> disputes;
-        if (arranger && !m_hooks.IsAborted()) disputes = divideTwins(session.GetRegistration(), *arranger);
+        if (arranger && isChecked()) disputes = divideTwins(session.GetRegistration(), *arranger);
         isPlaced = isPlaced || !disputes.empty();
         std::vector<PairStanding> pairs;
         Placing placing;
@@ -240,6 +244,11 @@ private:
     {
         std::size_t scan; ///< of those that are new
         std::shared_ptr<const CFPFHPointSet> set;
+        UniversalUniqueID original;
+    };
+    struct OldCopy
+    {
+        ScanAside scan;
         UniversalUniqueID original;
     };
 
@@ -351,12 +360,31 @@ private:
         return FindCopies(all);
     }
 
+    /// Copies that came with earlier runs take no part either.
+    void setCopiesAside(CSession& session, const CSession::Group& group)
+    {
+        const auto originals = findOriginals(session, {}, {});
+        std::vector<UniversalUniqueID> names;
+        std::vector<UniversalUniqueID> originalNames;
+        for (std::size_t i = 0; i < originals.size(); ++i) {
+            if (!originals[i]) continue;
+            names.push_back(session.GetFiles()[i].id);
+            originalNames.push_back(session.GetFiles()[*originals[i]].id);
+        }
+        if (names.empty()) return;
+        const std::vector<ScanAside> aside = SetAside(session, names, group);
+        for (std::size_t k = 0; k < names.size(); ++k) m_oldCopies.push_back({aside[k], originalNames[k]});
+    }
+
     /// Exact copies of other scans come to lie on these. They take no part in merges and in the optimisation: nobody
     /// fits a scan as its copies do, so that all others stand out.
     void joinCopies(std::span<const Zorvan::SurfelScan> scans, CSession& session)
     {
-        if (m_copies.empty()) return;
+        if (m_copies.empty() && m_oldCopies.empty()) return;
         std::map<UniversalUniqueID, std::vector<UniversalUniqueID>> copiesOf;
+        for (const OldCopy& copy : m_oldCopies)
+            if (session.AddAgain(copy.scan.file, copy.scan.set, copy.scan.start))
+                copiesOf[copy.original].push_back(copy.scan.file.id);
         for (const Copy& copy : m_copies)
             if (session.Add(scans[copy.scan], copy.set, CTrafo::Invalid(), isRayKept()))
                 copiesOf[copy.original].push_back(session.GetFiles().back().id);
@@ -381,7 +409,17 @@ private:
 
     /// A merge of the first pairs that fit asks nothing of the others: a wrong one keeps scans out, takes others apart
     /// with it, or stays with all that hangs on it.
-    [[nodiscard]] bool isWeighedAfterwards() const { return !m_options.isWeighed && !m_hooks.IsAborted(); }
+    [[nodiscard]] bool isWeighedAfterwards() const { return !m_options.isWeighed && isChecked(); }
+
+    /// A run that is stopped saves the time; but not where it may have merged what an earlier one has divided.
+    [[nodiscard]] bool isChecked() const { return m_isDivided || !m_hooks.IsAborted(); }
+
+    [[nodiscard]] static bool hasSeveralGroups(const CClusterRegistration& registration)
+    {
+        return std::ranges::count_if(registration.GetClusterIDs(), [&](const UniversalUniqueID& id) {
+                   return registration.Size(id) > 1;
+               }) > 1;
+    }
 
     void mergeAndOptimize(CClusterRegistration& registration, const CSession::Group& group)
     {
@@ -435,6 +473,8 @@ private:
     std::string m_settingsWords;
     std::vector<std::string> m_leftOut;
     std::vector<Copy> m_copies;
+    std::vector<OldCopy> m_oldCopies;
+    bool m_isDivided = false; ///< the session held several clusters of more than one scan
     bool m_isOptimized = false;
     CStageTimes m_times;
 };
