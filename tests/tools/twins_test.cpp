@@ -167,7 +167,8 @@ private:
 TEST_F(Twins, StayApartInASessionWhoseNextRunIsStoppedAfterMerging)
 {
     auto before = prereg::RegisterScans(read({0, 1, 2, 3, 4, 5}), {.isOptimized = true});
-    ASSERT_EQ(clustersOf(before.table), (std::set<Names>{{"a0.ply", "a2.ply", "a4.ply"}, {"b1.ply", "b3.ply", "b5.ply"}}));
+    ASSERT_EQ(clustersOf(before.table),
+              (std::set<Names>{{"a0.ply", "a2.ply", "a4.ply"}, {"b1.ply", "b3.ply", "b5.ply"}}));
     CStopAt optimizing("optimizing");
     const auto stopped =
         prereg::RegisterScans(before.scheduler, std::move(before.session), read({6, 7}), {.isOptimized = true},

@@ -416,9 +416,8 @@ private:
 
     [[nodiscard]] static bool hasSeveralGroups(const CClusterRegistration& registration)
     {
-        return std::ranges::count_if(registration.GetClusterIDs(), [&](const UniversalUniqueID& id) {
-                   return registration.Size(id) > 1;
-               }) > 1;
+        return std::ranges::count_if(registration.GetClusterIDs(),
+                                     [&](const UniversalUniqueID& id) { return registration.Size(id) > 1; }) > 1;
     }
 
     void mergeAndOptimize(CClusterRegistration& registration, const CSession::Group& group)
