@@ -178,7 +178,6 @@ private:
         const std::vector<std::size_t> spot = fewOf(places);
         const Vectors rim = rimOf(spot);
         const Camps camps = campsOf(spot, rim);
-        if (std::min(camps.showing.size(), camps.lacking.size()) < verdict::uiMinCamp) return std::nullopt;
         const double chance = chanceOf(places.size(), camps.lacking.size(), camps.showing.size());
         if (chance > verdict::dMaxSpotChance) return std::nullopt;
         if (isMatterOfStand(spot, camps)) return std::nullopt;
