@@ -82,6 +82,32 @@ protected:
         return names;
     }
 
+    /// What about, where that is, and what each says of it.
+    static void expectTheHoleInTheRecord(const std::string& out)
+    {
+        const nlohmann::json disputes = nlohmann::json::parse(folder->Read(out + "/run.json"))["disputes"];
+        ASSERT_EQ(disputes.size(), 1U);
+        const nlohmann::json& dispute = disputes[0];
+        EXPECT_EQ(dispute["left_out"].size() + dispute["unclear"].size(), 0U);
+        EXPECT_NEAR(dispute["width"].get<double>(), 2.0 * fHoleRadius, 0.5);
+        EXPECT_EQ(std::set({dispute["showing"].get<Names>(), dispute["lacking"].get<Names>()}), apart);
+        const Zorvan::PosesFile poses = Zorvan::ReadPoses(*folder / out / "poses.json");
+        const Zorvan::PosesFile truth = Zorvan::ReadPoses(*folder / "truth.json");
+        for (const char* side : {"showing", "lacking"}) {
+            const std::string scan = dispute[side][0];
+            kdtree::Vector<3> at;
+            for (unsigned k = 0; k < 3; ++k) at[k] = dispute["at"][side][k].get<float>();
+            const CTrafo toObject =
+                truth.Find("view0" + scan.substr(1)).scan->pose * poses.Find(scan).scan->pose.GetInverse(true);
+            EXPECT_LT((toObject * at - hole).Length(), 0.5F) << side;
+        }
+        for (const nlohmann::json& sight : dispute["sights"]) {
+            const bool isShown = sight["scan"].get<std::string>().front() == 'a';
+            EXPECT_GE(sight[isShown ? "surface" : "open"], 0.9 * dispute["samples"].get<double>()) << sight;
+            EXPECT_LE(sight[isShown ? "open" : "surface"], 0.1 * dispute["samples"].get<double>()) << sight;
+        }
+    }
+
     static const std::set<Names> apart;
     static WorkFolder* folder;
 };
@@ -131,6 +157,7 @@ TEST_F(Twins, ComeApartInThreeGoesAndInOtherOrdersAsInOneCall)
 {
     ASSERT_EQ(folder->Run("register " + namesOf({0, 1, 2, 3, 4, 5, 6, 7}) + "-o one --optimize").exitCode, 1);
     ASSERT_EQ(clustersIn("one/poses.json"), apart);
+    expectTheHoleInTheRecord("one");
     const std::vector<std::vector<std::vector<int>>> orders{
         {{0, 1, 2}, {3, 4, 5}, {6, 7}}, {{7, 0, 5}, {2, 4}, {1, 6, 3}}, {{0, 2, 4, 6, 1, 3}, {5}, {7}}};
     for (const auto& goes : orders) {

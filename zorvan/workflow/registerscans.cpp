@@ -11,6 +11,7 @@
 #include "zorvan/verdict/planeshare.h"
 #include "zorvan/verdict/verdictlimits.h"
 #include "zorvan/workflow/autosettings.h"
+#include "zorvan/workflow/disputerow.h"
 #include "zorvan/workflow/lookatposes.h"
 #include "zorvan/workflow/mergepairs.h"
 #include "zorvan/workflow/placing.h"
@@ -82,8 +83,8 @@ public:
         return clusters.size() > 1 || std::ranges::any_of(pairs, isFault);
     }
 
-    /// Divides clusters whose scans are of objects that differ in some spot. @return the spots, by numbers of scans
-    std::vector<DisputedSpot> Divide(CClusterRegistration& registration)
+    /// Divides clusters whose scans are of objects that differ in some spot. @return what about
+    std::vector<Dispute> Divide(CClusterRegistration& registration)
     {
         std::vector<CClusterRegistration::Trafos> clusters;
         for (const UniversalUniqueID& id : registration.GetClusterIDs())
@@ -91,17 +92,15 @@ public:
         take(clusters);
         const std::vector<PairStanding> pairs = GetPairs();
         const std::set<std::size_t> names(m_placing.group.begin(), m_placing.group.end());
-        std::vector<DisputedSpot> all;
+        std::vector<Dispute> all;
         for (const std::size_t name : names) {
             const std::vector<std::size_t> members = m_placing.MembersOf(name);
             if (members.size() < 2 * verdict::uiMinCamp) continue;
-            std::vector<DisputedSpot> spots = m_pairs.FindDisputes(members, m_placing.poses, pairs);
+            const std::vector<DisputedSpot> spots = m_pairs.FindDisputes(members, m_placing.poses, pairs);
             if (spots.empty()) continue;
-            divide(members, spots);
-            for (DisputedSpot& spot : spots)
-                for (auto* const camp : {&spot.showing, &spot.lacking, &spot.unclear})
-                    for (std::size_t& view : *camp) view = members[view];
-            all.insert(all.end(), spots.begin(), spots.end());
+            const std::vector<std::size_t> leftOut = divide(members, spots);
+            const std::vector<Dispute> disputes = DisputesOf(spots, members, m_placing.poses, leftOut);
+            all.insert(all.end(), disputes.begin(), disputes.end());
         }
         if (all.empty()) return all;
         registration.SetArranger([&](const auto&, const Zorvan::Hooks&) { return clustersOf(m_placing); });
@@ -138,15 +137,19 @@ private:
         return answer;
     }
 
-    void divide(const std::vector<std::size_t>& members, std::span<const DisputedSpot> spots)
+    /// @return who belongs to no part
+    std::vector<std::size_t> divide(const std::vector<std::size_t>& members, std::span<const DisputedSpot> spots)
     {
+        std::vector<std::size_t> leftOut;
         const auto groups = DivideByCamps(spots, members.size());
         for (std::size_t k = 0; k < members.size(); ++k) {
             m_placing.group[members[k]] = members[groups[k].value_or(k)];
             ScanPlace& place = m_placing.places[members[k]];
             place = {groups[k] ? EPlace::Placed : EPlace::Ambiguous};
             place.isOfEither = !groups[k];
+            if (!groups[k]) leftOut.push_back(members[k]);
         }
+        return leftOut;
     }
 
     /// Groups and poses as the clusters have them; what has been searched stays known.
@@ -207,14 +210,14 @@ public:
             arranger && (m_isWeighed || (!m_hooks.IsAborted() && arranger->FindsFault(session.GetRegistration())));
         if (arranger && !m_isWeighed) endStage("check");
         if (isPlaced) placeAndOptimize(session.GetRegistration(), *arranger);
-        std::vector<DisputedSpot> disputes;
+        std::vector<Dispute> disputes;
         if (arranger && isChecked()) disputes = divideTwins(session.GetRegistration(), *arranger);
         isPlaced = isPlaced || !disputes.empty();
         std::vector<PairStanding> pairs;
         Placing placing;
         std::string pairWords;
+        if (arranger && (isPlaced || isChecked())) pairs = arranger->GetPairs();
         if (isPlaced) {
-            pairs = arranger->GetPairs();
             placing = arranger->GetPlacing();
             pairWords = arranger->Words(pairs);
         }
@@ -224,14 +227,13 @@ public:
         if (isPlaced) {
             placing.places.resize(session.GetFiles().size(), {EPlace::Placed}); // copies come last
             table = LookAtPoses(session, &placing, group);
-            AddPairs(pairs, table);
-            for (const DisputedSpot& spot : disputes)
-                table.disputes.push_back({spot.showing, spot.lacking, spot.dWidth});
+            for (const Dispute& dispute : disputes) table.disputes.push_back(RowOf(dispute, table));
             times = m_times.Words() + ", " + pairWords;
         } else {
             table = LookAtPoses(session, nullptr, group);
             times = m_times.Words();
         }
+        AddPairs(pairs, table);
         const SessionJournal journal = JournalOfRun(clustersBefore, table, m_isOptimized, m_options.stamp);
         for (const JournalEntry& entry : journal) session.Note(entry);
         if (!journal.empty() && !before.files.empty()) session.AddStep(before);
@@ -455,9 +457,9 @@ private:
 
     /// What scans of an object and of one that differs in a hole have been placed together, comes apart again at the
     /// end: no pair of them tells. Poses are then settled without the others.
-    std::vector<DisputedSpot> divideTwins(CClusterRegistration& registration, CArranger& arranger)
+    std::vector<Dispute> divideTwins(CClusterRegistration& registration, CArranger& arranger)
     {
-        std::vector<DisputedSpot> disputes = arranger.Divide(registration);
+        std::vector<Dispute> disputes = arranger.Divide(registration);
         if (disputes.empty()) return disputes;
         endStage("division");
         if (!m_isOptimized) return disputes;
