@@ -87,7 +87,7 @@ class Browser:
         payload = None if body is None else json.dumps(body).encode()
         request = urllib.request.Request(self.session + path, payload, {"Content-Type": "application/json"})
         try:
-            with urllib.request.urlopen(request, timeout=60) as reply:
+            with urllib.request.urlopen(request, timeout=600) as reply:
                 return json.load(reply)["value"]
         except urllib.error.HTTPError as error:
             raise RuntimeError(json.load(error)["value"]["message"]) from None
