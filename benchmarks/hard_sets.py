@@ -25,6 +25,7 @@ import json
 import math
 import os
 import pathlib
+import random
 import resource
 import struct
 import subprocess
@@ -107,6 +108,15 @@ def wrong_in(scans, cluster):
     return set(cluster) - best
 
 
+def report_session(args, name, scans, goes):
+    """Of a session that takes the scans in turns in so many goes."""
+    names, session = list(scans.truth), []
+    for k in range(goes - 1):
+        register(args, scans, scans.files(names[k::goes]), *session)
+        session = ["--session", (scans.folder / "out" / "session.zdoc").rename(scans.folder / "session.zdoc")]
+    return report(args, name, scans, *session, files=scans.files(names[goes - 1::goes]))
+
+
 def report(args, name, scans, *more, files=None):
     clusters, seconds, words = register(args, scans, files or scans.files(), *more)
     together = [cluster for cluster in clusters if len(cluster) > 1]
@@ -136,7 +146,10 @@ def twin(args, data, scans):
         scans.add(cow, view, "b_", 1, lambda points, pose: [p for p in points if not in_hole(p, pose)])
         if len(points_of(scans.folder / f"b_{view}")) == len(points_of(scans.folder / f"a_{view}")):
             scans.owner[f"a_{view}"] = scans.owner[f"b_{view}"] = None
-    return report(args, "twin", scans)
+    if args.order:
+        names = random.Random(args.order).sample(list(scans.truth), len(scans.truth))
+        scans.truth = {name: scans.truth[name] for name in names}
+    return report_session(args, "twin", scans, args.goes)
 
 
 def strangers(args, data, scans):
@@ -210,6 +223,8 @@ def main():
     parser.add_argument("cases", nargs="*", metavar="CASE", help=", ".join(cases))
     parser.add_argument("--program", default="build/release/bin/zorvan")
     parser.add_argument("--copies", type=int, default=10)
+    parser.add_argument("--goes", type=int, default=1, help="of the twin: runs that go on with a session")
+    parser.add_argument("--order", type=int, default=0, help="of the twin: seed of a random order of the scans")
     parser.add_argument("--option", action="append", default=[], help="of zorvan register")
     args = parser.parse_args()
     if unknown := [name for name in args.cases if name not in cases]:

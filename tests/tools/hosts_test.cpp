@@ -143,6 +143,42 @@ TEST_F(Hosts, ForceAWrongMergeThatTheNextRunPutsRight)
     }
 }
 
+TEST_F(Hosts, MoveAScanOrPutAStrangerInAndTheNextRunPutsItRight)
+{
+    const auto right = prereg::RegisterScans(ReadViews());
+    ASSERT_EQ(folder->Run("simulate -o other --views 1 --points 8000 --seed 9 --quiet").exitCode, 0);
+    for (const bool isOptimized : {true, false}) {
+        auto before = prereg::RegisterScans(ReadViews());
+        prereg::CClusterRegistration& registration = before.session.GetRegistration();
+        const UniversalUniqueID moved = before.session.GetFiles()[1].id;
+        ASSERT_TRUE(registration.UpdateTrafos({{moved, registration.GetTrafo(moved).Translate({0, 7, 0})}}));
+        auto next = prereg::RegisterScans(before.scheduler, std::move(before.session),
+                                          std::vector{Zorvan::ReadScan(*folder / "other/view00.ply")},
+                                          {.isOptimized = isOptimized});
+        for (const std::size_t scan : {1U, 2U}) {
+            const prereg::CTrafo off = Between(right, 0, scan).GetInverse(true) * Between(next, 0, scan);
+            EXPECT_LT(off.GetTranslation().Length(), 0.3F) << scan << isOptimized;
+        }
+        EXPECT_FALSE(next.table.scans[3].isPlaced);
+
+        next.session.GetRegistration().SetArranger([&](const auto& clusters, const Zorvan::Hooks&) {
+            prereg::CClusterRegistration::Trafos all;
+            for (const auto& [id, entities] : clusters)
+                for (const auto& [entity, pose, start, set] : entities) all[entity] = pose;
+            return std::vector{all};
+        });
+        ASSERT_TRUE(next.session.GetRegistration().Run());
+        next.session.GetRegistration().SetArranger({});
+        const auto last =
+            prereg::RegisterScans(next.scheduler, std::move(next.session), {}, {.isOptimized = isOptimized});
+        EXPECT_FALSE(last.table.scans[3].isPlaced) << isOptimized;
+        for (const std::size_t scan : {1U, 2U}) {
+            const prereg::CTrafo off = Between(right, 0, scan).GetInverse(true) * Between(last, 0, scan);
+            EXPECT_LT(off.GetTranslation().Length(), 0.3F) << scan << isOptimized;
+        }
+    }
+}
+
 TEST_F(Hosts, NameEveryStartPoseOrNone)
 {
     EXPECT_THROW(static_cast<void>(prereg::RegisterScans({})), std::invalid_argument);

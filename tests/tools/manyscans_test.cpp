@@ -108,6 +108,9 @@ TEST_F(ManyScans, SayWhatWasDoneWithThem)
     ASSERT_EQ(std::system(("cd " + folder->Path().string() + " && sha1sum view01.ply > sum.txt").c_str()), 0);
     EXPECT_EQ(first["inputs"][1]["sha1"], folder->Read("sum.txt").substr(0, 40));
     EXPECT_EQ(first["scans"][1]["verdict"], "registered");
+    ASSERT_EQ(first["pairs"].size(), 1U);
+    EXPECT_EQ(first["pairs"][0]["standing"], "supports");
+    EXPECT_GT(first["pairs"][0]["matched"], 100);
     EXPECT_GT(first["settings"]["dGridSize"], 0.0);
     EXPECT_TRUE(first["covariances"].empty());
     const nlohmann::json optimized = record(" --optimize");

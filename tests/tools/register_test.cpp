@@ -231,6 +231,24 @@ TEST_F(RegisteredPatches, TryTheRoughPosesThatTheyAreGiven)
     ExpectRefusal("register stranger.ply --initial all/poses.json -o x", "has no pose of any of the scans");
 }
 
+TEST_F(RegisteredPatches, FindTheirPlacesWhenAStartPoseIsWrong)
+{
+    Zorvan::PosesFile start = Zorvan::ReadPoses(*folder / "all/poses.json");
+    for (Zorvan::ScanPose& scan : start.clusters.front().scans)
+        if (scan.file == "view03.ply") scan.pose = scan.pose * prereg::CTrafo({0, 0, 1}, 1.6F, {5, 0, 0});
+    Zorvan::WritePoses(*folder / "wrong.json", start);
+    for (const std::string how : {"", " --weighed", " --optimize"}) {
+        SCOPED_TRACE(how);
+        EXPECT_EQ(folder->Run("register view0?.ply --initial wrong.json -o start" + how).exitCode, 0);
+        ExpectNearTruth("start/poses.json");
+        // The wrong one comes to the others of a session.
+        const std::string more = "register view03.ply --session five/session.zdoc --initial wrong.json -o six";
+        EXPECT_EQ(folder->Run("register view0[01245].ply -o five" + how).exitCode, 0);
+        EXPECT_EQ(folder->Run(more + how).exitCode, 0);
+        ExpectNearTruth("six/poses.json");
+    }
+}
+
 TEST_F(RegisteredPatches, KeepWhatWasFoundWhenTheUserInterrupts)
 {
     folder->Write("endless.txt", "{'uiNumPolygons' : 1000000, 'uiTrafoClusteringQuorum' : 30}");

@@ -87,7 +87,7 @@ class Browser:
         payload = None if body is None else json.dumps(body).encode()
         request = urllib.request.Request(self.session + path, payload, {"Content-Type": "application/json"})
         try:
-            with urllib.request.urlopen(request, timeout=60) as reply:
+            with urllib.request.urlopen(request, timeout=600) as reply:
                 return json.load(reply)["value"]
         except urllib.error.HTTPError as error:
             raise RuntimeError(json.load(error)["value"]["message"]) from None
@@ -223,6 +223,28 @@ def check_pairs(page):
     page.expect(both > 0.97 * sum(counts) > 0, f"{sum(counts)} points, {both} of the pair that is pointed at")
 
 
+def rows_of(page, section):
+    return page.browser.run("""
+        const section = document.getElementById(arguments[0]);
+        const rows = [...section.querySelectorAll("tbody tr")].map(row => [...row.cells].map(cell => cell.textContent));
+        return section.hidden ? [] : rows;""", section)
+
+
+def check_evidence(page, record):
+    """What the pairs say and where scans were divided, as run.json has it."""
+    shown = [[row[0], row[1], row[4].split(" (")[0], *map(int, row[5:])] for row in rows_of(page, "weighed")]
+    counts = ("matched", "contradictions", "through", "missing", "opposed")
+    said = [[p["a"], p["b"], p["standing"], *(p[key] for key in counts)] for p in record["pairs"]]
+    page.expect(shown == said and bool(said), f"pairs: {shown}, and the record has {said}")
+    shown = [row[:5] for row in rows_of(page, "disputes")]
+    said = [[str(k), p["scan"], "surface" if p["scan"] in d["showing"] else "a hole" if p["scan"] in d["lacking"] else
+             "too little to say", f"{p['surface']} of {d['samples']}", f"{p['open']} of {d['samples']}"]
+            for k, d in enumerate(record["disputes"], 1) for p in d["sights"]]
+    page.expect(shown == said, f"disputes: {shown}, and the record has {said}")
+    words = page.browser.run('return [...document.querySelectorAll("#disputes li")].map(item => item.textContent)')
+    page.expect(len(words) == len(record["disputes"]), f"disputes in words: {words}")
+
+
 def check_calm(page):
     fetched = page.browser.run('return performance.getEntriesByType("resource").map(entry => entry.name)')
     page.expect(not fetched, f"the page asks for {fetched}")
@@ -236,6 +258,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
     parser.add_argument("page", type=pathlib.Path)
     parser.add_argument("--poses", type=pathlib.Path, required=True)
+    parser.add_argument("--record", type=pathlib.Path, help="the run.json beside it")
     parser.add_argument("--screenshot", type=pathlib.Path)
     parser.add_argument("--chromium", default=shutil.which("chromium") or shutil.which("chromium-browser"))
     parser.add_argument("--chromedriver", default=shutil.which("chromedriver"))
@@ -252,6 +275,8 @@ def main():
         if args.screenshot:
             args.screenshot.write_bytes(base64.b64decode(browser.call("/screenshot")))
         check_pairs(page)
+        if args.record:
+            check_evidence(page, json.loads(args.record.read_text(encoding="utf8")))
         check_calm(page)
     print("\n".join(page.faults) or f"{args.page}: {len(page.scans)} scans, {len(page.pairs)} pairs, all as it should be")
     sys.exit(bool(page.faults))

@@ -2,7 +2,9 @@
 #include "tests/support/temporaryfolder.h"
 
 #include "zorvan/workflow/cloudlattice.h"
+#include "zorvan/workflow/lookatposes.h"
 #include "zorvan/workflow/report.h"
+#include "zorvan/workflow/runrecord.h"
 #include "zorvan/workflow/scancolours.h"
 
 #include "zorvan/util/base64.h"
@@ -110,6 +112,63 @@ TEST(Report, ShowsPosesBetweenTheCoordinatesOfTheFiles)
     const nlohmann::json pose = dataOf(folder.Read("page.html"))["scans"][0]["pose"];
     const std::array expected{1e-3, 2e-3, -0.997};
     for (std::size_t k = 0; k < 3; ++k) EXPECT_NEAR(pose[k][3].get<double>(), expected[k], 1e-9);
+}
+
+TEST(Report, SaysWhereScansWereDividedInTheUnitAndTheCoordinatesOfTheFiles)
+{
+    prereg::RegistrationTable table{1000.0, {row("a", "m", {}), row("b", "n", {}), row("c", "o", {})}, {}};
+    table.shift = {5e6, 0, 0};
+    table.disputes = {{{0}, {1}, 6.0, {2}, {2}, 18, {100, 0, 0}, {0, 0, -50}, {{0, 17, 0, 0}, {1, 0, 18, 4}}}};
+    const TemporaryFolder folder;
+    prereg::WriteReport(folder / "page.html", table, std::vector<prereg::SurfelSpan>(3));
+    nlohmann::json shown = dataOf(folder.Read("page.html"))["disputes"].at(0);
+    EXPECT_EQ(shown["words"],
+              "b show a hole about 0.006 m wide where a show surface: they are of objects that differ, "
+              "and were put apart, and what may be of either was left out. It is at 5e+03, 0, 0 m in the "
+              "frame of the latter, which show 17 of 18 samples of it; to the former 18 of 18 samples "
+              "are open, 4 of them looked through");
+    shown.erase("words");
+    const auto expected = [](const nlohmann::json& a, const nlohmann::json& b, const nlohmann::json& c) {
+        return nlohmann::json{{"showing", {a}},
+                              {"lacking", {b}},
+                              {"unclear", {c}},
+                              {"left_out", {c}},
+                              {"width", 0.006},
+                              {"samples", 18},
+                              {"at", {{"showing", {5000.1, 0.0, 0.0}}, {"lacking", {5000.0, 0.0, -0.05}}}},
+                              {"sights",
+                               {{{"scan", a}, {"surface", 17}, {"open", 0}, {"through", 0}},
+                                {{"scan", b}, {"surface", 0}, {"open", 18}, {"through", 4}}}}};
+    };
+    EXPECT_EQ(shown, expected(0, 1, 2));
+    EXPECT_EQ(nlohmann::json::parse(prereg::RunRecordText({"register", "1"}, table))["disputes"].at(0),
+              expected("a", "b", "c"));
+}
+
+TEST(Report, SaysWhatAPairIsContradictedByAndWhoRefutesIt)
+{
+    prereg::RegistrationTable table{1.0, {row("a", "m", {}), row("b", "n", {})}, {}};
+    table.scans[1].ePlace = prereg::EPlace::Contradicted;
+    table.scans[1].verdict = "contradicted by c";
+    prereg::PairStanding pair{{0, 1}, prereg::PairFinding{prereg::EPairVerdict::Aligned, {{}}}, {}, false, {}};
+    prereg::PoseCounts& counts = pair.finding->places.front().counts;
+    counts.uiMatched = 90;
+    counts.uiInFront = 3;
+    counts.uiMissing = 2;
+    counts.uiOpposed = 1;
+    prereg::AddPairs(std::vector{pair}, table);
+    const TemporaryFolder folder;
+    prereg::WriteReport(folder / "page.html", table, std::vector<prereg::SurfelSpan>(2));
+    const nlohmann::json expected{{"search", "aligned"}, {"places", 1},         {"standing", "refuted"},
+                                  {"matched", 90},       {"contradictions", 6}, {"through", 3},
+                                  {"missing", 2},        {"opposed", 1},        {"why", "b: contradicted by c"}};
+    for (nlohmann::json shown :
+         {dataOf(folder.Read("page.html"))["weighed"].at(0),
+          nlohmann::json::parse(prereg::RunRecordText({"register", "1"}, table))["pairs"].at(0)}) {
+        shown.erase("a");
+        shown.erase("b");
+        EXPECT_EQ(shown, expected);
+    }
 }
 
 TEST(Report, SurvivesWhateverNamesAndNumbersHold)

@@ -22,8 +22,8 @@ DisputedSpot spot(Numbers showing, Numbers lacking, Numbers unclear = {})
 
 TEST(TwinCamps, ComeApartAndLeaveOutWhoSeesNeither)
 {
-    const std::vector<DisputedSpot> spots{spot({0, 2, 4}, {1, 3}, {5})};
-    EXPECT_EQ(DivideByCamps(spots, 7), (Groups{0, 1, 0, 1, 0, none, none}));
+    const std::vector<DisputedSpot> spots{spot({0, 2, 4}, {1, 3}, {5, 6})};
+    EXPECT_EQ(DivideByCamps(spots, 9), (Groups{0, 1, 0, 1, 0, none, none, none, none}));
 }
 
 TEST(TwinCamps, OfTwoSpotsGoTogetherWhereAScanSeesBoth)
@@ -45,6 +45,25 @@ TEST(TwinCamps, OfAFewAmongManyKeepTheRestTogether)
     EXPECT_EQ(groups[9], 8U);
     EXPECT_EQ(groups[10], none);
     for (const std::size_t scan : {0U, 7U, 11U, 19U}) EXPECT_EQ(groups[scan], 0U) << scan;
+    // Nor does one that cannot tell of one spot and sees nothing of another.
+    EXPECT_EQ(DivideByCamps(std::vector{spots.front(), spot({0, 1, 2, 3, 4, 5, 6, 7}, {11, 12})}, 20)[10], none);
+    // Of another spot no side is the smaller one.
+    EXPECT_EQ(DivideByCamps(std::vector{spots.front(), spot({0, 1, 2}, {3, 4, 5})}, 20)[19], none);
+}
+
+TEST(TwinCamps, LeaveOutWhoIsOpposedToMostOfItsGroup)
+{
+    // 3 is with 4, which is with 0, 1 and 2, and so comes 5.
+    const auto groups =
+        DivideByCamps(std::vector{spot({0, 1, 2, 4}, {8, 9}), spot({0, 1, 2}, {3, 5}), spot({3, 4}, {6, 7})}, 10);
+    EXPECT_EQ(groups, (Groups{0, 0, 0, none, 0, none, 6, 6, 8, 8}));
+}
+
+TEST(TwinCamps, OfOneSpotAreNotJoinedByAnother)
+{
+    // By the second one 0 goes with 3 and 1 with 4; the first has them on different sides.
+    EXPECT_EQ(DivideByCamps(std::vector{spot({0, 1, 2}, {3, 4, 5}), spot({0, 3}, {1, 4})}, 6),
+              (Groups{0, none, 0, 3, none, 3}));
 }
 
 TEST(TwinCamps, NeverHoldScansThatAreOpposed)

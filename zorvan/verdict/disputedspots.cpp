@@ -3,6 +3,7 @@
 
 #include "zorvan/features/latticemap.h"
 #include "zorvan/graphs/cdisjointsets.h"
+#include "zorvan/verdict/cspotview.h"
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <algorithm>
@@ -19,15 +20,6 @@ namespace prereg {
 namespace {
 
 using Vector3 = kdtree::Vector<3>;
-using Pixel = CRangeImage::Pixel;
-
-/// What a view says of surface that another one shows.
-enum class ESight : unsigned char
-{
-    Silent,
-    Shows,
-    Lacks
-};
 
 struct Said
 {
@@ -57,6 +49,7 @@ struct Camps
     std::vector<std::size_t> showing;
     std::vector<std::size_t> lacking;
     std::vector<std::size_t> unclear;
+    std::vector<SpotSight> sights; ///< of all of them, in ascending order
 };
 
 /// Where the sensor of a view stands to a spot.
@@ -65,157 +58,6 @@ struct Stand
     bool isLacking = false;
     Vector3 direction;   ///< towards the sensor, in the common frame
     float cosine = 0.0F; ///< of the angle between it and the surface
-};
-
-/// One view, ready to be asked.
-class CAskedView
-{
-public:
-    explicit CAskedView(const PlacedView& placed) : m_view(*placed.view)
-    {
-        if (!IsKnown()) return;
-        m_toImage = image().GetFrame() * placed.pose.GetInverse(true);
-        m_toCommon = placed.pose * image().GetFrame().GetInverse(true);
-        findOutside();
-    }
-
-    /// Of others nothing is known.
-    [[nodiscard]] bool IsKnown() const
-    {
-        const ERay eKind = m_view.GetRay().eKind;
-        return m_view.HasImage() && (eKind == ERay::Found || eKind == ERay::Given) &&
-               m_view.GetImage().GetNumFilled() >= verdict::uiFewPixels;
-    }
-    [[nodiscard]] float GetPixelSize() const { return image().GetPixelSize(); }
-    [[nodiscard]] double GetNoise() const { return m_view.GetSampling().dNoise; }
-    [[nodiscard]] Vector3 GetDirection() const { return m_toCommon.Rotate(Vector3(0, 0, 1)); }
-    [[nodiscard]] float CosineTo(const Place& place) const { return m_toImage.Rotate(place.normal).z; }
-
-    /// Calls `f(point, normal)`, in the common frame, for samples within its surface.
-    template <typename F>
-    void ForEachSample(float distance, F f) const
-    {
-        const int stride = std::max(1, static_cast<int>(std::lround(distance / GetPixelSize())));
-        for (int y = 0; y < image().GetHeight(); y += stride)
-            for (int x = 0; x < image().GetWidth(); x += stride)
-                if (image().IsFull({x, y})) sampleAt({x, y}, f);
-    }
-
-    /// The same for pixels about some of the places, of a large spot for a few thousand.
-    template <typename F>
-    void ForEachPixelAbout(const Places& places, std::span<const std::size_t> spot, float distance, F f) const
-    {
-        Pixel low{std::numeric_limits<int>::max(), std::numeric_limits<int>::max()};
-        Pixel high{-1, -1};
-        const int border = static_cast<int>(std::ceil(distance / GetPixelSize()));
-        for (const std::size_t i : spot) {
-            const Pixel at = image().PixelAt(m_toImage * places[i].point);
-            low = {std::min(low.x, at.x - border), std::min(low.y, at.y - border)};
-            high = {std::max(high.x, at.x + border), std::max(high.y, at.y + border)};
-        }
-        const int stride = 1 + std::max(high.x - low.x, high.y - low.y) / 64;
-        for (int y = std::max(0, low.y); y <= std::min(image().GetHeight() - 1, high.y); y += stride)
-            for (int x = std::max(0, low.x); x <= std::min(image().GetWidth() - 1, high.x); x += stride)
-                if (image().IsFull({x, y})) sampleAt({x, y}, f);
-    }
-
-    /// Only what is sure: well within surface, or well within a gap of it.
-    /// @param front  above the surface by more: the sensor looked through
-    [[nodiscard]] ESight Sight(const Vector3& point, const Vector3& normal, float front) const
-    {
-        const Vector3 p = m_toImage * point;
-        const Pixel at = image().PixelAt(p);
-        if (image().IsInFront(at, p.z - front)) return ESight::Lacks;
-        const Vector3 n = m_toImage.Rotate(normal);
-        if (!image().Faces(n)) return ESight::Silent;
-        if (isOutside(at)) return ESight::Silent;
-        if (image().IsMissing(at, p.z, static_cast<float>(verdict::dMissingPixels))) return ESight::Lacks;
-        if (!image().IsFull(at)) return ESight::Silent;
-        const CRangeImage::Surfel& surfel = image().GetSurfel(at);
-        const bool isOn = std::abs(Dot(surfel.normal, p - surfel.point)) < front;
-        const bool isAlike = Dot(surfel.normal, n) > static_cast<float>(verdict::dMatchCosine);
-        return isOn && isAlike ? ESight::Shows : ESight::Silent;
-    }
-
-    [[nodiscard]] bool HasSurfaceNear(const Vector3& point, float distance) const
-    {
-        const Vector3 p = m_toImage * point;
-        const Pixel at = image().PixelAt(p);
-        for (int dy = -1; dy <= 1; ++dy) {
-            for (int dx = -1; dx <= 1; ++dx) {
-                const Pixel beside{at.x + dx, at.y + dy};
-                if (image().Contains(beside) && DistanceSq(image().GetSurfel(beside).point, p) < distance * distance)
-                    return true;
-            }
-        }
-        return false;
-    }
-
-    /// Nothing there, or something far behind it.
-    [[nodiscard]] bool IsOpen(const Vector3& point, float front) const
-    {
-        const Vector3 p = m_toImage * point;
-        const Pixel at = image().PixelAt(p);
-        return image().Contains(at) && (!image().IsFilled(at) || image().GetSurfel(at).point.z < p.z - front);
-    }
-
-    [[nodiscard]] bool LooksThrough(const Vector3& point, float front) const
-    {
-        const Vector3 p = m_toImage * point;
-        return image().IsInFront(image().PixelAt(p), p.z - front);
-    }
-
-    /// Surface goes all round each gap that holds one of these places.
-    [[nodiscard]] bool Encloses(const Places& places, std::span<const std::size_t> spot) const
-    {
-        return std::ranges::none_of(
-            spot, [&](std::size_t i) { return isOutside(image().PixelAt(m_toImage * places[i].point)); });
-    }
-
-    /// There is a gap, with surface all round, that is wider than what edges lose.
-    [[nodiscard]] bool HasGap() const { return m_hasGap; }
-
-private:
-    [[nodiscard]] const CRangeImage& image() const { return m_view.GetImage(); }
-
-    /// Empty pixels that others lead to from the corner of the image, which is empty.
-    void findOutside()
-    {
-        m_isOutside.assign(static_cast<std::size_t>(image().GetWidth()) * static_cast<std::size_t>(image().GetHeight()),
-                           false);
-        std::vector<Pixel> open;
-        const auto reach = [&](Pixel at) {
-            if (isOutside(at) || image().IsFilled(at)) return;
-            m_isOutside[image().Index(at)] = true;
-            open.push_back(at);
-        };
-        reach({0, 0});
-        while (!open.empty()) {
-            const Pixel at = open.back();
-            open.pop_back();
-            for (const Pixel next : {Pixel{at.x - 1, at.y}, {at.x + 1, at.y}, {at.x, at.y - 1}, {at.x, at.y + 1}})
-                reach(next);
-        }
-        for (int y = 0; y < image().GetHeight() && !m_hasGap; ++y)
-            for (int x = 0; x < image().GetWidth() && !m_hasGap; ++x)
-                m_hasGap = !isOutside({x, y}) &&
-                           image().GetDistanceToSilhouette({x, y}) > static_cast<float>(verdict::dMissingPixels);
-    }
-
-    [[nodiscard]] bool isOutside(Pixel at) const { return !image().Contains(at) || m_isOutside[image().Index(at)]; }
-
-    template <typename F>
-    void sampleAt(Pixel at, F f) const
-    {
-        const CRangeImage::Surfel& surfel = image().GetSurfel(at);
-        f(m_toCommon * surfel.point, m_toCommon.Rotate(surfel.normal));
-    }
-
-    const CScanView& m_view;
-    CTrafo m_toImage;
-    CTrafo m_toCommon;
-    std::vector<bool> m_isOutside;
-    bool m_hasGap = false;
 };
 
 /// One call of FindDisputedSpots.
@@ -336,7 +178,6 @@ private:
         const std::vector<std::size_t> spot = fewOf(places);
         const Vectors rim = rimOf(spot);
         const Camps camps = campsOf(spot, rim);
-        if (std::min(camps.showing.size(), camps.lacking.size()) < verdict::uiMinCamp) return std::nullopt;
         const double chance = chanceOf(places.size(), camps.lacking.size(), camps.showing.size());
         if (chance > verdict::dMaxSpotChance) return std::nullopt;
         if (isMatterOfStand(spot, camps)) return std::nullopt;
@@ -345,8 +186,14 @@ private:
         const auto pixel = static_cast<double>(m_pixel);
         const double area = static_cast<double>(size) * std::pow(verdict::dSampleStep * pixel, 2);
         const double width = 2.0 * (std::sqrt(area / std::numbers::pi) + verdict::dMissingPixels * pixel);
-        return DisputedSpot{
-            sum * (1.0F / static_cast<float>(spot.size())), width, camps.showing, camps.lacking, camps.unclear, chance};
+        return DisputedSpot{sum * (1.0F / static_cast<float>(spot.size())),
+                            width,
+                            camps.showing,
+                            camps.lacking,
+                            camps.unclear,
+                            chance,
+                            spot.size(),
+                            camps.sights};
     }
 
     /// Enough for shares of a spot: a large one has thousands.
@@ -356,6 +203,13 @@ private:
         std::vector<std::size_t> few;
         for (std::size_t k = 0; k < places.size(); k += 1 + places.size() / uiEnough) few.push_back(places[k]);
         return few;
+    }
+
+    [[nodiscard]] Vectors pointsOf(std::span<const std::size_t> spot) const
+    {
+        Vectors points;
+        for (const std::size_t i : spot) points.push_back(m_places[i].point);
+        return points;
     }
 
     /// As wide as samples lie apart: of how many views ever the samples are.
@@ -371,6 +225,7 @@ private:
     {
         const float from = (static_cast<float>(verdict::dMissingPixels) + 1.5F) * m_pixel;
         const float to = from + 3.0F * m_pixel;
+        const Vectors points = pointsOf(spot);
         Vectors rim;
         for (std::size_t view = 0; view < m_views.size(); ++view) {
             const auto isShown = [&](std::size_t i) {
@@ -378,9 +233,9 @@ private:
                                            [&](const Said& said) { return said.view == view && !said.isLacking; });
             };
             if (std::ranges::none_of(spot, isShown)) continue;
-            m_views[view].ForEachPixelAbout(m_places, spot, to, [&](const Vector3& point, const Vector3& /*normal*/) {
+            m_views[view].ForEachPixelAbout(points, to, [&](const Vector3& point, const Vector3& /*normal*/) {
                 float nearest = std::numeric_limits<float>::max();
-                for (const std::size_t i : spot) nearest = std::min(nearest, DistanceSq(m_places[i].point, point));
+                for (const Vector3& p : points) nearest = std::min(nearest, DistanceSq(p, point));
                 if (nearest > from * from && nearest < to * to) rim.push_back(point);
             });
         }
@@ -390,47 +245,43 @@ private:
     /// Now that it is known where the spot ends, views tell that look at it too flatly to be sure of single samples.
     [[nodiscard]] Camps campsOf(std::span<const std::size_t> spot, const Vectors& rim) const
     {
+        const Vectors points = pointsOf(spot);
         Camps camps;
         for (std::size_t view = 0; view < m_views.size(); ++view) {
             if (!m_views[view].IsKnown()) continue;
-            const SpotCounts counts = countIn(view, spot);
+            const SpotSight counts = countIn(view, spot);
             const auto ofSpot = [&](std::size_t count) {
                 return static_cast<double>(count) / static_cast<double>(spot.size());
             };
             const double about = rimShare(view, rim);
-            const bool isLooking = about >= verdict::dMostOfSpot || ofSpot(counts.through) >= verdict::dMostOfSpot;
-            if (ofSpot(counts.present) >= verdict::dShownOfSpot &&
-                static_cast<double>(counts.lost) <= verdict::dLostOfShown * static_cast<double>(counts.present))
+            const bool isLooking = about >= verdict::dMostOfSpot || ofSpot(counts.uiThrough) >= verdict::dMostOfSpot;
+            if (ofSpot(counts.uiSurface) >= verdict::dShownOfSpot &&
+                static_cast<double>(counts.uiLost) <= verdict::dLostOfShown * static_cast<double>(counts.uiSurface))
                 camps.showing.push_back(view);
-            else if (isLooking && ofSpot(counts.open) >= verdict::dMostOfSpot && m_views[view].Encloses(m_places, spot))
+            else if (isLooking && ofSpot(counts.uiOpen) >= verdict::dMostOfSpot && m_views[view].Encloses(points))
                 camps.lacking.push_back(view);
-            else if (counts.present > 0 || about > 0.0)
+            else if (counts.uiSurface > 0 || about > 0.0)
                 camps.unclear.push_back(view);
+            else
+                continue; // it sees nothing of it
+            camps.sights.push_back(counts);
         }
         return camps;
     }
 
-    struct SpotCounts
+    [[nodiscard]] SpotSight countIn(std::size_t asked, std::span<const std::size_t> spot) const
     {
-        std::size_t present = 0;
-        std::size_t open = 0;    ///< nothing there, or something far behind
-        std::size_t lost = 0;    ///< of these, what looks at the sensor
-        std::size_t through = 0; ///< the sensor surely looked through
-    };
-
-    [[nodiscard]] SpotCounts countIn(std::size_t asked, std::span<const std::size_t> spot) const
-    {
-        const CAskedView& view = m_views[asked];
-        SpotCounts counts;
+        const CSpotView& view = m_views[asked];
+        SpotSight counts{asked};
         for (const std::size_t i : spot) {
             const Place& place = m_places[i];
             const float inFront = front(place.owner, asked);
             const bool isPresent = view.HasSurfaceNear(place.point, step());
             const bool isOpen = !isPresent && view.IsOpen(place.point, inFront);
-            counts.present += isPresent;
-            counts.open += isOpen;
-            counts.lost += isOpen && view.CosineTo(place) > static_cast<float>(verdict::dFacingCosine);
-            counts.through += view.LooksThrough(place.point, inFront);
+            counts.uiSurface += isPresent;
+            counts.uiOpen += isOpen;
+            counts.uiLost += isOpen && view.CosineTo(place.normal) > static_cast<float>(verdict::dFacingCosine);
+            counts.uiThrough += view.LooksThrough(place.point, inFront);
         }
         return counts;
     }
@@ -481,7 +332,7 @@ private:
     [[nodiscard]] float meanCosine(std::span<const std::size_t> spot, std::size_t view) const
     {
         float sum = 0.0F;
-        for (const std::size_t i : spot) sum += m_views[view].CosineTo(m_places[i]);
+        for (const std::size_t i : spot) sum += m_views[view].CosineTo(m_places[i].normal);
         return sum / static_cast<float>(spot.size());
     }
 
@@ -499,7 +350,7 @@ private:
         return std::exp(std::log(spots) + choices + k * std::log(loss));
     }
 
-    std::vector<CAskedView> m_views;
+    std::vector<CSpotView> m_views;
     std::vector<std::vector<ViewPair>> m_beside; ///< of each view, itself first
     float m_pixel = 0.0F;                        ///< of the coarsest view
     Places m_places;

@@ -29,6 +29,16 @@ struct ViewPair
     bool isSeenThrough = true; ///< a sensor looked through surface of the other one
 };
 
+/// What a view says of the samples of a spot. What is neither of these it does not see.
+struct SpotSight
+{
+    std::size_t view = 0;
+    std::size_t uiSurface = 0; ///< it has surface there
+    std::size_t uiOpen = 0;    ///< nothing there, or something far behind
+    std::size_t uiLost = 0;    ///< of these, what would face its sensor
+    std::size_t uiThrough = 0; ///< its sensor surely looked through
+};
+
 /// A spot of the object that is surface in some views and a hole in others.
 struct DisputedSpot
 {
@@ -36,8 +46,10 @@ struct DisputedSpot
     double dWidth = 0.0;              ///< of the hole, about, mm
     std::vector<std::size_t> showing; ///< views, ascending
     std::vector<std::size_t> lacking;
-    std::vector<std::size_t> unclear; ///< that see something of it, and too little
-    double dChance = 0.0;             ///< how often losses of single views would look like this
+    std::vector<std::size_t> unclear;   ///< that see something of it, and too little
+    double dChance = 0.0;               ///< how often losses of single views would look like this
+    std::size_t uiSamples = 0;          ///< of the spot, that all views were asked about
+    std::vector<SpotSight> sights = {}; ///< of these three kinds of views, in ascending order
 };
 
 /// Finds where views divide into some that show surface and some that have a hole there: they are of objects that

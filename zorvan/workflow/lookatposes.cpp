@@ -212,17 +212,32 @@ const char* standingWord(const PairStanding& pair)
     return "";
 }
 
-WeighedRow describe(const PairStanding& pair)
+/// Of the two the one that was taken out, and by whom.
+std::string whyRefuted(const PairStanding& pair, const RegistrationTable& table)
+{
+    for (const std::size_t i : {pair.pair.second, pair.pair.first}) {
+        const ScanRow& scan = table.scans[i];
+        if (scan.ePlace == EPlace::Contradicted) return scan.file + ": " + scan.verdict;
+    }
+    return {};
+}
+
+WeighedRow describe(const PairStanding& pair, const RegistrationTable& table)
 {
     const bool hasPlace = pair.finding && !pair.finding->places.empty();
     const PoseCounts counts = pair.isTogether || !hasPlace ? pair.evidence.counts : pair.finding->places.front().counts;
+    const std::string standing = standingWord(pair);
     return {pair.pair.first,
             pair.pair.second,
             pair.finding ? VerdictName(pair.finding->eVerdict) : "",
             pair.finding ? pair.finding->places.size() : 0,
-            standingWord(pair),
+            standing,
             counts.uiMatched,
-            counts.Contradictions()};
+            counts.Contradictions(),
+            counts.uiInFront,
+            counts.uiMissing,
+            counts.uiOpposed,
+            standing == "refuted" ? whyRefuted(pair, table) : ""};
 }
 
 } // namespace
@@ -257,7 +272,7 @@ RegistrationTable LookAtPoses(const CSession& session, const Placing* placing, c
 
 void AddPairs(std::span<const PairStanding> pairs, RegistrationTable& table)
 {
-    for (const PairStanding& pair : pairs) table.weighed.push_back(describe(pair));
+    for (const PairStanding& pair : pairs) table.weighed.push_back(describe(pair, table));
     table.uiLoops = CountLoops(pairs, table.scans.size());
 }
 

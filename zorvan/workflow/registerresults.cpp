@@ -106,22 +106,7 @@ std::string leftOutWords(const RegistrationTable& table)
     return words;
 }
 
-/// "a.ply, b.ply"
-std::string namesOf(const std::vector<std::size_t>& scans, const RegistrationTable& table)
-{
-    std::string names;
-    for (const std::size_t i : scans) names += (names.empty() ? "" : ", ") + Zorvan::ToShown(table.scans[i].file);
-    return names;
-}
-
 } // namespace
-
-std::string ToText(const DisputeRow& dispute, const RegistrationTable& table)
-{
-    return namesOf(dispute.lacking, table) + " show a hole about " +
-           Zorvan::ToText(dispute.dWidth / table.dMmPerUnit, 2) + " " + Zorvan::UnitName(table.dMmPerUnit) +
-           " wide where " + namesOf(dispute.showing, table) + " show surface: they are of objects that differ";
-}
 
 Zorvan::PosesFile ToPoses(const RegistrationTable& table)
 {

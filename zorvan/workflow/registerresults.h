@@ -51,7 +51,8 @@ ZORVAN_WORKFLOW_API ExportOutcome WriteRegistration(const std::filesystem::path&
 /// A line a scan, by cluster, and one below in words; lengths in the unit of the files.
 [[nodiscard]] ZORVAN_WORKFLOW_API std::string ToText(const RegistrationTable& table);
 
-/// "b1.ply, b2.ply show a hole about 6 mm wide where a1.ply, a2.ply show surface: they are of objects that differ"
+/// "b1.ply, b2.ply show a hole about 6 mm wide where a1.ply, a2.ply show surface: they are of objects that differ, and
+/// were put apart", where that is, and of how many samples each side says so.
 [[nodiscard]] ZORVAN_WORKFLOW_API std::string ToText(const DisputeRow& dispute, const RegistrationTable& table);
 
 /// The one that merged.ply holds: the largest cluster, the primary one of several. Empty without scans.

@@ -11,11 +11,13 @@
 #include "zorvan/verdict/planeshare.h"
 #include "zorvan/verdict/verdictlimits.h"
 #include "zorvan/workflow/autosettings.h"
+#include "zorvan/workflow/disputerow.h"
 #include "zorvan/workflow/lookatposes.h"
 #include "zorvan/workflow/mergepairs.h"
 #include "zorvan/workflow/placing.h"
 #include "zorvan/workflow/scancopies.h"
 #include "zorvan/workflow/scanpairs.h"
+#include "zorvan/workflow/sessionedit.h"
 #include "zorvan/workflow/settingsfile.h"
 #include "zorvan/workflow/stagetimes.h"
 #include "zorvan/workflow/twincamps.h"
@@ -81,8 +83,8 @@ public:
         return clusters.size() > 1 || std::ranges::any_of(pairs, isFault);
     }
 
-    /// Divides clusters whose scans are of objects that differ in some spot. @return the spots, by numbers of scans
-    std::vector<DisputedSpot> Divide(CClusterRegistration& registration)
+    /// Divides clusters whose scans are of objects that differ in some spot. @return what about
+    std::vector<Dispute> Divide(CClusterRegistration& registration)
     {
         std::vector<CClusterRegistration::Trafos> clusters;
         for (const UniversalUniqueID& id : registration.GetClusterIDs())
@@ -90,17 +92,15 @@ public:
         take(clusters);
         const std::vector<PairStanding> pairs = GetPairs();
         const std::set<std::size_t> names(m_placing.group.begin(), m_placing.group.end());
-        std::vector<DisputedSpot> all;
+        std::vector<Dispute> all;
         for (const std::size_t name : names) {
             const std::vector<std::size_t> members = m_placing.MembersOf(name);
             if (members.size() < 2 * verdict::uiMinCamp) continue;
-            std::vector<DisputedSpot> spots = m_pairs.FindDisputes(members, m_placing.poses, pairs);
+            const std::vector<DisputedSpot> spots = m_pairs.FindDisputes(members, m_placing.poses, pairs);
             if (spots.empty()) continue;
-            divide(members, spots);
-            for (DisputedSpot& spot : spots)
-                for (auto* const camp : {&spot.showing, &spot.lacking, &spot.unclear})
-                    for (std::size_t& view : *camp) view = members[view];
-            all.insert(all.end(), spots.begin(), spots.end());
+            const std::vector<std::size_t> leftOut = divide(members, spots);
+            const std::vector<Dispute> disputes = DisputesOf(spots, members, m_placing.poses, leftOut);
+            all.insert(all.end(), disputes.begin(), disputes.end());
         }
         if (all.empty()) return all;
         registration.SetArranger([&](const auto&, const Zorvan::Hooks&) { return clustersOf(m_placing); });
@@ -137,15 +137,19 @@ private:
         return answer;
     }
 
-    void divide(const std::vector<std::size_t>& members, std::span<const DisputedSpot> spots)
+    /// @return who belongs to no part
+    std::vector<std::size_t> divide(const std::vector<std::size_t>& members, std::span<const DisputedSpot> spots)
     {
+        std::vector<std::size_t> leftOut;
         const auto groups = DivideByCamps(spots, members.size());
         for (std::size_t k = 0; k < members.size(); ++k) {
             m_placing.group[members[k]] = members[groups[k].value_or(k)];
             ScanPlace& place = m_placing.places[members[k]];
             place = {groups[k] ? EPlace::Placed : EPlace::Ambiguous};
             place.isOfEither = !groups[k];
+            if (!groups[k]) leftOut.push_back(members[k]);
         }
+        return leftOut;
     }
 
     /// Groups and poses as the clusters have them; what has been searched stays known.
@@ -191,26 +195,29 @@ public:
     {
         const CSession::Step before = session.GetStep();
         const std::map<std::string, std::string> clustersBefore = ClustersByName(session);
+        m_isDivided = hasSeveralGroups(session.GetRegistration());
         const bool isComplete = addScans(scans, session);
-        endStage("features");
         const auto group = scheduler->CreateJobGroup({}, {});
+        setCopiesAside(session, group);
+        endStage("features");
         std::string times;
         RegistrationTable table;
         if (!m_isWeighed) mergeAndOptimize(session.GetRegistration(), group);
         std::optional<CArranger> arranger;
         if (m_isWeighed || isWeighedAfterwards())
             arranger.emplace(session, group, m_isWeighed ? EPairEffort::All : EPairEffort::Glances);
-        bool isPlaced = arranger && (m_isWeighed || arranger->FindsFault(session.GetRegistration()));
+        bool isPlaced =
+            arranger && (m_isWeighed || (!m_hooks.IsAborted() && arranger->FindsFault(session.GetRegistration())));
         if (arranger && !m_isWeighed) endStage("check");
         if (isPlaced) placeAndOptimize(session.GetRegistration(), *arranger);
-        std::vector<DisputedSpot> disputes;
-        if (arranger && !m_hooks.IsAborted()) disputes = divideTwins(session.GetRegistration(), *arranger);
+        std::vector<Dispute> disputes;
+        if (arranger && isChecked()) disputes = divideTwins(session.GetRegistration(), *arranger);
         isPlaced = isPlaced || !disputes.empty();
         std::vector<PairStanding> pairs;
         Placing placing;
         std::string pairWords;
+        if (arranger && (isPlaced || isChecked())) pairs = arranger->GetPairs();
         if (isPlaced) {
-            pairs = arranger->GetPairs();
             placing = arranger->GetPlacing();
             pairWords = arranger->Words(pairs);
         }
@@ -220,14 +227,13 @@ public:
         if (isPlaced) {
             placing.places.resize(session.GetFiles().size(), {EPlace::Placed}); // copies come last
             table = LookAtPoses(session, &placing, group);
-            AddPairs(pairs, table);
-            for (const DisputedSpot& spot : disputes)
-                table.disputes.push_back({spot.showing, spot.lacking, spot.dWidth});
+            for (const Dispute& dispute : disputes) table.disputes.push_back(RowOf(dispute, table));
             times = m_times.Words() + ", " + pairWords;
         } else {
             table = LookAtPoses(session, nullptr, group);
             times = m_times.Words();
         }
+        AddPairs(pairs, table);
         const SessionJournal journal = JournalOfRun(clustersBefore, table, m_isOptimized, m_options.stamp);
         for (const JournalEntry& entry : journal) session.Note(entry);
         if (!journal.empty() && !before.files.empty()) session.AddStep(before);
@@ -240,6 +246,11 @@ private:
     {
         std::size_t scan; ///< of those that are new
         std::shared_ptr<const CFPFHPointSet> set;
+        UniversalUniqueID original;
+    };
+    struct OldCopy
+    {
+        ScanAside scan;
         UniversalUniqueID original;
     };
 
@@ -351,12 +362,31 @@ private:
         return FindCopies(all);
     }
 
+    /// Copies that came with earlier runs take no part either.
+    void setCopiesAside(CSession& session, const CSession::Group& group)
+    {
+        const auto originals = findOriginals(session, {}, {});
+        std::vector<UniversalUniqueID> names;
+        std::vector<UniversalUniqueID> originalNames;
+        for (std::size_t i = 0; i < originals.size(); ++i) {
+            if (!originals[i]) continue;
+            names.push_back(session.GetFiles()[i].id);
+            originalNames.push_back(session.GetFiles()[*originals[i]].id);
+        }
+        if (names.empty()) return;
+        const std::vector<ScanAside> aside = SetAside(session, names, group);
+        for (std::size_t k = 0; k < names.size(); ++k) m_oldCopies.push_back({aside[k], originalNames[k]});
+    }
+
     /// Exact copies of other scans come to lie on these. They take no part in merges and in the optimisation: nobody
     /// fits a scan as its copies do, so that all others stand out.
     void joinCopies(std::span<const Zorvan::SurfelScan> scans, CSession& session)
     {
-        if (m_copies.empty()) return;
+        if (m_copies.empty() && m_oldCopies.empty()) return;
         std::map<UniversalUniqueID, std::vector<UniversalUniqueID>> copiesOf;
+        for (const OldCopy& copy : m_oldCopies)
+            if (session.AddAgain(copy.scan.file, copy.scan.set, copy.scan.start))
+                copiesOf[copy.original].push_back(copy.scan.file.id);
         for (const Copy& copy : m_copies)
             if (session.Add(scans[copy.scan], copy.set, CTrafo::Invalid(), isRayKept()))
                 copiesOf[copy.original].push_back(session.GetFiles().back().id);
@@ -381,7 +411,16 @@ private:
 
     /// A merge of the first pairs that fit asks nothing of the others: a wrong one keeps scans out, takes others apart
     /// with it, or stays with all that hangs on it.
-    [[nodiscard]] bool isWeighedAfterwards() const { return !m_options.isWeighed && !m_hooks.IsAborted(); }
+    [[nodiscard]] bool isWeighedAfterwards() const { return !m_options.isWeighed && isChecked(); }
+
+    /// A run that is stopped saves the time; but not where it may have merged what an earlier one has divided.
+    [[nodiscard]] bool isChecked() const { return m_isDivided || !m_hooks.IsAborted(); }
+
+    [[nodiscard]] static bool hasSeveralGroups(const CClusterRegistration& registration)
+    {
+        return std::ranges::count_if(registration.GetClusterIDs(),
+                                     [&](const UniversalUniqueID& id) { return registration.Size(id) > 1; }) > 1;
+    }
 
     void mergeAndOptimize(CClusterRegistration& registration, const CSession::Group& group)
     {
@@ -418,9 +457,9 @@ private:
 
     /// What scans of an object and of one that differs in a hole have been placed together, comes apart again at the
     /// end: no pair of them tells. Poses are then settled without the others.
-    std::vector<DisputedSpot> divideTwins(CClusterRegistration& registration, CArranger& arranger)
+    std::vector<Dispute> divideTwins(CClusterRegistration& registration, CArranger& arranger)
     {
-        std::vector<DisputedSpot> disputes = arranger.Divide(registration);
+        std::vector<Dispute> disputes = arranger.Divide(registration);
         if (disputes.empty()) return disputes;
         endStage("division");
         if (!m_isOptimized) return disputes;
@@ -435,6 +474,8 @@ private:
     std::string m_settingsWords;
     std::vector<std::string> m_leftOut;
     std::vector<Copy> m_copies;
+    std::vector<OldCopy> m_oldCopies;
+    bool m_isDivided = false; ///< the session held several clusters of more than one scan
     bool m_isOptimized = false;
     CStageTimes m_times;
 };

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zorvan/core/ctrafo.h"
+#include "zorvan/core/vector.h"
 #include "zorvan/scans/scan.h"
 #include "zorvan/workflow/placing.h"
 
@@ -51,15 +52,35 @@ struct WeighedRow
     std::string standing;          ///< "supports", "refutes" or "says nothing": of the poses; "refuted": the one place
                                    ///< that it found; "undecided": it found several; "apart": none
     unsigned uiMatched = 0;        ///< samples, at the poses, or at the best of the places that were not taken
-    unsigned uiContradictions = 0; ///< there
+    unsigned uiContradictions = 0; ///< there; the sum of these
+    unsigned uiThrough = 0;        ///< surface of one scan that the sensor of the other looked through
+    unsigned uiMissing = 0;        ///< that it should have seen
+    unsigned uiOpposed = 0;        ///< on surface that looks elsewhere
+    std::string why;               ///< of a place that is refuted: "b.ply: contradicted by c.ply"
 };
 
-/// Scans of one place that some show surface in and some a hole: they are of objects that differ there.
+/// What one scan says of the samples of a disputed spot.
+struct SightRow
+{
+    std::size_t scan = 0;      ///< into the scans of the table
+    std::size_t uiSurface = 0; ///< it has surface there
+    std::size_t uiOpen = 0;    ///< nothing there, or something far behind
+    std::size_t uiThrough = 0; ///< its sensor surely looked through
+};
+
+/// A spot that some scans show surface in and some a hole: they are of objects that differ there, and what seemed to
+/// be one cluster was divided about it.
 struct DisputeRow
 {
-    std::vector<std::size_t> showing; ///< into the scans of the table
+    std::vector<std::size_t> showing; ///< into the scans of the table, as all of these
     std::vector<std::size_t> lacking;
-    double dWidth = 0.0; ///< mm
+    double dWidth = 0.0;                   ///< mm
+    std::vector<std::size_t> unclear = {}; ///< show too little of it
+    std::vector<std::size_t> leftOut = {}; ///< were in the cluster and may be of any of the objects
+    std::size_t uiSamples = 0;             ///< of the spot, that each scan was asked about
+    kdtree::Vector<3> atShowing = {};      ///< its middle, in the cluster of the first that shows it
+    kdtree::Vector<3> atLacking = {};      ///< and of the first that lacks it
+    std::vector<SightRow> sights = {};     ///< of scans that say something of it, in ascending order
 };
 
 /// A whole registration, as tables and pages show it. Scans are in the order of the call, exact copies of others last.

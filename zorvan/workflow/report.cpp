@@ -9,6 +9,8 @@
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/util/base64.h"
 #include "zorvan/workflow/cloudlattice.h"
+#include "zorvan/workflow/disputerow.h"
+#include "zorvan/workflow/registerresults.h"
 #include "zorvan/workflow/scancolours.h"
 
 #include <algorithm>
@@ -173,7 +175,21 @@ Json weighedJson(const std::vector<WeighedRow>& pairs)
                        {"places", pair.uiPlaces},
                        {"standing", pair.standing},
                        {"matched", pair.uiMatched},
-                       {"contradictions", pair.uiContradictions}});
+                       {"contradictions", pair.uiContradictions},
+                       {"through", pair.uiThrough},
+                       {"missing", pair.uiMissing},
+                       {"opposed", pair.uiOpposed},
+                       {"why", pair.why}});
+    return all;
+}
+
+Json disputesJson(const RegistrationTable& table)
+{
+    Json all = Json::array();
+    for (const DisputeRow& dispute : table.disputes) {
+        all.push_back(DisputeJson(dispute, table, false));
+        all.back()["words"] = ToText(dispute, table);
+    }
     return all;
 }
 
@@ -204,7 +220,8 @@ Json reportJson(const RegistrationTable& table, std::span<const SurfelSpan> surf
             {"scans", std::move(scans)},
             {"pairs", pairsJson(table.pairs, table.dMmPerUnit)},
             {"weighed", weighedJson(table.weighed)},
-            {"loops", table.uiLoops}};
+            {"loops", table.uiLoops},
+            {"disputes", disputesJson(table)}};
 }
 
 // The data stands in a script element, which ends at the first "</script" and nowhere else: "<" must not appear, and

@@ -6,6 +6,7 @@
 #include "zorvan/scans/jsonvalues.h"
 #include "zorvan/scans/movestream.h"
 #include "zorvan/util/csha1.h"
+#include "zorvan/workflow/disputerow.h"
 
 #include <nlohmann/json.hpp>
 
@@ -74,7 +75,11 @@ Json pairJson(const WeighedRow& pair, const RegistrationTable& table)
             {"places", pair.uiPlaces},
             {"standing", pair.standing},
             {"matched", pair.uiMatched},
-            {"contradictions", pair.uiContradictions}};
+            {"contradictions", pair.uiContradictions},
+            {"through", pair.uiThrough},
+            {"missing", pair.uiMissing},
+            {"opposed", pair.uiOpposed},
+            {"why", pair.why}};
 }
 
 } // namespace
@@ -110,6 +115,8 @@ std::string RunRecordText(const RunRecord& record, const RegistrationTable& tabl
     json["pairs"] = Json::array();
     for (const WeighedRow& pair : table.weighed) json["pairs"].push_back(pairJson(pair, table));
     json["loops"] = table.uiLoops;
+    json["disputes"] = Json::array();
+    for (const DisputeRow& dispute : table.disputes) json["disputes"].push_back(DisputeJson(dispute, table, true));
     json["times"] = record.times;
     return json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
 }

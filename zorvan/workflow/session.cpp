@@ -166,6 +166,19 @@ bool CSession::Add(const Zorvan::SurfelScan& scan, const std::shared_ptr<const C
     return true;
 }
 
+bool CSession::AddAgain(const ScanFile& file, const std::shared_ptr<const CFPFHPointSet>& set, const CTrafo& preTrafo)
+{
+    if (!m_registration.AddPointSet(file.id, set, &preTrafo)) return false;
+    m_files.push_back(file);
+    return true;
+}
+
+void CSession::Hold(CClusterRegistration registration, std::vector<ScanFile> files)
+{
+    m_registration = std::move(registration);
+    m_files = std::move(files);
+}
+
 Zorvan::Position CSession::GetSharedShift() const
 {
     std::vector<Zorvan::Position> shifts{m_shift};

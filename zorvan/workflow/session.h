@@ -66,6 +66,8 @@ public:
     /// @return           false when it has too few points or features
     bool Add(const Zorvan::SurfelScan& scan, const std::shared_ptr<const CFPFHPointSet>& set, const CTrafo& preTrafo,
              bool isRayKept = false);
+    /// Adds a scan that it had before, under its own identifier. @return  false when that is there already
+    bool AddAgain(const ScanFile& file, const std::shared_ptr<const CFPFHPointSet>& set, const CTrafo& preTrafo);
     [[nodiscard]] bool Contains(const std::string& name) const;
 
     [[nodiscard]] double GetMmPerUnit() const { return m_mmPerUnit; }
@@ -89,6 +91,8 @@ public:
     /// Takes over shift, journal and steps of the session that this one was made from, whose state becomes the next to
     /// go back to; surfaces of scans that have gone stay for that.
     void GoOnFrom(const CSession& before, const JournalEntry& entry);
+    /// Takes these clusters and scans in place of its own; shift, journal and steps stay.
+    void Hold(CClusterRegistration registration, std::vector<ScanFile> files);
     /// Before its last change; that itself can be taken back too, and so on. Scans that came with the change are gone.
     /// @throws std::invalid_argument when there is no change to take back, or what is kept of it is damaged
     [[nodiscard]] CSession Undone(const Group& group, const JournalStamp& stamp = {}) const;

@@ -100,6 +100,22 @@ CSession WithoutScan(const CSession& session, const std::string& name, const CSe
     return edited;
 }
 
+std::vector<ScanAside> SetAside(CSession& session, const std::vector<UniversalUniqueID>& names,
+                                const CSession::Group& group)
+{
+    Contents contents = contentsOf(session.GetRegistration());
+    std::vector<CSession::ScanFile> files = session.GetFiles();
+    std::vector<ScanAside> aside;
+    for (const UniversalUniqueID& name : names) {
+        const auto file = std::ranges::find(files, name, &CSession::ScanFile::id);
+        const auto [id, pose, start, set] = takeOut(contents, name);
+        aside.push_back({*file, set, start});
+        files.erase(file);
+    }
+    session.Hold(rebuilt(session.GetRegistration(), contents, group), std::move(files));
+    return aside;
+}
+
 CSession WithScanApart(const CSession& session, const std::string& name, const CSession::Group& group,
                        const JournalStamp& stamp)
 {

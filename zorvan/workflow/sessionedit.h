@@ -20,4 +20,18 @@ namespace prereg {
 [[nodiscard]] ZORVAN_WORKFLOW_API CSession WithScanApart(const CSession& session, const std::string& name,
                                                          const CSession::Group& group, const JournalStamp& stamp = {});
 
+/// A scan that takes no part for a while.
+struct ScanAside
+{
+    CSession::ScanFile file;
+    CClusterRegistration::PointSet set;
+    CTrafo start; ///< what the caller gave
+};
+
+/// Takes scans out, to come back by `CSession::AddAgain`; nothing of it is noted. All others keep their poses, their
+/// clusters and the frames of these.
+/// @param names  identifiers of some of its scans, not of all
+[[nodiscard]] std::vector<ScanAside> SetAside(CSession& session, const std::vector<UniversalUniqueID>& names,
+                                              const CSession::Group& group);
+
 } // namespace prereg
