@@ -486,19 +486,22 @@ std::array<int, 4> CRangeImage::countOutermost(const Vectors& points) const
 
 void CRangeImage::computeCompleteness()
 {
-    // What the outside does not reach is enclosed.
-    std::vector<std::uint8_t> isReached(m_indices.size(), 0);
-    std::vector<Pixel> open{{0, 0}};
+    // What the outside does not reach is enclosed. Rows end in empty margins, so that from the end of one to the start
+    // of the next is no way in.
+    std::vector<std::uint8_t> isClosed(m_indices.size());
+    for (std::size_t i = 0; i < m_indices.size(); ++i) isClosed[i] = static_cast<std::uint8_t>(m_indices[i] != uiNone);
+    const auto width = static_cast<std::size_t>(m_width);
+    std::vector<std::uint32_t> open{0};
     std::size_t numReached = 0;
-    isReached[0] = 1;
+    isClosed[0] = 1;
     while (!open.empty()) {
-        const Pixel at = open.back();
+        const std::size_t at = open.back();
         open.pop_back();
         ++numReached;
-        for (const Pixel next : {Pixel{at.x - 1, at.y}, {at.x + 1, at.y}, {at.x, at.y - 1}, {at.x, at.y + 1}}) {
-            if (!Contains(next) || isReached[Index(next)] != 0 || m_indices[Index(next)] != uiNone) continue;
-            isReached[Index(next)] = 1;
-            open.push_back(next);
+        for (const std::size_t next : {at - 1, at + 1, at - width, at + width}) { // below 0 they are beyond the end
+            if (next >= isClosed.size() || isClosed[next] != 0) continue;
+            isClosed[next] = 1;
+            open.push_back(static_cast<std::uint32_t>(next));
         }
     }
     const std::size_t covered = m_indices.size() - numReached;
