@@ -24,6 +24,7 @@ import itertools
 import json
 import os
 import pathlib
+import random
 import re
 import statistics
 import subprocess
@@ -240,6 +241,7 @@ def main():
     parser.add_argument("--option", action="append", default=[], help="passed on to align, as --option=--grid=2")
     parser.add_argument("--every", type=int, default=1, help="of the pairs of a scene, each so many-th")
     parser.add_argument("--reasons", type=float, default=0.3, help="overlap from which on the reason is given why a pair is not found")
+    parser.add_argument("--drawn", type=int, help="of the pairs of a scene, so many, drawn by its seed")
     parser.add_argument("--list", action="store_true", help="print every pair with the counts of its poses")
     parser.add_argument("--pictures", type=pathlib.Path, help="folder for a picture of every wrong pair; needs the Python module")
     parser.add_argument("--max-wrong", type=float, default=0.002)
@@ -250,7 +252,11 @@ def main():
     with tempfile.TemporaryDirectory() as folder, concurrent.futures.ThreadPoolExecutor(args.jobs) as pool:
         list(pool.map(lambda scene: scene.simulate(args.program, folder), scenes))
         for done, scene in enumerate(scenes, 1):
-            some = scene.pairs()[done % args.every::args.every]
+            some = scene.pairs()
+            if args.drawn:
+                random.Random(scene.seed).shuffle(some)
+                some = some[:args.drawn]
+            some = some[done % args.every::args.every]
             list(pool.map(lambda pair: pair.align(args), some))
             pairs += some
             print(f"{done} of {len(scenes)} scenes: {scene.name}", file=sys.stderr)

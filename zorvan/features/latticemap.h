@@ -106,7 +106,7 @@ private:
 
     std::size_t slotOf(const LatticeCell& cell)
     {
-        // Points of a scan come line by line: every other one lies in the cell of the one before.
+        // Points of a scan come line by line, many in the cell of the one before.
         if (m_last < m_cells.size() && m_cells[m_last] == cell) return m_last;
         // At most half full, so that runs of taken places stay short.
         if (2 * (m_cells.size() + 1) > m_table.size()) rebuildTable(std::max(firstTableSize, 2 * m_table.size()));
