@@ -21,6 +21,7 @@ the object's size of the truth, with the cluster laid on it. --option passes an 
 scan lies wrong.
 """
 import argparse
+import itertools
 import json
 import math
 import os
@@ -45,10 +46,13 @@ def truth_of(folder):
 
 
 def points_of(file):
-    """Of a little-endian PLY file whose vertices are three floats."""
+    """Of a little-endian PLY file whose vertices begin with three floats."""
     head, body = file.read_bytes().split(b"end_header\n", 1)
-    count = int(next(line for line in head.split(b"\n") if line.startswith(b"element vertex")).split()[2])
-    return list(struct.iter_unpack("<3f", body[:12 * count]))
+    lines = head.decode().split("\n")
+    at = next(k for k, line in enumerate(lines) if line.startswith("element vertex"))
+    properties = itertools.takewhile(lambda line: line.startswith("property"), lines[at + 1:])
+    width = sum({"float": 4, "double": 8, "uchar": 1}[line.split()[1]] for line in properties)
+    return list(struct.iter_unpack(f"<3f{width - 12}x", body[:width * int(lines[at].split()[2])]))
 
 
 def write_points(file, points):

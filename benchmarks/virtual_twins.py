@@ -14,37 +14,19 @@ import argparse
 import math
 import pathlib
 import random
-import struct
 import subprocess
 import sys
 import tempfile
 
-from hard_sets import Scans, middle_of, report_session, truth_of, write_points
+from hard_sets import Scans, middle_of, points_of, report_session, truth_of, write_points
 from posemath import apply, inverse
 
 SECTORS = 8
 
 
-def points_of(file):
-    """Of a little-endian PLY file whose vertices begin with three floats."""
-    head, body = file.read_bytes().split(b"end_header\n", 1)
-    lines = head.decode().split("\n")
-    at = next(k for k, line in enumerate(lines) if line.startswith("element vertex"))
-    width = 0
-    for line in lines[at + 1:]:
-        if not line.startswith("property"):
-            break
-        width += {"float": 4, "double": 8, "uchar": 1}[line.split()[1]]
-    return [struct.unpack_from("<3f", body, width * k) for k in range(int(lines[at].split()[2]))]
-
-
-def away(p, q):
-    return math.dist(p, q)
-
-
 def normal_at(point, surface, reach):
     """Normal of the surface about a point, by the smallest spread over some tries of three points."""
-    near = [p for p in surface if away(p, point) < reach]
+    near = [p for p in surface if math.dist(p, point) < reach]
     best, rng = (math.inf, (0, 0, 1)), random.Random(1)
     for _ in range(60):
         a, b, c = rng.sample(near, 3)
@@ -67,7 +49,7 @@ def is_about(point, surface, normal, radius):
     v = [normal[1] * u[2] - normal[2] * u[1], normal[2] * u[0] - normal[0] * u[2], normal[0] * u[1] - normal[1] * u[0]]
     seen = [0] * SECTORS
     for p in surface:
-        if 1.2 * radius < away(p, point) < 1.8 * radius:
+        if 1.2 * radius < math.dist(p, point) < 1.8 * radius:
             d = [x - y for x, y in zip(p, point)]
             turn = math.atan2(sum(map(math.prod, zip(d, v))), sum(map(math.prod, zip(d, u)))) / (2 * math.pi)
             seen[int((turn + 1) * SECTORS) % SECTORS] += 1
@@ -81,7 +63,7 @@ def spot_of(world, radius):
     everywhere = [p for points in thin.values() for p in points]
     best = None
     for point in rng.sample(everywhere, 40):
-        normal = normal_at(point, [p for p in everywhere if away(p, point) < radius], radius)
+        normal = normal_at(point, [p for p in everywhere if math.dist(p, point) < radius], radius)
         count = sum(is_about(point, points, normal, radius) for points in thin.values())
         best = max(best or (0, point, normal), (count, point, normal), key=lambda found: found[0])
     return best
@@ -103,7 +85,7 @@ def row(args, kind, sensor, change):
             toward = 1.0 if apply(inverse(pose), raised)[2] > apply(inverse(pose), spot)[2] else -1.0  # its sensor
             kept, changed = [], 0
             for p in world[view]:
-                if away(p, spot) >= radius:
+                if math.dist(p, spot) >= radius:
                     kept.append(p)
                     continue
                 changed += 1
