@@ -7,10 +7,10 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <condition_variable>
 #include <deque>
 #include <mutex>
 #include <new>
-#include <shared_mutex>
 #include <stdexcept>
 #include <thread>
 
@@ -22,30 +22,45 @@ namespace {
 constexpr std::chrono::milliseconds pollInterval{100};
 constexpr std::size_t uiMostRecords = 1000;
 
-/// Closed when the interpreter begins to end. Who is inside waits for the interpreter's lock.
+// A callback that waits for something that has ended already must not hold the end up for ever.
+constexpr std::chrono::seconds mostPatience{5};
+
+/// How often this thread is inside the gate: a callback may call the library.
+thread_local unsigned uiDepth = 0;
+
+/// Closed when the interpreter begins to end. From then on a thread that takes the interpreter's lock, or takes it back
+/// after a system call, is killed where it stands. In the middle of C++ that runs destructors without the lock, so who
+/// works with Python in C++ is inside, and the end waits for them.
 class CGate
 {
 public:
-    /// False once it is closed, but for the thread that has closed it.
+    /// False once it is closed, but for those inside and for the thread that has closed it.
     [[nodiscard]] bool Enter()
     {
-        m_mutex.lock_shared();
-        if (!m_isClosed || m_closer == std::this_thread::get_id()) return true;
-        m_mutex.unlock_shared();
-        return false;
+        const std::lock_guard lock(m_mutex);
+        if (m_isClosed && uiDepth == 0 && m_closer != std::this_thread::get_id()) return false;
+        if (uiDepth++ == 0) ++m_numInside;
+        return true;
     }
-    void Leave() { m_mutex.unlock_shared(); }
+    void Leave()
+    {
+        const std::lock_guard lock(m_mutex);
+        if (--uiDepth == 0 && --m_numInside == 0) m_empty.notify_all();
+    }
     /// Waits for those inside, so without the interpreter's lock.
     void Close()
     {
-        const std::lock_guard lock(m_mutex);
+        std::unique_lock lock(m_mutex);
         m_closer = std::this_thread::get_id();
         m_isClosed = true;
+        m_empty.wait_for(lock, mostPatience, [this] { return m_numInside == (uiDepth > 0 ? 1 : 0); });
     }
 
 private:
-    std::shared_mutex m_mutex;
+    std::mutex m_mutex;
+    std::condition_variable m_empty;
     std::thread::id m_closer;
+    unsigned m_numInside = uiDepth > 0 ? 1 : 0; ///< threads; the only one of a child may be inside
     bool m_isClosed = false;
 };
 
@@ -142,16 +157,19 @@ CTakenLock::CTakenLock() : m_isTaken(gate().Enter())
 {
     if (!m_isTaken) return;
     m_state = PyGILState_Ensure();
-    gate().Leave();
 }
 
 CTakenLock::~CTakenLock()
 {
-    if (m_isTaken) PyGILState_Release(m_state);
+    if (!m_isTaken) return;
+    PyGILState_Release(m_state);
+    gate().Leave();
 }
 
 void DeliverLog()
 {
+    const CTakenLock taken;
+    if (!taken) return;
     for (const Record& record : records().Take()) {
         try {
             const py::object logger = py::module_::import("logging").attr("getLogger")("zorvan." + record.domain);

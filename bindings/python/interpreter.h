@@ -30,8 +30,9 @@ private:
     PyThreadState* m_state;
 };
 
-/// Takes the interpreter's lock while it lives, from any thread. Empty when the interpreter has begun to end: then
-/// there is no lock, and nothing of Python may be touched.
+/// Takes the interpreter's lock while it lives, from any thread, also from one that has it. The end of the interpreter
+/// waits for it. Empty when the interpreter has begun to end: then there is no lock, and nothing of Python may be
+/// touched.
 class CTakenLock
 {
 public:

@@ -160,14 +160,15 @@ class Process(unittest.TestCase):
         self.assertGreater(len({record.name for record in logs.records}), 1)
 
     def test_the_interpreter_ends_while_threads_work(self):
-        ended = run("import numpy, threading, time\n"
-                    "class Slow:\n    def __del__(self): time.sleep(0.5)  # others want the lock while the interpreter ends\n"
-                    "slow = Slow()\n"
+        ended = run("import atexit, numpy, sys, threading, time, types\nfiles = %r\n"
+                    "class Slow:\n    def __del__(self, sleep=time.sleep): sleep(0.5)  # others want the lock while the interpreter ends\n"
+                    "sys.modules['late'] = types.ModuleType('late')\nsys.modules['late'].slow = Slow()\n"
                     "def look(points):\n    while True: zorvan.KdTree(points).nearest(points, 1.0)\n"
                     "threading.Thread(target=look, args=(numpy.ones((500, 3)),), daemon=True).start()\n"
-                    "for _ in range(4):\n"
-                    "    threading.Thread(target=lambda: [zorvan.align(*%r, progress=print) for _ in range(99)], daemon=True).start()\n"
-                    "time.sleep(1)\nimport atexit\natexit.register(lambda: zorvan.align(*%r))" % ((list(map(str, scans()[:2])),) * 2))
+                    "def work(**how):\n    for _ in range(99): zorvan.align(*files, **how)\n"
+                    "for report in 2 * [print, lambda *_, sleep=time.sleep: sleep(0.2)]:\n"
+                    "    threading.Thread(target=work, kwargs={'progress': report}, daemon=True).start()\n"
+                    "time.sleep(1)\natexit.register(lambda: zorvan.align(*files))\n" % (list(map(str, scans()[:2])),))
         self.assertEqual((ended.returncode, ended.stderr), (0, ""))
 
 
