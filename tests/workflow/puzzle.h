@@ -30,6 +30,15 @@ public:
         finding.eVerdict = places.size() == 1 ? prereg::EPairVerdict::Aligned : prereg::EPairVerdict::Ambiguous;
         for (const float x : places) finding.places.push_back({At(x), counts(true), true});
     }
+    /// A place where the pair by itself may slide.
+    void FindLoose(std::size_t a, std::size_t b, float x)
+    {
+        prereg::PairFinding& finding = m_findings[{a, b}];
+        finding.eVerdict = prereg::EPairVerdict::Ambiguous;
+        finding.places.push_back({At(x), counts(true), false});
+    }
+    /// Scans that slide over all others together, too.
+    void LetSlide(std::size_t scan) { m_slides.insert(scan); }
     /// Another place, which need not share any surface.
     void FindOpen(std::size_t a, std::size_t b, float x)
     {
@@ -89,6 +98,16 @@ public:
     {
         return (a.GetTranslation() - b.GetTranslation()).Length() > 0.1F;
     }
+    /// Snaps to whole numbers, as scans settle a little beside where they start.
+    [[nodiscard]] std::vector<prereg::PoseAmong>
+    Settle(std::size_t scan, std::span<const prereg::CTrafo> poses,
+           std::span<const std::pair<std::size_t, prereg::CTrafo>>) const override
+    {
+        std::vector<prereg::PoseAmong> settled;
+        for (const prereg::CTrafo& pose : poses)
+            settled.push_back({At(std::round(pose.GetTranslation().x)), counts(true), counts(m_slides.contains(scan))});
+        return settled;
+    }
 
 private:
     static prereg::PoseCounts counts(bool isRight)
@@ -104,6 +123,7 @@ private:
     std::map<ScanPair, prereg::PairFinding> m_findings;
     std::map<ScanPair, float> m_alsoRight;
     prereg::LikelyScans m_likely;
+    std::set<std::size_t> m_slides;
     std::set<ScanPair> m_apart;
     std::set<ScanPair> m_far;
     mutable std::size_t m_farWeighed = 0;

@@ -1,18 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/verdict/cposejudge.h"
 
-#include "zorvan/numerics/packedldlt.h"
-#include "zorvan/numerics/symsolvers.h"
+#include "zorvan/verdict/chold.h"
 #include "zorvan/verdict/disputedpatches.h"
 #include "zorvan/verdict/nearestpixel.h"
 #include "zorvan/verdict/verdictlimits.h"
 
-#include <Eigen/Geometry>
-
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <numbers>
 #include <optional>
 #include <utility>
 
@@ -33,128 +29,6 @@ bool isRayKnown(const CScanView& view)
 {
     return view.GetRay().eKind == ERay::Found || view.GetRay().eKind == ERay::Given;
 }
-
-/// What both surfaces hold of a pose, in the three turns and three shifts about a middle; turns count by what they move
-/// at the distance `radius`. Each surface brings its own normals: noise in one of them alone looks like a hold.
-class CHold
-{
-public:
-    CHold(const Vector3& middle, double radius) : m_middle(middle), m_radius(std::max(radius, 1e-30)) {}
-
-    void Add(const Vector3& point, const Vector3& normal, const Vector3& otherNormal)
-    {
-        const auto a = row(point, normal);
-        const auto b = row(point, otherNormal);
-        std::size_t at = 0;
-        for (std::size_t i = 0; i < iSize; ++i)
-            for (std::size_t j = 0; j <= i; ++j) m_sum[at++] += 0.5 * (a[i] * b[j] + a[j] * b[i]);
-    }
-
-    /// Motions of length `step` to and fro along each of the directions that are held least, the weakest first.
-    [[nodiscard]] std::vector<CTrafo> WeakestMotions(std::size_t count, double step) const
-    {
-        const Directions directions = decompose();
-        std::vector<CTrafo> motions;
-        for (std::size_t k = 0; k < count; ++k) {
-            motions.push_back(motion(directions.vectors[k], step));
-            motions.push_back(motion(directions.vectors[k], -step));
-        }
-        return motions;
-    }
-
-    /// The least hold over the greatest, in [0, 1]; negative values are noise.
-    [[nodiscard]] double Ratio() const
-    {
-        const Directions directions = decompose();
-        const double greatest = directions.values[iSize - 1];
-        return greatest > 0.0 ? std::max(0.0, directions.values[0]) / greatest : 0.0;
-    }
-
-    /// Full turns, in equal steps, about the axes that are held much less than the rest.
-    [[nodiscard]] std::vector<CTrafo> WeakTurns(std::size_t count, std::size_t steps) const
-    {
-        const Directions directions = decompose();
-        std::vector<CTrafo> turns;
-        for (std::size_t k = 0; k < count; ++k) {
-            if (directions.values[k] > verdict::dWeakHold * directions.values[iSize - 1]) break;
-            for (std::size_t i = 1; i < steps; ++i) {
-                const double angle = 2.0 * std::numbers::pi * static_cast<double>(i) / static_cast<double>(steps);
-                if (const auto turn = turnAbout(directions.vectors[k], angle)) turns.push_back(*turn);
-            }
-        }
-        return turns;
-    }
-
-private:
-    static constexpr std::size_t iSize = 6;
-    using Direction = std::array<double, iSize>;
-
-    struct Directions
-    {
-        std::array<double, iSize> values{}; ///< ascending
-        std::array<Direction, iSize> vectors{};
-    };
-
-    [[nodiscard]] Directions decompose() const
-    {
-        Directions result;
-        auto matrix = m_sum;
-        std::array<double, iSize * iSize> vectors{};
-        std::array<double, 2 * iSize> work{};
-        Zorvan::symsolvers::JacobiIteration(matrix.data(), result.values.data(), vectors.data(), iSize, 30,
-                                            work.data());
-        Zorvan::symsolvers::SortEigenV(result.values.data(), vectors.data(), iSize, true);
-        for (std::size_t k = 0; k < iSize; ++k)
-            for (std::size_t i = 0; i < iSize; ++i) result.vectors[k][i] = vectors[i * iSize + k];
-        return result;
-    }
-
-    /// Nothing for a direction that hardly turns.
-    [[nodiscard]] std::optional<CTrafo> turnAbout(const Direction& direction, double angle) const
-    {
-        constexpr double dMinTurn = 0.3; // of the unit length
-        const Eigen::Vector3d turn = Eigen::Vector3d(direction[0], direction[1], direction[2]) / m_radius;
-        const Eigen::Vector3d shift(direction[3], direction[4], direction[5]);
-        if (turn.norm() * m_radius < dMinTurn) return std::nullopt;
-        const Eigen::Vector3d offset = turn.cross(shift) / turn.squaredNorm(); // from the middle to the axis
-        const Eigen::Vector3d axis = turn.normalized();
-        const CTrafo rotation(toFloat(axis), static_cast<float>(angle), Vector3());
-        const Vector3 through = m_middle + toFloat(offset);
-        return rotation.Translate(through - rotation.Rotate(through));
-    }
-
-    [[nodiscard]] Direction row(const Vector3& point, const Vector3& normal) const
-    {
-        const Vector3 turn = Cross(point - m_middle, normal);
-        return {static_cast<double>(turn.x) / m_radius, static_cast<double>(turn.y) / m_radius,
-                static_cast<double>(turn.z) / m_radius, static_cast<double>(normal.x),
-                static_cast<double>(normal.y),          static_cast<double>(normal.z)};
-    }
-
-    /// The screw motion of a direction, so that a ball turns on its spot however far it turns. Source: Murray, Li and
-    /// Sastry, A Mathematical Introduction to Robotic Manipulation (1994), 2.36.
-    [[nodiscard]] CTrafo motion(const Direction& direction, double step) const
-    {
-        const Eigen::Vector3d turn = Eigen::Vector3d(direction[0], direction[1], direction[2]) * (step / m_radius);
-        const Eigen::Vector3d shift = Eigen::Vector3d(direction[3], direction[4], direction[5]) * step;
-        const double angle = turn.norm();
-        if (angle < 1e-9) return CTrafo().Translate(toFloat(shift));
-        const Eigen::Vector3d once = turn.cross(shift);
-        const Eigen::Vector3d moved = shift + once * ((1.0 - std::cos(angle)) / (angle * angle)) +
-                                      turn.cross(once) * ((angle - std::sin(angle)) / (angle * angle * angle));
-        const CTrafo rotation(toFloat(turn / angle), static_cast<float>(angle), Vector3());
-        return rotation.Translate(m_middle - rotation.Rotate(m_middle) + toFloat(moved));
-    }
-
-    static Vector3 toFloat(const Eigen::Vector3d& v)
-    {
-        return {static_cast<float>(v.x()), static_cast<float>(v.y()), static_cast<float>(v.z())};
-    }
-
-    Vector3 m_middle;
-    double m_radius;
-    std::array<double, Zorvan::symsolvers::PackedSize(iSize)> m_sum{};
-};
 
 /// Whether the pose lays the patterns of two spinning sensors on each other: that they agree there says nothing.
 bool isPatternOnPattern(const CPoseJudge& judge, const CTrafo& pose)
@@ -458,28 +332,29 @@ PoseVerdict CPoseJudge::Judge(const CTrafo& pose) const
     return verdict;
 }
 
-class CPoseJudge::CHoldAt : public CHold
+void CPoseJudge::AddHold(const CTrafo& pose, const CTrafo& onto, CHold& hold) const
 {
-public:
-    CHoldAt(const CPoseJudge& judge, const CTrafo& pose)
-        : CHold(pose * judge.GetFlt().GetMiddle(), judge.GetFlt().GetRadius())
-    {
-        const bool isIntoFix = judge.GetFix().HasImage();
-        const std::size_t side = isIntoFix ? 1 : 0;
-        const CScanView& into = *judge.m_sides[1 - side].view;
-        const CTrafo frame = into.HasImage() ? into.GetImage().GetFrame() : CTrafo();
-        const CTrafo toFrame = frame * (isIntoFix ? pose : pose.GetInverse(true));
-        const CTrafo back = (isIntoFix ? CTrafo() : pose) * frame.GetInverse(true);
-        const std::span<const Sample> samples = judge.m_sides[side].samples;
-        for (const Sample& sample : samples.first(std::min(samples.size(), uiHoldSamples))) {
-            const Sample moved{toFrame * sample.point, toFrame.Rotate(sample.normal)};
-            const Hit hit = into.HasImage()
-                                ? nearestInImage(into.GetImage(), into.GetImage().PixelAt(moved.point), moved)
-                                : judge.nearestInTree(into, moved);
-            if (judge.isMatch(hit)) Add(back * hit.point, back.Rotate(hit.normal), back.Rotate(moved.normal));
-        }
+    const bool isIntoFix = GetFix().HasImage();
+    const std::size_t side = isIntoFix ? 1 : 0;
+    const CScanView& into = *m_sides[1 - side].view;
+    const CTrafo frame = into.HasImage() ? into.GetImage().GetFrame() : CTrafo();
+    const CTrafo toFrame = frame * (isIntoFix ? pose : pose.GetInverse(true));
+    const CTrafo back = onto * (isIntoFix ? CTrafo() : pose) * frame.GetInverse(true);
+    const std::span<const Sample> samples = m_sides[side].samples;
+    for (const Sample& sample : samples.first(std::min(samples.size(), uiHoldSamples))) {
+        const Sample moved{toFrame * sample.point, toFrame.Rotate(sample.normal)};
+        const Hit hit = into.HasImage() ? nearestInImage(into.GetImage(), into.GetImage().PixelAt(moved.point), moved)
+                                        : nearestInTree(into, moved);
+        if (isMatch(hit)) hold.Add(back * hit.point, back.Rotate(hit.normal), back.Rotate(moved.normal));
     }
-};
+}
+
+CHold CPoseJudge::holdAt(const CTrafo& pose) const
+{
+    CHold hold(pose * GetFlt().GetMiddle(), GetFlt().GetRadius());
+    AddHold(pose, CTrafo(), hold);
+    return hold;
+}
 
 bool CPoseJudge::isMatchedIn(const CScanView& view, const CTrafo& toView, const Sample& sample) const
 {
@@ -504,13 +379,13 @@ std::vector<CPoseJudge::PlacedSample> CPoseJudge::Place(const CTrafo& pose) cons
     return placed;
 }
 
-double CPoseJudge::HoldRatio(const CTrafo& pose) const { return CHoldAt(*this, pose).Ratio(); }
+double CPoseJudge::HoldRatio(const CTrafo& pose) const { return holdAt(pose).Ratio(); }
 
 std::vector<CTrafo> CPoseJudge::Turns(const CTrafo& pose) const
 {
     constexpr std::size_t uiAxes = 2;
     constexpr std::size_t uiSteps = 24;
-    std::vector<CTrafo> turns = CHoldAt(*this, pose).WeakTurns(uiAxes, uiSteps);
+    std::vector<CTrafo> turns = holdAt(pose).WeakTurns(uiAxes, uiSteps);
     for (CTrafo& turn : turns) turn = turn * pose;
     return turns;
 }
@@ -531,7 +406,7 @@ int CPoseJudge::SlideGrowth(const CTrafo& pose, const PoseCounts& at) const
         const int growth = weight * (CountPart(moved).Misfits() - before);
         return growth < iEnough ? weight * (Count(moved).Misfits() - at.Misfits()) : growth;
     };
-    const CHoldAt hold(*this, pose);
+    const CHold hold = holdAt(pose);
     const double way = verdict::dSlidePixels * GetPixelSize();
     int least = std::numeric_limits<int>::max();
     for (const auto& [step, weight] :

@@ -43,6 +43,8 @@ struct PoseCounts
     [[nodiscard]] int Misfits() const { return static_cast<int>(Contradictions() + uiTail + uiTurned); }
     /// Rivals are compared by it: matches, less what speaks against the pose.
     [[nodiscard]] ZORVAN_API double Score() const;
+    /// Of several pairs together.
+    ZORVAN_API PoseCounts& operator+=(const PoseCounts& other);
 
     friend bool operator==(const PoseCounts&, const PoseCounts&) = default;
 };
@@ -74,6 +76,8 @@ struct PoseVerdict
     /// One line for the user: the finding with its figure.
     [[nodiscard]] ZORVAN_API std::string ToString() const;
 };
+
+class CHold;
 
 /// Weighs poses of one scan in the frame of another by what contradicts them: free space that the other sensor looked
 /// through, surface that it should have seen, faces that look the other way. Agreement alone proves little: flat parts
@@ -121,6 +125,9 @@ public:
     /// Places where a part that is round, or nearly so, would fit as well: the pose turned about the axes that both
     /// surfaces together hold least. Rough: to be refined before they are judged. Mostly none.
     [[nodiscard]] std::vector<CTrafo> Turns(const CTrafo& pose) const;
+    /// Adds what both surfaces hold of the pose.
+    /// @param onto  from the fixed scan into the frame of the sum
+    void AddHold(const CTrafo& pose, const CTrafo& onto, CHold& hold) const;
     /// A sample of either scan in the frame of the fixed one.
     struct PlacedSample
     {
@@ -166,10 +173,10 @@ private:
         std::uint32_t uiRowLength = 0; ///< cells between a sample and the one below it
     };
     struct Hit;
-    class CHoldAt;
 
     static constexpr std::size_t uiParts = 8; ///< of the samples; most wrong poses end after the first
     [[nodiscard]] static std::size_t firstOfPart(std::size_t size, std::size_t part) { return size * part / uiParts; }
+    [[nodiscard]] CHold holdAt(const CTrafo& pose) const;
     [[nodiscard]] static float pixelOf(const CScanView& view);
     void takeSamples(Side& side) const;
     void thinSupportPlanes();

@@ -35,6 +35,24 @@ double PoseCounts::Score() const
     return static_cast<double>(uiMatched) - verdict::dContradictionWeight * static_cast<double>(Contradictions());
 }
 
+PoseCounts& PoseCounts::operator+=(const PoseCounts& other)
+{
+    uiSamples += other.uiSamples;
+    uiMatched += other.uiMatched;
+    uiInFront += other.uiInFront;
+    uiSolid += other.uiSolid;
+    uiDisputed += other.uiDisputed;
+    uiMissing += other.uiMissing;
+    uiInGap += other.uiInGap;
+    uiTurned += other.uiTurned;
+    uiOpposed += other.uiOpposed;
+    uiTail += other.uiTail;
+    uiShallow += other.uiShallow;
+    uiTelling += other.uiTelling;
+    for (std::size_t side = 0; side < matchedOf.size(); ++side) matchedOf.at(side) += other.matchedOf.at(side);
+    return *this;
+}
+
 const char* FindingName(EFinding eFinding)
 {
     switch (eFinding) {

@@ -325,7 +325,7 @@ private:
     [[nodiscard]] PoseCounts counts() const
     {
         PoseCounts sum;
-        for (const std::size_t name : names()) Add(m_weigher.Counts(groupOf(name)), sum);
+        for (const std::size_t name : names()) sum += m_weigher.Counts(groupOf(name));
         return sum;
     }
 
@@ -493,6 +493,12 @@ std::string placesInWords(std::size_t count)
 } // namespace
 
 IScanPairs::~IScanPairs() = default;
+
+std::vector<PoseAmong> IScanPairs::Settle(std::size_t, std::span<const CTrafo> poses,
+                                          std::span<const std::pair<std::size_t, CTrafo>>) const
+{
+    return std::vector<PoseAmong>(poses.size());
+}
 
 Placing Placing::Apart(std::size_t numScans)
 {

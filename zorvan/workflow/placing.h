@@ -5,6 +5,7 @@
 #include "zorvan/core/hooks.h"
 #include "zorvan/verdict/cposejudge.h"
 #include "zorvan/verdict/pairverdict.h"
+#include "zorvan/verdict/settleamong.h"
 #include "zorvan/workflow/export.h"
 #include "zorvan/workflow/likelyscans.h"
 
@@ -74,6 +75,11 @@ public:
     [[nodiscard]] virtual bool MayMeet(ScanPair pair, const CTrafo& pose) const = 0;
     /// Whether two poses of a scan are places of their own.
     [[nodiscard]] virtual bool AreDistinct(std::size_t scan, const CTrafo& a, const CTrafo& b) const = 0;
+    /// Moves poses of a scan to where it fits some others together best.
+    /// @param others  with their poses
+    /// @return        at most one a pose: those that are near to each other may be one
+    [[nodiscard]] virtual std::vector<PoseAmong> Settle(std::size_t scan, std::span<const CTrafo> poses,
+                                                        std::span<const std::pair<std::size_t, CTrafo>> others) const;
 
 protected:
     IScanPairs() = default;

@@ -4,6 +4,7 @@
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 
 namespace prereg {
@@ -20,25 +21,8 @@ constexpr unsigned uiMinMargin = 30;
 
 constexpr std::size_t uiMaxSymmetries = 24;
 
-} // namespace
-
-void Add(const PoseCounts& more, PoseCounts& sum)
-{
-    sum.uiSamples += more.uiSamples;
-    sum.uiMatched += more.uiMatched;
-    sum.uiInFront += more.uiInFront;
-    sum.uiSolid += more.uiSolid;
-    sum.uiDisputed += more.uiDisputed;
-    sum.uiMissing += more.uiMissing;
-    sum.uiInGap += more.uiInGap;
-    sum.uiTurned += more.uiTurned;
-    sum.uiOpposed += more.uiOpposed;
-    sum.uiTail += more.uiTail;
-    sum.uiShallow += more.uiShallow;
-    for (std::size_t side = 0; side < sum.matchedOf.size(); ++side) sum.matchedOf.at(side) += more.matchedOf.at(side);
-}
-
-namespace {
+/// Pairs that support a place which none of them knows by itself.
+constexpr std::size_t uiMinTogether = 2;
 
 /// Whether there are fewer contradictions, by a margin.
 bool areFewer(const PoseCounts& a, const PoseCounts& b)
@@ -200,7 +184,7 @@ std::optional<CTrafo> CPlacingWeigher::weighAt(const PlacedGroup& a, const Place
     unsigned most = 0;
     std::optional<CTrafo> there;
     for (std::size_t i = 0; i < all.size(); ++i) {
-        Add(all[i].counts, hypothesis.counts);
+        hypothesis.counts += all[i].counts;
         if (all[i].eEvidence == EEvidence::Supports) {
             ++hypothesis.uiSupports;
             if (all[i].counts.uiMatched <= most) continue;
@@ -293,6 +277,58 @@ JoinDecision CPlacingWeigher::Decide(const PlacedGroup& a, const PlacedGroup& b,
     return decision;
 }
 
+std::vector<Hypothesis> CPlacingWeigher::settledPlaces(const PlacedGroup& group, std::size_t scan) const
+{
+    const PlacedGroup one{{scan}, group.poses};
+    std::vector<Hypothesis> listed = Hypotheses(group, one);
+    if (listed.empty()) return {};
+    std::ranges::stable_sort(listed, std::ranges::greater(),
+                             [](const Hypothesis& place) { return place.counts.Score(); });
+    addTurned(group, one, listed);
+    const CTrafo& present = group.PoseOf(scan);
+    std::vector<CTrafo> starts;
+    for (const Hypothesis& place : listed) {
+        if (place.uiRefutations > place.uiSupports) continue;
+        starts.push_back(place.pose * present);
+        for (const Hypothesis::Nearby& nearby : place.nearby) starts.push_back(nearby.pose * present);
+    }
+    std::vector<std::pair<std::size_t, CTrafo>> others;
+    for (const std::size_t member : group.members) others.emplace_back(member, group.PoseOf(member));
+    std::vector<Hypothesis> settled;
+    for (const PoseAmong& place : m_pairs.Settle(scan, starts, others)) {
+        if (!place.pose) continue;
+        Hypothesis hypothesis;
+        hypothesis.pose = place.pose * present.GetInverse(true);
+        hypothesis.isHeld = areFewer(place.counts, place.beside);
+        weighAt(group, one, hypothesis);
+        settled.push_back(hypothesis);
+    }
+    return settled;
+}
+
+JoinDecision CPlacingWeigher::DecideTogether(const PlacedGroup& group, std::size_t scan) const
+{
+    std::vector<Hypothesis> all;
+    for (Hypothesis& place : settledPlaces(group, scan)) {
+        const auto same = std::ranges::find_if(all, [&](const Hypothesis& other) {
+            return !m_pairs.AreDistinct(scan, place.pose * group.PoseOf(scan), other.pose * group.PoseOf(scan));
+        });
+        if (same == all.end())
+            all.push_back(std::move(place));
+        else if (place.counts.Score() > same->counts.Score())
+            *same = std::move(place);
+    }
+    std::erase_if(all, [](const Hypothesis& place) { return !place.Stands(); });
+    JoinDecision decision;
+    decision.place = {EPlace::Ambiguous, all.size(), 0};
+    const Hypothesis* const best = winner(all);
+    if (best == nullptr || !best->isHeld || best->uiSupports < uiMinTogether || best->uiRefutations > 0)
+        return decision;
+    decision.pose = best->pose;
+    decision.dScore = best->counts.Score();
+    return decision;
+}
+
 std::vector<PairEvidence> CPlacingWeigher::evidenceIn(const PlacedGroup& group, std::vector<ScanPair>& pairs) const
 {
     std::vector<std::pair<ScanPair, CTrafo>> poses;
@@ -333,7 +369,7 @@ PoseCounts CPlacingWeigher::Counts(const PlacedGroup& group) const
 {
     std::vector<ScanPair> pairs;
     PoseCounts sum;
-    for (const PairEvidence& evidence : evidenceIn(group, pairs)) Add(evidence.counts, sum);
+    for (const PairEvidence& evidence : evidenceIn(group, pairs)) sum += evidence.counts;
     return sum;
 }
 

@@ -45,8 +45,6 @@ struct Hypothesis
     [[nodiscard]] bool Stands() const;
 };
 
-void Add(const PoseCounts& more, PoseCounts& sum);
-
 /// Whether poses of which all pairs together say `a` are better than others of the same scans. Fewer contradictions
 /// count for more than matches: sides that look alike, folded onto each other, match more than they do where they
 /// belong. But scans apart have none, so matches must not be less than half.
@@ -81,6 +79,9 @@ public:
     /// @param present  where the second group is now, which is a hypothesis too
     [[nodiscard]] JoinDecision Decide(const PlacedGroup& a, const PlacedGroup& b,
                                       const std::optional<CTrafo>& present = {}) const;
+    /// The pose of a scan that no pair places by itself: each place is moved to where the scan fits all of the group
+    /// best, all of these together have to hold it there, and it has to beat the others.
+    [[nodiscard]] JoinDecision DecideTogether(const PlacedGroup& group, std::size_t scan) const;
     /// The scans of a group that would go along if one of them went elsewhere: those that refute the others that go,
     /// and find less that contradicts them when they go too. Ascending.
     /// @param stays   a scan that does not go
@@ -104,6 +105,7 @@ private:
     bool addDistinct(const PlacedGroup& b, Hypothesis hypothesis, std::vector<Hypothesis>& all) const;
     void weigh(const PlacedGroup& a, const PlacedGroup& b, Hypothesis& hypothesis) const;
     std::optional<CTrafo> weighAt(const PlacedGroup& a, const PlacedGroup& b, Hypothesis& hypothesis) const;
+    [[nodiscard]] std::vector<Hypothesis> settledPlaces(const PlacedGroup& group, std::size_t scan) const;
     [[nodiscard]] PairEvidence weighPair(std::size_t i, const CTrafo& poseI, std::size_t k, const CTrafo& poseK) const;
     /// Of one scan with each of the others.
     [[nodiscard]] std::vector<PairEvidence> evidenceOn(const PlacedGroup& group, std::size_t scan) const;

@@ -15,6 +15,7 @@
 #include "zorvan/workflow/lookatposes.h"
 #include "zorvan/workflow/mergepairs.h"
 #include "zorvan/workflow/placing.h"
+#include "zorvan/workflow/placingtogether.h"
 #include "zorvan/workflow/scancopies.h"
 #include "zorvan/workflow/scanpairs.h"
 #include "zorvan/workflow/sessionedit.h"
@@ -58,14 +59,22 @@ public:
         return clustersOf(m_placing);
     }
 
+    /// Puts in what only all of them together hold.
+    void ArrangeTogether(CClusterRegistration& registration, const Zorvan::Hooks& hooks)
+    {
+        if (m_eEffort != EPairEffort::All) return; // rivals have not been looked for
+        take(clustersOf(registration));
+        const std::vector<std::size_t> before = m_placing.group;
+        m_placing = PlaceTogether(m_pairs, std::move(m_placing), hooks);
+        if (m_placing.group != before) apply(registration);
+    }
+
     /// Whether clusters lie apart, or pairs are at odds about the poses within one. Where none supports them, what is
     /// known of the sensors may not suit these scans, and a refutation counts only when the surfaces do not meet
     /// either.
     [[nodiscard]] bool FindsFault(const CClusterRegistration& registration)
     {
-        std::vector<CClusterRegistration::Trafos> clusters;
-        for (const UniversalUniqueID& id : registration.GetClusterIDs())
-            clusters.push_back(registration.GetTrafos(id, false));
+        const std::vector<CClusterRegistration::Trafos> clusters = clustersOf(registration);
         take(clusters);
         const std::vector<PairStanding> pairs = GetPairs();
         const auto isSaid = [](const PairStanding& pair, EEvidence eEvidence) {
@@ -86,10 +95,7 @@ public:
     /// Divides clusters whose scans are of objects that differ in some spot. @return what about
     std::vector<Dispute> Divide(CClusterRegistration& registration)
     {
-        std::vector<CClusterRegistration::Trafos> clusters;
-        for (const UniversalUniqueID& id : registration.GetClusterIDs())
-            clusters.push_back(registration.GetTrafos(id, false));
-        take(clusters);
+        take(clustersOf(registration));
         const std::vector<PairStanding> pairs = GetPairs();
         const std::set<std::size_t> names(m_placing.group.begin(), m_placing.group.end());
         std::vector<Dispute> all;
@@ -103,9 +109,7 @@ public:
             all.insert(all.end(), disputes.begin(), disputes.end());
         }
         if (all.empty()) return all;
-        registration.SetArranger([&](const auto&, const Zorvan::Hooks&) { return clustersOf(m_placing); });
-        registration.Run();
-        registration.SetArranger({});
+        apply(registration);
         return all;
     }
 
@@ -127,6 +131,21 @@ public:
     }
 
 private:
+    void apply(CClusterRegistration& registration) const
+    {
+        registration.SetArranger([&](const auto&, const Zorvan::Hooks&) { return clustersOf(m_placing); });
+        registration.Run();
+        registration.SetArranger({});
+    }
+
+    [[nodiscard]] static std::vector<CClusterRegistration::Trafos> clustersOf(const CClusterRegistration& registration)
+    {
+        std::vector<CClusterRegistration::Trafos> clusters;
+        for (const UniversalUniqueID& id : registration.GetClusterIDs())
+            clusters.push_back(registration.GetTrafos(id, false));
+        return clusters;
+    }
+
     [[nodiscard]] std::vector<CClusterRegistration::Trafos> clustersOf(const Placing& placing) const
     {
         std::map<std::size_t, CClusterRegistration::Trafos> groups;
@@ -453,6 +472,9 @@ private:
             if (m_hooks.IsAborted() || !registration.Run(m_hooks)) break;
         }
         registration.SetArranger({});
+        if (m_hooks.IsAborted()) return;
+        arranger.ArrangeTogether(registration, m_hooks);
+        endStage("settling");
     }
 
     /// What scans of an object and of one that differs in a hole have been placed together, comes apart again at the

@@ -2,8 +2,10 @@
 #include "zorvan/workflow/scanpairs.h"
 
 #include "zorvan/platform/clogger.h"
+#include "zorvan/platform/ctaskcollection.h"
 #include "zorvan/preregistration/crefinedpreregistration.h"
 #include "zorvan/verdict/planeshare.h"
+#include "zorvan/verdict/posecovariance.h"
 #include "zorvan/verdict/verdictlimits.h"
 #include "zorvan/workflow/autosettings.h"
 
@@ -241,6 +243,50 @@ PairEvidence CScanPairs::weighAnew(ScanPair pair, const CPoseJudge& judge, const
 bool CScanPairs::MayMeet(ScanPair pair, const CTrafo& pose) const
 {
     return Overlap(m_scans[pair.first].box, m_scans[pair.second].box.Moved(pose));
+}
+
+std::vector<PoseAmong> CScanPairs::Settle(std::size_t scan, std::span<const CTrafo> poses,
+                                          std::span<const std::pair<std::size_t, CTrafo>> others) const
+{
+    std::vector<std::pair<std::size_t, CTrafo>> near;
+    for (const auto& [other, pose] : others) {
+        const auto meets = [&, other = other, pose = pose](const CTrafo& own) {
+            return Overlap(m_scans[other].box.Moved(pose), m_scans[scan].box.Moved(own));
+        };
+        if (std::ranges::any_of(poses, meets)) near.emplace_back(other, pose);
+    }
+    const Surroundings surroundings = surroundingsOf(scan, near);
+    const CScanView& view = *m_scans[scan].searched.view;
+    const auto numTasks = static_cast<unsigned>(m_group->GetMaxConcurrency());
+    std::vector<CTrafo> starts(poses.size());
+    Zorvan::ForEachTask(poses.size(), numTasks, [&](std::size_t i) {
+        starts[i] = SettlePose(*surroundings.surface, *m_scans[scan].searched.set, poses[i], surroundings.sampling,
+                               view.GetSampling());
+    });
+    return SettleAmong(surroundings.scans, starts, dPlayPixels * pixelOf(scan), numTasks);
+}
+
+CScanPairs::Surroundings CScanPairs::surroundingsOf(std::size_t scan,
+                                                    std::span<const std::pair<std::size_t, CTrafo>> others) const
+{
+    Surroundings surroundings;
+    Vectors points;
+    Vectors normals;
+    for (const auto& [other, pose] : others) {
+        const SearchedScan& searched = m_scans[other].searched;
+        for (std::size_t i = 0; i < searched.set->Size(); ++i) {
+            const auto [point, normal] = pose.Transform(searched.set->GetPoint(i), searched.set->GetNormal(i));
+            points.push_back(point);
+            normals.push_back(normal);
+        }
+        const ScanSampling& sampling = searched.view->GetSampling();
+        surroundings.sampling.dSpacing = std::max(surroundings.sampling.dSpacing, sampling.dSpacing);
+        surroundings.sampling.dNoise = std::max(surroundings.sampling.dNoise, sampling.dNoise);
+        surroundings.judges.push_back(judgeOf({std::min(scan, other), std::max(scan, other)}));
+        surroundings.scans.push_back({surroundings.judges.back().get(), pose, other < scan});
+    }
+    surroundings.surface = std::make_shared<const CPointSet>(points.data(), normals.data(), points.size());
+    return surroundings;
 }
 
 bool CScanPairs::MeetAt(ScanPair pair, const CTrafo& pose) const

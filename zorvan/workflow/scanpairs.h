@@ -33,6 +33,8 @@ public:
     [[nodiscard]] std::vector<PairEvidence> Weigh(std::span<const std::pair<ScanPair, CTrafo>> poses) const override;
     [[nodiscard]] bool MayMeet(ScanPair pair, const CTrafo& pose) const override;
     [[nodiscard]] bool AreDistinct(std::size_t scan, const CTrafo& a, const CTrafo& b) const override;
+    [[nodiscard]] std::vector<PoseAmong> Settle(std::size_t scan, std::span<const CTrafo> poses,
+                                                std::span<const std::pair<std::size_t, CTrafo>> others) const override;
 
     /// Spots that the scans of a group divide about; views are numbers of its members.
     /// @param pairs  what WeighPairs says of the placing
@@ -51,6 +53,14 @@ private:
         bool isPlane = false;             ///< made of planes: what the features find is never the last word
         OrientedBox box{};
     };
+    /// Of a scan: others where they lie, and their surface as one.
+    struct Surroundings
+    {
+        std::shared_ptr<const CPointSet> surface;
+        ScanSampling sampling; ///< of the coarsest
+        std::vector<ScanBeside> scans;
+        std::vector<std::shared_ptr<const CPoseJudge>> judges;
+    };
     struct Known
     {
         std::shared_ptr<const CPoseJudge> judge;
@@ -64,6 +74,8 @@ private:
     [[nodiscard]] PairEvidence weighAnew(ScanPair pair, const CPoseJudge& judge, const CTrafo& pose) const;
     /// What was said of the pose before.
     [[nodiscard]] std::optional<PairEvidence> findWeighed(ScanPair pair, const CTrafo& pose) const;
+    [[nodiscard]] Surroundings surroundingsOf(std::size_t scan,
+                                              std::span<const std::pair<std::size_t, CTrafo>> others) const;
     [[nodiscard]] double pixelOf(std::size_t scan) const;
     [[nodiscard]] std::shared_ptr<const CPoseJudge> judgeOf(ScanPair pair) const;
 

@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: MIT
+#include "puzzle.h"
+#include "zorvan/workflow/placingtogether.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+namespace {
+
+using namespace prereg;
+
+/// Scans 0 to 3 hold each other; what comes after them is found by `tell`, and each pair may slide.
+CPuzzle withFaces(std::size_t numFaces)
+{
+    std::vector<float> truth;
+    for (std::size_t scan = 0; scan < 4 + numFaces; ++scan) truth.push_back(static_cast<float>(scan));
+    CPuzzle puzzle(truth);
+    for (const auto& [a, b] : {ScanPair{0, 1}, {1, 2}, {2, 3}}) puzzle.FindTrue(a, b);
+    return puzzle;
+}
+
+/// Where a scan lies beside the first one, before and after.
+struct Found
+{
+    std::optional<float> before;
+    std::optional<float> after;
+    EPlace ePlace;
+};
+
+Found placeOf(std::size_t scan, CPuzzle& puzzle)
+{
+    const auto in = [&](const Placing& placing) -> std::optional<float> {
+        if (placing.group[scan] != placing.group[0]) return {};
+        return placing.poses[scan].GetTranslation().x - placing.poses[0].GetTranslation().x;
+    };
+    const Placing alone = PlaceScans(puzzle, Placing::Apart(puzzle.GetNumScans()), Zorvan::Hooks::None());
+    const Placing together = PlaceTogether(puzzle, alone, Zorvan::Hooks::None());
+    return {in(alone), in(together), together.places[scan].ePlace};
+}
+
+TEST(PlacingTogether, PutsInWhatOnlyAllPairsHold)
+{
+    CPuzzle puzzle = withFaces(2);
+    puzzle.FindLoose(1, 4, 3.05F);
+    puzzle.FindLoose(4, 5, 1.05F); // beside a scan that has no place before
+    const Found first = placeOf(4, puzzle);
+    EXPECT_FALSE(first.before);
+    EXPECT_EQ(first.after, 4.0F);
+    EXPECT_EQ(first.ePlace, EPlace::Placed);
+    EXPECT_EQ(placeOf(5, puzzle).after, 5.0F);
+}
+
+TEST(PlacingTogether, LeavesOutWhatMayBeElsewhere)
+{
+    CPuzzle sliding = withFaces(1);
+    sliding.FindLoose(1, 4, 3.05F);
+    sliding.LetSlide(4);
+    EXPECT_FALSE(placeOf(4, sliding).after) << "slides over all together";
+
+    CPuzzle twofold = withFaces(1);
+    twofold.FindLoose(1, 4, 3.05F);
+    twofold.FindLoose(1, 4, 7.05F);
+    for (std::size_t scan = 0; scan < 4; ++scan) twofold.Confuse(scan, 4, 8.0F - static_cast<float>(scan));
+    const Found found = placeOf(4, twofold);
+    EXPECT_FALSE(found.after) << "fits in two places";
+    EXPECT_EQ(found.ePlace, EPlace::Ambiguous);
+
+    CPuzzle refuted = withFaces(1);
+    refuted.FindLoose(1, 4, 6.05F);
+    for (const std::size_t scan : {0U, 1U, 2U}) refuted.Confuse(scan, 4, 7.0F - static_cast<float>(scan));
+    EXPECT_FALSE(placeOf(4, refuted).after) << "one of the four refutes it";
+
+    CPuzzle lonely = withFaces(1);
+    lonely.FindLoose(1, 4, 3.05F);
+    for (const std::size_t scan : {0U, 2U, 3U}) lonely.Part(scan, 4);
+    EXPECT_FALSE(placeOf(4, lonely).after) << "one pair alone supports it";
+}
+
+TEST(PlacingTogether, AsksNoGroupOfThree)
+{
+    CPuzzle puzzle({0, 1, 2, 3});
+    for (const auto& [a, b] : {ScanPair{0, 1}, {1, 2}}) puzzle.FindTrue(a, b);
+    puzzle.FindLoose(1, 3, 2.05F);
+    EXPECT_FALSE(placeOf(3, puzzle).after);
+}
+
+} // namespace
