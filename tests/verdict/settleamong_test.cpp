@@ -91,20 +91,21 @@ TEST(SettleAmong, SaysThatAPlaceBesideExplainsAsMuch)
     EXPECT_LT(turned.beside.Contradictions(), 5U);
 }
 
-TEST(SettleAmong, GivesEachPlaceOnceForAnyNumberOfTasks)
+TEST(SettleAmong, GivesEachPlaceThatMayBeOnceForAnyNumberOfTasks)
 {
     const CScans scans(roof);
     const CTrafo turned(Vector3(0, 0, 1), 3.14159265F, Vector3());
     const std::vector<CTrafo> starts{CTrafo().Translate(Vector3(0, 1.2F, 0)), CTrafo::Invalid(), turned,
                                      CTrafo().Translate(Vector3(0, -0.9F, 0))};
     const std::vector<PoseAmong> settled = scans.SettleAll(starts);
-    ASSERT_EQ(settled.size(), 2U);
+    ASSERT_EQ(settled.size(), 1U) << "turned by half, hardly anything fits";
     EXPECT_LT(scans.Error(settled[0].pose), 2 * fSpacing);
-    EXPECT_GT(scans.Error(settled[1].pose), 10.0F);
-    EXPECT_GT(settled[1].counts.Contradictions(), 100U);
     const std::vector<PoseAmong> sideBySide = scans.SettleAll(starts, 3);
-    ASSERT_EQ(sideBySide.size(), 2U);
-    for (std::size_t i = 0; i < 2; ++i) EXPECT_EQ(sideBySide[i].counts, settled[i].counts);
+    ASSERT_EQ(sideBySide.size(), 1U);
+    EXPECT_EQ(sideBySide[0].counts, settled[0].counts);
+    const std::vector<CTrafo> turns{CTrafo(Vector3(0, 0, 1), 0.1F, Vector3()),
+                                    CTrafo(Vector3(0, 0, 1), 0.6F, Vector3())};
+    EXPECT_EQ(CScans(cone).SettleAll(turns).size(), 2U);
     EXPECT_TRUE(SettleAmong({}, starts, fAway, 1).empty());
 }
 

@@ -68,6 +68,13 @@ TEST(PlacingTogether, LeavesOutWhatMayBeElsewhere)
     EXPECT_FALSE(found.after) << "fits in two places";
     EXPECT_EQ(found.ePlace, EPlace::Ambiguous);
 
+    CPuzzle turned = withFaces(1);
+    turned.FindLoose(1, 4, 3.05F);
+    for (std::size_t scan = 0; scan < 4; ++scan) turned.Confuse(scan, 4, 8.0F - static_cast<float>(scan));
+    EXPECT_TRUE(placeOf(4, turned).after);
+    turned.LetFitMoved(4.05F);
+    EXPECT_FALSE(placeOf(4, turned).after) << "fits in a second place that no pair lists";
+
     CPuzzle refuted = withFaces(1);
     refuted.FindLoose(1, 4, 6.05F);
     for (const std::size_t scan : {0U, 1U, 2U}) refuted.Confuse(scan, 4, 7.0F - static_cast<float>(scan));
@@ -75,16 +82,15 @@ TEST(PlacingTogether, LeavesOutWhatMayBeElsewhere)
 
     CPuzzle lonely = withFaces(1);
     lonely.FindLoose(1, 4, 3.05F);
-    for (const std::size_t scan : {0U, 2U, 3U}) lonely.Part(scan, 4);
-    EXPECT_FALSE(placeOf(4, lonely).after) << "one pair alone supports it";
+    for (const std::size_t scan : {2U, 3U}) lonely.Part(scan, 4);
+    EXPECT_FALSE(placeOf(4, lonely).after) << "two pairs alone support it";
 }
 
-TEST(PlacingTogether, AsksNoGroupOfThree)
+TEST(PlacingTogether, AsksNoGroupOfAFew)
 {
-    CPuzzle puzzle({0, 1, 2, 3});
-    for (const auto& [a, b] : {ScanPair{0, 1}, {1, 2}}) puzzle.FindTrue(a, b);
-    puzzle.FindLoose(1, 3, 2.05F);
-    EXPECT_FALSE(placeOf(3, puzzle).after);
+    CPuzzle puzzle = withFaces(4);
+    puzzle.FindLoose(1, 4, 3.05F);
+    EXPECT_FALSE(placeOf(4, puzzle).after) << "four of eight";
 }
 
 } // namespace

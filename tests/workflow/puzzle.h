@@ -98,6 +98,9 @@ public:
     {
         return (a.GetTranslation() - b.GetTranslation()).Length() > 0.1F;
     }
+    /// A motion after which all scans look much the same.
+    void LetFitMoved(float by) { m_turns.push_back(At(by)); }
+    [[nodiscard]] std::vector<prereg::CTrafo> Turns(std::size_t) const override { return m_turns; }
     /// Snaps to whole numbers, as scans settle a little beside where they start.
     [[nodiscard]] std::vector<prereg::PoseAmong>
     Settle(std::size_t scan, std::span<const prereg::CTrafo> poses,
@@ -124,6 +127,7 @@ private:
     std::map<ScanPair, float> m_alsoRight;
     prereg::LikelyScans m_likely;
     std::set<std::size_t> m_slides;
+    std::vector<prereg::CTrafo> m_turns;
     std::set<ScanPair> m_apart;
     std::set<ScanPair> m_far;
     mutable std::size_t m_farWeighed = 0;

@@ -3,6 +3,7 @@
 
 #include "zorvan/platform/ctaskcollection.h"
 #include "zorvan/verdict/chold.h"
+#include "zorvan/verdict/verdictlimits.h"
 
 #include <algorithm>
 
@@ -102,7 +103,10 @@ std::vector<PoseAmong> SettleAmong(std::span<const ScanBeside> others, std::span
     const double pixel = pixelAmong(others);
     std::vector<CTrafo> near(starts.begin(), starts.end());
     Zorvan::ForEachTask(near.size(), uiNumTasks, [&](std::size_t i) {
-        if (near[i]) near[i] = descend(others, near[i], 2.0 * pixel, pixel, &CPoseJudge::CountPart);
+        if (!near[i]) return;
+        near[i] = descend(others, near[i], 2.0 * pixel, pixel, &CPoseJudge::CountPart);
+        const double share = countAmong(others, near[i], &CPoseJudge::CountPart).Contradiction();
+        if (share > verdict::dMaxDoubt) near[i] = CTrafo::Invalid();
     });
     const std::vector<CTrafo> apart = apartFrom(near, ownView(others.front()), pixel);
     std::vector<PoseAmong> settled(apart.size());

@@ -39,7 +39,8 @@ struct PoseAmong
 /// two pixels and then shorter ones.
 /// @param starts  surfaces lie on each other there; some pixels beside a place
 /// @param dAway   how far a place of its own lies off, mm
-/// @return        at most one a start, in their order: of those that come within a pixel of each other the first
+/// @return        at most one a start, in their order: of those that come within a pixel of each other the first, and
+///                none where, a pixel or so beside the place, more contradicts it than any right pose of two scans
 /// Same input, same bytes, for any number of tasks.
 [[nodiscard]] ZORVAN_API std::vector<PoseAmong>
 SettleAmong(std::span<const ScanBeside> others, std::span<const CTrafo> starts, double dAway, unsigned uiNumTasks);

@@ -494,6 +494,8 @@ std::string placesInWords(std::size_t count)
 
 IScanPairs::~IScanPairs() = default;
 
+std::vector<CTrafo> IScanPairs::Turns(std::size_t) const { return {}; }
+
 std::vector<PoseAmong> IScanPairs::Settle(std::size_t, std::span<const CTrafo> poses,
                                           std::span<const std::pair<std::size_t, CTrafo>>) const
 {

@@ -75,9 +75,11 @@ public:
     [[nodiscard]] virtual bool MayMeet(ScanPair pair, const CTrafo& pose) const = 0;
     /// Whether two poses of a scan are places of their own.
     [[nodiscard]] virtual bool AreDistinct(std::size_t scan, const CTrafo& a, const CTrafo& b) const = 0;
+    /// Motions of a scan in its own frame after which it may look much the same, whether a pair has found them or not.
+    [[nodiscard]] virtual std::vector<CTrafo> Turns(std::size_t scan) const;
     /// Moves poses of a scan to where it fits some others together best.
     /// @param others  with their poses
-    /// @return        at most one a pose: those that are near to each other may be one
+    /// @return        what is left where those that are near to each other become one, and hopeless ones none
     [[nodiscard]] virtual std::vector<PoseAmong> Settle(std::size_t scan, std::span<const CTrafo> poses,
                                                         std::span<const std::pair<std::size_t, CTrafo>> others) const;
 

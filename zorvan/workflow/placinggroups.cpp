@@ -4,7 +4,6 @@
 #include "zorvan/verdict/verdictlimits.h"
 
 #include <algorithm>
-#include <functional>
 #include <utility>
 
 namespace prereg {
@@ -22,7 +21,7 @@ constexpr unsigned uiMinMargin = 30;
 constexpr std::size_t uiMaxSymmetries = 24;
 
 /// Pairs that support a place which none of them knows by itself.
-constexpr std::size_t uiMinTogether = 2;
+constexpr std::size_t uiMinTogether = 3;
 
 /// Whether there are fewer contradictions, by a margin.
 bool areFewer(const PoseCounts& a, const PoseCounts& b)
@@ -277,49 +276,55 @@ JoinDecision CPlacingWeigher::Decide(const PlacedGroup& a, const PlacedGroup& b,
     return decision;
 }
 
-std::vector<Hypothesis> CPlacingWeigher::settledPlaces(const PlacedGroup& group, std::size_t scan) const
+std::vector<CTrafo> CPlacingWeigher::startsOf(const PlacedGroup& group, std::size_t scan) const
 {
     const PlacedGroup one{{scan}, group.poses};
     std::vector<Hypothesis> listed = Hypotheses(group, one);
     if (listed.empty()) return {};
-    std::ranges::stable_sort(listed, std::ranges::greater(),
-                             [](const Hypothesis& place) { return place.counts.Score(); });
+    std::stable_sort(listed.begin(), listed.end(),
+                     [](const Hypothesis& x, const Hypothesis& y) { return x.counts.Score() > y.counts.Score(); });
     addTurned(group, one, listed);
-    const CTrafo& present = group.PoseOf(scan);
     std::vector<CTrafo> starts;
     for (const Hypothesis& place : listed) {
         if (place.uiRefutations > place.uiSupports) continue;
-        starts.push_back(place.pose * present);
-        for (const Hypothesis::Nearby& nearby : place.nearby) starts.push_back(nearby.pose * present);
+        starts.push_back(place.pose * group.PoseOf(scan));
+        for (const Hypothesis::Nearby& nearby : place.nearby) starts.push_back(nearby.pose * group.PoseOf(scan));
     }
+    return starts;
+}
+
+/// Of several that settle in one place the one that explains the scans best.
+void CPlacingWeigher::addSettled(const PlacedGroup& group, std::size_t scan, std::span<const CTrafo> starts,
+                                 std::vector<Hypothesis>& all) const
+{
     std::vector<std::pair<std::size_t, CTrafo>> others;
     for (const std::size_t member : group.members) others.emplace_back(member, group.PoseOf(member));
-    std::vector<Hypothesis> settled;
     for (const PoseAmong& place : m_pairs.Settle(scan, starts, others)) {
-        if (!place.pose) continue;
-        Hypothesis hypothesis;
-        hypothesis.pose = place.pose * present.GetInverse(true);
-        hypothesis.isHeld = areFewer(place.counts, place.beside);
-        weighAt(group, one, hypothesis);
-        settled.push_back(hypothesis);
+        Hypothesis settled;
+        settled.pose = place.pose * group.PoseOf(scan).GetInverse(true);
+        settled.isHeld = areFewer(place.counts, place.beside);
+        weighAt(group, {{scan}, group.poses}, settled);
+        if (!settled.Stands()) continue;
+        const auto same = std::ranges::find_if(all, [&](const Hypothesis& other) {
+            return !m_pairs.AreDistinct(scan, place.pose, other.pose * group.PoseOf(scan));
+        });
+        if (same == all.end())
+            all.push_back(std::move(settled));
+        else if (settled.counts.Score() > same->counts.Score())
+            *same = std::move(settled);
     }
-    return settled;
 }
 
 JoinDecision CPlacingWeigher::DecideTogether(const PlacedGroup& group, std::size_t scan) const
 {
     std::vector<Hypothesis> all;
-    for (Hypothesis& place : settledPlaces(group, scan)) {
-        const auto same = std::ranges::find_if(all, [&](const Hypothesis& other) {
-            return !m_pairs.AreDistinct(scan, place.pose * group.PoseOf(scan), other.pose * group.PoseOf(scan));
-        });
-        if (same == all.end())
-            all.push_back(std::move(place));
-        else if (place.counts.Score() > same->counts.Score())
-            *same = std::move(place);
-    }
-    std::erase_if(all, [](const Hypothesis& place) { return !place.Stands(); });
+    addSettled(group, scan, startsOf(group, scan), all);
     JoinDecision decision;
+    if (const Hypothesis* const first = winner(all)) {
+        std::vector<CTrafo> turned;
+        for (const CTrafo& turn : m_pairs.Turns(scan)) turned.push_back(first->pose * group.PoseOf(scan) * turn);
+        addSettled(group, scan, turned, all);
+    }
     decision.place = {EPlace::Ambiguous, all.size(), 0};
     const Hypothesis* const best = winner(all);
     if (best == nullptr || !best->isHeld || best->uiSupports < uiMinTogether || best->uiRefutations > 0)

@@ -80,7 +80,8 @@ public:
     [[nodiscard]] JoinDecision Decide(const PlacedGroup& a, const PlacedGroup& b,
                                       const std::optional<CTrafo>& present = {}) const;
     /// The pose of a scan that no pair places by itself: each place is moved to where the scan fits all of the group
-    /// best, all of these together have to hold it there, and it has to beat the others.
+    /// best, all of these together have to hold it there, and it has to beat the others, and itself
+    /// turned.
     [[nodiscard]] JoinDecision DecideTogether(const PlacedGroup& group, std::size_t scan) const;
     /// The scans of a group that would go along if one of them went elsewhere: those that refute the others that go,
     /// and find less that contradicts them when they go too. Ascending.
@@ -105,7 +106,10 @@ private:
     bool addDistinct(const PlacedGroup& b, Hypothesis hypothesis, std::vector<Hypothesis>& all) const;
     void weigh(const PlacedGroup& a, const PlacedGroup& b, Hypothesis& hypothesis) const;
     std::optional<CTrafo> weighAt(const PlacedGroup& a, const PlacedGroup& b, Hypothesis& hypothesis) const;
-    [[nodiscard]] std::vector<Hypothesis> settledPlaces(const PlacedGroup& group, std::size_t scan) const;
+    /// Of a scan: where pairs have found it beside the group, or near symmetries carry it.
+    [[nodiscard]] std::vector<CTrafo> startsOf(const PlacedGroup& group, std::size_t scan) const;
+    void addSettled(const PlacedGroup& group, std::size_t scan, std::span<const CTrafo> starts,
+                    std::vector<Hypothesis>& all) const;
     [[nodiscard]] PairEvidence weighPair(std::size_t i, const CTrafo& poseI, std::size_t k, const CTrafo& poseK) const;
     /// Of one scan with each of the others.
     [[nodiscard]] std::vector<PairEvidence> evidenceOn(const PlacedGroup& group, std::size_t scan) const;

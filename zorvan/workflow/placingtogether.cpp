@@ -13,9 +13,6 @@ namespace {
 
 using Members = std::vector<std::size_t>;
 
-/// Smaller ones have hardly met a scan from enough sides.
-constexpr std::size_t uiMinGroup = 4;
-
 /// The first of several.
 Members largestGroup(const Placing& placing)
 {
@@ -49,7 +46,7 @@ bool putSome(const CPlacingWeigher& weigher, Placing& placing, const Zorvan::Hoo
     hooks.Start("settling", loners.size());
     for (const std::size_t scan : loners) {
         const Members group = largestGroup(placing);
-        if (hooks.IsAborted() || group.size() < uiMinGroup) break;
+        if (hooks.IsAborted() || 2 * group.size() <= placing.group.size()) break;
         const JoinDecision decision = weigher.DecideTogether({group, &placing.poses}, scan);
         if (decision) put(scan, decision.pose * placing.poses[scan], group, placing);
         isMore = isMore || decision;

@@ -14,6 +14,8 @@
 #include <chrono>
 #include <cmath>
 #include <future>
+#include <numbers>
+#include <numeric>
 #include <utility>
 
 namespace prereg {
@@ -259,11 +261,25 @@ std::vector<PoseAmong> CScanPairs::Settle(std::size_t scan, std::span<const CTra
     const CScanView& view = *m_scans[scan].searched.view;
     const auto numTasks = static_cast<unsigned>(m_group->GetMaxConcurrency());
     std::vector<CTrafo> starts(poses.size());
-    Zorvan::ForEachTask(poses.size(), numTasks, [&](std::size_t i) {
+    Zorvan::ForEachTask(starts.size(), numTasks, [&](std::size_t i) {
         starts[i] = SettlePose(*surroundings.surface, *m_scans[scan].searched.set, poses[i], surroundings.sampling,
                                view.GetSampling());
     });
     return SettleAmong(surroundings.scans, starts, dPlayPixels * pixelOf(scan), numTasks);
+}
+
+/// Quarter turns about the middle of what the scan shows, as it faces its sensor.
+std::vector<CTrafo> CScanPairs::Turns(std::size_t scan) const
+{
+    const Vectors& normals = m_scans[scan].searched.set->GetNormals();
+    const kdtree::Vector<3> axis = std::accumulate(normals.begin(), normals.end(), kdtree::Vector<3>());
+    const kdtree::Vector<3>& middle = m_scans[scan].searched.view->GetMiddle();
+    std::vector<CTrafo> turns;
+    for (const int quarters : {1, 2, 3}) {
+        const CTrafo turn(axis, static_cast<float>(quarters) * 0.5F * std::numbers::pi_v<float>, kdtree::Vector<3>());
+        turns.push_back(turn.Translate(middle - turn.Rotate(middle)));
+    }
+    return turns;
 }
 
 CScanPairs::Surroundings CScanPairs::surroundingsOf(std::size_t scan,

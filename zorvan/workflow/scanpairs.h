@@ -33,6 +33,7 @@ public:
     [[nodiscard]] std::vector<PairEvidence> Weigh(std::span<const std::pair<ScanPair, CTrafo>> poses) const override;
     [[nodiscard]] bool MayMeet(ScanPair pair, const CTrafo& pose) const override;
     [[nodiscard]] bool AreDistinct(std::size_t scan, const CTrafo& a, const CTrafo& b) const override;
+    [[nodiscard]] std::vector<CTrafo> Turns(std::size_t scan) const override;
     [[nodiscard]] std::vector<PoseAmong> Settle(std::size_t scan, std::span<const CTrafo> poses,
                                                 std::span<const std::pair<std::size_t, CTrafo>> others) const override;
 
