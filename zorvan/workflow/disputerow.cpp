@@ -68,8 +68,9 @@ std::vector<Dispute> DisputesOf(std::span<const DisputedSpot> spots, const std::
         for (auto* const camp : {&spot.showing, &spot.lacking, &spot.unclear})
             for (std::size_t& view : *camp) view = members[view];
         for (SpotSight& sight : spot.sights) sight.view = members[sight.view];
-        const auto inScan = [&](std::size_t scan) { return poses[scan].GetInverse(true) * spot.middle; };
-        disputes.push_back({spot, leftOut, inScan(spot.showing.front()), inScan(spot.lacking.front())});
+        Dispute& dispute = disputes.emplace_back(Dispute{spot, leftOut, {}});
+        for (const SpotSight& sight : spot.sights)
+            dispute.inScans.push_back(poses[sight.view].GetInverse(true) * spot.middle);
     }
     return disputes;
 }
@@ -78,10 +79,13 @@ DisputeRow RowOf(const Dispute& dispute, const RegistrationTable& table)
 {
     const DisputedSpot& spot = dispute.spot;
     DisputeRow row{spot.showing, spot.lacking, spot.dWidth, spot.unclear, dispute.leftOut, spot.uiSamples};
-    row.atShowing = table.scans[spot.showing.front()].pose * dispute.inShowing;
-    row.atLacking = table.scans[spot.lacking.front()].pose * dispute.inLacking;
-    for (const SpotSight& sight : spot.sights)
-        row.sights.push_back({sight.view, sight.uiSurface, sight.uiOpen, sight.uiThrough});
+    for (std::size_t i = 0; i < spot.sights.size(); ++i) {
+        const SpotSight& sight = spot.sights[i];
+        const kdtree::Vector<3> at = table.scans[sight.view].pose * dispute.inScans[i];
+        row.sights.push_back({sight.view, sight.uiSurface, sight.uiOpen, sight.uiThrough, at});
+        if (sight.view == spot.showing.front()) row.atShowing = at;
+        if (sight.view == spot.lacking.front()) row.atLacking = at;
+    }
     return row;
 }
 
