@@ -50,9 +50,9 @@ return parseFloat(document.getElementById("scaleText").textContent) / width; // 
 # The ring of a spot against the middle of the view, the share of it that something at its depth fills, and how bright
 # that is.
 RING = """
-const circle = document.querySelector("#spots g circle");
-if (!circle) return null;
-const ring = circle.getBoundingClientRect(), box = canvas.getBoundingClientRect();
+const spot = [...document.querySelectorAll("#spots g")].find(g => g.textContent === arguments[0]);
+if (!spot) return null;
+const ring = spot.querySelector("circle").getBoundingClientRect(), box = canvas.getBoundingClientRect();
 const { image: { width, height }, depth, ratio } = view.pixels, r = 0.4 * ring.width * ratio;
 const near = z => Math.abs(z) < 2.5 * r; // turned and zoomed about the spot, whose depth is then zero
 const { data } = canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height);
@@ -270,28 +270,28 @@ def check_evidence(page, record):
 
 def check_spots(page):
     """Each entry brings its ring to the middle of the view, of the size of the spot; a ring goes with its scans."""
-    marks = [(dispute, mark) for dispute in page.data["disputes"] for mark in dispute["marks"]]
+    marks = [(f"Spot {k}", dispute, mark, set(mark["scans"]) - set(dispute["unclear"]))
+             for k, dispute in enumerate(page.data["disputes"], 1) for mark in dispute["marks"]]
+    marks = [mark for mark in marks if mark[-1]]
     buttons = page.browser.run("return document.querySelectorAll('#disputes li button').length")
     page.expect(len(marks) == buttons, f"{buttons} buttons for {len(marks)} marks of spots")
-    for number, (dispute, mark) in enumerate(marks):
-        name = f"spot of {dispute['width']} in frame {mark['frame']}"
+    for number, (spot, dispute, mark, telling) in enumerate(marks):
+        name = f"{spot} in frame {mark['frame']}"
         page.browser.run("document.querySelectorAll('#disputes li button')[arguments[0]].click()", number)
         page.picture()
-        ring = page.browser.run(RING)
+        ring = page.browser.run(RING, spot)
         page.expect(math.hypot(ring["x"], ring["y"]) < 2, f"{name} is not in the middle: {ring}")
-        page.expect(abs(ring["diameter"] * page.browser.run(RULER) / dispute["width"] - 1) < 0.02, f"{name}: a ring of {ring}")
-        here = [s for s in mark["scans"] if s not in dispute["unclear"]]
-        if here:
-            is_surface = here[0] in dispute["showing"]
-            page.expect(ring["filled"] > 0.8 if is_surface else ring["filled"] < 0.2, f"{name}: {ring}")
-            brightest = max(max(page.scans[s]["colour"]) for s in here)
-            page.expect(not is_surface or ring["light"] > 0.6 * brightest, f"{name} is seen from behind: {ring}")
+        page.expect(abs(ring["diameter"] * page.browser.run(RULER) / dispute["width"] - 1) < 0.02, f"{name}: {ring}")
+        is_surface = telling <= set(dispute["showing"])
+        page.expect(ring["filled"] > 0.8 if is_surface else ring["filled"] < 0.2, f"{name}: {ring}")
+        brightest = max(max(page.scans[s]["colour"]) for s in telling)
+        page.expect(not is_surface or ring["light"] > 0.6 * brightest, f"{name} is seen from behind: {ring}")
         page.browser.run("for (const s of arguments[0]) document.querySelector(`input[data-scan='${s}']`).click()", mark["scans"])
         page.picture()
-        page.expect(not page.browser.run("return document.querySelectorAll('#spots g').length"), f"{name} stays without its scans")
+        page.expect(not page.browser.run(RING, spot), f"{name} stays without its scans")
         page.browser.run("document.querySelectorAll('#disputes li button')[arguments[0]].click()", number)
         page.picture()
-        page.expect(page.browser.run(RING), f"{name} is not brought back with a scan of it")
+        page.expect(page.browser.run(RING, spot), f"{name} is not brought back with a scan of it")
 
 
 def check_calm(page):
