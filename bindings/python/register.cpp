@@ -373,7 +373,8 @@ void AddRegister(py::module_& module)
             "For people: what was chosen, what it took.")
         .def_property_readonly(
             "stopped", [](const Registration& r) { return r.result.isStopped; },
-            "By Ctrl-C or `stop`; this is what was found until then.")
+            "By Ctrl-C or `stop`; this is what was found until then, and scans of objects that differ may still\n"
+            "lie in one cluster.")
         .def("surface", &surfaceOf, py::arg("name"),
              "Points and normals of a scan as the registration keeps them, thinned: (N, 3) float32, mm, read-only;\n"
              "points far from the origin are float64.")

@@ -117,14 +117,14 @@ TEST(Report, ShowsPosesBetweenTheCoordinatesOfTheFiles)
 TEST(Report, SaysWhereScansWereDividedInTheUnitAndTheCoordinatesOfTheFiles)
 {
     prereg::RegistrationTable table{1000.0, {row("a", "m", {}), row("b", "n", {}), row("c", "o", {})}, {}};
-    table.shift = {5e6, 0, 0};
-    table.disputes = {{{0}, {1}, 6.0, {2}, {2}, 18, {100, 0, 0}, {0, 0, -50}, {{0, 17, 0, 0}, {1, 0, 18, 4}}}};
+    table.shift = {5e9, 0, 0};
+    table.disputes = {{{0}, {1}, 6.0, {2}, {2}, 18, {100.25F, 0, 0}, {0, 0, -50}, {{0, 17, 0, 0}, {1, 0, 18, 4}}}};
     const TemporaryFolder folder;
     prereg::WriteReport(folder / "page.html", table, std::vector<prereg::SurfelSpan>(3));
     nlohmann::json shown = dataOf(folder.Read("page.html"))["disputes"].at(0);
     EXPECT_EQ(shown["words"],
               "b show a hole about 0.006 m wide where a show surface: they are of objects that differ, "
-              "and were put apart, and what may be of either was left out. It is at 5e+03, 0, 0 m in the "
+              "and were put apart, and what may be of either was left out. It is at 5000000.1003, 0, 0 m in the "
               "frame of the latter, which show 17 of 18 samples of it; to the former 18 of 18 samples "
               "are open, 4 of them looked through");
     shown.erase("words");
@@ -136,7 +136,7 @@ TEST(Report, SaysWhereScansWereDividedInTheUnitAndTheCoordinatesOfTheFiles)
                               {"left_out", {c}},
                               {"width", 0.006},
                               {"samples", 18},
-                              {"at", {{"showing", {5000.1, 0.0, 0.0}}, {"lacking", {5000.0, 0.0, -0.05}}}},
+                              {"at", {{"showing", {5000000.10025, 0.0, 0.0}}, {"lacking", {5000000.0, 0.0, -0.05}}}},
                               {"sights",
                                {{{"scan", a}, {"surface", 17}, {"open", 0}, {"through", 0}},
                                 {{"scan", b}, {"surface", 0}, {"open", 18}, {"through", 4}}}}};

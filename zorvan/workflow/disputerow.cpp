@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <string>
 
 namespace prereg {
@@ -34,11 +35,19 @@ std::string namesOf(const Scans& scans, const RegistrationTable& table)
     return names;
 }
 
+/// Three digits, or so many that a hundredth of the width shows: coordinates of a map have their digits far in front.
+std::string coordinateText(double x, double width)
+{
+    const double steps = std::abs(x) / (0.01 * width);
+    return Zorvan::ToText(x, steps > 1000.0 ? static_cast<int>(std::min(15.0, std::ceil(std::log10(steps)))) : 3);
+}
+
 /// "12.3, -4, 5.67"
-std::string placeText(const kdtree::Vector<3>& point, const RegistrationTable& table)
+std::string placeText(const kdtree::Vector<3>& point, const DisputeRow& dispute, const RegistrationTable& table)
 {
     std::string text;
-    for (const double x : placeOf(point, table)) text += (text.empty() ? "" : ", ") + Zorvan::ToText(x, 3);
+    for (const double x : placeOf(point, table))
+        text += (text.empty() ? "" : ", ") + coordinateText(x, dispute.dWidth / table.dMmPerUnit);
     return text;
 }
 
@@ -98,8 +107,9 @@ nlohmann::ordered_json DisputeJson(const DisputeRow& dispute, const Registration
         return all;
     };
     const auto placeJson = [&](const kdtree::Vector<3>& point) {
+        const int digits = table.shift == Zorvan::Position{} ? 9 : 15; // a float has nine, what a shift adds to it more
         Json place = Json::array();
-        for (const double x : placeOf(point, table)) place.push_back(Zorvan::JsonNumber(x));
+        for (const double x : placeOf(point, table)) place.push_back(Zorvan::JsonNumber(x, digits));
         return place;
     };
     Json sights = Json::array();
@@ -125,7 +135,7 @@ std::string ToText(const DisputeRow& dispute, const RegistrationTable& table)
            Zorvan::ToText(dispute.dWidth / table.dMmPerUnit, 2) + " " + unit + " wide where " +
            namesOf(dispute.showing, table) + " show surface: they are of objects that differ, and were put apart" +
            (dispute.leftOut.empty() ? "" : ", and what may be of either was left out") + ". It is at " +
-           placeText(dispute.atShowing, table) + " " + unit + " in the frame of the latter, which show " +
+           placeText(dispute.atShowing, dispute, table) + " " + unit + " in the frame of the latter, which show " +
            samplesText(dispute, dispute.showing, &SightRow::uiSurface) + " of it; to the former " +
            samplesText(dispute, dispute.lacking, &SightRow::uiOpen) + " are open, " +
            std::to_string(sumOf(dispute, dispute.lacking, &SightRow::uiThrough)) + " of them looked through";
