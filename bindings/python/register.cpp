@@ -222,6 +222,66 @@ py::list pairsOf(const Registration& registration)
     return rows;
 }
 
+/// A place in a cluster, as its points come out.
+py::array placeOf(const Registration& registration, const kdtree::Vector<3>& point)
+{
+    std::vector<double> place;
+    for (unsigned k = 0; k < 3; ++k)
+        place.push_back((static_cast<double>(point[k]) + registration.result.table.shift[k]) / registration.Unit());
+    return Owned(std::move(place), {3});
+}
+
+py::list sightsOf(const Registration& registration, const prereg::DisputeRow& dispute)
+{
+    const auto showsOf = [&](std::size_t scan) {
+        if (std::ranges::find(dispute.showing, scan) != dispute.showing.end()) return "surface";
+        return std::ranges::find(dispute.lacking, scan) != dispute.lacking.end() ? "hole" : "unclear";
+    };
+    py::list rows;
+    for (const prereg::SightRow& sight : dispute.sights) {
+        const prereg::ScanRow& scan = registration.result.table.scans[sight.scan];
+        py::dict row;
+        row["name"] = scan.file;
+        row["shows"] = showsOf(sight.scan);
+        row["surface"] = sight.uiSurface;
+        row["open"] = sight.uiOpen;
+        row["through"] = sight.uiThrough;
+        row["cluster"] = scan.cluster;
+        row["at"] = placeOf(registration, sight.at);
+        row["verdict"] = scan.verdict;
+        row["placed"] = scan.isPlaced;
+        rows.append(row);
+    }
+    return rows;
+}
+
+py::list disputesOf(const Registration& registration)
+{
+    const prereg::RegistrationTable& table = registration.result.table;
+    const auto namesOf = [&](const std::vector<std::size_t>& scans) {
+        std::vector<std::string> names;
+        names.reserve(scans.size());
+        for (const std::size_t i : scans) names.push_back(table.scans[i].file);
+        return names;
+    };
+    py::list rows;
+    for (const prereg::DisputeRow& dispute : table.disputes) {
+        py::dict row;
+        row["showing"] = namesOf(dispute.showing);
+        row["lacking"] = namesOf(dispute.lacking);
+        row["unclear"] = namesOf(dispute.unclear);
+        row["left_out"] = namesOf(dispute.leftOut);
+        row["width"] = dispute.dWidth / registration.Unit();
+        row["at"] = py::dict(py::arg("showing") = placeOf(registration, dispute.atShowing),
+                             py::arg("lacking") = placeOf(registration, dispute.atLacking));
+        row["samples"] = dispute.uiSamples;
+        row["sights"] = sightsOf(registration, dispute);
+        row["words"] = prereg::ToText(dispute, table);
+        rows.append(row);
+    }
+    return rows;
+}
+
 void writeReport(const Registration& registration, const Path& file)
 {
     const prereg::CSession& session = registration.result.session;
@@ -288,6 +348,15 @@ void AddRegister(py::module_& module)
                                "A dict a scan: name, id, cluster, pose, points, overlap, rmse, slip, verdict, placed.")
         .def_property_readonly("pairs", &pairsOf, "A dict a pair that overlaps: a, b, overlap, rmse.")
         .def_property_readonly(
+            "disputes", &disputesOf,
+            "A dict a spot that scans were divided about, since they are of objects that differ there.\n"
+            "showing, lacking, unclear: names of scans, by what they show of it. left_out: of those that may be of\n"
+            "any of the objects. width. at: its middle, a dict of (3,) float64: \"showing\" in the cluster of the\n"
+            "first scan that shows it, \"lacking\" in that of the first that lacks it. samples: that each scan was\n"
+            "asked about. words: for people. sights: a dict a scan that sees something of it: name;\n"
+            "shows, \"surface\", \"hole\" or \"unclear\"; of how many samples it has surface, open, and looked\n"
+            "through; and what became of it: cluster, at (the middle there), placed, verdict.")
+        .def_property_readonly(
             "session",
             [](const Registration& r) {
                 return OfThisProcess(SavedSession{r.result.scheduler, r.result.session, r.pid});
@@ -304,7 +373,8 @@ void AddRegister(py::module_& module)
             "For people: what was chosen, what it took.")
         .def_property_readonly(
             "stopped", [](const Registration& r) { return r.result.isStopped; },
-            "By Ctrl-C or `stop`; this is what was found until then.")
+            "By Ctrl-C or `stop`; this is what was found until then, and scans of objects that differ may still\n"
+            "lie in one cluster.")
         .def("surface", &surfaceOf, py::arg("name"),
              "Points and normals of a scan as the registration keeps them, thinned: (N, 3) float32, mm, read-only;\n"
              "points far from the origin are float64.")

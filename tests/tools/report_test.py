@@ -47,6 +47,29 @@ RULER = """
 const width = document.getElementById("scaleBar").getBoundingClientRect().width;
 return parseFloat(document.getElementById("scaleText").textContent) / width; // units a pixel
 """
+# The ring of a spot against the middle of the view, the share of it that something at its depth fills, and how bright
+# that is.
+RING = """
+const spot = [...document.querySelectorAll("#spots g")].find(g => g.textContent === arguments[0]);
+if (!spot) return null;
+const ring = spot.querySelector("circle").getBoundingClientRect(), box = canvas.getBoundingClientRect();
+const { image: { width, height }, depth, ratio } = view.pixels, r = 0.4 * ring.width * ratio;
+const near = z => Math.abs(z) < 2.5 * r; // turned and zoomed about the spot, whose depth is then zero
+const { data } = canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height);
+let inside = 0, filled = 0, light = 0;
+for (let y = -r | 0; y <= r; ++y) {
+    for (let x = -r | 0; x <= r; ++x) {
+        if (x * x + y * y > r * r) continue;
+        ++inside;
+        if (!near(depth[((height >> 1) + y) * width + (width >> 1) + x])) continue;
+        const pixel = 4 * (((canvas.height >> 1) + y) * canvas.width + (canvas.width >> 1) + x);
+        ++filled;
+        light += Math.max(data[pixel], data[pixel + 1], data[pixel + 2]);
+    }
+}
+return { x: ring.x + ring.width / 2 - box.x - box.width / 2, y: ring.y + ring.height / 2 - box.y - box.height / 2,
+    diameter: ring.width, filled: filled / inside, light: light / filled };
+"""
 TABLE = """
 const texts = row => [...row.cells].map(cell => cell.textContent.trim());
 const table = document.getElementById("table");
@@ -245,6 +268,32 @@ def check_evidence(page, record):
     page.expect(len(words) == len(record["disputes"]), f"disputes in words: {words}")
 
 
+def check_spots(page):
+    """Each entry brings its ring to the middle of the view, of the size of the spot; a ring goes with its scans."""
+    marks = [(f"Spot {k}", dispute, mark, set(mark["scans"]) - set(dispute["unclear"]))
+             for k, dispute in enumerate(page.data["disputes"], 1) for mark in dispute["marks"]]
+    marks = [mark for mark in marks if mark[-1]]
+    buttons = page.browser.run("return document.querySelectorAll('#disputes li button').length")
+    page.expect(len(marks) == buttons, f"{buttons} buttons for {len(marks)} marks of spots")
+    for number, (spot, dispute, mark, telling) in enumerate(marks):
+        name = f"{spot} in frame {mark['frame']}"
+        page.browser.run("document.querySelectorAll('#disputes li button')[arguments[0]].click()", number)
+        page.picture()
+        ring = page.browser.run(RING, spot)
+        page.expect(math.hypot(ring["x"], ring["y"]) < 2, f"{name} is not in the middle: {ring}")
+        page.expect(abs(ring["diameter"] * page.browser.run(RULER) / dispute["width"] - 1) < 0.02, f"{name}: {ring}")
+        is_surface = telling <= set(dispute["showing"])
+        page.expect(ring["filled"] > 0.8 if is_surface else ring["filled"] < 0.2, f"{name}: {ring}")
+        brightest = max(max(page.scans[s]["colour"]) for s in telling)
+        page.expect(not is_surface or ring["light"] > 0.6 * brightest, f"{name} is seen from behind: {ring}")
+        page.browser.run("for (const s of arguments[0]) document.querySelector(`input[data-scan='${s}']`).click()", mark["scans"])
+        page.picture()
+        page.expect(not page.browser.run(RING, spot), f"{name} stays without its scans")
+        page.browser.run("document.querySelectorAll('#disputes li button')[arguments[0]].click()", number)
+        page.picture()
+        page.expect(page.browser.run(RING, spot), f"{name} is not brought back with a scan of it")
+
+
 def check_calm(page):
     fetched = page.browser.run('return performance.getEntriesByType("resource").map(entry => entry.name)')
     page.expect(not fetched, f"the page asks for {fetched}")
@@ -277,6 +326,7 @@ def main():
         check_pairs(page)
         if args.record:
             check_evidence(page, json.loads(args.record.read_text(encoding="utf8")))
+        check_spots(page)
         check_calm(page)
     print("\n".join(page.faults) or f"{args.page}: {len(page.scans)} scans, {len(page.pairs)} pairs, all as it should be")
     sys.exit(bool(page.faults))

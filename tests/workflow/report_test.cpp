@@ -117,17 +117,18 @@ TEST(Report, ShowsPosesBetweenTheCoordinatesOfTheFiles)
 TEST(Report, SaysWhereScansWereDividedInTheUnitAndTheCoordinatesOfTheFiles)
 {
     prereg::RegistrationTable table{1000.0, {row("a", "m", {}), row("b", "n", {}), row("c", "o", {})}, {}};
-    table.shift = {5e6, 0, 0};
-    table.disputes = {{{0}, {1}, 6.0, {2}, {2}, 18, {100, 0, 0}, {0, 0, -50}, {{0, 17, 0, 0}, {1, 0, 18, 4}}}};
+    table.shift = {5e9, 0, 0};
+    table.disputes = {{{0}, {1}, 6.0, {2}, {2}, 18, {100.25F, 0, 0}, {0, 0, -50}, {{0, 17, 0, 0}, {1, 0, 18, 4}}}};
     const TemporaryFolder folder;
     prereg::WriteReport(folder / "page.html", table, std::vector<prereg::SurfelSpan>(3));
     nlohmann::json shown = dataOf(folder.Read("page.html"))["disputes"].at(0);
     EXPECT_EQ(shown["words"],
               "b show a hole about 0.006 m wide where a show surface: they are of objects that differ, "
-              "and were put apart, and what may be of either was left out. It is at 5e+03, 0, 0 m in the "
+              "and were put apart, and what may be of either was left out. It is at 5000000.1003, 0, 0 m in the "
               "frame of the latter, which show 17 of 18 samples of it; to the former 18 of 18 samples "
               "are open, 4 of them looked through");
     shown.erase("words");
+    shown.erase("marks");
     const auto expected = [](const nlohmann::json& a, const nlohmann::json& b, const nlohmann::json& c) {
         return nlohmann::json{{"showing", {a}},
                               {"lacking", {b}},
@@ -135,7 +136,7 @@ TEST(Report, SaysWhereScansWereDividedInTheUnitAndTheCoordinatesOfTheFiles)
                               {"left_out", {c}},
                               {"width", 0.006},
                               {"samples", 18},
-                              {"at", {{"showing", {5000.1, 0.0, 0.0}}, {"lacking", {5000.0, 0.0, -0.05}}}},
+                              {"at", {{"showing", {5000000.10025, 0.0, 0.0}}, {"lacking", {5000000.0, 0.0, -0.05}}}},
                               {"sights",
                                {{{"scan", a}, {"surface", 17}, {"open", 0}, {"through", 0}},
                                 {{"scan", b}, {"surface", 0}, {"open", 18}, {"through", 4}}}}};
@@ -143,6 +144,36 @@ TEST(Report, SaysWhereScansWereDividedInTheUnitAndTheCoordinatesOfTheFiles)
     EXPECT_EQ(shown, expected(0, 1, 2));
     EXPECT_EQ(nlohmann::json::parse(prereg::RunRecordText({"register", "1"}, table))["disputes"].at(0),
               expected("a", "b", "c"));
+}
+
+TEST(Report, MarksSpotsInTheFramesOfAllScansThatSayAnythingOfThem)
+{
+    const prereg::Vectors points = dome(20);
+    const prereg::CTrafo turn(Vector3(0.3F, -0.2F, 1.0F), Vector3(7, -400, 20));
+    prereg::RegistrationTable table{1000.0, {}, {}};
+    table.shift = {5e8, 5.4e9, 0};
+    table.scans = {row("a", "m", turn), row("b", "n", {}), row("c", "m", turn), row("d", "o", {}),
+                   row("without a pose", "", prereg::CTrafo::Invalid())};
+    constexpr std::size_t middle = 130; // of the points
+    prereg::DisputeRow dispute{{2}, {1}, 6.0};
+    for (const std::size_t scan : {1UL, 2UL, 4UL})
+        dispute.sights.push_back({scan, 0, 0, 0, table.scans[scan].pose * points[middle]});
+    table.disputes = {dispute};
+    const TemporaryFolder folder;
+    prereg::WriteReport(folder / "page.html", table, std::vector<prereg::SurfelSpan>(5, {points, points}));
+
+    const nlohmann::json data = dataOf(folder.Read("page.html"));
+    const nlohmann::json marks = data["disputes"][0]["marks"];
+    ASSERT_EQ(marks.size(), 2U);
+    for (const nlohmann::json& mark : marks) {
+        const nlohmann::json& frame = data["frames"][mark["frame"].get<std::size_t>()];
+        const std::size_t scan = mark["scans"].at(0);
+        EXPECT_EQ(frame["scans"], scan == 1 ? nlohmann::json({1}) : nlohmann::json({0, 2}));
+        EXPECT_EQ(mark["scans"].size(), 1U);
+        for (std::size_t k = 0; k < 3; ++k) // of the nearest place of the lattice
+            EXPECT_NEAR(frame["low"][k].get<double>() + frame["step"].get<double>() * mark["at"][k].get<double>(),
+                        pointsOf(data["scans"][scan], frame)[middle][k], 0.51 * frame["step"].get<double>());
+    }
 }
 
 TEST(Report, SaysWhatAPairIsContradictedByAndWhoRefutesIt)

@@ -261,7 +261,7 @@ int registerScans(RegisterOptions options)
     Tell(times.Words(), options.general.isQuiet);
     if (result.isStopped)
         Tell("stopped; this is what was found so far, and --session " + sessionOf(options).string() +
-                 " goes on from there",
+                 " goes on from there; scans of objects that differ may still lie in one cluster",
              false);
     std::cout << prereg::ToText(result.table);
     return !options.isIncomplete && result.IsOneCluster() && !result.isStopped ? Done : NotEveryScan;

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <string>
 
 namespace prereg {
@@ -34,11 +35,19 @@ std::string namesOf(const Scans& scans, const RegistrationTable& table)
     return names;
 }
 
+/// Three digits, or so many that a hundredth of the width shows: coordinates of a map have their digits far in front.
+std::string coordinateText(double x, double width)
+{
+    const double steps = std::abs(x) / (0.01 * width);
+    return Zorvan::ToText(x, steps > 1000.0 ? static_cast<int>(std::min(15.0, std::ceil(std::log10(steps)))) : 3);
+}
+
 /// "12.3, -4, 5.67"
-std::string placeText(const kdtree::Vector<3>& point, const RegistrationTable& table)
+std::string placeText(const kdtree::Vector<3>& point, const DisputeRow& dispute, const RegistrationTable& table)
 {
     std::string text;
-    for (const double x : placeOf(point, table)) text += (text.empty() ? "" : ", ") + Zorvan::ToText(x, 3);
+    for (const double x : placeOf(point, table))
+        text += (text.empty() ? "" : ", ") + coordinateText(x, dispute.dWidth / table.dMmPerUnit);
     return text;
 }
 
@@ -68,8 +77,9 @@ std::vector<Dispute> DisputesOf(std::span<const DisputedSpot> spots, const std::
         for (auto* const camp : {&spot.showing, &spot.lacking, &spot.unclear})
             for (std::size_t& view : *camp) view = members[view];
         for (SpotSight& sight : spot.sights) sight.view = members[sight.view];
-        const auto inScan = [&](std::size_t scan) { return poses[scan].GetInverse(true) * spot.middle; };
-        disputes.push_back({spot, leftOut, inScan(spot.showing.front()), inScan(spot.lacking.front())});
+        Dispute& dispute = disputes.emplace_back(Dispute{spot, leftOut, {}});
+        for (const SpotSight& sight : spot.sights)
+            dispute.inScans.push_back(poses[sight.view].GetInverse(true) * spot.middle);
     }
     return disputes;
 }
@@ -78,10 +88,13 @@ DisputeRow RowOf(const Dispute& dispute, const RegistrationTable& table)
 {
     const DisputedSpot& spot = dispute.spot;
     DisputeRow row{spot.showing, spot.lacking, spot.dWidth, spot.unclear, dispute.leftOut, spot.uiSamples};
-    row.atShowing = table.scans[spot.showing.front()].pose * dispute.inShowing;
-    row.atLacking = table.scans[spot.lacking.front()].pose * dispute.inLacking;
-    for (const SpotSight& sight : spot.sights)
-        row.sights.push_back({sight.view, sight.uiSurface, sight.uiOpen, sight.uiThrough});
+    for (std::size_t i = 0; i < spot.sights.size(); ++i) {
+        const SpotSight& sight = spot.sights[i];
+        const kdtree::Vector<3> at = table.scans[sight.view].pose * dispute.inScans[i];
+        row.sights.push_back({sight.view, sight.uiSurface, sight.uiOpen, sight.uiThrough, at});
+        if (sight.view == spot.showing.front()) row.atShowing = at;
+        if (sight.view == spot.lacking.front()) row.atLacking = at;
+    }
     return row;
 }
 
@@ -94,8 +107,9 @@ nlohmann::ordered_json DisputeJson(const DisputeRow& dispute, const Registration
         return all;
     };
     const auto placeJson = [&](const kdtree::Vector<3>& point) {
+        const int digits = table.shift == Zorvan::Position{} ? 9 : 15; // a float has nine, what a shift adds to it more
         Json place = Json::array();
-        for (const double x : placeOf(point, table)) place.push_back(Zorvan::JsonNumber(x));
+        for (const double x : placeOf(point, table)) place.push_back(Zorvan::JsonNumber(x, digits));
         return place;
     };
     Json sights = Json::array();
@@ -121,7 +135,7 @@ std::string ToText(const DisputeRow& dispute, const RegistrationTable& table)
            Zorvan::ToText(dispute.dWidth / table.dMmPerUnit, 2) + " " + unit + " wide where " +
            namesOf(dispute.showing, table) + " show surface: they are of objects that differ, and were put apart" +
            (dispute.leftOut.empty() ? "" : ", and what may be of either was left out") + ". It is at " +
-           placeText(dispute.atShowing, table) + " " + unit + " in the frame of the latter, which show " +
+           placeText(dispute.atShowing, dispute, table) + " " + unit + " in the frame of the latter, which show " +
            samplesText(dispute, dispute.showing, &SightRow::uiSurface) + " of it; to the former " +
            samplesText(dispute, dispute.lacking, &SightRow::uiOpen) + " are open, " +
            std::to_string(sumOf(dispute, dispute.lacking, &SightRow::uiThrough)) + " of them looked through";

@@ -18,8 +18,7 @@ struct Dispute
 {
     DisputedSpot spot; ///< of scans by their numbers
     std::vector<std::size_t> leftOut;
-    kdtree::Vector<3> inShowing; ///< the middle, in the coordinates of the first scan of that side
-    kdtree::Vector<3> inLacking;
+    std::vector<kdtree::Vector<3>> inScans; ///< the middle, in the coordinates of the scan of each sight
 };
 
 /// @param spots    of a group, by its members

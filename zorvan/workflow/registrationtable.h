@@ -66,6 +66,7 @@ struct SightRow
     std::size_t uiSurface = 0; ///< it has surface there
     std::size_t uiOpen = 0;    ///< nothing there, or something far behind
     std::size_t uiThrough = 0; ///< its sensor surely looked through
+    kdtree::Vector<3> at = {}; ///< the middle of the spot, in the cluster of the scan
 };
 
 /// A spot that some scans show surface in and some a hole: they are of objects that differ there, and what seemed to

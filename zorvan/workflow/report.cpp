@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -183,12 +184,34 @@ Json weighedJson(const std::vector<WeighedRow>& pairs)
     return all;
 }
 
-Json disputesJson(const RegistrationTable& table)
+/// Where a spot lies in each frame with scans that say something of it, in steps of the lattice.
+Json marksJson(const DisputeRow& dispute, std::span<const Frame> frames)
+{
+    Json marks = Json::array();
+    for (std::size_t f = 0; f < frames.size(); ++f) {
+        const CloudLattice& lattice = frames[f].lattice;
+        std::vector<SightRow> sights;
+        std::ranges::copy_if(dispute.sights, std::back_inserter(sights), [&](const SightRow& sight) {
+            return std::ranges::find(frames[f].scans, sight.scan) != frames[f].scans.end();
+        });
+        if (sights.empty() || !(lattice.dStep > 0.0) || !sights.front().at.IsFinite()) continue;
+        Json at = Json::array();
+        for (unsigned axis = 0; axis < 3; ++axis)
+            at.push_back(number(static_cast<double>(sights.front().at[axis] - lattice.low[axis]) / lattice.dStep));
+        Json scans = Json::array();
+        for (const SightRow& sight : sights) scans.push_back(sight.scan);
+        marks.push_back({{"frame", f}, {"at", std::move(at)}, {"scans", std::move(scans)}});
+    }
+    return marks;
+}
+
+Json disputesJson(const RegistrationTable& table, std::span<const Frame> frames)
 {
     Json all = Json::array();
     for (const DisputeRow& dispute : table.disputes) {
         all.push_back(DisputeJson(dispute, table, false));
         all.back()["words"] = ToText(dispute, table);
+        all.back()["marks"] = marksJson(dispute, frames);
     }
     return all;
 }
@@ -204,11 +227,12 @@ Json reportJson(const RegistrationTable& table, std::span<const SurfelSpan> surf
     std::size_t all = 0;
     for (const SurfelSpan& surface : surfaces) all += surface.points.size();
 
-    Json frames = Json::array();
+    std::vector<Frame> frames = framesOf(table.scans);
+    Json framesJson = Json::array();
     std::vector<Json> scans(table.scans.size());
-    for (Frame& frame : framesOf(table.scans)) {
+    for (Frame& frame : frames) {
         frame.lattice = latticeOf(frame, table, surfaces);
-        frames.push_back(frameJson(frame, table.dMmPerUnit));
+        framesJson.push_back(frameJson(frame, table.dMmPerUnit));
         for (const std::size_t i : frame.scans) {
             const PackedCloud cloud = packCloud(surfaces[i], poseOrIdentity(table.scans[i]), frame.lattice);
             scans[i] = scanJson(table.scans[i], ScanColour(i), table);
@@ -216,12 +240,12 @@ Json reportJson(const RegistrationTable& table, std::span<const SurfelSpan> surf
         }
     }
     return {{"unit", Zorvan::UnitName(table.dMmPerUnit)},
-            {"frames", std::move(frames)},
+            {"frames", std::move(framesJson)},
             {"scans", std::move(scans)},
             {"pairs", pairsJson(table.pairs, table.dMmPerUnit)},
             {"weighed", weighedJson(table.weighed)},
             {"loops", table.uiLoops},
-            {"disputes", disputesJson(table)}};
+            {"disputes", disputesJson(table, frames)}};
 }
 
 // The data stands in a script element, which ends at the first "</script" and nowhere else: "<" must not appear, and
