@@ -86,6 +86,20 @@ TEST(PlacingTogether, LeavesOutWhatMayBeElsewhere)
     EXPECT_FALSE(placeOf(4, lonely).after) << "two pairs alone support it";
 }
 
+TEST(PlacingTogether, TakesOutWhatFitsElsewhereAsWell)
+{
+    CPuzzle puzzle({0, 1, 2, 3});
+    for (const auto& [a, b] : {ScanPair{0, 1}, {1, 2}, {2, 3}}) puzzle.FindTrue(a, b);
+    puzzle.LetFitMoved(-6); // no pair has found that
+    EXPECT_EQ(placeOf(3, puzzle).after, 3.0F) << "the others refute it";
+    for (std::size_t scan = 0; scan < 3; ++scan) puzzle.Confuse(scan, 3, -3.0F - static_cast<float>(scan));
+    const Found found = placeOf(3, puzzle);
+    EXPECT_EQ(found.before, 3.0F);
+    EXPECT_FALSE(found.after);
+    EXPECT_EQ(found.ePlace, EPlace::Ambiguous);
+    EXPECT_EQ(placeOf(2, puzzle).after, 2.0F);
+}
+
 TEST(PlacingTogether, AsksNoGroupOfAFew)
 {
     CPuzzle puzzle = withFaces(4);

@@ -315,6 +315,20 @@ void CPlacingWeigher::addSettled(const PlacedGroup& group, std::size_t scan, std
     }
 }
 
+bool CPlacingWeigher::HasRival(const PlacedGroup& others, std::size_t scan) const
+{
+    const CTrafo& present = others.PoseOf(scan);
+    std::vector<CTrafo> starts = startsOf(others, scan);
+    starts.insert(starts.begin(), present);
+    for (const CTrafo& turn : m_pairs.Turns(scan)) starts.push_back(present * turn);
+    std::vector<Hypothesis> all;
+    addSettled(others, scan, starts, all);
+    const auto own = std::ranges::find_if(
+        all, [&](const Hypothesis& place) { return !m_pairs.AreDistinct(scan, place.pose * present, present); });
+    if (own == all.end()) return false;
+    return std::ranges::any_of(all, [&](const Hypothesis& place) { return &place != &*own && !beats(*own, place); });
+}
+
 JoinDecision CPlacingWeigher::DecideTogether(const PlacedGroup& group, std::size_t scan) const
 {
     std::vector<Hypothesis> all;

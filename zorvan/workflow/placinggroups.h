@@ -83,6 +83,10 @@ public:
     /// best, all of these together have to hold it there, and it has to beat the others, and itself
     /// turned.
     [[nodiscard]] JoinDecision DecideTogether(const PlacedGroup& group, std::size_t scan) const;
+    /// Whether a scan fits others as well in another place, moved there and here to where it fits them best: two places
+    /// that are each a pixel or two off may seem to be told apart.
+    /// @param others  its group without it; the present pose of the scan is in their frame
+    [[nodiscard]] bool HasRival(const PlacedGroup& others, std::size_t scan) const;
     /// The scans of a group that would go along if one of them went elsewhere: those that refute the others that go,
     /// and find less that contradicts them when they go too. Ascending.
     /// @param stays   a scan that does not go

@@ -22,6 +22,9 @@ Members largestGroup(const Placing& placing)
     return largest;
 }
 
+/// In a smaller group few have met a scan, and a wrong one among them weighs much.
+bool isAsked(const Members& group, const Placing& placing) { return 2 * group.size() > placing.group.size(); }
+
 Members lonersOf(const Placing& placing)
 {
     Members loners;
@@ -38,6 +41,25 @@ void put(std::size_t scan, const CTrafo& pose, const Members& group, Placing& pl
     for (const std::size_t member : group) placing.group[member] = placing.group[scan];
 }
 
+/// Takes out scans that all others together would have in another place as well.
+void takeOutRivalled(const CPlacingWeigher& weigher, Placing& placing, const Zorvan::Hooks& hooks)
+{
+    const Members members = largestGroup(placing);
+    hooks.Start("checking", members.size());
+    for (const std::size_t scan : members) {
+        Members others = placing.MembersOf(placing.group[scan]);
+        std::erase(others, scan);
+        if (hooks.IsAborted() || !isAsked(others, placing)) break;
+        hooks.Advance();
+        if (!weigher.HasRival({others, &placing.poses}, scan)) continue;
+        placing.group[scan] = scan;
+        placing.places[scan] = {EPlace::Ambiguous, 2};
+        for (const Members& part : weigher.SupportedParts({others, &placing.poses}))
+            for (const std::size_t member : part) placing.group[member] = part.front();
+    }
+    hooks.Finish();
+}
+
 /// Asks each scan that is left once. @return whether some were put in
 bool putSome(const CPlacingWeigher& weigher, Placing& placing, const Zorvan::Hooks& hooks)
 {
@@ -46,7 +68,7 @@ bool putSome(const CPlacingWeigher& weigher, Placing& placing, const Zorvan::Hoo
     hooks.Start("settling", loners.size());
     for (const std::size_t scan : loners) {
         const Members group = largestGroup(placing);
-        if (hooks.IsAborted() || 2 * group.size() <= placing.group.size()) break;
+        if (hooks.IsAborted() || !isAsked(group, placing)) break;
         const JoinDecision decision = weigher.DecideTogether({group, &placing.poses}, scan);
         if (decision) put(scan, decision.pose * placing.poses[scan], group, placing);
         isMore = isMore || decision;
@@ -63,6 +85,7 @@ Placing PlaceTogether(IScanPairs& pairs, Placing placing, const Zorvan::Hooks& h
     CPlacingWeigher weigher(pairs);
     for (std::size_t i = 0; i < placing.searched.size(); ++i)
         weigher.AddFinding(placing.searched[i], placing.findings[i]);
+    takeOutRivalled(weigher, placing, hooks);
     while (!hooks.IsAborted() && putSome(weigher, placing, hooks)) {
     }
     return placing;
