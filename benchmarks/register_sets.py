@@ -4,7 +4,7 @@
 scans lie right, how many wrong and how many were left out.
 
     benchmarks/register_sets.py [--program build/release/bin/zorvan] [bunny] [flange] ...
-    benchmarks/register_sets.py --virtual bracket gear --seed 7000 --seeds 3
+    benchmarks/register_sets.py --virtual bracket gear --seed 7000 --seeds 3 [--sensor triangulation]
 
 The sets are those of the folder that the environment variable ZORVAN_DATA names; without it only virtual parts, which
 `zorvan simulate` makes, can be measured. Right means within 5 degrees and 2 % of the object's size of the truth, with the
@@ -133,8 +133,8 @@ def measure(args, name, folder, scale, symmetries, extent):
 def virtual_part(args, kind, seed):
     with tempfile.TemporaryDirectory() as folder:
         folder = pathlib.Path(folder)
-        subprocess.run([args.program, "simulate", "-o", folder, "--object", kind, "--seed", str(seed), "--views",
-                        str(args.views), "--quiet"], check=True, stdout=subprocess.DEVNULL)
+        subprocess.run([args.program, "simulate", "-o", folder, "--object", kind, "--sensor", args.sensor, "--seed",
+                        str(seed), "--views", str(args.views), "--quiet"], check=True, stdout=subprocess.DEVNULL)
         about = json.loads((folder / "object.json").read_text())
         return measure(args, f"{kind}, seed {seed}", folder, 1, about["symmetries"], about["extent"])
 
@@ -144,6 +144,7 @@ def main():
     parser.add_argument("sets", nargs="*", metavar="SET", help=", ".join(SETS))
     parser.add_argument("--program", default="build/release/bin/zorvan")
     parser.add_argument("--virtual", nargs="*", default=[], metavar="OBJECT", help="as zorvan simulate knows them")
+    parser.add_argument("--sensor", default="depth", help="of virtual parts, as zorvan simulate knows them")
     parser.add_argument("--seed", type=int, default=1, help="of the first virtual part")
     parser.add_argument("--seeds", type=int, default=1, help="virtual parts of each kind")
     parser.add_argument("--views", type=int, default=12, help="of a virtual part")

@@ -530,7 +530,7 @@ std::string PlaceWords(const ScanPlace& place, const std::string& refuter)
     case EPlace::Placed:
         return "registered";
     case EPlace::Ambiguous:
-        if (place.isOfEither) return "ambiguous: shows nothing of where the others differ";
+        if (place.isOfEither) return "ambiguous: shows too little of where the others differ";
         return "ambiguous: " + placesInWords(place.uiPlaces);
     case EPlace::Contradicted:
         return "contradicted by " + refuter;
