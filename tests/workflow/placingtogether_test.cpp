@@ -86,18 +86,22 @@ TEST(PlacingTogether, LeavesOutWhatMayBeElsewhere)
     EXPECT_FALSE(placeOf(4, lonely).after) << "two pairs alone support it";
 }
 
-TEST(PlacingTogether, TakesOutWhatFitsElsewhereAsWell)
+TEST(PlacingTogether, TakesOutWhatFitsElsewhereAsWellAndWhatHangsOnIt)
 {
-    CPuzzle puzzle({0, 1, 2, 3});
-    for (const auto& [a, b] : {ScanPair{0, 1}, {1, 2}, {2, 3}}) puzzle.FindTrue(a, b);
+    CPuzzle puzzle({0, 1, 2, 3, 4});
+    for (const auto& [a, b] : {ScanPair{0, 1}, {1, 2}, {2, 3}, {3, 4}}) puzzle.FindTrue(a, b);
+    for (std::size_t scan = 0; scan < 3; ++scan) puzzle.Part(scan, 4);
     puzzle.LetFitMoved(-6); // no pair has found that
     EXPECT_EQ(placeOf(3, puzzle).after, 3.0F) << "the others refute it";
     for (std::size_t scan = 0; scan < 3; ++scan) puzzle.Confuse(scan, 3, -3.0F - static_cast<float>(scan));
+    puzzle.Confuse(3, 4, 7);
     const Found found = placeOf(3, puzzle);
     EXPECT_EQ(found.before, 3.0F);
     EXPECT_FALSE(found.after);
     EXPECT_EQ(found.ePlace, EPlace::Ambiguous);
     EXPECT_EQ(placeOf(2, puzzle).after, 2.0F);
+    EXPECT_EQ(placeOf(4, puzzle).before, 4.0F);
+    EXPECT_EQ(placeOf(4, puzzle).ePlace, EPlace::Alone);
 }
 
 TEST(PlacingTogether, AsksNoGroupOfAFew)

@@ -41,6 +41,17 @@ void put(std::size_t scan, const CTrafo& pose, const Members& group, Placing& pl
     for (const std::size_t member : group) placing.group[member] = placing.group[scan];
 }
 
+/// What it alone has held goes out with it.
+void takeOut(std::size_t scan, const Members& others, const CPlacingWeigher& weigher, Placing& placing)
+{
+    placing.group[scan] = scan;
+    placing.places[scan] = {EPlace::Ambiguous, 2};
+    for (const Members& part : weigher.SupportedParts({others, &placing.poses})) {
+        for (const std::size_t member : part) placing.group[member] = part.front();
+        if (part.size() == 1) placing.places[part.front()] = {EPlace::Alone};
+    }
+}
+
 /// Takes out scans that all others together would have in another place as well.
 void takeOutRivalled(const CPlacingWeigher& weigher, Placing& placing, const Zorvan::Hooks& hooks)
 {
@@ -50,12 +61,8 @@ void takeOutRivalled(const CPlacingWeigher& weigher, Placing& placing, const Zor
         Members others = placing.MembersOf(placing.group[scan]);
         std::erase(others, scan);
         if (hooks.IsAborted() || !isAsked(others, placing)) break;
+        if (weigher.HasRival({others, &placing.poses}, scan)) takeOut(scan, others, weigher, placing);
         hooks.Advance();
-        if (!weigher.HasRival({others, &placing.poses}, scan)) continue;
-        placing.group[scan] = scan;
-        placing.places[scan] = {EPlace::Ambiguous, 2};
-        for (const Members& part : weigher.SupportedParts({others, &placing.poses}))
-            for (const std::size_t member : part) placing.group[member] = part.front();
     }
     hooks.Finish();
 }
