@@ -12,7 +12,7 @@ namespace {
 
 using namespace prereg;
 
-/// Scans 0 to 3 hold each other; what comes after them is found by `tell`, and each pair may slide.
+/// Scans 0 to 3 hold each other; others come after them.
 CPuzzle withFaces(std::size_t numFaces)
 {
     std::vector<float> truth;

@@ -47,19 +47,16 @@ std::vector<CTrafo> CHold::WeakMotionsAllAround(double step) const
 {
     const Directions directions = decompose();
     std::vector<CTrafo> motions;
-    for (const int a : {-1, 0, 1}) {
-        for (const int b : {-1, 0, 1}) {
-            for (const int c : {-1, 0, 1}) {
-                if (a == 0 && b == 0 && c == 0) continue;
-                const double length = std::sqrt(static_cast<double>(a * a + b * b + c * c));
-                Direction between{};
-                for (std::size_t i = 0; i < iSize; ++i)
-                    between[i] =
-                        (a * directions.vectors[0][i] + b * directions.vectors[1][i] + c * directions.vectors[2][i]) /
-                        length;
-                motions.push_back(motion(between, step));
-            }
+    constexpr int iPlaces = 27; // of a cube with three places a side
+    for (int place = 0; place < iPlaces; ++place) {
+        const std::array<int, 3> parts{place / 9 - 1, place / 3 % 3 - 1, place % 3 - 1};
+        Direction between{};
+        double lengthSq = 0.0;
+        for (std::size_t k = 0; k < parts.size(); ++k) {
+            lengthSq += parts[k] * parts[k];
+            for (std::size_t i = 0; i < iSize; ++i) between[i] += parts[k] * directions.vectors[k][i];
         }
+        if (lengthSq > 0.0) motions.push_back(motion(between, step / std::sqrt(lengthSq)));
     }
     return motions;
 }

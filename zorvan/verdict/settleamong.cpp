@@ -91,11 +91,6 @@ CTrafo descend(std::span<const ScanBeside> others, const CTrafo& start, double d
 
 } // namespace
 
-PoseCounts CountAmong(std::span<const ScanBeside> others, const CTrafo& pose)
-{
-    return countAmong(others, pose, &CPoseJudge::Count);
-}
-
 std::vector<PoseAmong> SettleAmong(std::span<const ScanBeside> others, std::span<const CTrafo> starts, double dAway,
                                    unsigned uiNumTasks)
 {
@@ -113,7 +108,8 @@ std::vector<PoseAmong> SettleAmong(std::span<const ScanBeside> others, std::span
     Zorvan::ForEachTask(apart.size(), uiNumTasks, [&](std::size_t i) {
         const CTrafo pose = descend(others, apart[i], 0.5 * pixel, 0.25 * pixel, &CPoseJudge::Count);
         const auto away = holdAmong(others, pose).WeakMotionsAllAround(dAway);
-        settled[i] = {pose, CountAmong(others, pose), bestOf(others, pose, away, &CPoseJudge::Count).counts};
+        settled[i] = {pose, countAmong(others, pose, &CPoseJudge::Count),
+                      bestOf(others, pose, away, &CPoseJudge::Count).counts};
     });
     return settled;
 }

@@ -28,9 +28,6 @@ struct PoseAmong
     PoseCounts beside;
 };
 
-/// Of a pose in the frame of the others.
-[[nodiscard]] ZORVAN_API PoseCounts CountAmong(std::span<const ScanBeside> others, const CTrafo& pose);
-
 /// Moves poses to where hardly anything contradicts them.
 ///
 /// A scan that shows a flat face or two slides over each other scan, and no fit of surfaces ends that. What holds it

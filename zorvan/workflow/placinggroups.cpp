@@ -315,7 +315,7 @@ void CPlacingWeigher::addSettled(const PlacedGroup& group, std::size_t scan, std
     }
 }
 
-bool CPlacingWeigher::HasRival(const PlacedGroup& others, std::size_t scan) const
+std::size_t CPlacingWeigher::CountRivals(const PlacedGroup& others, std::size_t scan) const
 {
     const CTrafo& present = others.PoseOf(scan);
     std::vector<CTrafo> starts = startsOf(others, scan);
@@ -325,27 +325,24 @@ bool CPlacingWeigher::HasRival(const PlacedGroup& others, std::size_t scan) cons
     addSettled(others, scan, starts, all);
     const auto own = std::ranges::find_if(
         all, [&](const Hypothesis& place) { return !m_pairs.AreDistinct(scan, place.pose * present, present); });
-    if (own == all.end()) return false;
-    return std::ranges::any_of(all, [&](const Hypothesis& place) { return &place != &*own && !beats(*own, place); });
+    if (own == all.end()) return 0;
+    const auto isRival = [&](const Hypothesis& place) { return &place != &*own && !beats(*own, place); };
+    return static_cast<std::size_t>(std::ranges::count_if(all, isRival));
 }
 
-JoinDecision CPlacingWeigher::DecideTogether(const PlacedGroup& group, std::size_t scan) const
+CTrafo CPlacingWeigher::FindTogether(const PlacedGroup& group, std::size_t scan) const
 {
     std::vector<Hypothesis> all;
     addSettled(group, scan, startsOf(group, scan), all);
-    JoinDecision decision;
     if (const Hypothesis* const first = winner(all)) {
         std::vector<CTrafo> turned;
         for (const CTrafo& turn : m_pairs.Turns(scan)) turned.push_back(first->pose * group.PoseOf(scan) * turn);
         addSettled(group, scan, turned, all);
     }
-    decision.place = {EPlace::Ambiguous, all.size(), 0};
     const Hypothesis* const best = winner(all);
     if (best == nullptr || !best->isHeld || best->uiSupports < uiMinTogether || best->uiRefutations > 0)
-        return decision;
-    decision.pose = best->pose;
-    decision.dScore = best->counts.Score();
-    return decision;
+        return CTrafo::Invalid();
+    return best->pose * group.PoseOf(scan);
 }
 
 std::vector<PairEvidence> CPlacingWeigher::evidenceIn(const PlacedGroup& group, std::vector<ScanPair>& pairs) const

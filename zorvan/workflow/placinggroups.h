@@ -80,13 +80,13 @@ public:
     [[nodiscard]] JoinDecision Decide(const PlacedGroup& a, const PlacedGroup& b,
                                       const std::optional<CTrafo>& present = {}) const;
     /// The pose of a scan that no pair places by itself: each place is moved to where the scan fits all of the group
-    /// best, all of these together have to hold it there, and it has to beat the others, and itself
-    /// turned.
-    [[nodiscard]] JoinDecision DecideTogether(const PlacedGroup& group, std::size_t scan) const;
-    /// Whether a scan fits others as well in another place, moved there and here to where it fits them best: two places
-    /// that are each a pixel or two off may seem to be told apart.
+    /// best, all of these together have to hold it there, and it has to beat the others, and itself turned.
+    /// @return  in the frame of the group; invalid where there is none
+    [[nodiscard]] CTrafo FindTogether(const PlacedGroup& group, std::size_t scan) const;
+    /// Other places in which a scan fits others as well, moved there and here to where it fits them best: two places
+    /// that are each a pixel or two off may seem to be told apart. None where the scan does not fit where it is.
     /// @param others  its group without it; the present pose of the scan is in their frame
-    [[nodiscard]] bool HasRival(const PlacedGroup& others, std::size_t scan) const;
+    [[nodiscard]] std::size_t CountRivals(const PlacedGroup& others, std::size_t scan) const;
     /// The scans of a group that would go along if one of them went elsewhere: those that refute the others that go,
     /// and find less that contradicts them when they go too. Ascending.
     /// @param stays   a scan that does not go

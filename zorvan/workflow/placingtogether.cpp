@@ -42,10 +42,11 @@ void put(std::size_t scan, const CTrafo& pose, const Members& group, Placing& pl
 }
 
 /// What it alone has held goes out with it.
-void takeOut(std::size_t scan, const Members& others, const CPlacingWeigher& weigher, Placing& placing)
+void takeOut(std::size_t scan, std::size_t uiPlaces, const Members& others, const CPlacingWeigher& weigher,
+             Placing& placing)
 {
     placing.group[scan] = scan;
-    placing.places[scan] = {EPlace::Ambiguous, 2};
+    placing.places[scan] = {EPlace::Ambiguous, uiPlaces};
     for (const Members& part : weigher.SupportedParts({others, &placing.poses})) {
         for (const std::size_t member : part) placing.group[member] = part.front();
         if (part.size() == 1) placing.places[part.front()] = {EPlace::Alone};
@@ -61,7 +62,8 @@ void takeOutRivalled(const CPlacingWeigher& weigher, Placing& placing, const Zor
         Members others = placing.MembersOf(placing.group[scan]);
         std::erase(others, scan);
         if (hooks.IsAborted() || !isAsked(others, placing)) break;
-        if (weigher.HasRival({others, &placing.poses}, scan)) takeOut(scan, others, weigher, placing);
+        const std::size_t rivals = weigher.CountRivals({others, &placing.poses}, scan);
+        if (rivals > 0) takeOut(scan, 1 + rivals, others, weigher, placing);
         hooks.Advance();
     }
     hooks.Finish();
@@ -76,9 +78,9 @@ bool putSome(const CPlacingWeigher& weigher, Placing& placing, const Zorvan::Hoo
     for (const std::size_t scan : loners) {
         const Members group = largestGroup(placing);
         if (hooks.IsAborted() || !isAsked(group, placing)) break;
-        const JoinDecision decision = weigher.DecideTogether({group, &placing.poses}, scan);
-        if (decision) put(scan, decision.pose * placing.poses[scan], group, placing);
-        isMore = isMore || decision;
+        const CTrafo pose = weigher.FindTogether({group, &placing.poses}, scan);
+        if (pose) put(scan, pose, group, placing);
+        isMore = isMore || pose;
         hooks.Advance();
     }
     hooks.Finish();

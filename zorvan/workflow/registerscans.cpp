@@ -59,10 +59,9 @@ public:
         return clustersOf(m_placing);
     }
 
-    /// Puts in what only all of them together hold.
+    /// Asks all scans together about each, see PlaceTogether.
     void ArrangeTogether(CClusterRegistration& registration, const Zorvan::Hooks& hooks)
     {
-        if (m_eEffort != EPairEffort::All) return; // rivals have not been looked for
         take(clustersOf(registration));
         const std::vector<std::size_t> before = m_placing.group;
         m_placing = PlaceTogether(m_pairs, std::move(m_placing), hooks);
@@ -472,7 +471,7 @@ private:
             if (m_hooks.IsAborted() || !registration.Run(m_hooks)) break;
         }
         registration.SetArranger({});
-        if (m_hooks.IsAborted()) return;
+        if (m_hooks.IsAborted() || !m_isWeighed) return; // where pairs had glances only, rivals are not known
         arranger.ArrangeTogether(registration, m_hooks);
         endStage("settling");
     }
