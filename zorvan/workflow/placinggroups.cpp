@@ -67,6 +67,12 @@ bool AreBetter(const PoseCounts& a, const PoseCounts& b)
     return a.Score() > b.Score();
 }
 
+bool AreRuledOut(const PoseCounts& a, const PoseCounts& b, bool isByMatches)
+{
+    if (areFewer(b, a)) return b.Score() >= verdict::dCleanRivalShare * a.Score();
+    return isByMatches && !areFewer(a, b) && a.Score() < verdict::dCleanRivalShare * b.Score();
+}
+
 bool Hypothesis::Stands() const
 {
     // Where no surface is shared, matches are no measure.
@@ -241,10 +247,9 @@ void CPlacingWeigher::addTurned(const PlacedGroup& a, const PlacedGroup& b, std:
     for (const CTrafo& motion : ofSecond) tryPose(best * motion);
 }
 
-JoinDecision CPlacingWeigher::Decide(const PlacedGroup& a, const PlacedGroup& b,
-                                     const std::optional<CTrafo>& present) const
+std::vector<Hypothesis> CPlacingWeigher::places(const PlacedGroup& a, const PlacedGroup& b,
+                                                const std::optional<CTrafo>& present) const
 {
-    JoinDecision decision;
     std::vector<Hypothesis> all = Hypotheses(a, b);
     if (present) {
         Hypothesis hypothesis;
@@ -252,11 +257,27 @@ JoinDecision CPlacingWeigher::Decide(const PlacedGroup& a, const PlacedGroup& b,
         hypothesis.isAligned = hypothesis.isHeld = true;
         if (addDistinct(b, hypothesis, all)) weigh(a, b, all.back());
     }
-    if (all.empty()) return decision;
+    if (all.empty()) return all;
     std::stable_sort(all.begin(), all.end(),
                      [](const Hypothesis& x, const Hypothesis& y) { return x.counts.Score() > y.counts.Score(); });
-    const auto [refuter, refuted] = all.front().worst;
     addTurned(a, b, all);
+    return all;
+}
+
+std::vector<Hypothesis> CPlacingWeigher::StandingPlaces(const PlacedGroup& a, const PlacedGroup& b) const
+{
+    std::vector<Hypothesis> all = places(a, b);
+    std::erase_if(all, [](const Hypothesis& hypothesis) { return !hypothesis.Stands(); });
+    return all;
+}
+
+JoinDecision CPlacingWeigher::Decide(const PlacedGroup& a, const PlacedGroup& b,
+                                     const std::optional<CTrafo>& present) const
+{
+    JoinDecision decision;
+    std::vector<Hypothesis> all = places(a, b, present);
+    if (all.empty()) return decision;
+    const auto [refuter, refuted] = all.front().worst;
     std::erase_if(all, [](const Hypothesis& hypothesis) { return !hypothesis.Stands(); });
     if (all.empty()) {
         decision.place = {EPlace::Contradicted, 0, refuter};
@@ -279,13 +300,8 @@ JoinDecision CPlacingWeigher::Decide(const PlacedGroup& a, const PlacedGroup& b,
 std::vector<CTrafo> CPlacingWeigher::startsOf(const PlacedGroup& group, std::size_t scan) const
 {
     const PlacedGroup one{{scan}, group.poses};
-    std::vector<Hypothesis> listed = Hypotheses(group, one);
-    if (listed.empty()) return {};
-    std::stable_sort(listed.begin(), listed.end(),
-                     [](const Hypothesis& x, const Hypothesis& y) { return x.counts.Score() > y.counts.Score(); });
-    addTurned(group, one, listed);
     std::vector<CTrafo> starts;
-    for (const Hypothesis& place : listed) {
+    for (const Hypothesis& place : places(group, one)) {
         if (place.uiRefutations > place.uiSupports) continue;
         starts.push_back(place.pose * group.PoseOf(scan));
         for (const Hypothesis::Nearby& nearby : place.nearby) starts.push_back(nearby.pose * group.PoseOf(scan));

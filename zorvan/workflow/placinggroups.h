@@ -50,6 +50,11 @@ struct Hypothesis
 /// belong. But scans apart have none, so matches must not be less than half.
 [[nodiscard]] ZORVAN_WORKFLOW_API bool AreBetter(const PoseCounts& a, const PoseCounts& b);
 
+/// Whether poses of scans of which all pairs together say `a` are ruled out beside others of which they say `b`: by a
+/// margin more contradicts them, and they match less than twice as much; or they match less than half as much.
+/// @param isByMatches  false: they need not share surface, so that matches are no measure
+[[nodiscard]] ZORVAN_WORKFLOW_API bool AreRuledOut(const PoseCounts& a, const PoseCounts& b, bool isByMatches = true);
+
 struct JoinDecision
 {
     CTrafo pose = CTrafo::Invalid(); ///< second to first group
@@ -75,6 +80,9 @@ public:
 
     /// Each place that the findings suggest, weighed by all pairs.
     [[nodiscard]] std::vector<Hypothesis> Hypotheses(const PlacedGroup& a, const PlacedGroup& b) const;
+    /// Of these, and of those that near symmetries of the object suggest, the ones that stand. The first are those that
+    /// findings suggest, best first.
+    [[nodiscard]] std::vector<Hypothesis> StandingPlaces(const PlacedGroup& a, const PlacedGroup& b) const;
     /// The pose that beats all others, near symmetries of the object included, or why there is none.
     /// @param present  where the second group is now, which is a hypothesis too
     [[nodiscard]] JoinDecision Decide(const PlacedGroup& a, const PlacedGroup& b,
@@ -105,6 +113,9 @@ public:
     [[nodiscard]] std::vector<std::vector<std::size_t>> SupportedParts(const PlacedGroup& group) const;
 
 private:
+    /// All hypotheses: those that findings suggest, and the present pose, best first, then turned ones.
+    [[nodiscard]] std::vector<Hypothesis> places(const PlacedGroup& a, const PlacedGroup& b,
+                                                 const std::optional<CTrafo>& present = {}) const;
     void addPlaces(const PlacedGroup& a, const PlacedGroup& b, std::vector<Hypothesis>& all) const;
     void addTurned(const PlacedGroup& a, const PlacedGroup& b, std::vector<Hypothesis>& all) const;
     bool addDistinct(const PlacedGroup& b, Hypothesis hypothesis, std::vector<Hypothesis>& all) const;

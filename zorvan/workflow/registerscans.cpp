@@ -15,6 +15,7 @@
 #include "zorvan/workflow/lookatposes.h"
 #include "zorvan/workflow/mergepairs.h"
 #include "zorvan/workflow/placing.h"
+#include "zorvan/workflow/jointstart.h"
 #include "zorvan/workflow/placingtogether.h"
 #include "zorvan/workflow/scancopies.h"
 #include "zorvan/workflow/scanpairs.h"
@@ -56,6 +57,9 @@ public:
         }
         take(current);
         m_placing = PlaceScans(m_pairs, std::move(m_placing), hooks, m_eEffort);
+        const bool isFirst = !std::exchange(m_isArranged, true);
+        if (isFirst && m_eEffort == EPairEffort::All && StartJointly(m_pairs, m_placing, hooks))
+            m_placing = PlaceScans(m_pairs, std::move(m_placing), hooks, m_eEffort);
         return clustersOf(m_placing);
     }
 
@@ -187,6 +191,7 @@ private:
 
     CScanPairs m_pairs;
     EPairEffort m_eEffort;
+    bool m_isArranged = false; ///< once: what pairs have found stays the same
     std::vector<UniversalUniqueID> m_ids;
     Placing m_placing;
 };

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: MIT
+#include "puzzle.h"
+#include "zorvan/workflow/jointstart.h"
+#include "zorvan/workflow/placinggroups.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
+namespace {
+
+using namespace prereg;
+
+/// Views of a box, two sides of which look alike: each pair finds itself here and there, and can tell neither; what is
+/// wrong lies elsewhere for each pair.
+CPuzzle boxOf(std::size_t numScans)
+{
+    std::vector<float> truth;
+    for (std::size_t scan = 0; scan < numScans; ++scan) truth.push_back(static_cast<float>(scan * scan));
+    CPuzzle puzzle(truth);
+    float apart = 50.0F;
+    for (std::size_t b = 1; b < numScans; ++b) {
+        for (std::size_t a = 0; a < b; ++a) {
+            const float wrong = puzzle.Apart({a, b}) + (apart += 7.0F);
+            puzzle.Find(a, b, {wrong, puzzle.Apart({a, b})});
+            puzzle.Confuse(a, b, wrong);
+        }
+    }
+    return puzzle;
+}
+
+Placing placed(CPuzzle& puzzle)
+{
+    return PlaceScans(puzzle, Placing::Apart(puzzle.GetNumScans()), Zorvan::Hooks::None());
+}
+
+/// Members of the group of the first scan that lie where they should beside it.
+std::size_t numRight(const Placing& placing, const CPuzzle& puzzle)
+{
+    const std::vector<std::size_t> members = placing.MembersOf(placing.group[0]);
+    return static_cast<std::size_t>(std::ranges::count_if(members, [&](std::size_t scan) {
+        const float x = placing.poses[scan].GetTranslation().x - placing.poses[0].GetTranslation().x;
+        return std::abs(x - puzzle.Apart({0, scan})) < 0.1F;
+    }));
+}
+
+TEST(StartingJointly, FindsWhatNoPairIsSureOf)
+{
+    CPuzzle puzzle = boxOf(6);
+    Placing placing = placed(puzzle);
+    ASSERT_EQ(placing.MembersOf(placing.group[0]).size(), 1U) << "pairs tell";
+    ASSERT_TRUE(StartJointly(puzzle, placing, Zorvan::Hooks::None()));
+    EXPECT_EQ(numRight(placing, puzzle), 6U);
+
+    const Placing after = PlaceScans(puzzle, placing, Zorvan::Hooks::None());
+    EXPECT_EQ(numRight(after, puzzle), 6U) << "does not hold";
+}
+
+TEST(StartingJointly, LeavesApartWhatLooksAlikeAltogether)
+{
+    // A line of scans and its mirror image: all of them fit both ways.
+    std::vector<float> truth;
+    for (std::size_t scan = 0; scan < 5; ++scan) truth.push_back(static_cast<float>(scan));
+    CPuzzle puzzle(truth);
+    for (std::size_t b = 1; b < truth.size(); ++b) {
+        for (std::size_t a = 0; a < b; ++a) {
+            const float apart = puzzle.Apart({a, b});
+            puzzle.Find(a, b, {apart, -apart});
+            puzzle.Confuse(a, b, -apart);
+        }
+    }
+    Placing placing = placed(puzzle);
+    EXPECT_FALSE(StartJointly(puzzle, placing, Zorvan::Hooks::None()));
+    EXPECT_EQ(placing.MembersOf(placing.group[0]).size(), 1U);
+}
+
+TEST(StartingJointly, TakesFromWhatItPullsApartOnlyWhatIsSure)
+{
+    CPuzzle puzzle = boxOf(6);
+    Placing placing = placed(puzzle);
+    // Two were put together where they do not belong.
+    placing.group[5] = placing.group[4];
+    placing.poses[5] = CPuzzle::At(300.0F);
+    ASSERT_TRUE(StartJointly(puzzle, placing, Zorvan::Hooks::None()));
+    EXPECT_EQ(numRight(placing, puzzle), 6U);
+}
+
+TEST(StartingJointly, IsForAFewScansWithoutAGroup)
+{
+    CPuzzle some = boxOf(6);
+    Placing placing = placed(some);
+    for (std::size_t scan = 0; scan < 4; ++scan) placing.group[scan] = 0;
+    const std::vector<std::size_t> before = placing.group;
+    EXPECT_FALSE(StartJointly(some, placing, Zorvan::Hooks::None())) << "most are in a group";
+    EXPECT_EQ(placing.group, before);
+
+    CPuzzle many = boxOf(33);
+    Placing apart = Placing::Apart(33);
+    EXPECT_FALSE(StartJointly(many, apart, Zorvan::Hooks::None())) << "too many";
+
+    Placing stopped = placed(some);
+    EXPECT_FALSE(StartJointly(some, stopped, Zorvan::Hooks([] { return true; })));
+}
+
+TEST(RuledOut, IsWhatMoreContradictsByAMarginOrHalfAsMuchMatches)
+{
+    const auto counts = [](unsigned matched, unsigned contradictions) {
+        PoseCounts sum;
+        sum.uiMatched = matched;
+        sum.uiInFront = contradictions;
+        return sum;
+    };
+    EXPECT_TRUE(AreRuledOut(counts(3000, 40), counts(2000, 5)));
+    EXPECT_FALSE(AreRuledOut(counts(3000, 30), counts(2000, 5))) << "by chance";
+    EXPECT_FALSE(AreRuledOut(counts(3000, 150), counts(2000, 80))) << "both are doubtful";
+    EXPECT_FALSE(AreRuledOut(counts(3000, 40), counts(1000, 5))) << "scans apart have no contradictions";
+    EXPECT_TRUE(AreRuledOut(counts(900, 0), counts(2000, 5)));
+    EXPECT_FALSE(AreRuledOut(counts(900, 0), counts(2000, 5), false)) << "matches are no measure";
+    EXPECT_FALSE(AreRuledOut(counts(900, 0), counts(2000, 40)));
+}
+
+} // namespace
