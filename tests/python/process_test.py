@@ -135,6 +135,7 @@ class Process(unittest.TestCase):
         asked = []
         stopped = zorvan.register(scans(), weighed=True, stop=lambda: asked.append(None) or True)
         self.assertTrue(stopped.stopped and not stopped)
+        self.assertIn("stopped; so far ", str(stopped))
         self.assertEqual(len(stopped.table), 3)
         signal.signal(signal.SIGINT, signal.default_int_handler)  # a shell's background job ignores it
         interrupt = functools.partial(os.kill, os.getpid(), signal.SIGINT)  # seen by the library, not in the callback

@@ -90,11 +90,11 @@ TEST_F(Hosts, GetTheFilesOfRegister)
 TEST_F(Hosts, StopARegistrationAndGoOnFromThere)
 {
     auto stopped = prereg::RegisterScans(ReadViews(), {.isOptimized = true}, Zorvan::Hooks([] { return true; }));
-    EXPECT_TRUE(stopped.isStopped);
+    EXPECT_TRUE(stopped.isStopped && stopped.table.isStopped);
     EXPECT_TRUE(stopped.isComplete);
     EXPECT_EQ(stopped.session.GetRegistration().GetClusterIDs().size(), 3U);
     const auto done = prereg::RegisterScans(stopped.scheduler, std::move(stopped.session), {}, {.isOptimized = true});
-    EXPECT_FALSE(done.isStopped);
+    EXPECT_FALSE(done.isStopped || done.table.isStopped);
     EXPECT_TRUE(done.IsOneCluster());
 }
 

@@ -8,6 +8,7 @@
 #include "zorvan/scans/posesfile.h"
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/workflow/documentfile.h"
+#include "zorvan/workflow/registerresults.h"
 #include "zorvan/workflow/session.h"
 
 #include <gtest/gtest.h>
@@ -98,7 +99,7 @@ TEST_F(RegisteredPatches, ArePlacedWhereAllPairsAgree)
 {
     const auto outcome = folder->Run("register view0?.ply stranger.ply -o weighed --optimize --weighed");
     EXPECT_EQ(outcome.exitCode, 1) << outcome.out << outcome.err;
-    EXPECT_NE(outcome.out.find("6 of 7 scans registered, in 2 clusters; 1 "), std::string::npos) << outcome.out;
+    EXPECT_NE(outcome.out.find("6 of 7 scans registered, in 1 cluster; 1 "), std::string::npos) << outcome.out;
     EXPECT_NE(outcome.err.find(" of 21 pairs searched"), std::string::npos) << outcome.err;
     ExpectNearTruth("weighed/poses.json");
     ASSERT_EQ(folder->Run("register view0?.ply stranger.ply -o more --optimize --weighed --threads 3 --quiet").err, "");
@@ -192,7 +193,11 @@ TEST_F(RegisteredPatches, LeaveOutWhatDoesNotBelong)
     const auto outcome = folder->Run("register stranger.ply few.xyz view0?.ply -o strangers --optimize --export ply");
     EXPECT_EQ(outcome.exitCode, 1) << outcome.out;
     EXPECT_NE(outcome.err.find("left out: too few points or features: few.xyz"), std::string::npos) << outcome.err;
-    EXPECT_NE(outcome.out.find("6 of 7 scans registered, in 2 clusters"), std::string::npos) << outcome.out;
+    const std::string words = "6 of 7 scans registered, in 1 cluster; 1 alone; others could not be used";
+    EXPECT_TRUE(outcome.out.ends_with(words + "\n")) << outcome.out;
+    for (const char* file : {"strangers/report.html", "strangers/run.json"})
+        for (const std::string& said : {words, std::string("left out: too few points or features: few.xyz")})
+            EXPECT_NE(folder->Read(file).find(said), std::string::npos) << file << ": " << said;
     ExpectNearTruth("strangers/poses.json");
     const Zorvan::PosesFile poses = Zorvan::ReadPoses(*folder / "strangers/poses.json");
     ASSERT_EQ(poses.clusters.size(), 2U);
@@ -260,6 +265,10 @@ TEST_F(RegisteredPatches, KeepWhatWasFoundWhenTheUserInterrupts)
         const auto outcome = running.Ended();
         EXPECT_EQ(outcome.exitCode, 1) << outcome.out << outcome.err;
         EXPECT_NE(outcome.err.find("stopped; this is what was found so far"), std::string::npos) << outcome.err;
+        EXPECT_NE(outcome.out.find("stopped; so far "), std::string::npos) << outcome.out;
+        for (const char* file : {"stopped/report.html", "stopped/run.json"})
+            for (const char* said : {"stopped; so far ", prereg::sStoppedWords})
+                EXPECT_NE(folder->Read(file).find(said), std::string::npos) << file << ": " << said;
         EXPECT_EQ(scansIn("stopped/session.zdoc"), 7U);
         std::filesystem::remove_all(*folder / "stopped");
     }

@@ -185,10 +185,20 @@ def check_table(page, poses):
         pose = [x for line in scan["pose"] or [] for x in line]
         page.expect(len(numbers) == len(pose) and all(abs(float(a) - b) <= 1e-6 * max(1, abs(b)) for a, b in zip(numbers, pose)),
                     f"{scan['file']}: another pose than in the poses file: {numbers}")
-    placed = sum(scan["placed"] for scan in page.scans)
-    headline = page.browser.run('return document.getElementById("headline").textContent')
-    page.expect(str(len(scans)) in headline and (("all registered" in headline) == (placed == len(scans) > 0)),
-                f"headline: {headline}")
+    check_headline(page, [cluster["scans"] for cluster in poses["clusters"]])
+
+
+def check_headline(page, clusters):
+    """How many scans found their places, in how many frames; green only when all lie in one. The runs looked at end by themselves."""
+    is_placed = lambda scan: scan["result"]["kind"] == 0
+    placed = sum(is_placed(scan) for cluster in clusters for scan in cluster)
+    groups = sum(any(map(is_placed, cluster)) for cluster in clusters)
+    headline, title, colour = page.browser.run("""
+        return [document.getElementById("headline").textContent, document.title, document.getElementById("state").className];""")
+    words = f"{placed} of {len(page.scans)} scans registered, in {groups} cluster{'s' * (groups != 1)}"
+    page.expect(headline == title and headline.startswith(words), f"headline: {headline}, title: {title}, not {words}")
+    page.expect(("put apart" in headline) == bool(page.data["disputes"]), f"headline: {headline}")
+    page.expect((colour == "mark placed") == (len(clusters) == 1 and placed == len(page.scans)), f"{headline}: {colour}")
 
 
 def check_view(page):

@@ -3,6 +3,7 @@
 
 #include "zorvan/workflow/cloudlattice.h"
 #include "zorvan/workflow/lookatposes.h"
+#include "zorvan/workflow/registerresults.h"
 #include "zorvan/workflow/report.h"
 #include "zorvan/workflow/runrecord.h"
 #include "zorvan/workflow/scancolours.h"
@@ -17,6 +18,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <random>
 #include <set>
 
@@ -199,6 +201,86 @@ TEST(Report, SaysWhatAPairIsContradictedByAndWhoRefutesIt)
         shown.erase("a");
         shown.erase("b");
         EXPECT_EQ(shown, expected);
+    }
+}
+
+using Rows = std::vector<prereg::ScanRow>;
+
+prereg::ScanRow placedRow(const std::string& cluster)
+{
+    prereg::ScanRow scan = row("p", cluster, {});
+    scan.isPlaced = true;
+    return scan;
+}
+
+prereg::ScanRow unplacedRow(const std::string& cluster, std::optional<prereg::EPlace> place)
+{
+    prereg::ScanRow scan = row("u", cluster, {});
+    scan.ePlace = place;
+    return scan;
+}
+
+prereg::ScanRow copyRow(const std::string& cluster)
+{
+    prereg::ScanRow scan = row("c", cluster, {});
+    scan.copyOf = 0;
+    return scan;
+}
+
+struct OutcomeCase
+{
+    Rows scans;
+    std::size_t disputes = 0;
+    bool isStopped = false;
+    std::vector<std::string> leftOut = {};
+    std::string words;
+    bool isWhole = false;
+};
+
+// Page, record and terminal say the same; only where all scans lie in one cluster does the page show it in green.
+TEST(Report, SaysWhatBecameOfAllAsTheTerminalAndTheRecordDo)
+{
+    using prereg::EPlace;
+    const Rows both{placedRow("m"), placedRow("m")};
+    const Rows twins{placedRow("m"), placedRow("m"), placedRow("n"), placedRow("n")};
+    const Rows apart{unplacedRow("m", EPlace::Ambiguous), unplacedRow("n", EPlace::Contradicted),
+                     unplacedRow("o", EPlace::Alone), unplacedRow("q", EPlace::Ambiguous)};
+    const Rows some{placedRow("m"), placedRow("m"), unplacedRow("n", {})};
+    const std::string two = "2 of 2 scans registered, in 1 cluster";
+    const std::string divided = "4 of 4 scans registered, in 2 clusters";
+    const std::vector<OutcomeCase> cases{
+        {both, 0, false, {}, two, true},
+        {both, 0, false, {"few.xyz\n"}, two + "; others could not be used"},
+        {both, 0, true, {}, "stopped; so far " + two},
+        {twins, 0, false, {}, divided},
+        {twins, 1, false, {}, divided + "; scans of objects that differ in a hole were put apart"},
+        {twins, 2, false, {}, divided + "; scans of objects that differ in holes were put apart"},
+        {apart, 0, false, {}, "0 of 4 scans registered; 2 ambiguous, 1 contradicted, 1 alone"},
+        {some, 0, false, {}, "2 of 3 scans registered, in 1 cluster; 1 found no place"},
+        {{unplacedRow("m", {})}, 0, false, {}, "1 scan, nothing to register it with"},
+        {{unplacedRow("m", {}), copyRow("m")}, 0, false, {}, "2 copies of one scan, nothing to register it with"},
+        {{}, 0, false, {"few.xyz"}, "no scans; others could not be used"}};
+    for (const OutcomeCase& outcome : cases) {
+        SCOPED_TRACE(outcome.words);
+        prereg::RegistrationTable table{1.0, outcome.scans, {}};
+        table.disputes.resize(outcome.disputes, {{0}, {2}, 6.0});
+        table.isStopped = outcome.isStopped;
+        table.leftOut = outcome.leftOut;
+        const TemporaryFolder folder;
+        prereg::WriteReport(folder / "page.html", table, std::vector<prereg::SurfelSpan>(table.scans.size()));
+        const nlohmann::json shown = dataOf(folder.Read("page.html"));
+        const nlohmann::json record = nlohmann::json::parse(prereg::RunRecordText({"register", "1"}, table));
+        nlohmann::json notes = nlohmann::json::array();
+        if (outcome.isStopped) notes.push_back(prereg::sStoppedWords);
+        for (const std::string& why : outcome.leftOut)
+            notes.push_back("left out: few.xyz" + std::string(why.ends_with('\n') ? "\\n" : ""));
+        EXPECT_EQ(shown["outcome"], outcome.words);
+        EXPECT_EQ(shown["notes"], notes);
+        EXPECT_EQ(shown["whole"], outcome.isWhole);
+        EXPECT_EQ(record["outcome"], outcome.words);
+        EXPECT_EQ(record["notes"], notes);
+        const std::string text = prereg::ToText(table);
+        EXPECT_TRUE(text.ends_with("\n" + outcome.words + "\n")) << text;
     }
 }
 

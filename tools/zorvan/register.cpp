@@ -45,7 +45,7 @@ struct RegisterOptions
     bool isWaiting = false;   ///< for the lock of another run
     bool hasScale = false;    ///< given by the user
     bool hasGrid = false;
-    bool isIncomplete = false; ///< a scan could not be read
+    std::vector<std::string> refused; ///< scans that could not be read
     GeneralOptions general;
     ScanFileOptions files;
     SettingsOptions settings;
@@ -124,7 +124,7 @@ std::vector<Zorvan::SurfelScan> readScans(RegisterOptions& options, const Zorvan
         throw Zorvan::CInputError(std::string(error.what()) + ", or leave it out: --keep-going");
     }
     for (const std::string& why : read.refused) leaveOut(why);
-    options.isIncomplete = !read.refused.empty();
+    options.refused = read.refused;
     for (const Zorvan::SurfelScan& scan : read.scans) Tell(scan.Warning(), options.general.isQuiet);
     Tell(Zorvan::ShiftWords(read.shift, options.files.dMmPerUnit), options.general.isQuiet);
     return std::move(read.scans);
@@ -246,7 +246,9 @@ int registerScans(RegisterOptions options)
     const std::vector<prereg::RunInput> inputs = describeInputs(options);
     prereg::CStageTimes times;
     const Zorvan::CInterruption interruption;
-    const prereg::RegisterResult result = run(options, initial, interruption, times);
+    prereg::RegisterResult result = run(options, initial, interruption, times);
+    result.table.leftOut = options.refused;
+    result.table.leftOut.insert(result.table.leftOut.end(), result.leftOut.begin(), result.leftOut.end());
     times.Append(result.times);
     const auto record = [&] {
         times.End("results");
@@ -260,11 +262,10 @@ int registerScans(RegisterOptions options)
     for (const std::string& why : result.leftOut) leaveOut(why);
     Tell(times.Words(), options.general.isQuiet);
     if (result.isStopped)
-        Tell("stopped; this is what was found so far, and --session " + sessionOf(options).string() +
-                 " goes on from there; scans of objects that differ may still lie in one cluster",
+        Tell(std::string(prereg::sStoppedWords) + "; --session " + sessionOf(options).string() + " goes on from there",
              false);
     std::cout << prereg::ToText(result.table);
-    return !options.isIncomplete && result.IsOneCluster() && !result.isStopped ? Done : NotEveryScan;
+    return options.refused.empty() && result.IsOneCluster() && !result.isStopped ? Done : NotEveryScan;
 }
 
 } // namespace

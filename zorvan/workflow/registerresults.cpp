@@ -17,6 +17,8 @@
 #include <cmath>
 #include <iomanip>
 #include <map>
+#include <optional>
+#include <set>
 #include <sstream>
 #include <utility>
 #include <vector>
@@ -91,19 +93,37 @@ std::string lengthText(double mm, double mmPerUnit)
     return std::isfinite(mm) ? Zorvan::ToText(mm / mmPerUnit, 3) : "-";
 }
 
-/// "; 3 ambiguous, 1 alone"
-std::string leftOutWords(const RegistrationTable& table)
+/// Those of scans that found their place, without any that is alone with its copies.
+std::size_t countClusters(const RegistrationTable& table)
 {
+    std::set<std::string> clusters;
+    for (const ScanRow& scan : table.scans)
+        if (scan.isPlaced) clusters.insert(scan.cluster);
+    return clusters.size();
+}
+
+/// "; 3 ambiguous, 1 alone"
+std::string unplacedWords(const RegistrationTable& table)
+{
+    std::map<std::optional<EPlace>, std::size_t> counts;
+    for (const ScanRow& scan : table.scans)
+        if (!scan.isPlaced) ++counts[scan.ePlace];
     std::string words;
-    for (const auto& [place, name] : {std::pair{EPlace::Ambiguous, "ambiguous"},
-                                      {EPlace::Contradicted, "contradicted"},
-                                      {EPlace::Alone, "alone"}}) {
-        const auto count =
-            std::count_if(table.scans.begin(), table.scans.end(),
-                          [&, kind = place](const ScanRow& scan) { return !scan.isPlaced && scan.ePlace == kind; });
+    for (const auto& [place, name] : {std::pair{std::optional(EPlace::Ambiguous), "ambiguous"},
+                                      {std::optional(EPlace::Contradicted), "contradicted"},
+                                      {std::optional(EPlace::Alone), "alone"},
+                                      {std::optional<EPlace>(), "found no place"}}) {
+        const std::size_t count = counts[place];
         if (count > 0) words += (words.empty() ? "; " : ", ") + std::to_string(count) + " " + name;
     }
     return words;
+}
+
+std::string divisionWords(const RegistrationTable& table)
+{
+    if (table.disputes.empty()) return {};
+    return std::string("; scans of objects that differ in ") + (table.disputes.size() == 1 ? "a hole" : "holes") +
+           " were put apart";
 }
 
 } // namespace
@@ -170,6 +190,37 @@ ExportOutcome WriteRegistration(const std::filesystem::path& folder, const CSess
     return outcome;
 }
 
+bool IsWhole(const RegistrationTable& table)
+{
+    const auto isPlaced = [](const ScanRow& scan) { return scan.isPlaced; };
+    return std::ranges::all_of(table.scans, isPlaced) && countClusters(table) == 1 && table.leftOut.empty() &&
+           !table.isStopped;
+}
+
+std::string OutcomeWords(const RegistrationTable& table)
+{
+    const std::string rest = table.leftOut.empty() ? "" : "; others could not be used";
+    const std::string all = std::to_string(table.scans.size());
+    const auto copies = std::ranges::count_if(table.scans, [](const ScanRow& scan) { return scan.copyOf.has_value(); });
+    if (table.scans.empty()) return "no scans" + rest;
+    if (table.scans.size() == 1) return "1 scan, nothing to register it with" + rest;
+    if (static_cast<std::size_t>(copies) + 1 == table.scans.size())
+        return all + " copies of one scan, nothing to register it with" + rest;
+    const auto placed = std::ranges::count_if(table.scans, [](const ScanRow& scan) { return scan.isPlaced; });
+    const std::size_t clusters = countClusters(table);
+    return (table.isStopped ? "stopped; so far " : "") + std::to_string(placed) + " of " + all + " scans registered" +
+           (clusters == 0 ? "" : ", in " + std::to_string(clusters) + (clusters == 1 ? " cluster" : " clusters")) +
+           unplacedWords(table) + divisionWords(table) + rest;
+}
+
+std::vector<std::string> OutcomeNotes(const RegistrationTable& table)
+{
+    std::vector<std::string> notes;
+    if (table.isStopped) notes.emplace_back(sStoppedWords);
+    for (const std::string& why : table.leftOut) notes.push_back("left out: " + Zorvan::ToShown(why));
+    return notes;
+}
+
 std::string ToText(const RegistrationTable& table)
 {
     const std::string unit = Zorvan::UnitName(table.dMmPerUnit);
@@ -194,10 +245,7 @@ std::string ToText(const RegistrationTable& table)
         }
     }
     for (const DisputeRow& dispute : table.disputes) out << ToText(dispute, table) << '\n';
-    const auto placed =
-        std::count_if(table.scans.begin(), table.scans.end(), [](const ScanRow& scan) { return scan.isPlaced; });
-    out << placed << " of " << table.scans.size() << " scans registered, in " << number
-        << (number == 1 ? " cluster" : " clusters") << leftOutWords(table) << '\n';
+    out << OutcomeWords(table) << '\n';
     return out.str();
 }
 

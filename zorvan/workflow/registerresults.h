@@ -48,14 +48,30 @@ ZORVAN_WORKFLOW_API ExportOutcome WriteRegistration(const std::filesystem::path&
 /// What poses.json holds: all clusters, the main one first, poses between the coordinates of the files.
 [[nodiscard]] ZORVAN_WORKFLOW_API Zorvan::PosesFile ToPoses(const RegistrationTable& table);
 
-/// A line a scan, by cluster, and one below in words; lengths in the unit of the files.
+/// What became of all: "6 of 8 scans registered, in 2 clusters; 2 ambiguous; scans of objects that differ in a hole
+/// were put apart". Clusters of one scan, or of one and its copies, do not count.
+[[nodiscard]] ZORVAN_WORKFLOW_API std::string OutcomeWords(const RegistrationTable& table);
+
+/// Whether all scans came in and lie in one cluster, after a run that was not stopped.
+[[nodiscard]] ZORVAN_WORKFLOW_API bool IsWhole(const RegistrationTable& table);
+
+/// What a run that was stopped means for its result.
+inline constexpr const char* sStoppedWords =
+    "stopped; this is what was found so far: checks at the end may not have been made, so scans may still lie apart, "
+    "or in a wrong place, and scans of objects that differ may still lie in one cluster";
+
+/// What else there is to know of the whole: that it was stopped, and what was left out. A sentence each.
+[[nodiscard]] ZORVAN_WORKFLOW_API std::vector<std::string> OutcomeNotes(const RegistrationTable& table);
+
+/// A line a scan, by cluster, and OutcomeWords below; lengths in the unit of the files.
 [[nodiscard]] ZORVAN_WORKFLOW_API std::string ToText(const RegistrationTable& table);
 
 /// "b1.ply, b2.ply show a hole about 6 mm wide where a1.ply, a2.ply show surface: they are of objects that differ, and
 /// were put apart", where that is, and of how many samples each side says so.
 [[nodiscard]] ZORVAN_WORKFLOW_API std::string ToText(const DisputeRow& dispute, const RegistrationTable& table);
 
-/// The one that merged.ply holds: the largest cluster, the primary one of several. Empty without scans.
+/// The one that merged.ply holds: the largest cluster, the primary one of several. Empty
+/// without scans.
 [[nodiscard]] ZORVAN_WORKFLOW_API std::string MainCluster(const RegistrationTable& table);
 
 } // namespace prereg

@@ -257,11 +257,13 @@ public:
             times = m_times.Words();
         }
         AddPairs(pairs, table);
+        const bool isStopped = m_hooks.IsAborted();
+        table.isStopped = isStopped;
         const SessionJournal journal = JournalOfRun(clustersBefore, table, m_isOptimized, m_options.stamp);
         for (const JournalEntry& entry : journal) session.Note(entry);
         if (!journal.empty() && !before.files.empty()) session.AddStep(before);
-        return {std::move(scheduler), std::move(session), std::move(table),   m_settingsWords, m_leftOut,
-                std::move(times),     isComplete,         m_hooks.IsAborted()};
+        return {std::move(scheduler), std::move(session), std::move(table), m_settingsWords, m_leftOut,
+                std::move(times),     isComplete,         isStopped};
     }
 
 private:

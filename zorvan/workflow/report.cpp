@@ -245,7 +245,10 @@ Json reportJson(const RegistrationTable& table, std::span<const SurfelSpan> surf
             {"pairs", pairsJson(table.pairs, table.dMmPerUnit)},
             {"weighed", weighedJson(table.weighed)},
             {"loops", table.uiLoops},
-            {"disputes", disputesJson(table, frames)}};
+            {"disputes", disputesJson(table, frames)},
+            {"outcome", OutcomeWords(table)},
+            {"notes", OutcomeNotes(table)},
+            {"whole", IsWhole(table)}};
 }
 
 // The data stands in a script element, which ends at the first "</script" and nowhere else: "<" must not appear, and

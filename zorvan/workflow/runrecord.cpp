@@ -7,6 +7,7 @@
 #include "zorvan/scans/movestream.h"
 #include "zorvan/util/csha1.h"
 #include "zorvan/workflow/disputerow.h"
+#include "zorvan/workflow/registerresults.h"
 
 #include <nlohmann/json.hpp>
 
@@ -107,6 +108,8 @@ std::string RunRecordText(const RunRecord& record, const RegistrationTable& tabl
     for (const RunInput& input : record.inputs)
         json["inputs"].push_back({{"file", input.file}, {"bytes", input.uiBytes}, {"sha1", input.sha1}});
     json["settings"] = settingsJson(record.config);
+    json["outcome"] = OutcomeWords(table);
+    json["notes"] = OutcomeNotes(table);
     json["scans"] = Json::array();
     for (const ScanRow& scan : table.scans) json["scans"].push_back(scanJson(scan, table.dMmPerUnit));
     json["covariances"] = Json::array();
