@@ -6,6 +6,7 @@
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/util/version.h"
 #include "zorvan/workflow/align.h"
+#include "zorvan/workflow/lookatposes.h"
 #include "zorvan/workflow/registerresults.h"
 #include "zorvan/workflow/registerscans.h"
 
@@ -68,6 +69,24 @@ TEST_F(Hosts, GetThePosesOfAlign)
     EXPECT_EQ(folder->Read("library.json"), folder->Read("program.json"));
     EXPECT_EQ(listener.Stages(), std::vector<std::string>{"searching"});
     EXPECT_TRUE(listener.IsDone());
+}
+
+TEST_F(Hosts, HearOfACopyWhatIsSaidOfItsOriginal)
+{
+    auto scans = ReadViews();
+    scans = {scans[0], scans[0]};
+    scans[1].file = "copy.ply";
+    const auto result = prereg::RegisterScans(scans);
+    prereg::Placing placing = prereg::Placing::Apart(2);
+    placing.places[0] = {prereg::EPlace::Ambiguous, 2};
+    placing.places[1] = {prereg::EPlace::Placed};
+    const auto table = prereg::LookAtPoses(result.session, &placing, result.scheduler->CreateJobGroup({}, {}));
+    for (const prereg::ScanRow& scan : table.scans) {
+        EXPECT_FALSE(scan.isPlaced);
+        EXPECT_EQ(scan.ePlace, prereg::EPlace::Ambiguous);
+        EXPECT_EQ(scan.verdict, "ambiguous: fits equally well in two places");
+    }
+    EXPECT_TRUE(prereg::ToText(table).ends_with("\n2 copies of one scan, nothing to register it with\n"));
 }
 
 TEST_F(Hosts, GetTheFilesOfRegister)

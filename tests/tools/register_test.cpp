@@ -225,6 +225,23 @@ TEST_F(RegisteredPatches, FindTheirPlaceAmongCopies)
     ExpectNearTruth("copies/poses.json");
 }
 
+// It lies together with them, but with nothing else.
+TEST_F(RegisteredPatches, LeaveOutAStrangerWithItsCopies)
+{
+    for (const char* copy : {"twice.ply", "thrice.ply"}) folder->Write(copy, folder->Read("stranger.ply"));
+    for (const auto& [how, why] : {std::pair{"", "; 3 alone\n"}, {" --first-fit", "; 3 found no place\n"}}) {
+        const auto outcome = folder->Run("register stranger.ply twice.ply thrice.ply view00.ply view01.ply -o strange" +
+                                         std::string(how));
+        EXPECT_EQ(outcome.exitCode, 1);
+        EXPECT_NE(outcome.out.find(std::string("2 of 5 scans registered, in 1 cluster") + why), std::string::npos)
+            << outcome.out;
+        const Zorvan::PosesFile poses = Zorvan::ReadPoses(*folder / "strange/poses.json");
+        ASSERT_EQ(poses.clusters.size(), 2U);
+        EXPECT_EQ(poses.clusters[0].scans.size(), 2U) << "what all results show";
+        EXPECT_TRUE(poses.clusters[0].isPrimary);
+    }
+}
+
 TEST_F(RegisteredPatches, TryTheRoughPosesThatTheyAreGiven)
 {
     folder->Write("nosearch.txt", "{'uiNumPolygons' : 0}");

@@ -122,11 +122,25 @@ void markCopies(const std::vector<Placed>& placed, RegistrationTable& table)
     }
 }
 
+/// A scan that has none but its copies beside it has found no place.
+void sayWhoIsPlaced(RegistrationTable& table)
+{
+    std::map<std::string, std::size_t> views;
+    for (const ScanRow& scan : table.scans)
+        if (!scan.copyOf) ++views[scan.cluster];
+    for (ScanRow& scan : table.scans) {
+        scan.isPlaced = views[scan.cluster] > 1;
+        scan.verdict = scan.isPlaced ? "registered" : "found no place";
+    }
+}
+
 void fillInCopies(RegistrationTable& table)
 {
     for (ScanRow& row : table.scans) {
         if (!row.copyOf) continue;
         const ScanRow& original = table.scans[*row.copyOf];
+        row.ePlace = original.ePlace;
+        row.verdict = original.verdict;
         row.dOverlap = original.dOverlap;
         row.dRmse = original.dRmse;
         row.dSlip = original.dSlip;
@@ -167,8 +181,6 @@ ScanRow describe(const CSession::ScanFile& file, const CClusterRegistration& reg
     row.shift = file.shift;
     row.uiPoints = placed.set->Size();
     row.dOverlap = row.dRmse = row.dSlip = nan;
-    row.isPlaced = registration.Size(cluster) > 1;
-    row.verdict = row.isPlaced ? "registered" : "found no place";
     return row;
 }
 
@@ -256,10 +268,11 @@ RegistrationTable LookAtPoses(const CSession& session, const Placing* placing, c
         const bool isFirst = registration.GetClusterPrimaryID(registration.GetClusterID(file.id)) == file.id;
         members.insert(isFirst ? members.begin() : members.end(), placed.size() - 1);
     }
+    markCopies(placed, table);
     markPrimary(table);
+    sayWhoIsPlaced(table);
     if (placing) sayWhy(*placing, table);
     const ConfigurationICP config = registration.GetRegistrationConfig().icpConfig;
-    markCopies(placed, table);
     lookAtPairs(config, placed, group, table);
     summarizePairs(table);
     for (auto& [id, members] : clusters) {

@@ -38,8 +38,11 @@ std::vector<std::vector<std::size_t>> membersByCluster(const RegistrationTable& 
     std::vector<std::vector<std::size_t>> sorted;
     sorted.reserve(clusters.size());
     for (auto& [id, members] : clusters) sorted.push_back(std::move(members));
+    const auto views = [&](const auto& members) {
+        return std::ranges::count_if(members, [&](std::size_t i) { return !table.scans[i].copyOf; });
+    };
     std::stable_sort(sorted.begin(), sorted.end(), [&](const auto& a, const auto& b) {
-        if (a.size() != b.size()) return a.size() > b.size();
+        if (views(a) != views(b)) return views(a) > views(b);
         if (table.scans[a.front()].isPrimary != table.scans[b.front()].isPrimary)
             return table.scans[a.front()].isPrimary;
         return a.front() < b.front();

@@ -70,7 +70,7 @@ inline constexpr const char* sStoppedWords =
 /// were put apart", where that is, and of how many samples each side says so.
 [[nodiscard]] ZORVAN_WORKFLOW_API std::string ToText(const DisputeRow& dispute, const RegistrationTable& table);
 
-/// The one that merged.ply holds: the largest cluster, the primary one of several. Empty
+/// The one that merged.ply holds: the largest cluster, exact copies not counted, the primary one of several. Empty
 /// without scans.
 [[nodiscard]] ZORVAN_WORKFLOW_API std::string MainCluster(const RegistrationTable& table);
 
