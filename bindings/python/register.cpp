@@ -148,12 +148,10 @@ std::shared_ptr<Registration> registerScans(const std::vector<ScanPtr>& scans, c
     for (const ScanPtr& scan : AboutOneShift(scans, known)) surfels.push_back(scan->surfels);
     setStarts(options, surfels, startsOf(how["start"], surfels, mmPerUnit), session);
     CLongCall call(progress, stop);
-    prereg::RegisterResult result = call.Run([&](const Zorvan::Hooks& hooks) {
+    return OfThisProcess(Registration{call.Run([&](const Zorvan::Hooks& hooks) {
         if (session == nullptr) return prereg::RegisterScans(surfels, options, hooks);
         return prereg::RegisterScans(session->scheduler, session->session, surfels, options, hooks);
-    });
-    result.table.leftOut = result.leftOut;
-    return OfThisProcess(Registration{std::move(result)});
+    })});
 }
 
 /// Between the coordinates of the scan and of its cluster as the caller has them.

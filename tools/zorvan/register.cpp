@@ -247,8 +247,8 @@ int registerScans(RegisterOptions options)
     prereg::CStageTimes times;
     const Zorvan::CInterruption interruption;
     prereg::RegisterResult result = run(options, initial, interruption, times);
-    result.table.leftOut = options.refused;
-    result.table.leftOut.insert(result.table.leftOut.end(), result.leftOut.begin(), result.leftOut.end());
+    std::vector<std::string>& leftOut = result.table.leftOut;
+    leftOut.insert(leftOut.begin(), options.refused.begin(), options.refused.end());
     times.Append(result.times);
     const auto record = [&] {
         times.End("results");

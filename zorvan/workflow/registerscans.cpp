@@ -12,10 +12,10 @@
 #include "zorvan/verdict/verdictlimits.h"
 #include "zorvan/workflow/autosettings.h"
 #include "zorvan/workflow/disputerow.h"
+#include "zorvan/workflow/jointstart.h"
 #include "zorvan/workflow/lookatposes.h"
 #include "zorvan/workflow/mergepairs.h"
 #include "zorvan/workflow/placing.h"
-#include "zorvan/workflow/jointstart.h"
 #include "zorvan/workflow/placingtogether.h"
 #include "zorvan/workflow/scancopies.h"
 #include "zorvan/workflow/scanpairs.h"
@@ -259,6 +259,7 @@ public:
         AddPairs(pairs, table);
         const bool isStopped = m_hooks.IsAborted();
         table.isStopped = isStopped;
+        table.leftOut = m_leftOut;
         const SessionJournal journal = JournalOfRun(clustersBefore, table, m_isOptimized, m_options.stamp);
         for (const JournalEntry& entry : journal) session.Note(entry);
         if (!journal.empty() && !before.files.empty()) session.AddStep(before);
