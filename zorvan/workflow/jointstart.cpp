@@ -116,9 +116,8 @@ private:
             if (scan != pair.first && scan != pair.second) left.push_back(scan);
         while (!arrangements.empty() && !m_hooks.IsAborted() && addOne(arrangements, left)) {
             if (pool.empty()) continue;
-            std::erase_if(arrangements, [&](const Arrangement& arrangement) {
-                return isRuledOut(arrangement, pool.front(), false);
-            });
+            std::erase_if(arrangements,
+                          [&](const Arrangement& arrangement) { return isRuledOut(arrangement, pool.front(), false); });
         }
         return arrangements;
     }
@@ -174,8 +173,8 @@ private:
             const auto rulesOut = [&](const Arrangement& other) { return isRuledOut(arrangement, other, isByMatches); };
             if (std::ranges::none_of(all, rulesOut)) left.push_back(arrangement);
         }
-        std::ranges::stable_sort(
-            left, {}, [](const Arrangement& arrangement) { return arrangement.counts.Contradictions(); });
+        std::ranges::stable_sort(left, {},
+                                 [](const Arrangement& arrangement) { return arrangement.counts.Contradictions(); });
         return left;
     }
 

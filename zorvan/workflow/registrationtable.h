@@ -95,8 +95,8 @@ struct RegistrationTable
     std::size_t uiLoops = 0;               ///< of pairs that support the poses, see CountLoops
     std::vector<DisputeRow> disputes = {}; ///< what scans that seemed to lie together were divided by
     bool isStopped = false;                ///< by the hooks; this is what was found until then
-    std::vector<std::string> leftOut = {}; ///< for people: what did not come in, and why; a caller may add what could not
-                                           ///< be read
+    std::vector<std::string> leftOut = {}; ///< for people: what did not come in, and why; a caller may add what could
+                                           ///< not be read
 };
 
 } // namespace prereg
