@@ -82,6 +82,11 @@ bool Hypothesis::Stands() const
     return uiSupports > 0 && uiRefutations * uiSupportsPerRefutation <= uiSupports && counts.Contradiction() <= limit;
 }
 
+CPlacingWeigher::CPlacingWeigher(IScanPairs& pairs, const Placing& placing) : m_pairs(pairs)
+{
+    for (std::size_t i = 0; i < placing.searched.size(); ++i) AddFinding(placing.searched[i], placing.findings[i]);
+}
+
 void CPlacingWeigher::AddFinding(ScanPair pair, PairFinding finding)
 {
     m_findings.insert_or_assign(pair, std::move(finding));

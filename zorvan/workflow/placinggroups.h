@@ -70,6 +70,8 @@ class CPlacingWeigher
 {
 public:
     explicit CPlacingWeigher(IScanPairs& pairs) : m_pairs(pairs) {}
+    /// With all that has been found.
+    CPlacingWeigher(IScanPairs& pairs, const Placing& placing);
 
     /// The last one for a pair counts.
     void AddFinding(ScanPair pair, PairFinding finding);

@@ -91,9 +91,7 @@ bool putSome(const CPlacingWeigher& weigher, Placing& placing, const Zorvan::Hoo
 
 Placing PlaceTogether(IScanPairs& pairs, Placing placing, const Zorvan::Hooks& hooks)
 {
-    CPlacingWeigher weigher(pairs);
-    for (std::size_t i = 0; i < placing.searched.size(); ++i)
-        weigher.AddFinding(placing.searched[i], placing.findings[i]);
+    const CPlacingWeigher weigher(pairs, placing);
     takeOutRivalled(weigher, placing, hooks);
     while (!hooks.IsAborted() && putSome(weigher, placing, hooks)) {
     }

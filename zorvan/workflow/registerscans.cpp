@@ -12,7 +12,7 @@
 #include "zorvan/verdict/verdictlimits.h"
 #include "zorvan/workflow/autosettings.h"
 #include "zorvan/workflow/disputerow.h"
-#include "zorvan/workflow/jointstart.h"
+#include "zorvan/workflow/jointarrangement.h"
 #include "zorvan/workflow/lookatposes.h"
 #include "zorvan/workflow/mergepairs.h"
 #include "zorvan/workflow/placing.h"
@@ -57,19 +57,26 @@ public:
         }
         take(current);
         m_placing = PlaceScans(m_pairs, std::move(m_placing), hooks, m_eEffort);
-        const bool isFirst = !std::exchange(m_isArranged, true);
-        if (isFirst && m_eEffort == EPairEffort::All && StartJointly(m_pairs, m_placing, hooks))
-            m_placing = PlaceScans(m_pairs, std::move(m_placing), hooks, m_eEffort);
         return clustersOf(m_placing);
     }
 
-    /// Asks all scans together about each, see PlaceTogether.
+    /// Where no group has come about, see StartJointly. @return whether there is one now
+    bool ArrangeAnew(CClusterRegistration& registration, const Zorvan::Hooks& hooks)
+    {
+        take(clustersOf(registration));
+        if (!StartJointly(m_pairs, m_placing, hooks)) return false;
+        apply(registration);
+        return true;
+    }
+
+    /// Asks all scans together about each, see PlaceTogether and TakeOutUnsure.
     void ArrangeTogether(CClusterRegistration& registration, const Zorvan::Hooks& hooks)
     {
         take(clustersOf(registration));
         const std::vector<std::size_t> before = m_placing.group;
         m_placing = PlaceTogether(m_pairs, std::move(m_placing), hooks);
-        if (m_placing.group != before) apply(registration);
+        const bool isUnsure = !hooks.IsAborted() && TakeOutUnsure(m_pairs, m_placing, hooks);
+        if (isUnsure || m_placing.group != before) apply(registration);
     }
 
     /// Whether clusters lie apart, or pairs are at odds about the poses within one. Where none supports them, what is
@@ -191,7 +198,6 @@ private:
 
     CScanPairs m_pairs;
     EPairEffort m_eEffort;
-    bool m_isArranged = false; ///< once: what pairs have found stays the same
     std::vector<UniversalUniqueID> m_ids;
     Placing m_placing;
 };
@@ -462,6 +468,19 @@ private:
 
     void placeAndOptimize(CClusterRegistration& registration, CArranger& arranger)
     {
+        placeInRounds(registration, arranger);
+        if (m_hooks.IsAborted() || !m_isWeighed) return; // where pairs had glances only, rivals are not known
+        if (arranger.ArrangeAnew(registration, m_hooks)) {
+            m_isOptimized = false;
+            placeInRounds(registration, arranger);
+        }
+        if (m_hooks.IsAborted()) return;
+        arranger.ArrangeTogether(registration, m_hooks);
+        endStage("settling");
+    }
+
+    void placeInRounds(CClusterRegistration& registration, CArranger& arranger)
+    {
         registration.SetArranger(
             [&](const auto& clusters, const Zorvan::Hooks& hooks) { return arranger.Arrange(clusters, hooks); });
         registration.SetFitToPrimary(true);
@@ -479,9 +498,6 @@ private:
             if (m_hooks.IsAborted() || !registration.Run(m_hooks)) break;
         }
         registration.SetArranger({});
-        if (m_hooks.IsAborted() || !m_isWeighed) return; // where pairs had glances only, rivals are not known
-        arranger.ArrangeTogether(registration, m_hooks);
-        endStage("settling");
     }
 
     /// What scans of an object and of one that differs in a hole have been placed together, comes apart again at the

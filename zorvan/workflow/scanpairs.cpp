@@ -225,8 +225,7 @@ PairEvidence CScanPairs::weighAnew(ScanPair pair, const CPoseJudge& judge, const
     PoseCounts counts = judge.Count(pose);
     EFinding eFinding = judge.Weigh(counts);
     const unsigned touching = counts.uiMatched + counts.uiTail + counts.uiShallow;
-    const bool isHopeless = counts.Contradiction() > verdict::dMaxRoughContradiction;
-    if (eFinding == EFinding::Consistent || touching < verdict::uiMinMatched || isHopeless)
+    if (eFinding == EFinding::Consistent || touching < verdict::uiMinMatched)
         return {evidenceOf(eFinding, counts), counts, CTrafo::Invalid()};
     CTrafo met = CTrafo::Invalid();
     // What a chain of poses has added up to is no contradiction.

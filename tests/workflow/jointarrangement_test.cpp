@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "puzzle.h"
-#include "zorvan/workflow/jointstart.h"
+#include "zorvan/workflow/jointarrangement.h"
 #include "zorvan/workflow/placinggroups.h"
 
 #include <gtest/gtest.h>
@@ -74,6 +74,34 @@ TEST(StartingJointly, LeavesApartWhatLooksAlikeAltogether)
     Placing placing = placed(puzzle);
     EXPECT_FALSE(StartJointly(puzzle, placing, Zorvan::Hooks::None()));
     EXPECT_EQ(placing.MembersOf(placing.group[0]).size(), 1U);
+}
+
+TEST(TakingOutUnsure, TakesWhatLiesElsewhereInAnArrangementAsGood)
+{
+    CPuzzle puzzle = boxOf(6);
+    Placing placing = placed(puzzle);
+    ASSERT_TRUE(StartJointly(puzzle, placing, Zorvan::Hooks::None()));
+    EXPECT_FALSE(TakeOutUnsure(puzzle, placing, Zorvan::Hooks::None())) << "nothing is as good";
+
+    // The last one fits elsewhere as well, as all pairs with it say, though none found that by itself but one.
+    CPuzzle twofold = boxOf(6);
+    const float elsewhere = 400.0F;
+    for (std::size_t scan = 0; scan < 5; ++scan) twofold.Confuse(scan, 5, elsewhere + twofold.Apart({scan, 0}));
+    twofold.Find(0, 5, {elsewhere});
+    Placing all = Placing::Apart(6);
+    all.findings = placing.findings;
+    all.searched = placing.searched;
+    for (std::size_t i = 0; i < all.searched.size(); ++i)
+        if (all.searched[i] == ScanPair{0, 5}) all.findings[i] = twofold.GetFindings().at({0, 5});
+    for (std::size_t scan = 0; scan < 6; ++scan) {
+        all.group[scan] = 0;
+        all.poses[scan] = CPuzzle::At(twofold.Apart({0, scan}));
+        all.places[scan] = {EPlace::Placed};
+    }
+    ASSERT_TRUE(TakeOutUnsure(twofold, all, Zorvan::Hooks::None()));
+    EXPECT_EQ(all.MembersOf(0).size(), 5U);
+    EXPECT_EQ(all.places[5].ePlace, EPlace::Ambiguous);
+    EXPECT_EQ(all.places[4].ePlace, EPlace::Placed);
 }
 
 TEST(StartingJointly, TakesFromWhatItPullsApartOnlyWhatIsSure)

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "zorvan/workflow/jointstart.h"
+#include "zorvan/workflow/jointarrangement.h"
 
 #include "zorvan/workflow/placinggroups.h"
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <set>
 #include <utility>
 #include <vector>
@@ -57,35 +58,49 @@ enum class EStage
     Final
 };
 
-/// One call of StartJointly.
-class CJointStart
+/// Looks for arrangements that explain all scans.
+class CJointSearch
 {
 public:
-    CJointStart(const IScanPairs& pairs, const CPlacingWeigher& weigher, std::size_t numScans,
-                const Zorvan::Hooks& hooks)
-        : m_pairs(pairs), m_weigher(weigher), m_numScans(numScans), m_hooks(hooks)
+    CJointSearch(IScanPairs& pairs, const Placing& placing, const Zorvan::Hooks& hooks)
+        : m_pairs(pairs), m_hooks(hooks), m_numScans(placing.group.size()), m_weigher(pairs, placing)
     {
     }
 
-    /// @return what is sure; without members where nothing is
-    [[nodiscard]] Arrangement Find() const
+    [[nodiscard]] const CPlacingWeigher& GetWeigher() const { return m_weigher; }
+
+    /// What is left of known arrangements and of those that starts from some pairs bring about. None after a stop.
+    /// @param uiLeast  scans that an arrangement has to place: one that finds no place for many explains little
+    [[nodiscard]] Arrangements Find(Arrangements pool, std::size_t uiLeast) const
     {
-        Arrangements pool;
         const std::vector<ScanPair> starts = startPairs();
-        std::size_t numComplete = 0;
-        m_hooks.Start("starting", starts.size());
+        std::size_t numDone = 0;
+        m_hooks.Start("arranging", starts.size());
         for (const ScanPair& pair : starts) {
-            if (numComplete == uiEnoughStarts || m_hooks.IsAborted()) break;
-            const Arrangements grown = growFrom(pair, pool);
+            if (numDone == uiEnoughStarts || m_hooks.IsAborted()) break;
+            Arrangements grown = growFrom(pair, pool, uiLeast);
             m_hooks.Advance();
-            if (grown.empty() || 2 * grown.front().members.size() <= m_numScans) continue;
-            ++numComplete;
+            std::erase_if(grown, [&](const Arrangement& one) { return one.members.size() < uiLeast; });
+            if (grown.empty()) continue;
+            ++numDone;
             pool.insert(pool.end(), grown.begin(), grown.end());
             pool = withoutRuledOut(pool, EStage::Final);
         }
         m_hooks.Finish();
-        if (m_hooks.IsAborted() || pool.empty()) return {};
-        return agreed(pool);
+        return m_hooks.IsAborted() ? Arrangements() : pool;
+    }
+
+    /// The largest part of the first one that lies the same way in all of them.
+    [[nodiscard]] Arrangement Agreed(const Arrangements& arrangements) const
+    {
+        if (arrangements.empty()) return {};
+        Arrangement largest = arrangements.front();
+        largest.members.clear();
+        for (const std::size_t scan : arrangements.front().members) {
+            Members members = agreedWith(scan, arrangements);
+            if (members.size() > largest.members.size()) largest.members = std::move(members);
+        }
+        return largest;
     }
 
 private:
@@ -106,19 +121,20 @@ private:
         return starts;
     }
 
-    /// @param pool  of earlier starts: what they rule out is followed no further
-    [[nodiscard]] Arrangements growFrom(ScanPair pair, const Arrangements& pool) const
+    /// @param pool  what is known already: what its best one rules out is followed no further
+    [[nodiscard]] Arrangements growFrom(ScanPair pair, const Arrangements& pool, std::size_t uiLeast) const
     {
         const Arrangement first{{pair.first}, std::vector<CTrafo>(m_numScans), {}, false};
         Arrangements arrangements = withScan({first}, pair.second);
         Members left;
         for (std::size_t scan = 0; scan < m_numScans; ++scan)
             if (scan != pair.first && scan != pair.second) left.push_back(scan);
-        while (!arrangements.empty() && !m_hooks.IsAborted() && addOne(arrangements, left)) {
-            if (pool.empty()) continue;
-            std::erase_if(arrangements,
-                          [&](const Arrangement& arrangement) { return isRuledOut(arrangement, pool.front(), false); });
-        }
+        const auto isOfNoUse = [&](const Arrangement& arrangement) {
+            return arrangement.members.size() + left.size() < uiLeast ||
+                   (!pool.empty() && isRuledOut(arrangement, pool.front(), false));
+        };
+        while (!arrangements.empty() && !m_hooks.IsAborted() && addOne(arrangements, left))
+            std::erase_if(arrangements, isOfNoUse);
         return arrangements;
     }
 
@@ -189,18 +205,6 @@ private:
                            isByMatches);
     }
 
-    /// The largest part of the best one that lies the same way in all of them.
-    [[nodiscard]] Arrangement agreed(const Arrangements& arrangements) const
-    {
-        Arrangement largest = arrangements.front();
-        largest.members.clear();
-        for (const std::size_t scan : arrangements.front().members) {
-            Members members = agreedWith(scan, arrangements);
-            if (members.size() > largest.members.size()) largest.members = std::move(members);
-        }
-        return largest;
-    }
-
     /// Scans that lie the same way beside one in all of them.
     [[nodiscard]] Members agreedWith(std::size_t scan, const Arrangements& arrangements) const
     {
@@ -217,26 +221,38 @@ private:
         return members;
     }
 
-    const IScanPairs& m_pairs;
-    const CPlacingWeigher& m_weigher;
-    std::size_t m_numScans;
+    IScanPairs& m_pairs;
     const Zorvan::Hooks& m_hooks;
+    std::size_t m_numScans;
+    CPlacingWeigher m_weigher;
 };
 
-/// Whether scans are more than half of all.
-bool areMost(const Members& members, const Placing& placing) { return 2 * members.size() > placing.group.size(); }
+std::size_t moreThanHalf(const Placing& placing) { return placing.group.size() / 2 + 1; }
 
-/// What was in a group with these scans falls apart: they may have held it elsewhere.
-void put(const Arrangement& found, const CPlacingWeigher& weigher, Placing& placing)
+/// The first of the largest groups.
+Members largestGroup(const Placing& placing)
 {
-    std::set<std::size_t> changed;
-    for (const std::size_t scan : found.members) changed.insert(placing.group[scan]);
-    for (std::size_t scan = 0; scan < placing.group.size(); ++scan)
-        if (changed.contains(placing.group[scan])) placing.group[scan] = scan;
-    for (const Members& part : weigher.SupportedParts(found.Group())) {
+    Members largest;
+    for (const std::size_t name : std::set<std::size_t>(placing.group.begin(), placing.group.end()))
+        if (Members members = placing.MembersOf(name); members.size() > largest.size()) largest = std::move(members);
+    return largest;
+}
+
+/// Puts all scans of the groups that some scans are in apart, but these, as far as pairs hold them together.
+void keepOnly(const Arrangement& sure, const CPlacingWeigher& weigher, Placing& placing)
+{
+    std::set<std::size_t> names;
+    for (const std::size_t scan : sure.members) names.insert(placing.group[scan]);
+    for (std::size_t scan = 0; scan < placing.group.size(); ++scan) {
+        if (!names.contains(placing.group[scan])) continue;
+        placing.group[scan] = scan;
+        placing.places[scan] = {EPlace::Ambiguous, 2};
+    }
+    for (const Members& part : weigher.SupportedParts(sure.Group())) {
         for (const std::size_t scan : part) {
             placing.group[scan] = part.front();
-            placing.poses[scan] = found.poses[scan];
+            placing.poses[scan] = sure.poses[scan];
+            placing.places[scan] = {part.size() > 1 ? EPlace::Placed : EPlace::Alone};
         }
     }
 }
@@ -245,15 +261,28 @@ void put(const Arrangement& found, const CPlacingWeigher& weigher, Placing& plac
 
 bool StartJointly(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks)
 {
-    const std::set<std::size_t> names(placing.group.begin(), placing.group.end());
-    const auto isOfMost = [&](std::size_t name) { return areMost(placing.MembersOf(name), placing); };
-    if (placing.group.size() > uiMaxScans || std::ranges::any_of(names, isOfMost)) return false;
-    CPlacingWeigher weigher(pairs);
-    for (std::size_t i = 0; i < placing.searched.size(); ++i)
-        weigher.AddFinding(placing.searched[i], placing.findings[i]);
-    const Arrangement found = CJointStart(pairs, weigher, placing.group.size(), hooks).Find();
-    if (!areMost(found.members, placing)) return false;
-    put(found, weigher, placing);
+    const std::size_t least = moreThanHalf(placing);
+    if (placing.group.size() > uiMaxScans || largestGroup(placing).size() >= least) return false;
+    const CJointSearch search(pairs, placing, hooks);
+    const Arrangement sure = search.Agreed(search.Find({}, least));
+    if (sure.members.size() < least) return false;
+    keepOnly(sure, search.GetWeigher(), placing);
+    return true;
+}
+
+bool TakeOutUnsure(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks)
+{
+    const Members members = largestGroup(placing);
+    if (placing.group.size() > uiMaxScans || members.size() < moreThanHalf(placing)) return false;
+    const CJointSearch search(pairs, placing, hooks);
+    Arrangement present{members, placing.poses, {}, false};
+    present.counts = search.GetWeigher().Counts(present.Group());
+    Arrangements all = search.Find({present}, members.size());
+    if (all.empty()) return false;
+    all.insert(all.begin(), present); // what is better may have ruled it out
+    const Arrangement sure = search.Agreed(all);
+    if (sure.members == members) return false;
+    keepOnly(sure, search.GetWeigher(), placing);
     return true;
 }
 
