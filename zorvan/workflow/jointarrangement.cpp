@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/jointarrangement.h"
 
+#include "zorvan/verdict/verdictlimits.h"
 #include "zorvan/workflow/placinggroups.h"
 
 #include <algorithm>
@@ -277,6 +278,8 @@ bool TakeOutUnsure(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hoo
     const CJointSearch search(pairs, placing, hooks);
     Arrangement present{members, placing.poses, {}, false};
     present.counts = search.GetWeigher().Counts(present.Group());
+    // Scans that still slide contradict each other by so much that others slid elsewhere seem as good.
+    if (present.counts.Contradiction() > verdict::dTwinContradiction) return false;
     Arrangements all = search.Find({present}, members.size());
     if (all.empty()) return false;
     all.insert(all.begin(), present); // what is better may have ruled it out

@@ -22,7 +22,8 @@ namespace prereg {
 [[nodiscard]] ZORVAN_WORKFLOW_API bool StartJointly(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks);
 
 /// Takes those scans out of a group of more than half of all that lie elsewhere in an arrangement of as many scans
-/// which the group does not rule out. To be called when the poses are as good as they get.
+/// which the group does not rule out. To be called when the poses are as good as they get; does nothing where more
+/// contradicts them than scans ever do where they belong.
 /// @return whether any went
 [[nodiscard]] ZORVAN_WORKFLOW_API bool TakeOutUnsure(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks);
 
