@@ -230,15 +230,6 @@ private:
 
 std::size_t moreThanHalf(const Placing& placing) { return placing.group.size() / 2 + 1; }
 
-/// The first of the largest groups.
-Members largestGroup(const Placing& placing)
-{
-    Members largest;
-    for (const std::size_t name : std::set<std::size_t>(placing.group.begin(), placing.group.end()))
-        if (Members members = placing.MembersOf(name); members.size() > largest.size()) largest = std::move(members);
-    return largest;
-}
-
 /// Puts all scans of the groups that some scans are in apart, but these, as far as pairs hold them together.
 void keepOnly(const Arrangement& sure, const CPlacingWeigher& weigher, Placing& placing)
 {
@@ -263,7 +254,7 @@ void keepOnly(const Arrangement& sure, const CPlacingWeigher& weigher, Placing& 
 bool StartJointly(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks)
 {
     const std::size_t least = moreThanHalf(placing);
-    if (placing.group.size() > uiMaxScans || largestGroup(placing).size() >= least) return false;
+    if (placing.group.size() > uiMaxScans || placing.LargestGroup().size() >= least) return false;
     const CJointSearch search(pairs, placing, hooks);
     const Arrangement sure = search.Agreed(search.Find({}, least));
     if (sure.members.size() < least) return false;
@@ -273,7 +264,7 @@ bool StartJointly(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hook
 
 bool TakeOutUnsure(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks)
 {
-    const Members members = largestGroup(placing);
+    const Members members = placing.LargestGroup();
     if (placing.group.size() > uiMaxScans || members.size() < moreThanHalf(placing)) return false;
     const CJointSearch search(pairs, placing, hooks);
     Arrangement present{members, placing.poses, {}, false};

@@ -519,6 +519,14 @@ std::vector<std::size_t> Placing::MembersOf(std::size_t name) const
     return members;
 }
 
+std::vector<std::size_t> Placing::LargestGroup() const
+{
+    Members largest;
+    for (const std::size_t name : std::set<std::size_t>(group.begin(), group.end()))
+        if (Members members = MembersOf(name); members.size() > largest.size()) largest = std::move(members);
+    return largest;
+}
+
 Placing PlaceScans(IScanPairs& pairs, Placing start, const Zorvan::Hooks& hooks, EPairEffort eEffort)
 {
     return CPlacer(pairs, std::move(start), hooks, eEffort).Run();

@@ -122,6 +122,8 @@ struct Placing
     /// Every scan for itself.
     [[nodiscard]] ZORVAN_WORKFLOW_API static Placing Apart(std::size_t numScans);
     [[nodiscard]] ZORVAN_WORKFLOW_API std::vector<std::size_t> MembersOf(std::size_t name) const;
+    /// Members of the first of several.
+    [[nodiscard]] ZORVAN_WORKFLOW_API std::vector<std::size_t> LargestGroup() const;
 };
 
 /// What pairs between groups may cost.

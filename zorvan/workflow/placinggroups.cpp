@@ -23,12 +23,6 @@ constexpr std::size_t uiMaxSymmetries = 24;
 /// Pairs that support a place which none of them knows by itself.
 constexpr std::size_t uiMinTogether = 3;
 
-/// Whether there are fewer contradictions, by a margin.
-bool areFewer(const PoseCounts& a, const PoseCounts& b)
-{
-    return b.Contradictions() >= a.Contradictions() + std::max(uiMinMargin, a.Contradictions());
-}
-
 ScanPair ordered(std::size_t a, std::size_t b) { return {std::min(a, b), std::max(a, b)}; }
 
 /// The pose of the second scan of the ordered pair in the frame of the first one.
@@ -38,7 +32,7 @@ CTrafo relative(const CTrafo& poseA, const CTrafo& poseB) { return poseA.GetInve
 /// unless `b` need not share any surface.
 bool beats(const Hypothesis& a, const Hypothesis& b)
 {
-    if (areFewer(a.counts, b.counts)) return true;
+    if (AreFewer(a.counts, b.counts)) return true;
     if (b.isOpen) return false;
     const bool isDoubtful = b.counts.Contradiction() > verdict::dMaxContradiction;
     const double share = isDoubtful ? verdict::dRivalShare : verdict::dCleanRivalShare;
@@ -60,17 +54,22 @@ const Hypothesis* winner(const std::vector<Hypothesis>& standing)
 
 } // namespace
 
+bool AreFewer(const PoseCounts& a, const PoseCounts& b)
+{
+    return b.Contradictions() >= a.Contradictions() + std::max(uiMinMargin, a.Contradictions());
+}
+
 bool AreBetter(const PoseCounts& a, const PoseCounts& b)
 {
-    if (areFewer(a, b)) return a.Score() >= verdict::dCleanRivalShare * b.Score();
-    if (areFewer(b, a)) return b.Score() < verdict::dCleanRivalShare * a.Score();
+    if (AreFewer(a, b)) return a.Score() >= verdict::dCleanRivalShare * b.Score();
+    if (AreFewer(b, a)) return b.Score() < verdict::dCleanRivalShare * a.Score();
     return a.Score() > b.Score();
 }
 
 bool AreRuledOut(const PoseCounts& a, const PoseCounts& b, bool isByMatches)
 {
-    if (areFewer(b, a)) return b.Score() >= verdict::dCleanRivalShare * a.Score();
-    return isByMatches && !areFewer(a, b) && a.Score() < verdict::dCleanRivalShare * b.Score();
+    if (AreFewer(b, a)) return b.Score() >= verdict::dCleanRivalShare * a.Score();
+    return isByMatches && !AreFewer(a, b) && a.Score() < verdict::dCleanRivalShare * b.Score();
 }
 
 bool Hypothesis::Stands() const
@@ -323,7 +322,7 @@ void CPlacingWeigher::addSettled(const PlacedGroup& group, std::size_t scan, std
     for (const PoseAmong& place : m_pairs.Settle(scan, starts, others)) {
         Hypothesis settled;
         settled.pose = place.pose * group.PoseOf(scan).GetInverse(true);
-        settled.isHeld = areFewer(place.counts, place.beside);
+        settled.isHeld = AreFewer(place.counts, place.beside);
         weighAt(group, {{scan}, group.poses}, settled);
         if (!settled.Stands()) continue;
         const auto same = std::ranges::find_if(all, [&](const Hypothesis& other) {

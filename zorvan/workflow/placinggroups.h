@@ -45,6 +45,9 @@ struct Hypothesis
     [[nodiscard]] bool Stands() const;
 };
 
+/// Whether all pairs together contradict poses by a margin less than others: by 30 samples, and half as much at most.
+[[nodiscard]] ZORVAN_WORKFLOW_API bool AreFewer(const PoseCounts& a, const PoseCounts& b);
+
 /// Whether poses of which all pairs together say `a` are better than others of the same scans. Fewer contradictions
 /// count for more than matches: sides that look alike, folded onto each other, match more than they do where they
 /// belong. But scans apart have none, so matches must not be less than half.

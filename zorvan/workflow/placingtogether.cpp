@@ -13,15 +13,6 @@ namespace {
 
 using Members = std::vector<std::size_t>;
 
-/// The first of several.
-Members largestGroup(const Placing& placing)
-{
-    Members largest;
-    for (const std::size_t name : std::set<std::size_t>(placing.group.begin(), placing.group.end()))
-        if (Members members = placing.MembersOf(name); members.size() > largest.size()) largest = std::move(members);
-    return largest;
-}
-
 /// In a smaller group few have met a scan, and a wrong one among them weighs much.
 bool isAsked(const Members& group, const Placing& placing) { return 2 * group.size() > placing.group.size(); }
 
@@ -56,7 +47,7 @@ void takeOut(std::size_t scan, std::size_t uiPlaces, const Members& others, cons
 /// Takes out scans that all others together would have in another place as well.
 void takeOutRivalled(const CPlacingWeigher& weigher, Placing& placing, const Zorvan::Hooks& hooks)
 {
-    const Members members = largestGroup(placing);
+    const Members members = placing.LargestGroup();
     hooks.Start("checking", members.size());
     for (const std::size_t scan : members) {
         Members others = placing.MembersOf(placing.group[scan]);
@@ -76,7 +67,7 @@ bool putSome(const CPlacingWeigher& weigher, Placing& placing, const Zorvan::Hoo
     bool isMore = false;
     hooks.Start("settling", loners.size());
     for (const std::size_t scan : loners) {
-        const Members group = largestGroup(placing);
+        const Members group = placing.LargestGroup();
         if (hooks.IsAborted() || !isAsked(group, placing)) break;
         const CTrafo pose = weigher.FindTogether({group, &placing.poses}, scan);
         if (pose) put(scan, pose, group, placing);

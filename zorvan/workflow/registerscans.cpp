@@ -13,6 +13,7 @@
 #include "zorvan/workflow/autosettings.h"
 #include "zorvan/workflow/disputerow.h"
 #include "zorvan/workflow/jointarrangement.h"
+#include "zorvan/workflow/layinganew.h"
 #include "zorvan/workflow/lookatposes.h"
 #include "zorvan/workflow/mergepairs.h"
 #include "zorvan/workflow/placing.h"
@@ -69,14 +70,15 @@ public:
         return true;
     }
 
-    /// Asks all scans together about each, see PlaceTogether and TakeOutUnsure.
+    /// Asks all scans together about each, see LayAnew, PlaceTogether and TakeOutUnsure.
     void ArrangeTogether(CClusterRegistration& registration, const Zorvan::Hooks& hooks)
     {
         take(clustersOf(registration));
         const std::vector<std::size_t> before = m_placing.group;
+        const bool isLaid = LayAnew(m_pairs, m_placing, hooks);
         m_placing = PlaceTogether(m_pairs, std::move(m_placing), hooks);
         const bool isUnsure = !hooks.IsAborted() && TakeOutUnsure(m_pairs, m_placing, hooks);
-        if (isUnsure || m_placing.group != before) apply(registration);
+        if (isLaid || isUnsure || m_placing.group != before) apply(registration);
     }
 
     /// Whether clusters lie apart, or pairs are at odds about the poses within one. Where none supports them, what is

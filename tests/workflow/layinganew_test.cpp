@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+#include "puzzle.h"
+#include "zorvan/workflow/layinganew.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <vector>
+
+namespace {
+
+using namespace prereg;
+
+Placing inOneGroup(const std::vector<float>& at)
+{
+    Placing placing = Placing::Apart(at.size());
+    for (std::size_t scan = 0; scan < at.size(); ++scan) {
+        placing.group[scan] = 0;
+        placing.poses[scan] = CPuzzle::At(at[scan]);
+        placing.places[scan] = {EPlace::Placed};
+    }
+    return placing;
+}
+
+float between(const Placing& placing, std::size_t a, std::size_t b)
+{
+    return placing.poses[b].GetTranslation().x - placing.poses[a].GetTranslation().x;
+}
+
+TEST(LayingAnew, BringsBackWhatSlidesBesideTheOthers)
+{
+    CPuzzle puzzle({0.0F, 3.0F, 5.0F, 9.0F});
+    Placing placing = inOneGroup({0.0F, 3.3F, 4.8F, 9.2F});
+    ASSERT_TRUE(LayAnew(puzzle, placing, Zorvan::Hooks::None()));
+    for (std::size_t scan = 1; scan < 4; ++scan) EXPECT_EQ(between(placing, 0, scan), puzzle.Apart({0, scan}));
+}
+
+TEST(LayingAnew, LeavesWhatItWouldNotMakeBetter)
+{
+    CPuzzle puzzle({0.0F, 3.0F, 5.0F, 9.0F});
+    Placing right = inOneGroup({0.0F, 3.04F, 5.02F, 8.98F});
+    EXPECT_FALSE(LayAnew(puzzle, right, Zorvan::Hooks::None())) << "nothing contradicts it";
+    EXPECT_EQ(between(right, 0, 1), 3.04F);
+
+    CPuzzle between5And6({0.0F, 3.0F, 5.5F, 9.0F}); // scans settle on whole numbers
+    Placing worse = inOneGroup({0.0F, 3.0F, 5.5F, 9.3F});
+    EXPECT_FALSE(LayAnew(between5And6, worse, Zorvan::Hooks::None())) << "more contradicts where they settle";
+    EXPECT_EQ(between(worse, 0, 3), 9.3F);
+
+    Placing few = inOneGroup({0.0F, 3.3F, 4.8F, 9.2F});
+    few.group = {0, 0, 2, 3};
+    EXPECT_FALSE(LayAnew(puzzle, few, Zorvan::Hooks::None())) << "no more than half are in a group";
+
+    Placing stopped = inOneGroup({0.0F, 3.3F, 4.8F, 9.2F});
+    EXPECT_FALSE(LayAnew(puzzle, stopped, Zorvan::Hooks([] { return true; })));
+    EXPECT_EQ(between(stopped, 0, 1), 3.3F);
+}
+
+} // namespace

@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: MIT
+#include "zorvan/workflow/layinganew.h"
+
+#include "zorvan/workflow/placinggroups.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+#include <vector>
+
+namespace prereg {
+
+namespace {
+
+using Members = std::vector<std::size_t>;
+
+/// Neighbours that say where a scan may lie: those that match it most.
+constexpr std::size_t uiMaxStarts = 5;
+
+/// One call of LayAnew.
+class CLayer
+{
+public:
+    CLayer(const IScanPairs& pairs, const CPlacingWeigher& weigher, const PlacedGroup& present)
+        : m_pairs(pairs), m_weigher(weigher), m_present(present), m_poses(*present.poses)
+    {
+        countMatches();
+    }
+
+    /// @return poses of all scans; after a stop they are of no use
+    [[nodiscard]] std::vector<CTrafo> Run(const Zorvan::Hooks& hooks)
+    {
+        hooks.Start("laying anew", 2 * m_present.members.size());
+        Members left = m_present.members;
+        Members laid{firstScan()};
+        std::erase(left, laid.front());
+        while (!left.empty() && !hooks.IsAborted()) {
+            const std::size_t scan = nextScan(left, laid);
+            lay(scan, laid);
+            laid.push_back(scan);
+            std::erase(left, scan);
+            hooks.Advance();
+        }
+        for (const std::size_t scan : m_present.members) {
+            if (hooks.IsAborted()) break;
+            improve(scan);
+            hooks.Advance();
+        }
+        hooks.Finish();
+        return m_poses;
+    }
+
+private:
+    /// Of the pairs as they lie now.
+    void countMatches()
+    {
+        std::vector<std::pair<ScanPair, CTrafo>> poses;
+        for (const std::size_t a : m_present.members)
+            for (const std::size_t b : m_present.members)
+                if (a < b && m_pairs.MayMeet({a, b}, between(a, b))) poses.emplace_back(ScanPair{a, b}, between(a, b));
+        const std::vector<PairEvidence> said = m_pairs.Weigh(poses);
+        for (std::size_t i = 0; i < said.size(); ++i) m_matches[poses[i].first] = said[i].counts.uiMatched;
+    }
+
+    /// The present pose of the second scan in the frame of the first one.
+    [[nodiscard]] CTrafo between(std::size_t a, std::size_t b) const
+    {
+        return m_present.PoseOf(a).GetInverse(true) * m_present.PoseOf(b);
+    }
+
+    [[nodiscard]] unsigned matches(std::size_t a, std::size_t b) const
+    {
+        const auto found = m_matches.find({std::min(a, b), std::max(a, b)});
+        return found == m_matches.end() ? 0U : found->second;
+    }
+
+    /// Of the pair that matches most.
+    [[nodiscard]] std::size_t firstScan() const
+    {
+        const auto most = std::ranges::max_element(m_matches, {}, [](const auto& pair) { return pair.second; });
+        return most == m_matches.end() ? m_present.members.front() : most->first.first;
+    }
+
+    [[nodiscard]] std::size_t nextScan(const Members& left, const Members& laid) const
+    {
+        return *std::ranges::max_element(left, {}, [&](std::size_t scan) {
+            unsigned sum = 0;
+            for (const std::size_t other : laid) sum += matches(scan, other);
+            return sum;
+        });
+    }
+
+    void lay(std::size_t scan, const Members& laid)
+    {
+        Members near = laid;
+        std::ranges::stable_sort(near,
+                                 [&](std::size_t a, std::size_t b) { return matches(scan, a) > matches(scan, b); });
+        near.resize(std::min(near.size(), uiMaxStarts));
+        std::vector<CTrafo> starts;
+        for (const std::size_t other : near) starts.push_back(m_poses[other] * between(other, scan));
+        m_poses[scan] = settle(scan, starts, laid);
+    }
+
+    /// Where it explains the scans best; the first start where none is any good.
+    [[nodiscard]] CTrafo settle(std::size_t scan, const std::vector<CTrafo>& starts, const Members& others) const
+    {
+        std::vector<std::pair<std::size_t, CTrafo>> placed;
+        for (const std::size_t other : others)
+            if (other != scan) placed.emplace_back(other, m_poses[other]);
+        const std::vector<PoseAmong> settled = m_pairs.Settle(scan, starts, placed);
+        const auto best = std::ranges::max_element(settled, {}, [](const PoseAmong& at) { return at.counts.Score(); });
+        return best == settled.end() || !best->pose ? starts.front() : best->pose;
+    }
+
+    void improve(std::size_t scan)
+    {
+        const PlacedGroup group{m_present.members, &m_poses};
+        const double before = m_weigher.Score(group, scan);
+        const CTrafo settled = settle(scan, {m_poses[scan]}, m_present.members);
+        const CTrafo old = std::exchange(m_poses[scan], settled);
+        if (m_weigher.Score(group, scan) <= before) m_poses[scan] = old;
+    }
+
+    const IScanPairs& m_pairs;
+    const CPlacingWeigher& m_weigher;
+    PlacedGroup m_present;
+    std::vector<CTrafo> m_poses;
+    std::map<ScanPair, unsigned> m_matches;
+};
+
+} // namespace
+
+bool LayAnew(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks)
+{
+    const PlacedGroup present{placing.LargestGroup(), &placing.poses};
+    if (2 * present.members.size() <= placing.group.size()) return false;
+    const CPlacingWeigher weigher(pairs, placing);
+    const PoseCounts counts = weigher.Counts(present);
+    if (!AreFewer({}, counts)) return false;
+    std::vector<CTrafo> poses = CLayer(pairs, weigher, present).Run(hooks);
+    if (hooks.IsAborted()) return false;
+    const PoseCounts laid = weigher.Counts({present.members, &poses});
+    if (!AreFewer(laid, counts) || laid.Score() < counts.Score()) return false;
+    for (const std::size_t scan : present.members) placing.poses[scan] = poses[scan];
+    return true;
+}
+
+} // namespace prereg
