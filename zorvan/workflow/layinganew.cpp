@@ -32,14 +32,15 @@ public:
     {
         hooks.Start("laying anew", 2 * m_present.members.size());
         Members left = m_present.members;
-        Members laid{firstScan()};
-        std::erase(left, laid.front());
-        while (!left.empty() && !hooks.IsAborted()) {
-            const std::size_t scan = nextScan(left, laid);
-            lay(scan, laid);
+        Members laid;
+        std::map<std::size_t, unsigned> sums; // matches with those that have been laid
+        for (std::size_t scan = firstScan(); !hooks.IsAborted(); scan = nextOf(left, sums)) {
+            if (!laid.empty()) lay(scan, laid);
             laid.push_back(scan);
             std::erase(left, scan);
             hooks.Advance();
+            if (left.empty()) break;
+            for (const std::size_t other : left) sums[other] += matches(scan, other);
         }
         for (const std::size_t scan : m_present.members) {
             if (hooks.IsAborted()) break;
@@ -81,13 +82,9 @@ private:
         return most == m_matches.end() ? m_present.members.front() : most->first.first;
     }
 
-    [[nodiscard]] std::size_t nextScan(const Members& left, const Members& laid) const
+    [[nodiscard]] static std::size_t nextOf(const Members& left, std::map<std::size_t, unsigned>& sums)
     {
-        return *std::ranges::max_element(left, {}, [&](std::size_t scan) {
-            unsigned sum = 0;
-            for (const std::size_t other : laid) sum += matches(scan, other);
-            return sum;
-        });
+        return *std::ranges::max_element(left, {}, [&](std::size_t scan) { return sums[scan]; });
     }
 
     void lay(std::size_t scan, const Members& laid)
