@@ -21,7 +21,7 @@ constexpr std::size_t uiMaxScans = 32;
 /// A scan that leaves more of them waits until others are in.
 constexpr std::size_t uiMaxArrangements = 32;
 /// Of scans that wait: the first few match most and tell most.
-constexpr std::size_t uiMaxTries = 3;
+constexpr std::size_t uiMostWaiting = 3;
 /// Starts that bring more than half of the scans together.
 constexpr std::size_t uiEnoughStarts = 3;
 
@@ -162,7 +162,7 @@ private:
             }
         }
         std::ranges::sort(order);
-        order.resize(std::min(order.size(), uiMaxTries));
+        order.resize(std::min(order.size(), uiMostWaiting));
         Members next;
         for (const auto& [score, scan] : order) next.push_back(scan);
         return next;
