@@ -49,7 +49,7 @@ TEST(LayingAnew, LeavesWhatItWouldNotMakeBetter)
 
     Placing few = inOneGroup({0.0F, 3.3F, 4.8F, 9.2F});
     few.group = {0, 0, 2, 3};
-    EXPECT_FALSE(LayAnew(puzzle, few, Zorvan::Hooks::None())) << "no more than half are in a group";
+    EXPECT_FALSE(LayAnew(puzzle, few, Zorvan::Hooks::None())) << "two scans have been judged by themselves";
 
     Placing stopped = inOneGroup({0.0F, 3.3F, 4.8F, 9.2F});
     EXPECT_FALSE(LayAnew(puzzle, stopped, Zorvan::Hooks([] { return true; })));

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -17,7 +18,7 @@ using Members = std::vector<std::size_t>;
 /// Neighbours that say where a scan may lie: those that match it most.
 constexpr std::size_t uiMaxStarts = 5;
 
-/// One call of LayAnew.
+/// For one group.
 class CLayer
 {
 public:
@@ -125,21 +126,33 @@ private:
     std::map<ScanPair, unsigned> m_matches;
 };
 
-} // namespace
-
-bool LayAnew(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks)
+bool layGroup(const IScanPairs& pairs, const CPlacingWeigher& weigher, const Members& members, Placing& placing,
+              const Zorvan::Hooks& hooks)
 {
-    const PlacedGroup present{placing.LargestGroup(), &placing.poses};
-    if (2 * present.members.size() <= placing.group.size()) return false;
-    const CPlacingWeigher weigher(pairs, placing);
+    const PlacedGroup present{members, &placing.poses};
     const PoseCounts counts = weigher.Counts(present);
     if (!AreFewer({}, counts)) return false;
     std::vector<CTrafo> poses = CLayer(pairs, weigher, present).Run(hooks);
     if (hooks.IsAborted()) return false;
-    const PoseCounts laid = weigher.Counts({present.members, &poses});
+    const PoseCounts laid = weigher.Counts({members, &poses});
     if (!AreFewer(laid, counts) || laid.Score() < counts.Score()) return false;
-    for (const std::size_t scan : present.members) placing.poses[scan] = poses[scan];
+    for (const std::size_t scan : members) placing.poses[scan] = poses[scan];
     return true;
+}
+
+} // namespace
+
+bool LayAnew(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks)
+{
+    constexpr std::size_t uiLeast = 3; // two have been judged by themselves
+    const CPlacingWeigher weigher(pairs, placing);
+    bool isAny = false;
+    for (const std::size_t name : std::set<std::size_t>(placing.group.begin(), placing.group.end())) {
+        const Members members = placing.MembersOf(name);
+        if (hooks.IsAborted() || members.size() < uiLeast) continue;
+        isAny = layGroup(pairs, weigher, members, placing, hooks) || isAny;
+    }
+    return isAny;
 }
 
 } // namespace prereg

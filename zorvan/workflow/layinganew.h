@@ -6,7 +6,7 @@
 
 namespace prereg {
 
-/// Lays the scans of a group of more than half of all anew where they slide.
+/// Lays the scans of each group of three and more anew where they slide.
 ///
 /// A fit of surfaces leaves plane faces wherever they have come to lie in their planes, a millimetre off and each
 /// beside the others, and no scan by itself finds back, as all others hold it where it is. So one scan after another is
@@ -15,7 +15,7 @@ namespace prereg {
 /// margin: a scan that its surfaces hold lies better than counts can say.
 /// @param placing  after an optimisation, which would let the scans slide again
 /// @return         whether poses have changed
-/// Same pairs, same placing. A stop leaves all as it is.
+/// Same pairs, same placing. A stop leaves the group it comes in as it is.
 [[nodiscard]] ZORVAN_WORKFLOW_API bool LayAnew(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks);
 
 } // namespace prereg
