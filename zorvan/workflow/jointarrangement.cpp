@@ -40,8 +40,7 @@ struct Arrangement
     {
         Arrangement more = *this;
         more.members.insert(std::ranges::lower_bound(more.members, scan), scan);
-        const CTrafo pose = place.pose * poses[scan];
-        more.poses[scan] = CTrafo(pose.GetQuaternion(), pose.GetTranslation()); // a product of many is no rotation
+        more.poses[scan] = Rigid(place.pose * poses[scan]);
         more.counts += place.counts;
         more.isOpen = isOpen || (place.isOpen && place.uiSupports == 0);
         return more;
@@ -239,13 +238,8 @@ void keepOnly(const Arrangement& sure, const CPlacingWeigher& weigher, Placing& 
         placing.group[scan] = scan;
         placing.places[scan] = {EPlace::Ambiguous, 2};
     }
-    for (const Members& part : weigher.SupportedParts(sure.Group())) {
-        for (const std::size_t scan : part) {
-            placing.group[scan] = part.front();
-            placing.poses[scan] = sure.poses[scan];
-            placing.places[scan] = {part.size() > 1 ? EPlace::Placed : EPlace::Alone};
-        }
-    }
+    for (const std::size_t scan : sure.members) placing.poses[scan] = sure.poses[scan];
+    weigher.PutInParts(sure.Group(), placing);
 }
 
 } // namespace

@@ -23,10 +23,6 @@ using Members = std::vector<std::size_t>;
 /// thousand takes minutes, and for all of them days.
 constexpr std::size_t uiMaxSearches = 31;
 
-/// A pose of poses of poses is no rotation any more: each product through an inverse that is a transpose doubles what
-/// it is off. After 99 joins it was 0.002.
-CTrafo rigid(const CTrafo& pose) { return {pose.GetQuaternion(), pose.GetTranslation()}; }
-
 /// One call of PlaceScans.
 class CPlacer
 {
@@ -104,7 +100,7 @@ private:
     void join(std::size_t a, std::size_t b, const CTrafo& pose)
     {
         for (const std::size_t scan : m_state.MembersOf(b)) {
-            m_state.poses[scan] = rigid(pose * m_state.poses[scan]);
+            m_state.poses[scan] = Rigid(pose * m_state.poses[scan]);
             m_state.group[scan] = a;
         }
     }
@@ -388,7 +384,7 @@ private:
         regroup(part);
         regroup(rest);
         if (!decision || eRemedy == ERemedy::TakeOut) return true;
-        for (const std::size_t moved : part) m_state.poses[moved] = rigid(decision.pose * m_state.poses[moved]);
+        for (const std::size_t moved : part) m_state.poses[moved] = Rigid(decision.pose * m_state.poses[moved]);
         regroup(members);
         return true;
     }

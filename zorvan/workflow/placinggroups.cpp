@@ -455,4 +455,14 @@ std::vector<std::vector<std::size_t>> CPlacingWeigher::SupportedParts(const Plac
     return answer;
 }
 
+void CPlacingWeigher::PutInParts(const PlacedGroup& group, Placing& placing) const
+{
+    for (const std::vector<std::size_t>& part : SupportedParts(group)) {
+        for (const std::size_t scan : part) {
+            placing.group[scan] = part.front();
+            placing.places[scan] = {part.size() > 1 ? EPlace::Placed : EPlace::Alone};
+        }
+    }
+}
+
 } // namespace prereg

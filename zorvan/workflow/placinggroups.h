@@ -45,6 +45,10 @@ struct Hypothesis
     [[nodiscard]] bool Stands() const;
 };
 
+/// A pose of poses of poses is no rotation any more: each product through an inverse that is a transpose doubles what
+/// it is off. After 99 joins it was 0.002.
+[[nodiscard]] inline CTrafo Rigid(const CTrafo& pose) { return {pose.GetQuaternion(), pose.GetTranslation()}; }
+
 /// Whether all pairs together contradict poses by a margin less than others: by 30 samples, and half as much at most.
 [[nodiscard]] ZORVAN_WORKFLOW_API bool AreFewer(const PoseCounts& a, const PoseCounts& b);
 
@@ -116,6 +120,8 @@ public:
     [[nodiscard]] std::size_t CountSupports(const PlacedGroup& group, std::size_t scan) const;
     /// Scans that pairs hold together, directly or along others; a part is ascending.
     [[nodiscard]] std::vector<std::vector<std::size_t>> SupportedParts(const PlacedGroup& group) const;
+    /// Makes a group of each such part; scans that are left by themselves are alone.
+    void PutInParts(const PlacedGroup& group, Placing& placing) const;
 
 private:
     /// All hypotheses: those that findings suggest, and the present pose, best first, then turned ones.

@@ -26,7 +26,7 @@ Members lonersOf(const Placing& placing)
 
 void put(std::size_t scan, const CTrafo& pose, const Members& group, Placing& placing)
 {
-    placing.poses[scan] = CTrafo(pose.GetQuaternion(), pose.GetTranslation()); // a product of many is no rotation
+    placing.poses[scan] = Rigid(pose);
     placing.places[scan] = {EPlace::Placed};
     placing.group[scan] = std::min(scan, group.front());
     for (const std::size_t member : group) placing.group[member] = placing.group[scan];
@@ -38,10 +38,7 @@ void takeOut(std::size_t scan, std::size_t uiPlaces, const Members& others, cons
 {
     placing.group[scan] = scan;
     placing.places[scan] = {EPlace::Ambiguous, uiPlaces};
-    for (const Members& part : weigher.SupportedParts({others, &placing.poses})) {
-        for (const std::size_t member : part) placing.group[member] = part.front();
-        if (part.size() == 1) placing.places[part.front()] = {EPlace::Alone};
-    }
+    weigher.PutInParts({others, &placing.poses}, placing);
 }
 
 /// Takes out scans that all others together would have in another place as well.
