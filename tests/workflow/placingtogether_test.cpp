@@ -68,6 +68,10 @@ TEST(PlacingTogether, LeavesOutWhatMayBeElsewhere)
     EXPECT_FALSE(found.after) << "fits in two places";
     EXPECT_EQ(found.ePlace, EPlace::Ambiguous);
 
+    CPuzzle half = twofold;
+    for (std::size_t scan = 0; scan < 4; ++scan) half.Count(scan, 4, 8.0F - static_cast<float>(scan), 400, 0);
+    EXPECT_FALSE(placeOf(4, half).after) << "nothing contradicts the second place, where it shares less surface";
+
     CPuzzle turned = withFaces(1);
     turned.FindLoose(1, 4, 3.05F);
     for (std::size_t scan = 0; scan < 4; ++scan) turned.Confuse(scan, 4, 8.0F - static_cast<float>(scan));
@@ -84,6 +88,18 @@ TEST(PlacingTogether, LeavesOutWhatMayBeElsewhere)
     lonely.FindLoose(1, 4, 3.05F);
     for (const std::size_t scan : {2U, 3U}) lonely.Part(scan, 4);
     EXPECT_FALSE(placeOf(4, lonely).after) << "two pairs alone support it";
+}
+
+TEST(PlacingTogether, PutsInWhatLiesInASmallGroup)
+{
+    CPuzzle puzzle = withFaces(3);
+    puzzle.FindLoose(1, 4, 3.05F);
+    puzzle.FindTrue(4, 5);
+    puzzle.FindTrue(4, 6);
+    const Found found = placeOf(4, puzzle);
+    EXPECT_FALSE(found.before);
+    EXPECT_EQ(found.after, 4.0F);
+    EXPECT_EQ(placeOf(6, puzzle).after, 6.0F);
 }
 
 TEST(PlacingTogether, TakesOutWhatFitsElsewhereAsWellAndWhatHangsOnIt)

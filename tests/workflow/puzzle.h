@@ -49,6 +49,17 @@ public:
     void FindTrue(std::size_t a, std::size_t b) { Find(a, b, {Apart({a, b})}); }
     /// Scans that cannot tell two poses of the pair apart.
     void Confuse(std::size_t a, std::size_t b, float x) { m_alsoRight[{a, b}] = x; }
+    void Forget(std::size_t a, std::size_t b) { m_findings.erase({a, b}); }
+    /// What a pair counts at one of the poses that it supports.
+    void Count(std::size_t a, std::size_t b, float x, unsigned matched, unsigned contradictions)
+    {
+        m_counts[{a, b}].emplace_back(x, counts(true));
+        prereg::PoseCounts& last = m_counts[{a, b}].back().second;
+        last.uiMatched = matched;
+        last.uiInFront = contradictions;
+    }
+    /// Pairs that support poses up to so far off, as flat faces do.
+    void LetPairsSlide(float by) { m_play = by; }
     /// Scans that cannot have common surface.
     void PutFar(std::size_t a, std::size_t b) { m_far.insert({a, b}); }
     /// Scans without common surface: they say nothing of their true pose.
@@ -76,8 +87,8 @@ public:
     [[nodiscard]] prereg::EEvidence EvidenceOf(ScanPair pair, float x) const
     {
         const auto also = m_alsoRight.find(pair);
-        if (also != m_alsoRight.end() && std::abs(x - also->second) < 0.1F) return prereg::EEvidence::Supports;
-        if (std::abs(x - Apart(pair)) > 0.1F) return prereg::EEvidence::Refutes;
+        if (also != m_alsoRight.end() && std::abs(x - also->second) < m_play) return prereg::EEvidence::Supports;
+        if (std::abs(x - Apart(pair)) > m_play) return prereg::EEvidence::Refutes;
         return m_apart.contains(pair) ? prereg::EEvidence::Silent : prereg::EEvidence::Supports;
     }
     [[nodiscard]] std::vector<prereg::PairEvidence>
@@ -87,9 +98,7 @@ public:
         for (const auto& [pair, pose] : poses) {
             if (m_far.contains(pair)) ++m_farWeighed;
             const prereg::EEvidence evidence = EvidenceOf(pair, pose.GetTranslation().x);
-            const bool isSilent = evidence == prereg::EEvidence::Silent;
-            all.push_back(
-                {evidence, isSilent ? prereg::PoseCounts() : counts(evidence == prereg::EEvidence::Supports)});
+            all.push_back({evidence, countsOf(pair, pose.GetTranslation().x, evidence)});
         }
         return all;
     }
@@ -113,6 +122,14 @@ public:
     }
 
 private:
+    [[nodiscard]] prereg::PoseCounts countsOf(ScanPair pair, float x, prereg::EEvidence evidence) const
+    {
+        if (evidence == prereg::EEvidence::Silent) return {};
+        if (const auto known = m_counts.find(pair); known != m_counts.end())
+            for (const auto& [at, said] : known->second)
+                if (std::abs(x - at) < m_play) return said;
+        return counts(evidence == prereg::EEvidence::Supports);
+    }
     static prereg::PoseCounts counts(bool isRight)
     {
         prereg::PoseCounts counts;
@@ -125,6 +142,8 @@ private:
     std::vector<float> m_truth;
     std::map<ScanPair, prereg::PairFinding> m_findings;
     std::map<ScanPair, float> m_alsoRight;
+    std::map<ScanPair, std::vector<std::pair<float, prereg::PoseCounts>>> m_counts;
+    float m_play = 0.1F;
     prereg::LikelyScans m_likely;
     std::set<std::size_t> m_slides;
     std::vector<prereg::CTrafo> m_turns;

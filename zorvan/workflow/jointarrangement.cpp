@@ -2,6 +2,7 @@
 #include "zorvan/workflow/jointarrangement.h"
 
 #include "zorvan/verdict/verdictlimits.h"
+#include "zorvan/workflow/layinganew.h"
 #include "zorvan/workflow/placinggroups.h"
 
 #include <algorithm>
@@ -32,6 +33,7 @@ struct Arrangement
     std::vector<CTrafo> poses; ///< of all scans; those of the members count
     PoseCounts counts;         ///< of all pairs
     bool isOpen = false;       ///< some scan need not share surface with those before it: matches are no measure
+    bool isLaid = false;       ///< no scan slides any more
 
     [[nodiscard]] PlacedGroup Group() const { return {members, &poses}; }
     [[nodiscard]] bool Has(std::size_t scan) const { return std::ranges::binary_search(members, scan); }
@@ -42,6 +44,7 @@ struct Arrangement
         more.members.insert(std::ranges::lower_bound(more.members, scan), scan);
         more.poses[scan] = Rigid(place.pose * poses[scan]);
         more.counts += place.counts;
+        more.isLaid = false;
         more.isOpen = isOpen || (place.isOpen && place.uiSupports == 0);
         return more;
     }
@@ -86,17 +89,19 @@ public:
             pool = withoutRuledOut(pool, EStage::Final);
         }
         m_hooks.Finish();
+        pool = laidAnew(pool);
         return m_hooks.IsAborted() ? Arrangements() : pool;
     }
 
     /// The largest part of the first one that lies the same way in all of them.
-    [[nodiscard]] Arrangement Agreed(const Arrangements& arrangements) const
+    /// @param isEachAsked  false: one that has not placed a scan has no say of it
+    [[nodiscard]] Arrangement Agreed(const Arrangements& arrangements, bool isEachAsked = true) const
     {
         if (arrangements.empty()) return {};
         Arrangement largest = arrangements.front();
         largest.members.clear();
         for (const std::size_t scan : arrangements.front().members) {
-            Members members = agreedWith(scan, arrangements);
+            Members members = agreedWith(scan, arrangements, isEachAsked);
             if (members.size() > largest.members.size()) largest.members = std::move(members);
         }
         return largest;
@@ -123,7 +128,7 @@ private:
     /// @param pool  what is known already: what its best one rules out is followed no further
     [[nodiscard]] Arrangements growFrom(ScanPair pair, const Arrangements& pool, std::size_t uiLeast) const
     {
-        const Arrangement first{{pair.first}, std::vector<CTrafo>(m_numScans), {}, false};
+        const Arrangement first{{pair.first}, std::vector<CTrafo>(m_numScans), {}};
         Arrangements arrangements = withScan({first}, pair.second);
         Members left;
         for (std::size_t scan = 0; scan < m_numScans; ++scan)
@@ -182,10 +187,17 @@ private:
     /// Those that none of the others rules out, the ones with the fewest contradictions first.
     [[nodiscard]] Arrangements withoutRuledOut(const Arrangements& all, EStage eStage) const
     {
+        return leftOf(all, [&](const Arrangement& arrangement, const Arrangement& beside) {
+            return isRuledOut(arrangement, beside, eStage == EStage::Final || !arrangement.isOpen);
+        });
+    }
+
+    template <class RulesOut>
+    [[nodiscard]] static Arrangements leftOf(const Arrangements& all, const RulesOut& isOut)
+    {
         Arrangements left;
         for (const Arrangement& arrangement : all) {
-            const bool isByMatches = eStage == EStage::Final || !arrangement.isOpen;
-            const auto rulesOut = [&](const Arrangement& other) { return isRuledOut(arrangement, other, isByMatches); };
+            const auto rulesOut = [&](const Arrangement& other) { return isOut(arrangement, other); };
             if (std::ranges::none_of(all, rulesOut)) left.push_back(arrangement);
         }
         std::ranges::stable_sort(left, {},
@@ -198,20 +210,86 @@ private:
     {
         if (AreRuledOut(arrangement.counts, beside.counts, isByMatches)) return true;
         if (arrangement.members == beside.members) return false;
-        Members common;
-        std::ranges::set_intersection(arrangement.members, beside.members, std::back_inserter(common));
+        const Members common = commonOf(arrangement, beside);
         return AreRuledOut(m_weigher.Counts({common, &arrangement.poses}), m_weigher.Counts({common, &beside.poses}),
                            isByMatches);
     }
 
+    /// What is left where scans lie exactly: while they slide, the right ones contradict each other by hundreds, and
+    /// then hardly at all.
+    [[nodiscard]] Arrangements laidAnew(const Arrangements& pool) const
+    {
+        if (pool.size() < 2) return pool;
+        Arrangements laid;
+        std::ranges::copy_if(pool, std::back_inserter(laid), &Arrangement::isLaid);
+        for (const Arrangement& arrangement : pool)
+            if (!arrangement.isLaid && !m_hooks.IsAborted()) laid.push_back(laidAnew(arrangement, laid));
+        return leftOf(laid, [&](const Arrangement& arrangement, const Arrangement& beside) {
+            return isRuledOut(arrangement, beside, true) || isRuledOutWhereTheyDiffer(arrangement, beside);
+        });
+    }
+
+    /// @param laid  others that have been: what most scans share with one of them lies as there
+    [[nodiscard]] Arrangement laidAnew(const Arrangement& arrangement, const Arrangements& laid) const
+    {
+        const Arrangement* like = nullptr;
+        Members shared;
+        for (const Arrangement& other : laid) {
+            Members same = Agreed({other, arrangement}).members;
+            if (2 * same.size() <= arrangement.members.size() || same.size() <= shared.size()) continue;
+            shared = std::move(same);
+            like = &other;
+        }
+        Arrangement anew = arrangement;
+        anew.isLaid = true;
+        anew.poses = LaidPoses(m_pairs, m_weigher, arrangement.Group(),
+                               {shared, like == nullptr ? &arrangement.poses : &like->poses}, m_hooks);
+        anew.counts = m_weigher.Counts(anew.Group());
+        if (anew.counts.Score() < arrangement.counts.Score()) return arrangement;
+        return like == nullptr ? anew : completed(anew, *like);
+    }
+
+    /// With scans that only another one has found places for, if nothing speaks against these.
+    /// @param like  most scans lie in the same places there
+    [[nodiscard]] Arrangement completed(Arrangement arrangement, const Arrangement& like) const
+    {
+        for (const std::size_t scan : like.members) {
+            if (arrangement.Has(scan)) continue;
+            Arrangement more = arrangement;
+            more.members.insert(std::ranges::lower_bound(more.members, scan), scan);
+            more.poses[scan] = like.poses[scan];
+            const PoseCounts counts = m_weigher.Counts(more.Group(), arrangement.members);
+            if (AreFewer({}, counts)) continue;
+            more.counts += counts;
+            arrangement = std::move(more);
+        }
+        return arrangement;
+    }
+
+    /// By what pairs say that do not lie the same way in both.
+    [[nodiscard]] bool isRuledOutWhereTheyDiffer(const Arrangement& arrangement, const Arrangement& beside) const
+    {
+        const Members same = Agreed({arrangement, beside}).members;
+        const Members common = commonOf(arrangement, beside);
+        return AreRuledOut(m_weigher.Counts({common, &arrangement.poses}, same),
+                           m_weigher.Counts({common, &beside.poses}, same));
+    }
+
+    [[nodiscard]] static Members commonOf(const Arrangement& a, const Arrangement& b)
+    {
+        Members common;
+        std::ranges::set_intersection(a.members, b.members, std::back_inserter(common));
+        return common;
+    }
+
     /// Scans that lie the same way beside one in all of them.
-    [[nodiscard]] Members agreedWith(std::size_t scan, const Arrangements& arrangements) const
+    [[nodiscard]] Members agreedWith(std::size_t scan, const Arrangements& arrangements, bool isEachAsked) const
     {
         const Arrangement& best = arrangements.front();
         Members members;
         for (const std::size_t other : best.members) {
             const auto isSame = [&](const Arrangement& arrangement) {
-                if (!arrangement.Has(scan) || !arrangement.Has(other)) return false;
+                if (!arrangement.Has(scan) || !arrangement.Has(other)) return !isEachAsked;
                 const CTrafo onto = best.poses[scan] * arrangement.poses[scan].GetInverse(true);
                 return !m_pairs.AreDistinct(other, onto * arrangement.poses[other], best.poses[other]);
             };
@@ -242,6 +320,24 @@ void keepOnly(const Arrangement& sure, const CPlacingWeigher& weigher, Placing& 
     weigher.PutInParts(sure.Group(), placing);
 }
 
+/// Takes those scans out of small groups that some arrangement has elsewhere. @return whether there were any
+bool takeOutDisputed(const Arrangements& arrangements, const CJointSearch& search, Placing& placing)
+{
+    if (arrangements.empty()) return false;
+    bool isAny = false;
+    for (const std::size_t name : std::set<std::size_t>(placing.group.begin(), placing.group.end())) {
+        const Members members = placing.MembersOf(name);
+        if (members.size() < 2) continue;
+        Arrangements all{{members, placing.poses, {}}};
+        all.insert(all.end(), arrangements.begin(), arrangements.end());
+        const Arrangement sure = search.Agreed(all, false);
+        if (sure.members == members) continue;
+        keepOnly(sure, search.GetWeigher(), placing);
+        isAny = true;
+    }
+    return isAny;
+}
+
 } // namespace
 
 bool StartJointly(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks)
@@ -249,8 +345,9 @@ bool StartJointly(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hook
     const std::size_t least = moreThanHalf(placing);
     if (placing.group.size() > uiMaxScans || placing.LargestGroup().size() >= least) return false;
     const CJointSearch search(pairs, placing, hooks);
-    const Arrangement sure = search.Agreed(search.Find({}, least));
-    if (sure.members.size() < least) return false;
+    const Arrangements all = search.Find({}, least);
+    const Arrangement sure = search.Agreed(all);
+    if (sure.members.size() < least) return takeOutDisputed(all, search, placing);
     keepOnly(sure, search.GetWeigher(), placing);
     return true;
 }
@@ -260,7 +357,7 @@ bool TakeOutUnsure(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hoo
     const Members members = placing.LargestGroup();
     if (placing.group.size() > uiMaxScans || members.size() < moreThanHalf(placing)) return false;
     const CJointSearch search(pairs, placing, hooks);
-    Arrangement present{members, placing.poses, {}, false};
+    Arrangement present{members, placing.poses, {}, false, true};
     present.counts = search.GetWeigher().Counts(present.Group());
     // Scans that still slide contradict each other by so much that others slid elsewhere seem as good.
     if (present.counts.Contradiction() > verdict::dTwinContradiction) return false;

@@ -16,9 +16,10 @@ namespace prereg {
 // with each other. Same pairs, same answer; a stop leaves all as it is.
 
 /// Finds a first group where hardly a pair is sure of its pose: what all arrangements of more than half of the scans
-/// agree upon, if that is more than half too. Nothing is done where such a group is there already.
-/// @param placing  as PlaceScans returns it; for scans that are not in the group call that again
-/// @return         whether there is a new group
+/// agree upon, if that is more than half too. If it is less, scans go out of the groups that there are where some
+/// arrangement has them elsewhere. Nothing is done where a group of more than half is there already.
+/// @param placing  as PlaceScans returns it; for scans that are in no group see PlaceTogether
+/// @return         whether groups have changed
 [[nodiscard]] ZORVAN_WORKFLOW_API bool StartJointly(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks);
 
 /// Takes those scans out of a group of more than half of all that lie elsewhere in an arrangement of as many scans

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/layinganew.h"
 
-#include "zorvan/workflow/placinggroups.h"
-
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <set>
 #include <utility>
@@ -22,28 +21,19 @@ constexpr std::size_t uiMaxStarts = 5;
 class CLayer
 {
 public:
-    CLayer(const IScanPairs& pairs, const CPlacingWeigher& weigher, const PlacedGroup& present)
-        : m_pairs(pairs), m_weigher(weigher), m_present(present), m_poses(*present.poses)
+    CLayer(const IScanPairs& pairs, const CPlacingWeigher& weigher, const PlacedGroup& present, const PlacedGroup& laid)
+        : m_pairs(pairs), m_weigher(weigher), m_present(present), m_laid(laid.members), m_poses(*laid.poses)
     {
         countMatches();
     }
 
-    /// @return poses of all scans; after a stop they are of no use
     [[nodiscard]] std::vector<CTrafo> Run(const Zorvan::Hooks& hooks)
     {
-        hooks.Start("laying anew", 2 * m_present.members.size());
-        Members left = m_present.members;
-        Members laid;
-        std::map<std::size_t, unsigned> sums; // matches with those that have been laid
-        for (std::size_t scan = firstScan(); !hooks.IsAborted(); scan = nextOf(left, sums)) {
-            if (!laid.empty()) lay(scan, laid);
-            laid.push_back(scan);
-            std::erase(left, scan);
-            hooks.Advance();
-            if (left.empty()) break;
-            for (const std::size_t other : left) sums[other] += matches(scan, other);
-        }
-        for (const std::size_t scan : m_present.members) {
+        Members left;
+        std::ranges::set_difference(m_present.members, m_laid, std::back_inserter(left));
+        hooks.Start("laying anew", 2 * left.size());
+        layAll(left, hooks);
+        for (const std::size_t scan : left) {
             if (hooks.IsAborted()) break;
             improve(scan);
             hooks.Advance();
@@ -53,6 +43,23 @@ public:
     }
 
 private:
+    void layAll(Members left, const Zorvan::Hooks& hooks)
+    {
+        std::map<std::size_t, unsigned> sums; // matches with those that have been laid
+        const auto addMatches = [&](std::size_t scan) {
+            for (const std::size_t other : left) sums[other] += matches(scan, other);
+        };
+        for (const std::size_t scan : m_laid) addMatches(scan);
+        while (!left.empty() && !hooks.IsAborted()) {
+            const std::size_t scan = m_laid.empty() ? firstScan() : nextOf(left, sums);
+            if (!m_laid.empty()) lay(scan);
+            m_laid.push_back(scan);
+            std::erase(left, scan);
+            addMatches(scan);
+            hooks.Advance();
+        }
+    }
+
     /// Of the pairs as they lie now.
     void countMatches()
     {
@@ -88,15 +95,15 @@ private:
         return *std::ranges::max_element(left, {}, [&](std::size_t scan) { return sums[scan]; });
     }
 
-    void lay(std::size_t scan, const Members& laid)
+    void lay(std::size_t scan)
     {
-        Members near = laid;
+        Members near = m_laid;
         std::ranges::stable_sort(near,
                                  [&](std::size_t a, std::size_t b) { return matches(scan, a) > matches(scan, b); });
         near.resize(std::min(near.size(), uiMaxStarts));
         std::vector<CTrafo> starts;
         for (const std::size_t other : near) starts.push_back(m_poses[other] * between(other, scan));
-        m_poses[scan] = settle(scan, starts, laid);
+        m_poses[scan] = settle(scan, starts, m_laid);
     }
 
     /// Where it explains the scans best; the first start where none is any good.
@@ -122,6 +129,7 @@ private:
     const IScanPairs& m_pairs;
     const CPlacingWeigher& m_weigher;
     PlacedGroup m_present;
+    Members m_laid; ///< up to now
     std::vector<CTrafo> m_poses;
     std::map<ScanPair, unsigned> m_matches;
 };
@@ -132,7 +140,7 @@ bool layGroup(const IScanPairs& pairs, const CPlacingWeigher& weigher, const Mem
     const PlacedGroup present{members, &placing.poses};
     const PoseCounts counts = weigher.Counts(present);
     if (!AreFewer({}, counts)) return false;
-    std::vector<CTrafo> poses = CLayer(pairs, weigher, present).Run(hooks);
+    const std::vector<CTrafo> poses = LaidPoses(pairs, weigher, present, {{}, present.poses}, hooks);
     if (hooks.IsAborted()) return false;
     const PoseCounts laid = weigher.Counts({members, &poses});
     if (!AreFewer(laid, counts) || laid.Score() < counts.Score()) return false;
@@ -141,6 +149,12 @@ bool layGroup(const IScanPairs& pairs, const CPlacingWeigher& weigher, const Mem
 }
 
 } // namespace
+
+std::vector<CTrafo> LaidPoses(const IScanPairs& pairs, const CPlacingWeigher& weigher, const PlacedGroup& group,
+                              const PlacedGroup& laid, const Zorvan::Hooks& hooks)
+{
+    return CLayer(pairs, weigher, group, laid).Run(hooks);
+}
 
 bool LayAnew(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks)
 {

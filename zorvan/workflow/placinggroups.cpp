@@ -40,12 +40,17 @@ bool beats(const Hypothesis& a, const Hypothesis& b)
            a.counts.Contradictions() < b.counts.Contradictions() + uiMinMargin;
 }
 
+/// The same of places where hardly anything contradicts the scan: how much surface a place shares says nothing any
+/// more. A view with patches dropped matches twice as much half a turn off.
+bool beatsSettled(const Hypothesis& a, const Hypothesis& b) { return AreFewer(a.counts, b.counts); }
+
 /// The one that beats all others.
-const Hypothesis* winner(const std::vector<Hypothesis>& standing)
+template <class Beats>
+const Hypothesis* winner(const std::vector<Hypothesis>& standing, const Beats& isBetter)
 {
     for (const Hypothesis& candidate : standing) {
         const bool isBest = std::all_of(standing.begin(), standing.end(), [&](const Hypothesis& other) {
-            return &other == &candidate || beats(candidate, other);
+            return &other == &candidate || isBetter(candidate, other);
         });
         if (isBest) return &candidate;
     }
@@ -290,7 +295,7 @@ JoinDecision CPlacingWeigher::Decide(const PlacedGroup& a, const PlacedGroup& b,
     }
     // Two scans alone have nobody to decide between their places.
     const bool isPair = a.members.size() == 1 && b.members.size() == 1;
-    const Hypothesis* const best = winner(all);
+    const Hypothesis* const best = winner(all, beats);
     const bool isDecided = best != nullptr && best->isHeld && (best->isAligned || !isPair);
     if (!isDecided) {
         decision.place = {EPlace::Ambiguous, all.size(), 0};
@@ -346,7 +351,7 @@ std::size_t CPlacingWeigher::CountRivals(const PlacedGroup& others, std::size_t 
     const auto own = std::ranges::find_if(
         all, [&](const Hypothesis& place) { return !m_pairs.AreDistinct(scan, place.pose * present, present); });
     if (own == all.end()) return 0;
-    const auto isRival = [&](const Hypothesis& place) { return &place != &*own && !beats(*own, place); };
+    const auto isRival = [&](const Hypothesis& place) { return &place != &*own && !beatsSettled(*own, place); };
     return static_cast<std::size_t>(std::ranges::count_if(all, isRival));
 }
 
@@ -354,12 +359,12 @@ CTrafo CPlacingWeigher::FindTogether(const PlacedGroup& group, std::size_t scan)
 {
     std::vector<Hypothesis> all;
     addSettled(group, scan, startsOf(group, scan), all);
-    if (const Hypothesis* const first = winner(all)) {
+    if (const Hypothesis* const first = winner(all, beatsSettled)) {
         std::vector<CTrafo> turned;
         for (const CTrafo& turn : m_pairs.Turns(scan)) turned.push_back(first->pose * group.PoseOf(scan) * turn);
         addSettled(group, scan, turned, all);
     }
-    const Hypothesis* const best = winner(all);
+    const Hypothesis* const best = winner(all, beatsSettled);
     if (best == nullptr || !best->isHeld || best->uiSupports < uiMinTogether || best->uiRefutations > 0)
         return CTrafo::Invalid();
     return best->pose * group.PoseOf(scan);
@@ -401,11 +406,14 @@ std::optional<std::size_t> CPlacingWeigher::FindRefuted(const PlacedGroup& group
     return worst;
 }
 
-PoseCounts CPlacingWeigher::Counts(const PlacedGroup& group) const
+PoseCounts CPlacingWeigher::Counts(const PlacedGroup& group, const std::vector<std::size_t>& known) const
 {
     std::vector<ScanPair> pairs;
+    const std::vector<PairEvidence> all = evidenceIn(group, pairs);
+    const auto isKnown = [&](std::size_t scan) { return std::ranges::binary_search(known, scan); };
     PoseCounts sum;
-    for (const PairEvidence& evidence : evidenceIn(group, pairs)) sum += evidence.counts;
+    for (std::size_t i = 0; i < all.size(); ++i)
+        if (!isKnown(pairs[i].first) || !isKnown(pairs[i].second)) sum += all[i].counts;
     return sum;
 }
 

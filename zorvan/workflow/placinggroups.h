@@ -113,7 +113,8 @@ public:
     /// The scan that the others of its group refute most; nothing when they refute none.
     [[nodiscard]] std::optional<std::size_t> FindRefuted(const PlacedGroup& group) const;
     /// What the pairs of a group say of it, together.
-    [[nodiscard]] PoseCounts Counts(const PlacedGroup& group) const;
+    /// @param known  some scans, ascending: pairs of these are left out
+    [[nodiscard]] PoseCounts Counts(const PlacedGroup& group, const std::vector<std::size_t>& known = {}) const;
     /// What those of one of its scans say for its pose.
     [[nodiscard]] double Score(const PlacedGroup& group, std::size_t scan) const;
     /// Pairs of a scan that support its pose in the group.

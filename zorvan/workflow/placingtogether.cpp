@@ -16,16 +16,19 @@ using Members = std::vector<std::size_t>;
 /// In a smaller group few have met a scan, and a wrong one among them weighs much.
 bool isAsked(const Members& group, const Placing& placing) { return 2 * group.size() > placing.group.size(); }
 
-Members lonersOf(const Placing& placing)
+Members othersThan(const Members& group, const Placing& placing)
 {
-    Members loners;
+    Members others;
     for (std::size_t scan = 0; scan < placing.group.size(); ++scan)
-        if (std::ranges::count(placing.group, placing.group[scan]) == 1) loners.push_back(scan);
-    return loners;
+        if (placing.group[scan] != placing.group[group.front()]) others.push_back(scan);
+    return others;
 }
 
-void put(std::size_t scan, const CTrafo& pose, const Members& group, Placing& placing)
+void put(std::size_t scan, const CTrafo& pose, const Members& group, const CPlacingWeigher& weigher, Placing& placing)
 {
+    Members without = placing.MembersOf(placing.group[scan]);
+    std::erase(without, scan);
+    if (!without.empty()) weigher.PutInParts({without, &placing.poses}, placing);
     placing.poses[scan] = Rigid(pose);
     placing.places[scan] = {EPlace::Placed};
     placing.group[scan] = std::min(scan, group.front());
@@ -60,14 +63,14 @@ void takeOutRivalled(const CPlacingWeigher& weigher, Placing& placing, const Zor
 /// Asks each scan that is left once. @return whether some were put in
 bool putSome(const CPlacingWeigher& weigher, Placing& placing, const Zorvan::Hooks& hooks)
 {
-    const Members loners = lonersOf(placing);
+    const Members left = othersThan(placing.LargestGroup(), placing);
     bool isMore = false;
-    hooks.Start("settling", loners.size());
-    for (const std::size_t scan : loners) {
+    hooks.Start("settling", left.size());
+    for (const std::size_t scan : left) {
         const Members group = placing.LargestGroup();
         if (hooks.IsAborted() || !isAsked(group, placing)) break;
         const CTrafo pose = weigher.FindTogether({group, &placing.poses}, scan);
-        if (pose) put(scan, pose, group, placing);
+        if (pose) put(scan, pose, group, weigher, placing);
         isMore = isMore || pose;
         hooks.Advance();
     }

@@ -473,12 +473,20 @@ private:
         placeInRounds(registration, arranger);
         if (m_hooks.IsAborted() || !m_isWeighed) return; // where pairs had glances only, rivals are not known
         if (arranger.ArrangeAnew(registration, m_hooks)) {
-            m_isOptimized = false;
-            placeInRounds(registration, arranger);
+            endStage("arranging");
+            // No rounds: these weigh places as pairs have found them, with which scans that slide are soon at odds.
+            if (m_options.isOptimized) optimize(registration);
         }
         if (m_hooks.IsAborted()) return;
         arranger.ArrangeTogether(registration, m_hooks);
         endStage("settling");
+    }
+
+    void optimize(CClusterRegistration& registration)
+    {
+        registration.OptimizeRegistration(true, m_hooks);
+        m_isOptimized = true;
+        endStage("optimization");
     }
 
     void placeInRounds(CClusterRegistration& registration, CArranger& arranger)
@@ -494,9 +502,7 @@ private:
         constexpr int iMaxRounds = 2;
         for (int round = isSettled ? iMaxRounds : 0;
              m_options.isOptimized && round < iMaxRounds && !m_hooks.IsAborted(); ++round) {
-            registration.OptimizeRegistration(true, m_hooks);
-            m_isOptimized = true;
-            endStage("optimization");
+            optimize(registration);
             if (m_hooks.IsAborted() || !registration.Run(m_hooks)) break;
         }
         registration.SetArranger({});
