@@ -6,6 +6,7 @@
 #include "zorvan/workflow/placinggroups.h"
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
 #include <set>
 #include <utility>
@@ -38,13 +39,20 @@ struct Arrangement
     [[nodiscard]] PlacedGroup Group() const { return {members, &poses}; }
     [[nodiscard]] bool Has(std::size_t scan) const { return std::ranges::binary_search(members, scan); }
 
-    [[nodiscard]] Arrangement With(std::size_t scan, const Hypothesis& place) const
+    /// Without what is said of it.
+    [[nodiscard]] Arrangement With(std::size_t scan, const CTrafo& pose) const
     {
         Arrangement more = *this;
         more.members.insert(std::ranges::lower_bound(more.members, scan), scan);
-        more.poses[scan] = Rigid(place.pose * poses[scan]);
-        more.counts += place.counts;
+        more.poses[scan] = pose;
         more.isLaid = false;
+        return more;
+    }
+
+    [[nodiscard]] Arrangement With(std::size_t scan, const Hypothesis& place) const
+    {
+        Arrangement more = With(scan, Rigid(place.pose * poses[scan]));
+        more.counts += place.counts;
         more.isOpen = isOpen || (place.isOpen && place.uiSupports == 0);
         return more;
     }
@@ -60,12 +68,23 @@ enum class EStage
     Final
 };
 
+/// Where scans that come in are put.
+enum class EGrowth
+{
+    AsFound, ///< as the pairs say: quick, but what slides is soon ruled out
+    Exactly  ///< where each fits all that are in
+};
+
 /// Looks for arrangements that explain all scans.
 class CJointSearch
 {
 public:
-    CJointSearch(IScanPairs& pairs, const Placing& placing, const Zorvan::Hooks& hooks)
-        : m_pairs(pairs), m_hooks(hooks), m_numScans(placing.group.size()), m_weigher(pairs, placing)
+    CJointSearch(IScanPairs& pairs, const Placing& placing, EGrowth eGrowth, const Zorvan::Hooks& hooks)
+        : m_pairs(pairs),
+          m_hooks(hooks),
+          m_eGrowth(eGrowth),
+          m_numScans(placing.group.size()),
+          m_weigher(pairs, placing)
     {
     }
 
@@ -94,17 +113,38 @@ public:
     }
 
     /// The largest part of the first one that lies the same way in all of them.
-    /// @param isEachAsked  false: one that has not placed a scan has no say of it
-    [[nodiscard]] Arrangement Agreed(const Arrangements& arrangements, bool isEachAsked = true) const
+    [[nodiscard]] Arrangement Agreed(const Arrangements& arrangements) const
     {
         if (arrangements.empty()) return {};
         Arrangement largest = arrangements.front();
         largest.members.clear();
         for (const std::size_t scan : arrangements.front().members) {
-            Members members = agreedWith(scan, arrangements, isEachAsked);
+            Members members = agreedWith(scan, arrangements);
             if (members.size() > largest.members.size()) largest.members = std::move(members);
         }
         return largest;
+    }
+
+    /// The largest part, as far as a start with each scan tells, of which no other one has two scans otherwise.
+    [[nodiscard]] Arrangement Undisputed(Arrangement group, const Arrangements& others) const
+    {
+        const auto isDisputed = [&](std::size_t scan, std::size_t with) {
+            return std::ranges::any_of(others, [&](const Arrangement& other) {
+                return other.Has(scan) && other.Has(with) && !areAlike(scan, with, group, other);
+            });
+        };
+        Members largest;
+        for (const std::size_t first : group.members) {
+            Members part{first};
+            for (const std::size_t scan : group.members) {
+                const auto isWith = [&](std::size_t with) { return with == scan || isDisputed(scan, with); };
+                if (std::ranges::none_of(part, isWith)) part.push_back(scan);
+            }
+            if (part.size() > largest.size()) largest = std::move(part);
+        }
+        std::ranges::sort(largest);
+        group.members = std::move(largest);
+        return group;
     }
 
 private:
@@ -177,11 +217,42 @@ private:
     {
         Arrangements more;
         for (const Arrangement& arrangement : arrangements) {
-            const auto places = m_weigher.StandingPlaces(arrangement.Group(), {{scan}, &arrangement.poses});
-            for (const Hypothesis& place : places) more.push_back(arrangement.With(scan, place));
-            if (places.empty()) more.push_back(arrangement);
+            const std::size_t before = more.size();
+            addPlaced(arrangement, scan, more);
+            if (more.size() == before) more.push_back(arrangement);
         }
-        return withoutRuledOut(more, EStage::Growing);
+        return eachOnce(withoutRuledOut(more, EStage::Growing));
+    }
+
+    void addPlaced(const Arrangement& arrangement, std::size_t scan, Arrangements& more) const
+    {
+        std::vector<CTrafo> starts;
+        for (const Hypothesis& place : m_weigher.StandingPlaces(arrangement.Group(), {{scan}, &arrangement.poses})) {
+            const bool isApart = place.isOpen && place.uiSupports == 0; // nothing is there to settle beside
+            if (m_eGrowth == EGrowth::AsFound || isApart)
+                more.push_back(arrangement.With(scan, place));
+            else
+                starts.push_back(place.pose * arrangement.poses[scan]);
+        }
+        if (starts.empty()) return;
+        for (const PoseAmong& settled : m_pairs.Settle(scan, starts, arrangement.Group().PosesBeside(scan))) {
+            Arrangement with = arrangement.With(scan, Rigid(settled.pose));
+            with.counts += m_weigher.Counts(with.Group(), arrangement.members);
+            more.push_back(std::move(with));
+        }
+    }
+
+    /// Without what lies as an earlier one: a scan that settles from two sides stops here and there.
+    [[nodiscard]] Arrangements eachOnce(const Arrangements& all) const
+    {
+        Arrangements once;
+        for (const Arrangement& arrangement : all) {
+            const auto isSame = [&](const Arrangement& other) {
+                return other.members == arrangement.members && Agreed({other, arrangement}).members == other.members;
+            };
+            if (std::ranges::none_of(once, isSame)) once.push_back(arrangement);
+        }
+        return once;
     }
 
     /// Those that none of the others rules out, the ones with the fewest contradictions first.
@@ -217,16 +288,18 @@ private:
 
     /// What is left where scans lie exactly: while they slide, the right ones contradict each other by hundreds, and
     /// then hardly at all.
-    [[nodiscard]] Arrangements laidAnew(const Arrangements& pool) const
+    [[nodiscard]] Arrangements laidAnew(Arrangements pool) const
     {
         if (pool.size() < 2) return pool;
+        // What has placed most says where others may have what they lack.
+        std::ranges::stable_sort(pool, std::greater(), [](const Arrangement& one) { return one.members.size(); });
         Arrangements laid;
         std::ranges::copy_if(pool, std::back_inserter(laid), &Arrangement::isLaid);
         for (const Arrangement& arrangement : pool)
             if (!arrangement.isLaid && !m_hooks.IsAborted()) laid.push_back(laidAnew(arrangement, laid));
-        return leftOf(laid, [&](const Arrangement& arrangement, const Arrangement& beside) {
+        return eachOnce(leftOf(laid, [&](const Arrangement& arrangement, const Arrangement& beside) {
             return isRuledOut(arrangement, beside, true) || isRuledOutWhereTheyDiffer(arrangement, beside);
-        });
+        }));
     }
 
     /// @param laid  others that have been: what most scans share with one of them lies as there
@@ -255,9 +328,8 @@ private:
     {
         for (const std::size_t scan : like.members) {
             if (arrangement.Has(scan)) continue;
-            Arrangement more = arrangement;
-            more.members.insert(std::ranges::lower_bound(more.members, scan), scan);
-            more.poses[scan] = like.poses[scan];
+            Arrangement more = arrangement.With(scan, like.poses[scan]);
+            more.isLaid = true;
             const PoseCounts counts = m_weigher.Counts(more.Group(), arrangement.members);
             if (AreFewer({}, counts)) continue;
             more.counts += counts;
@@ -283,23 +355,29 @@ private:
     }
 
     /// Scans that lie the same way beside one in all of them.
-    [[nodiscard]] Members agreedWith(std::size_t scan, const Arrangements& arrangements, bool isEachAsked) const
+    [[nodiscard]] Members agreedWith(std::size_t scan, const Arrangements& arrangements) const
     {
         const Arrangement& best = arrangements.front();
         Members members;
         for (const std::size_t other : best.members) {
             const auto isSame = [&](const Arrangement& arrangement) {
-                if (!arrangement.Has(scan) || !arrangement.Has(other)) return !isEachAsked;
-                const CTrafo onto = best.poses[scan] * arrangement.poses[scan].GetInverse(true);
-                return !m_pairs.AreDistinct(other, onto * arrangement.poses[other], best.poses[other]);
+                return arrangement.Has(scan) && arrangement.Has(other) && areAlike(scan, other, best, arrangement);
             };
             if (std::ranges::all_of(arrangements, isSame)) members.push_back(other);
         }
         return members;
     }
 
+    /// Whether two scans lie the same way beside each other.
+    [[nodiscard]] bool areAlike(std::size_t scan, std::size_t other, const Arrangement& a, const Arrangement& b) const
+    {
+        const CTrafo onto = a.poses[scan] * b.poses[scan].GetInverse(true);
+        return !m_pairs.AreDistinct(other, onto * b.poses[other], a.poses[other]);
+    }
+
     IScanPairs& m_pairs;
     const Zorvan::Hooks& m_hooks;
+    EGrowth m_eGrowth;
     std::size_t m_numScans;
     CPlacingWeigher m_weigher;
 };
@@ -328,9 +406,7 @@ bool takeOutDisputed(const Arrangements& arrangements, const CJointSearch& searc
     for (const std::size_t name : std::set<std::size_t>(placing.group.begin(), placing.group.end())) {
         const Members members = placing.MembersOf(name);
         if (members.size() < 2) continue;
-        Arrangements all{{members, placing.poses, {}}};
-        all.insert(all.end(), arrangements.begin(), arrangements.end());
-        const Arrangement sure = search.Agreed(all, false);
+        const Arrangement sure = search.Undisputed({members, placing.poses, {}}, arrangements);
         if (sure.members == members) continue;
         keepOnly(sure, search.GetWeigher(), placing);
         isAny = true;
@@ -344,7 +420,7 @@ bool StartJointly(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hook
 {
     const std::size_t least = moreThanHalf(placing);
     if (placing.group.size() > uiMaxScans || placing.LargestGroup().size() >= least) return false;
-    const CJointSearch search(pairs, placing, hooks);
+    const CJointSearch search(pairs, placing, EGrowth::Exactly, hooks);
     const Arrangements all = search.Find({}, least);
     const Arrangement sure = search.Agreed(all);
     if (sure.members.size() < least) return takeOutDisputed(all, search, placing);
@@ -356,7 +432,7 @@ bool TakeOutUnsure(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hoo
 {
     const Members members = placing.LargestGroup();
     if (placing.group.size() > uiMaxScans || members.size() < moreThanHalf(placing)) return false;
-    const CJointSearch search(pairs, placing, hooks);
+    const CJointSearch search(pairs, placing, EGrowth::AsFound, hooks);
     Arrangement present{members, placing.poses, {}, false, true};
     present.counts = search.GetWeigher().Counts(present.Group());
     // Scans that still slide contradict each other by so much that others slid elsewhere seem as good.

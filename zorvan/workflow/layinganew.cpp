@@ -109,10 +109,8 @@ private:
     /// Where it explains the scans best; the first start where none is any good.
     [[nodiscard]] CTrafo settle(std::size_t scan, const std::vector<CTrafo>& starts, const Members& others) const
     {
-        std::vector<std::pair<std::size_t, CTrafo>> placed;
-        for (const std::size_t other : others)
-            if (other != scan) placed.emplace_back(other, m_poses[other]);
-        const std::vector<PoseAmong> settled = m_pairs.Settle(scan, starts, placed);
+        const PlacedGroup group{others, &m_poses};
+        const std::vector<PoseAmong> settled = m_pairs.Settle(scan, starts, group.PosesBeside(scan));
         const auto best = std::ranges::max_element(settled, {}, [](const PoseAmong& at) { return at.counts.Score(); });
         return best == settled.end() || !best->pose ? starts.front() : best->pose;
     }

@@ -322,9 +322,7 @@ std::vector<CTrafo> CPlacingWeigher::startsOf(const PlacedGroup& group, std::siz
 void CPlacingWeigher::addSettled(const PlacedGroup& group, std::size_t scan, std::span<const CTrafo> starts,
                                  std::vector<Hypothesis>& all) const
 {
-    std::vector<std::pair<std::size_t, CTrafo>> others;
-    for (const std::size_t member : group.members) others.emplace_back(member, group.PoseOf(member));
-    for (const PoseAmong& place : m_pairs.Settle(scan, starts, others)) {
+    for (const PoseAmong& place : m_pairs.Settle(scan, starts, group.PosesBeside(scan))) {
         Hypothesis settled;
         settled.pose = place.pose * group.PoseOf(scan).GetInverse(true);
         settled.isHeld = AreFewer(place.counts, place.beside);

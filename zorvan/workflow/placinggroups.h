@@ -5,6 +5,7 @@
 
 #include <map>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace prereg {
@@ -16,6 +17,14 @@ struct PlacedGroup
     const std::vector<CTrafo>* poses; ///< of all scans; those of the members count
 
     [[nodiscard]] const CTrafo& PoseOf(std::size_t scan) const { return (*poses)[scan]; }
+    /// Of all members but one.
+    [[nodiscard]] std::vector<std::pair<std::size_t, CTrafo>> PosesBeside(std::size_t scan) const
+    {
+        std::vector<std::pair<std::size_t, CTrafo>> others;
+        for (const std::size_t member : members)
+            if (member != scan) others.emplace_back(member, PoseOf(member));
+        return others;
+    }
 };
 
 /// A pose that would join two groups, with what all their pairs say of it.
