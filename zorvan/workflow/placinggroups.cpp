@@ -20,6 +20,9 @@ constexpr unsigned uiMinMargin = 30;
 
 constexpr std::size_t uiMaxSymmetries = 24;
 
+/// Pairs: two or three that refute a place decide about it among a dozen.
+constexpr std::size_t uiAskedAtOnce = 4;
+
 /// Pairs that support a place which none of them knows by itself.
 constexpr std::size_t uiMinTogether = 3;
 
@@ -86,6 +89,35 @@ bool Hypothesis::Stands() const
     return uiSupports > 0 && uiRefutations * uiSupportsPerRefutation <= uiSupports && counts.Contradiction() <= limit;
 }
 
+namespace {
+
+/// Of the pair that matches most.
+struct WhereMet
+{
+    unsigned uiMatched = 0;
+    ScanPair scans;
+    CTrafo at = CTrafo::Invalid(); ///< invalid: at the pose itself
+};
+
+/// @param scans  of the first and of the second group
+void addEvidence(const ScanPair& scans, const PairEvidence& said, Hypothesis& hypothesis, WhereMet& met)
+{
+    hypothesis.counts += said.counts;
+    if (said.eEvidence == EEvidence::Supports) {
+        ++hypothesis.uiSupports;
+        if (said.counts.uiMatched > met.uiMatched) met = {said.counts.uiMatched, scans, said.met};
+    }
+    if (said.eEvidence != EEvidence::Refutes) return;
+    const std::size_t refuter = scans.first;
+    ++hypothesis.uiRefutations;
+    if (hypothesis.refuters.empty() || hypothesis.refuters.back() != refuter) hypothesis.refuters.push_back(refuter);
+    if (said.counts.Contradictions() <= hypothesis.uiWorst) return;
+    hypothesis.uiWorst = said.counts.Contradictions();
+    hypothesis.worst = scans;
+}
+
+} // namespace
+
 CPlacingWeigher::CPlacingWeigher(IScanPairs& pairs, const Placing& placing) : m_pairs(pairs)
 {
     for (std::size_t i = 0; i < placing.searched.size(); ++i) AddFinding(placing.searched[i], placing.findings[i]);
@@ -106,14 +138,6 @@ std::size_t CPlacingWeigher::GetNumFindings(const std::vector<std::size_t>& a, c
         }
     }
     return count;
-}
-
-std::vector<Hypothesis> CPlacingWeigher::Hypotheses(const PlacedGroup& a, const PlacedGroup& b) const
-{
-    std::vector<Hypothesis> all;
-    addPlaces(a, b, all);
-    for (Hypothesis& hypothesis : all) weigh(a, b, hypothesis);
-    return all;
 }
 
 void CPlacingWeigher::addPlaces(const PlacedGroup& a, const PlacedGroup& b, std::vector<Hypothesis>& all) const
@@ -163,24 +187,28 @@ bool CPlacingWeigher::addDistinct(const PlacedGroup& b, Hypothesis hypothesis, s
 
 /// Where much contradicts the pose, one nearby may be meant. And a place that shares no surface with the scan it comes
 /// from is known to a few pixels: where it shares some with another one, it is where these two meet.
-void CPlacingWeigher::weigh(const PlacedGroup& a, const PlacedGroup& b, Hypothesis& hypothesis) const
+void CPlacingWeigher::weigh(const PlacedGroup& a, const PlacedGroup& b, EAsked eAsked, Hypothesis& hypothesis) const
 {
     const Hypothesis blank = hypothesis;
-    const auto met = weighAt(a, b, hypothesis);
+    const auto met = weighAt(a, b, eAsked, hypothesis);
     const auto tryPose = [&](const CTrafo& pose, bool isHeld) {
         Hypothesis other = blank;
         other.pose = pose;
         other.isHeld = isHeld;
-        weighAt(a, b, other);
-        if (other.counts.Contradictions() < hypothesis.counts.Contradictions()) hypothesis = std::move(other);
+        weighAt(a, b, eAsked, other);
+        if (other.isHopeless) return;
+        const bool isLess = other.counts.Contradictions() < hypothesis.counts.Contradictions();
+        if (hypothesis.isHopeless || isLess) hypothesis = std::move(other);
     };
     for (const Hypothesis::Nearby& nearby : blank.nearby)
-        if (hypothesis.counts.Contradictions() >= uiMinMargin) tryPose(nearby.pose, nearby.isHeld);
+        if (hypothesis.isHopeless || hypothesis.counts.Contradictions() >= uiMinMargin)
+            tryPose(nearby.pose, nearby.isHeld);
     if (hypothesis.isOpen && met) tryPose(*met, blank.isHeld);
 }
 
 /// @return where the pair that matches most found that its scans meet; nothing where that is at the pose itself
-std::optional<CTrafo> CPlacingWeigher::weighAt(const PlacedGroup& a, const PlacedGroup& b, Hypothesis& hypothesis) const
+std::optional<CTrafo> CPlacingWeigher::weighAt(const PlacedGroup& a, const PlacedGroup& b, EAsked eAsked,
+                                               Hypothesis& hypothesis) const
 {
     std::vector<std::pair<ScanPair, CTrafo>> poses;
     std::vector<ScanPair> scans; // of the first and of the second group
@@ -193,32 +221,21 @@ std::optional<CTrafo> CPlacingWeigher::weighAt(const PlacedGroup& a, const Place
             scans.emplace_back(i, k);
         }
     }
-    const std::vector<PairEvidence> all = m_pairs.Weigh(poses);
-    unsigned worst = 0;
-    unsigned most = 0;
-    std::optional<CTrafo> there;
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        hypothesis.counts += all[i].counts;
-        if (all[i].eEvidence == EEvidence::Supports) {
-            ++hypothesis.uiSupports;
-            if (all[i].counts.uiMatched <= most) continue;
-            most = all[i].counts.uiMatched;
-            there.reset();
-            if (!all[i].met) continue;
-            const auto [first, second] = scans[i];
-            const CTrafo toFirst = first < second ? all[i].met : all[i].met.GetInverse(true);
-            there = a.PoseOf(first) * toFirst * b.PoseOf(second).GetInverse(true);
-        }
-        if (all[i].eEvidence != EEvidence::Refutes) continue;
-        const std::size_t refuter = scans[i].first;
-        ++hypothesis.uiRefutations;
-        if (hypothesis.refuters.empty() || hypothesis.refuters.back() != refuter)
-            hypothesis.refuters.push_back(refuter);
-        if (all[i].counts.Contradictions() <= worst) continue;
-        worst = all[i].counts.Contradictions();
-        hypothesis.worst = scans[i];
+    const std::size_t step = eAsked == EAsked::All ? poses.size() : uiAskedAtOnce;
+    WhereMet met;
+    for (std::size_t first = 0; first < poses.size(); first += step) {
+        const auto asked = std::span(poses).subspan(first, std::min(step, poses.size() - first));
+        const std::vector<PairEvidence> said = m_pairs.Weigh(asked);
+        for (std::size_t i = 0; i < said.size(); ++i) addEvidence(scans[first + i], said[i], hypothesis, met);
+        if (eAsked == EAsked::All) break;
+        const std::size_t left = poses.size() - first - asked.size();
+        hypothesis.isHopeless = hypothesis.uiRefutations * uiSupportsPerRefutation > hypothesis.uiSupports + left;
+        if (hypothesis.isHopeless) return {};
     }
-    return there;
+    if (!met.at) return {};
+    const auto [first, second] = met.scans;
+    const CTrafo toFirst = first < second ? met.at : met.at.GetInverse(true);
+    return a.PoseOf(first) * toFirst * b.PoseOf(second).GetInverse(true);
 }
 
 /// Motions that carry the object nearly onto itself, in the frame of a group: an ambiguous pair shows them.
@@ -240,7 +257,8 @@ void CPlacingWeigher::addSymmetries(const PlacedGroup& group, std::vector<CTrafo
     }
 }
 
-void CPlacingWeigher::addTurned(const PlacedGroup& a, const PlacedGroup& b, std::vector<Hypothesis>& all) const
+void CPlacingWeigher::addTurned(const PlacedGroup& a, const PlacedGroup& b, EAsked eAsked,
+                                std::vector<Hypothesis>& all) const
 {
     std::vector<CTrafo> ofFirst;
     std::vector<CTrafo> ofSecond;
@@ -249,7 +267,7 @@ void CPlacingWeigher::addTurned(const PlacedGroup& a, const PlacedGroup& b, std:
     const auto tryPose = [&](const CTrafo& pose) {
         Hypothesis hypothesis;
         hypothesis.pose = pose;
-        if (addDistinct(b, hypothesis, all)) weigh(a, b, all.back());
+        if (addDistinct(b, hypothesis, all)) weigh(a, b, eAsked, all.back());
     };
     const CTrafo best = all.front().pose;
     for (const CTrafo& motion : ofFirst) tryPose(motion * best);
@@ -257,25 +275,29 @@ void CPlacingWeigher::addTurned(const PlacedGroup& a, const PlacedGroup& b, std:
 }
 
 std::vector<Hypothesis> CPlacingWeigher::places(const PlacedGroup& a, const PlacedGroup& b,
-                                                const std::optional<CTrafo>& present) const
+                                                const std::optional<CTrafo>& present, EAsked eAsked) const
 {
-    std::vector<Hypothesis> all = Hypotheses(a, b);
+    std::vector<Hypothesis> all;
+    addPlaces(a, b, all);
+    for (Hypothesis& hypothesis : all) weigh(a, b, eAsked, hypothesis);
     if (present) {
         Hypothesis hypothesis;
         hypothesis.pose = *present;
         hypothesis.isAligned = hypothesis.isHeld = true;
-        if (addDistinct(b, hypothesis, all)) weigh(a, b, all.back());
+        if (addDistinct(b, hypothesis, all)) weigh(a, b, eAsked, all.back());
     }
+    if (eAsked == EAsked::UntilHopeless)
+        std::erase_if(all, [](const Hypothesis& hypothesis) { return hypothesis.isHopeless; });
     if (all.empty()) return all;
     std::stable_sort(all.begin(), all.end(),
                      [](const Hypothesis& x, const Hypothesis& y) { return x.counts.Score() > y.counts.Score(); });
-    addTurned(a, b, all);
+    addTurned(a, b, eAsked, all);
     return all;
 }
 
 std::vector<Hypothesis> CPlacingWeigher::StandingPlaces(const PlacedGroup& a, const PlacedGroup& b) const
 {
-    std::vector<Hypothesis> all = places(a, b);
+    std::vector<Hypothesis> all = places(a, b, {}, EAsked::UntilHopeless);
     std::erase_if(all, [](const Hypothesis& hypothesis) { return !hypothesis.Stands(); });
     return all;
 }
@@ -326,7 +348,7 @@ void CPlacingWeigher::addSettled(const PlacedGroup& group, std::size_t scan, std
         Hypothesis settled;
         settled.pose = place.pose * group.PoseOf(scan).GetInverse(true);
         settled.isHeld = AreFewer(place.counts, place.beside);
-        weighAt(group, {{scan}, group.poses}, settled);
+        weighAt(group, {{scan}, group.poses}, EAsked::UntilHopeless, settled);
         if (!settled.Stands()) continue;
         const auto same = std::ranges::find_if(all, [&](const Hypothesis& other) {
             return !m_pairs.AreDistinct(scan, place.pose, other.pose * group.PoseOf(scan));

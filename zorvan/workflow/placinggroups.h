@@ -49,6 +49,8 @@ struct Hypothesis
     std::vector<std::size_t> refuters; ///< scans of the first group that refute it, ascending
     std::size_t uiRefutations = 0;     ///< pairs
     ScanPair worst;                    ///< scans of the first and of the second group with the most contradictions
+    unsigned uiWorst = 0;              ///< of these two
+    bool isHopeless = false;           ///< it does not stand whatever the pairs say that were not asked any more
 
     /// Hardly a pair refutes it. One in five may: a sensor loses surface for reasons that nobody foresees.
     [[nodiscard]] bool Stands() const;
@@ -96,10 +98,8 @@ public:
     [[nodiscard]] std::size_t GetNumFindings(const std::vector<std::size_t>& a,
                                              const std::vector<std::size_t>& b) const;
 
-    /// Each place that the findings suggest, weighed by all pairs.
-    [[nodiscard]] std::vector<Hypothesis> Hypotheses(const PlacedGroup& a, const PlacedGroup& b) const;
-    /// Of these, and of those that near symmetries of the object suggest, the ones that stand. The first are those that
-    /// findings suggest, best first.
+    /// Of the places that findings or near symmetries of the object suggest the ones that stand. The first are those
+    /// that findings suggest, best first.
     [[nodiscard]] std::vector<Hypothesis> StandingPlaces(const PlacedGroup& a, const PlacedGroup& b) const;
     /// The pose that beats all others, near symmetries of the object included, or why there is none.
     /// @param present  where the second group is now, which is a hypothesis too
@@ -134,14 +134,23 @@ public:
     void PutInParts(const PlacedGroup& group, Placing& placing) const;
 
 private:
+    /// Which pairs are asked about a hypothesis.
+    enum class EAsked
+    {
+        All,
+        UntilHopeless
+    };
+
     /// All hypotheses: those that findings suggest, and the present pose, best first, then turned ones.
     [[nodiscard]] std::vector<Hypothesis> places(const PlacedGroup& a, const PlacedGroup& b,
-                                                 const std::optional<CTrafo>& present = {}) const;
+                                                 const std::optional<CTrafo>& present = {},
+                                                 EAsked eAsked = EAsked::All) const;
     void addPlaces(const PlacedGroup& a, const PlacedGroup& b, std::vector<Hypothesis>& all) const;
-    void addTurned(const PlacedGroup& a, const PlacedGroup& b, std::vector<Hypothesis>& all) const;
+    void addTurned(const PlacedGroup& a, const PlacedGroup& b, EAsked eAsked, std::vector<Hypothesis>& all) const;
     bool addDistinct(const PlacedGroup& b, Hypothesis hypothesis, std::vector<Hypothesis>& all) const;
-    void weigh(const PlacedGroup& a, const PlacedGroup& b, Hypothesis& hypothesis) const;
-    std::optional<CTrafo> weighAt(const PlacedGroup& a, const PlacedGroup& b, Hypothesis& hypothesis) const;
+    void weigh(const PlacedGroup& a, const PlacedGroup& b, EAsked eAsked, Hypothesis& hypothesis) const;
+    std::optional<CTrafo> weighAt(const PlacedGroup& a, const PlacedGroup& b, EAsked eAsked,
+                                  Hypothesis& hypothesis) const;
     /// Of a scan: where pairs have found it beside the group, or near symmetries carry it.
     [[nodiscard]] std::vector<CTrafo> startsOf(const PlacedGroup& group, std::size_t scan) const;
     void addSettled(const PlacedGroup& group, std::size_t scan, std::span<const CTrafo> starts,

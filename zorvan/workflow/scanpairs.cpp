@@ -203,7 +203,7 @@ PairEvidence CScanPairs::weigh(ScanPair pair, const CTrafo& pose) const
     if (const auto known = findWeighed(pair, pose)) return *known;
     const PairEvidence evidence = weighAnew(pair, *judgeOf(pair), pose);
     const std::lock_guard lock(m_mutex);
-    m_known[pair].weighed.emplace_back(pose, evidence);
+    m_known[pair].weighed.push_back({pose, pose * m_scans[pair.second].searched.view->GetMiddle(), evidence});
     return evidence;
 }
 
@@ -212,11 +212,15 @@ std::optional<PairEvidence> CScanPairs::findWeighed(ScanPair pair, const CTrafo&
     constexpr double dSamePixels = 0.02; // the same pose, composed in another order
     const CScanView& view = *m_scans[pair.second].searched.view;
     const double same = dSamePixels * std::max(pixelOf(pair.first), pixelOf(pair.second));
+    const kdtree::Vector<3> middle = pose * view.GetMiddle();
     const std::lock_guard lock(m_mutex);
     const auto known = m_known.find(pair);
     if (known == m_known.end()) return std::nullopt;
-    for (const auto& [other, evidence] : known->second.weighed)
-        if (DistanceOfPoses(view, other, pose) < same) return evidence;
+    for (const Weighed& other : known->second.weighed) {
+        // There are hundreds, most of them elsewhere: the middle is no further off than the pose.
+        if (static_cast<double>((middle - other.middle).Length()) >= same) continue;
+        if (DistanceOfPoses(view, other.pose, pose) < same) return other.evidence;
+    }
     return std::nullopt;
 }
 

@@ -62,10 +62,16 @@ private:
         std::vector<ScanBeside> scans;
         std::vector<std::shared_ptr<const CPoseJudge>> judges;
     };
+    struct Weighed
+    {
+        CTrafo pose;
+        kdtree::Vector<3> middle; ///< of the second scan at the pose
+        PairEvidence evidence;
+    };
     struct Known
     {
         std::shared_ptr<const CPoseJudge> judge;
-        std::vector<std::pair<CTrafo, PairEvidence>> weighed;
+        std::vector<Weighed> weighed;
     };
 
     [[nodiscard]] PairFinding search(ScanPair pair, bool isThorough, const Zorvan::Hooks& hooks) const;
