@@ -19,6 +19,8 @@ using Members = std::vector<std::size_t>;
 constexpr std::size_t uiMaxScans = 32;
 /// A scan that leaves more of them waits until others are in.
 constexpr std::size_t uiMaxArrangements = 32;
+/// Places of a scan in all arrangements: settling in one takes a tenth of a second.
+constexpr std::size_t uiMaxSettled = 64;
 /// Of scans that wait: the first few match most and tell most.
 constexpr std::size_t uiMostWaiting = 3;
 /// Starts that bring more than half of the scans together.
@@ -110,7 +112,7 @@ private:
     {
         for (const std::size_t scan : nextFor(arrangements, left)) {
             Arrangements more = withScan(arrangements, scan);
-            if (more.size() > uiMaxArrangements) continue;
+            if (more.empty() || more.size() > uiMaxArrangements) continue;
             arrangements = std::move(more);
             std::erase(left, scan);
             return true;
@@ -135,22 +137,31 @@ private:
         return next;
     }
 
-    /// With a scan in each place that it may have in each; one that has no place for it stays as it is.
+    /// With a scan in each place that it may have in each; one that has no place for it stays as it is. Nothing where
+    /// there are too many places to settle in: of a flange each arrangement has six turns for each scan.
     [[nodiscard]] Arrangements withScan(const Arrangements& arrangements, std::size_t scan) const
     {
-        Arrangements more;
+        std::vector<std::vector<Hypothesis>> places;
+        std::size_t total = 0;
         for (const Arrangement& arrangement : arrangements) {
+            places.push_back(m_weigher.StandingPlaces(arrangement.Group(), {{scan}, &arrangement.poses}));
+            total += places.back().size();
+            if (m_eGrowth == EGrowth::Exactly && total > uiMaxSettled) return {};
+        }
+        Arrangements more;
+        for (std::size_t i = 0; i < arrangements.size(); ++i) {
             const std::size_t before = more.size();
-            addPlaced(arrangement, scan, more);
-            if (more.size() == before) more.push_back(arrangement);
+            addPlaced(arrangements[i], scan, places[i], more);
+            if (more.size() == before) more.push_back(arrangements[i]);
         }
         return m_compare.EachOnce(m_compare.WithoutRuledOut(more, EStage::Growing));
     }
 
-    void addPlaced(const Arrangement& arrangement, std::size_t scan, Arrangements& more) const
+    void addPlaced(const Arrangement& arrangement, std::size_t scan, const std::vector<Hypothesis>& places,
+                   Arrangements& more) const
     {
         std::vector<CTrafo> starts;
-        for (const Hypothesis& place : m_weigher.StandingPlaces(arrangement.Group(), {{scan}, &arrangement.poses})) {
+        for (const Hypothesis& place : places) {
             const bool isApart = place.isOpen && place.uiSupports == 0; // nothing is there to settle beside
             if (m_eGrowth == EGrowth::AsFound || isApart)
                 more.push_back(arrangement.With(scan, place));

@@ -61,7 +61,7 @@ public:
         return clustersOf(m_placing);
     }
 
-    /// Where no group has come about, see StartJointly. @return whether there is one now
+    /// Where no group has come about, see StartJointly. @return whether groups have changed
     bool ArrangeAnew(CClusterRegistration& registration, const Zorvan::Hooks& hooks)
     {
         take(clustersOf(registration));
