@@ -205,7 +205,7 @@ bool takeOutDisputed(const Arrangements& arrangements, const CJointSearch& searc
 {
     if (arrangements.empty()) return false;
     bool isAny = false;
-    for (const std::size_t name : std::set<std::size_t>(placing.group.begin(), placing.group.end())) {
+    for (const std::size_t name : placing.Names()) {
         const Members members = placing.MembersOf(name);
         if (members.size() < 2) continue;
         const Arrangement sure = search.Compare().Undisputed({members, placing.poses, {}}, arrangements);

@@ -24,13 +24,14 @@ public:
     CLayer(const IScanPairs& pairs, const CPlacingWeigher& weigher, const PlacedGroup& present, const PlacedGroup& laid)
         : m_pairs(pairs), m_weigher(weigher), m_present(present), m_laid(laid.members), m_poses(*laid.poses)
     {
-        countMatches();
     }
 
     [[nodiscard]] std::vector<CTrafo> Run(const Zorvan::Hooks& hooks)
     {
         Members left;
         std::ranges::set_difference(m_present.members, m_laid, std::back_inserter(left));
+        if (left.empty()) return m_poses;
+        countMatches();
         hooks.Start("laying anew", 2 * left.size());
         layAll(left, hooks);
         for (const std::size_t scan : left) {
@@ -159,7 +160,7 @@ bool LayAnew(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks)
     constexpr std::size_t uiLeast = 3; // two have been judged by themselves
     const CPlacingWeigher weigher(pairs, placing);
     bool isAny = false;
-    for (const std::size_t name : std::set<std::size_t>(placing.group.begin(), placing.group.end())) {
+    for (const std::size_t name : placing.Names()) {
         const Members members = placing.MembersOf(name);
         if (hooks.IsAborted() || members.size() < uiLeast) continue;
         isAny = layGroup(pairs, weigher, members, placing, hooks) || isAny;

@@ -48,12 +48,6 @@ public:
     }
 
 private:
-    [[nodiscard]] Members names() const
-    {
-        std::set<std::size_t> all(m_state.group.begin(), m_state.group.end());
-        return {all.begin(), all.end()};
-    }
-
     [[nodiscard]] PlacedGroup groupOf(std::size_t name) const { return {m_state.MembersOf(name), &m_state.poses}; }
 
     // Joining -------------------------------------------------------------------------------------------------------
@@ -166,7 +160,7 @@ private:
     /// others: then the order hardly matters.
     const std::vector<ScanPair>& likelyPairs()
     {
-        const bool isOfUse = m_state.group.size() > uiMaxSearches + 1 && names().size() > 1;
+        const bool isOfUse = m_state.group.size() > uiMaxSearches + 1 && m_state.Names().size() > 1;
         if (!m_likely.empty() || !isOfUse) return m_likely;
         std::vector<std::tuple<double, std::size_t, ScanPair>> order;
         const LikelyScans likely = m_pairs.FindLikely();
@@ -249,7 +243,7 @@ private:
 
     [[nodiscard]] std::optional<std::size_t> findRefuted() const
     {
-        for (const std::size_t name : names())
+        for (const std::size_t name : m_state.Names())
             if (const auto worst = m_weigher.FindRefuted(groupOf(name))) return worst;
         return std::nullopt;
     }
@@ -303,7 +297,7 @@ private:
             const Members own = m_state.MembersOf(m_state.group[scan]);
             if (own.size() < 2) continue;
             const double held = m_weigher.Score({own, &m_state.poses}, scan);
-            for (const std::size_t name : names()) {
+            for (const std::size_t name : m_state.Names()) {
                 const Members others = m_state.MembersOf(name);
                 if (name == own.front() || !m_moved.insert({scan, own, others}).second) continue;
                 const JoinDecision decision = m_weigher.Decide(groupOf(name), {{scan}, &m_state.poses});
@@ -321,7 +315,7 @@ private:
     [[nodiscard]] PoseCounts counts() const
     {
         PoseCounts sum;
-        for (const std::size_t name : names()) sum += m_weigher.Counts(groupOf(name));
+        for (const std::size_t name : m_state.Names()) sum += m_weigher.Counts(groupOf(name));
         return sum;
     }
 
@@ -422,7 +416,7 @@ private:
     void sayWhatBecame()
     {
         m_state.places.assign(m_state.group.size(), {});
-        for (const std::size_t name : names()) {
+        for (const std::size_t name : m_state.Names()) {
             const Members members = m_state.MembersOf(name);
             if (members.size() > 1) {
                 for (const std::size_t scan : members) m_state.places[scan].ePlace = EPlace::Placed;
@@ -507,6 +501,8 @@ Placing Placing::Apart(std::size_t numScans)
     return apart;
 }
 
+std::set<std::size_t> Placing::Names() const { return {group.begin(), group.end()}; }
+
 std::vector<std::size_t> Placing::MembersOf(std::size_t name) const
 {
     Members members;
@@ -518,7 +514,7 @@ std::vector<std::size_t> Placing::MembersOf(std::size_t name) const
 std::vector<std::size_t> Placing::LargestGroup() const
 {
     Members largest;
-    for (const std::size_t name : std::set<std::size_t>(group.begin(), group.end()))
+    for (const std::size_t name : Names())
         if (Members members = MembersOf(name); members.size() > largest.size()) largest = std::move(members);
     return largest;
 }

@@ -121,6 +121,8 @@ struct Placing
 
     /// Every scan for itself.
     [[nodiscard]] ZORVAN_WORKFLOW_API static Placing Apart(std::size_t numScans);
+    /// Of its groups.
+    [[nodiscard]] ZORVAN_WORKFLOW_API std::set<std::size_t> Names() const;
     [[nodiscard]] ZORVAN_WORKFLOW_API std::vector<std::size_t> MembersOf(std::size_t name) const;
     /// Members of the first of several.
     [[nodiscard]] ZORVAN_WORKFLOW_API std::vector<std::size_t> LargestGroup() const;

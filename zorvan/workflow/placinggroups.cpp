@@ -91,28 +91,29 @@ bool Hypothesis::Stands() const
 
 namespace {
 
-/// Of the pair that matches most.
-struct WhereMet
+/// What pairs say that stand out among those that have been asked.
+struct Outstanding
 {
-    unsigned uiMatched = 0;
-    ScanPair scans;
-    CTrafo at = CTrafo::Invalid(); ///< invalid: at the pose itself
+    unsigned uiMatched = 0;         ///< of the pair that matches most
+    ScanPair scans;                 ///< of that pair
+    CTrafo met = CTrafo::Invalid(); ///< where it was found to meet; invalid: at the pose itself
+    unsigned uiWorst = 0;           ///< contradictions of the pair with the most
 };
 
 /// @param scans  of the first and of the second group
-void addEvidence(const ScanPair& scans, const PairEvidence& said, Hypothesis& hypothesis, WhereMet& met)
+void addEvidence(const ScanPair& scans, const PairEvidence& said, Hypothesis& hypothesis, Outstanding& most)
 {
     hypothesis.counts += said.counts;
     if (said.eEvidence == EEvidence::Supports) {
         ++hypothesis.uiSupports;
-        if (said.counts.uiMatched > met.uiMatched) met = {said.counts.uiMatched, scans, said.met};
+        if (said.counts.uiMatched > most.uiMatched) most = {said.counts.uiMatched, scans, said.met, most.uiWorst};
     }
     if (said.eEvidence != EEvidence::Refutes) return;
     const std::size_t refuter = scans.first;
     ++hypothesis.uiRefutations;
     if (hypothesis.refuters.empty() || hypothesis.refuters.back() != refuter) hypothesis.refuters.push_back(refuter);
-    if (said.counts.Contradictions() <= hypothesis.uiWorst) return;
-    hypothesis.uiWorst = said.counts.Contradictions();
+    if (said.counts.Contradictions() <= most.uiWorst) return;
+    most.uiWorst = said.counts.Contradictions();
     hypothesis.worst = scans;
 }
 
@@ -222,19 +223,19 @@ std::optional<CTrafo> CPlacingWeigher::weighAt(const PlacedGroup& a, const Place
         }
     }
     const std::size_t step = eAsked == EAsked::All ? poses.size() : uiAskedAtOnce;
-    WhereMet met;
+    Outstanding most;
     for (std::size_t first = 0; first < poses.size(); first += step) {
         const auto asked = std::span(poses).subspan(first, std::min(step, poses.size() - first));
         const std::vector<PairEvidence> said = m_pairs.Weigh(asked);
-        for (std::size_t i = 0; i < said.size(); ++i) addEvidence(scans[first + i], said[i], hypothesis, met);
+        for (std::size_t i = 0; i < said.size(); ++i) addEvidence(scans[first + i], said[i], hypothesis, most);
         if (eAsked == EAsked::All) break;
         const std::size_t left = poses.size() - first - asked.size();
         hypothesis.isHopeless = hypothesis.uiRefutations * uiSupportsPerRefutation > hypothesis.uiSupports + left;
         if (hypothesis.isHopeless) return {};
     }
-    if (!met.at) return {};
-    const auto [first, second] = met.scans;
-    const CTrafo toFirst = first < second ? met.at : met.at.GetInverse(true);
+    if (!most.met) return {};
+    const auto [first, second] = most.scans;
+    const CTrafo toFirst = first < second ? most.met : most.met.GetInverse(true);
     return a.PoseOf(first) * toFirst * b.PoseOf(second).GetInverse(true);
 }
 

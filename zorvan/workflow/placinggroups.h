@@ -49,7 +49,6 @@ struct Hypothesis
     std::vector<std::size_t> refuters; ///< scans of the first group that refute it, ascending
     std::size_t uiRefutations = 0;     ///< pairs
     ScanPair worst;                    ///< scans of the first and of the second group with the most contradictions
-    unsigned uiWorst = 0;              ///< of these two
     bool isHopeless = false;           ///< it does not stand whatever the pairs say that were not asked any more
 
     /// Hardly a pair refutes it. One in five may: a sensor loses surface for reasons that nobody foresees.

@@ -109,9 +109,8 @@ public:
     {
         take(clustersOf(registration));
         const std::vector<PairStanding> pairs = GetPairs();
-        const std::set<std::size_t> names(m_placing.group.begin(), m_placing.group.end());
         std::vector<Dispute> all;
-        for (const std::size_t name : names) {
+        for (const std::size_t name : m_placing.Names()) {
             const std::vector<std::size_t> members = m_placing.MembersOf(name);
             if (members.size() < 2 * verdict::uiMinCamp) continue;
             const std::vector<DisputedSpot> spots = m_pairs.FindDisputes(members, m_placing.poses, pairs);
