@@ -20,7 +20,8 @@ sessions  a session of a hundred scans, the bunny's views ten times over and pat
 
 Without a name, all. Automatic settings, one thread unless --threads says more. Exit code 1 when a scan is put in a
 wrong place (over 1 degree or 2 mm for the bunny, over 0.5 degrees or 0.5 mm for the patches), or fewer than --min-placed
-(a share of the scans) are placed, or the optimisation does not lower the errors.
+(a share of the scans) are placed, or the optimisation does not lower the errors (the closing error: where it is more than
+three times the slip).
 """
 import argparse
 import json
@@ -187,7 +188,9 @@ def arch(args, folder):
     found = truth.errors(cluster, first)
     covered = {k: sum(e[1] <= k * cluster[name]["result"]["slip"] for name, e in found.items()) for k in (1, 2, 3)}
     print(f"    errors within 1 / 2 / 3 times the slip: {' / '.join(map(str, covered.values()))} of {len(found)}")
-    return (good and closing[1][1] < closing[0][1] and covered[3] >= 0.9 * len(found)
+    # By luck, which is another one on another processor, a merge may leave less than what noise lets anybody know.
+    is_closed = closing[1][1] < max(closing[0][1], 3 * cluster[last]["result"]["slip"])
+    return (good and is_closed and covered[3] >= 0.9 * len(found)
             and random_orders(args, "arch", folder, scans, truth, limits))
 
 

@@ -19,7 +19,7 @@ using namespace prereg;
 using support::Boxes;
 using support::Vector3;
 
-constexpr float degree = std::numbers::pi_v<float> / 180.0F;
+constexpr double degree = std::numbers::pi / 180.0;
 
 /// A small part without symmetry on a table that reaches beyond the field of view.
 Boxes partOnTable()
@@ -28,9 +28,9 @@ Boxes partOnTable()
 }
 
 /// The table tilted toward the sensor by so much, after a turn about its normal.
-CTrafo seenFrom(float tilt, float turn)
+CTrafo seenFrom(double tilt, double turn)
 {
-    return CTrafo({1, 0.3F, 0}, tilt * degree, Vector3()) * CTrafo({0, 0, 1}, turn * degree, Vector3());
+    return support::ExactTurn({1, 0.3F, 0}, tilt * degree) * support::ExactTurn({0, 0, 1}, turn * degree);
 }
 
 support::Surface scanFrom(const CTrafo& pose) { return support::ScanOfBoxes(partOnTable(), pose, 0.5F, 0.02F); }
@@ -108,8 +108,8 @@ TEST(FindSupportPlane, FindsTheHeightOfATableAndNoneInAPart)
 // Along any ray a plane has a raster: the walls of the part know better, and are few.
 TEST(FindViewingRay, IsNotMisledByATableUnderAPart)
 {
-    const CTrafo turn({0.8F, -0.6F, 0}, 25 * degree, Vector3());
-    for (const float angle : {0.0F, 50.0F, 130.0F, 220.0F}) {
+    const CTrafo turn = support::ExactTurn({0.8F, -0.6F, 0}, 25 * degree);
+    for (const double angle : {0.0, 50.0, 130.0, 220.0}) {
         const auto scan = support::ToVotingScan(scanFrom(seenFrom(30, angle)), turn);
         const ViewingRay ray = scan.view->GetRay();
         EXPECT_EQ(ray.eKind, ERay::Found);

@@ -138,6 +138,14 @@ prereg::CTrafo RandomPose(std::mt19937& rng, float shift)
     return {q, drawVector(draw, rng)};
 }
 
+prereg::CTrafo ExactTurn(const Vector3& axis, double angle)
+{
+    const double s = std::sin(0.5 * angle) / std::sqrt(static_cast<double>(axis.LengthSq()));
+    const prereg::Quaternion q(std::cos(0.5 * angle), s * static_cast<double>(axis.x), s * static_cast<double>(axis.y),
+                               s * static_cast<double>(axis.z));
+    return {q, Vector3()};
+}
+
 Surface BumpySurface(std::size_t n, std::uint32_t seed, float noise)
 {
     std::mt19937 rng(seed);

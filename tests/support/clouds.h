@@ -34,6 +34,10 @@ Vector3 RandomDirection(std::mt19937& rng);
 /// Any rotation, and a translation of up to `shift` in each coordinate.
 prereg::CTrafo RandomPose(std::mt19937& rng, float shift);
 
+/// A turn in radians about an axis through the origin. That of the library scales by up to 3e-4, on each processor
+/// otherwise: too much for a scan that is to be exact.
+prereg::CTrafo ExactTurn(const Vector3& axis, double angle);
+
 /// A bumpy surface without symmetry over [-20, 20] x [-20, 20] mm, with its exact normals.
 struct Surface
 {

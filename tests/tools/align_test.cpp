@@ -63,14 +63,18 @@ TEST_F(AlignedViews, AreFoundWithoutAStart)
 
 TEST_F(AlignedViews, AreAllToldWhenAskedFor)
 {
-    folder->Write("loose.txt", "{'uiTrafoClusteringQuorum' : 0, 'uiNumPolygons' : 400, 'dMinSmallBigRatio' : 0,"
-                               " 'dMaxRMSE' : 0.2}");
+    const auto verdicts = [&](const std::string& name) {
+        const std::string text = folder->Read(name);
+        return text.substr(text.find("\"candidates\""));
+    };
+    const std::string few = "{'uiTrafoClusteringQuorum' : 0, 'uiNumPolygons' : 400, 'dMaxStdDev' : ";
+    folder->Write("loose.txt", few + "0.2}");
     EXPECT_EQ(folder->Run("align view00.ply view01.ply --all --settings loose.txt -o all.json").exitCode, 0);
     ExpectNearTruth("all.json");
-    const std::string text = folder->Read("all.json");
-    const std::string verdicts = text.substr(text.find("\"candidates\""));
-    EXPECT_NE(verdicts.find("success"), std::string::npos);
-    EXPECT_NE(verdicts.find("too much slip"), std::string::npos) << verdicts;
+    EXPECT_NE(verdicts("all.json").find("success"), std::string::npos);
+    folder->Write("strict.txt", few + "1e-9}");
+    EXPECT_EQ(folder->Run("align view00.ply view01.ply --all --settings strict.txt -o none.json").exitCode, 1);
+    EXPECT_NE(verdicts("none.json").find("too much slip"), std::string::npos) << verdicts("none.json");
 }
 
 TEST_F(AlignedViews, OfDifferentObjectsGiveNoPoseHoweverLongTheUserWaits)
