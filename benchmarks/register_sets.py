@@ -68,12 +68,17 @@ class Outcome:
         before = resource.getrusage(resource.RUSAGE_CHILDREN)
         start = time.monotonic()
         with tempfile.TemporaryDirectory() as folder:
-            run = subprocess.run([args.program, "register", *map(str, scans), "-o", folder, "--threads",
-                                  str(args.threads), "--scale", str(scale), *args.option],
-                                 capture_output=True, text=True, check=False)
-            if run.returncode not in (0, 1):
-                sys.exit(run.stderr)
-            clusters = clusters_of(pathlib.Path(folder) / "poses.json")
+            session = []
+            for go in range(args.goes):
+                some = scans[go * len(scans) // args.goes:(go + 1) * len(scans) // args.goes]
+                out = pathlib.Path(folder) / str(go)
+                run = subprocess.run([args.program, "register", *map(str, some), *session, "-o", out, "--threads",
+                                      str(args.threads), "--scale", str(scale), *args.option],
+                                     capture_output=True, text=True, check=False)
+                if run.returncode not in (0, 1):
+                    sys.exit(run.stderr)
+                session = ["--session", out / "session.zdoc"]
+            clusters = clusters_of(out / "poses.json")
         after = resource.getrusage(resource.RUSAGE_CHILDREN)
         self.seconds = time.monotonic() - start
         self.cpu = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
@@ -149,6 +154,7 @@ def main():
     parser.add_argument("--seeds", type=int, default=1, help="virtual parts of each kind")
     parser.add_argument("--views", type=int, default=12, help="of a virtual part")
     parser.add_argument("--orders", type=int, default=1, help="the given one, then random ones")
+    parser.add_argument("--goes", type=int, default=1, help="runs, of which each goes on with the session of the one before")
     parser.add_argument("--threads", type=int, default=1)
     parser.add_argument("--option", action="append", default=["--optimize"], help="of zorvan register")
     args = parser.parse_args()

@@ -9,7 +9,7 @@ import struct
 import sys
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
-from sessions import child, cluster, document, element, floats, pose, session, uuid  # noqa: E402
+from sessions import child, cluster, document, element, floats, keyed, pose, session, uuid  # noqa: E402
 
 CORPUS = pathlib.Path(__file__).parent / "corpus" / "register_session"
 NONE = bytes(16)
@@ -70,10 +70,10 @@ def files(*scans):
                             for entity, name in scans))
 
 
-def program_session(clusters, primary, surfaces, scans, config=None, unit=1.0):
+def program_session(clusters, primary, surfaces, scans, config=None, unit=1.0, more=()):
     whole = session(config or settings(), clusters, primary, surfaces)
     # The length in front and the zero behind go round all elements.
-    return document(whole[4:-1], element(1, "mm_per_unit", struct.pack("<d", unit)), files(*scans))
+    return document(whole[4:-1], element(1, "mm_per_unit", struct.pack("<d", unit)), files(*scans), *more)
 
 
 NAMES = (A, b"a.ply"), (B, b"b.ply")
@@ -88,7 +88,23 @@ def placed(trafo):
     return pair([cluster(X, A, FLOATING, (A, STILL), (B, trafo))])
 
 
+def text(name, value):
+    return element(2, name, struct.pack("<I", len(value) + 1) + value.encode() + b"\0")
+
+
+def known_pair():
+    """With the same place twice."""
+    rows = ("row_x", 1, 0, 0, -1.5), ("row_y", 0, 1, 0, -3), ("row_z", 0, 0, 1, 1.5)
+    place = child("place", element(8, "held", b"\1"), element(8, "open", b"\0"),
+                  child("pose", *(keyed(name, x=x, y=y, z=z, shift=shift) for name, x, y, z, shift in rows)),
+                  child("counts", element(129, "matched", struct.pack("<I", 700))))
+    return child("known_pairs", text("version", "0.1.0"),
+                 child("pairs", child("pair", uuid("first", A), uuid("second", B), text("verdict", "ambiguous"),
+                                      element(8, "settled", b"\1"), child("places", place, place))))
+
+
 SEEDS = {
+    "known_pair": pair(more=[known_pair()]),
     "pair": pair(),
     "pair_cut": pair()[:-100],
     "no_scan": program_session([], NONE, [], []),

@@ -277,4 +277,42 @@ TEST(Session, SaysWhatWasDoneTakesItBackAndMovesWithItsFolder)
     ExpectRefused(folder.Run("session undo old.zdoc"), "nothing to take back");
 }
 
+TEST(Session, KeepsWhatSearchesOfPairsHaveFound)
+{
+    const WorkFolder folder;
+    ASSERT_EQ(folder.Run("simulate -o . --object bracket --views 4 --spacing 0.8 --seed 5 --quiet").exitCode, 0);
+    const auto known = [&](const std::string& name) {
+        const object document = prereg::ReadDocumentFile(folder / name);
+        for (const element& e : document)
+            if (e.name() == std::string("known_pairs")) return e;
+        return element();
+    };
+    EXPECT_NE(folder.Run("register view00.ply view01.ply view02.ply -o three").exitCode, 2);
+    const object three = known("three/session.zdoc").as_object();
+    EXPECT_EQ(three.child("pairs").as_object().num_elements(), 3U);
+    auto outcome = folder.Run("register view03.ply --session three/session.zdoc -o four");
+    EXPECT_NE(outcome.err.find("6 of 6 pairs searched, 3 of these in earlier runs; "), std::string::npos)
+        << outcome.err;
+    outcome = folder.Run("session pairs four/session.zdoc");
+    EXPECT_NE(outcome.out.find("6 pairs were searched: "), std::string::npos) << outcome.out;
+    outcome = folder.Run("session pairs four/session.zdoc view03.ply");
+    EXPECT_NE(outcome.out.find("3 pairs were searched: "), std::string::npos) << outcome.out;
+    ExpectRefused(folder.Run("session pairs four/session.zdoc view04.ply"), "view04.ply: no scan of this name; zorvan");
+
+    const element four = known("four/session.zdoc");
+    ASSERT_EQ(folder.Run("session remove four/session.zdoc view00.ply").exitCode, 0);
+    EXPECT_NE(folder.Run("session pairs four/session.zdoc").out.find("3 pairs were searched: "), std::string::npos);
+    ASSERT_EQ(folder.Run("session undo four/session.zdoc").exitCode, 0);
+    EXPECT_EQ(known("four/session.zdoc"), four) << "with those of the scan that was removed";
+
+    const object document = prereg::ReadDocumentFile(folder / "three/session.zdoc");
+    const object old = three.update(element("version", "0.0.0"));
+    prereg::WriteDocumentFile(folder / "old.zdoc", with(document, element("known_pairs", old)));
+    outcome = folder.Run("register --session old.zdoc -o again");
+    EXPECT_NE(outcome.err.find("3 of 3 pairs searched; "), std::string::npos) << outcome.err;
+
+    EXPECT_NE(folder.Run("register view00.ply view01.ply view02.ply --initial truth.json -o given").exitCode, 2);
+    EXPECT_EQ(known("given/session.zdoc").type(), element().type()) << "poses that were given may be others tomorrow";
+}
+
 } // namespace

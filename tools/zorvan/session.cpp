@@ -7,6 +7,7 @@
 #include "zorvan/scans/inputerror.h"
 #include "zorvan/util/version.h"
 #include "zorvan/workflow/lookatposes.h"
+#include "zorvan/workflow/pairtable.h"
 #include "zorvan/workflow/registerresults.h"
 #include "zorvan/workflow/session.h"
 #include "zorvan/workflow/sessionedit.h"
@@ -61,6 +62,21 @@ int list(const SessionOptions& options)
     return Done;
 }
 
+std::string nameOf(const SessionOptions& options) { return std::filesystem::path(options.scan).filename().string(); }
+
+constexpr const char* sListShows = "zorvan session list shows its scans";
+
+int showPairs(const SessionOptions& options)
+{
+    options.general.Apply();
+    try {
+        std::cout << prereg::PairTableText(Opened(options).session, nameOf(options));
+    } catch (const std::invalid_argument& error) {
+        throw Zorvan::CInputError(options.file, nameOf(options) + ": " + error.what(), sListShows);
+    }
+    return Done;
+}
+
 /// The session, changed in its place. @param change  throws std::invalid_argument for what cannot be done
 template <typename Change>
 int edit(const SessionOptions& options, const std::string& subject, const std::string& advice, const Change& change)
@@ -89,10 +105,10 @@ using ScanEdit = prereg::CSession (*)(const prereg::CSession&, const std::string
 
 int editScan(const SessionOptions& options, ScanEdit change)
 {
-    const std::string name = std::filesystem::path(options.scan).filename().string();
-    return edit(
-        options, name + ": ", "zorvan session list shows its scans",
-        [&](const Opened& opened, const auto& stamp) { return change(opened.session, name, opened.group, stamp); });
+    const std::string name = nameOf(options);
+    return edit(options, name + ": ", sListShows, [&](const Opened& opened, const auto& stamp) {
+        return change(opened.session, name, opened.group, stamp);
+    });
 }
 
 int undo(const SessionOptions& options)
@@ -111,6 +127,7 @@ void AddSession(CCommand app)
     command.SetFooter("Exit code 0: done; 2: wrong call, no session, no such scan, or nothing to take back.\n\n"
                       "Examples:\n"
                       "  zorvan session list out/session.zdoc\n"
+                      "  zorvan session pairs out/session.zdoc view03.ply\n"
                       "  zorvan session remove out/session.zdoc view03.ply\n"
                       "  zorvan session undo out/session.zdoc");
     const auto add = [&](const char* name, const char* help) {
@@ -122,6 +139,10 @@ void AddSession(CCommand app)
     add("list", "Its scans, by cluster, how well they fit, and who did what to it, when and why").SetAction([options] {
         return list(*options);
     });
+    CCommand pairs = add("pairs", "What searches have found for each pair of its scans: places, and how many samples "
+                                  "match and contradict there. A run that goes on with the session builds on it");
+    pairs.AddOption("SCAN", options->scan, "By its file name: only pairs of this one");
+    pairs.SetAction([options] { return showPairs(*options); });
     add("undo", "Take back what the last register, remove or split did; again for the one before").SetAction([options] {
         return undo(*options);
     });

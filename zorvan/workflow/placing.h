@@ -4,10 +4,10 @@
 #include "zorvan/core/ctrafo.h"
 #include "zorvan/core/hooks.h"
 #include "zorvan/verdict/cposejudge.h"
-#include "zorvan/verdict/pairverdict.h"
 #include "zorvan/verdict/settleamong.h"
 #include "zorvan/workflow/export.h"
 #include "zorvan/workflow/likelyscans.h"
+#include "zorvan/workflow/pairfinding.h"
 
 #include <cstddef>
 #include <optional>
@@ -21,22 +21,6 @@ namespace prereg {
 
 /// Two scans by their numbers, the smaller one first; poses map the second into the frame of the first.
 using ScanPair = std::pair<std::size_t, std::size_t>;
-
-/// What a search has found for a pair.
-struct PairFinding
-{
-    struct Place
-    {
-        CTrafo pose;
-        PoseCounts counts;
-        bool isHeld = true;  ///< false: it may slide, so that it is no place to put a scan, only a rival
-        bool isOpen = false; ///< nothing contradicts it, whether surface is shared or not: see EFinding::NotRuledOut
-    };
-    EPairVerdict eVerdict = EPairVerdict::TooLittle;
-    std::vector<Place> places; ///< that explain both scans, best first
-
-    [[nodiscard]] bool IsAligned() const { return eVerdict == EPairVerdict::Aligned && !places.empty(); }
-};
 
 /// What two scans say of a pose that others brought about.
 enum class EEvidence

@@ -55,10 +55,6 @@ struct Hypothesis
     [[nodiscard]] bool Stands() const;
 };
 
-/// A pose of poses of poses is no rotation any more: each product through an inverse that is a transpose doubles what
-/// it is off. After 99 joins it was 0.002.
-[[nodiscard]] inline CTrafo Rigid(const CTrafo& pose) { return {pose.GetQuaternion(), pose.GetTranslation()}; }
-
 /// Whether all pairs together contradict poses by a margin less than others: by 30 samples, and half as much at most.
 [[nodiscard]] ZORVAN_WORKFLOW_API bool AreFewer(const PoseCounts& a, const PoseCounts& b);
 

@@ -10,20 +10,16 @@
 #include "zorvan/scans/textnumber.h"
 #include "zorvan/verdict/planeshare.h"
 #include "zorvan/verdict/verdictlimits.h"
+#include "zorvan/workflow/arranger.h"
 #include "zorvan/workflow/autosettings.h"
 #include "zorvan/workflow/disputerow.h"
-#include "zorvan/workflow/jointarrangement.h"
-#include "zorvan/workflow/layinganew.h"
 #include "zorvan/workflow/lookatposes.h"
 #include "zorvan/workflow/mergepairs.h"
 #include "zorvan/workflow/placing.h"
-#include "zorvan/workflow/placingtogether.h"
 #include "zorvan/workflow/scancopies.h"
-#include "zorvan/workflow/scanpairs.h"
 #include "zorvan/workflow/sessionedit.h"
 #include "zorvan/workflow/settingsfile.h"
 #include "zorvan/workflow/stagetimes.h"
-#include "zorvan/workflow/twincamps.h"
 
 #include <algorithm>
 #include <map>
@@ -36,172 +32,6 @@
 namespace prereg {
 
 namespace {
-
-/// Puts the scans of a session where all pairs agree. Goes on where it stopped when it is asked again.
-class CArranger
-{
-public:
-    CArranger(const CSession& session, const CSession::Group& group, EPairEffort eEffort)
-        : m_pairs(session, group), m_eEffort(eEffort)
-    {
-        for (const CSession::ScanFile& file : session.GetFiles()) m_ids.push_back(file.id);
-        m_placing = Placing::Apart(m_ids.size());
-    }
-
-    std::vector<CClusterRegistration::Trafos> Arrange(const CClusterRegistration::ClusterContents& clusters,
-                                                      const Zorvan::Hooks& hooks)
-    {
-        std::vector<CClusterRegistration::Trafos> current;
-        for (const auto& [id, entities] : clusters) {
-            auto& cluster = current.emplace_back();
-            for (const auto& [entity, pose, start, set] : entities) cluster[entity] = pose;
-        }
-        take(current);
-        m_placing = PlaceScans(m_pairs, std::move(m_placing), hooks, m_eEffort);
-        return clustersOf(m_placing);
-    }
-
-    /// Where no group has come about, see StartJointly. @return whether groups have changed
-    bool ArrangeAnew(CClusterRegistration& registration, const Zorvan::Hooks& hooks)
-    {
-        take(clustersOf(registration));
-        if (!StartJointly(m_pairs, m_placing, hooks)) return false;
-        apply(registration);
-        return true;
-    }
-
-    /// Asks all scans together about each, see LayAnew, PlaceTogether and TakeOutUnsure.
-    void ArrangeTogether(CClusterRegistration& registration, const Zorvan::Hooks& hooks)
-    {
-        take(clustersOf(registration));
-        const std::vector<std::size_t> before = m_placing.group;
-        const bool isLaid = LayAnew(m_pairs, m_placing, hooks);
-        m_placing = PlaceTogether(m_pairs, std::move(m_placing), hooks);
-        const bool isUnsure = !hooks.IsAborted() && TakeOutUnsure(m_pairs, m_placing, hooks);
-        if (isLaid || isUnsure || m_placing.group != before) apply(registration);
-    }
-
-    /// Whether clusters lie apart, or pairs are at odds about the poses within one. Where none supports them, what is
-    /// known of the sensors may not suit these scans, and a refutation counts only when the surfaces do not meet
-    /// either.
-    [[nodiscard]] bool FindsFault(const CClusterRegistration& registration)
-    {
-        const std::vector<CClusterRegistration::Trafos> clusters = clustersOf(registration);
-        take(clusters);
-        const std::vector<PairStanding> pairs = GetPairs();
-        const auto isSaid = [](const PairStanding& pair, EEvidence eEvidence) {
-            return pair.isTogether && pair.evidence.eEvidence == eEvidence;
-        };
-        const bool isSupported =
-            std::ranges::any_of(pairs, [&](const PairStanding& pair) { return isSaid(pair, EEvidence::Supports); });
-        const auto isFault = [&](const PairStanding& pair) {
-            const auto meet = [&] {
-                const CTrafo toFirst = m_placing.poses[pair.pair.first].GetInverse(true);
-                return m_pairs.MeetAt(pair.pair, toFirst * m_placing.poses[pair.pair.second]);
-            };
-            return isSaid(pair, EEvidence::Refutes) && (isSupported || !meet());
-        };
-        return clusters.size() > 1 || std::ranges::any_of(pairs, isFault);
-    }
-
-    /// Divides clusters whose scans are of objects that differ in some spot. @return what about
-    std::vector<Dispute> Divide(CClusterRegistration& registration)
-    {
-        take(clustersOf(registration));
-        const std::vector<PairStanding> pairs = GetPairs();
-        std::vector<Dispute> all;
-        for (const std::size_t name : m_placing.Names()) {
-            const std::vector<std::size_t> members = m_placing.MembersOf(name);
-            if (members.size() < 2 * verdict::uiMinCamp) continue;
-            const std::vector<DisputedSpot> spots = m_pairs.FindDisputes(members, m_placing.poses, pairs);
-            if (spots.empty()) continue;
-            const std::vector<std::size_t> leftOut = divide(members, spots);
-            const std::vector<Dispute> disputes = DisputesOf(spots, members, m_placing.poses, leftOut);
-            all.insert(all.end(), disputes.begin(), disputes.end());
-        }
-        if (all.empty()) return all;
-        apply(registration);
-        return all;
-    }
-
-    [[nodiscard]] const Placing& GetPlacing() const { return m_placing; }
-    [[nodiscard]] std::vector<PairStanding> GetPairs() const { return WeighPairs(m_pairs, m_placing); }
-    /// "19 of 66 pairs searched; 31 support the poses, 0 refute them, 20 loops closed"
-    [[nodiscard]] std::string Words(std::span<const PairStanding> pairs) const
-    {
-        const auto countOf = [&](EEvidence eEvidence) {
-            return std::to_string(std::ranges::count_if(pairs, [&](const PairStanding& pair) {
-                return pair.isTogether && pair.evidence.eEvidence == eEvidence;
-            }));
-        };
-        const std::set<ScanPair> searched(m_placing.searched.begin(), m_placing.searched.end());
-        return std::to_string(searched.size()) + " of " + std::to_string(m_ids.size() * (m_ids.size() - 1) / 2) +
-               " pairs searched; " + countOf(EEvidence::Supports) + " support the poses, " +
-               countOf(EEvidence::Refutes) + " refute them, " + std::to_string(CountLoops(pairs, m_ids.size())) +
-               " loops closed";
-    }
-
-private:
-    void apply(CClusterRegistration& registration) const
-    {
-        registration.SetArranger([&](const auto&, const Zorvan::Hooks&) { return clustersOf(m_placing); });
-        registration.Run();
-        registration.SetArranger({});
-    }
-
-    [[nodiscard]] static std::vector<CClusterRegistration::Trafos> clustersOf(const CClusterRegistration& registration)
-    {
-        std::vector<CClusterRegistration::Trafos> clusters;
-        for (const UniversalUniqueID& id : registration.GetClusterIDs())
-            clusters.push_back(registration.GetTrafos(id, false));
-        return clusters;
-    }
-
-    [[nodiscard]] std::vector<CClusterRegistration::Trafos> clustersOf(const Placing& placing) const
-    {
-        std::map<std::size_t, CClusterRegistration::Trafos> groups;
-        for (std::size_t i = 0; i < m_ids.size(); ++i) groups[placing.group[i]][m_ids[i]] = placing.poses[i];
-        std::vector<CClusterRegistration::Trafos> answer;
-        answer.reserve(groups.size());
-        for (auto& [name, group] : groups) answer.push_back(std::move(group));
-        return answer;
-    }
-
-    /// @return who belongs to no part
-    std::vector<std::size_t> divide(const std::vector<std::size_t>& members, std::span<const DisputedSpot> spots)
-    {
-        std::vector<std::size_t> leftOut;
-        const auto groups = DivideByCamps(spots, members.size());
-        for (std::size_t k = 0; k < members.size(); ++k) {
-            m_placing.group[members[k]] = members[groups[k].value_or(k)];
-            ScanPlace& place = m_placing.places[members[k]];
-            place = {groups[k] ? EPlace::Placed : EPlace::Ambiguous};
-            place.isOfEither = !groups[k];
-            if (!groups[k]) leftOut.push_back(members[k]);
-        }
-        return leftOut;
-    }
-
-    /// Groups and poses as the clusters have them; what has been searched stays known.
-    void take(const std::vector<CClusterRegistration::Trafos>& clusters)
-    {
-        std::map<UniversalUniqueID, std::size_t> numbers;
-        for (std::size_t i = 0; i < m_ids.size(); ++i) numbers[m_ids[i]] = i;
-        for (const CClusterRegistration::Trafos& cluster : clusters) {
-            std::size_t name = m_ids.size();
-            for (const auto& [entity, pose] : cluster) name = std::min(name, numbers.at(entity));
-            for (const auto& [entity, pose] : cluster) {
-                m_placing.group[numbers.at(entity)] = name;
-                m_placing.poses[numbers.at(entity)] = pose;
-            }
-        }
-    }
-
-    CScanPairs m_pairs;
-    EPairEffort m_eEffort;
-    std::vector<UniversalUniqueID> m_ids;
-    Placing m_placing;
-};
 
 /// One call of RegisterScans, stage by stage.
 class CRegistrationRun
@@ -251,6 +81,7 @@ public:
             placing = arranger->GetPlacing();
             pairWords = arranger->Words(pairs);
         }
+        if (arranger) session.Know(arranger->GetKnownPairs());
         arranger.reset(); // the views of many scans take much memory
         Zorvan::ReturnFreedMemory();
         joinCopies(scans, session);

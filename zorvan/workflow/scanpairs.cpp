@@ -129,15 +129,17 @@ PairFinding CScanPairs::search(ScanPair pair, bool isThorough, const Zorvan::Hoo
 /// A pose that the caller gave needs no search for rivals: it says which of several places is meant.
 PairFinding CScanPairs::weighStart(ScanPair pair) const
 {
+    if (!HaveStarts(pair)) return {};
     const CTrafo& a = m_scans[pair.first].start;
     const CTrafo& b = m_scans[pair.second].start;
-    if (!a || !b) return {};
     const ICPResult refined = RefinePose(*m_scans[pair.first].searched.set, *m_scans[pair.second].searched.set,
                                          m_config.icpConfig, a.GetInverse(false) * b);
     const PoseVerdict verdict = judgeOf(pair)->Judge(refined.GetTrafo());
     if (!refined || (!verdict && verdict.eFinding != EFinding::Sliding)) return {};
     return {EPairVerdict::Aligned, {{refined.GetTrafo(), verdict.counts, true}}};
 }
+
+bool CScanPairs::HaveStarts(ScanPair pair) const { return m_scans[pair.first].start && m_scans[pair.second].start; }
 
 PairFinding CScanPairs::findingOf(ScanPair pair, const CJudgedSearch& search) const
 {
@@ -149,8 +151,8 @@ PairFinding CScanPairs::findingOf(ScanPair pair, const CJudgedSearch& search) co
         const EFinding eFinding = candidate.verdict.eFinding;
         // A twin that shares no surface is known to a pixel or so.
         const bool isOpen = eFinding == EFinding::NotRuledOut;
-        finding.places.push_back(
-            {candidate.refined.GetTrafo(), candidate.verdict.counts, eFinding != EFinding::Sliding && !isOpen, isOpen});
+        finding.places.push_back({Rigid(candidate.refined.GetTrafo()), candidate.verdict.counts,
+                                  eFinding != EFinding::Sliding && !isOpen, isOpen});
     }
     if (finding.places.size() != 1 || !verdict.isRayUnknown || !verdict.poses[verdict.explanations.front()])
         return finding;

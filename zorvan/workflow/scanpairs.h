@@ -37,6 +37,8 @@ public:
     [[nodiscard]] std::vector<PoseAmong> Settle(std::size_t scan, std::span<const CTrafo> poses,
                                                 std::span<const std::pair<std::size_t, CTrafo>> others) const override;
 
+    /// Whether somebody gave the poses of both: a search weighs these first.
+    [[nodiscard]] bool HaveStarts(ScanPair pair) const;
     /// Spots that the scans of a group divide about; views are numbers of its members.
     /// @param pairs  what WeighPairs says of the placing
     [[nodiscard]] std::vector<DisputedSpot> FindDisputes(const std::vector<std::size_t>& members,

@@ -30,6 +30,7 @@ namespace {
 
 constexpr const char* sUnit = "mm_per_unit";
 constexpr const char* sFiles = "files";
+constexpr const char* sKnownPairs = "known_pairs";
 constexpr const char* sJournal = "journal";
 constexpr const char* sPast = "past";
 constexpr const char* sKept = "kept_point_sets";
@@ -100,6 +101,7 @@ CSession CSession::Load(const std::filesystem::path& file, const Group& group)
         session.keepClusters(document);
         session.m_shift = ReadShift(document);
         session.readPast(document, folder);
+        if (const auto pairs = PartOf(document, sKnownPairs)) session.Know(ReadKnownPairs(*pairs));
         return session;
     } catch (const Zorvan::CInputError&) {
         throw;
@@ -123,6 +125,7 @@ bool CSession::Save(const std::filesystem::path& file, const Zorvan::Hooks& hook
     document += bson::element(sUnit, m_mmPerUnit);
     AppendShift(document, m_shift);
     document += bson::element(sFiles, FilesToObject(m_files, folder));
+    if (!m_knownPairs.empty()) document += bson::element(sKnownPairs, KnownPairsToObject(m_knownPairs));
     return WriteDocumentFile(file, document + pastToObject(folder), hooks);
 }
 
@@ -177,6 +180,11 @@ void CSession::Hold(CClusterRegistration registration, std::vector<ScanFile> fil
 {
     m_registration = std::move(registration);
     m_files = std::move(files);
+}
+
+void CSession::Know(const KnownPairs& pairs)
+{
+    for (const auto& [ids, pair] : pairs) m_knownPairs.insert_or_assign(ids, pair);
 }
 
 Zorvan::Position CSession::GetSharedShift() const

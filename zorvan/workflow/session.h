@@ -9,6 +9,7 @@
 #include "zorvan/scans/scanreader.h"
 #include "zorvan/util/universaluniqueid.h"
 #include "zorvan/workflow/export.h"
+#include "zorvan/workflow/knownpairs.h"
 #include "zorvan/workflow/sessionjournal.h"
 
 #include <cstddef>
@@ -81,6 +82,11 @@ public:
     [[nodiscard]] CClusterRegistration& GetRegistration() { return m_registration; }
     [[nodiscard]] const CClusterRegistration& GetRegistration() const { return m_registration; }
 
+    /// What searches have found for pairs of its scans, and of scans that a change to take back had.
+    [[nodiscard]] const KnownPairs& GetKnownPairs() const { return m_knownPairs; }
+    /// Adds what a run has found; what was known of the same pairs goes.
+    void Know(const KnownPairs& pairs);
+
     /// What was done to it, oldest first.
     [[nodiscard]] const SessionJournal& GetJournal() const { return m_journal; }
     void Note(const JournalEntry& entry) { m_journal.push_back(entry); }
@@ -88,8 +94,8 @@ public:
     [[nodiscard]] Step GetStep() const;
     /// The next change to take back ends there. The oldest of too many is forgotten.
     void AddStep(Step step);
-    /// Takes over shift, journal and steps of the session that this one was made from, whose state becomes the next to
-    /// go back to; surfaces of scans that have gone stay for that.
+    /// Takes over shift, known pairs, journal and steps of the session that this one was made from, whose state becomes
+    /// the next to go back to; surfaces of scans that have gone stay for that.
     void GoOnFrom(const CSession& before, const JournalEntry& entry);
     /// Takes these clusters and scans in place of its own; shift, journal and steps stay.
     void Hold(CClusterRegistration registration, std::vector<ScanFile> files);
@@ -102,7 +108,8 @@ private:
     void keepClusters(const bson::object& stored);
     /// Poses and clusters, as a document of the registration holds them, but without surfaces.
     [[nodiscard]] bson::object clustersToObject() const;
-    void forgetSurfaces();
+    /// What neither the session nor a step to go back to needs.
+    void forgetUnused();
     [[nodiscard]] bson::object pastToObject(const std::filesystem::path& folder) const;
     void readPast(const bson::object& document, const std::filesystem::path& folder);
 
@@ -110,6 +117,7 @@ private:
     double m_mmPerUnit;
     Zorvan::Position m_shift = {};
     std::vector<ScanFile> m_files;
+    KnownPairs m_knownPairs;
     SessionJournal m_journal;
     std::vector<Step> m_past; ///< before the changes, oldest first
     bson::object m_kept;      ///< surfaces that only the past has

@@ -92,20 +92,25 @@ void CSession::AddStep(Step step)
 {
     m_past.push_back(std::move(step));
     if (m_past.size() > uiMostSteps) m_past.erase(m_past.begin());
-    forgetSurfaces();
+    forgetUnused();
 }
 
-/// What no step goes back to any more.
-void CSession::forgetSurfaces()
+void CSession::forgetUnused()
 {
-    Identifiers ids;
-    for (const Step& step : m_past) ids.merge(identifiersOf(step.files));
-    m_kept = surfacesOf(m_kept, without(std::move(ids), identifiersOf(m_files)));
+    const Identifiers own = identifiersOf(m_files);
+    Identifiers used;
+    for (const Step& step : m_past) used.merge(identifiersOf(step.files));
+    m_kept = surfacesOf(m_kept, without(used, own));
+    used.insert(own.begin(), own.end());
+    std::erase_if(m_knownPairs, [&](const auto& known) {
+        return !used.contains(known.first.first) || !used.contains(known.first.second);
+    });
 }
 
 void CSession::GoOnFrom(const CSession& before, const JournalEntry& entry)
 {
     m_shift = before.m_shift;
+    m_knownPairs = before.m_knownPairs;
     m_journal = before.m_journal;
     m_journal.push_back(entry);
     m_past = before.m_past;
@@ -136,7 +141,8 @@ CSession CSession::Undone(const Group& group, const JournalStamp& stamp) const
     session.m_journal.push_back({stamp, "took back the last change", {}, {}});
     session.m_past.assign(m_past.begin(), m_past.end() - 1);
     session.m_kept = m_kept;
-    session.forgetSurfaces();
+    session.m_knownPairs = m_knownPairs;
+    session.forgetUnused();
     return session;
 }
 
