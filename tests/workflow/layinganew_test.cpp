@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <span>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -54,6 +56,41 @@ TEST(LayingAnew, LeavesWhatItWouldNotMakeBetter)
     Placing stopped = inOneGroup({0.0F, 3.3F, 4.8F, 9.2F});
     EXPECT_FALSE(LayAnew(puzzle, stopped, Zorvan::Hooks([] { return true; })));
     EXPECT_EQ(between(stopped, 0, 1), 3.3F);
+}
+
+/// Refines by moving all but the first scan so far.
+class CRefinedPuzzle : public CPuzzle
+{
+public:
+    CRefinedPuzzle(std::vector<float> truth, float by) : CPuzzle(std::move(truth)), m_by(by) {}
+
+    [[nodiscard]] std::vector<CTrafo>
+    RefineJointly(std::span<const std::pair<std::size_t, CTrafo>> scans) const override
+    {
+        std::vector<CTrafo> poses;
+        for (const auto& [scan, pose] : scans) poses.push_back(poses.empty() ? pose : At(m_by) * pose);
+        return poses;
+    }
+
+private:
+    float m_by;
+};
+
+TEST(RefineGroups, TakesOverWhatNothingContradicts)
+{
+    Placing placing = inOneGroup({0.0F, 2.98F, 4.98F});
+    CRefinedPuzzle better({0.0F, 3.0F, 5.0F}, 0.02F);
+    EXPECT_TRUE(RefineGroups(better, placing, Zorvan::Hooks::None()));
+    EXPECT_EQ(between(placing, 0, 1), 3.0F);
+    EXPECT_EQ(between(placing, 0, 2), 5.0F);
+
+    CRefinedPuzzle worse({0.0F, 3.0F, 5.0F}, 1.0F);
+    EXPECT_FALSE(RefineGroups(worse, placing, Zorvan::Hooks::None()));
+    EXPECT_FALSE(RefineGroups(better, placing, Zorvan::Hooks([] { return true; }))) << "stopped";
+    EXPECT_EQ(between(placing, 0, 1), 3.0F);
+
+    Placing apart = Placing::Apart(3);
+    EXPECT_FALSE(RefineGroups(better, apart, Zorvan::Hooks::None()));
 }
 
 } // namespace

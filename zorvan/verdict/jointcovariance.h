@@ -34,16 +34,19 @@ struct ScanInFrame
 /// over patches of the surface, of all pairs together, and patches count as independent (the sandwich estimate; K.-Y.
 /// Liang and S. Zeger, Biometrika 73 (1986)). It sees what the residuals show: noise, and errors of the sensor that
 /// differ from patch to patch; and what the draw of the optimisation adds. What all scans have in common, as a wrong
-/// scale, it does not. Immutable, safe to use from any thread. Same input, same bytes for any number of threads.
+/// scale, it does not. Immutable, safe to use from any thread. Same input, same bytes for any number of
+/// threads.
 class ZORVAN_API CJointCovariance
 {
 public:
     /// @param uiSamples  points that the optimisation draws of a pair, see ConfigurationICP: the fewer, the less it
     /// knows;
     ///                   0: it took all
+    /// @param maySlide   there are plane faces: a motion that no surface holds is known as well as contradictions tell,
+    ///                   to one and a half pixels, though the lean of noisy normals feigns that it is held
     /// @param group      where pairs are matched side by side; null: on this thread
     /// @throws std::invalid_argument for a scan without points or with an invalid pose
-    explicit CJointCovariance(std::span<const ScanInFrame> scans, unsigned uiSamples = 0,
+    explicit CJointCovariance(std::span<const ScanInFrame> scans, unsigned uiSamples = 0, bool maySlide = false,
                               const std::shared_ptr<Zorvan::CJobScheduler::Group>& group = nullptr);
     CJointCovariance(CJointCovariance&& other) noexcept;
     CJointCovariance& operator=(CJointCovariance&& other) noexcept;

@@ -213,6 +213,12 @@ constexpr double dPoseLeastCosine = 0.9986; ///< 3 degrees, which a curved surfa
 /// Normals are fitted to neighbours within two or three spacings, so residuals this far apart have little in common.
 constexpr double dPosePatch = 6.0;           ///< spacings
 constexpr std::size_t uiPoseMinPatches = 12; ///< twice the parameters
+/// Times what the noise of normals feigns as a hold: so much keeps a scan in each round where the one before has left it.
+/// After eight rounds a motion that nothing but this noise holds has gone a quarter of its way; one that is held a
+/// hundred times as much all but 1e-5 of it.
+constexpr double dFeignedHold = 30.0;
+constexpr int iAnchorRounds = 8;
+constexpr double dPoseJointRest = 1e-3; ///< spacings, of a step of all scans together
 constexpr int iPoseMaxSteps = 30;
 constexpr std::size_t uiSettlePoints = 5000; ///< of one scan: they know the pose to a few hundredths of a pixel
 constexpr double dPoseRest = 0.01;     ///< spacings: after a step below, residuals are noise and no longer the pose

@@ -98,7 +98,8 @@ void CArranger::ArrangeTogether(CClusterRegistration& registration, const Zorvan
     const bool isLaid = LayAnew(m_pairs, m_placing, hooks);
     m_placing = PlaceTogether(m_pairs, std::move(m_placing), hooks);
     const bool isUnsure = !hooks.IsAborted() && TakeOutUnsure(m_pairs, m_placing, hooks);
-    if (isLaid || isUnsure || m_placing.group != before) apply(registration);
+    const bool isRefined = RefineGroups(m_pairs, m_placing, hooks);
+    if (isLaid || isUnsure || isRefined || m_placing.group != before) apply(registration);
 }
 
 bool CArranger::FindsFault(const CClusterRegistration& registration)

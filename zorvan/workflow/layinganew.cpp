@@ -168,4 +168,23 @@ bool LayAnew(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks)
     return isAny;
 }
 
+bool RefineGroups(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks)
+{
+    const CPlacingWeigher weigher(pairs, placing);
+    bool isAny = false;
+    for (const std::size_t name : placing.Names()) {
+        const Members members = placing.MembersOf(name);
+        if (hooks.IsAborted() || members.size() < 2) continue;
+        std::vector<std::pair<std::size_t, CTrafo>> scans;
+        for (const std::size_t scan : members) scans.emplace_back(scan, placing.poses[scan]);
+        const std::vector<CTrafo> refined = pairs.RefineJointly(scans);
+        std::vector<CTrafo> poses = placing.poses;
+        for (std::size_t k = 0; k < members.size(); ++k) poses[members[k]] = refined[k];
+        if (AreFewer(weigher.Counts({members, &placing.poses}), weigher.Counts({members, &poses}))) continue;
+        placing.poses = poses;
+        isAny = true;
+    }
+    return isAny;
+}
+
 } // namespace prereg

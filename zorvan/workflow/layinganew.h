@@ -28,4 +28,9 @@ namespace prereg {
 /// Same pairs, same placing. A stop leaves the group it comes in as it is.
 [[nodiscard]] ZORVAN_WORKFLOW_API bool LayAnew(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks);
 
+/// Moves all scans of each group at once to where their surfaces meet best, see IScanPairs::RefineJointly. What no
+/// surface holds stays where contradictions have put it; a group that more contradicts by a margin then stays as it is.
+/// @return  whether poses have changed
+[[nodiscard]] ZORVAN_WORKFLOW_API bool RefineGroups(IScanPairs& pairs, Placing& placing, const Zorvan::Hooks& hooks);
+
 } // namespace prereg

@@ -492,6 +492,13 @@ std::vector<PoseAmong> IScanPairs::Settle(std::size_t, std::span<const CTrafo> p
     return std::vector<PoseAmong>(poses.size());
 }
 
+std::vector<CTrafo> IScanPairs::RefineJointly(std::span<const std::pair<std::size_t, CTrafo>> scans) const
+{
+    std::vector<CTrafo> poses;
+    for (const auto& [scan, pose] : scans) poses.push_back(pose);
+    return poses;
+}
+
 Placing Placing::Apart(std::size_t numScans)
 {
     Placing apart;

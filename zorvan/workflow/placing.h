@@ -67,6 +67,12 @@ public:
     [[nodiscard]] virtual std::vector<PoseAmong> Settle(std::size_t scan, std::span<const CTrafo> poses,
                                                         std::span<const std::pair<std::size_t, CTrafo>> others) const;
 
+    /// Moves scans that lie a fraction of a spacing off, all at once, to where their surfaces meet best.
+    /// @param scans  with their poses
+    /// @return       a pose each
+    [[nodiscard]] virtual std::vector<CTrafo>
+    RefineJointly(std::span<const std::pair<std::size_t, CTrafo>> scans) const;
+
 protected:
     IScanPairs() = default;
     IScanPairs(const IScanPairs&) = default;

@@ -3,6 +3,8 @@
 
 #include "zorvan/core/groupwork.h"
 #include "zorvan/verdict/jointcovariance.h"
+#include "zorvan/verdict/planeshare.h"
+#include "zorvan/verdict/verdictlimits.h"
 
 #include <algorithm>
 #include <map>
@@ -35,7 +37,10 @@ std::vector<PoseUncertainty> JointUncertainties(const CSession& session, const R
             sets.push_back(registration.GetPointSetAndTransform(session.GetFiles()[i].id).first);
             scans.push_back(inFrame(*sets.back(), table.scans[i].pose));
         }
-        const CJointCovariance joint(scans, registration.GetRegistrationConfig().icpConfig.uiNumSamples, group);
+        const bool hasFaces = std::ranges::any_of(
+            sets, [](const auto& set) { return PlaneShare(set->GetNormals()) > verdict::dMaxPlaneShare; });
+        const CJointCovariance joint(scans, registration.GetRegistrationConfig().icpConfig.uiNumSamples, hasFaces,
+                                     group);
         const std::size_t before = all.size();
         all.resize(before + members.size());
         ForEachIndex(group, scans.size(), [&, &scansOf = members](std::size_t k) {

@@ -4,6 +4,7 @@
 #include "zorvan/platform/clogger.h"
 #include "zorvan/platform/ctaskcollection.h"
 #include "zorvan/preregistration/crefinedpreregistration.h"
+#include "zorvan/verdict/jointrefinement.h"
 #include "zorvan/verdict/planeshare.h"
 #include "zorvan/verdict/posecovariance.h"
 #include "zorvan/verdict/verdictlimits.h"
@@ -272,6 +273,16 @@ std::vector<PoseAmong> CScanPairs::Settle(std::size_t scan, std::span<const CTra
                                view.GetSampling());
     });
     return SettleAmong(surroundings.scans, starts, dPlayPixels * pixelOf(scan), numTasks);
+}
+
+std::vector<CTrafo> CScanPairs::RefineJointly(std::span<const std::pair<std::size_t, CTrafo>> scans) const
+{
+    std::vector<ScanInFrame> inFrame;
+    for (const auto& [scan, pose] : scans) {
+        const SearchedScan& searched = m_scans[scan].searched;
+        inFrame.push_back({searched.set.get(), pose, searched.view->GetSampling()});
+    }
+    return prereg::RefineJointly(inFrame, m_config.icpConfig.uiNumSamples, m_group);
 }
 
 /// Quarter turns about the middle of what the scan shows, as it faces its sensor.

@@ -39,6 +39,9 @@ public:
 
     /// Whether somebody gave the poses of both: a search weighs these first.
     [[nodiscard]] bool HaveStarts(ScanPair pair) const;
+    [[nodiscard]] std::vector<CTrafo>
+    RefineJointly(std::span<const std::pair<std::size_t, CTrafo>> scans) const override;
+
     /// Spots that the scans of a group divide about; views are numbers of its members.
     /// @param pairs  what WeighPairs says of the placing
     [[nodiscard]] std::vector<DisputedSpot> FindDisputes(const std::vector<std::size_t>& members,
