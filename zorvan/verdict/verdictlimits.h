@@ -213,8 +213,8 @@ constexpr double dPoseLeastCosine = 0.9986; ///< 3 degrees, which a curved surfa
 /// Normals are fitted to neighbours within two or three spacings, so residuals this far apart have little in common.
 constexpr double dPosePatch = 6.0;           ///< spacings
 constexpr std::size_t uiPoseMinPatches = 12; ///< twice the parameters
-/// Times what the noise of normals feigns as a hold: so much keeps a scan in each round where the one before has left it.
-/// After eight rounds a motion that nothing but this noise holds has gone a quarter of its way; one that is held a
+/// Times what the noise of normals feigns as a hold: so much keeps a scan in each round where the one before has left
+/// it. After eight rounds a motion that nothing but this noise holds has gone a quarter of its way; one that is held a
 /// hundred times as much all but 1e-5 of it.
 constexpr double dFeignedHold = 30.0;
 constexpr int iAnchorRounds = 8;
