@@ -107,8 +107,8 @@ struct CJointCovariance::System
                                                unsigned uiSamples, double patch, const Group& group) const
     {
         const std::vector<ScanPair> pairs = OverlappingPairs(scans);
-        std::vector<OfPair> all;
-        for (const ScanPair& pair : pairs) all.push_back({pair, {}});
+        std::vector<OfPair> all(pairs.size());
+        std::ranges::transform(pairs, all.begin(), [](const ScanPair& pair) { return OfPair{pair, {}}; });
         ForEachPairOfMatches(scans, moved, pairs, uiSamples, group,
                              [&](std::size_t p, const std::vector<Match>& matches, std::size_t step) {
                                  const auto [i, k] = pairs[p];
