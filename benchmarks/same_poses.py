@@ -27,9 +27,9 @@ import tempfile
 import time
 
 from posemath import apply, errors, inverse, product
+from register_sets import SETS, clusters_of
 
 LIMIT = 4.74  # the root of the 0.999 quantile of chi-square with six degrees of freedom
-SCALES = {"bunny": 1000}
 
 
 class Result:
@@ -38,8 +38,7 @@ class Result:
     def __init__(self, folder):
         self.text = (folder / "poses.json").read_text()
         record = json.loads((folder / "run.json").read_text())
-        clusters = [{s["file"]: s["pose"] for s in c["scans"]} for c in json.loads(self.text)["clusters"]]
-        largest = max(clusters, key=len)
+        largest = max(clusters_of(folder / "poses.json"), key=len)
         self.poses = largest if len(largest) > 1 else {}
         self.covariances = {c["scan"]: c for c in record["covariances"] if c["scan"] in self.poses}
 
@@ -170,9 +169,8 @@ def main():
     good = True
     for name in sets:
         folder = pathlib.Path(os.environ["ZORVAN_DATA"]) / name
-        truth = json.loads((folder / "truth.json").read_text())
-        scans = [folder / s["file"] for c in truth["clusters"][:1] for s in c["scans"]]
-        good = measure(args, name, scans, SCALES.get(name, 1)) and good
+        scans = [folder / scan for scan in clusters_of(folder / "truth.json")[0]]
+        good = measure(args, name, scans, SETS.get(name, 1)) and good
     for kind in args.virtual:
         with tempfile.TemporaryDirectory() as folder:
             subprocess.run([args.program, "simulate", "-o", folder, "--object", kind, "--seed", str(args.seed), "--views",

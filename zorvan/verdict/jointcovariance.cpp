@@ -28,7 +28,7 @@ using Cell = std::array<long, 3>;
 struct PairSums
 {
     PairBlocks hold;
-    FeignedHold feigned;
+    FeignedHold feigned;     ///< where scans may slide
     PairBlocks spread;       ///< squared pulls of single matches
     double takenShare = 0.0; ///< of the variance of a draw: what looking at some of the points only brings about
     std::map<Cell, std::pair<Vector6d, Vector6d>> pulls;
@@ -38,7 +38,6 @@ PairSums sumsOf(const std::vector<Match>& matches, const Eigen::Vector3d& fixCen
                 double radius, double patch)
 {
     PairSums sums;
-    sums.feigned = FeignedHold(matches, fixCentre, fltCentre, radius);
     for (const Match& match : matches) {
         const Vector6d fix = -RowOf(match.fix, match.normal, fixCentre, radius);
         const Vector6d flt = RowOf(match.flt, match.normal, fltCentre, radius);
@@ -113,6 +112,8 @@ struct CJointCovariance::System
                              [&](std::size_t p, const std::vector<Match>& matches, std::size_t step) {
                                  const auto [i, k] = pairs[p];
                                  all[p].sums = sumsOf(matches, centres[i], centres[k], radius, patch);
+                                 if (freeVariance > 0.0)
+                                     all[p].sums.feigned = FeignedHold(matches, centres[i], centres[k], radius);
                                  all[p].sums.takenShare = 1.0 - 1.0 / static_cast<double>(step);
                              });
         std::erase_if(all, [](const OfPair& pair) { return pair.sums.pulls.empty(); });

@@ -34,8 +34,7 @@ struct ScanInFrame
 /// over patches of the surface, of all pairs together, and patches count as independent (the sandwich estimate; K.-Y.
 /// Liang and S. Zeger, Biometrika 73 (1986)). It sees what the residuals show: noise, and errors of the sensor that
 /// differ from patch to patch; and what the draw of the optimisation adds. What all scans have in common, as a wrong
-/// scale, it does not. Immutable, safe to use from any thread. Same input, same bytes for any number of
-/// threads.
+/// scale, it does not. Immutable, safe to use from any thread. Same input, same bytes for any number of threads.
 class ZORVAN_API CJointCovariance
 {
 public:

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/verdict/jointrefinement.h"
 
+#include "zorvan/core/rigid.h"
 #include "zorvan/verdict/jointmatches.h"
 #include "zorvan/verdict/verdictlimits.h"
 
@@ -36,8 +37,6 @@ struct PairEquations
         }
     }
 };
-
-CTrafo rigid(const CTrafo& pose) { return {pose.GetQuaternion(), pose.GetTranslation()}; }
 
 kdtree::Vector<3> toVector(const Eigen::Vector3d& v)
 {
@@ -75,7 +74,7 @@ public:
         }
         const CTrafo back = first * m_scans.front().pose.GetInverse(true);
         std::vector<CTrafo> poses{first};
-        for (std::size_t i = 1; i < m_scans.size(); ++i) poses.push_back(rigid(back * m_scans[i].pose));
+        for (std::size_t i = 1; i < m_scans.size(); ++i) poses.push_back(Rigid(back * m_scans[i].pose));
         return poses;
     }
 
@@ -99,7 +98,7 @@ private:
         for (std::size_t i = 0; i < m_scans.size(); ++i) {
             const Vector6d step = steps.segment<6>(static_cast<Eigen::Index>(6 * i));
             largest = std::max(largest, step.norm());
-            m_scans[i].pose = rigid(motionOf(step, moved[i].centre, radius) * m_scans[i].pose);
+            m_scans[i].pose = Rigid(motionOf(step, moved[i].centre, radius) * m_scans[i].pose);
         }
         return largest;
     }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zorvan/core/hooks.h"
+#include "zorvan/core/rigid.h"
 #include "zorvan/workflow/placinggroups.h"
 
 #include <algorithm>

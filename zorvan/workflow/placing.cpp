@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/placing.h"
 
+#include "zorvan/core/rigid.h"
 #include "zorvan/verdict/verdictlimits.h"
 #include "zorvan/workflow/placinggroups.h"
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/placingtogether.h"
 
+#include "zorvan/core/rigid.h"
 #include "zorvan/workflow/placinggroups.h"
 
 #include <algorithm>

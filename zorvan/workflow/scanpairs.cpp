@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zorvan/workflow/scanpairs.h"
 
+#include "zorvan/core/rigid.h"
 #include "zorvan/platform/clogger.h"
 #include "zorvan/platform/ctaskcollection.h"
 #include "zorvan/preregistration/crefinedpreregistration.h"
